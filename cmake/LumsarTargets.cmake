@@ -1,0 +1,39 @@
+# What all targets share: warnings, sanitizers, and the summary of what was built and left out.
+
+option(LUMSAR_WERROR "Treat warnings as errors" ON)
+set(LUMSAR_SANITIZE "" CACHE STRING "Sanitizers for everything, such as address,undefined or thread")
+
+add_library(lumsar_flags INTERFACE)
+target_compile_options(lumsar_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
+  -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wformat=2 -Wundef
+  $<$<BOOL:${LUMSAR_WERROR}>:-Werror>)
+target_link_options(lumsar_flags INTERFACE -Wl,-z,defs)
+if(LUMSAR_SANITIZE)
+  add_compile_options(-fsanitize=${LUMSAR_SANITIZE} -fno-sanitize-recover=all
+    -fno-omit-frame-pointer -g)
+  add_link_options(-fsanitize=${LUMSAR_SANITIZE})
+endif()
+
+# Says in the summary that NAME is built.
+function(lumsar_built name)
+  set_property(GLOBAL APPEND PROPERTY LUMSAR_BUILT "${name}")
+endfunction()
+
+# Says in the summary that NAME is left out and which Debian package would bring it.
+function(lumsar_left_out name package)
+  set_property(GLOBAL APPEND PROPERTY LUMSAR_LEFT_OUT "${name} (install ${package})")
+endfunction()
+
+function(lumsar_print_summary)
+  get_property(built GLOBAL PROPERTY LUMSAR_BUILT)
+  get_property(left_out GLOBAL PROPERTY LUMSAR_LEFT_OUT)
+  message(STATUS "")
+  foreach(name IN LISTS built)
+    message(STATUS "will be built: ${name}")
+  endforeach()
+  foreach(name IN LISTS left_out)
+    message(STATUS "left out:      ${name}")
+  endforeach()
+  message(STATUS "")
+endfunction()

@@ -1,0 +1,117 @@
+// MessageAssembler: cuts a byte stream into whole messages. Used wherever messages arrive in
+// pieces: by hosts before Handler, by the VM's side, by both ends of an IPC connection. No I/O, no
+// thread: reentrant, each object bound to one thread at a time.
+#ifndef LUMSAR_ASSEMBLER_H
+#define LUMSAR_ASSEMBLER_H
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "lumsar/message.h"
+
+namespace lumsar {
+
+// No message of this system is larger; a longer `length` is a fault of the sender.
+inline constexpr std::uint32_t kMaxPayload = 64U << 20U;
+
+class MessageAssembler {
+ public:
+  enum class Fault { None, Magic, TooLong };
+
+  explicit MessageAssembler(std::uint32_t maxPayload = kMaxPayload) : m_maxPayload(maxPayload) {}
+
+  // Room for `size` bytes to be read into, valid until the next call of any other member.
+  // Follow it by commit() with the number of bytes that really came.
+  std::span<unsigned char> prepare(std::size_t size) {
+    dropDelivered();
+    if (m_buffer.size() < m_end + size) m_buffer.resize(m_end + size);
+    return {m_buffer.data() + m_end, size};
+  }
+  void commit(std::size_t size) { m_end += size; }
+
+  void append(std::span<const unsigned char> bytes) {
+    if (bytes.empty()) return;
+    std::ranges::copy(bytes, prepare(bytes.size()).begin());
+    commit(bytes.size());
+  }
+
+  // The next whole message, header first, valid until the next prepare() or append(); empty when
+  // more bytes are needed or the stream is at fault.
+  std::span<unsigned char> next() {
+    if (pending() < kHeaderSize || fault() != Fault::None) return {};
+    const std::size_t size = kHeaderSize + header().length;
+    if (pending() < size) return {};
+    std::span<unsigned char> message{m_buffer.data() + m_begin, size};
+    m_begin += size;
+    return message;
+  }
+
+  // What is wrong with the bytes at the front, if anything. A fault stays until skipFault().
+  Fault fault() const {
+    if (!std::equal(front(), front() + std::min(pending(), sizeof(kMagic)), magicBytes())) {
+      return Fault::Magic;
+    }
+    if (pending() >= kHeaderSize && header().length > m_maxPayload) return Fault::TooLong;
+    return Fault::None;
+  }
+
+  // Drops the byte at fault and all that follow it up to the next possible header. Returns how
+  // many bytes were dropped. For streams that may begin with the tail of an old message.
+  std::size_t skipFault() {
+    const std::size_t before = pending();
+    if (before == 0) return 0;
+    do {
+      ++m_begin;
+    } while (pending() > 0 && fault() == Fault::Magic);
+    return before - pending();
+  }
+
+  // The header at the front, as soon as it is there, right or wrong.
+  std::optional<RedirMsgHeader> peek() const {
+    if (pending() < kHeaderSize) return std::nullopt;
+    return header();
+  }
+
+  // All bytes not yet delivered, valid as those of next().
+  std::span<const unsigned char> waiting() const { return {front(), pending()}; }
+
+  // How many bytes the message at the front still lacks; at least 1. A good size for prepare().
+  std::size_t missing() const {
+    if (pending() < kHeaderSize || fault() != Fault::None) {
+      return pending() < kHeaderSize ? kHeaderSize - pending() : 1;
+    }
+    const std::size_t size = kHeaderSize + header().length;
+    return size > pending() ? size - pending() : 1;
+  }
+
+  std::size_t pending() const { return m_end - m_begin; }
+  void clear() { m_begin = m_end = 0; }
+
+ private:
+  const unsigned char* front() const { return m_buffer.data() + m_begin; }
+  static const unsigned char* magicBytes() {
+    return reinterpret_cast<const unsigned char*>(&kMagic);
+  }
+  RedirMsgHeader header() const { return readHeader(front()); }
+
+  void dropDelivered() {
+    if (m_begin == 0) return;
+    std::copy(m_buffer.begin() + static_cast<std::ptrdiff_t>(m_begin),
+              m_buffer.begin() + static_cast<std::ptrdiff_t>(m_end), m_buffer.begin());
+    m_end -= m_begin;
+    m_begin = 0;
+  }
+
+  std::uint32_t m_maxPayload;
+  std::vector<unsigned char> m_buffer;
+  std::size_t m_begin = 0;  // first byte not yet delivered
+  std::size_t m_end = 0;    // behind the last byte received
+};
+
+}  // namespace lumsar
+
+#endif

@@ -1,0 +1,114 @@
+// What travels inside camera data messages (MSG_DATA, IPC_MSG_DATA): one record a message, a fixed
+// 16-byte header and a body by kind. The plug-in carries it unread; the camera service and the VM's
+// side speak it. Standalone: the standard library only. docs/protocol.md draws it.
+//
+//    0      2      4          8                    16
+//   +------+------+----------+--------------------+----------
+//   | kind | zero |  camera  |        time        | body...
+//   +------+------+----------+--------------------+----------
+//
+// All numbers are little-endian, all texts UTF-8 without terminator. A receiver skips kinds that it
+// does not know and ignores bytes behind the fields that it knows, so that records can grow.
+#ifndef LUMSAR_CAMERA_DATA_H
+#define LUMSAR_CAMERA_DATA_H
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <type_traits>
+
+namespace lumsar {
+
+enum class CameraDataKind : std::uint16_t {
+  Announced = 1,        // service to VM: a camera is shared; body CameraAnnounced, id, name
+  Gone = 2,             // service to VM: it no longer is; body: why, as text
+  Frame = 3,            // service to VM: body CameraFrame and one whole picture
+  Start = 4,            // VM to service: somebody looks; no body
+  Stop = 5,             // VM to service: nobody looks any more; no body
+  KeyFrameRequest = 6,  // VM to service: the next picture should stand by itself; no body
+  Statistics = 7,       // VM to service, about once a second while started; CameraStatistics
+};
+
+struct CameraDataHeader {
+  std::uint16_t kind = 0;
+  std::uint16_t zero = 0;
+  std::uint32_t camera = 0;  // the service's number of the camera, never used again for another
+  std::uint64_t time = 0;    // µs since 1970 (UTC) on the sender's clock: for a frame, its capture
+};
+static_assert(sizeof(CameraDataHeader) == 16);
+
+constexpr std::uint32_t fourcc(const char (&code)[5]) {
+  std::uint32_t value = 0;
+  for (std::size_t i = 4; i-- > 0;) value = value << 8U | static_cast<unsigned char>(code[i]);
+  return value;
+}
+inline constexpr std::uint32_t kEncodingMjpg = fourcc("MJPG");  // one whole JPEG a frame
+inline constexpr std::uint32_t kEncodingH264 = fourcc("H264");  // one access unit, Annex B
+
+struct CameraAnnounced {
+  std::uint16_t vendorId = 0;  // USB ids, 0 where there are none
+  std::uint16_t productId = 0;
+  std::uint16_t width = 0;  // of the pictures to come, until frames say otherwise
+  std::uint16_t height = 0;
+  std::uint32_t frameInterval = 0;  // µs, 0 if not known
+  std::uint32_t encoding = 0;
+  std::uint16_t idLength = 0;  // the camera's id follows, then its name
+  std::uint16_t nameLength = 0;
+};
+static_assert(sizeof(CameraAnnounced) == 20);
+
+inline constexpr std::uint32_t kFrameIsKey = 1;  // decodable by itself; set on every MJPG frame
+
+struct CameraFrame {
+  std::uint32_t sequence = 0;  // counts up by one a frame that leaves the service for this VM
+  std::uint16_t width = 0;
+  std::uint16_t height = 0;
+  std::uint32_t encoding = 0;
+  std::uint32_t flags = 0;
+};
+static_assert(sizeof(CameraFrame) == 16);
+
+struct CameraStatistics {
+  std::uint64_t frames = 0;   // whole frames received since Start
+  std::uint64_t bytes = 0;    // their pictures' bytes
+  std::uint32_t lost = 0;     // gaps in the sequence
+  std::uint32_t dropped = 0;  // received but not shown: bad picture or slow reader
+  std::uint32_t latency = 0;  // µs, median of the last second from capture to arrival
+  std::uint32_t rate = 0;     // frames per 1000 s that the VM really took in the last second
+};
+static_assert(sizeof(CameraStatistics) == 32);
+
+// The record's clock.
+inline std::uint64_t cameraClock() {
+  using namespace std::chrono;
+  const auto now = system_clock::now().time_since_epoch();
+  return static_cast<std::uint64_t>(duration_cast<microseconds>(now).count());
+}
+
+// The struct at the front of `bytes`, which then begin behind it; nothing when they are too short.
+template <class Fields>
+std::optional<Fields> take(std::span<const unsigned char>& bytes) {
+  static_assert(std::is_trivially_copyable_v<Fields>);
+  if (bytes.size() < sizeof(Fields)) return std::nullopt;
+  Fields fields;
+  std::memcpy(&fields, bytes.data(), sizeof fields);
+  bytes = bytes.subspan(sizeof fields);
+  return fields;
+}
+
+// The text of `length` bytes at the front of `bytes`, which then begin behind it.
+inline std::optional<std::string_view> takeText(std::span<const unsigned char>& bytes,
+                                                std::size_t length) {
+  if (bytes.size() < length) return std::nullopt;
+  const std::string_view text(reinterpret_cast<const char*>(bytes.data()), length);
+  bytes = bytes.subspan(length);
+  return text;
+}
+
+}  // namespace lumsar
+
+#endif
