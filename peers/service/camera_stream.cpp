@@ -1,0 +1,155 @@
+// CameraStream: see camera_stream.h. Runs on the io_context's thread.
+#include "service/camera_stream.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "lumsar/camera_data.h"
+#include "service/log.h"
+
+namespace lumsar::service {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kFirstPause{1000};
+constexpr milliseconds kLongestPause{30000};
+constexpr milliseconds kSilence{5000};  // without a frame for this long a camera counts as stuck
+
+}  // namespace
+
+CameraStream::CameraStream(asio::io_context& io, Capture::CameraThread& cameraThread,
+                           const Camera& camera, OnTrouble onTrouble)
+    : m_io(io),
+      m_cameraThread(cameraThread),
+      m_camera(camera),
+      m_onTrouble(std::move(onTrouble)),
+      m_timer(io) {}
+
+void CameraStream::add(FrameReader& reader) {
+  if (std::ranges::find(m_readers, &reader) != m_readers.end()) return;
+  m_readers.push_back(&reader);
+  if (m_readers.size() == 1) {
+    start();
+  } else {
+    refresh();
+  }
+}
+
+void CameraStream::remove(FrameReader& reader) {
+  if (std::erase(m_readers, &reader) == 0) return;
+  if (m_readers.empty()) {
+    stop();
+  } else {
+    refresh();
+  }
+}
+
+void CameraStream::refresh() {
+  if (!m_capture) return;
+  CaptureRequest all = m_readers.front()->request();
+  for (const FrameReader* reader : m_readers) all = combined(all, reader->request());
+  const CapturePlan plan = planFor(all);
+  if (m_capture->adapt(plan)) return;
+  stop();
+  start();
+}
+
+void CameraStream::requestKeyFrame() {
+  if (m_capture) m_capture->requestKeyFrame();
+}
+
+void CameraStream::restart() {
+  stop();
+  if (!m_readers.empty() && m_camera.present) start();
+}
+
+CapturePlan CameraStream::planFor(const CaptureRequest& request) const {
+  return planCapture(m_camera.info.formats, request);
+}
+
+CameraStream::Counters CameraStream::counters() const {
+  Counters counters = m_counters;
+  if (m_capture) counters.encodeTime = m_capture->encodeTime();
+  return counters;
+}
+
+void CameraStream::start() {
+  if (!m_camera.present) return;
+  CaptureRequest all = m_readers.front()->request();
+  for (const FrameReader* reader : m_readers) all = combined(all, reader->request());
+  const CapturePlan plan = planFor(all);
+  if (plan.source.width == 0) return onCaptureFailed("it offers no format that can be read here");
+  try {
+    m_capture = Capture::start(m_io, m_cameraThread, m_camera.info.device.get(), plan, *this);
+  } catch (const std::runtime_error& error) {
+    return onCaptureFailed(error.what());
+  }
+  logInfo("camera '", m_camera.info.id, "' is on: ", plan.source.encoding, " ", plan.source.width,
+          "x", plan.source.height, " from the camera, ",
+          plan.encoding == kEncodingH264 ? "H264 " : "MJPG ", plan.width, "x", plan.height,
+          " sent");
+  watch();
+}
+
+void CameraStream::stop() {
+  m_timer.cancel();
+  m_pause = milliseconds(0);
+  if (!m_capture) return;
+  m_counters.encodeTime = m_capture->encodeTime();
+  m_capture.reset();
+  logInfo("camera '", m_camera.info.id, "' is off");
+}
+
+void CameraStream::watch() {
+  const auto interval =
+      std::chrono::ceil<milliseconds>(std::chrono::microseconds(m_capture->plan().frameInterval()));
+  m_framesSeen = m_counters.frames;
+  m_timer.expires_after(std::max(kSilence, 3 * interval));
+  m_timer.async_wait([this, watched = std::weak_ptr(m_capture)](asio::error_code stopped) {
+    if (stopped || !m_capture || watched.lock() != m_capture) return;
+    if (m_counters.frames == m_framesSeen) return onCaptureFailed("it delivers no pictures");
+    watch();
+  });
+}
+
+void CameraStream::onFrame(const CapturedFrame& frame) {
+  ++m_counters.frames;
+  m_counters.bytes += frame.picture.size();
+  m_pause = milliseconds(0);
+  for (FrameReader* reader : m_readers) reader->onFrame(frame);
+}
+
+void CameraStream::onCaptureFailed(const std::string& why) {
+  const bool first = m_pause.count() == 0;
+  const milliseconds pause = first ? kFirstPause : std::min(2 * m_pause, kLongestPause);
+  stop();
+  m_pause = pause;
+  logWarning("camera '", m_camera.info.id, "' failed: ", why, "; next try in ", pause.count(),
+             " ms");
+  retryLater();
+  if (first) m_onTrouble(m_camera, why);
+}
+
+void CameraStream::retryLater() {
+  m_timer.expires_after(m_pause);
+  m_timer.async_wait([this](asio::error_code stopped) {
+    if (stopped || m_readers.empty() || m_capture) return;
+    start();
+  });
+}
+
+CameraStream& StreamTable::of(const Camera& camera) {
+  auto& stream = m_streams[camera.number];
+  if (!stream) {
+    stream = std::make_unique<CameraStream>(m_io, m_cameraThread, camera, m_onTrouble);
+  }
+  return *stream;
+}
+
+const CameraStream* StreamTable::find(std::uint32_t number) const {
+  const auto found = m_streams.find(number);
+  return found == m_streams.end() ? nullptr : found->second.get();
+}
+
+}  // namespace lumsar::service

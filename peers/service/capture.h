@@ -1,0 +1,83 @@
+// Capture: one running camera, from its device to encoded pictures.
+//
+//   CapturePipeline (source ... encoder, sink) -- streaming thread -- post --> io thread: onFrame
+//          ^ frames that come too early are left out behind the source
+//
+// Made, steered and ended on the io_context's thread, where its events are called too. State
+// changes, which may wait for a device, run one after another on the camera thread.
+#ifndef LUMSAR_PEERS_SERVICE_CAPTURE_H
+#define LUMSAR_PEERS_SERVICE_CAPTURE_H
+
+#include <asio/io_context.hpp>
+#include <asio/thread_pool.hpp>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+
+#include "service/capture_pipeline.h"
+
+namespace lumsar::service {
+
+struct CapturedFrame {
+  std::span<const unsigned char> picture;  // valid during the call only
+  int width = 0;
+  int height = 0;
+  std::uint32_t encoding = 0;
+  bool key = true;
+  std::uint64_t time = 0;  // µs since 1970: when it was captured
+};
+
+class CaptureEvents {
+ public:
+  virtual ~CaptureEvents() = default;
+  virtual void onFrame(const CapturedFrame& frame) = 0;
+  virtual void onCaptureFailed(const std::string& why) = 0;
+};
+
+class Capture {
+  struct Key {};
+
+ public:
+  // One thread, so that a device is closed before it is opened again.
+  using CameraThread = asio::thread_pool;
+
+  // Starts the camera. Throws std::runtime_error when the pipeline cannot be built; what fails
+  // later is an event.
+  static std::shared_ptr<Capture> start(asio::io_context& io, CameraThread& cameraThread,
+                                        GstDevice* device, const CapturePlan& plan,
+                                        CaptureEvents& events);
+  Capture(Key key, asio::io_context& io, CameraThread& cameraThread, GstDevice* device,
+          const CapturePlan& plan, CaptureEvents& events);
+  ~Capture();
+  Capture(const Capture&) = delete;
+  Capture& operator=(const Capture&) = delete;
+
+  // Takes on another plan while running. False when that needs a new capture.
+  bool adapt(const CapturePlan& plan);
+  void requestKeyFrame();
+  // Mean time that the encoder took for a picture, µs.
+  std::int64_t encodeTime() const;
+  const CapturePlan& plan() const { return m_plan; }
+
+ private:
+  struct Tap;
+
+  void attach();
+  void watchBus();
+  void play();
+  void drain();
+  void deliver(GstSample* sample);
+  std::uint64_t captureTime(GstSample* sample) const;
+  void onEndOfStream();
+
+  CameraThread& m_cameraThread;
+  CapturePlan m_plan;
+  CaptureEvents& m_events;
+  const CapturePipeline m_pipeline;
+  const std::shared_ptr<Tap> m_tap;
+};
+
+}  // namespace lumsar::service
+
+#endif

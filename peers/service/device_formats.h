@@ -1,0 +1,20 @@
+// The picture formats that a device offers, read from GStreamer's caps. Called by DeviceWatch, on
+// any thread. Reentrant.
+#ifndef LUMSAR_PEERS_SERVICE_DEVICE_FORMATS_H
+#define LUMSAR_PEERS_SERVICE_DEVICE_FORMATS_H
+
+#include <vector>
+
+#include "service/camera_info.h"
+
+namespace lumsar::service {
+
+std::vector<CameraFormat> deviceFormats(GstDevice* device);
+std::vector<CameraFormat> formatsOf(const GstCaps* caps);
+
+// The caps that make a source deliver exactly this format.
+GstPtr<GstCaps> capsFor(const CameraFormat& format);
+
+}  // namespace lumsar::service
+
+#endif

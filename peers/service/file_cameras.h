@@ -1,0 +1,49 @@
+// FileCameras: pictures and movies as cameras. A file becomes a virtual camera once it has been
+// looked into, on a thread of its own; everything else is bound to the io_context's thread.
+#ifndef LUMSAR_PEERS_SERVICE_FILE_CAMERAS_H
+#define LUMSAR_PEERS_SERVICE_FILE_CAMERAS_H
+
+#include <asio/io_context.hpp>
+#include <asio/thread_pool.hpp>
+#include <functional>
+#include <map>
+#include <string>
+
+#include "service/file_probe.h"
+
+namespace lumsar::service {
+
+class FileCameras {
+ public:
+  using OnUnreadable = std::function<void(const std::string& id, const std::string& why)>;
+
+  FileCameras(asio::io_context& io, VirtualCameras& cameras, OnUnreadable onUnreadable)
+      : m_io(io), m_cameras(cameras), m_onUnreadable(std::move(onUnreadable)) {}
+  ~FileCameras() { m_probeThread.join(); }
+  FileCameras(const FileCameras&) = delete;
+  FileCameras& operator=(const FileCameras&) = delete;
+
+  // The file is there, or is there anew: its camera is plugged in.
+  void add(const std::string& path);
+  void remove(const std::string& path);
+
+ private:
+  struct Entry {
+    std::string id;
+    unsigned int probe = 0;  // the number of the latest; older ones come too late
+  };
+
+  std::string newId(const std::string& path) const;
+  void onProbed(const std::string& path, unsigned int number, const FileProbe& probe);
+
+  asio::io_context& m_io;
+  VirtualCameras& m_cameras;
+  const OnUnreadable m_onUnreadable;
+  std::map<std::string, Entry> m_files;  // by path
+  unsigned int m_lastProbe = 0;
+  asio::thread_pool m_probeThread{1};
+};
+
+}  // namespace lumsar::service
+
+#endif

@@ -1,0 +1,56 @@
+// lumsar-camera-service: owns the cameras of the user's machine and streams them to VMs. Started by
+// the user or by a service manager; main thread.
+// Exit codes: 0 stopped as told, 1 failure, 2 usage.
+#include <QCoreApplication>
+#include <cstdio>
+#include <stdexcept>
+
+#include "ipc/channel_path.h"
+#include "service/log.h"
+#include "service/service.h"
+#include "service/status_client.h"
+
+namespace {
+
+using namespace lumsar;
+using service::Options;
+
+int serve(const Options& options) {
+  gst_init(nullptr, nullptr);
+  asio::io_context io(1);
+  auto inherited = ipc::Listener::inherited();
+  auto listener = inherited ? std::move(*inherited)
+                            : ipc::Listener::at(ipc::channelPath(options.channel.c_str()).path);
+  service::Service(io, options, std::move(listener)).run();
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const QCoreApplication application(argc, argv);
+  QCoreApplication::setApplicationName("lumsar-camera-service");
+  Options options;
+  try {
+    options = service::readOptions(QCoreApplication::arguments());
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "lumsar-camera-service: %s\nTry --help.\n", error.what());
+    return 2;
+  }
+  service::setVerbose(options.verbose);
+  try {
+    switch (options.action) {
+      case Options::Action::PrintAndExit:
+        std::fputs(options.text.c_str(), stdout);
+        return 0;
+      case Options::Action::Status:
+        std::fputs(service::askStatus(options.channel, options.json).c_str(), stdout);
+        return 0;
+      case Options::Action::Serve:
+        return serve(options);
+    }
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "lumsar-camera-service: %s\n", error.what());
+  }
+  return 1;
+}

@@ -1,0 +1,98 @@
+// Share: see share.h. Runs on the io_context's thread.
+#include "service/share.h"
+
+#include <chrono>
+
+#include "service/log.h"
+#include "service/records.h"
+
+namespace lumsar::service {
+namespace {
+
+std::int64_t steadyMicroseconds() {
+  using namespace std::chrono;
+  return duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+}  // namespace
+
+Share::Share(CameraStream& stream, std::shared_ptr<VmLink> link, const PolicyRule& rule)
+    : m_stream(stream), m_link(std::move(link)), m_rule(rule) {}
+
+Share::~Share() {
+  stop();
+}
+
+void Share::announce() {
+  if (!m_link->ready()) return;
+  m_link->send({announcedRecord(m_link->dataType(), camera(), m_stream.planFor(request()))});
+}
+
+void Share::withdraw(const std::string& why) {
+  stop();
+  if (m_link->ready()) m_link->send({goneRecord(m_link->dataType(), camera().number, why)});
+}
+
+void Share::setRule(const PolicyRule& rule) {
+  if (rule == m_rule) return;
+  m_rule = rule;
+  m_rateControl.reset();
+  if (m_started) m_stream.refresh();
+}
+
+void Share::start() {
+  if (m_started) return;
+  m_started = true;
+  m_counters->needsKey = true;
+  m_rateControl.reset();
+  m_stream.add(*this);
+  m_stream.requestKeyFrame();
+}
+
+void Share::stop() {
+  if (!m_started) return;
+  m_started = false;
+  m_stream.remove(*this);
+}
+
+void Share::requestKeyFrame() {
+  if (m_started) m_stream.requestKeyFrame();
+}
+
+void Share::onStatistics(const CameraStatistics& statistics) {
+  if (!m_started || !m_rule.followVm) return;
+  const double before = m_rateControl.limit();
+  m_rateControl.update(statistics, m_counters->offered, steadyMicroseconds());
+  if (m_rateControl.limit() == before) return;
+  logDebug("camera '", camera().info.id, "': rate limit now ", m_rateControl.limit(),
+           " per second");
+  m_stream.refresh();
+}
+
+std::int64_t Share::interval() const {
+  const std::int64_t wanted = std::int64_t{m_rule.intervalMs} * 1000;
+  return m_rule.followVm ? std::max(wanted, m_rateControl.interval()) : wanted;
+}
+
+CaptureRequest Share::request() const {
+  return {m_rule, interval()};
+}
+
+void Share::onFrame(const CapturedFrame& frame) {
+  const bool mayBeLeftOut = frame.encoding == kEncodingMjpg;
+  if (mayBeLeftOut && !m_pacer.due(static_cast<std::int64_t>(frame.time), interval())) return;
+  if (m_counters->needsKey && !frame.key) return m_stream.requestKeyFrame();
+  m_counters->needsKey = false;
+  ++m_counters->offered;
+  m_link->send({frameRecord(m_link->dataType(), camera().number, frame), true,
+                [counters = m_counters](ipc::Message& message) {
+                  setSequence(message, static_cast<std::uint32_t>(++counters->frames));
+                  counters->bytes += message.bytes().size();
+                },
+                [counters = m_counters] {
+                  ++counters->dropped;
+                  counters->needsKey = true;
+                }});
+}
+
+}  // namespace lumsar::service

@@ -1,0 +1,67 @@
+// Share: one camera shared with one VM over one link. Announced when made, it streams between the
+// VM's Start and Stop, and says Gone when it ends. Owned by Host; bound to the io_context's thread.
+#ifndef LUMSAR_PEERS_SERVICE_SHARE_H
+#define LUMSAR_PEERS_SERVICE_SHARE_H
+
+#include <memory>
+
+#include "lumsar/camera_data.h"
+#include "service/camera_stream.h"
+#include "service/pacer.h"
+#include "service/rate_control.h"
+#include "service/vm_link.h"
+
+namespace lumsar::service {
+
+class Share : private FrameReader {
+ public:
+  struct Counters {
+    std::uint64_t offered = 0;  // frames meant for this VM
+    std::uint64_t frames = 0;   // that left
+    std::uint64_t bytes = 0;
+    std::uint64_t dropped = 0;  // because the link was too slow
+  };
+
+  Share(CameraStream& stream, std::shared_ptr<VmLink> link, const PolicyRule& rule);
+  ~Share() override;
+  Share(const Share&) = delete;
+  Share& operator=(const Share&) = delete;
+
+  void announce();
+  void withdraw(const std::string& why);
+  void setRule(const PolicyRule& rule);
+
+  // What the VM says.
+  void start();
+  void stop();
+  void requestKeyFrame();
+  void onStatistics(const CameraStatistics& statistics);
+
+  bool started() const { return m_started; }
+  const Camera& camera() const { return m_stream.camera(); }
+  const std::shared_ptr<VmLink>& link() const { return m_link; }
+  const Counters& counters() const { return *m_counters; }
+  double rateLimit() const { return m_rateControl.limit(); }
+
+ private:
+  CaptureRequest request() const override;
+  void onFrame(const CapturedFrame& frame) override;
+  std::int64_t interval() const;
+
+  CameraStream& m_stream;
+  const std::shared_ptr<VmLink> m_link;
+  PolicyRule m_rule;
+  Pacer m_pacer;
+  RateControl m_rateControl;
+  bool m_started = false;
+  // Shared with frames that wait in the link's queue. A lost H.264 frame spoils those after it, so
+  // the next to be sent is a key frame.
+  struct Shared : Counters {
+    bool needsKey = true;
+  };
+  std::shared_ptr<Shared> m_counters = std::make_shared<Shared>();
+};
+
+}  // namespace lumsar::service
+
+#endif

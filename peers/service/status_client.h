@@ -1,0 +1,15 @@
+// lumsar-camera-service --status: asks the running service what it does. Main thread.
+#ifndef LUMSAR_PEERS_SERVICE_STATUS_CLIENT_H
+#define LUMSAR_PEERS_SERVICE_STATUS_CLIENT_H
+
+#include <string>
+
+namespace lumsar::service {
+
+// The status of the service on `channel`, for people or as JSON. Throws std::runtime_error with a
+// text for the user.
+std::string askStatus(const std::string& channel, bool json);
+
+}  // namespace lumsar::service
+
+#endif

@@ -1,0 +1,141 @@
+// The program lumsar-camera-service: exit codes, status, start and stop. It is a process of its
+// own.
+#include <sys/resource.h>
+
+#include "raw_peer.h"
+#include "service/json.h"
+#include "test_host.h"
+
+namespace lumsar::test {
+namespace {
+
+class CommandLineTest : public ServiceTest {
+ protected:
+  struct Outcome {
+    int code = 0;
+    std::string output;
+  };
+  Outcome run(std::vector<std::string> arguments) {
+    const std::string file = dir / ("output" + std::to_string(++m_runs));
+    arguments.insert(arguments.begin(), CAMERA_SERVICE);
+    Child child(arguments, file);
+    const int code = child.wait();
+    return {code, readFile(file)};
+  }
+
+ private:
+  int m_runs = 0;
+};
+
+TEST_F(CommandLineTest, HelpAndVersion) {
+  const Outcome help = run({"--help"});
+  EXPECT_EQ(help.code, 0);
+  EXPECT_NE(help.output.find("--camera"), std::string::npos);
+  EXPECT_EQ(run({"--version"}).output, "lumsar-camera-service " LUMSAR_VERSION "\n");
+}
+
+TEST_F(CommandLineTest, WrongUsageIsExitCode2) {
+  const Outcome outcome = run({"--camera", "webcam"});
+  EXPECT_EQ(outcome.code, 2);
+  EXPECT_NE(outcome.output.find("--help"), std::string::npos);
+  EXPECT_EQ(run({"--nonsense"}).code, 2);
+  EXPECT_EQ(run({"extra"}).code, 2);
+}
+
+TEST_F(CommandLineTest, WithoutRuntimeDirectoryItSaysWhatToDo) {
+  ::unsetenv("XDG_RUNTIME_DIR");
+  if (std::filesystem::exists("/run/user/" + std::to_string(::geteuid()))) GTEST_SKIP();
+  EXPECT_NE(run({}).output.find("set XDG_RUNTIME_DIR"), std::string::npos);
+}
+
+TEST_F(CommandLineTest, StopsCleanlyOnBothSignals) {
+  for (const int signal : {SIGTERM, SIGINT}) {
+    start({"--camera", "test:A,320x240@30"});
+    const auto host = this->host();
+    watch(*host, "test:A");
+    m_service->signal(signal);
+    EXPECT_EQ(m_service->wait(), 0) << log();
+    EXPECT_FALSE(std::filesystem::exists(channel));
+    EXPECT_TRUE(host->recorder.awaitClose());
+    m_service.reset();
+  }
+}
+
+TEST_F(CommandLineTest, ASecondServiceIsRefused) {
+  start({"--camera", "test:A"});
+  const Outcome second = run({"--channel", channel});
+  EXPECT_EQ(second.code, 1);
+  EXPECT_NE(second.output.find("already running"), std::string::npos);
+  EXPECT_TRUE(host()->awaitCamera("test:A")) << "the first goes on";
+}
+
+TEST_F(CommandLineTest, AChannelIsASocketInTheRuntimeDirectory) {
+  Child service({CAMERA_SERVICE, "--channel", "cams", "--camera", "test:A"}, dir / "log");
+  EXPECT_TRUE(service.awaitOutput("listening at " + dir / "lumsar/cams.sock"));
+  TestHost host("cams");
+  EXPECT_TRUE(host.awaitCamera("test:A"));
+  service.signal(SIGTERM);
+  EXPECT_EQ(service.wait(), 0);
+}
+
+TEST_F(CommandLineTest, StatusForPeopleAndPrograms) {
+  start({"--camera", "test:A,320x240@30"});
+  const auto host = this->host();
+  watch(*host, "test:A");
+  host->records.await(CameraDataKind::Frame, 5);
+  const Outcome people = run({"--status", "--channel", channel});
+  EXPECT_EQ(people.code, 0);
+  for (const char* part : {"test:A", "320x240", "vm-7", "watched yes", "encode"}) {
+    EXPECT_NE(people.output.find(part), std::string::npos) << people.output;
+  }
+  const Outcome program = run({"--status", "--json", "--channel", channel});
+  EXPECT_EQ(program.code, 0);
+  std::string text = program.output;
+  text.erase(text.find_last_not_of('\n') + 1);
+  const service::JsonReading json = service::readJsonObject(text);
+  ASSERT_EQ(json.error, "");
+  const QJsonObject camera = TestHost::camera(json.object, "test:A");
+  EXPECT_TRUE(camera.value("running").toBool());
+  EXPECT_GE(camera.value("frames").toInt(), 5);
+  EXPECT_GT(camera.value("bytes").toInt(), 0);
+  EXPECT_GT(camera.value("encodeMicroseconds").toInt(), 0);
+  bool found = false;
+  for (const QJsonValue& value : json.object.value("hosts").toArray()) {
+    if (value.toObject().value("vmId").toString() != "vm-7") continue;
+    const QJsonObject share = value.toObject().value("shares").toArray().at(0).toObject();
+    EXPECT_EQ(share.value("camera").toString(), "test:A");
+    EXPECT_EQ(share.value("link").toString(), "host");
+    EXPECT_TRUE(share.value("started").toBool());
+    EXPECT_GE(share.value("frames").toInt(), 5);
+    EXPECT_EQ(share.value("dropped").toInt(), 0);
+    found = true;
+  }
+  EXPECT_TRUE(found);
+}
+
+TEST_F(CommandLineTest, StatusWithoutServiceIsExitCode1) {
+  const Outcome outcome = run({"--status", "--channel", channel});
+  EXPECT_EQ(outcome.code, 1);
+  EXPECT_NE(outcome.output.find("not running"), std::string::npos);
+}
+
+TEST_F(CommandLineTest, StrangersDoNotDisturbIt) {
+  start({"--camera", "test:A,320x240@30"});
+  const auto host = this->host();
+  watch(*host, "test:A");
+  const RawPeer garbage = RawPeer::connect(channel);
+  garbage.write(Bytes(5000, 'g'));
+  EXPECT_TRUE(garbage.atEnd());
+  const RawPeer silent = RawPeer::connect(channel);
+  const RawPeer half = RawPeer::connect(channel);
+  half.write(message(IPC_MSG_INTRODUCTION, "half"));
+  Bytes begun = message(IPC_MSG_DATA, "payload");
+  begun.pop_back();
+  half.write(begun);
+  const std::size_t frames = host->records.count(CameraDataKind::Frame);
+  host->records.await(CameraDataKind::Frame, frames + 5);
+  EXPECT_TRUE(m_service->awaitOutput("begin no message"));
+}
+
+}  // namespace
+}  // namespace lumsar::test

@@ -1,0 +1,122 @@
+// The whole service: pictures and movies as cameras, plugged and unplugged in a watched folder.
+#include "test_host.h"
+
+namespace lumsar::test {
+namespace {
+
+class FilesTest : public ServiceTest {
+ protected:
+  FilesTest() { std::filesystem::create_directory(folder); }
+  std::string folder = dir / "cameras";
+};
+
+TEST_F(FilesTest, APictureIsACamera) {
+  makePicture(dir / "still.jpg", 320, 200);
+  start({"--camera", "file:" + (dir / "still.jpg")});
+  const auto host = this->host();
+  watch(*host, "file:still.jpg");
+  EXPECT_TRUE(host->records.awaitFrameOf({320, 200}));
+  EXPECT_EQ(TestHost::camera(host->list(), "file:still.jpg").value("name").toString(), "still");
+}
+
+TEST_F(FilesTest, AMovieIsACamera) {
+  makeMovie(dir / "m.avi", 160, 120, 6);
+  start({"--camera", "file:" + (dir / "m.avi")});
+  const auto host = this->host();
+  watch(*host, "file:m.avi");
+  host->records.await(CameraDataKind::Frame, 15);
+}
+
+TEST_F(FilesTest, FilesOfOneNameAreTwoCameras) {
+  makePicture(dir / "p.jpg", 64, 64);
+  makePicture(folder + "/p.jpg", 64, 64);
+  start({"--camera", "file:" + (dir / "p.jpg"), "--camera", "file:" + folder + "/p.jpg"});
+  const auto host = this->host();
+  EXPECT_TRUE(host->awaitCamera("file:p.jpg"));
+  EXPECT_TRUE(host->awaitCamera("file:" + folder + "/p.jpg"));
+}
+
+TEST_F(FilesTest, PluggedAndUnplugged) {
+  start({"--watch", folder});
+  const auto host = this->host();
+  EXPECT_TRUE(host->list().value("cameras").toArray().isEmpty());
+  makePicture(folder + "/a.jpg", 320, 240);
+  const QJsonObject added = host->awaitChange("added");
+  EXPECT_EQ(added.value("camera").toString(), "file:a.jpg");
+  EXPECT_EQ(added.value("name").toString(), "a");
+  watch(*host, "file:a.jpg");
+  std::filesystem::remove(folder + "/a.jpg");
+  EXPECT_EQ(host->awaitChange("removed").value("camera").toString(), "file:a.jpg");
+  EXPECT_EQ(host->records.await(CameraDataKind::Gone).text, "unplugged");
+  EXPECT_FALSE(TestHost::camera(host->status(), "file:a.jpg").value("running").toBool());
+}
+
+TEST_F(FilesTest, PluggedAgainItIsSharedAgain) {
+  makePicture(folder + "/a.jpg", 320, 240);
+  start({"--watch", folder});
+  const auto host = this->host();
+  const std::uint32_t number = watch(*host, "file:a.jpg");
+  std::filesystem::rename(folder + "/a.jpg", dir / "a.jpg");
+  host->records.await(CameraDataKind::Gone);
+  EXPECT_FALSE(TestHost::camera(host->list(), "file:a.jpg").value("present").toBool(true));
+  std::filesystem::rename(dir / "a.jpg", folder + "/a.jpg");
+  const Record again = host->records.await(CameraDataKind::Announced, 2);
+  EXPECT_EQ(again.camera, number);
+  EXPECT_TRUE(host->changes().back().value("reason").toString().contains("again"));
+  const std::size_t frames = host->records.count(CameraDataKind::Frame);
+  host->fromVm(CameraDataKind::Start, again.camera);
+  host->records.await(CameraDataKind::Frame, frames + 2);
+}
+
+TEST_F(FilesTest, TakenBackWhileUnpluggedItStaysTakenBack) {
+  makePicture(folder + "/a.jpg", 320, 240);
+  start({"--watch", folder});
+  const auto host = this->host();
+  ASSERT_TRUE(host->awaitCamera("file:a.jpg"));
+  host->share("file:a.jpg");
+  host->records.await(CameraDataKind::Announced);
+  std::filesystem::rename(folder + "/a.jpg", dir / "a.jpg");
+  host->records.await(CameraDataKind::Gone);
+  host->share("file:a.jpg");
+  EXPECT_TRUE(host->awaitChange("refused").value("reason").toString().contains("unplugged"));
+  host->unshare("file:a.jpg");
+  std::filesystem::rename(dir / "a.jpg", folder + "/a.jpg");
+  host->awaitChange("added");
+  EXPECT_TRUE(TestHost::camera(host->list(), "file:a.jpg").value("sharedWith").toArray().isEmpty());
+}
+
+TEST_F(FilesTest, WithAllSharedANewCameraIsSharedToo) {
+  start({"--watch", folder});
+  const auto host = this->host();
+  host->command(IPC_MSG_REDIRECT_ALL, {{"sessionId", 1}});
+  makePicture(folder + "/a.jpg", 64, 64);
+  EXPECT_EQ(host->records.await(CameraDataKind::Announced).id, "file:a.jpg");
+}
+
+TEST_F(FilesTest, AFileThatIsNoPictureIsSaidAndTheOthersGoOn) {
+  start({"--watch", folder});
+  const auto host = this->host();
+  std::ofstream(folder + "/bad.jpg") << "this is no picture";
+  const QJsonObject refused = host->awaitChange("refused");
+  EXPECT_EQ(refused.value("camera").toString(), "file:bad.jpg");
+  EXPECT_TRUE(refused.value("reason").toString().contains("no picture"));
+  makePicture(folder + "/good.jpg", 64, 64);
+  EXPECT_TRUE(host->awaitCamera("file:good.jpg"));
+  EXPECT_TRUE(TestHost::camera(host->list(), "file:bad.jpg").isEmpty());
+}
+
+TEST_F(FilesTest, APictureWrittenAnewIsTheSameCamera) {
+  makePicture(folder + "/a.jpg", 320, 240);
+  start({"--watch", folder});
+  const auto host = this->host();
+  const std::uint32_t number = watch(*host, "file:a.jpg");
+  makePicture(folder + "/a.jpg", 160, 120);
+  const Record again = host->records.await(CameraDataKind::Announced, 2);
+  EXPECT_EQ(again.camera, number);
+  EXPECT_EQ(again.announced.width, 160);
+  host->fromVm(CameraDataKind::Start, number);
+  EXPECT_TRUE(host->records.awaitFrameOf({160, 120}));
+}
+
+}  // namespace
+}  // namespace lumsar::test
