@@ -1,0 +1,45 @@
+// Gallery: all outputs, and the cameras that are gone but whose sinks still finish.
+// Owned by Program, used by every CameraTable. Bound to the channel's thread.
+#ifndef LUMSAR_VM_GALLERY_H
+#define LUMSAR_VM_GALLERY_H
+
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "camera.h"
+
+namespace lumsar::vm {
+
+class Gallery {
+ public:
+  // `changed` is called from any thread when a sink begins or ceases to want pictures.
+  Gallery(std::vector<std::unique_ptr<Output>> outputs, std::function<void()> changed);
+
+  std::unique_ptr<Camera> open(CameraInfo info, Camera::Ask ask);
+  void retire(std::unique_ptr<Camera> camera, bool tellService);
+  // Lets go of sinks that have finished.
+  void update();
+  // Waits for all sinks. Returns with everything written.
+  void finish();
+
+  // Of the cameras that are gone, oldest first; only the last ones are kept.
+  std::vector<CameraStatus> gone() const;
+
+ private:
+  void remember(const Camera& camera);
+
+  std::vector<std::unique_ptr<Output>> m_outputs;
+  std::function<void()> m_changed;
+  std::vector<std::unique_ptr<Camera>> m_retired;
+  std::deque<CameraStatus> m_gone;
+  std::map<std::string, int> m_labels;  // how often each was given away
+  int m_lastHandle = 0;
+};
+
+}  // namespace lumsar::vm
+
+#endif
