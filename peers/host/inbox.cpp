@@ -1,0 +1,74 @@
+#include "inbox.h"
+
+#include <asio/post.hpp>
+
+namespace lumsar::host {
+
+void Inbox::listen(Transport::Listener* listener) {
+  m_listener = listener;
+  const std::lock_guard lock(m_mutex);
+  m_ended = listener == nullptr;
+  if (m_ended) {
+    m_events.clear();
+    m_bytes = 0;
+  }
+  m_emptied.notify_all();
+}
+
+void Inbox::received(std::span<const unsigned char> bytes) {
+  std::unique_lock lock(m_mutex);
+  m_emptied.wait(lock, [this] { return m_bytes < kMaxBytes || m_ended; });
+  if (m_ended) return;
+  if (m_events.empty() || m_events.back().kind != Kind::Received) {
+    m_events.push_back({Kind::Received, {}, {}});
+  }
+  auto& waiting = m_events.back().bytes;
+  waiting.insert(waiting.end(), bytes.begin(), bytes.end());
+  m_bytes += bytes.size();
+  deliverLater();
+}
+
+void Inbox::put(Event event) {
+  const std::lock_guard lock(m_mutex);
+  if (m_ended) return;
+  m_events.push_back(std::move(event));
+  deliverLater();
+}
+
+void Inbox::deliverLater() {
+  if (m_deliveryPosted) return;
+  m_deliveryPosted = true;
+  asio::post(m_loop, [self = shared_from_this()] { self->deliver(); });
+}
+
+void Inbox::deliver() {
+  std::deque<Event> events;
+  {
+    const std::lock_guard lock(m_mutex);
+    events.swap(m_events);
+    m_bytes = 0;
+    m_deliveryPosted = false;
+  }
+  m_emptied.notify_all();
+  for (const Event& event : events) {
+    if (m_listener == nullptr) return;
+    tell(*m_listener, event);
+  }
+}
+
+void Inbox::tell(Transport::Listener& listener, const Event& event) {
+  switch (event.kind) {
+    case Kind::Opened:
+      return listener.channelOpened();
+    case Kind::Received:
+      return listener.channelReceived(event.bytes);
+    case Kind::Closed:
+      return listener.channelClosed(event.why);
+    case Kind::Trouble:
+      return listener.channelTrouble(event.why);
+    case Kind::Refused:
+      return listener.channelRefused(event.why);
+  }
+}
+
+}  // namespace lumsar::host

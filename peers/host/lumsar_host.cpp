@@ -1,0 +1,17 @@
+// lumsar-host: a host whose channel to the VM is a plain socket, as a SPICE or an RDP host.
+#include "host_app.h"
+#include "socket_transport.h"
+
+int main(int argc, char** argv) {
+  using namespace lumsar::host;
+  const ProgramText text{
+      .name = "lumsar-host",
+      .synopsis = "[OPTION...] --vm unix:PATH|tcp:HOST:PORT",
+      .addressHelp = "  --vm ADDRESS         where lumsar-vm listens: unix:PATH or tcp:HOST:PORT\n",
+      .choosesKind = true,
+  };
+  return runHostProgram(argc, argv, text, Kind::Spice,
+                        [](asio::io_context& loop, SendQueue& queue, const Options& options) {
+                          return std::make_unique<SocketTransport>(loop, queue, options.vm);
+                        });
+}

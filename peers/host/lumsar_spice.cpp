@@ -1,0 +1,60 @@
+// lumsar-spice: a headless SPICE client that has nothing but the camera channel.
+#include <cstdlib>
+#include <fstream>
+#include <stdexcept>
+
+#include "host_app.h"
+#include "spice_transport.h"
+
+namespace {
+
+using lumsar::host::Options;
+
+std::string own(const Options& options, const char* name) {
+  const auto found = options.own.find(name);
+  return found == options.own.end() ? std::string() : found->second;
+}
+
+// From a file or the environment, never from the command line, which everybody can read.
+std::string ticket(const Options& options) {
+  const std::string file = own(options, "ticket-file");
+  if (file.empty()) {
+    const char* given = std::getenv("LUMSAR_TICKET");
+    return given != nullptr ? given : "";
+  }
+  std::ifstream stream(file);
+  std::string line;
+  if (!std::getline(stream, line)) throw std::runtime_error("cannot read a ticket from " + file);
+  return line;
+}
+
+lumsar::host::SpiceAddress address(const Options& options) {
+  lumsar::host::SpiceAddress address;
+  address.uri = options.vm;
+  if (!address.uri.starts_with("spice://") && !address.uri.starts_with("spice+")) {
+    throw lumsar::host::UsageError("\"" + address.uri +
+                                   "\" is no address: use spice://HOST:PORT or spice+unix:///PATH");
+  }
+  if (const std::string port = own(options, "port"); !port.empty()) address.port = port;
+  address.ticket = ticket(options);
+  address.caFile = own(options, "ca-file");
+  return address;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  using namespace lumsar::host;
+  const ProgramText text{
+      .name = "lumsar-spice",
+      .synopsis = "[OPTION...] spice://HOST:PORT|spice+unix:///PATH",
+      .addressHelp = "",
+      .own = {{"port", "NAME", "the port channel's name (default org.lumsar.camera.0)"},
+              {"ticket-file", "FILE", "the server's ticket (default: $LUMSAR_TICKET, if set)"},
+              {"ca-file", "FILE", "certificates to trust for TLS, in PEM"}},
+  };
+  return runHostProgram(argc, argv, text, Kind::Spice,
+                        [](asio::io_context& loop, SendQueue& queue, const Options& options) {
+                          return std::make_unique<SpiceTransport>(loop, queue, address(options));
+                        });
+}

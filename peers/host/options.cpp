@@ -1,0 +1,203 @@
+#include "options.h"
+
+#include <getopt.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "commands.h"
+
+namespace lumsar::host {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+enum Option : int {
+  kKind = 256,
+  kVm,
+  kVmId,
+  kChannel,
+  kConfig,
+  kPlugin,
+  kIpcLibrary,
+  kExec,
+  kFor,
+  kWait,
+  kJson,
+  kVerbose,
+  kVersion,
+  kHelp,
+};
+
+constexpr option kSharedOptions[] = {
+    {"kind", required_argument, nullptr, kKind},
+    {"vm", required_argument, nullptr, kVm},
+    {"vm-id", required_argument, nullptr, kVmId},
+    {"channel", required_argument, nullptr, kChannel},
+    {"config", required_argument, nullptr, kConfig},
+    {"plugin", required_argument, nullptr, kPlugin},
+    {"ipc-library", required_argument, nullptr, kIpcLibrary},
+    {"exec", required_argument, nullptr, kExec},
+    {"for", required_argument, nullptr, kFor},
+    {"wait", required_argument, nullptr, kWait},
+    {"json", no_argument, nullptr, kJson},
+    {"verbose", no_argument, nullptr, kVerbose},
+    {"version", no_argument, nullptr, kVersion},
+    {"help", no_argument, nullptr, kHelp},
+};
+
+// The shared options, then the program's own, numbered from kFirstOwn.
+constexpr int kFirstOwn = 1000;
+
+std::vector<option> allOptions(const ProgramText& text) {
+  std::vector<option> all(std::begin(kSharedOptions), std::end(kSharedOptions));
+  int number = kFirstOwn;
+  for (const OwnOption& own : text.own) {
+    all.push_back(
+        {own.name, own.argument != nullptr ? required_argument : no_argument, nullptr, number++});
+  }
+  all.push_back({nullptr, 0, nullptr, 0});
+  return all;
+}
+
+void printHelp(const ProgramText& text) {
+  std::printf("Usage: %s %s\n\n", text.name, text.synopsis);
+  std::printf("Shares the cameras of this machine with a VM, through the plug-in.\n\n%s",
+              text.addressHelp);
+  if (text.choosesKind) {
+    std::printf("  --kind spice|rdp     which kind of host to be (default spice)\n");
+  }
+  for (const OwnOption& own : text.own) {
+    const std::string left = std::string("--") + own.name +
+                             (own.argument != nullptr ? std::string(" ") + own.argument : "");
+    std::printf("  %-20s %s\n", left.c_str(), own.help);
+  }
+  std::printf(
+      "  --vm-id ID           name of the VM for the camera service (default vm-1)\n"
+      "  --channel NAME       the camera service's channel (default lumsar; SPICE only)\n"
+      "  --config FILE        configuration for the plug-in, JSON (SPICE only)\n"
+      "  --plugin PATH        the plug-in (default: beside this program or in ../lib)\n"
+      "  --ipc-library PATH   libvdi_ipc.so (default: beside the plug-in)\n"
+      "  --exec COMMAND       carry out COMMAND once the VM has answered; repeatable\n"
+      "  --for TIME           stop TIME after the commands, such as 10s or 500ms\n"
+      "  --wait TIME          how long to wait for the VM's answer (default 30s)\n"
+      "  --json               print one JSON object at the end, and the rest on stderr\n"
+      "  --verbose            show the plug-in's log\n"
+      "  --version, --help\n\n"
+      "Without --exec and --for it reads commands:\n%s\n"
+      "Exit codes: 0 success, 1 a command or a connection failed, 2 wrong usage.\n",
+      Commands::help().c_str());
+}
+
+std::optional<std::chrono::milliseconds> parseTime(const char* text) {
+  char* unit = nullptr;
+  const double value = std::strtod(text, &unit);
+  const std::string_view suffix(unit);
+  if (unit == text || value < 0 || value > 1e7) return std::nullopt;
+  if (suffix == "ms") return std::chrono::milliseconds(static_cast<long>(value));
+  if (suffix.empty() || suffix == "s") {
+    return std::chrono::milliseconds(static_cast<long>(value * 1000));
+  }
+  return std::nullopt;
+}
+
+fs::path programDirectory() {
+  std::error_code ignored;
+  return fs::read_symlink("/proc/self/exe", ignored).parent_path();
+}
+
+int mistake(const ProgramText& text, const std::string& what) {
+  std::fprintf(stderr, "%s: %s. See %s --help.\n", text.name, what.c_str(), text.name);
+  return 2;
+}
+
+}  // namespace
+
+std::string findLibrary(const char* name, const fs::path& directory) {
+  std::error_code ignored;
+  for (const char* place : {".", "..", "../lib", "../lumsar", "../lib/lumsar"}) {
+    const fs::path path = directory / place / name;
+    if (fs::exists(path, ignored)) return fs::canonical(path, ignored).string();
+  }
+  return name;
+}
+
+std::optional<int> parseOptions(int argc, char** argv, const ProgramText& text, Options& options) {
+  const std::vector<option> all = allOptions(text);
+  int chosen = 0;
+  while ((chosen = getopt_long(argc, argv, "h", all.data(), nullptr)) != -1) {
+    if (chosen >= kFirstOwn) {
+      const OwnOption& own = text.own[static_cast<std::size_t>(chosen - kFirstOwn)];
+      options.own[own.name] = optarg != nullptr ? optarg : "";
+      continue;
+    }
+    switch (chosen) {
+      case kKind:
+        if (!text.choosesKind) return mistake(text, "this program has no --kind");
+        if (std::string_view(optarg) != "spice" && std::string_view(optarg) != "rdp") {
+          return mistake(text, "--kind is spice or rdp, not \"" + std::string(optarg) + "\"");
+        }
+        options.driver.kind = std::string_view(optarg) == "rdp" ? Kind::Rdp : Kind::Spice;
+        break;
+      case kVm:
+        options.vm = optarg;
+        break;
+      case kVmId:
+        options.driver.vmId = optarg;
+        break;
+      case kChannel:
+        options.driver.channel = optarg;
+        break;
+      case kConfig:
+        options.driver.configFile = optarg;
+        break;
+      case kPlugin:
+        options.plugin = optarg;
+        break;
+      case kIpcLibrary:
+        options.driver.ipcLibrary = optarg;
+        break;
+      case kExec:
+        options.commands.emplace_back(optarg);
+        break;
+      case kFor:
+        options.runFor = parseTime(optarg);
+        if (!options.runFor) return mistake(text, "--for needs a time such as 10s");
+        break;
+      case kWait: {
+        const auto time = parseTime(optarg);
+        if (!time) return mistake(text, "--wait needs a time such as 30s");
+        options.waitFor = *time;
+        break;
+      }
+      case kJson:
+        options.json = true;
+        break;
+      case kVerbose:
+        options.verbose = true;
+        break;
+      case kVersion:
+        std::printf("%s %s\n", text.name, LUMSAR_VERSION);
+        return 0;
+      case kHelp:
+      case 'h':
+        printHelp(text);
+        return 0;
+      default:
+        return 2;  // getopt has said why
+    }
+  }
+  if (optind < argc && options.vm.empty()) options.vm = argv[optind++];
+  if (optind < argc) return mistake(text, std::string("unexpected \"") + argv[optind] + "\"");
+  if (options.vm.empty()) return mistake(text, "the VM's address is missing");
+  const fs::path here = programDirectory();
+  if (options.plugin.empty()) options.plugin = findLibrary("liblumsar.so.1", here);
+  if (options.driver.ipcLibrary.empty()) {
+    options.driver.ipcLibrary = findLibrary("libvdi_ipc.so", here);
+  }
+  return std::nullopt;
+}
+
+}  // namespace lumsar::host

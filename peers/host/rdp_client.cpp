@@ -1,0 +1,222 @@
+#include "rdp_client.h"
+
+#include <freerdp/channels/channels.h>
+#include <freerdp/client/channels.h>
+#include <freerdp/error.h>
+#include <freerdp/gdi/gdi.h>
+#include <winpr/synch.h>
+
+#include <array>
+#include <stdexcept>
+
+#include "socket_cut.h"
+
+namespace lumsar::host {
+
+namespace {
+
+// The smallest desktop that servers like; nobody looks at it.
+constexpr UINT32 kWidth = 640;
+constexpr UINT32 kHeight = 480;
+// A server may stall this long while bytes wait for it.
+constexpr UINT32 kStallMs = 30000;
+
+void assign(char*& setting, const std::string& value) {
+  std::free(setting);
+  setting = value.empty() ? nullptr : strdup(value.c_str());
+}
+
+BOOL enterChannel(PCHANNEL_ENTRY_POINTS_EX points, PVOID initHandle) {
+  const auto& entry = *reinterpret_cast<CHANNEL_ENTRY_POINTS_FREERDP_EX*>(points);
+  return static_cast<RdpChannel*>(entry.pExtendedData)->enter(entry, initHandle) ? TRUE : FALSE;
+}
+
+BOOL paintNothing(rdpContext* /*context*/) {
+  return TRUE;
+}
+
+bool isPermanent(UINT32 error) {
+  switch (error) {
+    case FREERDP_ERROR_AUTHENTICATION_FAILED:
+    case FREERDP_ERROR_CONNECT_LOGON_FAILURE:
+    case FREERDP_ERROR_CONNECT_WRONG_PASSWORD:
+    case FREERDP_ERROR_CONNECT_ACCESS_DENIED:
+    case FREERDP_ERROR_CONNECT_ACCOUNT_DISABLED:
+    case FREERDP_ERROR_CONNECT_ACCOUNT_EXPIRED:
+    case FREERDP_ERROR_CONNECT_ACCOUNT_LOCKED_OUT:
+    case FREERDP_ERROR_CONNECT_ACCOUNT_RESTRICTION:
+    case FREERDP_ERROR_CONNECT_PASSWORD_EXPIRED:
+    case FREERDP_ERROR_CONNECT_PASSWORD_CERTAINLY_EXPIRED:
+    case FREERDP_ERROR_CONNECT_PASSWORD_MUST_CHANGE:
+    case FREERDP_ERROR_INSUFFICIENT_PRIVILEGES:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+struct RdpClient::Context {
+  rdpContext base;
+  RdpClient* client;
+};
+
+RdpClient::RdpClient(const RdpTarget& target, RdpChannel& channel)
+    : m_target(target), m_channel(channel), m_instance(freerdp_new()) {
+  if (m_instance == nullptr) throw std::bad_alloc();
+  m_instance->ContextSize = sizeof(Context);
+  if (freerdp_context_new(m_instance) == FALSE) {
+    freerdp_free(m_instance);
+    throw std::runtime_error("the RDP library cannot start; is HOME set?");
+  }
+  reinterpret_cast<Context*>(m_instance->context)->client = this;
+  m_instance->PreConnect = preConnect;
+  m_instance->PostConnect = postConnect;
+  m_instance->PostDisconnect = postDisconnect;
+  m_instance->VerifyCertificateEx = verifyCertificate;
+  configure();
+}
+
+RdpClient::~RdpClient() {
+  freerdp_context_free(m_instance);
+  freerdp_free(m_instance);
+}
+
+RdpClient& RdpClient::of(freerdp* instance) {
+  return *reinterpret_cast<Context*>(instance->context)->client;
+}
+
+void RdpClient::configure() {
+  rdpSettings& settings = *m_instance->settings;
+  assign(settings.ServerHostname, m_target.host);
+  settings.ServerPort = m_target.port;
+  assign(settings.CertificateName, m_target.serverName);
+  assign(settings.Username, m_target.user);
+  assign(settings.Domain, m_target.domain);
+  assign(settings.Password, m_target.password);
+  // Own and empty: what other programs have once been told to trust is not ours to trust.
+  assign(settings.ConfigPath, m_target.stateDirectory);
+  settings.TlsSecurity = TRUE;
+  settings.NlaSecurity = !m_target.user.empty();
+  settings.RdpSecurity = FALSE;
+  settings.IgnoreCertificate = m_target.ignoreCertificate;
+  if (!m_target.acceptedFingerprint.empty()) {
+    assign(settings.CertificateAcceptedFingerprints, "sha256:" + m_target.acceptedFingerprint);
+  }
+  settings.AutoLogonEnabled = !m_target.password.empty();
+  settings.DesktopWidth = kWidth;
+  settings.DesktopHeight = kHeight;
+  settings.ColorDepth = 16;
+  settings.SoftwareGdi = TRUE;
+  settings.DeviceRedirection = FALSE;
+  settings.SupportDynamicChannels = FALSE;
+  settings.NetworkAutoDetect = FALSE;
+  settings.AutoReconnectionEnabled = FALSE;
+  settings.TcpAckTimeout = kStallMs;
+}
+
+BOOL RdpClient::preConnect(freerdp* instance) {
+  RdpClient& client = of(instance);
+  return freerdp_channels_client_load_ex(instance->context->channels, instance->settings,
+                                         enterChannel, &client.m_channel) == 0
+             ? TRUE
+             : FALSE;
+}
+
+BOOL RdpClient::postConnect(freerdp* instance) {
+  if (gdi_init(instance, PIXEL_FORMAT_RGB16) == FALSE) return FALSE;
+  rdpUpdate* update = instance->update;
+  update->BeginPaint = paintNothing;
+  update->EndPaint = paintNothing;
+  return TRUE;
+}
+
+void RdpClient::postDisconnect(freerdp* instance) {
+  gdi_free(instance);
+}
+
+// Called only for a certificate that is neither vouched for nor named by the user.
+DWORD RdpClient::verifyCertificate(freerdp* instance, const char* host, UINT16 /*port*/,
+                                   const char* commonName, const char* /*subject*/,
+                                   const char* issuer, const char* fingerprint, DWORD flags) {
+  std::string& why = of(instance).m_refusedCertificate;
+  why = "the server's certificate is not trusted: it was issued by \"" + std::string(issuer) + "\"";
+  if ((flags & VERIFY_CERT_FLAG_MISMATCH) != 0) {
+    why += " for \"" + std::string(commonName != nullptr ? commonName : "") + "\", not for \"" +
+           host + "\"";
+  }
+  why += ". If that is your server, add --accept-certificate " + std::string(fingerprint);
+  return 0;
+}
+
+RdpClient::Outcome RdpClient::run() noexcept {
+  m_wasConnected = freerdp_connect(m_instance) == TRUE;
+  m_connecting = false;
+  if (m_wasConnected) {
+    rdpUpdate* update = m_instance->update;
+    if (update->SuppressOutput != nullptr) update->SuppressOutput(m_instance->context, 0, nullptr);
+    stayConnected();
+  }
+  const Outcome result = outcome();
+  freerdp_disconnect(m_instance);
+  return result;
+}
+
+void RdpClient::stayConnected() {
+  rdpContext* context = m_instance->context;
+  while (freerdp_shall_disconnect(m_instance) == FALSE) {
+    std::array<HANDLE, MAXIMUM_WAIT_OBJECTS> events{};
+    DWORD count = freerdp_get_event_handles(context, events.data(), MAXIMUM_WAIT_OBJECTS - 1);
+    if (count == 0) return;
+    events[count++] = context->abortEvent;
+    if (WaitForMultipleObjects(count, events.data(), FALSE, INFINITE) == WAIT_FAILED) return;
+    if (freerdp_check_event_handles(context) == FALSE) return;
+  }
+}
+
+RdpClient::Outcome RdpClient::outcome() const {
+  Outcome result;
+  result.wasConnected = m_wasConnected;
+  const UINT32 error = freerdp_get_last_error(m_instance->context);
+  result.atLogOn =
+      !m_wasConnected && !m_target.user.empty() && error == FREERDP_ERROR_CONNECT_TRANSPORT_FAILED;
+  result.permanent = !m_refusedCertificate.empty() || isPermanent(error);
+  result.why = m_refusedCertificate.empty() ? lastError() : m_refusedCertificate;
+  return result;
+}
+
+std::string RdpClient::lastError() const {
+  const UINT32 error = freerdp_get_last_error(m_instance->context);
+  const std::string server = m_target.host.front() == '/'
+                                 ? m_target.host
+                                 : m_target.host + ":" + std::to_string(m_target.port);
+  if (error == FREERDP_ERROR_SUCCESS) return server + " ended the connection";
+  if (isPermanent(error)) {
+    return server + " refused " +
+           (m_target.user.empty() ? "a user without a name" : "user \"" + m_target.user + "\"") +
+           ": " + freerdp_get_last_error_string(error);
+  }
+  std::string why = server + ": " + freerdp_get_last_error_string(error);
+  if (error == FREERDP_ERROR_CONNECT_TRANSPORT_FAILED && !m_wasConnected &&
+      !m_target.user.empty()) {
+    why += " Perhaps it does not know user \"" + m_target.user +
+           "\" with this password, or allows no channels.";
+  }
+  if (error == FREERDP_ERROR_SECURITY_NEGO_CONNECT_FAILED && m_target.user.empty()) {
+    why += " It may want a user: add --credentials FILE.";
+  }
+  return why;
+}
+
+bool RdpClient::connectingSince(std::chrono::milliseconds time) const {
+  return m_connecting && std::chrono::steady_clock::now() - m_begun > time;
+}
+
+void RdpClient::end() {
+  freerdp_abort_connect(m_instance);
+  // The library would wait for the answer of a silent server for ever.
+  if (m_connecting) cutSockets(m_target.host, m_target.port);
+}
+
+}  // namespace lumsar::host

@@ -1,0 +1,127 @@
+#include "rdp_transport.h"
+
+#include <winpr/ssl.h>
+#include <winpr/wlog.h>
+
+#include <csignal>
+#include <exception>
+
+namespace lumsar::host {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kFirstPause{250};
+constexpr milliseconds kLongestPause{5000};
+// The library has a limit for TCP's answer only, not for the server's.
+constexpr std::chrono::seconds kAnswerLimit{20};
+constexpr std::chrono::seconds kWatchInterval{1};
+// How often to try a user whom the server may be refusing; more could lock the account.
+constexpr int kMaxLogOns = 3;
+
+void quietLibrary(bool verbose) {
+  wLog* root = WLog_GetRoot();
+  WLog_SetLogAppenderType(root, WLOG_APPENDER_CONSOLE);
+  // Standard output belongs to the program.
+  char stream[] = "stderr";
+  WLog_ConfigureAppender(WLog_GetLogAppender(root), "outputstream", stream);
+  WLog_SetLogLevel(root, verbose ? WLOG_WARN : WLOG_OFF);
+}
+
+}  // namespace
+
+RdpTransport::RdpTransport(asio::io_context& loop, SendQueue& queue, RdpTarget target)
+    : m_queue(queue),
+      m_target(std::move(target)),
+      m_inbox(std::make_shared<Inbox>(loop)),
+      m_watch(loop) {
+  m_target.stateDirectory = m_directory.path().string();
+  quietLibrary(m_target.verbose);
+  winpr_InitializeSSL(WINPR_SSL_INIT_DEFAULT);
+  std::signal(SIGPIPE, SIG_IGN);  // the library writes to sockets without asking for this
+}
+
+RdpTransport::~RdpTransport() {
+  stop();
+}
+
+void RdpTransport::start(Listener& listener) {
+  m_inbox->listen(&listener);
+  m_thread = std::thread([this] { run(); });
+  watch();
+}
+
+void RdpTransport::stop() {
+  if (!m_thread.joinable()) return;
+  m_watch.cancel();
+  m_inbox->listen(nullptr);
+  {
+    const std::lock_guard lock(m_mutex);
+    m_stopping = true;
+    if (m_attempt != nullptr) m_attempt->client.end();
+  }
+  m_wake.notify_all();
+  m_thread.join();
+}
+
+void RdpTransport::wake() {
+  const std::lock_guard lock(m_mutex);
+  if (m_attempt != nullptr) m_attempt->channel.pump();
+}
+
+void RdpTransport::run() {
+  milliseconds time = kFirstPause;
+  int logOns = 0;
+  while (true) {
+    const RdpClient::Outcome outcome = attempt();
+    logOns = outcome.atLogOn ? logOns + 1 : 0;
+    if (outcome.permanent || logOns == kMaxLogOns) return m_inbox->refused(outcome.why);
+    m_inbox->trouble(outcome.why);
+    if (outcome.wasConnected) time = kFirstPause;
+    if (!pause(time)) return;
+    time = std::min(time * 2, kLongestPause);
+  }
+}
+
+RdpClient::Outcome RdpTransport::attempt() {
+  RdpClient::Outcome outcome;
+  try {
+    Attempt current(m_queue, *m_inbox, m_target);
+    if (!show(&current)) return outcome;
+    outcome = current.client.run();
+    show(nullptr);
+  } catch (const std::exception& error) {
+    outcome.why = error.what();
+  }
+  return outcome;
+}
+
+// Lets the other threads see the attempt; false when it is time to stop.
+bool RdpTransport::show(Attempt* attempt) {
+  const std::lock_guard lock(m_mutex);
+  m_attempt = attempt;
+  return !m_stopping;
+}
+
+// False when it is time to stop.
+bool RdpTransport::pause(milliseconds time) {
+  std::unique_lock lock(m_mutex);
+  return !m_wake.wait_for(lock, time, [this] { return m_stopping; });
+}
+
+void RdpTransport::watch() {
+  m_watch.expires_after(kWatchInterval);
+  m_watch.async_wait([this](std::error_code error) {
+    if (error) return;
+    {
+      const std::lock_guard lock(m_mutex);
+      if (m_attempt != nullptr && m_attempt->client.connectingSince(kAnswerLimit)) {
+        m_attempt->client.end();
+      }
+    }
+    watch();
+  });
+}
+
+}  // namespace lumsar::host

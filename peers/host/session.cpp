@@ -1,0 +1,212 @@
+#include "session.h"
+
+#include <asio/post.hpp>
+#include <utility>
+
+namespace lumsar::host {
+
+namespace {
+
+constexpr std::chrono::milliseconds kFirstPause{200};
+constexpr std::chrono::milliseconds kLongestPause{5000};
+// How long the VM may say nothing on an open channel before the user is told.
+constexpr std::chrono::seconds kSilence{5};
+
+}  // namespace
+
+// Events come on the plug-in's threads, one of which may outlive the session.
+struct Session::EventGate {
+  std::mutex mutex;
+  Session* session = nullptr;
+  asio::io_context* loop = nullptr;
+};
+
+Session::Session(asio::io_context& loop, const Plugin& plugin, const DriverSetup& setup,
+                 SendQueue& queue, Transport& transport, Report& report)
+    : m_plugin(plugin),
+      m_transport(transport),
+      m_queue(queue),
+      m_report(report),
+      m_gate(std::make_shared<EventGate>()),
+      m_retry(loop),
+      m_silence(loop),
+      m_pause(kFirstPause) {
+  m_gate->session = this;
+  m_gate->loop = &loop;
+  m_driver = makeDriver(
+      plugin, setup, queue, [gate = m_gate](RedirEvent event, const char* data, int length) {
+        const std::lock_guard lock(gate->mutex);
+        if (gate->session == nullptr) return;
+        std::string copy(data != nullptr ? data : "", static_cast<std::size_t>(length));
+        asio::post(*gate->loop, [session = gate->session, event, copy = std::move(copy)] {
+          session->pluginEvent(event, copy);
+        });
+      });
+}
+
+Session::~Session() {
+  const std::lock_guard lock(m_gate->mutex);
+  m_gate->session = nullptr;
+}
+
+void Session::start() {
+  initialise();
+  m_transport.start(*this);
+}
+
+void Session::stop() {
+  m_retry.cancel();
+  m_silence.cancel();
+  // The service takes back what was shared when its connection ends.
+  if (m_state.initialised) m_driver->deInit();
+  m_state.initialised = m_state.channelOpen = m_state.greeted = false;
+  m_transport.stop();
+}
+
+void Session::initialise() {
+  const int status = m_driver->init();
+  if (status != STATUS_OK) return initialiseLater(status);
+  m_pause = kFirstPause;
+  m_state.initialised = true;
+  m_report.say("connected to the camera service");
+  if (m_state.channelOpen) m_driver->greetAgain();
+}
+
+void Session::initialiseLater(int status) {
+  // What failed while connecting has left the plug-in initialised.
+  if (status != STATUS_INIT_FAILED) m_driver->deInit();
+  m_report.say("no camera service: " + statusText(status) + "; next try in " +
+               std::to_string(m_pause.count()) + " ms");
+  m_retry.expires_after(m_pause);
+  m_pause = std::min(m_pause * 2, kLongestPause);
+  m_retry.async_wait([this](std::error_code error) {
+    if (!error) initialise();
+  });
+}
+
+void Session::recover(const std::string& why) {
+  if (!m_state.initialised) return;
+  m_report.say("camera service lost: " + why);
+  m_state.initialised = m_state.greeted = false;
+  ++m_state.recoveries;
+  m_driver->deInit();
+  m_pause = kFirstPause;
+  m_retry.expires_after(m_pause);
+  m_retry.async_wait([this](std::error_code error) {
+    if (!error) initialise();
+  });
+}
+
+void Session::channelOpened() {
+  m_report.say("channel to the VM is open");
+  m_state.channelOpen = true;
+  m_synchronised = m_saidStray = false;
+  m_trouble.clear();
+  m_driver->channelEvent(CHANNEL_EVENT_OPENED);
+  expectWord();
+}
+
+void Session::expectWord() {
+  m_silence.expires_after(kSilence);
+  m_silence.async_wait([this](std::error_code error) {
+    if (error) return;
+    m_report.say(
+        "the VM says nothing: does lumsar-vm run in it, and does the server allow the channel?");
+  });
+}
+
+void Session::channelClosed(const std::string& why) {
+  m_report.say("channel to the VM is closed: " + why);
+  m_silence.cancel();
+  m_state.channelOpen = m_state.greeted = false;
+  m_driver->channelEvent(CHANNEL_EVENT_CLOSED);
+  // Only now: what the closing itself has sent must not greet the next VM.
+  m_queue.clear();
+  m_assembler.clear();
+}
+
+void Session::channelReceived(std::span<const unsigned char> bytes) {
+  m_silence.cancel();
+  m_state.bytesFromVm += bytes.size();
+  m_assembler.append(bytes);
+  while (true) {
+    dropStrayBytes();
+    const auto message = m_assembler.next();
+    if (message.empty()) return;
+    handle(message);
+  }
+}
+
+void Session::channelTrouble(const std::string& why) {
+  if (why == m_trouble) return;
+  m_trouble = why;
+  m_report.say("no channel to the VM: " + why);
+}
+
+void Session::channelRefused(const std::string& why) {
+  m_report.say("no channel to the VM: " + why);
+  if (m_onRefused) m_onRefused();
+}
+
+// A new channel may begin with the tail of an old message, and that tail with something like a
+// header: until the VM has begun its conversation, only its beginnings count.
+bool Session::synchronise() {
+  const auto header = m_assembler.peek();
+  if (!header) return true;  // not known yet
+  m_synchronised =
+      m_synchronised || header->type == MSG_HELLO || header->type == MSG_CHANNEL_OPENED;
+  return m_synchronised;
+}
+
+void Session::dropStrayBytes() {
+  std::size_t dropped = 0;
+  while (m_assembler.fault() != MessageAssembler::Fault::None || !synchronise()) {
+    dropped += m_assembler.skipFault();
+  }
+  if (dropped == 0) return;
+  if (!std::exchange(m_saidStray, true)) {
+    m_report.say("the VM sent " + std::to_string(dropped) + " bytes that are no message; dropped");
+  }
+  m_state.strayBytes += dropped;
+}
+
+void Session::handle(std::span<unsigned char> message) {
+  const RedirMsgHeader header = readHeader(message.data());
+  if (header.type == MSG_HELLO && header.length < sizeof(HelloPayload)) {
+    m_report.say("the VM sent a HELLO without its payload; dropped");
+    return;
+  }
+  m_plugin.Handler(message.data(), static_cast<int>(message.size()));
+  if (header.type == MSG_HELLO && m_state.initialised) helloAnswered(message);
+}
+
+void Session::helloAnswered(std::span<const unsigned char> message) {
+  HelloMessage answer;
+  std::memcpy(&answer, message.data(), sizeof answer);
+  const int own = m_queue.counters().helloToken;
+  if (answer.payload.token != own) {
+    return m_report.say("the VM answered an older HELLO: token " +
+                        std::to_string(answer.payload.token) + " instead of " +
+                        std::to_string(own) + "; dropped");
+  }
+  m_report.say("VM answered, version " + std::to_string(answer.header.vmMajor) + "." +
+               std::to_string(answer.header.vmMinor));
+  m_state.greeted = true;
+  ++m_state.handshakes;
+  if (m_onGreeted) m_onGreeted();
+}
+
+void Session::pluginEvent(RedirEvent event, const std::string& data) {
+  switch (event) {
+    case REDIR_EVENT_READY:
+      return m_report.say("ready to share cameras");
+    case REDIR_EVENT_DEVICE_CHANGE:
+      ++m_state.deviceChanges;
+      return m_report.say("device change: " + data);
+    case REDIR_EVENT_IPC_CLOSED:
+      return recover("its connection closed");
+  }
+  m_report.say("unknown event " + std::to_string(static_cast<int>(event)));
+}
+
+}  // namespace lumsar::host

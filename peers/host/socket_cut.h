@@ -1,0 +1,16 @@
+// Shuts down this process's connections to one address, so that a library that waits on one of them
+// without a time limit sees its end. Called on any thread.
+#ifndef LUMSAR_HOST_SOCKET_CUT_H
+#define LUMSAR_HOST_SOCKET_CUT_H
+
+#include <cstdint>
+#include <string>
+
+namespace lumsar::host {
+
+// `host` is the absolute path of a Unix socket, or anything else for TCP connections to `port`.
+void cutSockets(const std::string& host, std::uint16_t port);
+
+}  // namespace lumsar::host
+
+#endif

@@ -1,0 +1,81 @@
+// The command line that all host programs share.
+#include "options.h"
+
+#include <getopt.h>
+#include <gtest/gtest.h>
+
+namespace lumsar::host {
+namespace {
+
+struct Parsed {
+  std::optional<int> exitCode;
+  Options options;
+};
+
+Parsed parse(std::vector<std::string> words) {
+  words.insert(words.begin(), "program");
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+  optind = 0;  // getopt begins anew
+  const ProgramText text{.name = "program",
+                         .synopsis = "",
+                         .addressHelp = "",
+                         .choosesKind = true,
+                         .own = {{"port", "NAME", "a port"}}};
+  Parsed parsed;
+  parsed.exitCode =
+      parseOptions(static_cast<int>(words.size()), arguments.data(), text, parsed.options);
+  return parsed;
+}
+
+TEST(Options, takesEverything) {
+  const Parsed parsed =
+      parse({"--kind", "rdp",      "--vm",   "unix:/x",   "--vm-id",  "vm-9",  "--channel",
+             "c",      "--exec",   "list",   "--exec",    "share 0",  "--for", "1.5s",
+             "--wait", "200ms",    "--json", "--verbose", "--plugin", "/p",    "--ipc-library",
+             "/i",     "--config", "/c",     "--port",    "p"});
+  ASSERT_EQ(parsed.exitCode, std::nullopt);
+  const Options& options = parsed.options;
+  EXPECT_EQ(options.driver.kind, Kind::Rdp);
+  EXPECT_EQ(options.vm, "unix:/x");
+  EXPECT_EQ(options.driver.vmId, "vm-9");
+  EXPECT_EQ(options.driver.channel, "c");
+  EXPECT_EQ(options.commands, (std::vector<std::string>{"list", "share 0"}));
+  EXPECT_EQ(options.runFor, std::chrono::milliseconds(1500));
+  EXPECT_EQ(options.waitFor, std::chrono::milliseconds(200));
+  EXPECT_TRUE(options.json);
+  EXPECT_TRUE(options.verbose);
+  EXPECT_FALSE(options.interactive());
+  EXPECT_EQ(options.plugin, "/p");
+  EXPECT_EQ(options.driver.ipcLibrary, "/i");
+  EXPECT_EQ(options.driver.configFile, "/c");
+  EXPECT_EQ(options.own.at("port"), "p");
+}
+
+TEST(Options, takesTheAddressAsTheOneArgumentAndDefaults) {
+  const Parsed parsed = parse({"unix:/x"});
+  ASSERT_EQ(parsed.exitCode, std::nullopt);
+  EXPECT_EQ(parsed.options.vm, "unix:/x");
+  EXPECT_EQ(parsed.options.driver.kind, Kind::Spice);
+  EXPECT_EQ(parsed.options.driver.channel, "lumsar");
+  EXPECT_TRUE(parsed.options.interactive());
+}
+
+TEST(Options, refusesMistakesWithTwo) {
+  EXPECT_EQ(parse({}).exitCode, 2);
+  EXPECT_EQ(parse({"unix:/x", "unix:/y"}).exitCode, 2);
+  EXPECT_EQ(parse({"--kind", "vnc", "unix:/x"}).exitCode, 2);
+  EXPECT_EQ(parse({"--for", "soon", "unix:/x"}).exitCode, 2);
+  EXPECT_EQ(parse({"--wait", "-1s", "unix:/x"}).exitCode, 2);
+  EXPECT_EQ(parse({"--unknown", "unix:/x"}).exitCode, 2);
+  EXPECT_EQ(parse({"--vm"}).exitCode, 2);
+}
+
+TEST(Options, helpAndVersionEndWellAtOnce) {
+  EXPECT_EQ(parse({"--help"}).exitCode, 0);
+  EXPECT_EQ(parse({"--version"}).exitCode, 0);
+}
+
+}  // namespace
+}  // namespace lumsar::host
