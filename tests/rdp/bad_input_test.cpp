@@ -1,0 +1,136 @@
+// What no VM and no machine should do to the RDP host: a clear message, bounded memory, and the
+// next session works.
+#include <filesystem>
+
+#include "rig.h"
+
+namespace {
+
+using namespace lumsar_test;
+
+class RdpBadInput : public Rig {
+ protected:
+  static constexpr long kMemoryLimit = 300L * 1024;  // KiB, sanitizers apart
+
+  void expectModestMemory() const {
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    EXPECT_LT(host->memory(), kMemoryLimit);
+#endif
+  }
+};
+
+TEST_F(RdpBadInput, GarbageBetweenMessages) {
+  startAll();
+  server->send(noise(5000, 1));
+  greet();
+  server->send(noise(3000, 2));
+  server->send(message(lumsar::MSG_DATA, noise(100, 3)));
+  const auto data = service->messages().nextOf(lumsar::IPC_MSG_DATA);
+  ASSERT_TRUE(data);
+  EXPECT_EQ(payloadOf(*data), noise(100, 3));
+  EXPECT_TRUE(host->says("bytes that are no message; dropped"));
+  EXPECT_EQ(host->stop(), 0);
+  EXPECT_EQ(host->countOf("\"strayBytes\":8000"), 1);
+}
+
+TEST_F(RdpBadInput, LengthOverTheLimit) {
+  startAll();
+  greet();
+  Bytes bytes = message(lumsar::MSG_DATA);
+  const std::uint32_t length = lumsar::kMaxPayload + 1;
+  std::memcpy(bytes.data() + 8, &length, sizeof length);
+  server->send(bytes);
+  greet();
+  EXPECT_TRUE(host->says("32 bytes that are no message; dropped"));
+  expectModestMemory();
+  EXPECT_EQ(host->stop(), 0);
+}
+
+TEST_F(RdpBadInput, PiecesThatNeverEnd) {
+  startAll();
+  greet();
+  // A message of the largest size, and far more bytes than that, none of which ends anything.
+  Bytes begin = message(lumsar::MSG_DATA);
+  std::memcpy(begin.data() + 8, &lumsar::kMaxPayload, sizeof lumsar::kMaxPayload);
+  server->send(begin);
+  const Bytes piece = noise(1U << 20U, 5);
+  for (int i = 0; i < 100; ++i) {
+    server->send(piece);
+    if (i % 10 == 0) expectModestMemory();
+  }
+  server->send(message(lumsar::MSG_DATA, noise(64, 6)));
+  while (true) {
+    const auto data = service->messages().nextOf(lumsar::IPC_MSG_DATA);
+    ASSERT_TRUE(data);
+    if (payloadOf(*data) == noise(64, 6)) break;
+  }
+  expectModestMemory();
+  greet();
+  EXPECT_EQ(host->stop(), 0);
+}
+
+TEST_F(RdpBadInput, HalfAMessageThenANewSession) {
+  startAll();
+  greet();
+  Bytes half = message(lumsar::MSG_DATA, noise(50'000, 1));
+  half.resize(20'000);
+  server->send(half);
+  std::this_thread::sleep_for(milliseconds(200));
+  server->dropClient();
+  ASSERT_TRUE(host->says("channel to the VM is open", 2));
+  service->messages().clear();
+  greet();
+  EXPECT_EQ(host->stop(), 0);
+}
+
+TEST_F(RdpBadInput, ChannelThatNobodyOpens) {
+  startService();
+  RdpServerSetup setup = serverSetup();
+  setup.opensChannel = false;
+  server.emplace(setup);
+  startHost();
+  EXPECT_TRUE(
+      host->says("the VM says nothing: does lumsar-vm run in it, and does the server "
+                 "allow the channel?"));
+  server->openChannel(true);
+  greet();
+  EXPECT_EQ(host->stop(), 0);
+}
+
+TEST_F(RdpBadInput, HomeThatCannotBeWritten) {
+  startService();
+  startServer();
+  startHost({"--ignore-certificate"}, {{"HOME", "/proc/nowhere"}, {"XDG_CONFIG_HOME", ""}});
+  ASSERT_TRUE(server->waitForClient());
+  greet();
+  EXPECT_EQ(host->stop(), 0);
+}
+
+TEST_F(RdpBadInput, NoRoomForTemporaryFiles) {
+  startService();
+  startHost({}, {{"TMPDIR", "/proc"}});
+  EXPECT_EQ(host->wait(), 1);
+  EXPECT_EQ(host->countOf("set TMPDIR to a directory that can be written"), 1) << host->output();
+}
+
+TEST_F(RdpBadInput, CommandLines) {
+  const auto run = [this](const HostProcess::Words& words) {
+    HostProcess::Words all{LUMSAR_RDP};
+    all.insert(all.end(), words.begin(), words.end());
+    host.emplace(all, HostProcess::Variables{});
+    return host->wait();
+  };
+  EXPECT_EQ(run({"--help"}), 0);
+  EXPECT_EQ(run({}), 2);
+  EXPECT_EQ(run({"a host"}), 2);
+  EXPECT_EQ(run({"host:0"}), 2);
+  EXPECT_EQ(run({"host:99999"}), 2);
+  EXPECT_EQ(run({"unix:"}), 2);
+  EXPECT_EQ(run({"[::1"}), 2);
+  EXPECT_EQ(run({"host", "--accept-certificate", "12:34"}), 2);
+  EXPECT_TRUE(host->countOf("is no SHA-256 fingerprint") == 1);
+  EXPECT_EQ(run({"host", "--credentials", "/nowhere"}), 1);
+  EXPECT_TRUE(host->countOf("cannot read credentials from /nowhere") == 1);
+}
+
+}  // namespace

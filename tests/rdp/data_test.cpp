@@ -1,0 +1,128 @@
+// Camera data over a real RDP channel: whole and equal whatever their size, both ways at once, in
+// pieces that the channel can carry.
+#include <algorithm>
+#include <thread>
+
+#include "lumsar/camera_data.h"
+#include "rig.h"
+
+namespace {
+
+using namespace lumsar_test;
+
+class RdpData : public Rig {
+ protected:
+  // Sends camera data of these payload sizes, all at once, and expects each at the VM.
+  void expectAllThrough(const std::vector<std::size_t>& sizes) {
+    startAll();
+    greet();
+    std::thread sender([&] {
+      for (std::size_t i = 0; i < sizes.size(); ++i) {
+        service->send(message(lumsar::IPC_MSG_DATA, noise(sizes[i], numbered(i))));
+      }
+    });
+    for (std::size_t i = 0; i < sizes.size(); ++i) {
+      const auto arrived = server->messages().nextOf(lumsar::MSG_DATA);
+      if (!arrived || payloadOf(*arrived) != noise(sizes[i], numbered(i))) {
+        ADD_FAILURE() << "payload of " << sizes[i] << " bytes did not arrive as it was";
+        break;
+      }
+    }
+    sender.join();
+    EXPECT_EQ(server->strayBytes(), 0U);
+    EXPECT_LE(server->largestPiece(), static_cast<std::size_t>(lumsar::kRdpPieceSize));
+    EXPECT_EQ(host->stop(), 0);
+  }
+
+  static std::uint32_t numbered(std::size_t i) { return static_cast<std::uint32_t>(i); }
+};
+
+TEST_F(RdpData, AroundEveryMultipleOfThePieceSize) {
+  std::vector<std::size_t> sizes;
+  for (const std::size_t pieces :
+       {1U, 2U, 3U, 4U, 5U, 7U, 8U, 16U, 63U, 64U, 65U, 100U, 128U, 129U, 333U, 1000U}) {
+    const std::size_t payload = pieces * std::size_t{lumsar::kRdpPieceSize} - lumsar::kHeaderSize;
+    for (const std::size_t size : {payload - 1, payload, payload + 1}) sizes.push_back(size);
+  }
+  expectAllThrough(sizes);
+}
+
+TEST_F(RdpData, FromOneByteToFourMegabytes) {
+  std::vector<std::size_t> sizes;
+  for (std::size_t size = 1; size <= 4U << 20U; size *= 2) sizes.push_back(size);
+  expectAllThrough(sizes);
+}
+
+TEST_F(RdpData, BothWaysAtOnce) {
+  constexpr std::size_t kCount = 30;
+  constexpr std::size_t kSize = 300'000;
+  startAll();
+  greet();
+  std::thread fromVm([&] {
+    for (std::uint32_t i = 0; i < kCount; ++i) {
+      server->send(message(lumsar::MSG_DATA, noise(kSize, 1000 + i)));
+    }
+  });
+  std::thread fromService([&] {
+    for (std::uint32_t i = 0; i < kCount; ++i) {
+      service->send(message(lumsar::IPC_MSG_DATA, noise(kSize, i)));
+    }
+  });
+  for (std::uint32_t i = 0; i < kCount; ++i) {
+    const auto down = service->messages().nextOf(lumsar::IPC_MSG_DATA);
+    const auto up = server->messages().nextOf(lumsar::MSG_DATA);
+    if (!down || !up) {
+      ADD_FAILURE() << "the data stopped at number " << i;
+      break;
+    }
+    EXPECT_EQ(payloadOf(*down), noise(kSize, 1000 + i));
+    EXPECT_EQ(payloadOf(*up), noise(kSize, i));
+  }
+  fromVm.join();
+  fromService.join();
+  EXPECT_EQ(host->stop(), 0);
+}
+
+Bytes frame(std::uint32_t sequence, std::size_t size) {
+  lumsar::CameraDataHeader record;
+  record.kind = static_cast<std::uint16_t>(lumsar::CameraDataKind::Frame);
+  record.time = lumsar::cameraClock();
+  lumsar::CameraFrame fields;
+  fields.sequence = sequence;
+  Bytes bytes = noise(sizeof record + sizeof fields + size, sequence);
+  std::memcpy(bytes.data(), &record, sizeof record);
+  std::memcpy(bytes.data() + sizeof record, &fields, sizeof fields);
+  return message(lumsar::IPC_MSG_DATA, bytes);
+}
+
+TEST_F(RdpData, StalledServerLosesWholeFramesOnlyAndNoControlMessage) {
+  startAll();
+  greet();
+  server->stall(true);
+  const auto end = std::chrono::steady_clock::now() + seconds(3);
+  std::uint32_t sequence = 0;
+  while (std::chrono::steady_clock::now() < end) {
+    service->send(frame(sequence++, 200'000));
+    std::this_thread::sleep_for(milliseconds(20));
+  }
+  const Bytes control = noise(5000, 77);
+  service->send(message(lumsar::IPC_MSG_DATA, control));
+  server->stall(false);
+
+  std::size_t frames = 0;
+  bool controlArrived = false;
+  while (!controlArrived) {
+    const auto arrived = server->messages().nextOf(lumsar::MSG_DATA);
+    ASSERT_TRUE(arrived);
+    controlArrived = payloadOf(*arrived) == control;
+    frames += controlArrived ? 0 : 1;
+  }
+  EXPECT_GT(frames, 0U);
+  EXPECT_LT(frames, sequence);
+  EXPECT_EQ(server->strayBytes(), 0U);
+  EXPECT_EQ(server->clients(), 1) << "the connection was lost";
+  EXPECT_EQ(host->stop(), 0);
+  EXPECT_EQ(host->countOf("\"dropped\":0"), 0);
+}
+
+}  // namespace

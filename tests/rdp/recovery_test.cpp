@@ -1,0 +1,96 @@
+// What the RDP host makes of a server or a camera service that goes away and comes back.
+#include "rig.h"
+#include "unix_socket.h"
+
+namespace {
+
+using namespace lumsar_test;
+
+class RdpRecovery : public Rig {};
+
+TEST_F(RdpRecovery, ServerKilledAndBack) {
+  startAll();
+  greet();
+  service->messages().clear();
+  server.reset();
+  EXPECT_TRUE(host->says("channel to the VM is closed"));
+  EXPECT_TRUE(service->messages().nextOf(lumsar::IPC_MSG_UNSHARE_ALL));
+  startServer();
+  ASSERT_TRUE(server->waitForClient());
+  greet();
+  expectThrough(noise(100'000, 1));
+  EXPECT_EQ(host->stop(), 0);
+}
+
+TEST_F(RdpRecovery, ConnectionCutInTheMiddleOfAMessage) {
+  startAll();
+  greet();
+  server->stall(true);
+  service->send(message(lumsar::IPC_MSG_DATA, noise(4U << 20U, 1)));
+  std::this_thread::sleep_for(milliseconds(200));
+  server->dropClient();
+  server->stall(false);
+  ASSERT_TRUE(host->says("channel to the VM is open", 2));
+  server->messages().clear();
+  greet();
+  EXPECT_EQ(server->strayBytes(), 0U) << "the rest of the old message reached the new server";
+  expectThrough(noise(3000, 2));
+  EXPECT_EQ(host->stop(), 0);
+}
+
+TEST_F(RdpRecovery, CameraServiceKilledAndBack) {
+  startAll();
+  greet();
+  service.reset();
+  EXPECT_TRUE(host->says("camera service lost"));
+  startService();
+  // The VM has noticed nothing; the host greets it anew in the name of its channel.
+  const auto bytes = server->messages().nextOf(lumsar::MSG_HELLO);
+  ASSERT_TRUE(bytes);
+  lumsar::HelloMessage hello;
+  std::memcpy(&hello, bytes->data(), sizeof hello);
+  answer(hello, 0x10, 3);
+  EXPECT_TRUE(service->messages().nextOf(lumsar::IPC_MSG_POLICY));
+  EXPECT_TRUE(service->messages().nextOf(lumsar::IPC_MSG_REDIRECT_ALL));
+  expectThrough(noise(2000, 3));
+  EXPECT_EQ(server->clients(), 1);
+  EXPECT_EQ(host->stop(), 0);
+  EXPECT_EQ(host->countOf("\"recoveries\":1"), 1);
+}
+
+TEST_F(RdpRecovery, CameraServiceComesLate) {
+  startServer();
+  startHost();
+  EXPECT_TRUE(host->says("no camera service"));
+  startService();
+  EXPECT_TRUE(host->says("connected to the camera service"));
+  ASSERT_TRUE(server->waitForClient());
+  greet();
+  EXPECT_EQ(host->stop(), 0);
+}
+
+TEST_F(RdpRecovery, NoServerThenOne) {
+  startService();
+  startHost();
+  EXPECT_TRUE(host->says("no channel to the VM: " + path("rdp")));
+  startServer();
+  ASSERT_TRUE(server->waitForClient());
+  greet();
+  EXPECT_EQ(host->stop(), 0);
+}
+
+TEST_F(RdpRecovery, InterruptWhileTheServerSaysNothing) {
+  startService();
+  const int listener = listenAt(path("rdp"));
+  startHost();
+  int client = -1;
+  while (client < 0) client = acceptSoon(listener);
+  std::this_thread::sleep_for(milliseconds(300));
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(host->stop(), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, seconds(5));
+  close(client);
+  close(listener);
+}
+
+}  // namespace
