@@ -1,0 +1,116 @@
+// The beginning of a session between a real guest and lumsar-spice, with a VM's side that does as
+// it is told: what is said, and what becomes of those who say it wrong.
+#include "support/spice_vm.h"
+
+namespace lumsar::vmtest {
+namespace {
+
+using namespace std::chrono_literals;
+
+class Handshake : public SpiceVm {
+ protected:
+  void SetUp() override {
+    SpiceVm::SetUp();
+    ASSERT_TRUE(user().startService());
+  }
+
+  void meet(const std::string& steps) {
+    user().startHost(guest().address());
+    ASSERT_TRUE(user().host().expect("connected to the camera service"));
+    agent(steps);
+  }
+};
+
+TEST_F(Handshake, HelloArrivesWithTheRightBytes) {
+  meet("hello answer sleep:600000");
+  ASSERT_TRUE(agentSays("hello "));
+  const std::string line = guest().run("grep hello /tmp/agent.log").output;
+  EXPECT_EQ(line.substr(0, 70),
+            "hello 4d414356"  // magic
+            "00000000"        // HELLO
+            "04000000"        // bytes of payload
+            "00000000"
+            "01010000"  // client 1.1, VM unknown
+            "03000000"  // capabilities
+            "0000000000000000");
+  EXPECT_EQ(line.substr(74), "0000\n");
+  EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
+  EXPECT_TRUE(user().host().expect("ready to share cameras"));
+}
+
+TEST_F(Handshake, EachOpeningOfThePortIsGreeted) {
+  meet("hello answer close sleep:300 open serve");
+  EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
+  EXPECT_TRUE(user().host().expect("nobody in the VM has the port open"));
+  EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
+}
+
+TEST_F(Handshake, GarbageInsteadOfAnAnswer) {
+  meet("hello random:300000 sleep:600000");
+  EXPECT_TRUE(user().host().expect("bytes that are no message; dropped"));
+  EXPECT_FALSE(user().host().said("VM answered"));
+  EXPECT_TRUE(nextSessionWorks());
+}
+
+TEST_F(Handshake, GarbageBeforeTheAnswerIsSkipped) {
+  meet("hello random:5000 answer sleep:600000");
+  EXPECT_TRUE(user().host().expect("bytes that are no message; dropped"));
+  EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
+}
+
+TEST_F(Handshake, WrongToken) {
+  meet("hello wrong sleep:600000");
+  EXPECT_TRUE(user().host().expect("the VM answered an older HELLO: token "));
+  EXPECT_FALSE(user().host().said("ready to share cameras"));
+  EXPECT_TRUE(nextSessionWorks());
+}
+
+TEST_F(Handshake, OlderVersionOfTheVm) {
+  meet("hello answer:0.9 sleep:600000");
+  EXPECT_TRUE(user().host().expect("VM answered, version 0.9"));
+  EXPECT_TRUE(nextSessionWorks());
+}
+
+TEST_F(Handshake, MessageCutInHalfByAClosedPort) {
+  meet("hello answer data:100000:5000 close sleep:300 open serve");
+  EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
+  EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
+}
+
+TEST_F(Handshake, TwoGigabytesAnnounced) {
+  meet("hello answer sleep:500 data:2147483647:3000000 answer sleep:600000");
+  ASSERT_TRUE(user().host().expect("VM answered, version 1.1"));
+  const long before = user().host().residentKb();
+  EXPECT_TRUE(user().host().expect("bytes that are no message; dropped"));
+  EXPECT_LT(user().host().residentKb() - before, 20 * 1024);
+  EXPECT_TRUE(user().host().expect("VM answered, version 1.1")) << "in the same session";
+  EXPECT_TRUE(nextSessionWorks());
+}
+
+// What a former VM's side has left in the port arrives before the answer of the next one.
+TEST_F(Handshake, BytesLeftOverFromAnOldSession) {
+  agent("data:100000:20000 close open sleep:100 serve");
+  guest().run("sleep 0.5");
+  user().startHost(guest().address());
+  EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
+}
+
+TEST_F(Handshake, PortThatNeverOpens) {
+  user().startHost(guest().address(), {"--exec", "share 0", "--wait", "2s"});
+  EXPECT_TRUE(user().host().expect("no channel to the VM: nobody in the VM has the port open"));
+  EXPECT_EQ(user().host().wait(10s), 1);
+  EXPECT_TRUE(user().host().expect("the VM has not answered within 2000 ms"));
+}
+
+TEST_F(Handshake, PortThatTheVmDoesNotHave) {
+  user().startHost(guest().address(), {"--port", "org.lumsar.camera.7"});
+  EXPECT_TRUE(user().host().expect("the VM has no port named org.lumsar.camera.7"));
+}
+
+TEST_F(Handshake, ServerThatIsNotThere) {
+  user().startHost("spice+unix:///nowhere");
+  EXPECT_TRUE(user().host().expect("no channel to the VM: cannot connect to the server"));
+}
+
+}  // namespace
+}  // namespace lumsar::vmtest
