@@ -1,0 +1,119 @@
+# shellcheck shell=bash disable=SC2034
+# Finds out which packages are missing and installs them. Sourced by ./demo and ./test.
+#
+# A line of a list: the Debian package and a file, command or pkg-config module that proves that it
+# is there, so that nothing is asked of a package manager when nothing is missing.
+
+build_packages='
+g++                              cmd:g++
+cmake                            cmd:cmake
+ninja-build                      cmd:ninja
+pkg-config                       cmd:pkg-config
+qtbase5-dev                      pc:Qt5Core
+libasio-dev                      file:/usr/include/asio.hpp
+libedit-dev                      file:/usr/include/editline/readline.h
+libcpp-httplib-dev               file:/usr/include/httplib.h
+libgstreamer1.0-dev              pc:gstreamer-1.0
+libgstreamer-plugins-base1.0-dev pc:gstreamer-app-1.0
+'
+run_packages='
+gstreamer1.0-plugins-base        file:/usr/lib/*/gstreamer-1.0/libgstvideotestsrc.so
+gstreamer1.0-plugins-good        file:/usr/lib/*/gstreamer-1.0/libgstjpeg.so
+jq                               cmd:jq
+procps                           cmd:pkill
+'
+test_packages='
+libgtest-dev                     file:/usr/include/gtest/gtest.h
+binutils                         cmd:readelf
+'
+# Without these some tests are skipped, and say so.
+wanted_test_packages='
+libspice-client-glib-2.0-dev     pc:spice-client-glib-2.0
+freerdp2-dev                     pc:freerdp2
+qemu-system-x86                  cmd:qemu-system-x86_64
+busybox-static                   cmd:busybox
+cpio                             cmd:cpio
+kmod                             cmd:modprobe
+xz-utils                         cmd:xz
+chromium                         cmd:chromium
+gstreamer1.0-plugins-ugly        file:/usr/lib/*/gstreamer-1.0/libgstx264.so
+'
+# For a real VM as the other side.
+vm_packages='
+qemu-system-x86                  cmd:qemu-system-x86_64
+libspice-client-glib-2.0-dev     pc:spice-client-glib-2.0
+gcc-12                           cmd:gcc-12
+make                             cmd:make
+xz-utils                         cmd:xz
+'
+lint_packages='
+clang-format                     cmd:clang-format
+clang-tidy                       cmd:clang-tidy
+'
+
+is_there() {
+  case $1 in
+    cmd:*) command -v "${1#cmd:}" >/dev/null ;;
+    pc:*) command -v pkg-config >/dev/null && pkg-config --exists "${1#pc:}" ;;
+    file:*) compgen -G "${1#file:}" >/dev/null ;;
+  esac
+}
+
+# missing_of LIST: the packages of a list that are not there.
+missing_of() {
+  local package proof
+  while read -r package proof; do
+    [ -z "$package" ] || is_there "$proof" || echo "$package"
+  done <<<"$1"
+}
+
+as_root() {
+  if [ "$(id -u)" = 0 ]; then
+    "$@"
+  elif command -v sudo >/dev/null; then
+    sudo "$@"
+  else
+    echo "This needs root, and there is no sudo. Run as root: $*" >&2
+    return 1
+  fi
+}
+
+# need_packages LIST...: installs what is missing of the lists, or says what is and stops.
+need_packages() {
+  local missing
+  missing=$(for list in "$@"; do missing_of "$list"; done | tr '\n' ' ')
+  [ -n "${missing// /}" ] || return 0
+  if ! command -v apt-get >/dev/null; then
+    echo "Missing (names of Debian's packages): $missing" >&2
+    echo "Install what brings them on this system, then run this again." >&2
+    exit 1
+  fi
+  echo "Installing: $missing"
+  # A list of words.
+  # shellcheck disable=SC2086
+  install_packages $missing || { echo "Could not install: $missing" >&2; exit 1; }
+}
+
+# want_packages LIST: tries to install what is missing; does without what cannot be had.
+want_packages() {
+  local package
+  command -v apt-get >/dev/null || return 0
+  for package in $(missing_of "$1"); do
+    echo "Installing: $package"
+    install_packages "$package" || echo "  not to be had here; the tests that use it are skipped"
+  done
+}
+
+install_packages() {
+  local log status=0
+  log=$(mktemp)
+  {
+    if [ -z "${lists_are_fresh:-}" ]; then as_root apt-get update -qq; fi &&
+      as_root env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -qq --no-install-recommends "$@"
+  } >"$log" 2>&1 || status=$?
+  lists_are_fresh=yes
+  [ $status = 0 ] || tail -n 15 "$log" >&2
+  rm -f "$log"
+  return $status
+}
