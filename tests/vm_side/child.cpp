@@ -27,7 +27,11 @@ Child::Child(std::vector<std::string> words, const std::function<void()>& before
   const std::string out = m_folder / "out";
   const std::string err = m_folder / "err";
   m_pid = fork();
-  if (m_pid != 0) return;
+  if (m_pid != 0) {
+    setpgid(m_pid, 0);
+    return;
+  }
+  setpgid(0, 0);
   redirect(STDOUT_FILENO, out);
   redirect(STDERR_FILENO, err);
   before();
@@ -42,7 +46,7 @@ Child::~Child() {
 }
 
 void Child::signal(int number) const {
-  kill(m_pid, number);
+  kill(-m_pid, number);
 }
 
 int Child::wait() {

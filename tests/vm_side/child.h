@@ -22,6 +22,7 @@ class Child {
   Child& operator=(const Child&) = delete;
   ~Child();
 
+  // To the program and the processes that it started.
   void signal(int number) const;
   // The exit status; 1000 + the signal's number if one killed it; -1 if it does not end.
   int wait();

@@ -4,10 +4,10 @@
 
 #include <atomic>
 #include <cmath>
-#include <csignal>
-#include <cstdlib>
+#include <fstream>
+#include <set>
 
-#include "child.h"
+#include "browser.h"
 #include "eventually.h"
 #include "fake_host.h"
 #include "mosaic_jpeg.h"
@@ -15,14 +15,6 @@
 
 namespace lumsar::vm::test {
 namespace {
-
-std::string browser() {
-  for (const char* path :
-       {"/usr/bin/chromium", "/usr/bin/chromium-browser", "/usr/bin/google-chrome"}) {
-    if (access(path, X_OK) == 0) return path;
-  }
-  return {};
-}
 
 // A landscape whose sun moves on with each picture.
 Message landscape(int columns, int rows, double time, double hue) {
@@ -81,22 +73,8 @@ class PageTest : public testing::Test {
       }
     });
   }
-  std::vector<std::string> command(const std::string& what) const {
-    return {browser(),
-            "--headless",
-            "--no-sandbox",
-            "--disable-gpu",
-            "--disable-quic",
-            "--no-first-run",
-            "--disable-background-networking",
-            "--disable-component-update",
-            "--disable-sync",
-            "--hide-scrollbars",
-            "--user-data-dir=" + (folder / "profile"),
-            "--window-size=1280,900",
-            "--timeout=2500",
-            what,
-            "http://127.0.0.1:" + std::to_string(program->viewPort()) + "/"};
+  std::string page() const {
+    return "http://127.0.0.1:" + std::to_string(program->viewPort()) + "/";
   }
 
   TempFolder folder;
@@ -108,35 +86,45 @@ class PageTest : public testing::Test {
 };
 
 TEST_F(PageTest, ShowsLivePicturesInABrowser) {
-  if (browser().empty()) GTEST_SKIP() << "no browser; install chromium";
-  const std::string screenshot = std::filesystem::absolute("vm-page.png");
-  std::filesystem::remove(screenshot);
+  if (!Browser::installed()) GTEST_SKIP() << "no browser; install chromium";
   stream();
-  Child chromium(command("--screenshot=" + screenshot),
-                 [home = folder.path()] { setenv("HOME", home.c_str(), 1); });
-  // The page watches every camera that it shows.
-  for (const std::uint32_t number : {1U, 2U, 3U}) {
-    EXPECT_TRUE(host->receiveRecord(CameraDataKind::Start, number)) << chromium.log();
+  Browser browser(page());
+  ASSERT_EQ(browser.problem(), "");
+  EXPECT_TRUE(browser.becomesTrue(
+      "[...document.images].filter(image => image.naturalWidth > 0).map("
+      "image => image.naturalWidth + 'x' + image.naturalHeight).join() == '1280x720,640x480'"))
+      << browser.evaluate("document.documentElement.outerHTML");
+  const std::string picture = browser.screenshot();
+  EXPECT_GT(picture.size(), 30000U);
+  EXPECT_TRUE(picture.starts_with("\x89PNG"));
+  std::ofstream("vm-page.png", std::ios::binary) << picture;
+  browser.kill();
+  // The page watches every camera that it shows, in an order of its own. When the browser has gone,
+  // nobody looks any more.
+  std::set<std::uint32_t> started;
+  std::set<std::uint32_t> stopped;
+  while (stopped.size() < 3) {
+    const Message message = host->receive();
+    ASSERT_FALSE(message.empty()) << started.size() << " started, " << stopped.size() << " stopped";
+    Bytes rest = Bytes(message).subspan(kHeaderSize);
+    const auto camera = take<CameraDataHeader>(rest)->camera;
+    if (kindOf(message) == CameraDataKind::Start) started.insert(camera);
+    if (kindOf(message) == CameraDataKind::Stop) stopped.insert(camera);
   }
-  EXPECT_TRUE(eventually([&] { return std::filesystem::exists(screenshot); })) << chromium.log();
-  chromium.signal(SIGTERM);
-  chromium.wait();
-  EXPECT_GT(contentOf(screenshot).size(), 30000U);
-  EXPECT_TRUE(contentOf(screenshot).starts_with("\x89PNG"));
-  // When the browser has gone, nobody looks any more.
-  EXPECT_TRUE(host->receiveRecord(CameraDataKind::Stop, 1));
+  EXPECT_EQ(started, (std::set<std::uint32_t>{1, 2, 3}));
+  EXPECT_EQ(stopped, started);
 }
 
 TEST_F(PageTest, ShowsNamesAndNumbersAsTextOnly) {
-  if (browser().empty()) GTEST_SKIP() << "no browser; install chromium";
+  if (!Browser::installed()) GTEST_SKIP() << "no browser; install chromium";
   stream();
-  Child chromium(command("--dump-dom"),
-                 [home = folder.path()] { setenv("HOME", home.c_str(), 1); });
-  EXPECT_EQ(chromium.wait(), 0) << chromium.log();
-  const std::string page = chromium.out();
+  Browser browser(page());
+  ASSERT_EQ(browser.problem(), "");
+  EXPECT_TRUE(browser.becomesTrue("document.querySelectorAll('article').length == 3"));
+  const std::string html = browser.evaluate("document.documentElement.outerHTML");
   for (const char* part : {"HD Pro Webcam C920", "1280 \xc3\x97 720", "\xe2\x80\x93 &lt;oben&gt;",
-                           "<img alt=\"Live picture of Yard\"", ">connected<"}) {
-    EXPECT_NE(page.find(part), std::string::npos) << part;
+                           "alt=\"Live picture of Yard\"", ">connected<"}) {
+    EXPECT_NE(html.find(part), std::string::npos) << part;
   }
 }
 
