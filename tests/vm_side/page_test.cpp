@@ -94,6 +94,11 @@ TEST_F(PageTest, ShowsLivePicturesInABrowser) {
       "[...document.images].filter(image => image.naturalWidth > 0).map("
       "image => image.naturalWidth + 'x' + image.naturalHeight).join() == '1280x720,640x480'"))
       << browser.evaluate("document.documentElement.outerHTML");
+  for (const char* number :
+       {"rate]').textContent.endsWith(' /s')", "latency]').textContent.endsWith(' ms')",
+        "frames]').textContent > 0"}) {
+    EXPECT_TRUE(browser.becomesTrue(std::string("document.querySelector('[data-of=") + number));
+  }
   const std::string picture = browser.screenshot();
   EXPECT_GT(picture.size(), 30000U);
   EXPECT_TRUE(picture.starts_with("\x89PNG"));
