@@ -14,6 +14,10 @@ if(LUMSAR_SANITIZE)
     -fno-omit-frame-pointer -g)
   add_link_options(-fsanitize=${LUMSAR_SANITIZE})
 endif()
+option(LUMSAR_FUZZ "Build the fuzzers, with Clang" OFF)
+if(LUMSAR_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
 
 # Says in the summary that NAME is built.
 function(lumsar_built name)

@@ -34,6 +34,7 @@ qemu-system-x86                  cmd:qemu-system-x86_64
 busybox-static                   cmd:busybox
 cpio                             cmd:cpio
 kmod                             cmd:modprobe
+make                             cmd:make
 xz-utils                         cmd:xz
 chromium                         cmd:chromium
 gstreamer1.0-plugins-ugly        file:/usr/lib/*/gstreamer-1.0/libgstx264.so
@@ -45,6 +46,10 @@ libspice-client-glib-2.0-dev     pc:spice-client-glib-2.0
 gcc-12                           cmd:gcc-12
 make                             cmd:make
 xz-utils                         cmd:xz
+'
+fuzz_packages='
+clang                            cmd:clang++
+libclang-rt-14-dev               file:/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a
 '
 lint_packages='
 clang-format                     cmd:clang-format
