@@ -29,6 +29,25 @@ function(lumsar_left_out name package)
   set_property(GLOBAL APPEND PROPERTY LUMSAR_LEFT_OUT "${name} (install ${package})")
 endfunction()
 
+# A manual page for the program TARGET, made of its own --help, so that the two never differ.
+find_program(HELP2MAN help2man)
+mark_as_advanced(HELP2MAN)
+if(NOT HELP2MAN)
+  lumsar_left_out("manual pages" help2man)
+endif()
+function(lumsar_manual target summary)
+  if(NOT HELP2MAN OR LUMSAR_SANITIZE)
+    return()
+  endif()
+  set(page ${CMAKE_BINARY_DIR}/man/${target}.1)
+  add_custom_command(OUTPUT ${page}
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_BINARY_DIR}/man
+    COMMAND ${HELP2MAN} --no-info --name=${summary} --output=${page} $<TARGET_FILE:${target}>
+    DEPENDS ${target} VERBATIM)
+  add_custom_target(${target}-manual ALL DEPENDS ${page})
+  install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endfunction()
+
 function(lumsar_print_summary)
   get_property(built GLOBAL PROPERTY LUMSAR_BUILT)
   get_property(left_out GLOBAL PROPERTY LUMSAR_LEFT_OUT)
