@@ -9,8 +9,8 @@
 //   if (status != lumsar::STATUS_OK) ...
 //   plugin.Event(lumsar::CHANNEL_EVENT_OPENED);
 //
-// Threads: the functions may be called on any thread; commands, initialisation and teardown wait
-// for each other inside the plug-in. The host's callables are called on the caller's thread (a
+// Threads: the functions may be called on any thread; commands and teardown wait for each other
+// inside the plug-in. The host's callables are called on the caller's thread (a
 // HELLO), on threads of the IPC library (camera data, un-redirect all, event 3) and on threads of
 // the plug-in (events 1 and 2), possibly at the same time. An exception that a callable lets out is
 // logged and ends that call only.
@@ -78,7 +78,8 @@ using InitFunc = int(const SpiceSendFunc& sendFunc, const SpicePostEventFunc& po
 using EventFunc = void(int event);
 // Carries out one JSON command. Only "list" uses `output`: a buffer of `outputLength` bytes that
 // holds a zero byte on entry; `outputLength` becomes the length of the answer. A buffer that is too
-// small gives status 0 and the larger size that is needed.
+// small gives status 0 and the larger size that is needed. "sharetcp" runs the calling thread's Qt
+// events for 200 ms; nothing that they run may call Ctrl, Init or DeInit.
 using CtrlFunc = int(const std::string& command, char* output, int& outputLength);
 // Disconnects from the camera service and releases the IPC library.
 using DeInitFunc = void();

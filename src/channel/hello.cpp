@@ -21,14 +21,15 @@ unsigned short Lumsar::GenerateToken() {
 
 void Lumsar::RdpSendHello() {
   qInfo("RdpSendHello: Enter!");
+  const unsigned short token = GenerateToken();
   lumsar::HelloMessage hello =
-      makeHello(lumsar::CAP_BASE_1 | lumsar::CAP_BASE_2 | lumsar::CAP_SHARE_ALL, GenerateToken());
+      makeHello(lumsar::CAP_BASE_1 | lumsar::CAP_BASE_2 | lumsar::CAP_SHARE_ALL, token);
   if (m_rdpSendFunc != nullptr) {
     const int size = sizeof hello;
     const int result = m_rdpSendFunc(bytesOf(hello), size);
-    qInfo() << "RdpSendHello: Send hello to remote VM! ret:" << result
-            << ", token:" << hello.payload.token << ", Version[" << int{hello.header.clientMajor}
-            << "." << int{hello.header.clientMinor} << "]"
+    qInfo() << "RdpSendHello: Send hello to remote VM! ret:" << result << ", token:" << token
+            << ", Version[" << int{lumsar::kProtocolMajor} << "." << int{lumsar::kProtocolMinor}
+            << "]"
             << ", message size:" << size;
     storeRelaxed(m_channelOpened, true);
   } else {

@@ -12,7 +12,8 @@
 #include "lumsar/plugin.h"
 
 // Logs what was stopped. Where even that fails, for want of memory or in the host's message
-// handler, the line is lost, not the process.
+// handler, the line is lost, not the process. (Nothing can be done for a line that was built with
+// <<: Qt delivers it from a destructor.)
 inline void logStopped(const char* function, const char* what) noexcept {
   try {
     qCritical("%s: stopped by an exception: %s", function, what);

@@ -109,7 +109,7 @@ class LUMSAR_EXPORT Lumsar : public QObject {
   void* m_ipcClient = nullptr;
   lumsar::IpcClientParams m_ipcClientParams;
   bool m_initialized = false;
-  bool m_channelOpened = false;  // a HELLO was due and the channel has not closed since
+  bool m_channelOpened = false;  // camera data may pass to the VM
   bool m_replyArrived = false;   // cleared before each request; nothing sets it
   QString m_ipcName = QStringLiteral("");
   QString m_configJson = QStringLiteral("");

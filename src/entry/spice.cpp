@@ -61,10 +61,10 @@ int init(const lumsar::SpiceSendFunc& sendFunc, const lumsar::SpicePostEventFunc
 
 void channelOpened(Lumsar& self) {
   qInfo("Event: Spice channel is Opened!");
-  lumsar::HelloMessage hello =
-      makeHello(lumsar::CAP_BASE_1 | lumsar::CAP_BASE_2, self.GenerateToken());
+  const unsigned short token = self.GenerateToken();
+  lumsar::HelloMessage hello = makeHello(lumsar::CAP_BASE_1 | lumsar::CAP_BASE_2, token);
   if (self.m_spiceSendFunc) self.m_spiceSendFunc(bytesOf(hello), sizeof hello);
-  qInfo() << "Event: Send hello to remote VM! Token:" << hello.payload.token << ", Version["
+  qInfo() << "Event: Send hello to remote VM! Token:" << token << ", Version["
           << int{lumsar::kProtocolMajor} << "." << int{lumsar::kProtocolMinor} << "]";
   // Open even when nothing could be sent; the RDP host's HELLO differs here, which is meant.
   storeRelaxed(self.m_channelOpened, true);

@@ -27,7 +27,7 @@ struct Message {
 // The header and, unless `data` is null, `length` bytes of data, in one buffer that is filled once.
 Message frame(int type, int param, const unsigned char* data, unsigned int length) {
   const std::size_t size = kHeaderSize + (data != nullptr ? length : 0);
-  // A size that the library's functions cannot express, such as of a length that was negative.
+  // Such as of a length that was negative; the library's functions count in int.
   if (size > INT_MAX) throw std::length_error("message too long for the IPC library");
   Message message{std::make_unique_for_overwrite<unsigned char[]>(size), size};
   RedirMsgHeader header;

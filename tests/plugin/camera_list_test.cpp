@@ -217,6 +217,19 @@ TEST_F(CameraList, Error8WithAReplyThatFitsIs15) {
   EXPECT_EQ(delivery(kCameras.size()), kCameras + '\0');
 }
 
+TEST_F(CameraList, LibrarysOwn15IsTakenForAReplyTooLarge) {
+  answer(kCameras);
+  ipc.syncResult = 15;
+  EXPECT_EQ(list(), 15);
+  EXPECT_EQ(log.take(), concat({begin(),
+                                {warning("Ipc sync call failed! vd_ipc error:15"),
+                                 returned(32 + kCameras.size()), result(kCameras.size(), 0)},
+                                delivered(kCameras),
+                                failedEnd(15)}));
+  expectCall();
+  EXPECT_EQ(delivery(kCameras.size()), kCameras + '\0');
+}
+
 TEST_F(CameraList, ServicesErrorIs45AndStillDelivers) {
   answer("why", 3);
   EXPECT_EQ(list(), 45);

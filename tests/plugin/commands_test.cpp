@@ -31,21 +31,20 @@ class Commands : public PluginTest {
                                    debug("Ctrl: Leave!")}}));
     EXPECT_EQ(ipc.take(), Lines{"IsConnected"});
   }
-  // Runs a command whose send fails with 9.
-  void expectSendFailure(const std::string& command, const Lines& lines, const std::string& send) {
-    ipc.sendResults = {9};
-    expectFailedTransfer(command, lines);
+  // Runs a command whose send fails.
+  void expectSendFailure(const std::string& command, const Lines& lines, const std::string& send,
+                         int error = 9) {
+    ipc.sendResults = {error};
+    EXPECT_EQ(ctrl(command), error);
+    EXPECT_EQ(log.take(),
+              concat({{debug("Ctrl: Enter!")},
+                      commandLines(command),
+                      lines,
+                      {warning("Send ipc data failed! error:" + std::to_string(error)),
+                       warning("TransferCmd2CameraService failed! error: " + std::to_string(error)),
+                       warning("Handle command[ " + inQuotes(command) + " ] Failed!!!"),
+                       debug("Ctrl: Leave!")}}));
     EXPECT_EQ(ipc.take(), (Lines{"IsConnected", send}));
-  }
-  void expectFailedTransfer(const std::string& command, const Lines& lines) {
-    EXPECT_EQ(ctrl(command), 9);
-    EXPECT_EQ(log.take(), concat({{debug("Ctrl: Enter!")},
-                                  commandLines(command),
-                                  lines,
-                                  {warning("Send ipc data failed! error:9"),
-                                   warning("TransferCmd2CameraService failed! error: 9"),
-                                   warning("Handle command[ " + inQuotes(command) + " ] Failed!!!"),
-                                   debug("Ctrl: Leave!")}}));
   }
 };
 
@@ -117,6 +116,15 @@ TEST_F(Commands, UnshareThatCannotBeSent) {
 TEST_F(Commands, UnshareAllGoesOutAsItCame) {
   expectSuccess(kUnshareAll, {}, sendOf(5, kUnshareAll));
 }
+
+// Codes of the library that are statuses of the plug-in, too, for commands that it refuses itself.
+class SendError : public Commands, public testing::WithParamInterface<int> {};
+
+TEST_P(SendError, EndsTheCommandWithItsWarningWhateverItsNumber) {
+  expectSendFailure(kUnshareAll, {}, sendOf(5, kUnshareAll), GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(Numbers, SendError, testing::Values(-1, 1, 7, 11, 12, 16, 30, 35));
 
 TEST_F(Commands, UnshareAllThatCannotBeSent) {
   expectSendFailure(kUnshareAll, {}, sendOf(5, kUnshareAll));

@@ -1,7 +1,10 @@
 // Exceptions of a host's callables, and of an IPC library, stop at the plug-in's border: one
 // critical line that names the function, a failure where there is a status, nothing held.
 // Drives the built plug-in through its exports and the library's callbacks.
+#include <pthread.h>
+
 #include <stdexcept>
+#include <thread>
 
 #include "harness/plugin_test.h"
 
@@ -105,6 +108,19 @@ struct ThrowsWhenCopied {
   int operator()(unsigned char*, int) const { return 0; }
   std::shared_ptr<bool> armed = std::make_shared<bool>(false);
 };
+
+TEST_F(Guard, ThreadThatEndsInsideACallableIsLetGo) {
+  const lumsar::SpiceSendFunc send = [](unsigned char*, int) -> int { pthread_exit(nullptr); };
+  ASSERT_EQ(plugin.Init(send, host.postEventFunc(), "vm-7", kConfig), 0);
+  forget();
+  bool returned = false;
+  std::thread([&] {
+    plugin.Event(0);
+    returned = true;
+  }).join();
+  EXPECT_FALSE(returned);
+  EXPECT_EQ(log.take(), Lines{info("Event: Spice channel is Opened!")});
+}
 
 TEST_F(Guard, CallableThatCannotBeCopied) {
   const ThrowsWhenCopied callable;

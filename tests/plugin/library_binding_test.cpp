@@ -85,8 +85,14 @@ TEST_F(LibraryBinding, NoFile) {
 }
 
 TEST_F(LibraryBinding, NoSearchPathIsConsulted) {
-  setenv("LD_LIBRARY_PATH", libraryDir().c_str(), 1);
+  // From the start, for the loader reads it only then.
+  ASSERT_STREQ(std::getenv("LD_LIBRARY_PATH"), libraryDir().c_str());
   EXPECT_EQ(objectLines(configFor("nowhere"), 1), notLoadable(app + "/nowhere"));
+}
+
+TEST_F(LibraryBinding, SymbolsThatTheLibraryLacksItselfAreLookedUpOnlyWhenCalled) {
+  EXPECT_EQ(spiceInit(configFor("unresolved")), 0);
+  forget();
 }
 
 TEST_F(LibraryBinding, TrailingSlashStaysAndGivesTwo) {

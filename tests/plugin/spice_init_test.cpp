@@ -160,17 +160,6 @@ TEST_F(SpiceInit, FailedInitKeepsTheCallables) {
   forget();
 }
 
-TEST_F(SpiceInit, FailedInitDoesNotStoreTheVmId) {
-  startSpice();
-  plugin.DeInit();
-  EXPECT_EQ(spiceInit(configFor("nowhere"), "vm-8"), 1);
-  forget();
-  startSpice(kConfig, "vm-9");
-  plugin.ShareAll(0);
-  EXPECT_EQ(ipc.take(), Lines{sendOf(9, R"({"sessionId":0,"vmId":"vm-9"})")});
-  forget();
-}
-
 TEST_F(SpiceInit, ClientThatCannotBeMadeFailsWithOne) {
   ipc.makesClient = false;
   EXPECT_EQ(spiceInit(), 1);
