@@ -51,7 +51,7 @@ std::string Commands::help() {
          "  unshare-all              stop sharing all cameras\n"
          "  policy FILE              replace the camera policy by the JSON object in FILE\n"
          "  status                   what is connected and what went through\n"
-         "  help, quit\n";
+         "  help, quit";
 }
 
 bool Commands::run(const std::string& line) {

@@ -103,6 +103,8 @@ void Console::takeLine(const char* line) {
   }
   if (*line != '\0') add_history(line);
   m_onLine(line);
+  // The library edits one line and lets go of the terminal.
+  rl_callback_handler_install(kPrompt, handleLine);
 }
 
 void Console::printWaiting() {

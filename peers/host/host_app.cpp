@@ -184,7 +184,7 @@ class HostApp {
   std::string status() const {
     QJsonObject object = summary();
     object.remove(QStringLiteral("commands"));
-    return QJsonDocument(object).toJson().toStdString();
+    return QJsonDocument(object).toJson().trimmed().toStdString();
   }
 
   const Options& m_options;

@@ -86,7 +86,7 @@ void printHelp(const ProgramText& text) {
       "  --json               print one JSON object at the end, and the rest on stderr\n"
       "  --verbose            show the plug-in's log\n"
       "  --version, --help\n\n"
-      "Without --exec and --for it reads commands:\n%s\n"
+      "Without --exec and --for it reads commands:\n%s\n\n"
       "Exit codes: 0 success, 1 a command or a connection failed, 2 wrong usage.\n",
       Commands::help().c_str());
 }

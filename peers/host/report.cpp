@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <ctime>
 
+#include "lumsar/ipc_transport.h"
 #include "lumsar/plugin.h"
 
 namespace lumsar::host {
@@ -59,8 +60,10 @@ const char* statusWords(int status) {
     case STATUS_EXCEPTION:
       return "the plug-in stopped an exception, see its log";
     default:
-      return "error of the IPC library";
+      break;
   }
+  const char* ipcWords = ipcErrorText(status);
+  return ipcWords != nullptr ? ipcWords : "unknown status";
 }
 
 Report* logReport = nullptr;
