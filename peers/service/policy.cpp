@@ -6,6 +6,7 @@
 #include <QJsonObject>
 #include <algorithm>
 #include <array>
+#include <cmath>
 
 #include "service/json.h"
 #include "service/log.h"
@@ -35,7 +36,7 @@ int readNumber(const QJsonObject& object, const char* key, int preset, int high,
   bool number = value.isDouble();
   double result = value.toDouble();
   if (value.isString()) result = value.toString().toDouble(&number);
-  if (!number) {
+  if (!number || std::isnan(result)) {
     notes.push_back(joined(key, " is no number; using ", preset));
     return preset;
   }

@@ -75,6 +75,8 @@ TEST(PolicyTest, CorrectionsAreSaid) {
         Correction{R"("cameraQuality":-1)", "using 0"},
         Correction{R"("cameraQuality":1e99)", "using 100"},
         Correction{R"("cameraQuality":"much")", "no number; using 50"},
+        Correction{R"("cameraQuality":"nan")", "no number; using 50"},
+        Correction{R"("cameraQuality":"inf")", "using 100"},
         Correction{R"("cameraFrameInternal":999999)", "using 10000"},
         Correction{R"("cameraFrameInternal":null)", "no number; using 0"},
         Correction{R"("cameraMaxResolution":"*")", "using 1920*1080"},
