@@ -42,7 +42,7 @@ class TempDir {
 };
 
 // Generous, for machines under load; a test that passes never waits that long.
-inline constexpr milliseconds kPatience{4000};
+inline constexpr milliseconds kPatience{15000};
 
 template <class Condition>
 bool waitUntil(Condition condition, milliseconds limit = kPatience) {

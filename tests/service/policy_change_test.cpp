@@ -89,18 +89,43 @@ TEST_F(PolicyChangeTest, NonsenseIsRefusedAndTheFormerPolicyStays) {
   EXPECT_TRUE(host->records.awaitFrameOf({320, 240}));
 }
 
-TEST_F(PolicyChangeTest, H264OrAStatedFallBack) {
+TEST_F(PolicyChangeTest, H264WhereThereIsAnEncoder) {
+  if (!service::h264Available()) GTEST_SKIP() << "no H.264 encoder is installed";
   start({"--camera", "test:A,320x240@30"});
   const auto host = this->host();
   host->policy({{"cameraEncodeType", "H264"}});
   watch(*host, "test:A");
-  const Record frame = host->records.await(CameraDataKind::Frame);
-  if (service::h264Available()) {
-    EXPECT_EQ(frame.frame.encoding, kEncodingH264);
-  } else {
-    EXPECT_EQ(frame.frame.encoding, kEncodingMjpg);
-    EXPECT_TRUE(host->awaitChange("policy").value("reason").toString().contains("using MJPG"));
+  const CameraFrame frame = host->records.await(CameraDataKind::Frame).frame;
+  EXPECT_EQ(frame.encoding, kEncodingH264);
+  EXPECT_EQ(frame.flags & kFrameIsKey, kFrameIsKey) << "a VM begins with what stands by itself";
+  EXPECT_TRUE(host->changes().empty()) << "nothing had to be corrected";
+}
+
+// A folder with all of GStreamer's plug-ins but the H.264 encoders.
+void linkPluginsWithoutH264(const std::string& folder) {
+  const std::unique_ptr<GstPlugin, decltype(&gst_object_unref)> plugin(
+      gst_registry_find_plugin(gst_registry_get(), "coreelements"), gst_object_unref);
+  const std::filesystem::path installed(gst_plugin_get_filename(plugin.get()));
+  std::filesystem::create_directory(folder);
+  for (const auto& entry : std::filesystem::directory_iterator(installed.parent_path())) {
+    const std::string name = entry.path().filename();
+    if (name.find("264") != std::string::npos) continue;
+    std::filesystem::create_symlink(entry.path(), folder + "/" + name);
   }
+}
+
+TEST_F(PolicyChangeTest, WithoutAnH264EncoderItFallsBackAndSaysSo) {
+  linkPluginsWithoutH264(dir / "plugins");
+  ::setenv("GST_PLUGIN_SYSTEM_PATH_1_0", (dir / "plugins").c_str(), 1);
+  ::setenv("GST_REGISTRY", (dir / "registry").c_str(), 1);
+  start({"--camera", "test:A,320x240@30"});
+  const auto host = this->host();
+  host->policy({{"cameraEncodeType", "H264"}});
+  const QString note = host->awaitChange("policy").value("reason").toString();
+  EXPECT_TRUE(note.contains("needs an H.264 encoder")) << note.toStdString();
+  EXPECT_TRUE(note.contains("using MJPG")) << note.toStdString();
+  watch(*host, "test:A");
+  EXPECT_EQ(host->records.await(CameraDataKind::Frame).frame.encoding, kEncodingMjpg);
 }
 
 }  // namespace
