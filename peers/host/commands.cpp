@@ -2,6 +2,7 @@
 
 #include <QFile>
 #include <QJsonDocument>
+#include <charconv>
 #include <sstream>
 #include <stdexcept>
 
@@ -108,8 +109,14 @@ Commands::Result Commands::shareTcp(const Words& words) {
 }
 
 Commands::Result Commands::shareAllSession(const Words& words) {
-  if (words.size() > 2) return {{}, kUsage, "usage: share-all [SESSION]"};
-  return {{}, m_shareAll(words.size() == 2 ? std::atoi(words[1].c_str()) : 0), {}};
+  const std::string session = words.size() == 2 ? words[1] : "0";
+  int number = 0;
+  const auto [end, error] =
+      std::from_chars(session.data(), session.data() + session.size(), number);
+  if (words.size() > 2 || error != std::errc() || *end != '\0') {
+    return {{}, kUsage, "usage: share-all [SESSION], a number"};
+  }
+  return {{}, m_shareAll(number), {}};
 }
 
 Commands::Result Commands::unshare(const Words& words) {

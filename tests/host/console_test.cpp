@@ -34,6 +34,15 @@ TEST_F(ConsoleTest, ExplainsItsCommandsAndStatusCodes) {
   EXPECT_TRUE(terminal.shows("the camera service is not running on this channel (103)"));
 }
 
+TEST_F(ConsoleTest, SaysHowACommandIsWritten) {
+  for (const char* line : {"share", "share-tcp 0 host", "share-all x", "share-all 1x", "unshare",
+                           "policy", "share-all 99999999999"}) {
+    terminal.type(std::string(line) + "\n");
+    EXPECT_TRUE(terminal.shows(std::string(line) + ": the command lacks an item (12)")) << line;
+    EXPECT_TRUE(terminal.shows("usage: ")) << line;
+  }
+}
+
 TEST_F(ConsoleTest, AnEventLeavesTheLineThatIsBeingTyped) {
   terminal.type("hel");
   EXPECT_TRUE(terminal.shows("hel"));
