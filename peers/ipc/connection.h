@@ -24,7 +24,7 @@
 #include <string>
 #include <thread>
 
-#include "ipc/fd.h"
+#include "fd.h"
 #include "ipc/pending_calls.h"
 #include "ipc/writer.h"
 #include "lumsar/assembler.h"
@@ -85,8 +85,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   const std::string m_path;
   const ConnectionLimits m_limits;
   const int m_id;
-  Fd m_socket;
-  Fd m_wake;  // an event counter: something is to be done besides receiving
+  UniqueFd m_socket;
+  UniqueFd m_wake;  // an event counter: something is to be done besides receiving
   Writer m_writer;
   PendingCalls m_calls;
   MessageAssembler m_assembler;  // receiving thread only, once open

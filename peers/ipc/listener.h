@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-#include "ipc/fd.h"
+#include "fd.h"
 
 namespace lumsar::ipc {
 
@@ -30,9 +30,10 @@ class Listener {
   const std::string& path() const { return m_path; }
 
  private:
-  Listener(Fd socket, std::string path) : m_socket(std::move(socket)), m_path(std::move(path)) {}
+  Listener(UniqueFd socket, std::string path)
+      : m_socket(std::move(socket)), m_path(std::move(path)) {}
 
-  Fd m_socket;
+  UniqueFd m_socket;
   std::string m_path;
   bool m_ownsFile = false;
   dev_t m_device = 0;  // of the file, so that a successor's is never removed

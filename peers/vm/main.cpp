@@ -16,6 +16,7 @@
 
 namespace {
 
+using lumsar::UniqueFd;
 using namespace lumsar::vm;
 
 // Signals become readable here; threads that are started later inherit the block.

@@ -9,17 +9,17 @@
 #include <span>
 #include <stdexcept>
 
+#include "fd.h"
 #include "ipc/channel_path.h"
-#include "ipc/fd.h"
 #include "support.h"
 
 namespace lumsar::test {
 
 class RawPeer {
  public:
-  explicit RawPeer(ipc::Fd socket) : m_socket(std::move(socket)) {}
+  explicit RawPeer(UniqueFd socket) : m_socket(std::move(socket)) {}
   static RawPeer connect(const std::string& path) {
-    ipc::Fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const sockaddr_un address = ipc::socketAddress(path);
     if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
       throw std::runtime_error(std::strerror(errno));
@@ -67,11 +67,11 @@ class RawPeer {
       if (::recv(m_socket.get(), bytes, sizeof bytes, 0) <= 0) return true;
     }
   }
-  void close() { m_socket = ipc::Fd(); }
+  void close() { m_socket = UniqueFd(); }
   int fd() const { return m_socket.get(); }
 
  private:
-  ipc::Fd m_socket;
+  UniqueFd m_socket;
 };
 
 class RawService {
@@ -85,7 +85,7 @@ class RawService {
     }
   }
   RawPeer accept() const {
-    return RawPeer(ipc::Fd(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC)));
+    return RawPeer(UniqueFd(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC)));
   }
   // Accepts, reads the introduction and answers it.
   RawPeer welcome(int code = 0) const {
@@ -100,7 +100,7 @@ class RawService {
   mutable Bytes introduction;
 
  private:
-  ipc::Fd m_socket;
+  UniqueFd m_socket;
 };
 
 }  // namespace lumsar::test

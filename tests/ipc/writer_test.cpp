@@ -15,11 +15,11 @@ struct Pair {
     int fds[2];
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0)
       throw std::runtime_error("");
-    ours = ipc::Fd(fds[0]);
-    theirs = RawPeer(ipc::Fd(fds[1]));
+    ours = UniqueFd(fds[0]);
+    theirs = RawPeer(UniqueFd(fds[1]));
   }
-  ipc::Fd ours;
-  RawPeer theirs{ipc::Fd()};
+  UniqueFd ours;
+  RawPeer theirs{UniqueFd()};
 };
 
 TEST(WriterTest, MessagesOfSeveralThreadsDoNotInterleave) {
