@@ -34,6 +34,15 @@ TEST_F(ConsoleTest, ExplainsItsCommandsAndStatusCodes) {
   EXPECT_TRUE(terminal.shows("the camera service is not running on this channel (103)"));
 }
 
+TEST_F(ConsoleTest, TriesAgainAfterAGrowingPause) {
+  EXPECT_TRUE(terminal.shows("next try in 800 ms"));
+  const std::string& screen = terminal.screen();
+  const std::size_t first = screen.find("next try in 200 ms");
+  const std::size_t second = screen.find("next try in 400 ms");
+  EXPECT_LT(first, second) << screen;
+  EXPECT_LT(second, screen.find("next try in 800 ms")) << screen;
+}
+
 TEST_F(ConsoleTest, SaysHowACommandIsWritten) {
   for (const char* line : {"share", "share-tcp 0 host", "share-all x", "share-all 1x", "unshare",
                            "policy", "share-all 99999999999"}) {
