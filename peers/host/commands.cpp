@@ -11,7 +11,7 @@ namespace lumsar::host {
 namespace {
 
 constexpr int kUsage = STATUS_MISSING_ITEM;  // a command that the host itself refuses
-constexpr std::size_t kListSize = 64 * 1024;
+constexpr std::size_t kListSize = std::size_t{64} * 1024;
 
 QString qt(const std::string& text) {
   return QString::fromStdString(text);

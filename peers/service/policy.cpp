@@ -94,7 +94,7 @@ void readPixelFormats(const QJsonObject& object, PolicyRule& rule, Notes& notes)
   const char* key = "cameraPixelFormat";
   if (!object.contains(key)) return;
   std::vector<std::string> formats;
-  for (const QJsonValue& value : object.value(key).toArray()) {
+  for (const QJsonValue value : object.value(key).toArray()) {
     const std::string format = value.toString().toUpper().toStdString();
     if (std::ranges::find(kPixelFormats, format) != kPixelFormats.end()) {
       formats.push_back(format);
@@ -169,7 +169,7 @@ PolicyReading readPolicy(std::string_view document, bool h264Available) {
   Policy policy;
   policy.rules.clear();
   policy.vmId = json.object.value("vm_id").toString().toStdString();
-  for (const QJsonValue& value : json.object.value("policy").toArray()) {
+  for (const QJsonValue value : json.object.value("policy").toArray()) {
     if (!value.isObject()) {
       reading.notes.emplace_back("an element of \"policy\" is no object; left out");
     } else if (const auto rule = readRule(value.toObject(), h264Available, reading.notes)) {

@@ -27,7 +27,7 @@ class Address {
   static Address parse(const std::string& text);
   static Address loopback(std::uint16_t port);
 
-  bool isUnix() const { return m_path.size() > 0; }
+  bool isUnix() const { return !m_path.empty(); }
   const std::string& path() const { return m_path; }
 
   // A listening socket, non-blocking. Throws Failure.
