@@ -2,11 +2,6 @@
 // 16-byte header and a body by kind. The plug-in carries it unread; the camera service and the VM's
 // side speak it. Standalone: the standard library only. docs/protocol.md draws it.
 //
-//    0      2      4          8                    16
-//   +------+------+----------+--------------------+----------
-//   | kind | zero |  camera  |        time        | body...
-//   +------+------+----------+--------------------+----------
-//
 // All numbers are little-endian, all texts UTF-8 without terminator. A receiver skips kinds that it
 // does not know and ignores bytes behind the fields that it knows, so that records can grow.
 #ifndef LUMSAR_CAMERA_DATA_H
