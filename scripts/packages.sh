@@ -31,11 +31,9 @@ wanted_test_packages='
 libspice-client-glib-2.0-dev     pc:spice-client-glib-2.0
 freerdp2-dev                     pc:freerdp2
 qemu-system-x86                  cmd:qemu-system-x86_64
-busybox-static                   cmd:busybox
-cpio                             cmd:cpio
-kmod                             cmd:modprobe
 make                             cmd:make
 xz-utils                         cmd:xz
+openssl                          cmd:openssl
 chromium                         cmd:chromium
 gstreamer1.0-plugins-ugly        file:/usr/lib/*/gstreamer-1.0/libgstx264.so
 '
@@ -43,13 +41,20 @@ gstreamer1.0-plugins-ugly        file:/usr/lib/*/gstreamer-1.0/libgstx264.so
 vm_packages='
 qemu-system-x86                  cmd:qemu-system-x86_64
 libspice-client-glib-2.0-dev     pc:spice-client-glib-2.0
-gcc-12                           cmd:gcc-12
 make                             cmd:make
 xz-utils                         cmd:xz
 '
 fuzz_packages='
 clang                            cmd:clang++
 libclang-rt-14-dev               file:/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a
+'
+# For the longer tests: programs that are not ours as the other side.
+long_packages='
+xrdp                             file:/usr/sbin/xrdp
+tigervnc-standalone-server       cmd:Xvnc
+freerdp2-x11                     cmd:xfreerdp
+xvfb                             cmd:Xvfb
+openssl                          cmd:openssl
 '
 lint_packages='
 clang-format                     cmd:clang-format
