@@ -12,12 +12,12 @@ void Inbox::listen(Transport::Listener* listener) {
     m_events.clear();
     m_bytes = 0;
   }
-  m_emptied.notify_all();
+  m_roomMade.notify_all();
 }
 
 void Inbox::received(std::span<const unsigned char> bytes) {
   std::unique_lock lock(m_mutex);
-  m_emptied.wait(lock, [this] { return m_bytes < kMaxBytes || m_ended; });
+  m_roomMade.wait(lock, [this] { return m_bytes < kMaxBytes || m_ended; });
   if (m_ended) return;
   if (m_events.empty() || m_events.back().kind != Kind::Received) {
     m_events.push_back({Kind::Received, {}, {}});
@@ -46,14 +46,20 @@ void Inbox::deliver() {
   {
     const std::lock_guard lock(m_mutex);
     events.swap(m_events);
-    m_bytes = 0;
     m_deliveryPosted = false;
   }
-  m_emptied.notify_all();
   for (const Event& event : events) {
     if (m_listener == nullptr) return;
     tell(*m_listener, event);
+    handled(event.bytes.size());
   }
+}
+
+void Inbox::handled(std::size_t size) {
+  const std::lock_guard lock(m_mutex);
+  if (m_ended) return;
+  m_bytes -= size;
+  m_roomMade.notify_all();
 }
 
 void Inbox::tell(Transport::Listener& listener, const Event& event) {

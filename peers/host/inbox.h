@@ -45,14 +45,15 @@ class Inbox : public std::enable_shared_from_this<Inbox> {
   void put(Event event);
   void deliverLater();
   void deliver();
+  void handled(std::size_t size);
   static void tell(Transport::Listener& listener, const Event& event);
 
   asio::io_context& m_loop;
   Transport::Listener* m_listener = nullptr;  // of the main loop
   std::mutex m_mutex;
-  std::condition_variable m_emptied;
+  std::condition_variable m_roomMade;
   std::deque<Event> m_events;
-  std::size_t m_bytes = 0;
+  std::size_t m_bytes = 0;  // not yet handled by the listener
   bool m_deliveryPosted = false;
   bool m_ended = false;
 };

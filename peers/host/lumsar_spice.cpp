@@ -28,16 +28,28 @@ std::string ticket(const Options& options) {
   return line;
 }
 
+// The library would only say that TLS failed.
+std::string certificates(const Options& options) {
+  const std::string file = own(options, "ca-file");
+  if (!file.empty() && !std::ifstream(file)) {
+    throw std::runtime_error("cannot read certificates from " + file);
+  }
+  return file;
+}
+
 lumsar::host::SpiceAddress address(const Options& options) {
   lumsar::host::SpiceAddress address;
   address.uri = options.vm;
-  if (!address.uri.starts_with("spice://") && !address.uri.starts_with("spice+")) {
-    throw lumsar::host::UsageError("\"" + address.uri +
-                                   "\" is no address: use spice://HOST:PORT or spice+unix:///PATH");
+  if (!lumsar::host::isSpiceUri(address.uri)) {
+    throw lumsar::host::UsageError(
+        "\"" + address.uri +
+        "\" is no address: use spice://HOST:PORT, spice+tls://HOST:PORT or "
+        "spice+unix:///PATH");
   }
   if (const std::string port = own(options, "port"); !port.empty()) address.port = port;
   address.ticket = ticket(options);
-  address.caFile = own(options, "ca-file");
+  address.caFile = certificates(options);
+  address.hostSubject = own(options, "host-subject");
   return address;
 }
 
@@ -47,11 +59,12 @@ int main(int argc, char** argv) {
   using namespace lumsar::host;
   const ProgramText text{
       .name = "lumsar-spice",
-      .synopsis = "[OPTION...] spice://HOST:PORT|spice+unix:///PATH",
+      .synopsis = "[OPTION...] spice://HOST:PORT|spice+tls://HOST:PORT|spice+unix:///PATH",
       .addressHelp = "",
       .own = {{"port", "NAME", "the port channel's name (default org.lumsar.camera.0)"},
               {"ticket-file", "FILE", "the server's ticket (default: $LUMSAR_TICKET, if set)"},
-              {"ca-file", "FILE", "certificates to trust for TLS, in PEM"}},
+              {"ca-file", "FILE", "certificates to trust for TLS, in PEM"},
+              {"host-subject", "NAME", "whom the server's certificate names, if not HOST"}},
   };
   return runHostProgram(argc, argv, text, Kind::Spice,
                         [](asio::io_context& loop, SendQueue& queue, const Options& options) {

@@ -1,7 +1,6 @@
 #include "spice_transport.h"
 
 #include <algorithm>
-#include <asio/post.hpp>
 #include <functional>
 
 namespace lumsar::host {
@@ -39,7 +38,9 @@ const char* eventText(SpiceChannelEvent event) {
     case SPICE_CHANNEL_ERROR_CONNECT:
       return "cannot connect to the server";
     case SPICE_CHANNEL_ERROR_TLS:
-      return "TLS failed; is the CA file right?";
+      return "TLS failed: is the server's certificate of an authority in --ca-file, and made out "
+             "for "
+             "this host or for --host-subject?";
     case SPICE_CHANNEL_ERROR_LINK:
       return "the server refused the link";
     case SPICE_CHANNEL_ERROR_AUTH:
@@ -53,6 +54,17 @@ const char* eventText(SpiceChannelEvent event) {
 
 }  // namespace
 
+bool isSpiceUri(const std::string& uri) {
+  g_autofree char* port = nullptr;
+  g_autofree char* tlsPort = nullptr;
+  g_autofree char* path = nullptr;
+  SpiceSession* session = spice_session_new();
+  g_object_set(session, "uri", uri.c_str(), nullptr);
+  g_object_get(session, "port", &port, "tls-port", &tlsPort, "unix-path", &path, nullptr);
+  g_object_unref(session);
+  return port != nullptr || tlsPort != nullptr || (path != nullptr && *path != '\0');
+}
+
 // One write in flight; the library reads the bytes until its callback.
 struct SpiceTransport::Write {
   SpiceTransport* transport;
@@ -60,14 +72,14 @@ struct SpiceTransport::Write {
 };
 
 SpiceTransport::SpiceTransport(asio::io_context& loop, SendQueue& queue, SpiceAddress address)
-    : m_loop(loop), m_queue(queue), m_address(std::move(address)) {}
+    : m_queue(queue), m_address(std::move(address)), m_inbox(std::make_shared<Inbox>(loop)) {}
 
 SpiceTransport::~SpiceTransport() {
   stop();
 }
 
 void SpiceTransport::start(Listener& listener) {
-  m_listener = std::make_shared<Listener*>(&listener);
+  m_inbox->listen(&listener);
   m_glibLoop = g_main_loop_new(nullptr, FALSE);
   m_pauseMs = kFirstPauseMs;
   m_thread = std::thread([this] { run(); });
@@ -75,7 +87,7 @@ void SpiceTransport::start(Listener& listener) {
 
 void SpiceTransport::stop() {
   if (!m_thread.joinable()) return;
-  *m_listener = nullptr;
+  m_inbox->listen(nullptr);
   onGlib([this] {
     disconnect();
     g_main_loop_quit(m_glibLoop);
@@ -95,12 +107,6 @@ void SpiceTransport::run() {
   g_main_loop_run(m_glibLoop);
 }
 
-void SpiceTransport::tell(std::function<void(Listener&)> call) {
-  asio::post(m_loop, [listener = m_listener, call = std::move(call)] {
-    if (*listener != nullptr) call(**listener);
-  });
-}
-
 void SpiceTransport::connect() {
   m_session = spice_session_new();
   g_object_set(m_session, "uri", m_address.uri.c_str(), "enable-audio", FALSE, "enable-smartcard",
@@ -110,6 +116,10 @@ void SpiceTransport::connect() {
   }
   if (!m_address.caFile.empty()) {
     g_object_set(m_session, "ca-file", m_address.caFile.c_str(), nullptr);
+  }
+  if (!m_address.hostSubject.empty()) {
+    g_object_set(m_session, "cert-subject", m_address.hostSubject.c_str(), "verify",
+                 SPICE_SESSION_VERIFY_SUBJECT, nullptr);
   }
   g_signal_connect(m_session, "channel-new",
                    G_CALLBACK(+[](SpiceSession*, SpiceChannel* channel, gpointer self) {
@@ -178,7 +188,9 @@ void SpiceTransport::channelAppeared(SpiceChannel* channel) {
   g_signal_connect(channel, "port-data",
                    G_CALLBACK(+[](SpicePortChannel* port, void* bytes, int size, gpointer data) {
                      auto& self = *static_cast<SpiceTransport*>(data);
-                     if (port == self.m_port) self.received(bytes, static_cast<size_t>(size));
+                     if (port != self.m_port) return;
+                     self.m_inbox->received({static_cast<const unsigned char*>(bytes),
+                                             static_cast<std::size_t>(size)});
                    }),
                    this);
   g_signal_connect(channel, "channel-event",
@@ -207,7 +219,7 @@ void SpiceTransport::mainEvent(SpiceChannelEvent event) {
   if (lasted) m_pauseMs = kFirstPauseMs;
   m_connectedAt = 0;
   setOpen(false, eventText(event));
-  tell([why = std::string(eventText(event))](Listener& listener) { listener.channelTrouble(why); });
+  m_inbox->trouble(eventText(event));
   reconnectLater();
 }
 
@@ -226,33 +238,23 @@ void SpiceTransport::portChanged(SpicePortChannel* port) {
   const bool isNew = m_port == nullptr;
   g_set_object(&m_port, port);
   setOpen(open == TRUE, kNobody);
-  if (isNew && open != TRUE) {
-    tell([](Listener& listener) { listener.channelTrouble(kNobody); });
-  }
+  if (isNew && open != TRUE) m_inbox->trouble(kNobody);
 }
 
 void SpiceTransport::checkPort() {
   m_portCheck = 0;
   if (m_port != nullptr) return;
-  tell([why = "the VM has no port named " + m_address.port +
-              "; its definition lacks it"](Listener& listener) { listener.channelTrouble(why); });
+  m_inbox->trouble("the VM has no port named " + m_address.port + "; its definition lacks it");
 }
 
 void SpiceTransport::setOpen(bool open, const std::string& why) {
   if (open == m_open) return;
   m_open = open;
   if (open) {
-    tell([](Listener& listener) { listener.channelOpened(); });
+    m_inbox->opened();
   } else {
-    tell([why](Listener& listener) { listener.channelClosed(why); });
+    m_inbox->closed(why);
   }
-}
-
-void SpiceTransport::received(const void* data, std::size_t size) {
-  const auto* bytes = static_cast<const unsigned char*>(data);
-  tell([copy = SendQueue::Bytes(bytes, bytes + size)](Listener& listener) {
-    listener.channelReceived(copy);
-  });
 }
 
 void SpiceTransport::pump() {

@@ -11,16 +11,21 @@
 #include <string>
 #include <thread>
 
+#include "inbox.h"
 #include "send_queue.h"
 #include "transport.h"
 
 namespace lumsar::host {
 
+// Whether the library can make something of it; if not, it has said why on stderr.
+bool isSpiceUri(const std::string& uri);
+
 struct SpiceAddress {
-  std::string uri;  // spice://HOST:PORT, spice+unix:///PATH, ...
+  std::string uri;  // spice://HOST:PORT, spice+tls://HOST:PORT, spice+unix:///PATH
   std::string port = "org.lumsar.camera.0";
-  std::string ticket;  // password, may be empty
-  std::string caFile;  // for TLS, may be empty
+  std::string ticket;       // password, may be empty
+  std::string caFile;       // for TLS, may be empty
+  std::string hostSubject;  // of the server's certificate, if it is not made out for HOST
 };
 
 class SpiceTransport final : public Transport {
@@ -45,17 +50,12 @@ class SpiceTransport final : public Transport {
   void portEvent(SpiceChannelEvent event);
   void portChanged(SpicePortChannel* port);
   void checkPort();
-  void received(const void* data, std::size_t size);
   void setOpen(bool open, const std::string& why);
   void pump();
 
-  // Hands a call over to the listener on the main loop, if it still listens.
-  void tell(std::function<void(Listener&)> call);
-
-  asio::io_context& m_loop;
   SendQueue& m_queue;
   SpiceAddress m_address;
-  std::shared_ptr<Listener*> m_listener;  // null after stop(); only the main loop looks inside
+  std::shared_ptr<Inbox> m_inbox;
   std::thread m_thread;
 
   GMainLoop* m_glibLoop = nullptr;

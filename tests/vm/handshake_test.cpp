@@ -1,5 +1,8 @@
 // The beginning of a session between a real guest and lumsar-spice, with a VM's side that does as
 // it is told: what is said, and what becomes of those who say it wrong.
+#include <algorithm>
+#include <csignal>
+
 #include "support/spice_vm.h"
 
 namespace lumsar::vmtest {
@@ -46,8 +49,12 @@ TEST_F(Handshake, EachOpeningOfThePortIsGreeted) {
 }
 
 TEST_F(Handshake, GarbageInsteadOfAnAnswer) {
-  meet("hello random:300000 sleep:600000");
+  meet("hello sleep:500 random:10000000 sleep:600000");
+  ASSERT_TRUE(agentSays("hello "));
+  const long before = user().host().residentKb();
   EXPECT_TRUE(user().host().expect("bytes that are no message; dropped"));
+  EXPECT_TRUE(eventually(20s, [this] { return user().counter("strayBytes") > 9'900'000; }));
+  EXPECT_LT(user().host().residentKb() - before, 20 * 1024);
   EXPECT_FALSE(user().host().said("VM answered"));
   EXPECT_TRUE(nextSessionWorks());
 }
@@ -87,6 +94,25 @@ TEST_F(Handshake, TwoGigabytesAnnounced) {
   EXPECT_TRUE(nextSessionWorks());
 }
 
+// The service takes nothing: the guest has to wait, and what it sends must not pile up here.
+TEST_F(Handshake, FloodFromTheGuestWhileTheServiceStalls) {
+  std::string flood = "hello answer sleep:500";
+  for (int i = 0; i < 200; ++i) flood += " data:1000000:1000000";
+  meet(flood);
+  ASSERT_TRUE(user().host().expect("ready to share cameras"));
+  user().service().signal(SIGSTOP);
+  const long before = user().host().residentKb();
+  long most = 0;
+  eventually(3s, [&] {
+    most = std::max(most, user().host().residentKb());
+    return false;
+  });
+  // Inbox::kMaxBytes, once more in the assembler, and the spare room of both.
+  EXPECT_LT(most - before, 48 * 1024);
+  user().service().signal(SIGCONT);
+  EXPECT_TRUE(nextSessionWorks());
+}
+
 // What a former VM's side has left in the port arrives before the answer of the next one.
 TEST_F(Handshake, BytesLeftOverFromAnOldSession) {
   agent("data:100000:20000 close open sleep:100 serve");
@@ -105,6 +131,12 @@ TEST_F(Handshake, PortThatNeverOpens) {
 TEST_F(Handshake, PortThatTheVmDoesNotHave) {
   user().startHost(guest().address(), {"--port", "org.lumsar.camera.7"});
   EXPECT_TRUE(user().host().expect("the VM has no port named org.lumsar.camera.7"));
+}
+
+TEST_F(Handshake, AddressThatIsNone) {
+  user().startHost("spice://127.0.0.1");
+  EXPECT_EQ(user().host().wait(5s), 2);
+  EXPECT_TRUE(user().host().expect("\"spice://127.0.0.1\" is no address: use spice://HOST:PORT"));
 }
 
 TEST_F(Handshake, ServerThatIsNotThere) {

@@ -2,9 +2,6 @@
 // with the service, the IPC library, the plug-in and lumsar-spice inside it, and a desktop VM with
 // lumsar-vm, whose programs see it as a device of their own.
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include "support/guest.h"
 #include "support/pictures.h"
@@ -13,19 +10,6 @@ namespace lumsar::vmtest {
 namespace {
 
 using namespace std::chrono_literals;
-
-int freePort() {
-  const int socketNumber = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof address;
-  auto* general = reinterpret_cast<sockaddr*>(&address);
-  const bool bound = bind(socketNumber, general, size) == 0;
-  const bool known = bound && getsockname(socketNumber, general, &size) == 0;
-  close(socketNumber);
-  return known ? ntohs(address.sin_port) : 0;
-}
 
 class TwoMachines : public testing::Test {
  protected:

@@ -1,7 +1,7 @@
 // The virtual machine of the tests: see guest.h.
 #include "support/guest.h"
 
-#include <poll.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -40,6 +40,19 @@ Path testDirectory() {
   return environment("LUMSAR_VM_TEST_DIRECTORY");
 }
 
+int freePort() {
+  const int socketNumber = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  auto* general = reinterpret_cast<sockaddr*>(&address);
+  const bool bound = bind(socketNumber, general, size) == 0;
+  const bool known = bound && getsockname(socketNumber, general, &size) == 0;
+  close(socketNumber);
+  return known ? ntohs(address.sin_port) : 0;
+}
+
 Guest::Guest(std::string name, Path directory, GuestSetup setup)
     : m_name(std::move(name)),
       m_directory(std::move(directory)),
@@ -52,11 +65,19 @@ Guest::~Guest() {
   if (m_qemu) m_qemu->signal(SIGKILL);
 }
 
+std::string Guest::spiceOptions() const {
+  std::string options = m_setup.spicePort != 0
+                            ? "addr=127.0.0.1,port=" + std::to_string(m_setup.spicePort)
+                            : "unix=on,addr=" + m_spiceSocket.string();
+  if (m_setup.tlsPort != 0) {
+    options += ",tls-port=" + std::to_string(m_setup.tlsPort) +
+               ",x509-dir=" + m_setup.certificates.string();
+  }
+  return options + (m_setup.ticket.empty() ? ",disable-ticketing=on" : ",password-secret=ticket");
+}
+
 std::vector<std::string> Guest::command() const {
   const std::string port = "org.lumsar.camera.0";
-  const std::string server = m_setup.spicePort != 0
-                                 ? "addr=127.0.0.1,port=" + std::to_string(m_setup.spicePort)
-                                 : "unix=on,addr=" + m_spiceSocket.string();
   std::vector<std::string> words{"qemu-system-x86_64"};
   const auto add = [&words](const std::string& option, const std::string& value) {
     words.push_back(option);
@@ -71,7 +92,8 @@ std::vector<std::string> Guest::command() const {
   add("-initrd", m_setup.initramfs.string());
   add("-append", "console=ttyS0 quiet panic=-1");
   add("-serial", "file:" + (m_directory / (m_name + ".console")).string());
-  add("-spice", server + ",disable-ticketing=on");
+  if (!m_setup.ticket.empty()) add("-object", "secret,id=ticket,data=" + m_setup.ticket);
+  add("-spice", spiceOptions());
   add("-device", "virtio-serial-pci");
   add("-chardev", "spiceport,id=camera,name=" + port);
   add("-device", "virtserialport,chardev=camera,name=" + port);

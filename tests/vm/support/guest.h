@@ -15,13 +15,19 @@ struct GuestSetup {
   Path kernel;
   Path initramfs;
   int megabytes = 256;
-  int spicePort = 0;     // on the loopback interface, in place of a Unix socket
-  bool network = false;  // reaches this machine's loopback interface as 10.0.2.2
+  int spicePort = 0;  // on the loopback interface, in place of a Unix socket
+  int tlsPort = 0;    // beside it, with what is in `certificates`
+  Path certificates = {};
+  std::string ticket = {};  // none if empty
+  bool network = false;     // reaches this machine's loopback interface as 10.0.2.2
 
   // The guest whose parts run-vm-test has exported.
   static GuestSetup desktop();
   static GuestSetup user();
 };
+
+// A TCP port of the loopback interface that nobody uses now.
+int freePort();
 
 // Short, for the names of sockets: the directory that run-vm-test has made.
 Path testDirectory();
@@ -60,6 +66,7 @@ class Guest {
 
  private:
   std::vector<std::string> command() const;
+  std::string spiceOptions() const;
   bool connectShell();
   void hangUp();
 

@@ -7,7 +7,6 @@
 namespace lumsar::vmtest {
 
 std::unique_ptr<Guest> SpiceVm::s_guest;
-int SpiceVm::s_users = 0;
 
 void SpiceVm::SetUp() {
   if (!s_guest) {
@@ -15,13 +14,13 @@ void SpiceVm::SetUp() {
     std::atexit([] { s_guest.reset(); });
   }
   ASSERT_TRUE(s_guest->running() || s_guest->boot());
-  m_user = std::make_unique<UserSide>(testDirectory(), ++s_users);
+  m_user = std::make_unique<UserSide>(testDirectory());
 }
 
 void SpiceVm::TearDown() {
   if (m_user) m_user->endHost();
   if (HasFailure()) {
-    std::printf("see %s/user-%d\n", testDirectory().c_str(), s_users);
+    if (m_user) std::printf("see %s\n", m_user->directory().c_str());
     if (s_guest->running()) {
       std::printf("%s\n", s_guest->run("tail -n 30 /tmp/*.log").output.c_str());
     }

@@ -28,7 +28,6 @@ class SpiceVm : public testing::Test {
 
  private:
   static std::unique_ptr<Guest> s_guest;
-  static int s_users;
   std::unique_ptr<UserSide> m_user;
 };
 

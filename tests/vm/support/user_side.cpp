@@ -1,6 +1,8 @@
 // The user's machine of the tests: see user_side.h.
 #include "support/user_side.h"
 
+#include <gtest/gtest.h>
+
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
@@ -11,8 +13,8 @@ namespace lumsar::vmtest {
 
 using namespace std::chrono_literals;
 
-UserSide::UserSide(const Path& directory, int number)
-    : m_directory(directory / ("user-" + std::to_string(number))),
+UserSide::UserSide(const Path& parent)
+    : m_directory(parent / ("user-" + std::to_string(++s_count))),
       m_record(m_directory / "pictures"),
       m_log(m_directory / "host.log"),
       m_channel(m_directory / "cameras.sock") {
@@ -48,6 +50,14 @@ void UserSide::startHost(const std::string& address, const std::vector<std::stri
   m_host = std::make_unique<Child>(command, m_log,
                                    Child::Environment{{"LUMSAR_REAL_IPC", LUMSAR_REAL_IPC},
                                                       {"LUMSAR_IPC_RECORD", m_record.string()}});
+}
+
+void UserSide::endHost() {
+  if (m_host && m_host->running()) {
+    m_host->signal(SIGTERM);
+    EXPECT_EQ(m_host->wait(5s), 0);
+  }
+  m_host.reset();
 }
 
 bool UserSide::command(const std::string& line) {

@@ -15,16 +15,18 @@ inline constexpr const char* kCamera = "test:Front";
 
 class UserSide {
  public:
-  // `directory` takes sockets and logs; `number` keeps those of several user sides apart.
-  UserSide(const Path& directory, int number);
+  // Its sockets and logs are in a directory of their own inside `parent`.
+  explicit UserSide(const Path& parent);
 
   // With a camera named kCamera of this format.
   bool startService(const std::string& format = "320x240@10");
   void killService();
   // Connects to a SPICE server and reads commands.
   void startHost(const std::string& address, const std::vector<std::string>& options = {});
-  void endHost() { m_host.reset(); }
+  // Asks it to end, if it still runs, and expects that it does so cleanly.
+  void endHost();
 
+  const Path& directory() const { return m_directory; }
   Child& host() { return *m_host; }
   Child& service() { return *m_service; }
   // Gives the host a command and waits for its result. False when it failed or did not come.
@@ -35,6 +37,7 @@ class UserSide {
   std::vector<std::string> picturesSent() const;
 
  private:
+  static inline int s_count = 0;
   Path m_directory;
   Path m_record;
   Path m_log;
