@@ -55,6 +55,7 @@ void CameraService::serve(int client) {
   while (!m_stopping && (size = recv(client, buffer.data(), buffer.size(), 0)) > 0) {
     assembler.append({buffer.data(), static_cast<std::size_t>(size)});
     for (auto bytes = assembler.next(); !bytes.empty(); bytes = assembler.next()) take(bytes);
+    while (m_stalled && !m_stopping) std::this_thread::sleep_for(milliseconds(5));
   }
 }
 

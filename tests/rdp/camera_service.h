@@ -22,6 +22,8 @@ class CameraService {
 
   MessageQueue& messages() { return m_messages; }
   void send(const Bytes& bytes);
+  // Takes nothing as long as it is stalled.
+  void stall(bool stalled) { m_stalled = stalled; }
   // Whether a plug-in is connected.
   bool connected();
 
@@ -35,6 +37,7 @@ class CameraService {
   std::mutex m_mutex;  // guards the client's descriptor and keeps messages whole
   int m_client = -1;
   std::atomic<bool> m_stopping{false};
+  std::atomic<bool> m_stalled{false};
   MessageQueue m_messages;
   std::thread m_thread;
 };

@@ -107,10 +107,10 @@ std::string HostProcess::output() const {
   return m_output;
 }
 
-long HostProcess::memory() const {
+long HostProcess::peakMemory() const {
   std::ifstream status("/proc/" + std::to_string(m_process) + "/status");
   for (std::string line; std::getline(status, line);) {
-    if (line.starts_with("VmRSS:")) return std::atol(line.c_str() + 6);
+    if (line.starts_with("VmHWM:")) return std::atol(line.c_str() + 6);
   }
   return 0;
 }

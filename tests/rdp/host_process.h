@@ -31,8 +31,8 @@ class HostProcess {
             std::chrono::milliseconds patience = std::chrono::seconds(20));
   int countOf(const std::string& text) const;
   std::string output() const;
-  // Resident memory in KiB.
-  long memory() const;
+  // The most memory that it has had so far, in KiB.
+  long peakMemory() const;
 
   int stop();  // exit code, or minus the signal that killed it
   int wait();  // as stop(), but it has to end by itself; it is killed when it does not

@@ -96,6 +96,15 @@ void Rig::greet(std::uint32_t capabilities) {
   ASSERT_TRUE(hello);
   answer(*hello, capabilities);
   ASSERT_TRUE(service->messages().nextOf(lumsar::IPC_MSG_POLICY));
+  if (host) m_peakMemory = host->peakMemory();
+}
+
+void Rig::expectGrowthBelow(long kibibytes) const {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  static_cast<void>(kibibytes);  // their own memory says nothing about the host
+#else
+  EXPECT_LT(host->peakMemory() - m_peakMemory, kibibytes);
+#endif
 }
 
 void Rig::expectThrough(const Bytes& payload) {

@@ -36,6 +36,8 @@ class Rig : public testing::Test {
               std::uint16_t session = 0);
   // The whole handshake, until the camera service has the policy.
   void greet(std::uint32_t capabilities = 0);
+  // The host has grown by less than this since the last greet().
+  void expectGrowthBelow(long kibibytes) const;
   // Sends a camera data message of `payload` from the service and expects it at the VM.
   void expectThrough(const Bytes& payload);
 
@@ -45,6 +47,9 @@ class Rig : public testing::Test {
   std::optional<CameraService> service;
   std::optional<RdpServer> server;
   std::optional<HostProcess> host;
+
+ private:
+  long m_peakMemory = 0;  // KiB, of a host that has been greeted
 };
 
 }  // namespace lumsar_test
