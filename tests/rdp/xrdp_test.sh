@@ -1,16 +1,32 @@
 #!/usr/bin/env bash
-# The RDP side against servers and clients that are not ours: xrdp with Xvnc behind it, xfreerdp
-# under Xvfb with the add-in. Run by ctest (label long) or by hand: xrdp_test.sh BUILD_DIRECTORY
+# The RDP side against programs that are not ours: lumsar-rdp, or xfreerdp with the add-in under
+# Xvfb, to xrdp with Xvnc behind it. Run by ctest (label long) or by hand.
+#   xrdp_test.sh BUILD-DIRECTORY lumsar-rdp|xfreerdp
 # Exit codes: 0 passed, 1 failed, 77 skipped because something is not installed.
 set -euo pipefail
+PATH=$PATH:/usr/sbin
 
-build=$(realpath "${1:?usage: xrdp_test.sh BUILD_DIRECTORY}")
-for command in xrdp xrdp-chansrv Xvnc openssl; do
-  command -v "$command" >/dev/null || {
-    echo "skipped: there is no $command (packages xrdp tigervnc-standalone-server openssl)"
-    exit 77
-  }
-done
+usage="usage: xrdp_test.sh BUILD-DIRECTORY lumsar-rdp|xfreerdp"
+build=$(realpath "${1:?$usage}")
+client=${2:?$usage}
+
+skip() { echo "skipped: $*" >&2; exit 77; }
+need() {  # COMMAND PACKAGE
+  command -v "$1" >/dev/null || skip "there is no $1 (package $2)"
+}
+need xrdp xrdp
+need xrdp-chansrv xrdp
+need Xvnc tigervnc-standalone-server
+need openssl openssl
+if [ "$client" = xfreerdp ]; then
+  need xfreerdp freerdp2-x11
+  need Xvfb xvfb
+  # xfreerdp looks for add-ins in one place only.
+  directory=$(dirname "$(ldconfig -p | sed -n 's/.* => \(.*libfreerdp2.so.2\)$/\1/p' | head -1)")/freerdp2
+  mkdir -p "$directory" 2>/dev/null || skip "$directory cannot be made"
+  [ -w "$directory" ] || skip "$directory cannot be written"
+  [ ! -e "$directory/liblumsar-client.so" ] || skip "there is an add-in in $directory already"
+fi
 
 work=$(mktemp -d)
 pids=()
@@ -21,13 +37,14 @@ cleanup() {
   wait 2>/dev/null || true
   if [ -n "$addin" ]; then
     rm -f "$addin"
-    rmdir "$(dirname "$addin")" 2>/dev/null || true
+    rmdir "$directory" 2>/dev/null || true
   fi
+  rm -f /run/xrdp/sockdir/*_"${display:-none}"  # xrdp-chansrv leaves them there
   rm -rf "$work"
 }
 trap cleanup EXIT
 
-export HOME=$work XDG_RUNTIME_DIR=$work
+export HOME=$work XDG_RUNTIME_DIR=$work TMPDIR=$work
 chmod 700 "$work"
 
 start() {  # NAME COMMAND...: in the background, with its output in NAME.log
@@ -109,7 +126,11 @@ start chansrv env "DISPLAY=:$display" xrdp-chansrv
 start xrdp xrdp --nodaemon --config "$work/yes.ini"
 start xrdp-no xrdp --nodaemon --config "$work/no.ini"
 expect "xrdp runs" listens "$port"
-start service "$build/bin/lumsar-camera-service" --camera test:Front,640x480@30
+start_service() {
+  start service "$build/bin/lumsar-camera-service" --camera test:Front,640x480@30
+  service=$!
+}
+start_service
 start vm env "DISPLAY=:$display" "$build/bin/lumsar-vm" --xrdp --share-all --save "$work/pictures"
 
 # An xrdp without log-on of its own still wants to be told to begin at once.
@@ -121,39 +142,46 @@ rdp() {  # PORT OPTION...
     "127.0.0.1:$to"
 }
 
-start host1 rdp "$port" --for 5s
-expect "pictures come through xrdp" more_pictures_than 60
-expect "the host is done" grep -q '"handshakes":1' "$work/host1.log"
-expect "the VM's side sees the client leave" grep -q 'host: disconnected' "$work/vm.log"
+test_lumsar_rdp() {
+  start host1 rdp "$port" --for 5s
+  expect "pictures come through xrdp" more_pictures_than 60
+  expect "the host is done" grep -q '"handshakes":1' "$work/host1.log"
+  expect "the VM's side sees the client leave" grep -q 'host: disconnected' "$work/vm.log"
 
-before=$(pictures)
-start host2 rdp "$port" --for 5s
-expect "pictures come to the client that came back" more_pictures_than $((before + 60))
-expect "the second host is done" grep -q '"handshakes":1' "$work/host2.log"
+  local before
+  before=$(pictures)
+  start host2 rdp "$port" --for 5s
+  expect "pictures come to the client that came back" more_pictures_than $((before + 60))
+  expect "the second host is done" grep -q '"handshakes":1' "$work/host2.log"
 
-start host3 rdp "$((port + 1))" --for 1s --wait 7s
-expect "a channel that is not allowed is explained" \
-  grep -q 'does the server allow the channel?' "$work/host3.log"
-expect "the third host gives up" grep -q 'the VM has not answered' "$work/host3.log"
+  start host3 rdp "$((port + 1))" --for 1s --wait 7s
+  expect "a channel that is not allowed is explained" \
+    grep -q 'does the server allow the channel?' "$work/host3.log"
+  expect "the third host gives up" grep -q 'the VM has not answered' "$work/host3.log"
+}
 
-directory=$(dirname "$(ldconfig -p | sed -n 's/.* => \(.*libfreerdp2.so.2\)$/\1/p' | head -1)")/freerdp2
-if ! command -v xfreerdp >/dev/null || ! command -v Xvfb >/dev/null; then
-  echo "left out: xfreerdp with the add-in (packages freerdp2-x11 xvfb)"
-elif ! mkdir -p "$directory" 2>/dev/null || ! [ -w "$directory" ]; then
-  echo "left out: xfreerdp with the add-in, $directory cannot be written"
-elif [ -e "$directory/liblumsar-client.so" ]; then
-  echo "left out: xfreerdp with the add-in, there is one in $directory already"
-else
+test_xfreerdp() {
+  local screen xfreerdp before
   addin=$directory/liblumsar-client.so
   ln -s "$build/lib/freerdp2/liblumsar-client.so" "$addin"
   screen=$(free_display $((display + 1)))
   start xvfb Xvfb ":$screen" -screen 0 800x600x24
   expect "Xvfb runs" test -e "/tmp/.X11-unix/X$screen"
-  before=$(pictures)
   start xfreerdp env "DISPLAY=:$screen" xfreerdp "/v:127.0.0.1:$port" /u:na /p:na /sec:tls \
-    /cert:ignore /vc:lumsar
-  expect "pictures come from xfreerdp with the add-in" more_pictures_than $((before + 60))
-fi
+    "/cert:fingerprint:sha256:$fingerprint" /vc:lumsar
+  xfreerdp=$!
+  expect "pictures come from xfreerdp with the add-in" more_pictures_than 60
 
+  kill -KILL "$service"
+  expect "the add-in misses the killed service" grep -q 'camera service lost' "$work/xfreerdp.log"
+  before=$(pictures)
+  start_service
+  expect "pictures come from the service that came back" more_pictures_than $((before + 60))
+
+  kill "$xfreerdp"
+  expect "the VM's side sees xfreerdp leave" grep -q 'host: disconnected' "$work/vm.log"
+}
+
+if [ "$client" = xfreerdp ]; then test_xfreerdp; else test_lumsar_rdp; fi
 [ $failures = 0 ] || exit 1
 echo "passed"
