@@ -81,7 +81,7 @@ void printHelp(const ProgramText& text) {
       "  --plugin PATH        the plug-in (default: beside this program or in ../lib)\n"
       "  --ipc-library PATH   libvdi_ipc.so (default: beside the plug-in)\n"
       "  --exec COMMAND       carry out COMMAND once the VM has answered; repeatable\n"
-      "  --for TIME           stop TIME after the commands, such as 10s or 500ms\n"
+      "  --for TIME           stop TIME after the commands: 500ms, 10s, 5m or 8h\n"
       "  --wait TIME          how long to wait for the VM's answer (default 30s)\n"
       "  --json               print one JSON object at the end, and the rest on stderr\n"
       "  --verbose            show the plug-in's log\n"
@@ -92,13 +92,19 @@ void printHelp(const ProgramText& text) {
 }
 
 std::optional<std::chrono::milliseconds> parseTime(const char* text) {
-  char* unit = nullptr;
-  const double value = std::strtod(text, &unit);
-  const std::string_view suffix(unit);
-  if (unit == text || value < 0 || value > 1e7) return std::nullopt;
-  if (suffix == "ms") return std::chrono::milliseconds(static_cast<long>(value));
-  if (suffix.empty() || suffix == "s") {
-    return std::chrono::milliseconds(static_cast<long>(value * 1000));
+  struct Unit {
+    std::string_view name;
+    double milliseconds;
+  };
+  constexpr Unit kUnits[] = {{"", 1e3}, {"ms", 1}, {"s", 1e3}, {"m", 60e3}, {"h", 3600e3}};
+  constexpr double kLongest = 1e10;
+  char* suffix = nullptr;
+  const double value = std::strtod(text, &suffix);
+  if (suffix == text) return std::nullopt;
+  for (const Unit& unit : kUnits) {
+    const double time = value * unit.milliseconds;
+    if (unit.name != suffix || !(time >= 0 && time <= kLongest)) continue;
+    return std::chrono::milliseconds(static_cast<long>(time));
   }
   return std::nullopt;
 }

@@ -62,11 +62,25 @@ TEST(Options, takesTheAddressAsTheOneArgumentAndDefaults) {
   EXPECT_TRUE(parsed.options.interactive());
 }
 
+TEST(Options, takesTimesInTheirUnits) {
+  const auto time = [](const char* text) {
+    return parse({"--for", text, "unix:/x"}).options.runFor;
+  };
+  EXPECT_EQ(time("250ms"), std::chrono::milliseconds(250));
+  EXPECT_EQ(time("10"), std::chrono::seconds(10));
+  EXPECT_EQ(time("10s"), std::chrono::seconds(10));
+  EXPECT_EQ(time("2.5m"), std::chrono::seconds(150));
+  EXPECT_EQ(time("8h"), std::chrono::hours(8));
+}
+
 TEST(Options, refusesMistakesWithTwo) {
   EXPECT_EQ(parse({}).exitCode, 2);
   EXPECT_EQ(parse({"unix:/x", "unix:/y"}).exitCode, 2);
   EXPECT_EQ(parse({"--kind", "vnc", "unix:/x"}).exitCode, 2);
   EXPECT_EQ(parse({"--for", "soon", "unix:/x"}).exitCode, 2);
+  EXPECT_EQ(parse({"--for", "1e9h", "unix:/x"}).exitCode, 2);
+  EXPECT_EQ(parse({"--for", "nan", "unix:/x"}).exitCode, 2);
+  EXPECT_EQ(parse({"--wait", "1day", "unix:/x"}).exitCode, 2);
   EXPECT_EQ(parse({"--wait", "-1s", "unix:/x"}).exitCode, 2);
   EXPECT_EQ(parse({"--unknown", "unix:/x"}).exitCode, 2);
   EXPECT_EQ(parse({"--vm"}).exitCode, 2);
