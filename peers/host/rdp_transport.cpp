@@ -17,6 +17,7 @@ constexpr milliseconds kLongestPause{5000};
 // The library has a limit for TCP's answer only, not for the server's.
 constexpr std::chrono::seconds kAnswerLimit{20};
 constexpr std::chrono::seconds kWatchInterval{1};
+constexpr milliseconds kEndInterval{100};
 // How often to try a user whom the server may be refusing; more could lock the account.
 constexpr int kMaxLogOns = 3;
 
@@ -57,11 +58,15 @@ void RdpTransport::stop() {
   m_watch.cancel();
   m_inbox->listen(nullptr);
   {
-    const std::lock_guard lock(m_mutex);
+    std::unique_lock lock(m_mutex);
     m_stopping = true;
-    if (m_attempt != nullptr) m_attempt->client.end();
+    m_changed.notify_all();
+    // The library forgets an end that comes before it has begun.
+    while (m_attempt != nullptr) {
+      m_attempt->client.end();
+      m_changed.wait_for(lock, kEndInterval);
+    }
   }
-  m_wake.notify_all();
   m_thread.join();
 }
 
@@ -100,14 +105,15 @@ RdpClient::Outcome RdpTransport::attempt() {
 // Lets the other threads see the attempt; false when it is time to stop.
 bool RdpTransport::show(Attempt* attempt) {
   const std::lock_guard lock(m_mutex);
-  m_attempt = attempt;
+  m_attempt = m_stopping ? nullptr : attempt;
+  m_changed.notify_all();
   return !m_stopping;
 }
 
 // False when it is time to stop.
 bool RdpTransport::pause(milliseconds time) {
   std::unique_lock lock(m_mutex);
-  return !m_wake.wait_for(lock, time, [this] { return m_stopping; });
+  return !m_changed.wait_for(lock, time, [this] { return m_stopping; });
 }
 
 void RdpTransport::watch() {

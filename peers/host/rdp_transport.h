@@ -51,7 +51,7 @@ class RdpTransport final : public Transport {
   std::mutex m_mutex;            // guards the two below
   Attempt* m_attempt = nullptr;  // while it runs
   bool m_stopping = false;
-  std::condition_variable m_wake;
+  std::condition_variable m_changed;
   std::thread m_thread;
 };
 

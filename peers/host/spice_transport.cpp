@@ -171,20 +171,19 @@ void SpiceTransport::channelAppeared(SpiceChannel* channel) {
                        static_cast<SpiceTransport*>(self)->mainEvent(event);
                      }),
                      this);
-    return;
+  } else if (SPICE_IS_PORT_CHANNEL(channel)) {
+    // A server may have several ports; their names come only with the connection.
+    watchPort(channel);
+    spice_channel_connect(channel);
   }
-  // A server may have several ports; their names come only with the connection.
-  if (!SPICE_IS_PORT_CHANNEL(channel)) return;
-  g_signal_connect(channel, "notify::port-opened",
-                   G_CALLBACK(+[](SpicePortChannel* port, GParamSpec*, gpointer data) {
-                     static_cast<SpiceTransport*>(data)->portChanged(port);
-                   }),
-                   this);
-  g_signal_connect(channel, "notify::port-name",
-                   G_CALLBACK(+[](SpicePortChannel* port, GParamSpec*, gpointer data) {
-                     static_cast<SpiceTransport*>(data)->portChanged(port);
-                   }),
-                   this);
+}
+
+void SpiceTransport::watchPort(SpiceChannel* channel) {
+  const auto changed = G_CALLBACK(+[](SpicePortChannel* port, GParamSpec*, gpointer self) {
+    static_cast<SpiceTransport*>(self)->portChanged(port);
+  });
+  g_signal_connect(channel, "notify::port-opened", changed, this);
+  g_signal_connect(channel, "notify::port-name", changed, this);
   g_signal_connect(channel, "port-data",
                    G_CALLBACK(+[](SpicePortChannel* port, void* bytes, int size, gpointer data) {
                      auto& self = *static_cast<SpiceTransport*>(data);
@@ -199,7 +198,6 @@ void SpiceTransport::channelAppeared(SpiceChannel* channel) {
                      if (port == SPICE_CHANNEL(self.m_port)) self.portEvent(event);
                    }),
                    this);
-  spice_channel_connect(channel);
 }
 
 void SpiceTransport::mainEvent(SpiceChannelEvent event) {

@@ -46,6 +46,7 @@ class SpiceTransport final : public Transport {
   void disconnect();
   void reconnectLater();
   void channelAppeared(SpiceChannel* channel);
+  void watchPort(SpiceChannel* channel);
   void mainEvent(SpiceChannelEvent event);
   void portEvent(SpiceChannelEvent event);
   void portChanged(SpicePortChannel* port);

@@ -79,6 +79,20 @@ TEST_F(RdpRecovery, NoServerThenOne) {
   EXPECT_EQ(host->stop(), 0);
 }
 
+TEST_F(RdpRecovery, InterruptJustBeforeConnecting) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "sanitizers want nothing to be loaded before them";
+#endif
+  startService();
+  const int listener = listenAt(path("rdp"));  // which never says a word
+  startHost({"--ignore-certificate"}, {{"LD_PRELOAD", LUMSAR_LATE_CONNECT}});
+  ASSERT_TRUE(host->says("late_connect: not yet"));
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(host->stop(), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, seconds(5));
+  close(listener);
+}
+
 TEST_F(RdpRecovery, InterruptWhileTheServerSaysNothing) {
   startService();
   const int listener = listenAt(path("rdp"));
