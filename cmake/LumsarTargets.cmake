@@ -19,6 +19,22 @@ if(LUMSAR_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
+# Asio for those who ask for it, compiled the same way everywhere: it chooses its allocator by what
+# was included before it, unless told.
+find_path(ASIO_INCLUDE_DIR asio.hpp)
+mark_as_advanced(ASIO_INCLUDE_DIR)
+if(ASIO_INCLUDE_DIR)
+  find_package(Threads REQUIRED)
+  add_library(lumsar_asio INTERFACE)
+  target_include_directories(lumsar_asio SYSTEM INTERFACE ${ASIO_INCLUDE_DIR})
+  target_compile_definitions(lumsar_asio INTERFACE
+    ASIO_STANDALONE ASIO_NO_DEPRECATED ASIO_DISABLE_STD_ALIGNED_ALLOC)
+  target_link_libraries(lumsar_asio INTERFACE Threads::Threads)
+  if(LUMSAR_SANITIZE MATCHES thread AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    target_compile_options(lumsar_asio INTERFACE -Wno-tsan)  # Asio has fences
+  endif()
+endif()
+
 # Says in the summary that NAME is built.
 function(lumsar_built name)
   set_property(GLOBAL APPEND PROPERTY LUMSAR_BUILT "${name}")
