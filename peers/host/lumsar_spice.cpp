@@ -30,7 +30,7 @@ std::string ticket(const Options& options) {
 
 // The library would only say that TLS failed.
 std::string certificates(const Options& options) {
-  const std::string file = own(options, "ca-file");
+  std::string file = own(options, "ca-file");
   if (!file.empty() && !std::ifstream(file)) {
     throw std::runtime_error("cannot read certificates from " + file);
   }
