@@ -28,6 +28,7 @@ class HostApp {
   HostApp(const Options& options, const MakeTransport& makeTransport)
       : m_options(options),
         m_report(options.json),
+        m_log(m_report, options.verbose),
         m_plugin(options.plugin),
         m_transport(makeTransport(m_loop, m_queue, options)),
         m_session(m_loop, m_plugin, options.driver, m_queue, *m_transport, m_report),
@@ -39,7 +40,6 @@ class HostApp {
         m_serviceWatch(
             m_loop, m_worker, [this] { return m_commands.serviceAnswers(); },
             [this] { m_session.recover("it does not answer"); }) {
-    reportPluginLog(m_report, options.verbose);
     m_queue.setWake([this] { m_transport->wake(); });
     m_session.setOnGreeted([this] { greeted(); });
     m_session.setOnRefused([this] {
@@ -189,6 +189,7 @@ class HostApp {
 
   const Options& m_options;
   Report m_report;
+  PluginLog m_log;
   asio::io_context m_loop;
   SendQueue m_queue;
   Plugin m_plugin;

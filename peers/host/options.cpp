@@ -91,7 +91,7 @@ void printHelp(const ProgramText& text) {
       Commands::help().c_str());
 }
 
-std::optional<std::chrono::milliseconds> parseTime(const char* text) {
+std::optional<std::chrono::milliseconds> parseTime(const std::string& text) {
   struct Unit {
     std::string_view name;
     double milliseconds;
@@ -99,8 +99,8 @@ std::optional<std::chrono::milliseconds> parseTime(const char* text) {
   constexpr Unit kUnits[] = {{"", 1e3}, {"ms", 1}, {"s", 1e3}, {"m", 60e3}, {"h", 3600e3}};
   constexpr double kLongest = 1e10;
   char* suffix = nullptr;
-  const double value = std::strtod(text, &suffix);
-  if (suffix == text) return std::nullopt;
+  const double value = std::strtod(text.c_str(), &suffix);
+  if (suffix == text.c_str()) return std::nullopt;
   for (const Unit& unit : kUnits) {
     const double time = value * unit.milliseconds;
     if (unit.name != suffix || !(time >= 0 && time <= kLongest)) continue;
@@ -134,46 +134,47 @@ std::optional<int> parseOptions(int argc, char** argv, const ProgramText& text, 
   const std::vector<option> all = allOptions(text);
   int chosen = 0;
   while ((chosen = getopt_long(argc, argv, "h", all.data(), nullptr)) != -1) {
+    const std::string value = optarg != nullptr ? optarg : "";
     if (chosen >= kFirstOwn) {
       const OwnOption& own = text.own[static_cast<std::size_t>(chosen - kFirstOwn)];
-      options.own[own.name] = optarg != nullptr ? optarg : "";
+      options.own[own.name] = value;
       continue;
     }
     switch (chosen) {
       case kKind:
         if (!text.choosesKind) return mistake(text, "this program has no --kind");
-        if (std::string_view(optarg) != "spice" && std::string_view(optarg) != "rdp") {
-          return mistake(text, "--kind is spice or rdp, not \"" + std::string(optarg) + "\"");
+        if (value != "spice" && value != "rdp") {
+          return mistake(text, "--kind is spice or rdp, not \"" + value + "\"");
         }
-        options.driver.kind = std::string_view(optarg) == "rdp" ? Kind::Rdp : Kind::Spice;
+        options.driver.kind = value == "rdp" ? Kind::Rdp : Kind::Spice;
         break;
       case kVm:
-        options.vm = optarg;
+        options.vm = value;
         break;
       case kVmId:
-        options.driver.vmId = optarg;
+        options.driver.vmId = value;
         break;
       case kChannel:
-        options.driver.channel = optarg;
+        options.driver.channel = value;
         break;
       case kConfig:
-        options.driver.configFile = optarg;
+        options.driver.configFile = value;
         break;
       case kPlugin:
-        options.plugin = optarg;
+        options.plugin = value;
         break;
       case kIpcLibrary:
-        options.driver.ipcLibrary = optarg;
+        options.driver.ipcLibrary = value;
         break;
       case kExec:
-        options.commands.emplace_back(optarg);
+        options.commands.emplace_back(value);
         break;
       case kFor:
-        options.runFor = parseTime(optarg);
+        options.runFor = parseTime(value);
         if (!options.runFor) return mistake(text, "--for needs a time such as 10s");
         break;
       case kWait: {
-        const auto time = parseTime(optarg);
+        const auto time = parseTime(value);
         if (!time) return mistake(text, "--wait needs a time such as 30s");
         options.waitFor = *time;
         break;

@@ -87,6 +87,7 @@ class AddIn {
  public:
   explicit AddIn(const Options& options)
       : m_report(true),
+        m_log(m_report, options.verbose),
         m_plugin(options.plugin),
         m_transport(m_loop, m_queue),
         m_session(m_loop, m_plugin, options.driver, m_queue, m_transport, m_report),
@@ -97,7 +98,6 @@ class AddIn {
             [this] { m_session.recover("it does not answer"); }) {
     m_report.setSink(
         [](const std::string& line) { std::fprintf(stderr, "lumsar: %s\n", line.c_str()); });
-    reportPluginLog(m_report, options.verbose);
     m_queue.setWake([this] { m_transport.wake(); });
     m_thread = std::thread([this] { run(); });
   }
@@ -126,6 +126,7 @@ class AddIn {
   }
 
   Report m_report;
+  PluginLog m_log;
   asio::io_context m_loop;
   asio::executor_work_guard<asio::io_context::executor_type> m_work = asio::make_work_guard(m_loop);
   SendQueue m_queue;

@@ -119,7 +119,7 @@ void RdpChannel::pump() {
         m_entry.pVirtualChannelWriteEx(m_initHandle, m_openHandle, m_message->data() + m_offset,
                                        static_cast<ULONG>(size), piece.get());
     if (status != CHANNEL_RC_OK) return;  // going down, or out of memory: the next call tries again
-    piece.release();                      // the library's, until writeComplete()
+    static_cast<void>(piece.release());   // the library's, until writeComplete()
     ++m_outstanding;
     m_offset += size;
     if (m_offset == m_message->size()) m_message.reset();

@@ -158,7 +158,7 @@ RdpClient::Outcome RdpClient::run() noexcept {
     if (update->SuppressOutput != nullptr) update->SuppressOutput(m_instance->context, 0, nullptr);
     stayConnected();
   }
-  const Outcome result = outcome();
+  Outcome result = outcome();
   freerdp_disconnect(m_instance);
   return result;
 }

@@ -43,6 +43,7 @@ RdpTransport::RdpTransport(asio::io_context& loop, SendQueue& queue, RdpTarget t
   std::signal(SIGPIPE, SIG_IGN);  // the library writes to sockets without asking for this
 }
 
+// NOLINTNEXTLINE(bugprone-exception-escape): as in the header
 RdpTransport::~RdpTransport() {
   stop();
 }

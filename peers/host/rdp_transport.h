@@ -23,6 +23,7 @@ namespace lumsar::host {
 class RdpTransport final : public Transport {
  public:
   RdpTransport(asio::io_context& loop, SendQueue& queue, RdpTarget target);
+  // NOLINTNEXTLINE(bugprone-exception-escape): a mutex or a thread that fails leaves no way on
   ~RdpTransport() override;
 
   void start(Listener& listener) override;

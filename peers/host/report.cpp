@@ -66,10 +66,13 @@ const char* statusWords(int status) {
   return ipcWords != nullptr ? ipcWords : "unknown status";
 }
 
+std::mutex logMutex;  // guards the two below
 Report* logReport = nullptr;
 bool logEverything = false;
 
 void writeLog(QtMsgType type, const QMessageLogContext& /*context*/, const QString& text) {
+  const std::lock_guard lock(logMutex);
+  if (logReport == nullptr) return;
   if (!logEverything && type != QtCriticalMsg && type != QtFatalMsg) return;
   const char* level = type == QtDebugMsg     ? "debug"
                       : type == QtInfoMsg    ? "info"
@@ -98,10 +101,16 @@ std::string statusText(int status) {
   return std::string(statusWords(status)) + " (" + std::to_string(status) + ")";
 }
 
-void reportPluginLog(Report& report, bool everything) {
+PluginLog::PluginLog(Report& report, bool everything) {
+  const std::lock_guard lock(logMutex);
   logReport = &report;
   logEverything = everything;
   qInstallMessageHandler(writeLog);
+}
+
+PluginLog::~PluginLog() {
+  const std::lock_guard lock(logMutex);
+  logReport = nullptr;
 }
 
 }  // namespace lumsar::host

@@ -28,8 +28,15 @@ class Report {
 // connected (30)".
 std::string statusText(int status);
 
-// Sends the plug-in's log to the report: every line, or only what is critical.
-void reportPluginLog(Report& report, bool everything);
+// While it lives, the plug-in's log goes to the report: every line, or only what is critical. The
+// plug-in's event threads may log after that; such a line goes nowhere. One at a time.
+class PluginLog {
+ public:
+  PluginLog(Report& report, bool everything);
+  ~PluginLog();
+  PluginLog(const PluginLog&) = delete;
+  PluginLog& operator=(const PluginLog&) = delete;
+};
 
 }  // namespace lumsar::host
 

@@ -33,7 +33,7 @@ class SocketTransport final : public Transport {
     explicit Connection(asio::io_context& loop) : socket(loop) {}
     Socket socket;
     SendQueue::Bytes sending;
-    std::array<unsigned char, 64 * 1024> received;
+    std::array<unsigned char, std::size_t{64} << 10U> received;
   };
 
   void connect();

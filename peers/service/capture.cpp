@@ -63,7 +63,7 @@ T& held(gpointer data) {
 std::shared_ptr<Capture> Capture::start(asio::io_context& io, CameraThread& cameraThread,
                                         GstDevice* device, const CapturePlan& plan,
                                         CaptureEvents& events) {
-  const auto capture = std::make_shared<Capture>(Key{}, io, cameraThread, device, plan, events);
+  auto capture = std::make_shared<Capture>(Key{}, io, cameraThread, device, plan, events);
   capture->m_tap->capture = capture;
   capture->attach();
   capture->watchBus();

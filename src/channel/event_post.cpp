@@ -6,6 +6,7 @@
 
 #include "core/guard.h"
 #include "core/lumsar.h"
+#include "core/relaxed.h"
 
 namespace {
 
@@ -29,17 +30,18 @@ void RaiseEvent(lumsar::RedirEvent event, std::unique_ptr<char[]> data, int leng
 void PostEventToSpice(lumsar::RedirEvent event, char* data, int length) {
   guarded("PostEventToSpice", [=] {
     std::unique_ptr<char[]> owned(data);
-    const Lumsar& self = *Lumsar::GetInstance();
+    Lumsar& self = *Lumsar::GetInstance();
     qInfo("PostEventToSpice: Enter!");
-    switch (self.m_dataChannel) {
+    const int channel = loadRelaxed(self.m_dataChannel);
+    switch (channel) {
       case DATA_CHANNEL_SPICE:
         post(self.m_spicePostEventFunc, event, data, length);
         break;
       case DATA_CHANNEL_RDP:
-        post(self.m_rdpPostEventFunc, event, data, length);
+        post(loadRelaxed(self.m_rdpPostEventFunc), event, data, length);
         break;
       default:
-        qWarning("[%s] >>>>Unknown data channel[%d]<<<<", "PostEventToSpice", self.m_dataChannel);
+        qWarning("[%s] >>>>Unknown data channel[%d]<<<<", "PostEventToSpice", channel);
     }
     owned.reset();
     qInfo("PostEventToSpice: Leave!");

@@ -24,8 +24,8 @@ int initObject(HostStart& start, lumsar::RdpSendFunc sendData) {
   }
   start.config = self->m_defaultConfig;
   qInfo("[%s] ====== config json[%s]", kFunction, start.config.toUtf8().constData());
-  self->m_dataChannel = DATA_CHANNEL_RDP;
-  self->m_rdpPostEventFunc = nullptr;
+  storeRelaxed(self->m_dataChannel, DATA_CHANNEL_RDP);
+  storeRelaxed(self->m_rdpPostEventFunc, nullptr);
   self->m_rdpSendFunc = sendData;
   if (!start.config.isEmpty()) {
     qInfo("[%s] call ParseConfigJson...", kFunction);

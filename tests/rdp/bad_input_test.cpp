@@ -53,7 +53,7 @@ TEST_F(RdpBadInput, PiecesThatNeverEnd) {
   for (int i = 0; i < 160; ++i) server->send(piece);
   server->send(message(lumsar::MSG_DATA, noise(64, 6)));
   while (true) {
-    const auto data = service->messages().nextOf(lumsar::IPC_MSG_DATA);
+    const auto data = service->messages().nextOf(lumsar::IPC_MSG_DATA, seconds(45));
     ASSERT_TRUE(data);
     if (payloadOf(*data) == noise(64, 6)) break;
   }
