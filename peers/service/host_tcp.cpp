@@ -65,7 +65,7 @@ std::shared_ptr<TcpLink> Host::tcpLink(const QJsonObject& command) {
           },
           [this, key, command](const std::string& why) { onTcpEnd(key, command, why); }});
   logInfo(vmText(), ": connecting to ", key);
-  const std::shared_ptr<TcpLink> started = link;
+  std::shared_ptr<TcpLink> started = link;
   started->start();
   return started;
 }

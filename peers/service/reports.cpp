@@ -98,7 +98,8 @@ std::string text(const QJsonValue& value) {
 
 std::string cameraLine(const QJsonObject& camera) {
   QStringList vms;
-  for (const QJsonValue& vm : camera.value("sharedWith").toArray()) vms.append(vm.toString());
+  const QJsonArray ids = camera.value("sharedWith").toArray();
+  for (const auto& vm : ids) vms.append(vm.toString());
   const std::string state = !camera.value("present").toBool()  ? "unplugged"
                             : camera.value("running").toBool() ? "on"
                                                                : "off";
@@ -117,7 +118,8 @@ std::string hostLines(const QJsonObject& host) {
   std::string lines = joined("  ", text(host.value("name")), "  VM ", text(host.value("vmId")),
                              "  sent ", text(host.value("bytesOut")), " bytes  queued ",
                              text(host.value("bytesQueued")), "\n");
-  for (const QJsonValue& value : host.value("shares").toArray()) {
+  const QJsonArray shares = host.value("shares").toArray();
+  for (const auto& value : shares) {
     const QJsonObject share = value.toObject();
     lines += joined("    ", text(share.value("camera")), "  through ", text(share.value("link")),
                     "  watched ", text(share.value("started")), "  frames ",

@@ -14,7 +14,7 @@
 namespace lumsar::service {
 namespace {
 
-constexpr CameraFormat kDefaultFormat = {{}, 1280, 720, 30, 1};
+const CameraFormat kDefaultFormat = {{}, 1280, 720, 30, 1};
 constexpr int kMinSide = 64;
 constexpr int kMaxSide = 4096;
 constexpr int kMaxRate = 120;

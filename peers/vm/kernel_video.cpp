@@ -128,6 +128,7 @@ class KernelVideoSystem : public VideoSystem {
     }
     std::ranges::sort(found);
     std::vector<std::string> paths;
+    paths.reserve(found.size());
     for (const auto& [number, path] : found) paths.push_back(path);
     return paths;
   }

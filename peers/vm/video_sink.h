@@ -18,7 +18,7 @@
 
 namespace lumsar::vm {
 
-class VideoSink : public Sink {
+class VideoSink final : public Sink {
  public:
   VideoSink(VideoPool& pool, CameraInfo camera, std::function<void()> changed);
   ~VideoSink() override;
