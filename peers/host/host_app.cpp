@@ -209,11 +209,10 @@ class HostApp {
 
 }  // namespace
 
-int runHostProgram(int argc, char** argv, const ProgramText& text, Kind kind,
+int runHostProgram(int argc, char** argv, const ProgramText& text,
                    const MakeTransport& makeTransport) {
   try {
     Options options;
-    options.driver.kind = kind;
     if (const auto exitCode = parseOptions(argc, argv, text, options)) return *exitCode;
     return HostApp(options, makeTransport).run();
   } catch (const UsageError& error) {

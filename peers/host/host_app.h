@@ -17,7 +17,7 @@ using MakeTransport = std::function<std::unique_ptr<Transport>(
 
 // Parses the command line, runs the host until it is done or interrupted, and returns the exit
 // code. No exception leaves it.
-int runHostProgram(int argc, char** argv, const ProgramText& text, Kind kind,
+int runHostProgram(int argc, char** argv, const ProgramText& text,
                    const MakeTransport& makeTransport);
 
 }  // namespace lumsar::host

@@ -8,9 +8,9 @@ int main(int argc, char** argv) {
       .name = "lumsar-host",
       .synopsis = "[OPTION...] --vm unix:PATH|tcp:HOST:PORT",
       .addressHelp = "  --vm ADDRESS         where lumsar-vm listens: unix:PATH or tcp:HOST:PORT\n",
-      .choosesKind = true,
+      .kind = {},
   };
-  return runHostProgram(argc, argv, text, Kind::Spice,
+  return runHostProgram(argc, argv, text,
                         [](asio::io_context& loop, SendQueue& queue, const Options& options) {
                           return std::make_unique<SocketTransport>(loop, queue, options.vm);
                         });

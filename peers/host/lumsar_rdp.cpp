@@ -9,9 +9,10 @@ int main(int argc, char** argv) {
       .name = "lumsar-rdp",
       .synopsis = "[OPTION...] HOST[:PORT]|unix:PATH",
       .addressHelp = "",
+      .kind = Kind::Rdp,
       .own = rdpOptions(),
   };
-  return runHostProgram(argc, argv, text, Kind::Rdp,
+  return runHostProgram(argc, argv, text,
                         [](asio::io_context& loop, SendQueue& queue, const Options& options) {
                           return std::make_unique<RdpTransport>(loop, queue, rdpTarget(options));
                         });

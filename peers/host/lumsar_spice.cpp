@@ -61,12 +61,13 @@ int main(int argc, char** argv) {
       .name = "lumsar-spice",
       .synopsis = "[OPTION...] spice://HOST:PORT|spice+tls://HOST:PORT|spice+unix:///PATH",
       .addressHelp = "",
+      .kind = Kind::Spice,
       .own = {{"port", "NAME", "the port channel's name (default org.lumsar.camera.0)"},
               {"ticket-file", "FILE", "the server's ticket (default: $LUMSAR_TICKET, if set)"},
               {"ca-file", "FILE", "certificates to trust for TLS, in PEM"},
               {"host-subject", "NAME", "whom the server's certificate names, if not HOST"}},
   };
-  return runHostProgram(argc, argv, text, Kind::Spice,
+  return runHostProgram(argc, argv, text,
                         [](asio::io_context& loop, SendQueue& queue, const Options& options) {
                           return std::make_unique<SpiceTransport>(loop, queue, address(options));
                         });

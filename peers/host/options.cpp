@@ -66,7 +66,7 @@ void printHelp(const ProgramText& text) {
   std::printf("Usage: %s %s\n\n", text.name, text.synopsis);
   std::printf("Shares the cameras of this machine with a VM, through the plug-in.\n\n%s",
               text.addressHelp);
-  if (text.choosesKind) {
+  if (!text.kind) {
     std::printf("  --kind spice|rdp     which kind of host to be (default spice)\n");
   }
   for (const OwnOption& own : text.own) {
@@ -74,10 +74,13 @@ void printHelp(const ProgramText& text) {
                              (own.argument != nullptr ? std::string(" ") + own.argument : "");
     std::printf("  %-20s %s\n", left.c_str(), own.help);
   }
+  std::printf("  --vm-id ID           name of the VM for the camera service (default vm-1)\n");
+  if (text.kind != Kind::Rdp) {
+    const char* only = text.kind ? "" : ", SPICE only";
+    std::printf("  --channel NAME       the camera service's channel (default lumsar%s)\n", only);
+    std::printf("  --config FILE        configuration for the plug-in, JSON%s\n", only);
+  }
   std::printf(
-      "  --vm-id ID           name of the VM for the camera service (default vm-1)\n"
-      "  --channel NAME       the camera service's channel (default lumsar; SPICE only)\n"
-      "  --config FILE        configuration for the plug-in, JSON (SPICE only)\n"
       "  --plugin PATH        the plug-in (default: beside this program or in ../lib)\n"
       "  --ipc-library PATH   libvdi_ipc.so (default: beside the plug-in)\n"
       "  --exec COMMAND       carry out COMMAND once the VM has answered; repeatable\n"
@@ -132,6 +135,7 @@ std::string findLibrary(const char* name, const fs::path& directory) {
 
 std::optional<int> parseOptions(int argc, char** argv, const ProgramText& text, Options& options) {
   const std::vector<option> all = allOptions(text);
+  options.driver.kind = text.kind.value_or(Kind::Spice);
   int chosen = 0;
   while ((chosen = getopt_long(argc, argv, "h", all.data(), nullptr)) != -1) {
     const std::string value = optarg != nullptr ? optarg : "";
@@ -142,7 +146,7 @@ std::optional<int> parseOptions(int argc, char** argv, const ProgramText& text, 
     }
     switch (chosen) {
       case kKind:
-        if (!text.choosesKind) return mistake(text, "this program has no --kind");
+        if (text.kind) return mistake(text, "this program has no --kind");
         if (value != "spice" && value != "rdp") {
           return mistake(text, "--kind is spice or rdp, not \"" + value + "\"");
         }
@@ -199,6 +203,12 @@ std::optional<int> parseOptions(int argc, char** argv, const ProgramText& text, 
   if (optind < argc && options.vm.empty()) options.vm = argv[optind++];
   if (optind < argc) return mistake(text, std::string("unexpected \"") + argv[optind] + "\"");
   if (options.vm.empty()) return mistake(text, "the VM's address is missing");
+  const DriverSetup& driver = options.driver;
+  if (driver.kind == Kind::Rdp &&
+      (driver.channel != DriverSetup().channel || !driver.configFile.empty())) {
+    return mistake(text,
+                   "an RDP host has no --channel and no --config: its configuration is fixed");
+  }
   const fs::path here = programDirectory();
   if (options.plugin.empty()) options.plugin = findLibrary("liblumsar.so.1", here);
   if (options.driver.ipcLibrary.empty()) {

@@ -45,7 +45,7 @@ struct ProgramText {
   const char* name;
   const char* synopsis;      // the line after "Usage: NAME"
   const char* addressHelp;   // about the address, one or more whole lines
-  bool choosesKind = false;  // has --kind
+  std::optional<Kind> kind;  // without one the program has --kind
   std::vector<OwnOption> own = {};
 };
 

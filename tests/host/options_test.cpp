@@ -21,7 +21,7 @@ Parsed parse(std::vector<std::string> words) {
   const ProgramText text{.name = "program",
                          .synopsis = "",
                          .addressHelp = "",
-                         .choosesKind = true,
+                         .kind = {},
                          .own = {{"port", "NAME", "a port"}}};
   Parsed parsed;
   parsed.exitCode =
@@ -31,13 +31,13 @@ Parsed parse(std::vector<std::string> words) {
 
 TEST(Options, takesEverything) {
   const Parsed parsed =
-      parse({"--kind", "rdp",      "--vm",   "unix:/x",   "--vm-id",  "vm-9",  "--channel",
+      parse({"--kind", "spice",    "--vm",   "unix:/x",   "--vm-id",  "vm-9",  "--channel",
              "c",      "--exec",   "list",   "--exec",    "share 0",  "--for", "1.5s",
              "--wait", "200ms",    "--json", "--verbose", "--plugin", "/p",    "--ipc-library",
              "/i",     "--config", "/c",     "--port",    "p"});
   ASSERT_EQ(parsed.exitCode, std::nullopt);
   const Options& options = parsed.options;
-  EXPECT_EQ(options.driver.kind, Kind::Rdp);
+  EXPECT_EQ(options.driver.kind, Kind::Spice);
   EXPECT_EQ(options.vm, "unix:/x");
   EXPECT_EQ(options.driver.vmId, "vm-9");
   EXPECT_EQ(options.driver.channel, "c");
@@ -51,6 +51,13 @@ TEST(Options, takesEverything) {
   EXPECT_EQ(options.driver.ipcLibrary, "/i");
   EXPECT_EQ(options.driver.configFile, "/c");
   EXPECT_EQ(options.own.at("port"), "p");
+}
+
+TEST(Options, anRdpHostHasAFixedConfiguration) {
+  EXPECT_EQ(parse({"unix:/x", "--kind", "rdp"}).options.driver.kind, Kind::Rdp);
+  EXPECT_EQ(parse({"unix:/x", "--kind", "rdp"}).exitCode, std::nullopt);
+  EXPECT_EQ(parse({"unix:/x", "--kind", "rdp", "--channel", "c"}).exitCode, 2);
+  EXPECT_EQ(parse({"unix:/x", "--kind", "rdp", "--config", "/c"}).exitCode, 2);
 }
 
 TEST(Options, takesTheAddressAsTheOneArgumentAndDefaults) {
