@@ -12,7 +12,6 @@ pkg-config                       cmd:pkg-config
 qtbase5-dev                      pc:Qt5Core
 libasio-dev                      file:/usr/include/asio.hpp
 libedit-dev                      file:/usr/include/editline/readline.h
-libcpp-httplib-dev               file:/usr/include/httplib.h
 libgstreamer1.0-dev              pc:gstreamer-1.0
 libgstreamer-plugins-base1.0-dev pc:gstreamer-app-1.0
 '
@@ -20,7 +19,6 @@ run_packages='
 gstreamer1.0-plugins-base        file:/usr/lib/*/gstreamer-1.0/libgstvideotestsrc.so
 gstreamer1.0-plugins-good        file:/usr/lib/*/gstreamer-1.0/libgstjpeg.so
 jq                               cmd:jq
-procps                           cmd:pkill
 '
 test_packages='
 libgtest-dev                     file:/usr/include/gtest/gtest.h

@@ -14,11 +14,13 @@ stack_begin() {
 
 # Leaves no process, no socket and no file behind, however the run ends.
 stack_end() {
-  trap - EXIT INT TERM
+  trap - EXIT
+  trap '' INT TERM
   local pid
   for pid in $host_pid $vm_pid $service_pid; do kill "$pid" 2>/dev/null || true; done
   for pid in $host_pid $vm_pid $service_pid; do wait "$pid" 2>/dev/null || true; done
   rm -rf "$run"
+  trap - INT TERM
 }
 
 # wait_until SECONDS WHAT COMMAND...: until COMMAND succeeds; fails with WHAT and the logs.
