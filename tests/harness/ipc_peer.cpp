@@ -140,7 +140,11 @@ int IpcPeer::receive(Bytes& message) const {
 }
 
 int IpcPeer::receiveHere(Bytes& message) const {
-  return params->onReceive(7, message.data(), static_cast<int>(message.size()), params->userData);
+  return receiveHere(message.data(), static_cast<int>(message.size()));
+}
+
+int IpcPeer::receiveHere(unsigned char* data, int length) const {
+  return params->onReceive(7, data, length, params->userData);
 }
 
 int IpcPeer::connectedCallback(int connectId) const {

@@ -66,6 +66,7 @@ class IpcPeer {
   int receive(Bytes&& message) const { return receive(message); }
   int receive(unsigned char* data, int length) const;
   int receiveHere(Bytes& message) const;
+  int receiveHere(unsigned char* data, int length) const;
   int connectedCallback(int connectId) const;
   int sentCallback(int connectId) const;
   int closedCallback(int connectId, int error) const;

@@ -136,6 +136,35 @@ TEST_P(RdpLength, ThatIsNotPositiveSendsNothing) {
 
 INSTANTIATE_TEST_SUITE_P(Lengths, RdpLength, testing::Values(0, -1, -2147483647 - 1));
 
+// Where the next piece must begin, for sizes too many to be recorded.
+const unsigned char* nextPiece = nullptr;
+std::size_t brokenPieces = 0;
+
+int followPiece(unsigned char* data, int length) {
+  if (data != nextPiece || length < 1 || length > 1536) ++brokenPieces;
+  nextPiece = data + length;
+  return 0;
+}
+
+TEST_F(Receive, AroundEveryMultipleOfThePieceSizeUpToFourMegabytes) {
+  ASSERT_EQ(plugin.RdpInit("vm-7", followPiece), 0);
+  handle(message(3));
+  constexpr int kMost = 4 << 20;
+  Bytes all(kMost + 2);
+  for (int multiple = 1536; multiple <= kMost; multiple += 1536) {
+    for (const int size : {multiple - 1, multiple, multiple + 1}) {
+      const Bytes header = message(6);
+      std::copy(header.begin(), header.end(), all.begin());
+      nextPiece = all.data();
+      brokenPieces = 0;
+      ASSERT_EQ(ipc.receiveHere(all.data(), size), 0);
+      ASSERT_EQ(nextPiece, all.data() + size);
+      ASSERT_EQ(brokenPieces, 0U) << size;
+    }
+  }
+  forget();
+}
+
 TEST_F(Receive, SpiceLengthIsPassedOnWhateverItIs) {
   startSpice();
   openSpiceChannel();
