@@ -116,7 +116,7 @@ long HostProcess::peakMemory() const {
 }
 
 int HostProcess::stop() {
-  kill(m_process, SIGINT);
+  if (m_process > 0) kill(m_process, SIGINT);
   return wait();
 }
 

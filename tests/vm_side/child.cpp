@@ -46,7 +46,7 @@ Child::~Child() {
 }
 
 void Child::signal(int number) const {
-  kill(-m_pid, number);
+  if (m_pid > 0) kill(-m_pid, number);
 }
 
 int Child::wait() {
