@@ -83,6 +83,7 @@ void Browser::start() {
     dup2(theirCommands.get(), 3);
     dup2(theirAnswers.get(), 4);
     setenv("HOME", m_folder.path().c_str(), 1);
+    setenv("TMPDIR", m_folder.path().c_str(), 1);
   });
 }
 
