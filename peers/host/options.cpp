@@ -81,8 +81,8 @@ void printHelp(const ProgramText& text) {
     std::printf("  --config FILE        configuration for the plug-in, JSON%s\n", only);
   }
   std::printf(
-      "  --plugin PATH        the plug-in (default: beside this program or in ../lib)\n"
-      "  --ipc-library PATH   libvdi_ipc.so (default: beside the plug-in)\n"
+      "  --plugin PATH        the plug-in (default: where Lumsar is installed)\n"
+      "  --ipc-library PATH   libvdi_ipc.so (default: beside the plug-in or in lumsar/ there)\n"
       "  --exec COMMAND       carry out COMMAND once the VM has answered; repeatable\n"
       "  --for TIME           stop TIME after the commands: 500ms, 10s, 5m or 8h\n"
       "  --wait TIME          how long to wait for the VM's answer (default 30s)\n"
@@ -117,6 +117,22 @@ fs::path programDirectory() {
   return fs::read_symlink("/proc/self/exe", ignored).parent_path();
 }
 
+constexpr const char* kPluginName = "liblumsar.so.1";
+constexpr const char* kIpcLibraryName = "libvdi_ipc.so";
+
+std::vector<fs::path> librariesAround(const fs::path& directory) {
+  return {directory, directory / "..", directory / "../lib", LUMSAR_LIBRARY_DIRECTORY};
+}
+
+std::optional<std::string> firstIn(const std::vector<fs::path>& places, const char* name) {
+  std::error_code ignored;
+  for (const fs::path& place : places) {
+    const fs::path path = fs::absolute(place / name, ignored);
+    if (fs::exists(path, ignored)) return fs::canonical(path, ignored).string();
+  }
+  return std::nullopt;
+}
+
 int mistake(const ProgramText& text, const std::string& what) {
   std::fprintf(stderr, "%s: %s. See %s --help.\n", text.name, what.c_str(), text.name);
   return 2;
@@ -124,13 +140,23 @@ int mistake(const ProgramText& text, const std::string& what) {
 
 }  // namespace
 
-std::string findLibrary(const char* name, const fs::path& directory) {
-  std::error_code ignored;
-  for (const char* place : {".", "..", "../lib", "../lumsar", "../lib/lumsar"}) {
-    const fs::path path = directory / place / name;
-    if (fs::exists(path, ignored)) return fs::canonical(path, ignored).string();
+std::string findPlugin(const fs::path& directory) {
+  return firstIn(librariesAround(directory), kPluginName).value_or(kPluginName);
+}
+
+std::string findIpcLibrary(const fs::path& plugin, const fs::path& directory) {
+  std::vector<fs::path> places = librariesAround(directory);
+  // A plug-in without a directory is one that the loader looks for.
+  if (plugin.has_parent_path()) places.insert(places.begin(), plugin.parent_path());
+  std::vector<fs::path> all;
+  for (const fs::path& place : places) {
+    all.push_back(place);
+    all.push_back(place / "lumsar");
   }
-  return name;
+  if (auto found = firstIn(all, kIpcLibraryName)) return *found;
+  std::string text = std::string("cannot find ") + kIpcLibraryName + " in";
+  for (const fs::path& place : all) text += "\n  " + place.lexically_normal().string();
+  throw std::runtime_error(text + "\nname it with --ipc-library PATH");
 }
 
 std::optional<int> parseOptions(int argc, char** argv, const ProgramText& text, Options& options) {
@@ -210,9 +236,9 @@ std::optional<int> parseOptions(int argc, char** argv, const ProgramText& text, 
                    "an RDP host has no --channel and no --config: its configuration is fixed");
   }
   const fs::path here = programDirectory();
-  if (options.plugin.empty()) options.plugin = findLibrary("liblumsar.so.1", here);
+  if (options.plugin.empty()) options.plugin = findPlugin(here);
   if (options.driver.ipcLibrary.empty()) {
-    options.driver.ipcLibrary = findLibrary("libvdi_ipc.so", here);
+    options.driver.ipcLibrary = findIpcLibrary(options.plugin, here);
   }
   return std::nullopt;
 }

@@ -49,9 +49,14 @@ struct ProgramText {
   std::vector<OwnOption> own = {};
 };
 
-// The library `name` as it is built or installed around `directory`, where a program or an add-in
-// is; `name` itself when it is not there, for the loader to look.
-std::string findLibrary(const char* name, const std::filesystem::path& directory);
+// The plug-in as it is built or installed around `directory`, where a program or an add-in is; its
+// bare name when it is not there, for the loader to look.
+std::string findPlugin(const std::filesystem::path& directory);
+
+// The IPC library beside `plugin`, else around `directory`. Throws std::runtime_error when it is in
+// neither place: by its bare name it would be taken from wherever the program was started.
+std::string findIpcLibrary(const std::filesystem::path& plugin,
+                           const std::filesystem::path& directory);
 
 // Fills `options`; a number when the program should exit with it now: 0 after --help or --version,
 // 2 after a mistake, which has been explained on stderr.

@@ -60,9 +60,9 @@ Options parseArguments(const ADDIN_ARGV* arguments) {
     }
   }
   const fs::path here = addInDirectory();
-  if (options.plugin.empty()) options.plugin = findLibrary("liblumsar.so.1", here);
+  if (options.plugin.empty()) options.plugin = findPlugin(here);
   if (options.driver.ipcLibrary.empty()) {
-    options.driver.ipcLibrary = findLibrary("libvdi_ipc.so", here);
+    options.driver.ipcLibrary = findIpcLibrary(options.plugin, here);
   }
   return options;
 }

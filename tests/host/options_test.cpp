@@ -4,6 +4,10 @@
 #include <getopt.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
+
+#include "scoped_directory.h"
+
 namespace lumsar::host {
 namespace {
 
@@ -96,6 +100,44 @@ TEST(Options, refusesMistakesWithTwo) {
 TEST(Options, helpAndVersionEndWellAtOnce) {
   EXPECT_EQ(parse({"--help"}).exitCode, 0);
   EXPECT_EQ(parse({"--version"}).exitCode, 0);
+}
+
+struct Libraries {
+  void add(const std::string& file) const {
+    std::filesystem::create_directories((root.path() / file).parent_path());
+    std::ofstream(root.path() / file) << "a library";
+  }
+  std::string path(const std::string& file) const { return (root.path() / file).string(); }
+
+  TemporaryDirectory root;
+};
+
+TEST(Options, findsTheIpcLibraryOfTheChosenPlugInFirst) {
+  const Libraries libraries;
+  libraries.add("chosen/liblumsar.so.1");
+  libraries.add("chosen/lumsar/libvdi_ipc.so");
+  libraries.add("program/lib/libvdi_ipc.so");
+  const auto find = [&](const char* plugin) {
+    return findIpcLibrary(plugin, libraries.path("program/bin"));
+  };
+  EXPECT_EQ(find(libraries.path("chosen/liblumsar.so.1").c_str()),
+            libraries.path("chosen/lumsar/libvdi_ipc.so"));
+  libraries.add("program/bin/mark");
+  EXPECT_EQ(find("liblumsar.so.1"), libraries.path("program/lib/libvdi_ipc.so"));
+}
+
+TEST(Options, takesNoIpcLibraryFromTheWorkingDirectory) {
+  const Libraries libraries;
+  libraries.add("libvdi_ipc.so");
+  libraries.add("program/bin/mark");
+  const WorkingDirectory inside(libraries.root.path());
+  try {
+    findIpcLibrary("liblumsar.so.1", libraries.path("program/bin"));
+    FAIL() << "found one";
+  } catch (const std::runtime_error& error) {
+    EXPECT_NE(std::string(error.what()).find("program/lib/lumsar"), std::string::npos);
+    EXPECT_NE(std::string(error.what()).find("--ipc-library"), std::string::npos);
+  }
 }
 
 }  // namespace
