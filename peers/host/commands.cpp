@@ -1,10 +1,12 @@
 #include "commands.h"
 
 #include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
+#include <algorithm>
 #include <charconv>
+#include <cstdlib>
 #include <sstream>
-#include <stdexcept>
 
 namespace lumsar::host {
 
@@ -31,6 +33,32 @@ QJsonObject deviceCommand(const char* name, const std::string& id) {
 
 std::string textOf(const QJsonObject& object) {
   return QJsonDocument(object).toJson(QJsonDocument::Compact).toStdString();
+}
+
+std::string textAt(const QJsonObject& object, const char* key) {
+  return object[QLatin1String(key)].toString().toStdString();
+}
+
+bool isNumber(const std::string& word) {
+  return word.find_first_not_of("0123456789") == std::string::npos;
+}
+
+std::string noSuchNumber(const std::string& word) {
+  return "the list has no camera " + word + "; \"list\" shows the numbers";
+}
+
+std::string describeCamera(const QJsonObject& camera) {
+  std::string text = textAt(camera, "id") + "  " + textAt(camera, "name");
+  if (!camera[QLatin1String("present")].toBool(true)) text += "  unplugged";
+  if (!camera[QLatin1String("sharedWith")].toArray().isEmpty()) text += "  shared";
+  if (camera[QLatin1String("inUse")].toBool()) text += "  in use";
+  return text;
+}
+
+std::string describeRefusal(const QJsonObject& refusal) {
+  const std::string camera = textAt(refusal, "camera");
+  return textAt(refusal, "change") + ": " + (camera.empty() ? "" : camera + ": ") +
+         textAt(refusal, "reason");
 }
 
 }  // namespace
@@ -72,10 +100,9 @@ bool Commands::run(const std::string& line) {
 Commands::Result Commands::carryOut(const std::string& line, const Words& words) {
   const std::string& name = words[0];
   if (name == "list") {
-    QJsonArray cameras;
     std::string text;
-    const int status = list(cameras, text);
-    return {line, status, status == STATUS_OK ? describeList(cameras) : text};
+    const int status = list(text);
+    return {line, status, status == STATUS_OK ? describeList() : text};
   }
   if (name == "share") return share(words);
   if (name == "share-tcp") return shareTcp(words);
@@ -90,21 +117,30 @@ Commands::Result Commands::carryOut(const std::string& line, const Words& words)
 
 Commands::Result Commands::share(const Words& words) {
   if (words.size() != 2) return {{}, kUsage, "usage: share ID"};
-  const std::string id = deviceId(words[1]);
-  const QJsonObject command = deviceCommand("share", id);
-  const int status = control(command);
-  if (status == STATUS_OK) remember(id, command);
-  return {{}, status, {}};
+  return shareCamera(words[1], deviceCommand("share", words[1]));
 }
 
 Commands::Result Commands::shareTcp(const Words& words) {
   if (words.size() != 4) return {{}, kUsage, "usage: share-tcp ID HOST PORT"};
-  const std::string id = deviceId(words[1]);
-  QJsonObject command = deviceCommand("sharetcp", id);
+  QJsonObject command = deviceCommand("sharetcp", words[1]);
   command[QStringLiteral("remoteIp")] = qt(words[2]);
   command[QStringLiteral("remotePort")] = qt(words[3]);
+  return shareCamera(words[1], command);
+}
+
+// Remembered is only a camera of the list: another the service refuses, and it must not be shared
+// at some later time without being asked for.
+Commands::Result Commands::shareCamera(const std::string& word, QJsonObject command) {
+  std::string ignored;
+  list(ignored);
+  const std::optional<Camera> camera = findCamera(word);
+  if (!camera && isNumber(word)) return {{}, kUsage, noSuchNumber(word)};
+  if (camera) command[QStringLiteral("deviceId")] = qt(camera->id);
   const int status = control(command);
-  if (status == STATUS_OK) remember(id, command);
+  if (status == STATUS_OK && camera) {
+    m_shared[camera->id] = {camera->name, command};
+    m_notOfAll.erase(camera->id);
+  }
   return {{}, status, {}};
 }
 
@@ -116,18 +152,31 @@ Commands::Result Commands::shareAllSession(const Words& words) {
   if (words.size() > 2 || error != std::errc() || *end != '\0') {
     return {{}, kUsage, "usage: share-all [SESSION], a number"};
   }
-  return {{}, m_shareAll(number), {}};
+  const int status = m_shareAll(number);
+  if (status == STATUS_OK) {
+    m_shareAllSession = number;
+    m_notOfAll.clear();
+  }
+  return {{}, status, {}};
 }
 
 Commands::Result Commands::unshare(const Words& words) {
   if (words.size() != 2) return {{}, kUsage, "usage: unshare ID"};
-  const std::string id = deviceId(words[1]);
+  std::string ignored;
+  list(ignored);
+  const std::optional<Camera> camera = findCamera(words[1]);
+  if (!camera && isNumber(words[1])) return {{}, kUsage, noSuchNumber(words[1])};
+  const std::string id = camera ? camera->id : words[1];
+  // Even when the service cannot be told now: it must not be shared again.
   m_shared.erase(id);
+  if (m_shareAllSession) m_notOfAll.insert(id);
   return {{}, control(deviceCommand("unshare", id)), {}};
 }
 
 Commands::Result Commands::unshareAll() {
   m_shared.clear();
+  m_shareAllSession.reset();
+  m_notOfAll.clear();
   return {{}, control({{QStringLiteral("command"), QStringLiteral("unshareall")}}), {}};
 }
 
@@ -146,7 +195,9 @@ Commands::Result Commands::policy(const Words& words) {
   }
   QJsonObject command = document.object();
   command[QStringLiteral("command")] = QStringLiteral("setpolicy");
-  return {{}, control(command), {}};
+  const int status = control(command);
+  if (status == STATUS_OK) m_policy = command;
+  return {{}, status, {}};
 }
 
 int Commands::control(const QJsonObject& command) {
@@ -155,65 +206,81 @@ int Commands::control(const QJsonObject& command) {
   return m_plugin.Ctrl(textOf(command), output, size);
 }
 
-int Commands::list(QJsonArray& cameras, std::string& text) {
+int Commands::list(std::string& text) {
   const std::string command = R"({"command":"list"})";
-  std::vector<char> output(kListSize);
-  int size = static_cast<int>(output.size());
-  int status = m_plugin.Ctrl(command, output.data(), size);
-  if (status == STATUS_OK && size > static_cast<int>(output.size())) {
-    output.assign(static_cast<std::size_t>(size) + 1, '\0');
-    size = static_cast<int>(output.size());
+  std::vector<char> output;
+  int size = kListSize;
+  int status = STATUS_OK;
+  // Cameras that are plugged in between two calls may make it grow once more.
+  while (status == STATUS_OK && size > static_cast<int>(output.size())) {
+    output.assign(static_cast<std::size_t>(size), '\0');
     status = m_plugin.Ctrl(command, output.data(), size);
   }
   if (status != STATUS_OK && status != STATUS_LIST_ERROR) return status;
-  text.assign(output.data(), static_cast<std::size_t>(size));
-  const QJsonDocument document = QJsonDocument::fromJson(QByteArray::fromStdString(text));
-  cameras = document.object()[QStringLiteral("cameras")].toArray();
+  text.assign(output.data(), std::min(static_cast<std::size_t>(size), output.size()));
+  if (status == STATUS_OK) {
+    m_list = QJsonDocument::fromJson(QByteArray::fromStdString(text)).object();
+  }
   return status;
 }
 
 bool Commands::serviceAnswers() {
-  QJsonArray cameras;
   std::string text;
-  const int status = list(cameras, text);
+  const int status = list(text);
   return status == STATUS_OK || status == STATUS_LIST_ERROR;
 }
 
-// A number that is nobody's id counts along the list.
-std::string Commands::deviceId(const std::string& word) {
-  if (word.find_first_not_of("0123456789") != std::string::npos || word.size() > 6) return word;
-  QJsonArray cameras;
-  std::string text;
-  if (list(cameras, text) != STATUS_OK) return word;
-  for (const auto& camera : cameras) {
-    if (camera.toObject()[QStringLiteral("id")].toString() == qt(word)) return word;
+// By its id, its number in the list or its name, also one that has been shared and is gone.
+std::optional<Commands::Camera> Commands::findCamera(const std::string& word) const {
+  std::vector<Camera> cameras;
+  const QJsonArray listed = m_list[QStringLiteral("cameras")].toArray();
+  for (const auto& value : listed) {
+    cameras.push_back({textAt(value.toObject(), "id"), textAt(value.toObject(), "name")});
   }
-  const auto camera = cameras.at(std::atoi(word.c_str())).toObject();
-  const std::string id = camera[QStringLiteral("id")].toString().toStdString();
-  return id.empty() ? word : id;
+  const std::size_t inList = cameras.size();
+  for (const auto& [id, share] : m_shared) cameras.push_back({id, share.name});
+
+  for (const Camera& camera : cameras) {
+    if (camera.id == word) return camera;
+  }
+  if (isNumber(word)) {
+    const std::size_t index = std::strtoul(word.c_str(), nullptr, 10);
+    if (index < inList) return cameras[index];
+    return std::nullopt;
+  }
+  for (const Camera& camera : cameras) {
+    if (camera.name == word) return camera;
+  }
+  return std::nullopt;
 }
 
-std::string Commands::describeList(const QJsonArray& cameras) const {
-  if (cameras.isEmpty()) return "  no camera";
+std::string Commands::describeList() const {
   std::string text;
-  for (int i = 0; i < cameras.size(); ++i) {
-    const QJsonObject camera = cameras.at(i).toObject();
-    if (i > 0) text += "\n";
-    text += "  " + std::to_string(i) + "  " +
-            camera[QStringLiteral("id")].toString().toStdString() + "  " +
-            camera[QStringLiteral("name")].toString().toStdString();
+  int number = 0;
+  const QJsonArray cameras = m_list[QStringLiteral("cameras")].toArray();
+  for (const auto& camera : cameras) {
+    text += "  " + std::to_string(number++) + "  " + describeCamera(camera.toObject()) + "\n";
   }
+  if (cameras.isEmpty()) text += "  no camera\n";
+  const QJsonArray refusals = m_list[QStringLiteral("refusals")].toArray();
+  for (const auto& refusal : refusals) text += "  " + describeRefusal(refusal.toObject()) + "\n";
+  const QJsonArray notes = m_list[QStringLiteral("policyNotes")].toArray();
+  for (const auto& note : notes) text += "  policy: " + note.toString().toStdString() + "\n";
+  text.pop_back();
   return text;
 }
 
-void Commands::remember(const std::string& id, const QJsonObject& command) {
-  m_shared[id] = command;
+void Commands::shareAgain() {
+  if (m_policy) repeat("setting the policy", control(*m_policy));
+  if (m_shareAllSession) repeat("sharing all cameras", m_shareAll(*m_shareAllSession));
+  for (const std::string& id : m_notOfAll) {
+    repeat("taking back " + id, control(deviceCommand("unshare", id)));
+  }
+  for (const auto& [id, share] : m_shared) repeat("sharing " + id, control(share.command));
 }
 
-void Commands::shareAgain() {
-  for (const auto& [id, command] : m_shared) {
-    m_report.say("sharing " + id + " again: " + statusText(control(command)));
-  }
+void Commands::repeat(const std::string& what, int status) {
+  m_report.say(what + " again: " + statusText(status));
 }
 
 std::vector<Commands::Result> Commands::results() const {

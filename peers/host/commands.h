@@ -1,16 +1,16 @@
 // Commands: the host's commands in words, such as "share 0", as JSON commands to the plug-in, and
-// the memory of what is shared so that it can be shared again after a recovery.
+// the memory of what the user asked for, so that it holds after a recovery, too.
 // Thread-safe towards the main loop; commands run on the worker, one after another.
 #ifndef LUMSAR_HOST_COMMANDS_H
 #define LUMSAR_HOST_COMMANDS_H
 
-#include <QJsonArray>
 #include <QJsonObject>
-#include <atomic>
 #include <filesystem>
 #include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -34,7 +34,7 @@ class Commands {
 
   // Carries out one line and reports it. False when the line asks to quit.
   bool run(const std::string& line);
-  // Shares again what was shared before a recovery.
+  // Repeats policy and shares, which the camera service forgets with its connection.
   void shareAgain();
   // Whether the camera service answers; quiet.
   bool serviceAnswers();
@@ -44,6 +44,14 @@ class Commands {
 
  private:
   using Words = std::vector<std::string>;
+  struct Camera {
+    std::string id;
+    std::string name;
+  };
+  struct Share {
+    std::string name;  // the camera's
+    QJsonObject command;
+  };
 
   Result carryOut(const std::string& line, const Words& words);
   Result share(const Words& words);
@@ -52,19 +60,24 @@ class Commands {
   Result unshareAll();
   Result policy(const Words& words);
   Result shareAllSession(const Words& words);
+  Result shareCamera(const std::string& word, QJsonObject command);
   int control(const QJsonObject& command);
-  int list(QJsonArray& cameras, std::string& text);
-  std::string deviceId(const std::string& word);
-  std::string describeList(const QJsonArray& cameras) const;
-  void remember(const std::string& id, const QJsonObject& command);
+  int list(std::string& text);
+  std::optional<Camera> findCamera(const std::string& word) const;
+  std::string describeList() const;
+  void repeat(const std::string& what, int status);
 
   const Plugin& m_plugin;
   Report& m_report;
   std::function<std::string()> m_status;
   std::function<int(int)> m_shareAll;
-  std::filesystem::path m_directory;  // where relative file names begin
-  std::map<std::string, QJsonObject> m_shared;
-  mutable std::mutex m_mutex;  // guards the results, which the main loop reads at the end
+  std::filesystem::path m_directory;      // where relative file names begin
+  QJsonObject m_list;                     // the latest that the service gave
+  std::map<std::string, Share> m_shared;  // by the camera's id, whatever it was called
+  std::optional<QJsonObject> m_policy;
+  std::optional<int> m_shareAllSession;
+  std::set<std::string> m_notOfAll;  // ids that were taken back after sharing all
+  mutable std::mutex m_mutex;        // guards the results, which the main loop reads at the end
   std::vector<Result> m_results;
 };
 
