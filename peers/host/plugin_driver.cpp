@@ -34,7 +34,6 @@ class SpiceDriver final : public PluginDriver {
   void deInit() override { m_plugin.DeInit(); }
   void channelEvent(ChannelEvent event) override { m_plugin.Event(event); }
   void greetAgain() override { m_plugin.Event(CHANNEL_EVENT_OPENED); }
-  bool reportsLostService() const override { return true; }
 
  private:
   static std::string configuration(const DriverSetup& setup) {
@@ -78,16 +77,20 @@ class SpiceDriver final : public PluginDriver {
 class RdpDriver final : public PluginDriver {
  public:
   RdpDriver(const Plugin& plugin, const DriverSetup& setup, SendQueue& queue)
-      : m_plugin(plugin), m_vmId(setup.vmId) {
+      : m_plugin(plugin), m_vmId(setup.vmId), m_ipcLibrary(fs::canonical(setup.ipcLibrary)) {
     s_queue = &queue;
-    // An RDP host's IPC library is always loaded from this directory below the working directory.
-    const fs::path home = m_directory.path() / "Device Redirect";
-    fs::create_directory(home);
-    fs::create_symlink(fs::canonical(setup.ipcLibrary), home / "libvdi_ipc.so");
+    // Where none can be made, that is better said at the start.
+    const TemporaryDirectory trial;
   }
 
+  // An RDP host's IPC library is always loaded from this directory below the working directory. It
+  // is there only meanwhile, so that a killed client leaves nothing behind.
   int init() override {
-    const WorkingDirectory inside(m_directory.path());
+    const TemporaryDirectory directory;
+    const fs::path home = directory.path() / "Device Redirect";
+    fs::create_directory(home);
+    fs::create_symlink(m_ipcLibrary, home / "libvdi_ipc.so");
+    const WorkingDirectory inside(directory.path());
     return m_plugin.RdpInit(m_vmId.c_str(), send);
   }
   void deInit() override { m_plugin.RdpDeInit(); }
@@ -98,7 +101,6 @@ class RdpDriver final : public PluginDriver {
     opened.type = MSG_CHANNEL_OPENED;
     m_plugin.Handler(reinterpret_cast<unsigned char*>(&opened), sizeof opened);
   }
-  bool reportsLostService() const override { return false; }
 
  private:
   // A plain function: the plug-in's RDP side has no room for more.
@@ -109,7 +111,7 @@ class RdpDriver final : public PluginDriver {
   static inline SendQueue* s_queue = nullptr;
   const Plugin& m_plugin;
   std::string m_vmId;
-  TemporaryDirectory m_directory;
+  fs::path m_ipcLibrary;
 };
 
 }  // namespace

@@ -28,13 +28,12 @@ class PluginDriver {
   using EventSink = std::function<void(RedirEvent event, const char* data, int length)>;
 
   virtual ~PluginDriver() = default;
+  // A status of the plug-in; throws when the plug-in cannot even be asked.
   virtual int init() = 0;
   virtual void deInit() = 0;
   virtual void channelEvent(ChannelEvent event) = 0;
   // Greets a VM whose channel has stayed open while the plug-in was initialised anew.
   virtual void greetAgain() = 0;
-  // Whether the plug-in reports a lost camera service; if not, the host has to ask.
-  virtual bool reportsLostService() const = 0;
 };
 
 // Throws std::runtime_error when the set-up cannot work. `queue` outlives the driver.

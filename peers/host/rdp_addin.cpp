@@ -120,9 +120,16 @@ class AddIn {
     // The plug-in loads its IPC library below the working directory; that of this thread shall not
     // be the client's. Where this is not allowed, it is the client's for a moment.
     static_cast<void>(unshare(CLONE_FS));
-    m_session.start();
-    m_serviceWatch.start();
-    m_loop.run();
+    try {
+      m_session.start();
+      m_serviceWatch.start();
+      m_loop.run();
+    } catch (const std::exception& error) {
+      // The client goes on without cameras.
+      m_report.say(std::string("no cameras any more: ") + error.what());
+      m_serviceWatch.stop();
+      m_session.stop();
+    }
   }
 
   Report m_report;
@@ -134,9 +141,9 @@ class AddIn {
   AddInTransport m_transport;
   Session m_session;
   Commands m_commands;
-  Worker m_worker;
   ServiceWatch m_serviceWatch;
-  std::thread m_thread;  // last: it uses all of the above
+  std::thread m_thread;
+  Worker m_worker;  // last: its jobs use all of the above
 };
 
 // The plug-in serves one host a process.

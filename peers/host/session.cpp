@@ -64,19 +64,27 @@ void Session::stop() {
 }
 
 void Session::initialise() {
-  const int status = m_driver->init();
-  if (status != STATUS_OK) return initialiseLater(status);
+  try {
+    const int status = m_driver->init();
+    if (status == STATUS_OK) return initialised();
+    // What failed while connecting has left the plug-in initialised.
+    if (status != STATUS_INIT_FAILED) m_driver->deInit();
+    initialiseLater(statusText(status));
+  } catch (const std::exception& error) {
+    initialiseLater(error.what());
+  }
+}
+
+void Session::initialised() {
   m_pause = kFirstPause;
   m_state.initialised = true;
   m_report.say("connected to the camera service");
   if (m_state.channelOpen) m_driver->greetAgain();
 }
 
-void Session::initialiseLater(int status) {
-  // What failed while connecting has left the plug-in initialised.
-  if (status != STATUS_INIT_FAILED) m_driver->deInit();
-  m_report.say("no camera service: " + statusText(status) + "; next try in " +
-               std::to_string(m_pause.count()) + " ms");
+void Session::initialiseLater(const std::string& why) {
+  m_report.say("no camera service: " + why + "; next try in " + std::to_string(m_pause.count()) +
+               " ms");
   m_retry.expires_after(m_pause);
   m_pause = std::min(m_pause * 2, kLongestPause);
   m_retry.async_wait([this](std::error_code error) {

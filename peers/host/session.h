@@ -1,6 +1,7 @@
 // Session: drives the plug-in from the channel's state, hands it the VM's messages, and recovers
 // from a lost camera service or VM. All of it on the main loop, so that initialisation and teardown
-// never meet a message; only commands call the plug-in from elsewhere (class Commands).
+// never meet a message, though messages wait for them, a few seconds at worst; only commands call
+// the plug-in from elsewhere (class Commands).
 #ifndef LUMSAR_HOST_SESSION_H
 #define LUMSAR_HOST_SESSION_H
 
@@ -61,7 +62,8 @@ class Session final : private Transport::Listener {
   void channelRefused(const std::string& why) override;
 
   void initialise();
-  void initialiseLater(int status);
+  void initialised();
+  void initialiseLater(const std::string& why);
   void handle(std::span<unsigned char> message);
   bool synchronise();
   void helloAnswered(std::span<const unsigned char> message);

@@ -1,5 +1,5 @@
 // Worker: one thread that does jobs in order. The host's commands run on it, for a command may wait
-// for the camera service, and neither the VM's messages nor a recovery may wait with it.
+// for the camera service, and the main loop, with the VM's messages, shall not wait with it.
 #ifndef LUMSAR_HOST_WORKER_H
 #define LUMSAR_HOST_WORKER_H
 

@@ -1,4 +1,6 @@
 // What the RDP host makes of a server or a camera service that goes away and comes back.
+#include <filesystem>
+
 #include "rig.h"
 #include "unix_socket.h"
 
@@ -35,6 +37,23 @@ TEST_F(RdpRecovery, ConnectionCutInTheMiddleOfAMessage) {
   greet();
   EXPECT_EQ(server->strayBytes(), 0U) << "the rest of the old message reached the new server";
   expectThrough(noise(3000, 2));
+  EXPECT_EQ(host->stop(), 0);
+}
+
+TEST_F(RdpRecovery, NoRoomForTemporaryFilesForAWhile) {
+  const std::string temporary = path("temporary");
+  std::filesystem::create_directory(temporary);
+  startService();
+  startServer();
+  startHost({"--ignore-certificate"}, {{"TMPDIR", temporary}});
+  ASSERT_TRUE(server->waitForClient());
+  greet();
+  std::filesystem::rename(temporary, path("elsewhere"));
+  service.reset();
+  EXPECT_TRUE(host->says("cannot make a directory"));
+  std::filesystem::rename(path("elsewhere"), temporary);
+  startService();
+  EXPECT_TRUE(host->says("connected to the camera service", 2));
   EXPECT_EQ(host->stop(), 0);
 }
 
