@@ -24,7 +24,9 @@ std::optional<CameraDataHeader> frameRecord(std::span<const unsigned char> messa
 int SendQueue::push(std::span<const unsigned char> piece) {
   {
     const std::lock_guard lock(m_mutex);
-    Bytes& partial = m_partial[std::this_thread::get_id()];
+    Partial& sender = m_partial[std::this_thread::get_id()];
+    piece = piece.subspan(skip(sender, piece.size()));
+    Bytes& partial = sender.bytes;
     if (partial.empty() && piece.size() >= kHeaderSize) {
       const std::uint32_t length = readHeader(piece.data()).length;
       partial.reserve(kHeaderSize + std::min(length, kMaxPayload));
@@ -35,7 +37,7 @@ int SendQueue::push(std::span<const unsigned char> piece) {
     const bool valid = header.magic == kMagic && header.length <= kMaxPayload;
     if (valid && partial.size() < kHeaderSize + header.length) return 0;
 
-    Bytes message = std::move(m_partial.extract(std::this_thread::get_id()).mapped());
+    Bytes message = std::move(m_partial.extract(std::this_thread::get_id()).mapped().bytes);
     if (!valid || !enqueue(std::move(message))) {
       ++m_counters.messagesRefused;
       return -1;
@@ -43,6 +45,19 @@ int SendQueue::push(std::span<const unsigned char> piece) {
   }
   if (m_wake) m_wake();
   return 0;
+}
+
+// How much of the next `size` bytes belongs to a message whose beginning is forgotten.
+std::size_t SendQueue::skip(Partial& partial, std::size_t size) {
+  const std::size_t skipped = std::min(partial.toSkip, size);
+  partial.toSkip -= skipped;
+  return skipped;
+}
+
+// How much is still to come of the message that `partial` is in the middle of.
+std::size_t SendQueue::missing(const Partial& partial) {
+  if (partial.bytes.size() < kHeaderSize) return partial.toSkip;
+  return kHeaderSize + readHeader(partial.bytes.data()).length - partial.bytes.size();
 }
 
 bool SendQueue::enqueue(Bytes message) {
@@ -99,7 +114,8 @@ void SendQueue::clear() {
   const std::lock_guard lock(m_mutex);
   m_counters.framesDropped += m_frames;
   m_entries.clear();
-  m_partial.clear();
+  for (auto& [thread, partial] : m_partial) partial = {{}, missing(partial)};
+  std::erase_if(m_partial, [](const auto& sender) { return sender.second.toSkip == 0; });
   m_frames = m_frameBytes = m_controlBytes = 0;
 }
 

@@ -52,17 +52,23 @@ class SendQueue {
   Counters counters() const;
 
  private:
+  struct Partial {
+    Bytes bytes;
+    std::size_t toSkip = 0;  // what is still to come of a message whose beginning is forgotten
+  };
   struct Entry {
     Bytes message;
     bool isFrame;
   };
 
+  static std::size_t skip(Partial& partial, std::size_t size);
+  static std::size_t missing(const Partial& partial);
   bool enqueue(Bytes message);
   void dropOldFrames();
 
   mutable std::mutex m_mutex;
   std::function<void()> m_wake;
-  std::map<std::thread::id, Bytes> m_partial;
+  std::map<std::thread::id, Partial> m_partial;
   std::deque<Entry> m_entries;
   std::size_t m_frames = 0;
   std::size_t m_frameBytes = 0;

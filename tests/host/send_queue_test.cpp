@@ -115,15 +115,20 @@ TEST(SendQueue, refusesWhatIsNoMessage) {
   EXPECT_EQ(queue.pop(), hello(1));
 }
 
-TEST(SendQueue, forgetsHalfMessagesWithTheirChannel) {
+TEST(SendQueue, forgetsHalfMessagesWithTheirChannelAndSkipsTheirRest) {
   SendQueue queue;
   const Bytes whole = frame(3, 4000);
-  queue.push({whole.data(), 1536});
-  queue.push(frame(4));  // its bytes are taken for the rest of the first
+  const std::span<const unsigned char> all(whole);
+  queue.push(all.first(1536));
   queue.clear();
+  EXPECT_EQ(queue.push(all.subspan(1536, 1536)), 0);
+  queue.clear();
+  EXPECT_EQ(queue.push(all.subspan(3072)), 0);
+  EXPECT_EQ(queue.pop(), std::nullopt);
   queue.push(hello(5));
   EXPECT_EQ(queue.pop(), hello(5));
   EXPECT_EQ(queue.pop(), std::nullopt);
+  EXPECT_EQ(queue.counters().messagesRefused, 0U);
 }
 
 TEST(SendQueue, countsAndRemembersTheLatestToken) {
