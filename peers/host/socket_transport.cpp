@@ -1,10 +1,13 @@
 #include "socket_transport.h"
 
+#include <asio/connect.hpp>
 #include <asio/ip/tcp.hpp>
 #include <asio/local/stream_protocol.hpp>
 #include <asio/post.hpp>
 #include <asio/write.hpp>
 #include <stdexcept>
+
+#include "options.h"
 
 namespace lumsar::host {
 
@@ -13,41 +16,45 @@ namespace {
 constexpr std::chrono::milliseconds kFirstPause{100};
 constexpr std::chrono::milliseconds kLongestPause{2000};
 
-asio::ip::tcp::endpoint parseTcp(const std::string& hostAndPort) {
+Endpoints parseTcp(const std::string& hostAndPort) {
   const auto colon = hostAndPort.rfind(':');
   if (colon == std::string::npos || colon == 0) {
-    throw std::runtime_error("\"" + hostAndPort + "\" is no HOST:PORT");
+    throw UsageError("\"" + hostAndPort + "\" is no HOST:PORT");
   }
+  std::string host = hostAndPort.substr(0, colon);
+  if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
   asio::io_context loop;
   asio::ip::tcp::resolver resolver(loop);
   asio::error_code error;
-  const auto found =
-      resolver.resolve(hostAndPort.substr(0, colon), hostAndPort.substr(colon + 1), error);
+  const auto found = resolver.resolve(host, hostAndPort.substr(colon + 1), error);
   if (error || found.empty()) {
     throw std::runtime_error("cannot find \"" + hostAndPort + "\": " + error.message());
   }
-  return found.begin()->endpoint();
+  Endpoints endpoints;
+  for (const auto& entry : found) endpoints.emplace_back(entry.endpoint());
+  return endpoints;
 }
 
 }  // namespace
 
-asio::generic::stream_protocol::endpoint parseAddress(const std::string& address) {
+Endpoints parseAddress(const std::string& address) {
   if (address.starts_with("unix:")) {
     try {
-      return asio::local::stream_protocol::endpoint(address.substr(5));
+      return {asio::local::stream_protocol::endpoint(address.substr(5))};
     } catch (const std::exception&) {
-      throw std::runtime_error("socket path too long, at most 107 bytes: " + address.substr(5));
+      throw UsageError("socket path too long, at most 107 bytes: " + address.substr(5));
     }
   }
   if (address.starts_with("tcp:")) return parseTcp(address.substr(4));
-  throw std::runtime_error("\"" + address + "\" is no address: use unix:PATH or tcp:HOST:PORT");
+  throw UsageError("\"" + address + "\" is no address: use unix:PATH or tcp:HOST:PORT");
 }
 
 SocketTransport::SocketTransport(asio::io_context& loop, SendQueue& queue,
                                  const std::string& address)
     : m_loop(loop),
       m_queue(queue),
-      m_endpoint(parseAddress(address)),
+      m_address(address),
+      m_endpoints(parseAddress(address)),
       m_retry(loop),
       m_pause(kFirstPause) {}
 
@@ -71,16 +78,20 @@ void SocketTransport::wake() {
 
 void SocketTransport::connect() {
   auto connection = std::make_shared<Connection>(m_loop);
-  connection->socket.async_connect(m_endpoint, [this, connection](asio::error_code error) {
+  const auto connected = [this, connection](asio::error_code error, const auto& /*endpoint*/) {
     if (m_listener == nullptr) return;
-    if (error) return connectLater();
+    if (error) {
+      m_listener->channelTrouble(m_address + ": " + error.message());
+      return connectLater();
+    }
     connection->socket.native_non_blocking(true);
     m_connection = connection;
     m_pause = kFirstPause;
     read(connection);
     m_listener->channelOpened();
     writeNext(connection);
-  });
+  };
+  asio::async_connect(connection->socket, m_endpoints, connected);
 }
 
 void SocketTransport::connectLater() {

@@ -9,14 +9,19 @@
 #include <asio/steady_timer.hpp>
 #include <chrono>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "send_queue.h"
 #include "transport.h"
 
 namespace lumsar::host {
 
-// "unix:PATH" or "tcp:HOST:PORT" as an endpoint; throws std::runtime_error that says what is wrong.
-asio::generic::stream_protocol::endpoint parseAddress(const std::string& address);
+using Endpoints = std::vector<asio::generic::stream_protocol::endpoint>;
+
+// "unix:PATH" or "tcp:HOST:PORT" as all endpoints that it stands for, at least one. Throws
+// UsageError when it is no such address, std::runtime_error when the host cannot be found.
+Endpoints parseAddress(const std::string& address);
 
 class SocketTransport final : public Transport {
  public:
@@ -44,7 +49,8 @@ class SocketTransport final : public Transport {
 
   asio::io_context& m_loop;
   SendQueue& m_queue;
-  asio::generic::stream_protocol::endpoint m_endpoint;
+  std::string m_address;
+  Endpoints m_endpoints;
   asio::steady_timer m_retry;
   std::chrono::milliseconds m_pause;
   Listener* m_listener = nullptr;
