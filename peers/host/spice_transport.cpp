@@ -224,6 +224,8 @@ void SpiceTransport::mainEvent(SpiceChannelEvent event) {
 void SpiceTransport::portEvent(SpiceChannelEvent event) {
   if (event != SPICE_CHANNEL_OPENED && event != SPICE_CHANNEL_NONE) {
     setOpen(false, eventText(event));
+    // The main channel may be well; it would not bring the port's back.
+    if (event != SPICE_CHANNEL_SWITCHING) reconnectLater();
   }
 }
 
