@@ -64,12 +64,13 @@ std::string describeRefusal(const QJsonObject& refusal) {
 }  // namespace
 
 Commands::Commands(const Plugin& plugin, Report& report, std::function<std::string()> status,
-                   std::function<int(int)> shareAll)
+                   std::function<int(int)> shareAll, bool keepsResults)
     : m_plugin(plugin),
       m_report(report),
       m_status(std::move(status)),
       m_shareAll(std::move(shareAll)),
-      m_directory(std::filesystem::current_path()) {}
+      m_directory(std::filesystem::current_path()),
+      m_keepsResults(keepsResults) {}
 
 std::string Commands::help() {
   return "  list                     cameras of this machine\n"
@@ -93,7 +94,8 @@ bool Commands::run(const std::string& line) {
   if (!result.answer.empty()) said += "\n" + result.answer;
   m_report.say(said);
   const std::lock_guard lock(m_mutex);
-  m_results.push_back(std::move(result));
+  m_anyFailed |= result.status != STATUS_OK;
+  if (m_keepsResults) m_results.push_back(std::move(result));
   return true;
 }
 
@@ -286,6 +288,11 @@ void Commands::repeat(const std::string& what, int status) {
 std::vector<Commands::Result> Commands::results() const {
   const std::lock_guard lock(m_mutex);
   return m_results;
+}
+
+bool Commands::anyFailed() const {
+  const std::lock_guard lock(m_mutex);
+  return m_anyFailed;
 }
 
 }  // namespace lumsar::host

@@ -28,9 +28,9 @@ class Commands {
   };
 
   // `status` makes the text of the "status" command; `shareAll` shares all cameras with a session.
-  // Both are called on the worker.
+  // Both are called on the worker. Only with `keepsResults` are there results.
   Commands(const Plugin& plugin, Report& report, std::function<std::string()> status,
-           std::function<int(int)> shareAll);
+           std::function<int(int)> shareAll, bool keepsResults);
 
   // Carries out one line and reports it. False when the line asks to quit.
   bool run(const std::string& line);
@@ -40,6 +40,7 @@ class Commands {
   bool serviceAnswers();
 
   std::vector<Result> results() const;
+  bool anyFailed() const;
   static std::string help();
 
  private:
@@ -77,7 +78,9 @@ class Commands {
   std::optional<QJsonObject> m_policy;
   std::optional<int> m_shareAllSession;
   std::set<std::string> m_notOfAll;  // ids that were taken back after sharing all
-  mutable std::mutex m_mutex;        // guards the results, which the main loop reads at the end
+  bool m_keepsResults;
+  mutable std::mutex m_mutex;  // guards what follows, which the main loop reads at the end
+  bool m_anyFailed = false;
   std::vector<Result> m_results;
 };
 

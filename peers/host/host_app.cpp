@@ -34,7 +34,8 @@ class HostApp {
         m_session(m_loop, m_plugin, options.driver, m_queue, *m_transport, m_report),
         m_commands(
             m_plugin, m_report, [this] { return onLoop<std::string>([this] { return status(); }); },
-            [this](int id) { return onLoop<int>([this, id] { return m_plugin.ShareAll(id); }); }),
+            [this](int id) { return onLoop<int>([this, id] { return m_plugin.ShareAll(id); }); },
+            options.json),
         m_signals(m_loop, SIGINT, SIGTERM),
         m_timer(m_loop),
         m_serviceWatch(
@@ -49,8 +50,18 @@ class HostApp {
   }
 
   int run() {
+    // A reader of our output that goes away must not take the cameras from the VM without a word.
+    std::signal(SIGPIPE, SIG_IGN);
+    // Unless we are to outlive the terminal.
+    if (std::signal(SIGHUP, SIG_DFL) == SIG_IGN) {
+      std::signal(SIGHUP, SIG_IGN);
+    } else {
+      m_signals.add(SIGHUP);
+    }
     m_signals.async_wait([this](std::error_code error, int) {
-      if (!error) stop();
+      if (error) return;
+      if (!m_options.commands.empty() && !m_scriptDone) m_failed = true;
+      stop();
     });
     m_session.start();
     if (m_options.interactive()) {
@@ -117,6 +128,7 @@ class HostApp {
   }
 
   void scriptDone() {
+    m_scriptDone = true;
     m_timer.expires_after(m_options.runFor.value_or(std::chrono::milliseconds(0)));
     m_timer.async_wait([this](std::error_code error) {
       if (!error) stop();
@@ -136,10 +148,9 @@ class HostApp {
 
   int finish() {
     m_report.setSink(nullptr);
+    // A user at a terminal has seen what failed.
+    if (!m_console || !m_console->isTerminal()) m_failed |= m_commands.anyFailed();
     m_console.reset();
-    if (!m_options.interactive()) {
-      for (const auto& result : m_commands.results()) m_failed |= result.status != STATUS_OK;
-    }
     if (m_options.json) {
       std::printf("%s\n", QJsonDocument(m_summary).toJson(QJsonDocument::Compact).constData());
     }
@@ -202,6 +213,7 @@ class HostApp {
   std::optional<Console> m_console;
   QJsonObject m_summary;
   bool m_scriptStarted = false;
+  bool m_scriptDone = false;
   bool m_stopping = false;
   bool m_failed = false;
   Worker m_worker;  // last: its jobs use all of the above

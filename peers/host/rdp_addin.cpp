@@ -92,7 +92,7 @@ class AddIn {
         m_transport(m_loop, m_queue),
         m_session(m_loop, m_plugin, options.driver, m_queue, m_transport, m_report),
         m_commands(
-            m_plugin, m_report, [] { return std::string(); }, [](int) { return 0; }),
+            m_plugin, m_report, [] { return std::string(); }, [](int) { return 0; }, false),
         m_serviceWatch(
             m_loop, m_worker, [this] { return m_commands.serviceAnswers(); },
             [this] { m_session.recover("it does not answer"); }) {

@@ -49,7 +49,8 @@ struct CommandsTest : testing::Test {
                     [this](int session) {
                       fake.commands.push_back("all " + std::to_string(session));
                       return 0;
-                    }};
+                    },
+                    true};
 };
 
 TEST_F(CommandsTest, NumbersAndNamesBecomeIds) {
