@@ -8,12 +8,16 @@
 #include <cstdio>
 #include <cstdlib>
 #include <system_error>
+#include <utility>
 
 namespace lumsar::host {
 
 namespace {
 
 constexpr const char* kPrompt = "lumsar> ";
+constexpr std::size_t kLongestLine = std::size_t{64} << 10U;
+// How soon a busy host is asked again.
+constexpr int kBusyMs = 50;
 
 // The library calls back without context; there is one console a process.
 Console* theConsole = nullptr;
@@ -26,9 +30,11 @@ void handleLine(char* line) {
 
 }  // namespace
 
-Console::Console(std::function<void(const std::string&)> onLine, std::function<void()> onEnd)
+Console::Console(std::function<void(const std::string&)> onLine, std::function<void()> onEnd,
+                 std::function<bool()> isBusy)
     : m_onLine(std::move(onLine)),
       m_onEnd(std::move(onEnd)),
+      m_isBusy(std::move(isBusy)),
       m_terminal(isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1),
       m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   if (m_wake < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
@@ -57,8 +63,9 @@ void Console::print(const std::string& line) {
 void Console::run() {
   if (m_terminal) rl_callback_handler_install(kPrompt, handleLine);
   while (true) {
-    pollfd files[] = {{m_wake, POLLIN, 0}, {m_ended ? -1 : STDIN_FILENO, POLLIN, 0}};
-    if (poll(files, 2, -1) < 0 && errno != EINTR) break;
+    const bool busy = !m_terminal && !m_ended && m_isBusy();
+    pollfd files[] = {{m_wake, POLLIN, 0}, {m_ended || busy ? -1 : STDIN_FILENO, POLLIN, 0}};
+    if (poll(files, 2, busy ? kBusyMs : -1) < 0 && errno != EINTR) break;
     printWaiting();
     {
       const std::lock_guard lock(m_mutex);
@@ -84,16 +91,25 @@ bool Console::readSome() {
   char buffer[4096];
   const ssize_t size = read(STDIN_FILENO, buffer, sizeof buffer);
   if (size <= 0) {
-    if (!m_unfinished.empty()) m_onLine(m_unfinished);
+    if (!m_unfinished.empty()) takeUnfinished();
     return false;
   }
-  m_unfinished.append(buffer, static_cast<std::size_t>(size));
-  for (auto end = m_unfinished.find('\n'); end != std::string::npos;
-       end = m_unfinished.find('\n')) {
-    m_onLine(m_unfinished.substr(0, end));
-    m_unfinished.erase(0, end + 1);
+  for (const char* next = buffer; next != buffer + size; ++next) {
+    if (*next == '\n') {
+      takeUnfinished();
+    } else if (m_unfinished.size() < kLongestLine) {
+      m_unfinished += *next;
+    } else {
+      m_tooLong = true;
+    }
   }
   return true;
+}
+
+void Console::takeUnfinished() {
+  const std::string line = std::exchange(m_unfinished, {});
+  if (!std::exchange(m_tooLong, false)) return m_onLine(line);
+  std::fprintf(stderr, "a command of more than %zu KiB was dropped\n", kLongestLine >> 10U);
 }
 
 void Console::takeLine(const char* line) {

@@ -12,8 +12,10 @@ namespace lumsar::host {
 
 class Console {
  public:
-  // `onLine` is called on the console's thread with each line, `onEnd` at the end of input.
-  Console(std::function<void(const std::string&)> onLine, std::function<void()> onEnd);
+  // `onLine` is called with each line, `onEnd` at the end of input; while `isBusy`, nothing is read
+  // from what is no terminal. All on the console's thread.
+  Console(std::function<void(const std::string&)> onLine, std::function<void()> onEnd,
+          std::function<bool()> isBusy);
   ~Console();
   Console(const Console&) = delete;
   Console& operator=(const Console&) = delete;
@@ -25,14 +27,17 @@ class Console {
  private:
   void run();
   bool readSome();
+  void takeUnfinished();
   void takeLine(const char* line);
   void printWaiting();
 
   std::function<void(const std::string&)> m_onLine;
   std::function<void()> m_onEnd;
+  std::function<bool()> m_isBusy;
   bool m_terminal;
   bool m_ended = false;
   std::string m_unfinished;
+  bool m_tooLong = false;  // more than that of the line has come
   std::mutex m_mutex;
   std::string m_waiting;  // to be printed by the console's thread
   int m_wake;             // an eventfd

@@ -23,6 +23,9 @@ namespace lumsar::host {
 
 namespace {
 
+// With more, no further ones are read from a script that writes faster than they are done.
+constexpr std::size_t kMaxWaitingCommands = 16;
+
 class HostApp {
  public:
   HostApp(const Options& options, const MakeTransport& makeTransport)
@@ -95,7 +98,8 @@ class HostApp {
             if (!m_commands.run(line)) asio::post(m_loop, [this] { stop(); });
           });
         },
-        [this] { m_worker.post([this] { asio::post(m_loop, [this] { stop(); }); }); });
+        [this] { m_worker.post([this] { asio::post(m_loop, [this] { stop(); }); }); },
+        [this] { return m_worker.waiting() > kMaxWaitingCommands; });
     if (m_console->isTerminal()) {
       m_report.setSink([this](const std::string& line) { m_console->print(line); });
     }

@@ -34,6 +34,11 @@ class Worker {
     }
     m_wake.notify_one();
   }
+  // Jobs that have not begun. Thread-safe.
+  std::size_t waiting() const {
+    const std::lock_guard lock(m_mutex);
+    return m_jobs.size();
+  }
 
  private:
   void run() {
@@ -49,7 +54,7 @@ class Worker {
     }
   }
 
-  std::mutex m_mutex;
+  mutable std::mutex m_mutex;
   std::condition_variable m_wake;
   std::deque<std::function<void()>> m_jobs;
   bool m_stopping = false;
