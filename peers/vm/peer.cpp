@@ -50,6 +50,7 @@ void Peer::tryAttach() {
   if (!m_transport->attach()) return;
   logInfo(m_transport->name(), ": connected");
   m_broken = false;
+  m_asked = false;
   m_awaitingHelloSince = Clock::now();
   m_link.opened();
 }
@@ -90,6 +91,7 @@ void Peer::lose(const std::string& why) {
 void Peer::greeted(const RedirMsgHeader& header, std::uint16_t token) {
   m_cameras.dropAll("a new session begins", false);
   m_awaitingHelloSince.reset();
+  m_asked = false;
   m_status.token = token;
   m_status.clientMajor = header.clientMajor;
   m_status.clientMinor = header.clientMinor;
@@ -125,10 +127,13 @@ void Peer::update(Clock::time_point now) {
 void Peer::remindOfHello(Clock::time_point now) {
   if (!m_awaitingHelloSince || now - *m_awaitingHelloSince < m_helloPatience) return;
   m_awaitingHelloSince = now;
-  if (m_link.askForHello()) return;
+  const bool mustGreet = m_transport->mustGreet();
+  const bool mayAsk = !mustGreet || !std::exchange(m_asked, true);
+  if (mayAsk && m_link.askForHello()) return;
   if (m_broken) {
     return lose("does not greet again, sent away so that it can begin anew");
   }
+  if (mustGreet) return lose("connected, but sends no HELLO; sent away to make room for others");
   logWarning(m_transport->name(), ": connected, but sends no HELLO; still waiting");
   m_awaitingHelloSince.reset();
 }

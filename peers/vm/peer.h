@@ -67,6 +67,7 @@ class Peer : private LinkOwner {
   std::vector<unsigned char> m_out;
   Clock::time_point m_lastRead;
   std::optional<Clock::time_point> m_awaitingHelloSince;
+  bool m_asked = false;   // for a HELLO, once more than at the beginning
   bool m_broken = false;  // since the other side came, its stream was at fault
   PeerStatus m_status;
 };

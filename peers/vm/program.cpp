@@ -121,6 +121,7 @@ void Program::acceptDirect() {
   if (!connection) return;
   LinkSettings settings;
   settings.session = m_options.link.session;
+  settings.helloPatience = m_options.link.helloPatience;
   const std::string name = text("service ", ++m_directCount);
   logInfo(name, ": connected");
   auto transport = std::make_unique<SocketTransport>(std::move(connection), name);

@@ -19,6 +19,7 @@ class SocketTransport : public Transport {
   ssize_t write(std::span<const unsigned char> from) override;
   void detach() override { m_connection.reset(); }
   bool reusable() const override { return false; }
+  bool mustGreet() const override { return true; }
   std::string name() const override { return m_name; }
 
  protected:

@@ -29,6 +29,8 @@ class Transport {
   virtual void detach() = 0;
   // False when nobody can come (again).
   virtual bool reusable() const { return true; }
+  // True where anybody may come, and where one who says nothing keeps out the others.
+  virtual bool mustGreet() const { return false; }
   // For the log.
   virtual std::string name() const = 0;
 };

@@ -158,6 +158,29 @@ TEST_F(ProgramTest, AnRdpHostThatDoesNotGreetIsAskedAgain) {
   EXPECT_EQ(host.receive().size(), 36U);
 }
 
+TEST_F(ProgramTest, AStrangerWithoutAHelloMakesRoomForTheHost) {
+  options.discard = true;
+  options.link.helloPatience = std::chrono::milliseconds(300);
+  start();
+  FakeHost stranger(options.listen);
+  const Message whole = hello(1);
+  stranger.send(Message(whole.begin(), whole.begin() + 20));
+  FakeHost host(options.listen);
+  EXPECT_TRUE(host.greet());
+  EXPECT_TRUE(stranger.ended());
+}
+
+TEST_F(ProgramTest, AnRdpStrangerIsAskedOnceMoreAndThenMakesRoom) {
+  options.discard = true;
+  options.link.kind = LinkKind::Rdp;
+  options.link.helloPatience = std::chrono::milliseconds(300);
+  start();
+  FakeHost stranger(options.listen);
+  FakeHost host(options.listen);
+  EXPECT_EQ(host.receive(), headerMessage(MSG_CHANNEL_OPENED));
+  EXPECT_TRUE(stranger.ended());
+}
+
 TEST_F(ProgramTest, AFullDiskStopsTheSavingOfOneCameraOnly) {
   options.save = folder / "saved";
   std::filesystem::create_directory(folder / "saved");
@@ -222,6 +245,15 @@ TEST_F(DirectTest, SeveralServicesComeByThemselves) {
     return has(contentOf(file), R"("name":"Front","vendorId":0,"productId":0,"present":false)");
   }));
   EXPECT_TRUE(has(contentOf(file), R"("name":"service 2")"));
+}
+
+TEST_F(DirectTest, StrangersMakeRoomForServices) {
+  options.link.helloPatience = std::chrono::milliseconds(300);
+  const std::string address = startDirect();
+  std::vector<std::unique_ptr<FakeHost>> strangers(16);
+  for (auto& stranger : strangers) stranger = std::make_unique<FakeHost>(address);
+  FakeHost service(address);
+  EXPECT_TRUE(service.greet());
 }
 
 TEST_F(DirectTest, TheDirectWayNeverAsksForAllCameras) {
