@@ -78,6 +78,8 @@ void Host::shareCamera(const Camera& camera, const LinkPtr& link) {
     const PolicyRule& rule = m_policy.ruleFor(camera.info);
     share = std::make_unique<Share>(m_context.streams.of(camera), link, rule);
   }
+  // A VM takes a camera that is announced again for a new one and lets go of the one in use.
+  if (share->started()) return logInfo("camera '", id, "' is in use by ", vmText(), " already");
   logInfo("camera '", id, "' is shared with ", vmText(), " through ", link->name());
   share->announce();
 }

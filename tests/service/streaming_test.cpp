@@ -97,6 +97,19 @@ TEST_F(StreamingTest, ACameraMayBeNamedByNumberOrName) {
   EXPECT_EQ(host->records.await(CameraDataKind::Announced, 2).id, "test:Front");
 }
 
+TEST_F(StreamingTest, ACameraInUseIsNotAnnouncedAgain) {
+  start({"--camera", "test:A,320x240@30"});
+  const auto host = this->host();
+  watch(*host, "test:A");
+  host->share("test:A");
+  ASSERT_TRUE(m_service->awaitOutput("in use by VM 'vm-7' already"));
+  host->command(IPC_MSG_REDIRECT_ALL, {{"sessionId", 1}});
+  const std::size_t frames = host->records.count(CameraDataKind::Frame);
+  host->records.await(CameraDataKind::Frame, frames + 5);
+  EXPECT_EQ(host->records.count(CameraDataKind::Announced), 1U);
+  EXPECT_EQ(host->records.count(CameraDataKind::Gone), 0U);
+}
+
 TEST_F(StreamingTest, UnshareAllWithAndWithoutDocument) {
   start({"--camera", "test:A,320x240", "--camera", "test:B,320x240"});
   const auto host = this->host();
