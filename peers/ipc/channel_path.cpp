@@ -28,14 +28,15 @@ std::string runtimeDir() {
 ChannelPath channelPath(const char* name) {
   if (name == nullptr || name[0] == '\0') return {IPC_ERROR_PARAMETER, {}};
   std::string path = name;
-  if (path.front() != '/') {
+  const bool fromName = path.front() != '/';
+  if (fromName) {
     if (path.find('/') != std::string::npos) return {IPC_ERROR_PARAMETER, {}};
     const std::string dir = runtimeDir();
     if (dir.empty()) return {IPC_ERROR_NO_RUNTIME_DIR, {}};
     path = dir + "/lumsar/" + path + ".sock";
   }
   if (path.size() > kIpcMaxPath) return {IPC_ERROR_PATH_TOO_LONG, {}};
-  return {0, path};
+  return {0, path, fromName};
 }
 
 sockaddr_un socketAddress(const std::string& path) {

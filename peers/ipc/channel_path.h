@@ -13,6 +13,7 @@ namespace lumsar::ipc {
 struct ChannelPath {
   int error = 0;  // IpcError; `path` is empty then
   std::string path;
+  bool fromName = false;  // so its directory is the channels' own
 };
 
 // `$XDG_RUNTIME_DIR/lumsar/NAME.sock`; an absolute path is used as it is.

@@ -38,7 +38,7 @@ int IpcClient::connectInBackground(const char* channel) {
 }
 
 int IpcClient::begin(const char* channel, std::shared_ptr<Connection>& connection) {
-  auto [error, path] = channelPath(channel);
+  auto [error, path, fromName] = channelPath(channel);
   if (error != 0) return error;
   const std::lock_guard lock(m_mutex);
   if (m_current && !m_current->ended()) return IPC_ERROR_ALREADY_CONNECTED;

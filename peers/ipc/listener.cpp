@@ -41,9 +41,8 @@ UniqueFd lockDirectory(const std::string& dir) {
   return lock;
 }
 
-// The channel's own directory must be nobody else's; one that the user chose is the user's affair.
-void checkPrivate(const UniqueFd& directory, const std::string& dir) {
-  if (!dir.ends_with("/lumsar")) return;
+// The channel's own directory must be nobody else's.
+void makePrivate(const UniqueFd& directory, const std::string& dir) {
   struct stat status = {};
   if (::fstat(directory.get(), &status) != 0) fail("cannot examine " + dir, "try again");
   if (status.st_uid != ::geteuid()) {
@@ -94,10 +93,10 @@ bool isUnixListener(int socket) {
 
 }  // namespace
 
-Listener Listener::at(const std::string& path) {
+Listener Listener::at(const std::string& path, Directory directory) {
   const std::string dir = directoryOf(path);
   const UniqueFd lock = lockDirectory(dir);
-  checkPrivate(lock, dir);
+  if (directory == Directory::Own) makePrivate(lock, dir);
   clearPath(path);
   UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!socket) fail("cannot make a socket", "close other programs");

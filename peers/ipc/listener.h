@@ -16,9 +16,13 @@ namespace lumsar::ipc {
 // A listening socket and, where this process made it, its file, which is removed with the object.
 class Listener {
  public:
-  // Listens at `path`, in a directory of mode 0700, with a socket of mode 0600. Replaces a socket
-  // that nobody listens to; refuses where a service is running.
-  static Listener at(const std::string& path);
+  // Whose the socket's directory is: the channel's own is made private, one that the user chose is
+  // left as it is.
+  enum class Directory { Own, Chosen };
+
+  // Listens at `path` with a socket of mode 0600. Makes the directory where there is none. Replaces
+  // a socket that nobody listens to; refuses where a service is running.
+  static Listener at(const std::string& path, Directory directory = Directory::Chosen);
   // The socket that a service manager hands over (LISTEN_FDS, LISTEN_PID), if it does.
   static std::optional<Listener> inherited();
 

@@ -19,8 +19,11 @@ int serve(const Options& options) {
   gst_init(nullptr, nullptr);
   asio::io_context io(1);
   auto inherited = ipc::Listener::inherited();
-  auto listener = inherited ? std::move(*inherited)
-                            : ipc::Listener::at(ipc::channelPath(options.channel.c_str()).path);
+  const auto [error, path, fromName] = ipc::channelPath(options.channel.c_str());
+  using Directory = ipc::Listener::Directory;
+  auto listener =
+      inherited ? std::move(*inherited)
+                : ipc::Listener::at(path, fromName ? Directory::Own : Directory::Chosen);
   service::Service(io, options, std::move(listener)).run();
   return 0;
 }

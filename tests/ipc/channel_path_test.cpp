@@ -16,11 +16,13 @@ TEST(ChannelPath, ANameLiesInTheRuntimeDirectory) {
   ::setenv("XDG_RUNTIME_DIR", "/run/user/77", 1);
   EXPECT_EQ(channelPath("lumsar").path, "/run/user/77/lumsar/lumsar.sock");
   EXPECT_EQ(channelPath("lumsar").error, 0);
+  EXPECT_TRUE(channelPath("lumsar").fromName);
 }
 
 TEST(ChannelPath, AnAbsolutePathIsUsedAsItIs) {
   ::unsetenv("XDG_RUNTIME_DIR");
   EXPECT_EQ(channelPath("/tmp/x").path, "/tmp/x");
+  EXPECT_FALSE(channelPath("/tmp/lumsar/x").fromName);
 }
 
 TEST(ChannelPath, NoNameNoPath) {

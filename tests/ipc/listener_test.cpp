@@ -42,8 +42,16 @@ TEST(ListenerTest, DirectoryAndSocketAreTheUsersOwn) {
 TEST(ListenerTest, ALooseDirectoryIsMadePrivate) {
   const TempDir dir;
   ::mkdir((dir / "lumsar").c_str(), 0755);
-  const Listener listener = Listener::at(dir / "lumsar/x.sock");
+  const Listener listener = Listener::at(dir / "lumsar/x.sock", Listener::Directory::Own);
   EXPECT_EQ(modeOf(dir / "lumsar"), 0700U);
+}
+
+TEST(ListenerTest, ADirectoryThatTheUserChoseStaysAsItIs) {
+  const TempDir dir;
+  ::mkdir((dir / "lumsar").c_str(), 0755);
+  ::chmod((dir / "lumsar").c_str(), 0755);
+  const Listener listener = Listener::at(dir / "lumsar/x.sock", Listener::Directory::Chosen);
+  EXPECT_EQ(modeOf(dir / "lumsar"), 0755U);
 }
 
 TEST(ListenerTest, TheFileGoesWithTheListener) {
