@@ -7,6 +7,11 @@
 
 namespace lumsar::service {
 
+FileCameras::~FileCameras() {
+  m_probeThread.stop();  // files that wait for their probe are left alone
+  m_probeThread.join();
+}
+
 // Short, unless two folders have files of the same name.
 std::string FileCameras::newId(const std::string& path) const {
   const std::string brief = "file:" + std::filesystem::path(path).filename().string();

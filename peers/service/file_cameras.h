@@ -19,7 +19,7 @@ class FileCameras {
 
   FileCameras(asio::io_context& io, VirtualCameras& cameras, OnUnreadable onUnreadable)
       : m_io(io), m_cameras(cameras), m_onUnreadable(std::move(onUnreadable)) {}
-  ~FileCameras() { m_probeThread.join(); }
+  ~FileCameras();
   FileCameras(const FileCameras&) = delete;
   FileCameras& operator=(const FileCameras&) = delete;
 

@@ -2,6 +2,7 @@
 // the user or by a service manager; main thread.
 // Exit codes: 0 stopped as told, 1 failure, 2 usage.
 #include <QCoreApplication>
+#include <csignal>
 #include <cstdio>
 #include <stdexcept>
 
@@ -16,6 +17,7 @@ using namespace lumsar;
 using service::Options;
 
 int serve(const Options& options) {
+  std::signal(SIGPIPE, SIG_IGN);  // a reader of the log that has left must not end the service
   gst_init(nullptr, nullptr);
   asio::io_context io(1);
   auto inherited = ipc::Listener::inherited();

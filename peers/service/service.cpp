@@ -3,6 +3,7 @@
 
 #include <asio/post.hpp>
 #include <csignal>
+#include <cstring>
 
 #include "lumsar/ipc_transport.h"
 #include "service/json.h"
@@ -18,7 +19,7 @@ constexpr const char* kSubstitute = "Lumsar test camera";
 
 Service::Service(asio::io_context& io, const Options& options, ipc::Listener listener)
     : m_io(io),
-      m_signals(io, SIGINT, SIGTERM),
+      m_signals(io, SIGINT, SIGTERM, SIGHUP),
       m_access(options.access),
       m_mayOfferSubstitute(options.synthetic.empty() && options.files.empty() &&
                            options.folders.empty()),
@@ -49,7 +50,7 @@ Service::~Service() {
 void Service::run() {
   m_signals.async_wait([this](asio::error_code error, int signal) {
     if (error) return;
-    logInfo("stopping (", signal == SIGINT ? "SIGINT" : "SIGTERM", ")");
+    logInfo("stopping (SIG", sigabbrev_np(signal), ")");
     m_io.stop();
   });
   m_devices.start();

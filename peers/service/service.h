@@ -27,7 +27,7 @@ class Service : private ipc::IpcServerEvents {
   Service(asio::io_context& io, const Options& options, ipc::Listener listener);
   ~Service() override;
 
-  // Serves until SIGINT or SIGTERM.
+  // Serves until SIGINT, SIGTERM or SIGHUP.
   void run();
 
  private:

@@ -48,8 +48,8 @@ TEST_F(CommandLineTest, WithoutRuntimeDirectoryItSaysWhatToDo) {
   EXPECT_NE(run({}).output.find("set XDG_RUNTIME_DIR"), std::string::npos);
 }
 
-TEST_F(CommandLineTest, StopsCleanlyOnBothSignals) {
-  for (const int signal : {SIGTERM, SIGINT}) {
+TEST_F(CommandLineTest, StopsCleanlyOnEachSignal) {
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
     start({"--camera", "test:A,320x240@30"});
     const auto host = this->host();
     watch(*host, "test:A");
@@ -59,6 +59,21 @@ TEST_F(CommandLineTest, StopsCleanlyOnBothSignals) {
     EXPECT_TRUE(host->recorder.awaitClose());
     m_service.reset();
   }
+}
+
+TEST_F(CommandLineTest, StopsAtOnceWithManyFilesToLookInto) {
+  const std::string folder = dir / "cameras";
+  std::filesystem::create_directory(folder);
+  makePicture(folder + "/0.jpg", 640, 480);
+  for (int i = 1; i < 1000; ++i) {
+    std::filesystem::copy_file(folder + "/0.jpg", folder + "/" + std::to_string(i) + ".jpg");
+  }
+  start({"--watch", folder});
+  const auto begin = std::chrono::steady_clock::now();
+  m_service->signal(SIGTERM);
+  EXPECT_EQ(m_service->wait(), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(1500));
+  m_service.reset();
 }
 
 TEST_F(CommandLineTest, ASecondServiceIsRefused) {
