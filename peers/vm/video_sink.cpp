@@ -118,6 +118,7 @@ bool VideoSink::openDevice() {
   }
   showGrey();
   m_lastLook = {};
+  m_troubles.clear();
   const std::lock_guard lock(m_mutex);
   m_error.clear();
   return true;
@@ -190,9 +191,9 @@ bool VideoSink::fits(const Frame& frame) {
 void VideoSink::say(const std::string& trouble) {
   {
     const std::lock_guard lock(m_mutex);
-    if (m_error == trouble) return;
     m_error = trouble;
   }
+  if (std::exchange(m_troubles[m_path], trouble) == trouble) return;
   logWarning("camera \"", m_camera.name, "\": ", trouble);
 }
 

@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <map>
 #include <mutex>
 #include <thread>
 
@@ -64,6 +65,7 @@ class VideoSink final : public Sink {
   VideoFormat m_wish;    // by the announcement or the last picture
   VideoFormat m_format;  // what the device took of it
   std::set<std::string> m_refused;
+  std::map<std::string, std::string> m_troubles;  // by path, so that each is logged once
   Time m_lastSearch;
   Time m_lastLook;
   Time m_lastAdaption;

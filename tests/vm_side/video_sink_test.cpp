@@ -132,6 +132,21 @@ TEST_F(VideoSinkTest, LeavesABrokenDeviceForAnother) {
   EXPECT_TRUE(deviceIs(*sink, "/dev/video1"));
 }
 
+TEST_F(VideoSinkTest, EachBrokenDeviceIsSaidOnce) {
+  nodes({"/dev/video0", "/dev/video1"});
+  video.nodes["/dev/video0"].broken = true;
+  video.nodes["/dev/video1"].broken = true;
+  testing::internal::CaptureStderr();
+  const auto sink = open("front");
+  std::this_thread::sleep_for(std::chrono::milliseconds(4500));  // two searches more
+  const std::string log = testing::internal::GetCapturedStderr();
+  for (const std::string line : {"cannot use /dev/video0", "cannot use /dev/video1"}) {
+    const auto first = log.find(line);
+    ASSERT_NE(first, std::string::npos) << log;
+    EXPECT_EQ(log.find(line, first + 1), std::string::npos) << log;
+  }
+}
+
 TEST_F(VideoSinkTest, AnUnpluggedDeviceIsGivenUp) {
   nodes({"/dev/video0"});
   const auto sink = open("front");
