@@ -54,9 +54,17 @@ void Gallery::update() {
   });
 }
 
-void Gallery::finish() {
+bool Gallery::finish(std::chrono::milliseconds limit) {
   using namespace std::chrono_literals;
-  for (update(); !m_retired.empty(); update()) std::this_thread::sleep_for(2ms);
+  const auto end = Clock::now() + limit;
+  for (update(); !m_retired.empty() && Clock::now() < end; update()) {
+    std::this_thread::sleep_for(2ms);
+  }
+  for (const auto& camera : m_retired) {
+    logError("camera \"", camera->info().name, "\": not all of its pictures could be written ",
+             "within ", limit.count(), " ms; see whether the disk still answers");
+  }
+  return m_retired.empty();
 }
 
 void Gallery::remember(const Camera& camera) {

@@ -3,6 +3,7 @@
 #ifndef LUMSAR_VM_GALLERY_H
 #define LUMSAR_VM_GALLERY_H
 
+#include <chrono>
 #include <deque>
 #include <functional>
 #include <map>
@@ -23,8 +24,9 @@ class Gallery {
   void retire(std::unique_ptr<Camera> camera, bool tellService);
   // Lets go of sinks that have finished.
   void update();
-  // Waits for all sinks. Returns with everything written.
-  void finish();
+  // Waits for all sinks, so that everything is written; gives up those that take longer than
+  // `limit`. False, and said in the log, when there are any: such a sink cannot be destroyed.
+  bool finish(std::chrono::milliseconds limit);
 
   // Of the cameras that are gone, oldest first; only the last ones are kept.
   std::vector<CameraStatus> gone() const;

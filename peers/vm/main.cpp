@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 
 #include "address.h"
 #include "log.h"
@@ -45,8 +46,10 @@ std::unique_ptr<Transport> openXrdp(const Options& options) {
 int run(const Options& options) {
   const UniqueFd endSignal = takeEndSignals();
   Program program(options, openXrdp(options));
-  program.run(endSignal.get());
+  const bool written = program.run(endSignal.get());
   if (options.json) std::puts(program.statusJson().c_str());
+  std::fflush(stdout);
+  if (!written) std::_Exit(1);
   return 0;
 }
 

@@ -24,6 +24,7 @@ constexpr auto kUpdateEvery = 200ms;
 constexpr auto kShowEvery = 500ms;
 constexpr auto kWriteEvery = 1s;
 constexpr std::size_t kMostPeers = 16;
+constexpr auto kFinishLimit = 10s;
 
 }  // namespace
 
@@ -76,12 +77,13 @@ std::unique_ptr<Transport> Program::openTransport() const {
   return nullptr;
 }
 
-void Program::run(int endSignal) {
+bool Program::run(int endSignal) {
   while (turn(endSignal)) update();
   for (const auto& peer : m_peers) peer->finish();
-  m_gallery.finish();
+  const bool written = m_gallery.finish(kFinishLimit);
   m_viewer.reset();
   writeStatusFile();
+  return written;
 }
 
 void Program::stop() {

@@ -24,8 +24,9 @@ class Program {
   ~Program();
 
   // Returns when stop() was called, the time is over, or `endSignal` (a signalfd, or -1) is
-  // readable. Then everything is written and the status is final.
-  void run(int endSignal = -1);
+  // readable. Then everything is written and the status is final. False when a disk does not take
+  // what is left to write: a thread hangs there, so that this object cannot be destroyed.
+  bool run(int endSignal = -1);
   void stop();
 
   std::string statusJson() const;

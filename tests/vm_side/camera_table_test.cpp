@@ -108,5 +108,14 @@ TEST_F(CameraTableTest, ASlowSinkOfAGoneCameraHoldsNothingUp) {
   EXPECT_EQ(gallery->gone().size(), 1U);
 }
 
+TEST_F(CameraTableTest, ASinkThatNeverFinishesIsGivenUpAtTheEnd) {
+  announce(1, "Front");
+  output->sinks[0]->closed = false;
+  table->dropAll("the end", true);
+  EXPECT_FALSE(gallery->finish(std::chrono::milliseconds(50)));
+  output->sinks[0]->closed = true;
+  EXPECT_TRUE(gallery->finish(std::chrono::milliseconds(50)));
+}
+
 }  // namespace
 }  // namespace lumsar::vm::test
