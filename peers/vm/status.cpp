@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 
+#include <cerrno>
 #include <cstdio>
 
 #include "fd.h"
@@ -80,7 +81,15 @@ bool replaceFile(const std::string& path, const std::string& content) {
   const UniqueFd file(open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
   if (!file) return false;
   const ssize_t written = write(file.get(), content.data(), content.size());
-  return written == static_cast<ssize_t>(content.size()) && rename(part.c_str(), path.c_str()) == 0;
+  if (written >= 0 && written < static_cast<ssize_t>(content.size())) {
+    errno = ENOSPC;
+  } else if (written >= 0 && rename(part.c_str(), path.c_str()) == 0) {
+    return true;
+  }
+  const int error = errno;
+  unlink(part.c_str());
+  errno = error;
+  return false;
 }
 
 }  // namespace lumsar::vm

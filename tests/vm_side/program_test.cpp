@@ -2,9 +2,11 @@
 #include "program.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include "eventually.h"
 #include "fake_host.h"
+#include "status.h"
 #include "temp_folder.h"
 
 namespace lumsar::vm::test {
@@ -279,6 +281,21 @@ TEST_F(ProgramTest, ASocketThatIsServedOrIsNoSocketIsRefused) {
   options.listen = "unix:" + (folder / "file");
   EXPECT_THROW(Program{options}, Failure);
   EXPECT_EQ(contentOf(folder / "file"), "precious");
+}
+
+TEST(ReplaceFile, AFileThatIsCutShortIsAnErrorWithAReason) {
+  const TempFolder folder;
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  const rlimit small{10, before.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &small);
+  errno = 0;
+  const bool good = replaceFile(folder / "file", "longer than ten bytes");
+  const int error = errno;
+  setrlimit(RLIMIT_FSIZE, &before);
+  EXPECT_FALSE(good);
+  EXPECT_EQ(error, ENOSPC);
+  EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
 }
 
 TEST_F(ProgramTest, AStaleSocketIsReplaced) {
