@@ -59,11 +59,6 @@ void CameraStream::requestKeyFrame() {
   if (m_capture) m_capture->requestKeyFrame();
 }
 
-void CameraStream::restart() {
-  stop();
-  if (!m_readers.empty() && m_camera.present) start();
-}
-
 CapturePlan CameraStream::planFor(const CaptureRequest& request) const {
   return planCapture(m_camera.info.formats, request);
 }
@@ -117,6 +112,7 @@ void CameraStream::onFrame(const CapturedFrame& frame) {
   ++m_counters.frames;
   m_counters.bytes += frame.picture.size();
   m_pause = milliseconds(0);
+  m_trouble.clear();
   for (FrameReader* reader : m_readers) reader->onFrame(frame);
 }
 
@@ -125,6 +121,7 @@ void CameraStream::onCaptureFailed(const std::string& why) {
   const milliseconds pause = first ? kFirstPause : std::min(2 * m_pause, kLongestPause);
   stop();
   m_pause = pause;
+  m_trouble = why;
   logWarning("camera '", m_camera.info.id, "' failed: ", why, "; next try in ", pause.count(),
              " ms");
   retryLater();

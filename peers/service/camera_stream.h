@@ -39,12 +39,12 @@ class CameraStream : private CaptureEvents {
   // A reader's request has changed.
   void refresh();
   void requestKeyFrame();
-  // The camera was unplugged or plugged in again.
-  void restart();
 
   bool running() const { return m_capture != nullptr; }
   std::size_t readers() const { return m_readers.size(); }
   const Camera& camera() const { return m_camera; }
+  // Why the last try failed, until the camera gives a picture; empty when it did not.
+  const std::string& trouble() const { return m_trouble; }
   // How the camera would run for `request`.
   CapturePlan planFor(const CaptureRequest& request) const;
   const CapturePlan* plan() const { return m_capture ? &m_capture->plan() : nullptr; }
@@ -66,6 +66,7 @@ class CameraStream : private CaptureEvents {
   std::shared_ptr<Capture> m_capture;
   asio::steady_timer m_timer;  // the pause before the next try, or the watch over a silent camera
   std::chrono::milliseconds m_pause{0};
+  std::string m_trouble;
   std::uint64_t m_framesSeen = 0;  // at the last look
   Counters m_counters;
 };

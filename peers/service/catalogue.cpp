@@ -37,8 +37,4 @@ const Camera* Catalogue::find(const std::string& reference) const {
   return named;
 }
 
-const Camera* Catalogue::byNumber(std::uint32_t number) const {
-  return number < m_inOrder.size() ? m_inOrder[number] : nullptr;
-}
-
 }  // namespace lumsar::service

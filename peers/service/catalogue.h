@@ -20,7 +20,6 @@ class Catalogue {
 
   // By id, by number or by a name that only one camera has.
   const Camera* find(const std::string& reference) const;
-  const Camera* byNumber(std::uint32_t number) const;
   // All, by number.
   const std::vector<const Camera*>& all() const { return m_inOrder; }
 

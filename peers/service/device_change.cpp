@@ -9,6 +9,14 @@ DeviceChange deviceChange(const char* change, const Camera& camera, const std::s
   return {change, camera.info.id, &camera, {}, reason};
 }
 
+DeviceChange fileRefused(const std::string& id, const std::string& why) {
+  return {"refused", id, nullptr, {}, "it is no picture or movie that can be read: " + why};
+}
+
+DeviceChange cameraFailed(const Camera& camera, const std::string& why) {
+  return deviceChange("failed", camera, "the camera does not work: " + why + "; trying again");
+}
+
 QJsonObject toJson(const DeviceChange& change) {
   QJsonObject object = {{"change", change.change}, {"reason", qt(change.reason)}};
   if (!change.camera.empty()) object["camera"] = qt(change.camera);

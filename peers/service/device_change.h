@@ -23,6 +23,11 @@ struct DeviceChange {
 
 DeviceChange deviceChange(const char* change, const Camera& camera, const std::string& reason);
 
+// Of a file that is there but no camera.
+DeviceChange fileRefused(const std::string& id, const std::string& why);
+// Of a camera that fails while it is shared.
+DeviceChange cameraFailed(const Camera& camera, const std::string& why);
+
 QJsonObject toJson(const DeviceChange& change);
 
 }  // namespace lumsar::service

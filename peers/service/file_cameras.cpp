@@ -13,16 +13,16 @@ FileCameras::~FileCameras() {
 }
 
 // Short, unless two folders have files of the same name.
-std::string FileCameras::newId(const std::string& path) const {
+const std::string& FileCameras::idOf(const std::string& path) {
+  if (const auto known = m_ids.find(path); known != m_ids.end()) return known->second;
   const std::string brief = "file:" + std::filesystem::path(path).filename().string();
-  const auto taken = [&](const auto& file) { return file.second.id == brief; };
-  return std::ranges::any_of(m_files, taken) ? "file:" + path : brief;
+  const auto taken = [&](const auto& known) { return known.second == brief; };
+  return m_ids[path] = std::ranges::any_of(m_ids, taken) ? "file:" + path : brief;
 }
 
 void FileCameras::add(const std::string& path) {
-  if (!m_files.contains(path)) m_files[path] = {newId(path)};
   Entry& entry = m_files[path];
-  m_cameras.unplug(entry.id);
+  m_cameras.unplug(idOf(path));
   entry.probe = ++m_lastProbe;
   asio::post(m_probeThread, [this, path, number = entry.probe] {
     FileProbe probe = probeFile(path);
@@ -33,16 +33,25 @@ void FileCameras::add(const std::string& path) {
 void FileCameras::onProbed(const std::string& path, unsigned int number, const FileProbe& probe) {
   const auto found = m_files.find(path);
   if (found == m_files.end() || found->second.probe != number) return;
-  if (!probe.error.empty()) return m_onUnreadable(found->second.id, probe.error);
-  m_cameras.plug({found->second.id, std::filesystem::path(path).stem().string(), probe.format,
+  found->second.trouble = probe.error;
+  if (!probe.error.empty()) return m_onUnreadable(idOf(path), probe.error);
+  m_cameras.plug({idOf(path), std::filesystem::path(path).stem().string(), probe.format,
                   [path, probe] { return makeFileSource(path, probe); }});
 }
 
 void FileCameras::remove(const std::string& path) {
   const auto found = m_files.find(path);
   if (found == m_files.end()) return;
-  m_cameras.unplug(found->second.id);
+  m_cameras.unplug(idOf(path));
   m_files.erase(found);
+}
+
+std::map<std::string, std::string> FileCameras::unreadable() const {
+  std::map<std::string, std::string> reasons;
+  for (const auto& [path, entry] : m_files) {
+    if (!entry.trouble.empty()) reasons[m_ids.at(path)] = entry.trouble;
+  }
+  return reasons;
 }
 
 }  // namespace lumsar::service

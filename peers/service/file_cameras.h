@@ -26,20 +26,23 @@ class FileCameras {
   // The file is there, or is there anew: its camera is plugged in.
   void add(const std::string& path);
   void remove(const std::string& path);
+  // Why files that are there are no cameras, by the ids that they would have.
+  std::map<std::string, std::string> unreadable() const;
 
  private:
   struct Entry {
-    std::string id;
     unsigned int probe = 0;  // the number of the latest; older ones come too late
+    std::string trouble;     // empty for one that can be read
   };
 
-  std::string newId(const std::string& path) const;
+  const std::string& idOf(const std::string& path);
   void onProbed(const std::string& path, unsigned int number, const FileProbe& probe);
 
   asio::io_context& m_io;
   VirtualCameras& m_cameras;
   const OnUnreadable m_onUnreadable;
-  std::map<std::string, Entry> m_files;  // by path
+  std::map<std::string, Entry> m_files;      // by path
+  std::map<std::string, std::string> m_ids;  // by path; kept, so that a file keeps its id
   unsigned int m_lastProbe = 0;
   asio::thread_pool m_probeThread{1};
 };

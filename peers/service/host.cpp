@@ -2,6 +2,8 @@
 // Runs on the io_context's thread.
 #include "service/host.h"
 
+#include <utility>
+
 #include "service/encoder.h"
 #include "service/host_link.h"
 #include "service/json.h"
@@ -65,12 +67,19 @@ void Host::onPolicy(std::span<const unsigned char> payload) {
 
 void Host::onVmData(const VmLink* link, std::span<const unsigned char> record) {
   const auto header = take<CameraDataHeader>(record);
-  if (!header) return logWarning(vmText(), " sent camera data that are too short; dropped");
+  if (!header) return skipShort();
   for (const auto& [id, share] : m_shares) {
     if (share->camera().number != header->camera || share->link().get() != link) continue;
     return onVmRecord(*header, record, *share);
   }
   logDebug(vmText(), " speaks of camera ", header->camera, ", which is not shared with it");
+}
+
+// A VM may send any number of them, so they are said once.
+void Host::skipShort() {
+  if (std::exchange(m_saidTooShort, true)) return;
+  logWarning(vmText(),
+             " sent camera data that are too short; dropped, more of them without a word");
 }
 
 void Host::onVmRecord(const CameraDataHeader& header, std::span<const unsigned char> body,
@@ -123,7 +132,7 @@ void Host::onUnplugged(const Camera& camera) {
 
 void Host::onTrouble(const Camera& camera, const std::string& why) {
   if (shareOf(camera.info.id) == nullptr) return;
-  tell(deviceChange("failed", camera, "the camera does not work: " + why + "; trying again"));
+  tell(cameraFailed(camera, why));
 }
 
 void Host::rename(const std::string& vmId) {

@@ -64,6 +64,7 @@ class Host {
   void onCommand(std::uint32_t type, std::span<const unsigned char> payload);
   void onPolicy(std::span<const unsigned char> payload);
   void onVmData(const VmLink* link, std::span<const unsigned char> record);
+  void skipShort();
   void onVmRecord(const CameraDataHeader& header, std::span<const unsigned char> body,
                   Share& share);
 
@@ -99,7 +100,8 @@ class Host {
   QJsonObject m_refusedConnect;              // a "sharetcp" whose first half has failed already
   bool m_shareAll = false;                   // cameras plugged in later are shared as well
   std::set<std::string> m_notOfAll;          // but not these, taken back one by one
-  std::deque<DeviceChange> m_refusals;       // the latest of each camera, oldest first
+  bool m_saidTooShort = false;
+  std::deque<DeviceChange> m_refusals;  // the latest of each camera, oldest first
 };
 
 }  // namespace lumsar::service

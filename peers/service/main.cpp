@@ -23,9 +23,9 @@ int serve(const Options& options) {
   auto inherited = ipc::Listener::inherited();
   const auto [error, path, fromName] = ipc::channelPath(options.channel.c_str());
   using Directory = ipc::Listener::Directory;
-  auto listener =
-      inherited ? std::move(*inherited)
-                : ipc::Listener::at(path, fromName ? Directory::Own : Directory::Chosen);
+  auto listener = inherited
+                      ? std::move(*inherited)
+                      : ipc::Listener::at(path, fromName ? Directory::Own : Directory::Chosen);
   service::Service(io, options, std::move(listener)).run();
   return 0;
 }

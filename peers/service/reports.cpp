@@ -129,9 +129,27 @@ std::string hostLines(const QJsonObject& host) {
   return lines;
 }
 
+// What does not work at the moment, and so is no camera for this host.
+std::vector<DeviceChange> troubles(const Host& host, const HostContext& context,
+                                   const std::map<std::string, std::string>& unreadable) {
+  std::vector<DeviceChange> changes;
+  for (const auto& [id, why] : unreadable) {
+    CameraInfo info;
+    info.id = id;
+    if (context.access.refusal(info, host.vmId()).empty()) changes.push_back(fileRefused(id, why));
+  }
+  for (const auto& [id, share] : host.shares()) {
+    const CameraStream* stream = context.streams.find(share->camera().number);
+    if (stream == nullptr || stream->trouble().empty()) continue;
+    changes.push_back(cameraFailed(share->camera(), stream->trouble()));
+  }
+  return changes;
+}
+
 }  // namespace
 
-QJsonObject cameraList(const Host& host, const HostContext& context, const HostTable& hosts) {
+QJsonObject cameraList(const Host& host, const HostContext& context, const HostTable& hosts,
+                       const std::map<std::string, std::string>& unreadable) {
   QJsonArray cameras;
   for (const Camera* camera : context.catalogue.all()) {
     if (!context.access.refusal(camera->info, host.vmId()).empty()) continue;
@@ -141,6 +159,9 @@ QJsonObject cameraList(const Host& host, const HostContext& context, const HostT
   }
   QJsonArray refusals;
   for (const DeviceChange& change : host.refusals()) refusals.append(toJson(change));
+  for (const DeviceChange& change : troubles(host, context, unreadable)) {
+    refusals.append(toJson(change));
+  }
   QJsonArray notes;
   for (const std::string& note : host.policyNotes()) notes.append(qt(note));
   return {{"cameras", cameras}, {"refusals", refusals}, {"policyNotes", notes}};

@@ -14,8 +14,10 @@ namespace lumsar::service {
 
 using HostTable = std::map<ipc::ClientId, std::unique_ptr<Host>>;
 
-// The cameras that `host` may share, who uses them, and what was refused to it of late.
-QJsonObject cameraList(const Host& host, const HostContext& context, const HostTable& hosts);
+// The cameras that `host` may share, who uses them, what was refused to it of late, and what does
+// not work: `unreadable` are the files that are no cameras.
+QJsonObject cameraList(const Host& host, const HostContext& context, const HostTable& hosts,
+                       const std::map<std::string, std::string>& unreadable);
 
 QJsonObject statusReport(const HostContext& context, const HostTable& hosts,
                          std::chrono::steady_clock::duration uptime);

@@ -8,6 +8,7 @@
 #include "lumsar/ipc_transport.h"
 #include "service/json.h"
 #include "service/log.h"
+#include "service/status_client.h"
 #include "service/synthetic.h"
 
 namespace lumsar::service {
@@ -60,26 +61,30 @@ void Service::run() {
 }
 
 void Service::onClient(ipc::ClientId client, const std::string& name) {
+  if (name == kStatusClient) return;  // it is no host
   logInfo("client ", client, " '", name, "' connected");
   m_hosts[client] = std::make_unique<Host>(m_context, client, name);
 }
 
 void Service::onMessage(ipc::ClientId client, std::span<unsigned char> message) {
   const RedirMsgHeader header = readHeader(message.data());
-  Host& host = *m_hosts.at(client);
-  if (header.type == IPC_MSG_CAMERA_LIST || header.type == IPC_MSG_STATUS) {
-    const QJsonObject report =
-        header.type == IPC_MSG_STATUS
-            ? statusReport(m_context, m_hosts, std::chrono::steady_clock::now() - m_begin)
-            : cameraList(host, m_context, m_hosts);
-    return m_server.reply(client, header, ipc::Message(header.type, compactJson(report)));
+  const auto answer = [&](const QJsonObject& report) {
+    m_server.reply(client, header, ipc::Message(header.type, compactJson(report)));
+  };
+  if (header.type == IPC_MSG_STATUS) {
+    return answer(statusReport(m_context, m_hosts, std::chrono::steady_clock::now() - m_begin));
   }
-  host.onMessage(message);
+  const auto host = m_hosts.find(client);
+  if (host == m_hosts.end()) return;
+  if (header.type == IPC_MSG_CAMERA_LIST) {
+    return answer(cameraList(*host->second, m_context, m_hosts, m_files.unreadable()));
+  }
+  host->second->onMessage(message);
 }
 
 void Service::onClientGone(ipc::ClientId client, const std::string& why) {
-  logInfo("client ", client, " '", m_hosts.at(client)->name(), "' is gone: ", why);
-  m_hosts.erase(client);
+  const auto host = m_hosts.extract(client);
+  if (host) logInfo("client ", client, " '", host.mapped()->name(), "' is gone: ", why);
 }
 
 void Service::onWarning(const std::string& text) {
@@ -108,9 +113,9 @@ void Service::onTrouble(const Camera& camera, const std::string& why) {
 }
 
 void Service::onUnreadable(const std::string& id, const std::string& why) {
-  const std::string reason = "it is no picture or movie that can be read: " + why;
-  logWarning("'", id, "' is left out: ", reason);
-  for (const auto& [client, host] : m_hosts) host->tell({"refused", id, nullptr, {}, reason});
+  const DeviceChange change = fileRefused(id, why);
+  logWarning("'", id, "' is left out: ", change.reason);
+  for (const auto& [client, host] : m_hosts) host->tell(change);
 }
 
 // Where there is no camera at all, a synthetic one is offered, until there is one.

@@ -25,7 +25,7 @@ void check(int error, const std::string& channel) {
 
 std::string askStatus(const std::string& channel, bool json) {
   IpcClientParams params;
-  std::strncpy(params.clientName, "status", kClientNameSize - 1);
+  std::strncpy(params.clientName, kStatusClient, kClientNameSize - 1);
   ipc::IpcClient client(&params);
   check(client.connect(channel.c_str()), channel);
   RedirMsgHeader request;

@@ -6,6 +6,9 @@
 
 namespace lumsar::service {
 
+// By this name the service knows those who only ask for its status.
+inline constexpr const char* kStatusClient = "lumsar --status";
+
 // The status of the service on `channel`, for people or as JSON. Throws std::runtime_error with a
 // text for the user.
 std::string askStatus(const std::string& channel, bool json);

@@ -44,8 +44,8 @@ TEST(CatalogueTest, FindsByIdNumberAndName) {
   EXPECT_EQ(catalogue.find("Back"), back);
   EXPECT_EQ(catalogue.find("2"), nullptr);
   EXPECT_EQ(catalogue.find(""), nullptr);
-  EXPECT_EQ(catalogue.byNumber(1), back);
-  EXPECT_EQ(catalogue.byNumber(2), nullptr);
+  EXPECT_EQ(catalogue.find("1"), back);
+  EXPECT_EQ(catalogue.find("2"), nullptr);
 }
 
 TEST(CatalogueTest, ANameOfTwoCamerasNamesNone) {

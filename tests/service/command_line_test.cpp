@@ -126,6 +126,8 @@ TEST_F(CommandLineTest, StatusForPeopleAndPrograms) {
     found = true;
   }
   EXPECT_TRUE(found);
+  EXPECT_EQ(json.object.value("hosts").toArray().size(), 1) << "who asks is no host";
+  EXPECT_EQ(log().find("--status"), std::string::npos) << log();
 }
 
 TEST_F(CommandLineTest, StatusWithoutServiceIsExitCode1) {

@@ -105,6 +105,56 @@ TEST_F(FilesTest, AFileThatIsNoPictureIsSaidAndTheOthersGoOn) {
   EXPECT_TRUE(TestHost::camera(host->list(), "file:bad.jpg").isEmpty());
 }
 
+TEST_F(FilesTest, AFileThatIsNoPictureIsInTheListUntilItIsGone) {
+  std::ofstream(folder + "/bad.jpg") << "this is no picture";
+  std::ofstream(folder + "/secret.jpg") << "this is none either";
+  start({"--watch", folder, "--deny", "file:secret*"});
+  ASSERT_TRUE(m_service->awaitOutput("'file:bad.jpg' is left out"));
+  ASSERT_TRUE(m_service->awaitOutput("'file:secret.jpg' is left out"));
+  const auto late = this->host();
+  const QJsonArray refusals = late->list().value("refusals").toArray();
+  ASSERT_EQ(refusals.size(), 1);
+  EXPECT_EQ(refusals.at(0).toObject().value("camera").toString(), "file:bad.jpg");
+  EXPECT_TRUE(refusals.at(0).toObject().value("reason").toString().contains("no picture"));
+  std::filesystem::remove(folder + "/bad.jpg");
+  EXPECT_TRUE(waitUntil([&] { return late->list().value("refusals").toArray().isEmpty(); }));
+}
+
+TEST_F(FilesTest, ACameraThatFailsIsInTheListUntilItWorks) {
+  makePicture(dir / "p.jpg", 64, 64);
+  start({"--camera", "file:" + (dir / "p.jpg")});
+  const auto host = this->host();
+  ASSERT_TRUE(host->awaitCamera("file:p.jpg"));
+  std::filesystem::rename(dir / "p.jpg", dir / "away");
+  host->share("file:p.jpg");
+  host->fromVm(CameraDataKind::Start, host->records.await(CameraDataKind::Announced).camera);
+  host->awaitChange("failed");
+  const QJsonArray refusals = host->list().value("refusals").toArray();
+  ASSERT_EQ(refusals.size(), 1);
+  EXPECT_EQ(refusals.at(0).toObject().value("change").toString(), "failed");
+  EXPECT_EQ(refusals.at(0).toObject().value("camera").toString(), "file:p.jpg");
+  std::filesystem::rename(dir / "away", dir / "p.jpg");
+  host->records.await(CameraDataKind::Frame);
+  EXPECT_TRUE(host->list().value("refusals").toArray().isEmpty());
+}
+
+TEST_F(FilesTest, FilesOfOneNameKeepTheirIds) {
+  const std::string other = dir / "other";
+  std::filesystem::create_directory(other);
+  makePicture(folder + "/x.jpg", 64, 64);
+  start({"--watch", folder, "--watch", other});
+  const auto host = this->host();
+  ASSERT_TRUE(host->awaitCamera("file:x.jpg"));
+  makePicture(other + "/x.jpg", 64, 64);
+  ASSERT_TRUE(host->awaitCamera("file:" + other + "/x.jpg"));
+  std::filesystem::rename(folder + "/x.jpg", dir / "x.jpg");
+  std::filesystem::rename(other + "/x.jpg", dir / "y.jpg");
+  host->awaitChange("removed", 2);
+  std::filesystem::rename(dir / "y.jpg", other + "/x.jpg");
+  ASSERT_TRUE(host->awaitCamera("file:" + other + "/x.jpg"));
+  EXPECT_TRUE(TestHost::camera(host->list(), "file:x.jpg").isEmpty());
+}
+
 TEST_F(FilesTest, APictureWrittenAnewIsTheSameCamera) {
   makePicture(folder + "/a.jpg", 320, 240);
   start({"--watch", folder});

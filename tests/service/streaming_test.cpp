@@ -223,6 +223,17 @@ TEST_F(StreamingTest, EveryBadCommandHasAReason) {
   EXPECT_FALSE(host->list().isEmpty()) << "and the service goes on";
 }
 
+TEST_F(StreamingTest, DataThatAreTooShortAreSaidOnce) {
+  start({"--camera", "test:A,320x240"});
+  const auto host = this->host();
+  for (int i = 0; i < 100; ++i) host->send(IPC_MSG_DATA, "short");
+  host->list();
+  const std::string lines = log();
+  const auto first = lines.find("too short");
+  ASSERT_NE(first, std::string::npos);
+  EXPECT_EQ(lines.find("too short", first + 1), std::string::npos);
+}
+
 TEST_F(StreamingTest, AStuckHostLosesFramesAndHarmsNobody) {
   start({"--camera", "test:A,1280x720@30"});
   TestHost stuck(channel, "stuck");
