@@ -11,6 +11,11 @@
 
 namespace lumsar::ipc {
 
+namespace {
+// Far more than a client's library sends; names go into logs and reports.
+constexpr std::size_t kLongestName = 256;
+}  // namespace
+
 using Local = asio::local::stream_protocol;
 
 struct IpcServer::Session {
@@ -93,10 +98,14 @@ void IpcServer::onIntroduction(Session& session, std::span<unsigned char> messag
   if (readHeader(message.data()).type != IPC_MSG_INTRODUCTION) {
     return onSessionEnd(session.id, "its first message was no introduction");
   }
+  const auto name = message.subspan(kHeaderSize);
+  if (name.size() > kLongestName) {
+    return onSessionEnd(session.id,
+                        "its name is longer than " + std::to_string(kLongestName) + " bytes");
+  }
   session.introductionLimit.cancel();
   session.introduced = true;
   session.stream->send({Message(IPC_MSG_WELCOME, 0)});
-  const auto name = message.subspan(kHeaderSize);
   m_events.onClient(session.id, std::string(name.begin(), name.end()));
 }
 

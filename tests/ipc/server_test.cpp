@@ -146,6 +146,18 @@ TEST_F(ServerTest, WhoDoesNotIntroduceItselfIsDropped) {
   expectAlive(server);
 }
 
+TEST_F(ServerTest, ANameOfAnyLengthIsNotTaken) {
+  TestServer server(path);
+  const RawPeer longest = introduced(std::string(256, 'n'));
+  const ipc::ClientId client = server.awaitClient();
+  EXPECT_EQ(server.clients().at(client), std::string(256, 'n'));
+  const RawPeer stranger = RawPeer::connect(path);
+  stranger.write(message(IPC_MSG_INTRODUCTION, std::string(257, 'n')));
+  EXPECT_TRUE(stranger.atEnd());
+  ASSERT_TRUE(server.awaitWarning());
+  EXPECT_NE(server.warnings().front().find("longer than 256 bytes"), std::string::npos);
+}
+
 TEST_F(ServerTest, TooManyClientsAreTurnedAway) {
   TestServer server(path, {.clients = 2});
   const RawPeer first = introduced();
