@@ -43,7 +43,10 @@ class Child {
   bool awaitOutput(const std::string& text) const {
     return waitUntil([&] { return output().find(text) != std::string::npos; });
   }
-  void signal(int number) const { ::kill(m_pid, number); }
+  // Nothing for one that has ended: its number would stand for every process of the machine.
+  void signal(int number) const {
+    if (m_pid > 0) ::kill(m_pid, number);
+  }
   // The exit code; 128 and the signal's number for one that was killed; -1 when it does not end.
   int wait() {
     int status = 0;
