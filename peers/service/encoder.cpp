@@ -22,16 +22,6 @@ constexpr std::array<H264Encoder, 2> kH264Encoders = {
     {{"x264enc", "tune=zerolatency speed-preset=superfast key-int-max=60 byte-stream=true"},
      {"openh264enc", "complexity=low gop-size=60"}}};
 
-const H264Encoder* findH264Encoder() {
-  const auto* found = std::ranges::find_if(kH264Encoders, [](const H264Encoder& encoder) {
-    GstElementFactory* factory = gst_element_factory_find(encoder.factory);
-    if (factory == nullptr) return false;
-    gst_object_unref(factory);
-    return true;
-  });
-  return found == kH264Encoders.end() ? nullptr : found;
-}
-
 // Bits per second for a quality from 0 to 100: 50 gives a tenth of a bit for each pixel.
 unsigned int bitRate(const CapturePlan& plan) {
   const double frames =
@@ -40,15 +30,34 @@ unsigned int bitRate(const CapturePlan& plan) {
   return static_cast<unsigned int>(std::max(100e3, pixels * plan.quality * 0.002));
 }
 
+GstElement* makeBin(const H264Encoder& encoder, unsigned int bitRate) {
+  const bool kilobits = std::string(encoder.factory) == "x264enc";
+  const std::string description = joined(
+      encoder.factory, " ", encoder.settings, " bitrate=", bitRate / (kilobits ? 1000 : 1),
+      " ! capsfilter caps=\"video/x-h264,stream-format=(string)byte-stream,alignment=(string)au\"");
+  return gst_parse_bin_from_description_full(description.c_str(), TRUE, nullptr,
+                                             GST_PARSE_FLAG_FATAL_ERRORS, nullptr);
+}
+
+// The first that is installed and takes its settings, which differ between versions.
+const H264Encoder* findH264Encoder() {
+  static const H264Encoder* const best = []() -> const H264Encoder* {
+    const auto* found = std::ranges::find_if(kH264Encoders, [](const H264Encoder& encoder) {
+      return GstPtr<GstElement>(makeBin(encoder, 1'000'000)) != nullptr;
+    });
+    return found == kH264Encoders.end() ? nullptr : found;
+  }();
+  return best;
+}
+
 GstElement* makeH264Encoder(const CapturePlan& plan) {
   const H264Encoder* encoder = findH264Encoder();
   if (encoder == nullptr) throw std::runtime_error("no H.264 encoder is installed");
-  const bool kilobits = std::string(encoder->factory) == "x264enc";
-  const std::string description = joined(
-      encoder->factory, " ", encoder->settings, " bitrate=", bitRate(plan) / (kilobits ? 1000 : 1),
-      " ! capsfilter caps=\"video/x-h264,stream-format=(string)byte-stream,alignment=(string)au\"");
-  return gst_parse_bin_from_description_full(description.c_str(), TRUE, nullptr,
-                                             GST_PARSE_FLAG_NONE, nullptr);
+  GstElement* bin = makeBin(*encoder, bitRate(plan));
+  if (bin == nullptr) {
+    throw std::runtime_error(joined("GStreamer cannot make its H.264 encoder ", encoder->factory));
+  }
+  return bin;
 }
 
 }  // namespace
