@@ -7,10 +7,10 @@
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
+#include "ipc/read_size.h"
 #include "ipc/signals_blocked.h"
 
 namespace lumsar::ipc {
@@ -18,9 +18,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A length is believed only as far as bytes have come: memory grows with what was received.
-constexpr std::size_t kSmallestRead = 64U << 10U;
-constexpr std::size_t kLargestRead = 1U << 20U;
 constexpr std::chrono::milliseconds kEntryGrace{20};
 
 int nextId() {
@@ -160,8 +157,7 @@ int Connection::receive() {
 }
 
 int Connection::readSome() {
-  const auto room =
-      m_assembler.prepare(std::clamp(m_assembler.missing(), kSmallestRead, kLargestRead));
+  const auto room = m_assembler.prepare(readSize(m_assembler.missing()));
   const ssize_t size = ::recv(m_socket.get(), room.data(), room.size(), MSG_DONTWAIT);
   if (size > 0) m_assembler.commit(static_cast<std::size_t>(size));
   if (size > 0 || (size < 0 && (errno == EAGAIN || errno == EINTR))) return 0;

@@ -53,8 +53,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
   int send(std::span<const unsigned char> message);
   int call(std::span<const unsigned char> request, unsigned char* reply, unsigned int* replyLength);
 
-  // After this no callback begins. Does not wait for one that is running, apart from a short grace
-  // that lets a callback which has just been entered come to its first instruction.
+  // After this no callback is begun. Does not wait for one that is running, apart from a short
+  // grace: a receiving thread that was let through just before, and got no processor for longer
+  // than that, comes to its callback's first instruction only after this has returned.
   void stop();
   // Waits for the receiving thread; on that thread itself, lets it go.
   void join();

@@ -2,18 +2,15 @@
 // Each pending operation holds a reference to the stream, so it lives until the last one is over.
 #include "ipc/message_stream.h"
 
-#include <algorithm>
 #include <asio/buffer.hpp>
 #include <asio/error.hpp>
 #include <asio/post.hpp>
 #include <asio/write.hpp>
 
+#include "ipc/read_size.h"
+
 namespace lumsar::ipc {
 namespace {
-
-// A length is believed only as far as bytes have come: memory grows with what was received.
-constexpr std::size_t kSmallestRead = 64U << 10U;
-constexpr std::size_t kLargestRead = 1U << 20U;
 
 std::string reason(const asio::error_code& error) {
   if (error == asio::error::eof || error == asio::error::connection_reset ||
@@ -36,8 +33,7 @@ void MessageStream::start(Handlers handlers) {
 }
 
 void MessageStream::read() {
-  const auto room =
-      m_assembler.prepare(std::clamp(m_assembler.missing(), kSmallestRead, kLargestRead));
+  const auto room = m_assembler.prepare(readSize(m_assembler.missing()));
   m_socket.async_read_some(asio::buffer(room.data(), room.size()),
                            [self = shared_from_this()](asio::error_code error, std::size_t size) {
                              if (!self->open()) return;

@@ -55,7 +55,9 @@ LUMSAR_EXPORT int VDI_AsyncConnectIpcClient(void* client, const char* ipcName) {
   return withClient(client, [=](IpcClient& c) { return c.connectInBackground(ipcName); });
 }
 
-// After this no callback begins, onClose neither. Does not wait for one that is running.
+// After this no callback is begun, onClose neither. Does not wait for one that is running; one that
+// was about to begin has 20 ms to do so. Whoever frees what callbacks use destroys the client
+// first, which waits.
 LUMSAR_EXPORT int VDI_DisconnectIpcClient(void* client) {
   return withClient(client, [](IpcClient& c) { return c.disconnect(); });
 }
