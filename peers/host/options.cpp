@@ -120,8 +120,18 @@ fs::path programDirectory() {
 constexpr const char* kPluginName = "liblumsar.so.1";
 constexpr const char* kIpcLibraryName = "libvdi_ipc.so";
 
-std::vector<fs::path> librariesAround(const fs::path& directory) {
-  return {directory, directory / "..", directory / "../lib", LUMSAR_LIBRARY_DIRECTORY};
+std::vector<fs::path> withSubdirectories(const std::vector<fs::path>& places) {
+  std::vector<fs::path> all;
+  for (const fs::path& place : places) {
+    all.push_back(place);
+    all.push_back(place / "lumsar");
+  }
+  return all;
+}
+
+std::vector<fs::path> placesAround(const fs::path& directory) {
+  return withSubdirectories(
+      {directory, directory / "..", directory / "../lib", LUMSAR_LIBRARY_DIRECTORY});
 }
 
 std::optional<std::string> firstIn(const std::vector<fs::path>& places, const char* name) {
@@ -141,21 +151,19 @@ int mistake(const ProgramText& text, const std::string& what) {
 }  // namespace
 
 std::string findPlugin(const fs::path& directory) {
-  return firstIn(librariesAround(directory), kPluginName).value_or(kPluginName);
+  return firstIn(placesAround(directory), kPluginName).value_or(kPluginName);
 }
 
 std::string findIpcLibrary(const fs::path& plugin, const fs::path& directory) {
-  std::vector<fs::path> places = librariesAround(directory);
+  std::vector<fs::path> places = placesAround(directory);
   // A plug-in without a directory is one that the loader looks for.
-  if (plugin.has_parent_path()) places.insert(places.begin(), plugin.parent_path());
-  std::vector<fs::path> all;
-  for (const fs::path& place : places) {
-    all.push_back(place);
-    all.push_back(place / "lumsar");
+  if (plugin.has_parent_path()) {
+    const std::vector<fs::path> beside = withSubdirectories({plugin.parent_path()});
+    places.insert(places.begin(), beside.begin(), beside.end());
   }
-  if (auto found = firstIn(all, kIpcLibraryName)) return *found;
+  if (auto found = firstIn(places, kIpcLibraryName)) return *found;
   std::string text = std::string("cannot find ") + kIpcLibraryName + " in";
-  for (const fs::path& place : all) text += "\n  " + place.lexically_normal().string();
+  for (const fs::path& place : places) text += "\n  " + place.lexically_normal().string();
   throw std::runtime_error(text + "\nname it with --ipc-library PATH");
 }
 

@@ -126,6 +126,14 @@ TEST(Options, findsTheIpcLibraryOfTheChosenPlugInFirst) {
   EXPECT_EQ(find("liblumsar.so.1"), libraries.path("program/lib/libvdi_ipc.so"));
 }
 
+TEST(Options, findsThePlugInInADirectoryOfItsOwn) {
+  const Libraries libraries;
+  libraries.add("program/bin/mark");
+  libraries.add("program/lib/lumsar/liblumsar.so.1");
+  EXPECT_EQ(findPlugin(libraries.path("program/bin")),
+            libraries.path("program/lib/lumsar/liblumsar.so.1"));
+}
+
 TEST(Options, takesNoIpcLibraryFromTheWorkingDirectory) {
   const Libraries libraries;
   libraries.add("libvdi_ipc.so");
