@@ -1,5 +1,6 @@
 // Camera data over a real RDP channel: whole and equal whatever their size, both ways at once, in
 // pieces that the channel can carry.
+#include <cstdlib>
 #include <numeric>
 #include <thread>
 
@@ -39,11 +40,13 @@ class RdpData : public Rig {
   static std::uint32_t numbered(std::size_t i) { return static_cast<std::uint32_t>(i); }
 };
 
-// Every multiple until the window of the channel has been filled twice, then far ones.
+// Every multiple until the window of the channel has been filled twice, then far ones; with
+// LUMSAR_TEST_EVERY_SIZE every one up to four megabytes, which are 17 GB in all.
 TEST_F(RdpData, AroundEveryMultipleOfThePieceSize) {
-  std::vector<std::size_t> multiples(130);
+  const bool all = std::getenv("LUMSAR_TEST_EVERY_SIZE") != nullptr;
+  std::vector<std::size_t> multiples(all ? 2730 : 130);
   std::iota(multiples.begin(), multiples.end(), 1);
-  multiples.insert(multiples.end(), {256, 333, 1000, 2048, 2730});
+  if (!all) multiples.insert(multiples.end(), {256, 333, 1000, 2048, 2730});
   std::vector<std::size_t> sizes;
   for (const std::size_t pieces : multiples) {
     const std::size_t payload = pieces * std::size_t{lumsar::kRdpPieceSize} - lumsar::kHeaderSize;
