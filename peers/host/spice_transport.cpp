@@ -179,15 +179,21 @@ void SpiceTransport::channelAppeared(SpiceChannel* channel) {
 }
 
 void SpiceTransport::watchPort(SpiceChannel* channel) {
-  const auto changed = G_CALLBACK(+[](SpicePortChannel* port, GParamSpec*, gpointer self) {
-    static_cast<SpiceTransport*>(self)->portChanged(port);
-  });
-  g_signal_connect(channel, "notify::port-opened", changed, this);
-  g_signal_connect(channel, "notify::port-name", changed, this);
+  g_signal_connect(channel, "notify::port-name",
+                   G_CALLBACK(+[](SpicePortChannel* port, GParamSpec*, gpointer self) {
+                     static_cast<SpiceTransport*>(self)->portNamed(port);
+                   }),
+                   this);
+  // Not the property port-opened: the library also sets it for bytes that a closed port still held.
+  g_signal_connect(channel, "port-event",
+                   G_CALLBACK(+[](SpicePortChannel* port, int event, gpointer self) {
+                     static_cast<SpiceTransport*>(self)->guestDid(port, event);
+                   }),
+                   this);
   g_signal_connect(channel, "port-data",
                    G_CALLBACK(+[](SpicePortChannel* port, void* bytes, int size, gpointer data) {
                      auto& self = *static_cast<SpiceTransport*>(data);
-                     if (port != self.m_port) return;
+                     if (port != self.m_port || !self.m_open) return;
                      self.m_inbox->received({static_cast<const unsigned char*>(bytes),
                                              static_cast<std::size_t>(size)});
                    }),
@@ -229,16 +235,24 @@ void SpiceTransport::portEvent(SpiceChannelEvent event) {
   }
 }
 
-// Of any port: whether it is ours only its name says.
-void SpiceTransport::portChanged(SpicePortChannel* port) {
+// Whether it is our port: only its name says.
+bool SpiceTransport::recognise(SpicePortChannel* port) {
   g_autofree char* name = nullptr;
-  gboolean open = FALSE;
-  g_object_get(port, "port-name", &name, "port-opened", &open, nullptr);
-  if (name == nullptr || m_address.port != name) return;
-  const bool isNew = m_port == nullptr;
+  g_object_get(port, "port-name", &name, nullptr);
+  if (name == nullptr || m_address.port != name) return false;
   g_set_object(&m_port, port);
-  setOpen(open == TRUE, kNobody);
-  if (isNew && open != TRUE) m_inbox->trouble(kNobody);
+  return true;
+}
+
+// A port that is open already has reported so before.
+void SpiceTransport::portNamed(SpicePortChannel* port) {
+  if (recognise(port) && !m_open) m_inbox->trouble(kNobody);
+}
+
+void SpiceTransport::guestDid(SpicePortChannel* port, int event) {
+  if (!recognise(port)) return;
+  if (event == SPICE_PORT_EVENT_OPENED) setOpen(true, {});
+  if (event == SPICE_PORT_EVENT_CLOSED) setOpen(false, kNobody);
 }
 
 void SpiceTransport::checkPort() {

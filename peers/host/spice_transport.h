@@ -49,7 +49,9 @@ class SpiceTransport final : public Transport {
   void watchPort(SpiceChannel* channel);
   void mainEvent(SpiceChannelEvent event);
   void portEvent(SpiceChannelEvent event);
-  void portChanged(SpicePortChannel* port);
+  bool recognise(SpicePortChannel* port);
+  void portNamed(SpicePortChannel* port);
+  void guestDid(SpicePortChannel* port, int event);
   void checkPort();
   void setOpen(bool open, const std::string& why);
   void pump();

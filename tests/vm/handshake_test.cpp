@@ -113,6 +113,22 @@ TEST_F(Handshake, FloodFromTheGuestWhileTheServiceStalls) {
   EXPECT_TRUE(nextSessionWorks());
 }
 
+// A client that does not read makes the emulator keep what the VM's side has sent, also beyond that
+// side's end. These bytes come when the port is closed already, and open nothing.
+TEST_F(Handshake, BytesThatOutliveTheirSender) {
+  std::string flood = "hello answer sleep:500";
+  for (int i = 0; i < 20; ++i) flood += " data:1000000:1000000";
+  meet(flood);
+  ASSERT_TRUE(user().host().expect("ready to share cameras"));
+  user().host().signal(SIGSTOP);
+  guest().run("sleep 1; killall -KILL guest_agent");
+  user().host().signal(SIGCONT);
+  EXPECT_TRUE(user().host().expect("channel to the VM is closed"));
+  guest().run("sleep 1");
+  EXPECT_FALSE(user().host().said("channel to the VM is open"));
+  EXPECT_TRUE(nextSessionWorks());
+}
+
 // What a former VM's side has left in the port arrives before the answer of the next one.
 TEST_F(Handshake, BytesLeftOverFromAnOldSession) {
   agent("data:100000:20000 close open sleep:100 serve");
