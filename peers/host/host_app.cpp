@@ -42,7 +42,8 @@ class HostApp {
         m_signals(m_loop, SIGINT, SIGTERM),
         m_timer(m_loop),
         m_serviceWatch(
-            m_loop, m_worker, [this] { return m_commands.serviceAnswers(); },
+            m_loop, m_worker, [this] { return m_session.serviceConnection(); },
+            [this] { return m_commands.serviceAnswers(); },
             [this] { m_session.recover("it does not answer"); }) {
     m_queue.setWake([this] { m_transport->wake(); });
     m_session.setOnGreeted([this] { greeted(); });

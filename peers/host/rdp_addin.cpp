@@ -94,7 +94,8 @@ class AddIn {
         m_commands(
             m_plugin, m_report, [] { return std::string(); }, [](int) { return 0; }, false),
         m_serviceWatch(
-            m_loop, m_worker, [this] { return m_commands.serviceAnswers(); },
+            m_loop, m_worker, [this] { return m_session.serviceConnection(); },
+            [this] { return m_commands.serviceAnswers(); },
             [this] { m_session.recover("it does not answer"); }) {
     m_report.setSink(
         [](const std::string& line) { std::fprintf(stderr, "lumsar: %s\n", line.c_str()); });

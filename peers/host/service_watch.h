@@ -8,7 +8,9 @@
 #include <asio/post.hpp>
 #include <asio/steady_timer.hpp>
 #include <chrono>
+#include <cstdint>
 #include <functional>
+#include <optional>
 
 #include "worker.h"
 
@@ -18,12 +20,16 @@ class ServiceWatch {
  public:
   static constexpr std::chrono::milliseconds kInterval{500};
 
+  // Numbers the connections to the service; nothing while there is none.
+  using Connection = std::function<std::optional<std::uint64_t>()>;
+
   // The loop must be done with its handlers before this object goes.
-  ServiceWatch(asio::io_context& loop, Worker& worker, std::function<bool()> answers,
-               std::function<void()> onSilence)
+  ServiceWatch(asio::io_context& loop, Worker& worker, Connection connection,
+               std::function<bool()> answers, std::function<void()> onSilence)
       : m_loop(loop),
         m_worker(worker),
         m_timer(loop),
+        m_connection(std::move(connection)),
         m_answers(std::move(answers)),
         m_onSilence(std::move(onSilence)) {}
 
@@ -41,11 +47,14 @@ class ServiceWatch {
 
  private:
   void ask() {
-    m_worker.post([this] {
+    const auto asked = m_connection();
+    if (!asked) return start();
+    m_worker.post([this, asked] {
       const bool answers = m_answers();
-      asio::post(m_loop, [this, answers] {
+      asio::post(m_loop, [this, asked, answers] {
         if (m_stopped) return;
-        if (!answers) m_onSilence();
+        // The silence of a former connection says nothing about this one.
+        if (!answers && m_connection() == asked) m_onSilence();
         start();
       });
     });
@@ -54,6 +63,7 @@ class ServiceWatch {
   asio::io_context& m_loop;
   Worker& m_worker;
   asio::steady_timer m_timer;
+  Connection m_connection;            // on the main loop
   std::function<bool()> m_answers;    // on the worker
   std::function<void()> m_onSilence;  // on the main loop
   bool m_stopped = false;

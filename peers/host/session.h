@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "lumsar/assembler.h"
@@ -48,6 +49,10 @@ class Session final : private Transport::Listener {
   void start();
   void stop();
   const State& state() const { return m_state; }
+  // Another number for each connection to the camera service; nothing while there is none.
+  std::optional<std::uint64_t> serviceConnection() const {
+    return m_state.initialised ? std::optional(m_state.recoveries) : std::nullopt;
+  }
 
   // The camera service is gone: de-initialises and tries again with a growing pause.
   void recover(const std::string& why);
