@@ -1,8 +1,16 @@
 #include "inbox.h"
 
+#include <algorithm>
 #include <asio/post.hpp>
 
 namespace lumsar::host {
+
+namespace {
+
+// Small pieces are handed over together, but no more of them than need to be copied at a time.
+constexpr std::size_t kChunk = 64U << 10U;
+
+}  // namespace
 
 void Inbox::listen(Transport::Listener* listener) {
   m_listener = listener;
@@ -19,13 +27,19 @@ void Inbox::received(std::span<const unsigned char> bytes) {
   std::unique_lock lock(m_mutex);
   m_roomMade.wait(lock, [this] { return m_bytes < kMaxBytes || m_ended; });
   if (m_ended) return;
-  if (m_events.empty() || m_events.back().kind != Kind::Received) {
+  if (!fitsIntoLast(bytes.size())) {
     m_events.push_back({Kind::Received, {}, {}});
+    m_events.back().bytes.reserve(std::max(bytes.size(), kChunk));
   }
   auto& waiting = m_events.back().bytes;
   waiting.insert(waiting.end(), bytes.begin(), bytes.end());
   m_bytes += bytes.size();
   deliverLater();
+}
+
+bool Inbox::fitsIntoLast(std::size_t size) const {
+  if (m_events.empty() || m_events.back().kind != Kind::Received) return false;
+  return m_events.back().bytes.size() + size <= kChunk;
 }
 
 void Inbox::put(Event event) {

@@ -42,6 +42,7 @@ class Inbox : public std::enable_shared_from_this<Inbox> {
     std::string why;
   };
 
+  bool fitsIntoLast(std::size_t size) const;
   void put(Event event);
   void deliverLater();
   void deliver();

@@ -71,7 +71,7 @@ TEST_F(RdpBadInput, FloodWhileTheServiceStalls) {
     server->send(message(lumsar::MSG_DATA, noise(1U << 20U, i)));
   }
   std::this_thread::sleep_for(seconds(3));
-  expectGrowthBelow(48L * 1024);
+  expectGrowthBelow(24L * 1024);
   service->stall(false);
   for (std::uint32_t i = 0; i < 120; ++i) {
     const auto data = service->messages().nextOf(lumsar::IPC_MSG_DATA);
