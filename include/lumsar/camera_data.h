@@ -26,6 +26,7 @@ enum class CameraDataKind : std::uint16_t {
   Stop = 5,             // VM to service: nobody looks any more; no body
   KeyFrameRequest = 6,  // VM to service: the next picture should stand by itself; no body
   Statistics = 7,       // VM to service, about once a second while started; CameraStatistics
+  Knock = 8,  // VM to host: makes a channel that holds bytes back go on; no body, camera 0
 };
 
 struct CameraDataHeader {

@@ -3,6 +3,8 @@
 #include <asio/post.hpp>
 #include <utility>
 
+#include "lumsar/camera_data.h"
+
 namespace lumsar::host {
 
 namespace {
@@ -166,10 +168,21 @@ bool Session::synchronise() {
   return m_synchronised;
 }
 
+// What a VM's side that has heard nothing sends begins nothing, but is no trouble either.
+bool Session::skipKnock() {
+  auto bytes = m_assembler.waiting();
+  const auto header = take<RedirMsgHeader>(bytes);
+  const auto record = take<CameraDataHeader>(bytes);
+  const bool knock = header && record && header->magic == kMagic && header->type == MSG_DATA &&
+                     header->length == sizeof *record &&
+                     record->kind == static_cast<std::uint16_t>(CameraDataKind::Knock);
+  return knock && !m_assembler.next().empty();
+}
+
 void Session::dropStrayBytes() {
   std::size_t dropped = 0;
   while (m_assembler.fault() != MessageAssembler::Fault::None || !synchronise()) {
-    dropped += m_assembler.skipFault();
+    if (!skipKnock()) dropped += m_assembler.skipFault();
   }
   if (dropped == 0) return;
   if (!std::exchange(m_saidStray, true)) {

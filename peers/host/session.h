@@ -71,6 +71,7 @@ class Session final : private Transport::Listener {
   void initialiseLater(const std::string& why);
   void handle(std::span<unsigned char> message);
   bool synchronise();
+  bool skipKnock();
   void helloAnswered(std::span<const unsigned char> message);
   void dropStrayBytes();
   void expectWord();

@@ -40,6 +40,12 @@ bool Link::askForHello() {
   return true;
 }
 
+void Link::knock() {
+  if (m_settings.kind == LinkKind::Spice && !m_established) {
+    m_owner.send(dataMessage(CameraDataKind::Knock, 0));
+  }
+}
+
 void Link::received(std::size_t size) {
   m_assembler.commit(size);
   while (m_established || seekHello()) {

@@ -58,6 +58,8 @@ class Link {
   void stalled();
   // Asks for a HELLO again, where the kind of channel has a way to. False where it has none.
   bool askForHello();
+  // Sends what means nothing, where the host greets unasked and has not done so yet.
+  void knock();
 
   bool established() const { return m_established; }
   std::uint64_t droppedBytes() const { return m_droppedInAll; }

@@ -17,6 +17,7 @@ constexpr std::size_t kMostUnsent = 1U << 20U;
 constexpr int kReadsATurn = 16;
 constexpr auto kStall = 1s;
 constexpr int kFinishMs = 500;
+constexpr auto kKnockAfter = 1s;
 
 }  // namespace
 
@@ -52,6 +53,7 @@ void Peer::tryAttach() {
   m_broken = false;
   m_asked = false;
   m_awaitingHelloSince = Clock::now();
+  m_knockAt = Clock::now() + kKnockAfter;
   m_link.opened();
 }
 
@@ -120,8 +122,17 @@ void Peer::update(Clock::time_point now) {
   if (!m_transport->attached()) tryAttach();
   if (m_out.size() > kMostUnsent) return lose("takes nothing that is sent to it, sent away");
   if (now - m_lastRead > kStall) m_link.stalled();
+  knock(now);
   remindOfHello(now);
   m_cameras.update(now);
+}
+
+// An emulator goes on with what it has held back from a closed port only when the port is written
+// to: without this a host's HELLO may stay behind pictures that a former program did not take.
+void Peer::knock(Clock::time_point now) {
+  if (!m_knockAt || now < *m_knockAt) return;
+  m_knockAt.reset();
+  if (m_transport->attached()) m_link.knock();
 }
 
 void Peer::remindOfHello(Clock::time_point now) {

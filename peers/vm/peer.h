@@ -58,6 +58,7 @@ class Peer : private LinkOwner {
   void readSome();
   void flush();
   void lose(const std::string& why);
+  void knock(Clock::time_point now);
   void remindOfHello(Clock::time_point now);
 
   const std::chrono::milliseconds m_helloPatience;
@@ -67,6 +68,7 @@ class Peer : private LinkOwner {
   std::vector<unsigned char> m_out;
   Clock::time_point m_lastRead;
   std::optional<Clock::time_point> m_awaitingHelloSince;
+  std::optional<Clock::time_point> m_knockAt;
   bool m_asked = false;   // for a HELLO, once more than at the beginning
   bool m_broken = false;  // since the other side came, its stream was at fault
   PeerStatus m_status;

@@ -26,6 +26,15 @@ class Cameras : public SpiceVm {
     ASSERT_TRUE(user().host().expect("VM answered"));
   }
 
+  // A camera is being read when the VM's side stops to take anything.
+  void stall() {
+    share("1920x1080@30");
+    startReader();
+    ASSERT_TRUE(reading());
+    guest().run("killall -STOP lumsar-vm");
+    ASSERT_TRUE(eventually(60s, [this] { return user().counter("dropped") > 0; }));
+  }
+
   std::string device() { return guest().run("guest_reader /dev/video20 0").output; }
   bool cameraIsThere() {
     return eventually(10s, [this] { return device().starts_with("capture device"); });
@@ -101,11 +110,7 @@ TEST_F(Cameras, KilledServiceTakesTheCameraAwayAndBringsItBack) {
 
 // Frames pile up in front of a guest that takes none: they are dropped, and all else works.
 TEST_F(Cameras, StalledGuest) {
-  share("1920x1080@30");
-  startReader();
-  ASSERT_TRUE(reading());
-  guest().run("killall -STOP lumsar-vm");
-  ASSERT_TRUE(eventually(60s, [this] { return user().counter("dropped") > 0; }));
+  stall();
   const long before = user().host().residentKb();
   const long droppedBefore = user().counter("dropped");
   EXPECT_TRUE(eventually(20s, [&] { return user().counter("dropped") > droppedBefore + 60; }));
@@ -116,6 +121,22 @@ TEST_F(Cameras, StalledGuest) {
   EXPECT_TRUE(reading());
   EXPECT_TRUE(user().command("unshare-all"));
   EXPECT_TRUE(cameraIsGone());
+}
+
+// All that waits between host and guest is for a program that has gone.
+TEST_F(Cameras, VmSideThatStallsAndIsStartedAgain) {
+  stall();
+  guest().run("killall -KILL lumsar-vm");
+  startVmSide();
+  EXPECT_TRUE(user().host().expect("sharing test:Front again: done (0)"));
+  EXPECT_TRUE(cameraIsThere());
+  stopReader();
+  expectPictures(5);
+}
+
+TEST_F(Cameras, HostEndsBesideAStalledGuest) {
+  stall();
+  user().endHost();
 }
 
 // The next host begins while the guest still has bytes of the former one to read.

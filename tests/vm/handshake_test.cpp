@@ -65,6 +65,15 @@ TEST_F(Handshake, GarbageBeforeTheAnswerIsSkipped) {
   EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
 }
 
+// A VM's side that has heard nothing for a while.
+TEST_F(Handshake, KnockIsNoTrouble) {
+  meet(
+      "hex:4d41435601000000100000000000000000000000000000000000000000000000"
+      "08000000000000000000000000000000 hello answer sleep:600000");
+  EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
+  EXPECT_EQ(user().host().output().find("no message"), std::string::npos);
+}
+
 TEST_F(Handshake, WrongToken) {
   meet("hello wrong sleep:600000");
   EXPECT_TRUE(user().host().expect("the VM answered an older HELLO: token "));

@@ -59,6 +59,28 @@ TEST_F(LinkTest, SpiceSaysNothingUntilTheHostGreets) {
   EXPECT_TRUE(link->established());
 }
 
+TEST_F(LinkTest, KnocksAtASpiceHostThatHasNotGreeted) {
+  start();
+  link->knock();
+  ASSERT_EQ(sent.size(), 1U);
+  Message knock = dataMessage(CameraDataKind::Knock, 0);
+  ASSERT_EQ(sent[0].size(), kHeaderSize + sizeof(CameraDataHeader));
+  const auto time = knock.end() - 8;
+  std::copy(sent[0].end() - 8, sent[0].end(), time);
+  EXPECT_EQ(sent[0], knock);
+  receive(hello(1));
+  sent.clear();
+  link->knock();
+  EXPECT_TRUE(sent.empty());
+}
+
+TEST_F(LinkTest, NeedNotKnockAtAnRdpHost) {
+  start({.kind = LinkKind::Rdp});
+  sent.clear();
+  link->knock();
+  EXPECT_TRUE(sent.empty());
+}
+
 TEST_F(LinkTest, RdpSaysFirstThatTheChannelIsOpen) {
   start({.kind = LinkKind::Rdp, .session = 0x0203, .shareAll = true});
   ASSERT_EQ(sent.size(), 1U);

@@ -20,7 +20,7 @@ UserSide::UserSide(const Path& parent)
       m_channel(m_directory / "cameras.sock") {
   std::filesystem::create_directories(m_directory);
   // What each program in the guest understands, and what is compared byte by byte.
-  std::ofstream(m_directory / "config.json") << R"({"encode_type": "MJPG"})";
+  std::ofstream(m_directory / "config.json") << R"({"encode_type": "MJPG", "quality": "95"})";
 }
 
 bool UserSide::startService(const std::string& format) {
