@@ -141,7 +141,7 @@ Commands::Result Commands::shareCamera(const std::string& word, QJsonObject comm
   const int status = control(command);
   if (status == STATUS_OK && camera) {
     m_shared[camera->id] = {camera->name, command};
-    m_notOfAll.erase(camera->id);
+    m_takenBack.erase(camera->id);
   }
   return {{}, status, {}};
 }
@@ -157,7 +157,8 @@ Commands::Result Commands::shareAllSession(const Words& words) {
   const int status = m_shareAll(number);
   if (status == STATUS_OK) {
     m_shareAllSession = number;
-    m_notOfAll.clear();
+    m_unsharedAll = false;
+    m_takenBack.clear();
   }
   return {{}, status, {}};
 }
@@ -171,14 +172,15 @@ Commands::Result Commands::unshare(const Words& words) {
   const std::string id = camera ? camera->id : words[1];
   // Even when the service cannot be told now: it must not be shared again.
   m_shared.erase(id);
-  if (m_shareAllSession) m_notOfAll.insert(id);
+  m_takenBack.insert(id);
   return {{}, control(deviceCommand("unshare", id)), {}};
 }
 
 Commands::Result Commands::unshareAll() {
   m_shared.clear();
   m_shareAllSession.reset();
-  m_notOfAll.clear();
+  m_unsharedAll = true;
+  m_takenBack.clear();
   return {{}, control({{QStringLiteral("command"), QStringLiteral("unshareall")}}), {}};
 }
 
@@ -272,13 +274,21 @@ std::string Commands::describeList() const {
   return text;
 }
 
-void Commands::shareAgain() {
+void Commands::shareAgain(bool sharesAll) {
   if (m_policy) repeat("setting the policy", control(*m_policy));
   if (m_shareAllSession) repeat("sharing all cameras", m_shareAll(*m_shareAllSession));
-  for (const std::string& id : m_notOfAll) {
+  if (m_shareAllSession || sharesAll) takeBackAgain();
+  for (const auto& [id, share] : m_shared) repeat("sharing " + id, control(share.command));
+}
+
+void Commands::takeBackAgain() {
+  if (m_unsharedAll) {
+    repeat("taking back all cameras",
+           control({{QStringLiteral("command"), QStringLiteral("unshareall")}}));
+  }
+  for (const std::string& id : m_takenBack) {
     repeat("taking back " + id, control(deviceCommand("unshare", id)));
   }
-  for (const auto& [id, share] : m_shared) repeat("sharing " + id, control(share.command));
 }
 
 void Commands::repeat(const std::string& what, int status) {

@@ -34,8 +34,9 @@ class Commands {
 
   // Carries out one line and reports it. False when the line asks to quit.
   bool run(const std::string& line);
-  // Repeats policy and shares, which the camera service forgets with its connection.
-  void shareAgain();
+  // Repeats policy and shares, which the camera service forgets with its connection. When the VM
+  // `sharesAll` with each greeting, what the user has taken back is taken back again.
+  void shareAgain(bool sharesAll);
   // Whether the camera service answers; quiet.
   bool serviceAnswers();
 
@@ -66,6 +67,7 @@ class Commands {
   int list(std::string& text);
   std::optional<Camera> findCamera(const std::string& word) const;
   std::string describeList() const;
+  void takeBackAgain();
   void repeat(const std::string& what, int status);
 
   const Plugin& m_plugin;
@@ -77,7 +79,8 @@ class Commands {
   std::map<std::string, Share> m_shared;  // by the camera's id, whatever it was called
   std::optional<QJsonObject> m_policy;
   std::optional<int> m_shareAllSession;
-  std::set<std::string> m_notOfAll;  // ids that were taken back after sharing all
+  bool m_unsharedAll = false;         // after which only m_shared is to be shared
+  std::set<std::string> m_takenBack;  // ids that are not to be shared with all others
   bool m_keepsResults;
   mutable std::mutex m_mutex;  // guards what follows, which the main loop reads at the end
   bool m_anyFailed = false;

@@ -46,7 +46,7 @@ class HostApp {
             [this] { return m_commands.serviceAnswers(); },
             [this] { m_session.recover("it does not answer"); }) {
     m_queue.setWake([this] { m_transport->wake(); });
-    m_session.setOnGreeted([this] { greeted(); });
+    m_session.setOnGreeted([this](bool sharesAll) { greeted(sharesAll); });
     m_session.setOnRefused([this] {
       m_failed = true;
       stop();
@@ -117,9 +117,9 @@ class HostApp {
     });
   }
 
-  void greeted() {
+  void greeted(bool sharesAll) {
     if (m_scriptStarted || m_options.interactive()) {
-      m_worker.post([this] { m_commands.shareAgain(); });
+      m_worker.post([this, sharesAll] { m_commands.shareAgain(sharesAll); });
       return;
     }
     m_scriptStarted = true;

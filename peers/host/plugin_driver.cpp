@@ -33,6 +33,7 @@ class SpiceDriver final : public PluginDriver {
   }
   void deInit() override { m_plugin.DeInit(); }
   void channelEvent(ChannelEvent event) override { m_plugin.Event(event); }
+  bool vmOpensChannel() const override { return false; }
   void greetAgain() override { m_plugin.Event(CHANNEL_EVENT_OPENED); }
 
  private:
@@ -95,6 +96,7 @@ class RdpDriver final : public PluginDriver {
   }
   void deInit() override { m_plugin.RdpDeInit(); }
   void channelEvent(ChannelEvent event) override { m_plugin.RdpEvent(event); }
+  bool vmOpensChannel() const override { return true; }
   void greetAgain() override {
     // The VM reported its end open to the plug-in's former life; report it again in its name.
     RedirMsgHeader opened;

@@ -32,6 +32,8 @@ class PluginDriver {
   virtual int init() = 0;
   virtual void deInit() = 0;
   virtual void channelEvent(ChannelEvent event) = 0;
+  // Whether it is the VM that reports the channel open and is then greeted.
+  virtual bool vmOpensChannel() const = 0;
   // Greets a VM whose channel has stayed open while the plug-in was initialised anew.
   virtual void greetAgain() = 0;
 };

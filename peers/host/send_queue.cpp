@@ -62,6 +62,7 @@ std::size_t SendQueue::missing(const Partial& partial) {
 
 bool SendQueue::enqueue(Bytes message) {
   if (readHeader(message.data()).type == MSG_HELLO && message.size() >= sizeof(HelloMessage)) {
+    ++m_counters.hellos;
     std::memcpy(&m_counters.helloToken, message.data() + kHeaderSize, sizeof(std::uint16_t));
   }
   const auto record = frameRecord(message);

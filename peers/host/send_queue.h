@@ -33,6 +33,7 @@ class SendQueue {
     std::uint64_t bytesSent = 0;
     std::uint64_t framesDropped = 0;
     std::uint64_t messagesRefused = 0;
+    std::uint64_t hellos = 0;
     std::uint16_t helloToken = 0;  // of the latest HELLO
   };
 

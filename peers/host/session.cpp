@@ -110,8 +110,11 @@ void Session::recover(const std::string& why) {
 void Session::channelOpened() {
   m_report.say("channel to the VM is open");
   m_state.channelOpen = true;
-  m_synchronised = m_saidStray = false;
+  m_synchronised = false;
+  m_said.clear();
   m_trouble.clear();
+  // What came up while it was closed is for nobody.
+  m_queue.clear();
   m_driver->channelEvent(CHANNEL_EVENT_OPENED);
   expectWord();
 }
@@ -136,13 +139,13 @@ void Session::channelClosed(const std::string& why) {
 }
 
 void Session::channelReceived(std::span<const unsigned char> bytes) {
-  m_silence.cancel();
   m_state.bytesFromVm += bytes.size();
   m_assembler.append(bytes);
   while (true) {
     dropStrayBytes();
     const auto message = m_assembler.next();
     if (message.empty()) return;
+    m_silence.cancel();
     handle(message);
   }
 }
@@ -185,36 +188,57 @@ void Session::dropStrayBytes() {
     if (!skipKnock()) dropped += m_assembler.skipFault();
   }
   if (dropped == 0) return;
-  if (!std::exchange(m_saidStray, true)) {
-    m_report.say("the VM sent " + std::to_string(dropped) + " bytes that are no message; dropped");
-  }
+  sayOnce(Oddity::StrayBytes,
+          "the VM sent " + std::to_string(dropped) + " bytes that are no message; dropped");
   m_state.strayBytes += dropped;
 }
 
 void Session::handle(std::span<unsigned char> message) {
+  if (!m_state.initialised) return;  // the plug-in could only complain
   const RedirMsgHeader header = readHeader(message.data());
-  if (header.type == MSG_HELLO && header.length < sizeof(HelloPayload)) {
-    m_report.say("the VM sent a HELLO without its payload; dropped");
-    return;
+  if (header.type == MSG_HELLO) return handleHello(message);
+  // An RDP host's part of the conversation would undo ours.
+  if (header.type == MSG_CHANNEL_OPENED && !m_driver->vmOpensChannel()) {
+    return sayOnce(Oddity::RdpSide,
+                   "the VM's side takes this for an RDP channel; run lumsar-vm without --kind rdp");
   }
-  m_plugin.Handler(message.data(), static_cast<int>(message.size()));
-  if (header.type == MSG_HELLO && m_state.initialised) helloAnswered(message);
+  pass(message);
 }
 
-void Session::helloAnswered(std::span<const unsigned char> message) {
+void Session::handleHello(std::span<unsigned char> message) {
   HelloMessage answer;
-  std::memcpy(&answer, message.data(), sizeof answer);
-  const int own = m_queue.counters().helloToken;
-  if (answer.payload.token != own) {
-    return m_report.say("the VM answered an older HELLO: token " +
-                        std::to_string(answer.payload.token) + " instead of " +
-                        std::to_string(own) + "; dropped");
+  if (message.size() < sizeof answer) {
+    return sayOnce(Oddity::ShortHello, "the VM sent a HELLO without its payload; dropped");
   }
-  m_report.say("VM answered, version " + std::to_string(answer.header.vmMajor) + "." +
-               std::to_string(answer.header.vmMinor));
+  std::memcpy(&answer, message.data(), sizeof answer);
+  const SendQueue::Counters sent = m_queue.counters();
+  if (answer.payload.token != sent.helloToken) {
+    pass(message);
+    return sayOnce(Oddity::OlderHello, "the VM answered an older HELLO: token " +
+                                           std::to_string(answer.payload.token) + " instead of " +
+                                           std::to_string(sent.helloToken) + "; dropped");
+  }
+  // A VM that repeats itself must not make us do so.
+  if (std::exchange(m_answeredHello, sent.hellos) == sent.hellos) return;
+  pass(message);
+  greeted(answer.header);
+}
+
+void Session::pass(std::span<unsigned char> message) {
+  m_plugin.Handler(message.data(), static_cast<int>(message.size()));
+}
+
+void Session::greeted(const RedirMsgHeader& header) {
+  m_report.say("VM answered, version " + std::to_string(header.vmMajor) + "." +
+               std::to_string(header.vmMinor));
   m_state.greeted = true;
   ++m_state.handshakes;
-  if (m_onGreeted) m_onGreeted();
+  if (m_onGreeted) m_onGreeted((header.capabilities & CAP_SHARE_ALL) != 0);
+}
+
+// Once a channel: the VM may do it as often as it likes.
+void Session::sayOnce(Oddity oddity, const std::string& line) {
+  if (m_said.insert(oddity).second) m_report.say(line);
 }
 
 void Session::pluginEvent(RedirEvent event, const std::string& data) {

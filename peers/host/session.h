@@ -12,6 +12,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "lumsar/assembler.h"
@@ -40,8 +41,9 @@ class Session final : private Transport::Listener {
           Transport& transport, Report& report);
   ~Session();
 
-  // Called on the main loop after each answered HELLO: time to share cameras.
-  void setOnGreeted(std::function<void()> action) { m_onGreeted = std::move(action); }
+  // Called on the main loop after each answered HELLO: time to share cameras. `sharesAll` when the
+  // VM has asked for all of them, which the plug-in has then done.
+  void setOnGreeted(std::function<void(bool sharesAll)> action) { m_onGreeted = std::move(action); }
 
   // Called on the main loop when there will be no channel to the VM.
   void setOnRefused(std::function<void()> action) { m_onRefused = std::move(action); }
@@ -58,6 +60,7 @@ class Session final : private Transport::Listener {
   void recover(const std::string& why);
 
  private:
+  enum class Oddity { StrayBytes, ShortHello, OlderHello, RdpSide };
   struct EventGate;  // lets events in as long as the session lives
 
   void channelOpened() override;
@@ -72,7 +75,10 @@ class Session final : private Transport::Listener {
   void handle(std::span<unsigned char> message);
   bool synchronise();
   bool skipKnock();
-  void helloAnswered(std::span<const unsigned char> message);
+  void handleHello(std::span<unsigned char> message);
+  void pass(std::span<unsigned char> message);
+  void greeted(const RedirMsgHeader& header);
+  void sayOnce(Oddity oddity, const std::string& line);
   void dropStrayBytes();
   void expectWord();
   void pluginEvent(RedirEvent event, const std::string& data);
@@ -88,9 +94,10 @@ class Session final : private Transport::Listener {
   std::chrono::milliseconds m_pause;
   MessageAssembler m_assembler;
   bool m_synchronised = false;  // a message that begins a conversation has come
-  bool m_saidStray = false;     // of this channel's stray bytes
-  std::string m_trouble;        // the latest that was reported
-  std::function<void()> m_onGreeted;
+  std::set<Oddity> m_said;      // on this channel
+  std::uint64_t m_answeredHello = 0;
+  std::string m_trouble;  // the latest that was reported
+  std::function<void(bool)> m_onGreeted;
   std::function<void()> m_onRefused;
   State m_state;
 };

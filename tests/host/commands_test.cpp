@@ -36,9 +36,9 @@ struct CommandsTest : testing::Test {
     return commands.results().back();
   }
   // What the plug-in is told after a recovery.
-  std::vector<std::string> again() {
+  std::vector<std::string> again(bool sharesAll = false) {
     fake.commands.clear();
-    commands.shareAgain();
+    commands.shareAgain(sharesAll);
     return fake.commands;
   }
 
@@ -117,6 +117,24 @@ TEST_F(CommandsTest, SharingAllHoldsButForWhatWasTakenBack) {
   EXPECT_EQ(again(), (std::vector<std::string>{"all 7", deviceCommand("unshare", "test:Back")}));
   run("unshare-all");
   EXPECT_EQ(again(), std::vector<std::string>{});
+}
+
+TEST_F(CommandsTest, WhatWasTakenBackStaysSoWhenTheVmAsksForAll) {
+  run("unshare Front");
+  EXPECT_TRUE(again().empty());
+  EXPECT_EQ(again(true), std::vector<std::string>{deviceCommand("unshare", "test:Front")});
+  run("share Front");
+  EXPECT_EQ(again(true), std::vector<std::string>{deviceCommand("share", "test:Front")});
+}
+
+TEST_F(CommandsTest, AllThatWasTakenBackStaysSoWhenTheVmAsksForAll) {
+  run("unshare-all");
+  run("share Back");
+  EXPECT_EQ(again(), std::vector<std::string>{deviceCommand("share", "test:Back")});
+  EXPECT_EQ(again(true), (std::vector<std::string>{R"({"command":"unshareall"})",
+                                                   deviceCommand("share", "test:Back")}));
+  run("share-all 3");
+  EXPECT_EQ(again(true), (std::vector<std::string>{"all 3", deviceCommand("share", "test:Back")}));
 }
 
 TEST_F(CommandsTest, TheListSaysWhatIsTheMatter) {

@@ -3,10 +3,11 @@
 //   guest_agent PORT-NAME STEP...
 // Steps: hello           wait for a HELLO and print it in hex
 //        answer[:A.B]    answer the latest HELLO, as version A.B (default 1.1)
+//        answers:COUNT   answer it so many times
 //        serve           behave: answer each HELLO, for ever
 //        wrong           answer it with another token
 //        hex:BYTES       send these bytes
-//        random:COUNT    send so many bytes that are no message
+//        random:COUNT:N  send so many bytes that are no message, N times
 //        data:LENGTH:N   announce a message with LENGTH bytes of payload, send N of them
 //        message         wait for one more message and print its type and length
 //        close, open     the port
@@ -46,8 +47,12 @@ class Agent {
     if (verb == "message") return message();
     if (verb == "answer") return answer(rest, 0);
     if (verb == "wrong") return answer(rest, 1);
+    if (verb == "answers") {
+      for (auto i = number(rest); i > 0; --i) answer("", 0);
+      return;
+    }
     if (verb == "hex") return send(fromHex(rest));
-    if (verb == "random") return random(number(rest));
+    if (verb == "random") return random(number(rest), number(rest.substr(rest.find(':') + 1)));
     if (verb == "data") return data(rest);
     if (verb == "open") return open();
     if (verb == "close") return close();
@@ -158,11 +163,11 @@ class Agent {
     send(bytes);
   }
 
-  void random(unsigned long count) const {
+  void random(unsigned long count, unsigned long times) const {
     std::mt19937 generator(4711);
     Bytes bytes(count);
     for (auto& byte : bytes) byte = static_cast<unsigned char>(generator());
-    send(bytes);
+    for (; times > 0; --times) send(bytes);
   }
 
   void data(std::string_view text) const {
