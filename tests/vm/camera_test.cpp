@@ -149,8 +149,10 @@ TEST_F(Cameras, BytesLeftOverFromAKilledHost) {
   user().host().signal(SIGKILL);
   user().host().wait(5s);
   user().startHost(guest().address());
+  ASSERT_TRUE(user().host().expect("channel to the VM is open"));
   guest().run("killall -CONT lumsar-vm");
   ASSERT_TRUE(user().host().expect("VM answered", 30s));
+  EXPECT_TRUE(guest().expectIn("vm", "gone: a new session begins"));
   EXPECT_TRUE(user().command("share 0"));
   EXPECT_TRUE(cameraIsThere());
   stopReader();

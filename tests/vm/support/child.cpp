@@ -99,6 +99,10 @@ std::string Child::output() const {
   return readFile(m_log).substr(m_begin);
 }
 
+bool Child::saidNext(const std::string& text) const {
+  return output().compare(m_seen, text.size(), text) == 0;
+}
+
 bool Child::said(const std::string& text) const {
   return output().find(text, m_seen) != std::string::npos;
 }

@@ -53,6 +53,8 @@ class Child {
   bool expect(const std::string& text, Milliseconds time = std::chrono::seconds(15));
   // Whether its output holds `text` so far, behind what the latest expect() found.
   bool said(const std::string& text) const;
+  // Whether its output goes on with `text` right there.
+  bool saidNext(const std::string& text) const;
   // Goes on behind all that it has said.
   void skipOutput() { m_seen = output().size(); }
   // All of its output so far.

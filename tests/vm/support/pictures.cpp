@@ -29,7 +29,7 @@ void expectInOrder(const std::vector<std::string>& read, const std::vector<std::
     const auto found = std::find(from, sent.end(), *picture);
     ASSERT_NE(found, sent.end()) << "picture " << picture - read.begin() + 1 << " of "
                                  << read.size() << ", " << *picture << ", is torn or too late";
-    from = found;
+    from = found + 1;
   }
 }
 

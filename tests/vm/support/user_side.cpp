@@ -63,7 +63,7 @@ void UserSide::endHost() {
 bool UserSide::command(const std::string& line) {
   m_host->skipOutput();
   m_host->say(line);
-  return m_host->expect(" " + line + ": ") && m_host->said("done (0)");
+  return m_host->expect(" " + line + ": ") && m_host->saidNext("done (0)");
 }
 
 long UserSide::counter(const std::string& name) {
