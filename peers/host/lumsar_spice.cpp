@@ -25,6 +25,7 @@ std::string ticket(const Options& options) {
   std::ifstream stream(file);
   std::string line;
   if (!std::getline(stream, line)) throw std::runtime_error("cannot read a ticket from " + file);
+  if (line.ends_with('\r')) line.pop_back();
   return line;
 }
 
@@ -40,7 +41,8 @@ std::string certificates(const Options& options) {
 lumsar::host::SpiceAddress address(const Options& options) {
   lumsar::host::SpiceAddress address;
   address.uri = options.vm;
-  if (!lumsar::host::isSpiceUri(address.uri)) {
+  const lumsar::host::SpiceUri uri = lumsar::host::readSpiceUri(address.uri);
+  if (!uri.valid) {
     throw lumsar::host::UsageError(
         "\"" + address.uri +
         "\" is no address: use spice://HOST:PORT, spice+tls://HOST:PORT or "
@@ -50,6 +52,11 @@ lumsar::host::SpiceAddress address(const Options& options) {
   address.ticket = ticket(options);
   address.caFile = certificates(options);
   address.hostSubject = own(options, "host-subject");
+  if (!uri.tls && !(address.caFile.empty() && address.hostSubject.empty())) {
+    throw lumsar::host::UsageError("\"" + address.uri +
+                                   "\" is not encrypted: use spice+tls://HOST:PORT with --ca-file "
+                                   "and --host-subject, or leave them out");
+  }
   return address;
 }
 

@@ -7,9 +7,9 @@ namespace lumsar::host {
 
 namespace {
 
-// The library buffers what it has been given; more than this many writes wait in our own queue,
-// which knows what may be dropped.
-constexpr int kMaxOutstanding = 4;
+// The library reads nothing while it writes, and of what waits only our own queue knows what may
+// be dropped.
+constexpr int kMaxOutstanding = 1;
 constexpr unsigned kFirstPauseMs = 250;
 constexpr unsigned kLongestPauseMs = 5000;
 // Two clients of one server take the connection from each other: what ends sooner than this is no
@@ -54,7 +54,7 @@ const char* eventText(SpiceChannelEvent event) {
 
 }  // namespace
 
-bool isSpiceUri(const std::string& uri) {
+SpiceUri readSpiceUri(const std::string& uri) {
   g_autofree char* port = nullptr;
   g_autofree char* tlsPort = nullptr;
   g_autofree char* path = nullptr;
@@ -62,7 +62,8 @@ bool isSpiceUri(const std::string& uri) {
   g_object_set(session, "uri", uri.c_str(), nullptr);
   g_object_get(session, "port", &port, "tls-port", &tlsPort, "unix-path", &path, nullptr);
   g_object_unref(session);
-  return port != nullptr || tlsPort != nullptr || (path != nullptr && *path != '\0');
+  const bool named = port != nullptr || (path != nullptr && *path != '\0');
+  return {.valid = named || tlsPort != nullptr, .tls = tlsPort != nullptr};
 }
 
 // One write in flight; the library reads the bytes until its callback.
@@ -126,7 +127,10 @@ void SpiceTransport::connect() {
                      static_cast<SpiceTransport*>(self)->channelAppeared(channel);
                    }),
                    this);
-  if (!spice_session_connect(m_session)) reconnectLater();
+  if (!spice_session_connect(m_session)) {
+    m_inbox->trouble("the SPICE library does not take the address");
+    reconnectLater();
+  }
 }
 
 void SpiceTransport::disconnect() {
@@ -201,7 +205,10 @@ void SpiceTransport::watchPort(SpiceChannel* channel) {
   g_signal_connect(channel, "channel-event",
                    G_CALLBACK(+[](SpiceChannel* port, SpiceChannelEvent event, gpointer data) {
                      auto& self = *static_cast<SpiceTransport*>(data);
-                     if (port == SPICE_CHANNEL(self.m_port)) self.portEvent(event);
+                     // One that fails before it has a name may have been ours.
+                     const bool other =
+                         self.m_port != nullptr && port != SPICE_CHANNEL(self.m_port);
+                     if (!other) self.portEvent(event);
                    }),
                    this);
 }

@@ -17,8 +17,12 @@
 
 namespace lumsar::host {
 
-// Whether the library can make something of it; if not, it has said why on stderr.
-bool isSpiceUri(const std::string& uri);
+struct SpiceUri {
+  bool valid;  // if not, the library has said why on stderr
+  bool tls;
+};
+// What the library makes of it.
+SpiceUri readSpiceUri(const std::string& uri);
 
 struct SpiceAddress {
   std::string uri;  // spice://HOST:PORT, spice+tls://HOST:PORT, spice+unix:///PATH

@@ -84,7 +84,7 @@ TEST_F(SecureServer, PicturesThroughTls) {
 
 TEST_F(SecureServer, TicketFromAFile) {
   const Path file = m_user.directory() / "ticket";
-  std::ofstream(file) << kTicket << "\n";
+  std::ofstream(file) << kTicket << "\r\n";
   m_user.startHost(plain(), {"--ticket-file", file.string()});
   EXPECT_TRUE(getsIn());
 }
@@ -115,6 +115,12 @@ TEST_F(SecureServer, AuthorityThatCannotBeRead) {
   startWithTicket(encrypted("127.0.0.1"), {"--ca-file", "/nowhere"});
   EXPECT_EQ(m_user.host().wait(5s), 1);
   EXPECT_TRUE(m_user.host().expect("cannot read certificates from /nowhere"));
+}
+
+TEST_F(SecureServer, AuthorityWithoutTls) {
+  startWithTicket(plain(), {"--ca-file", authority()});
+  EXPECT_EQ(m_user.host().wait(5s), 2);
+  EXPECT_TRUE(m_user.host().expect("is not encrypted: use spice+tls://HOST:PORT"));
 }
 
 TEST_F(SecureServer, CertificateForAnotherHost) {
