@@ -3,6 +3,7 @@
 #include <csignal>
 
 #include "support/pictures.h"
+#include "support/slow_link.h"
 #include "support/spice_vm.h"
 
 namespace lumsar::vmtest {
@@ -13,9 +14,9 @@ using namespace std::chrono_literals;
 class Cameras : public SpiceVm {
  protected:
   // Everything up to a camera that is there in the guest.
-  void share(const std::string& format = "320x240@10") {
+  void share(const std::string& format = "320x240@10", const std::string& address = {}) {
     ASSERT_TRUE(user().startService(format));
-    user().startHost(guest().address());
+    user().startHost(address.empty() ? guest().address() : address);
     startVmSide();
     ASSERT_TRUE(user().command("share 0"));
     ASSERT_TRUE(cameraIsThere()) << device();
@@ -121,6 +122,18 @@ TEST_F(Cameras, StalledGuest) {
   EXPECT_TRUE(reading());
   EXPECT_TRUE(user().command("unshare-all"));
   EXPECT_TRUE(cameraIsGone());
+}
+
+// Pictures wait all the time, and yet what the guest says is heard.
+TEST_F(Cameras, LineThatIsTooThin) {
+  const Path line = user().directory() / "line";
+  const SlowLink slow(line, guest().spiceSocket(), 500'000);
+  share("1920x1080@30", "spice+unix://" + line.string());
+  startReader();
+  ASSERT_TRUE(reading());
+  EXPECT_TRUE(eventually(30s, [this] { return user().counter("dropped") > 10; }));
+  stopReader();
+  EXPECT_TRUE(user().service().expect("camera 'test:Front' is off"));
 }
 
 // All that waits between host and guest is for a program that has gone.

@@ -62,6 +62,7 @@ class Guest {
 
   // For a SPICE client.
   std::string address() const { return "spice+unix://" + m_spiceSocket.string(); }
+  const Path& spiceSocket() const { return m_spiceSocket; }
   Child& qemu() { return *m_qemu; }
 
  private:
