@@ -55,18 +55,20 @@ void Inbox::deliverLater() {
   asio::post(m_loop, [self = shared_from_this()] { self->deliver(); });
 }
 
+// One event a turn: signals and timers must not wait until a flood is over.
 void Inbox::deliver() {
-  std::deque<Event> events;
+  Event event;
   {
     const std::lock_guard lock(m_mutex);
-    events.swap(m_events);
     m_deliveryPosted = false;
+    if (m_events.empty()) return;
+    event = std::move(m_events.front());
+    m_events.pop_front();
+    if (!m_events.empty()) deliverLater();
   }
-  for (const Event& event : events) {
-    if (m_listener == nullptr) return;
-    tell(*m_listener, event);
-    handled(event.bytes.size());
-  }
+  if (m_listener == nullptr) return;
+  tell(*m_listener, event);
+  handled(event.bytes.size());
 }
 
 void Inbox::handled(std::size_t size) {

@@ -37,7 +37,7 @@ class Inbox : public std::enable_shared_from_this<Inbox> {
  private:
   enum class Kind { Opened, Received, Closed, Trouble, Refused };
   struct Event {
-    Kind kind;
+    Kind kind{};
     std::vector<unsigned char> bytes;
     std::string why;
   };
