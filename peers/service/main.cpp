@@ -1,6 +1,8 @@
 // lumsar-camera-service: owns the cameras of the user's machine and streams them to VMs. Started by
 // the user or by a service manager; main thread.
 // Exit codes: 0 stopped as told, 1 failure, 2 usage.
+#include <sys/resource.h>
+
 #include <QCoreApplication>
 #include <csignal>
 #include <cstdio>
@@ -16,8 +18,18 @@ namespace {
 using namespace lumsar;
 using service::Options;
 
+// Debian 12's GStreamer (1.22.0) leaves five files open each time a webcam is switched on; with the
+// usual limit of 1024 the service would end its days after two hundred times.
+void allowManyFiles() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
 int serve(const Options& options) {
   std::signal(SIGPIPE, SIG_IGN);  // a reader of the log that has left must not end the service
+  allowManyFiles();
   gst_init(nullptr, nullptr);
   asio::io_context io(1);
   auto inherited = ipc::Listener::inherited();

@@ -76,6 +76,18 @@ TEST_F(CommandLineTest, StopsAtOnceWithManyFilesToLookInto) {
   m_service.reset();
 }
 
+TEST_F(CommandLineTest, MayOpenAsManyFilesAsTheSystemAllows) {
+  rlimit before{};
+  ::getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit few{before.rlim_cur / 2, before.rlim_max};
+  ::setrlimit(RLIMIT_NOFILE, &few);  // a started program inherits it
+  start({"--camera", "test:A"});
+  ::setrlimit(RLIMIT_NOFILE, &before);
+  rlimit found{};
+  ASSERT_EQ(::prlimit(m_service->pid(), RLIMIT_NOFILE, nullptr, &found), 0);
+  EXPECT_EQ(found.rlim_cur, before.rlim_max);
+}
+
 TEST_F(CommandLineTest, ASecondServiceIsRefused) {
   start({"--camera", "test:A"});
   const Outcome second = run({"--channel", channel});
