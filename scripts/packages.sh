@@ -52,6 +52,8 @@ xrdp                             file:/usr/sbin/xrdp
 tigervnc-standalone-server       cmd:Xvnc
 freerdp2-x11                     cmd:xfreerdp
 xvfb                             cmd:Xvfb
+debootstrap                      cmd:debootstrap
+kmod                             cmd:depmod
 openssl                          cmd:openssl
 '
 lint_packages='
