@@ -6,6 +6,7 @@
 #include <asio/post.hpp>
 #include <asio/signal_set.hpp>
 #include <asio/steady_timer.hpp>
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <future>
@@ -119,8 +120,7 @@ class HostApp {
 
   void greeted(bool sharesAll) {
     if (m_scriptStarted || m_options.interactive()) {
-      m_worker.post([this, sharesAll] { m_commands.shareAgain(sharesAll); });
-      return;
+      return shareAgain(sharesAll);
     }
     m_scriptStarted = true;
     m_timer.cancel();
@@ -129,6 +129,15 @@ class HostApp {
         if (!m_commands.run(command)) break;
       }
       asio::post(m_loop, [this] { scriptDone(); });
+    });
+  }
+
+  // A VM may greet faster than the camera service answers: one turn that waits is enough.
+  void shareAgain(bool sharesAll) {
+    if (m_shareAgainWaits.exchange(true)) return;
+    m_worker.post([this, sharesAll] {
+      m_shareAgainWaits = false;
+      m_commands.shareAgain(sharesAll);
     });
   }
 
@@ -217,6 +226,7 @@ class HostApp {
   ServiceWatch m_serviceWatch;
   std::optional<Console> m_console;
   QJsonObject m_summary;
+  std::atomic<bool> m_shareAgainWaits = false;
   bool m_scriptStarted = false;
   bool m_scriptDone = false;
   bool m_stopping = false;

@@ -13,6 +13,12 @@ constexpr std::chrono::milliseconds kFirstPause{200};
 constexpr std::chrono::milliseconds kLongestPause{5000};
 // How long the VM may say nothing on an open channel before the user is told.
 constexpr std::chrono::seconds kSilence{5};
+// How long handing on one message may take. Nothing but a camera service that takes nothing needs
+// longer, and each message would wait for it.
+constexpr std::chrono::milliseconds kPatience{1500};
+// How often a VM may begin the conversation. One that restarts all the time stays far below.
+constexpr std::chrono::seconds kBeginningsTime{10};
+constexpr int kMaxBeginnings = 20;
 
 }  // namespace
 
@@ -202,6 +208,9 @@ void Session::handle(std::span<unsigned char> message) {
     return sayOnce(Oddity::RdpSide,
                    "the VM's side takes this for an RDP channel; run lumsar-vm without --kind rdp");
   }
+  if (header.type == MSG_CHANNEL_OPENED && !mayBegin()) {
+    return sayOnce(Oddity::Beginnings, "the VM begins again and again; not all of it is answered");
+  }
   pass(message);
 }
 
@@ -221,11 +230,22 @@ void Session::handleHello(std::span<unsigned char> message) {
   // A VM that repeats itself must not make us do so.
   if (std::exchange(m_answeredHello, sent.hellos) == sent.hellos) return;
   pass(message);
-  greeted(answer.header);
+  if (m_state.initialised) greeted(answer.header);
+}
+
+bool Session::mayBegin() {
+  const auto now = Clock::now();
+  if (now - m_beginningsSince > kBeginningsTime) {
+    m_beginningsSince = now;
+    m_beginnings = 0;
+  }
+  return ++m_beginnings <= kMaxBeginnings;
 }
 
 void Session::pass(std::span<unsigned char> message) {
+  const auto begin = Clock::now();
   m_plugin.Handler(message.data(), static_cast<int>(message.size()));
+  if (Clock::now() - begin > kPatience) recover("it takes nothing");
 }
 
 void Session::greeted(const RedirMsgHeader& header) {

@@ -60,7 +60,8 @@ class Session final : private Transport::Listener {
   void recover(const std::string& why);
 
  private:
-  enum class Oddity { StrayBytes, ShortHello, OlderHello, RdpSide };
+  using Clock = std::chrono::steady_clock;
+  enum class Oddity { StrayBytes, ShortHello, OlderHello, RdpSide, Beginnings };
   struct EventGate;  // lets events in as long as the session lives
 
   void channelOpened() override;
@@ -76,6 +77,7 @@ class Session final : private Transport::Listener {
   bool synchronise();
   bool skipKnock();
   void handleHello(std::span<unsigned char> message);
+  bool mayBegin();
   void pass(std::span<unsigned char> message);
   void greeted(const RedirMsgHeader& header);
   void sayOnce(Oddity oddity, const std::string& line);
@@ -96,6 +98,8 @@ class Session final : private Transport::Listener {
   bool m_synchronised = false;  // a message that begins a conversation has come
   std::set<Oddity> m_said;      // on this channel
   std::uint64_t m_answeredHello = 0;
+  Clock::time_point m_beginningsSince;
+  int m_beginnings = 0;
   std::string m_trouble;  // the latest that was reported
   std::function<void(bool)> m_onGreeted;
   std::function<void()> m_onRefused;

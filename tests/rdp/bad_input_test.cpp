@@ -62,8 +62,27 @@ TEST_F(RdpBadInput, PiecesThatNeverEnd) {
   EXPECT_EQ(host->stop(), 0);
 }
 
-// The VM sends more than the camera service takes: it has to wait.
-TEST_F(RdpBadInput, FloodWhileTheServiceStalls) {
+// The VM sends more than the camera service takes at once: it has to wait.
+TEST_F(RdpBadInput, FloodToASlowService) {
+  startAll();
+  greet();
+  service->stall(true);
+  for (std::uint32_t i = 0; i < 120; ++i) {
+    server->send(message(lumsar::MSG_DATA, noise(1U << 20U, i)));
+  }
+  std::this_thread::sleep_for(milliseconds(500));
+  service->stall(false);
+  for (std::uint32_t i = 0; i < 120; ++i) {
+    const auto data = service->messages().nextOf(lumsar::IPC_MSG_DATA);
+    ASSERT_TRUE(data);
+    ASSERT_EQ(payloadOf(*data), noise(1U << 20U, i)) << i;
+  }
+  expectGrowthBelow(24L * 1024);
+  EXPECT_EQ(host->stop(), 0);
+}
+
+// One that takes nothing is given up, and what the VM sends must not pile up meanwhile.
+TEST_F(RdpBadInput, FloodWhileTheServiceHangs) {
   startAll();
   greet();
   service->stall(true);
@@ -73,11 +92,27 @@ TEST_F(RdpBadInput, FloodWhileTheServiceStalls) {
   std::this_thread::sleep_for(seconds(3));
   expectGrowthBelow(24L * 1024);
   service->stall(false);
-  for (std::uint32_t i = 0; i < 120; ++i) {
-    const auto data = service->messages().nextOf(lumsar::IPC_MSG_DATA);
-    ASSERT_TRUE(data);
-    ASSERT_EQ(payloadOf(*data), noise(1U << 20U, i)) << i;
-  }
+  EXPECT_TRUE(host->says("camera service lost: it takes nothing"));
+  const auto bytes = server->messages().nextOf(lumsar::MSG_HELLO);
+  ASSERT_TRUE(bytes);
+  lumsar::HelloMessage hello;
+  std::memcpy(&hello, bytes->data(), sizeof hello);
+  answer(hello, 0);
+  EXPECT_TRUE(service->messages().nextOf(lumsar::IPC_MSG_POLICY));
+  expectThrough(noise(3000, 7));
+  EXPECT_EQ(host->stop(), 0);
+}
+
+// Each beginning costs an answer of the service; those of such a VM are not all taken.
+TEST_F(RdpBadInput, VmThatBeginsAgainAndAgain) {
+  startAll();
+  greet();
+  for (int i = 0; i < 5000; ++i) server->send(message(lumsar::MSG_CHANNEL_OPENED));
+  EXPECT_TRUE(host->says("the VM begins again and again; not all of it is answered"));
+  std::size_t hellos = 0;
+  while (server->messages().nextOf(lumsar::MSG_HELLO, milliseconds(500))) ++hellos;
+  EXPECT_GT(hellos, 10U);
+  EXPECT_LT(hellos, 30U);
   EXPECT_EQ(host->stop(), 0);
 }
 
