@@ -64,18 +64,18 @@ TEST_F(RdpBadInput, PiecesThatNeverEnd) {
 
 // The VM sends more than the camera service takes at once: it has to wait.
 TEST_F(RdpBadInput, FloodToASlowService) {
+  std::vector<Bytes> payloads;
+  for (std::uint32_t i = 0; i < 120; ++i) payloads.push_back(noise(1U << 20U, i));
   startAll();
   greet();
   service->stall(true);
-  for (std::uint32_t i = 0; i < 120; ++i) {
-    server->send(message(lumsar::MSG_DATA, noise(1U << 20U, i)));
-  }
-  std::this_thread::sleep_for(milliseconds(500));
+  for (const Bytes& payload : payloads) server->send(message(lumsar::MSG_DATA, payload));
+  std::this_thread::sleep_for(milliseconds(400));  // less than makes the host give up
   service->stall(false);
-  for (std::uint32_t i = 0; i < 120; ++i) {
+  for (std::size_t i = 0; i < payloads.size(); ++i) {
     const auto data = service->messages().nextOf(lumsar::IPC_MSG_DATA);
     ASSERT_TRUE(data);
-    ASSERT_EQ(payloadOf(*data), noise(1U << 20U, i)) << i;
+    ASSERT_EQ(payloadOf(*data), payloads[i]) << i;
   }
   expectGrowthBelow(24L * 1024);
   EXPECT_EQ(host->stop(), 0);
