@@ -42,7 +42,7 @@ enum IpcError : int {
   IPC_ERROR_PATH_TOO_LONG = 102,      // the socket's path exceeds 107 bytes
   IPC_ERROR_NO_SERVICE = 103,         // nobody listens there
   IPC_ERROR_OTHER_USER = 104,         // the other end belongs to another user
-  IPC_ERROR_REFUSED = 105,            // the service closed the connection without a welcome
+  IPC_ERROR_REFUSED = 105,            // too many clients, or closed without a welcome
   IPC_ERROR_CONNECT_TIMEOUT = 106,    // no welcome within kIpcConnectLimit
   IPC_ERROR_ALREADY_CONNECTED = 107,  // connected, or a connection is being made
   IPC_ERROR_NOT_CONNECTED = 108,
@@ -78,7 +78,7 @@ constexpr const char* ipcErrorText(int error) {
     case IPC_ERROR_OTHER_USER:
       return "the camera service runs as another user";
     case IPC_ERROR_REFUSED:
-      return "the camera service closed the connection unanswered";
+      return "the camera service has too many clients, or closed the connection unanswered";
     case IPC_ERROR_CONNECT_TIMEOUT:
       return "the camera service did not answer in time";
     case IPC_ERROR_ALREADY_CONNECTED:

@@ -32,7 +32,7 @@ bool OutQueue::push(Outgoing outgoing) {
   while (m_frames > 1 && (m_frames > m_limits.frames || m_frameBytes > m_limits.frameBytes)) {
     dropOldestFrame();
   }
-  return m_controlBytes <= m_limits.controlBytes;
+  return m_controls <= 1 || m_controlBytes <= m_limits.controlBytes;
 }
 
 std::optional<Outgoing> OutQueue::pop() {
@@ -46,8 +46,9 @@ std::optional<Outgoing> OutQueue::pop() {
 void OutQueue::count(const Outgoing& outgoing, bool added) {
   const std::size_t size = outgoing.message.bytes().size();
   std::size_t& bytes = outgoing.frame ? m_frameBytes : m_controlBytes;
+  std::size_t& messages = outgoing.frame ? m_frames : m_controls;
   bytes = added ? bytes + size : bytes - size;
-  if (outgoing.frame) m_frames = added ? m_frames + 1 : m_frames - 1;
+  messages = added ? messages + 1 : messages - 1;
 }
 
 void OutQueue::dropOldestFrame() {

@@ -43,7 +43,7 @@ struct Outgoing {
 struct QueueLimits {
   std::size_t frames = 4;                // a receiver this far behind looks at old pictures
   std::size_t frameBytes = 16U << 20U;   // but one frame may wait, however large
-  std::size_t controlBytes = 1U << 20U;  // behind this the receiver is given up
+  std::size_t controlBytes = 1U << 20U;  // behind this the receiver is given up; one may be larger
 };
 
 class OutQueue {
@@ -68,6 +68,7 @@ class OutQueue {
   std::deque<Outgoing> m_queue;
   std::size_t m_frames = 0;
   std::size_t m_frameBytes = 0;
+  std::size_t m_controls = 0;
   std::size_t m_controlBytes = 0;
   std::uint64_t m_dropped = 0;
 };

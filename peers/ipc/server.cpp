@@ -52,11 +52,14 @@ void IpcServer::accept() {
   m_acceptor.async_accept([this](asio::error_code error, Local::socket socket) {
     if (error == asio::error::operation_aborted) return;
     if (!error) {
+      m_saidNoAccept = false;
       admit(std::move(socket));
       return accept();
     }
     // Out of descriptors: trying again at once would only spin.
-    m_events.onWarning("cannot accept a client: " + error.message() + "; trying again");
+    if (!std::exchange(m_saidNoAccept, true)) {
+      m_events.onWarning("cannot accept a client: " + error.message() + "; trying again");
+    }
     m_acceptPause.expires_after(std::chrono::milliseconds(100));
     m_acceptPause.async_wait([this](asio::error_code stopped) {
       if (!stopped) accept();

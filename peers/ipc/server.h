@@ -74,6 +74,7 @@ class IpcServer {
   Listener m_listener;
   asio::local::stream_protocol::acceptor m_acceptor;
   asio::steady_timer m_acceptPause;
+  bool m_saidNoAccept = false;
   IpcServerEvents& m_events;
   const ServerLimits m_limits;
   std::map<ClientId, std::unique_ptr<Session>> m_sessions;

@@ -77,7 +77,7 @@ Writer::Result Writer::write(int socket, std::span<const unsigned char> first,
     m_busy = false;
     if (result.broken) m_broken = result.error;
   }
-  m_turn.notify_one();
+  m_turn.notify_all();  // of a broken connection all have to hear
   return result;
 }
 

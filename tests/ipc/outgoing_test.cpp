@@ -86,6 +86,15 @@ TEST(OutQueueTest, SaysWhenControlMessagesExceedTheirLimit) {
   EXPECT_FALSE(queue.push(control(8, 60)));
 }
 
+TEST(OutQueueTest, OneControlMessageMayWaitHoweverLarge) {
+  OutQueue queue({.controlBytes = 100});
+  EXPECT_TRUE(queue.push(control(8, 600)));
+  EXPECT_FALSE(queue.push(control(8, 1)));
+  queue.pop();
+  queue.pop();
+  EXPECT_TRUE(queue.push(control(8, 600)));
+}
+
 TEST(OutQueueTest, CountsBytesExactly) {
   OutQueue queue;
   queue.push(frame(10));

@@ -62,13 +62,15 @@ inline std::size_t entriesIn(const char* directory) {
 inline std::size_t openDescriptors() {
   return entriesIn("/proc/self/fd");
 }
-// Sanitizers start a thread of their own together with the first other one.
-inline std::size_t threadsAtRest() {
-  std::thread([] {}).join();
-  return entriesIn("/proc/self/task");
-}
 inline std::size_t threads() {
   return entriesIn("/proc/self/task");
+}
+// Sanitizers start a thread of their own together with the first other one. A thread that has been
+// joined may be listed for a moment more.
+inline std::size_t threadsAtRest() {
+  std::thread([] {}).join();
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  return threads();
 }
 
 inline std::string readFile(const std::string& path) {

@@ -159,7 +159,7 @@ TEST_F(VdiIpcTest, NothingStaysBehind) {
       vdi.destroy(second);
     }
     EXPECT_FALSE(mapped()) << "round " << round;
-    EXPECT_EQ(threads(), threadsBefore);
+    EXPECT_TRUE(waitUntil([&] { return threads() == threadsBefore; }));
     EXPECT_EQ(openDescriptors(), descriptorsBefore);
   }
 }
