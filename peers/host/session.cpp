@@ -87,7 +87,9 @@ void Session::initialised() {
   m_pause = kFirstPause;
   m_state.initialised = true;
   m_report.say("connected to the camera service");
-  if (m_state.channelOpen) m_driver->greetAgain();
+  if (!m_state.channelOpen) return;
+  m_driver->greetAgain();
+  expectWord();
 }
 
 void Session::initialiseLater(const std::string& why) {
