@@ -2,7 +2,7 @@
 // cameras. One host without a console, on a thread of its own, for as long as the client lives.
 //
 //   client's thread: VirtualChannelEntryEx, then whatever RdpChannel is told
-//   own thread:      Session, hence the plug-in
+//   own thread:      Session, hence the plug-in; what RdpChannel sends
 // These first: the RDP library has macros with the names of our status codes.
 #include "commands.h"
 #include "inbox.h"
@@ -16,6 +16,7 @@
 #include <sched.h>
 
 #include <asio/executor_work_guard.hpp>
+#include <asio/post.hpp>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -71,14 +72,19 @@ Options parseArguments(const ADDIN_ARGV* arguments) {
 class AddInTransport final : public Transport {
  public:
   AddInTransport(asio::io_context& loop, SendQueue& queue)
-      : m_inbox(std::make_shared<Inbox>(loop)), m_channel(queue, *m_inbox) {}
+      : m_loop(loop), m_inbox(std::make_shared<Inbox>(loop)), m_channel(queue, *m_inbox) {
+    m_channel.setOnRoom([this] { wake(); });
+  }
 
   void start(Listener& listener) override { m_inbox->listen(&listener); }
   void stop() override { m_inbox->listen(nullptr); }
-  void wake() override { m_channel.pump(); }
+  void wake() override {
+    asio::post(m_loop, [this] { m_channel.pump(); });
+  }
   RdpChannel& channel() { return m_channel; }
 
  private:
+  asio::io_context& m_loop;
   std::shared_ptr<Inbox> m_inbox;
   RdpChannel m_channel;
 };

@@ -62,7 +62,7 @@ void RdpChannel::connected() {
     m_message.reset();
   }
   m_inbox.opened();
-  pump();
+  m_onRoom();
 }
 
 void RdpChannel::disconnected() {
@@ -99,14 +99,15 @@ void RdpChannel::writeComplete(Piece* piece) {
   const std::unique_ptr<Piece> done(piece);
   {
     const std::lock_guard lock(m_mutex);
-    --m_outstanding;
+    if (--m_outstanding > 0) return;
   }
-  pump();
+  m_onRoom();
 }
 
 void RdpChannel::pump() {
   const std::lock_guard lock(m_mutex);
-  while (m_open && m_outstanding < kWindow) {
+  if (m_outstanding > 0) return;
+  while (m_open && m_outstanding < kBatch) {
     if (!m_message) {
       auto next = m_queue.pop();
       if (!next) return;

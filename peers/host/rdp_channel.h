@@ -1,12 +1,13 @@
 // RdpChannel: the static virtual channel "lumsar" inside an RDP client on FreeRDP's library, be it
 // lumsar-rdp or any client that loads the add-in. The library calls it on the thread that runs the
-// client's loop; pump() may be called on any thread.
+// client's loop.
 //
-//   SendQueue --whole messages--> pieces, at most kWindow in the library's hands --> server
-//   Inbox     <--bytes as they come---------------------------------------------- server
+//   SendQueue --whole messages--> pieces, at most kBatch in the library's hands --> server
+//   Inbox     <--bytes as they come--------------------------------------------- server
 //
-// The library reads a piece until it reports the write complete, on the same thread that reports
-// everything else: that thread must never wait for room in the window.
+// The library's thread reads nothing while it has pieces to write, and a write lasts until the line
+// has taken the bytes. So it gets its next batch only when it has none left, and never while it
+// reports that: it would go on writing and hear neither the server nor its own user.
 #ifndef LUMSAR_HOST_RDP_CHANNEL_H
 #define LUMSAR_HOST_RDP_CHANNEL_H
 
@@ -26,7 +27,7 @@ static_assert(sizeof kRdpChannelName - 1 <= CHANNEL_NAME_LEN);
 
 class RdpChannel {
  public:
-  static constexpr int kWindow = 64;
+  static constexpr int kBatch = 64;
 
   RdpChannel(SendQueue& queue, Inbox& inbox) : m_queue(queue), m_inbox(inbox) {}
   RdpChannel(const RdpChannel&) = delete;
@@ -40,7 +41,12 @@ class RdpChannel {
   // this object.
   void setOnTerminated(std::function<void()> action) { m_onTerminated = std::move(action); }
 
-  // Gives the library what it may have. Never waits.
+  // Called on the library's thread when there may be something for pump() to do. It must leave that
+  // to a time when the library is not calling.
+  void setOnRoom(std::function<void()> action) { m_onRoom = std::move(action); }
+
+  // Gives the library its next batch if it has done with the last one. Never waits; on any thread,
+  // but not while the library calls this object.
   void pump();
 
  private:
@@ -59,6 +65,7 @@ class RdpChannel {
   CHANNEL_ENTRY_POINTS_FREERDP_EX m_entry{};
   void* m_initHandle = nullptr;
   std::function<void()> m_onTerminated;
+  std::function<void()> m_onRoom = [] {};
 
   std::mutex m_mutex;  // guards what follows and keeps pieces of two messages apart
   DWORD m_openHandle = 0;

@@ -4,7 +4,6 @@
 #include <freerdp/client/channels.h>
 #include <freerdp/error.h>
 #include <freerdp/gdi/gdi.h>
-#include <winpr/synch.h>
 
 #include <array>
 #include <stdexcept>
@@ -63,8 +62,11 @@ struct RdpClient::Context {
 };
 
 RdpClient::RdpClient(const RdpTarget& target, RdpChannel& channel)
-    : m_target(target), m_channel(channel), m_instance(freerdp_new()) {
-  if (m_instance == nullptr) throw std::bad_alloc();
+    : m_target(target),
+      m_channel(channel),
+      m_wake(CreateEventA(nullptr, TRUE, FALSE, nullptr)),
+      m_instance(freerdp_new()) {
+  if (m_wake == nullptr || m_instance == nullptr) throw std::bad_alloc();
   m_instance->ContextSize = sizeof(Context);
   if (freerdp_context_new(m_instance) == FALSE) {
     freerdp_free(m_instance);
@@ -166,10 +168,13 @@ RdpClient::Outcome RdpClient::run() noexcept {
 void RdpClient::stayConnected() {
   rdpContext* context = m_instance->context;
   while (freerdp_shall_disconnect(m_instance) == FALSE) {
+    ResetEvent(m_wake.get());
+    m_channel.pump();
     std::array<HANDLE, MAXIMUM_WAIT_OBJECTS> events{};
-    DWORD count = freerdp_get_event_handles(context, events.data(), MAXIMUM_WAIT_OBJECTS - 1);
+    DWORD count = freerdp_get_event_handles(context, events.data(), MAXIMUM_WAIT_OBJECTS - 2);
     if (count == 0) return;
     events[count++] = context->abortEvent;
+    events[count++] = m_wake.get();
     if (WaitForMultipleObjects(count, events.data(), FALSE, INFINITE) == WAIT_FAILED) return;
     if (freerdp_check_event_handles(context) == FALSE) return;
   }

@@ -1,13 +1,15 @@
 // RdpClient: one connection to an RDP server that carries nothing but our channel; the picture is
 // asked for as small as can be and thrown away. Made, run and destroyed on the transport's thread;
-// end() and connectingSince() may be called on any other.
+// wake(), end() and connectingSince() may be called on any other.
 #ifndef LUMSAR_HOST_RDP_CLIENT_H
 #define LUMSAR_HOST_RDP_CLIENT_H
 
 #include <freerdp/freerdp.h>
+#include <winpr/synch.h>
 
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <string>
 
 #include "rdp_channel.h"
@@ -44,12 +46,18 @@ class RdpClient {
   // Connects and stays connected until the server or end() ends it. Throws nothing.
   Outcome run() noexcept;
 
+  // There may be something to send.
+  void wake() { SetEvent(m_wake.get()); }
+
   // Whether the attempt to connect has lasted longer than `time`.
   bool connectingSince(std::chrono::milliseconds time) const;
   void end();
 
  private:
   struct Context;
+  struct Closer {
+    void operator()(HANDLE handle) const { CloseHandle(handle); }
+  };
 
   void configure();
   void stayConnected();
@@ -66,6 +74,7 @@ class RdpClient {
 
   const RdpTarget& m_target;
   RdpChannel& m_channel;
+  const std::unique_ptr<void, Closer> m_wake;
   freerdp* m_instance = nullptr;
   const std::chrono::steady_clock::time_point m_begun = std::chrono::steady_clock::now();
   std::atomic<bool> m_connecting{true};

@@ -73,7 +73,7 @@ void RdpTransport::stop() {
 
 void RdpTransport::wake() {
   const std::lock_guard lock(m_mutex);
-  if (m_attempt != nullptr) m_attempt->channel.pump();
+  if (m_attempt != nullptr) m_attempt->client.wake();
 }
 
 void RdpTransport::run() {

@@ -4,7 +4,6 @@
 #include <numeric>
 #include <thread>
 
-#include "lumsar/camera_data.h"
 #include "rig.h"
 
 namespace {
@@ -61,6 +60,17 @@ TEST_F(RdpData, FromOneByteToFourMegabytes) {
   expectAllThrough(sizes);
 }
 
+TEST_F(RdpData, HostWithNothingToSendSleeps) {
+  startAll();
+  greet();
+  expectThrough(noise(100'000, 1));
+  const auto before = host->processorTime();
+  ASSERT_GT(before, milliseconds(0));
+  std::this_thread::sleep_for(seconds(2));
+  EXPECT_LT(host->processorTime() - before, milliseconds(300));
+  EXPECT_EQ(host->stop(), 0);
+}
+
 TEST_F(RdpData, BothWaysAtOnce) {
   constexpr std::size_t kCount = 30;
   constexpr std::size_t kSize = 300'000;
@@ -89,18 +99,6 @@ TEST_F(RdpData, BothWaysAtOnce) {
   fromVm.join();
   fromService.join();
   EXPECT_EQ(host->stop(), 0);
-}
-
-Bytes frame(std::uint32_t sequence, std::size_t size) {
-  lumsar::CameraDataHeader record;
-  record.kind = static_cast<std::uint16_t>(lumsar::CameraDataKind::Frame);
-  record.time = lumsar::cameraClock();
-  lumsar::CameraFrame fields;
-  fields.sequence = sequence;
-  Bytes bytes = noise(sizeof record + sizeof fields + size, sequence);
-  std::memcpy(bytes.data(), &record, sizeof record);
-  std::memcpy(bytes.data() + sizeof record, &fields, sizeof fields);
-  return message(lumsar::IPC_MSG_DATA, bytes);
 }
 
 TEST_F(RdpData, StalledServerLosesWholeFramesOnlyAndNoControlMessage) {

@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <stdexcept>
 
@@ -113,6 +114,14 @@ long HostProcess::peakMemory() const {
     if (line.starts_with("VmHWM:")) return std::atol(line.c_str() + 6);
   }
   return 0;
+}
+
+std::chrono::milliseconds HostProcess::processorTime() const {
+  clockid_t clock{};
+  timespec time{};
+  if (clock_getcpuclockid(m_process, &clock) != 0 || clock_gettime(clock, &time) != 0) return {};
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+      std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
 }
 
 int HostProcess::stop() {

@@ -33,6 +33,8 @@ class HostProcess {
   std::string output() const;
   // The most memory that it has had so far, in KiB.
   long peakMemory() const;
+  // The processor time that it has had so far.
+  std::chrono::milliseconds processorTime() const;
 
   int stop();  // exit code, or minus the signal that killed it
   int wait();  // as stop(), but it has to end by itself; it is killed when it does not

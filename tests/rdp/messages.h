@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "lumsar/camera_data.h"
 #include "lumsar/message.h"
 
 namespace lumsar_test {
@@ -43,6 +44,19 @@ inline Bytes noise(std::size_t size, std::uint32_t seed) {
   }
   if (size > 0) bytes[0] = 0xEE;  // not the number of any kind of record
   return bytes;
+}
+
+// What the camera service sends for one frame of a camera.
+inline Bytes frame(std::uint32_t sequence, std::size_t size) {
+  lumsar::CameraDataHeader record;
+  record.kind = static_cast<std::uint16_t>(lumsar::CameraDataKind::Frame);
+  record.time = lumsar::cameraClock();
+  lumsar::CameraFrame fields;
+  fields.sequence = sequence;
+  Bytes bytes = noise(sizeof record + sizeof fields + size, sequence);
+  std::memcpy(bytes.data(), &record, sizeof record);
+  std::memcpy(bytes.data() + sizeof record, &fields, sizeof fields);
+  return message(lumsar::IPC_MSG_DATA, bytes);
 }
 
 inline lumsar::RedirMsgHeader headerOf(const Bytes& bytes) {

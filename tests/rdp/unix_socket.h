@@ -25,6 +25,17 @@ inline int listenAt(const std::string& path) {
   return file;
 }
 
+// A connection to `path`, or -1.
+inline int connectTo(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  const int file = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (connect(file, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) return file;
+  close(file);
+  return -1;
+}
+
 // A new connection, or -1 when none came within a moment.
 inline int acceptSoon(int listener) {
   pollfd file{listener, POLLIN, 0};
