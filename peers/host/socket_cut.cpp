@@ -11,6 +11,15 @@ namespace lumsar::host {
 
 namespace {
 
+// The server may have bound its socket by a name that does not lead there from here: a relative
+// one, or one in a container. Only the last part of it is sure to be the same.
+bool isBoundAs(const sockaddr_un& bound, const std::string& path) {
+  std::error_code gone;
+  const auto real = std::filesystem::canonical(path, gone);
+  return (gone ? std::filesystem::path(path) : real).filename() ==
+         std::filesystem::path(bound.sun_path).filename();
+}
+
 bool leadsTo(int file, const std::string& host, std::uint16_t port) {
   sockaddr_storage peer{};
   socklen_t size = sizeof peer;
@@ -18,7 +27,7 @@ bool leadsTo(int file, const std::string& host, std::uint16_t port) {
   if (getpeername(file, address, &size) != 0) return false;
   switch (peer.ss_family) {
     case AF_UNIX:
-      return host == reinterpret_cast<const sockaddr_un*>(&peer)->sun_path;
+      return host.starts_with('/') && isBoundAs(*reinterpret_cast<const sockaddr_un*>(&peer), host);
     case AF_INET:
       return !host.starts_with('/') &&
              reinterpret_cast<const sockaddr_in*>(&peer)->sin_port == htons(port);

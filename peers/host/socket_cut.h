@@ -9,6 +9,7 @@
 namespace lumsar::host {
 
 // `host` is the absolute path of a Unix socket, or anything else for TCP connections to `port`.
+// Connections to another Unix socket of the same file name are shut down as well.
 void cutSockets(const std::string& host, std::uint16_t port);
 
 }  // namespace lumsar::host

@@ -8,7 +8,22 @@ namespace {
 
 using namespace lumsar_test;
 
-class RdpRecovery : public Rig {};
+class RdpRecovery : public Rig {
+ protected:
+  // Interrupts a host that `listener` never answers.
+  void expectQuickInterrupt(int listener) {
+    startService();
+    startHost();
+    int client = -1;
+    while (client < 0) client = acceptSoon(listener);
+    std::this_thread::sleep_for(milliseconds(300));
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(host->stop(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, seconds(5));
+    close(client);
+    close(listener);
+  }
+};
 
 TEST_F(RdpRecovery, ServerKilledAndBack) {
   startAll();
@@ -113,17 +128,23 @@ TEST_F(RdpRecovery, InterruptJustBeforeConnecting) {
 }
 
 TEST_F(RdpRecovery, InterruptWhileTheServerSaysNothing) {
-  startService();
-  const int listener = listenAt(path("rdp"));
-  startHost();
-  int client = -1;
-  while (client < 0) client = acceptSoon(listener);
-  std::this_thread::sleep_for(milliseconds(300));
-  const auto begin = std::chrono::steady_clock::now();
-  EXPECT_EQ(host->stop(), 0);
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, seconds(5));
-  close(client);
-  close(listener);
+  expectQuickInterrupt(listenAt(path("rdp")));
+}
+
+// The name by which a server has bound its socket need not be the one by which we find it.
+TEST_F(RdpRecovery, InterruptWhileAServerBehindALinkSaysNothing) {
+  std::filesystem::create_directory(path("real"));
+  std::filesystem::create_directory_symlink(path("real"), path("link"));
+  std::filesystem::create_symlink(path("link/other"), path("rdp"));
+  expectQuickInterrupt(listenAt(path("real/other")));
+}
+
+TEST_F(RdpRecovery, InterruptWhileAServerInItsOwnDirectorySaysNothing) {
+  const auto here = std::filesystem::current_path();
+  std::filesystem::current_path(directory);
+  const int listener = listenAt("rdp");
+  std::filesystem::current_path(here);
+  expectQuickInterrupt(listener);
 }
 
 }  // namespace
