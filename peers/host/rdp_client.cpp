@@ -220,8 +220,8 @@ bool RdpClient::connectingSince(std::chrono::milliseconds time) const {
 
 void RdpClient::end() {
   freerdp_abort_connect(m_instance);
-  // The library would wait for the answer of a silent server for ever.
-  if (m_connecting) cutSockets(m_target.host, m_target.port);
+  // The library waits for a silent server's answer for ever, and for one that takes no bytes.
+  cutSockets(m_target.host, m_target.port);
 }
 
 }  // namespace lumsar::host

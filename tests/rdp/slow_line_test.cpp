@@ -64,6 +64,17 @@ TEST_F(RdpSlowLine, HostHearsTheVm) {
   EXPECT_EQ(host->stop(), 0);
 }
 
+TEST_F(RdpSlowLine, InterruptWhileTheServerTakesNothing) {
+  startAll();
+  greet();
+  server->stall(true);
+  const BusyCamera camera(*service);
+  std::this_thread::sleep_for(seconds(2));
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(host->stop(), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, seconds(5));
+}
+
 TEST_F(RdpSlowLine, AddInHearsTheVm) {
   setenv("LUMSAR_TEST_SERVICE", path("service").c_str(), 1);
   startServerBehindTheLine();
