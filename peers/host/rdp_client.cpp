@@ -30,8 +30,21 @@ BOOL enterChannel(PCHANNEL_ENTRY_POINTS_EX points, PVOID initHandle) {
   return static_cast<RdpChannel*>(entry.pExtendedData)->enter(entry, initHandle) ? TRUE : FALSE;
 }
 
-BOOL paintNothing(rdpContext* /*context*/) {
+// The library notes each painted area for its user, who has to forget them.
+BOOL forgetPainted(rdpContext* context) {
+  GDI_WND& window = *context->gdi->primary->hdc->hwnd;
+  window.invalid->null = TRUE;
+  window.ninvalid = 0;
   return TRUE;
+}
+
+BOOL resize(rdpContext* context) {
+  return gdi_resize(context->gdi, context->settings->DesktopWidth,
+                    context->settings->DesktopHeight);
+}
+
+std::string textOr(const char* text, const char* otherwise) {
+  return text != nullptr ? text : otherwise;
 }
 
 bool isPermanent(UINT32 error) {
@@ -129,8 +142,9 @@ BOOL RdpClient::preConnect(freerdp* instance) {
 BOOL RdpClient::postConnect(freerdp* instance) {
   if (gdi_init(instance, PIXEL_FORMAT_RGB16) == FALSE) return FALSE;
   rdpUpdate* update = instance->update;
-  update->BeginPaint = paintNothing;
-  update->EndPaint = paintNothing;
+  update->BeginPaint = forgetPainted;
+  update->EndPaint = forgetPainted;
+  update->DesktopResize = resize;
   return TRUE;
 }
 
@@ -143,12 +157,16 @@ DWORD RdpClient::verifyCertificate(freerdp* instance, const char* host, UINT16 /
                                    const char* commonName, const char* /*subject*/,
                                    const char* issuer, const char* fingerprint, DWORD flags) {
   std::string& why = of(instance).m_refusedCertificate;
-  why = "the server's certificate is not trusted: it was issued by \"" + std::string(issuer) + "\"";
-  if ((flags & VERIFY_CERT_FLAG_MISMATCH) != 0) {
-    why += " for \"" + std::string(commonName != nullptr ? commonName : "") + "\", not for \"" +
-           host + "\"";
+  try {
+    why =
+        "the server's certificate is not trusted: it was issued by \"" + textOr(issuer, "") + "\"";
+    if ((flags & VERIFY_CERT_FLAG_MISMATCH) != 0) {
+      why += " for \"" + textOr(commonName, "") + "\", not for \"" + textOr(host, "") + "\"";
+    }
+    why += ". If that is your server, add --accept-certificate " + textOr(fingerprint, "SHA256");
+  } catch (const std::exception&) {
+    // Out of memory: it is refused all the same.
   }
-  why += ". If that is your server, add --accept-certificate " + std::string(fingerprint);
   return 0;
 }
 

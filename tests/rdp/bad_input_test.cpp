@@ -116,6 +116,31 @@ TEST_F(RdpBadInput, VmThatBeginsAgainAndAgain) {
   EXPECT_EQ(host->stop(), 0);
 }
 
+// Nobody looks at the picture, and nothing of it may be kept.
+TEST_F(RdpBadInput, PictureWithoutEnd) {
+  startAll();
+  greet();
+  server->paint(1'000'000);
+  ASSERT_TRUE(server->waitUntilPainted());
+  expectThrough(noise(1000, 1));
+  expectGrowthBelow(12L * 1024);
+  EXPECT_EQ(server->clients(), 1);
+  EXPECT_EQ(host->stop(), 0);
+}
+
+TEST_F(RdpBadInput, DesktopOfAnotherSize) {
+  startAll();
+  greet();
+  server->resizeDesktop(1024, 768);
+  server->paint(100);
+  ASSERT_TRUE(server->waitUntilPainted());
+  expectThrough(noise(1000, 1));
+  server->send(message(lumsar::MSG_DATA, noise(1000, 2)));
+  EXPECT_TRUE(service->messages().nextOf(lumsar::IPC_MSG_DATA));
+  EXPECT_EQ(server->clients(), 1);
+  EXPECT_EQ(host->stop(), 0);
+}
+
 TEST_F(RdpBadInput, HalfAMessageThenANewSession) {
   startAll();
   greet();

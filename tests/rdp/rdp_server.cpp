@@ -19,6 +19,8 @@ namespace lumsar_test {
 namespace {
 
 constexpr char kChannel[] = "lumsar";
+// No more than fits into one update: the library's server cannot cut them.
+constexpr int kPaintedAtOnce = 400;
 constexpr DWORD kTick = 5;  // how often a test's wishes are looked at, ms
 
 void startLibrary() {
@@ -88,6 +90,14 @@ bool RdpServer::waitForClient(milliseconds patience) {
     std::this_thread::sleep_for(milliseconds(kTick));
   }
   return m_activated;
+}
+
+bool RdpServer::waitUntilPainted(milliseconds patience) {
+  const auto end = std::chrono::steady_clock::now() + patience;
+  while (m_toPaint > 0 && std::chrono::steady_clock::now() < end) {
+    std::this_thread::sleep_for(milliseconds(kTick));
+  }
+  return m_toPaint <= 0;
 }
 
 void RdpServer::run() {
@@ -175,7 +185,33 @@ void RdpServer::talk(freerdp_peer* peer) {
       if (peer->IsWriteBlocked(peer) == TRUE) break;
       if (WTSVirtualChannelManagerCheckFileDescriptor(context.manager) != TRUE) return;
     } while (sendSome(context));
+    if (m_activated && !adjustDesktop(peer)) return;
+    while (m_activated && m_toPaint > 0 && peer->IsWriteBlocked(peer) != TRUE) paintSome(peer);
   }
+}
+
+bool RdpServer::adjustDesktop(freerdp_peer* peer) {
+  const UINT32 width = m_width;
+  const UINT32 height = m_height;
+  if (width == 0 || (peer->settings->DesktopWidth == width)) return true;
+  peer->settings->DesktopWidth = width;
+  peer->settings->DesktopHeight = height;
+  return peer->update->DesktopResize(peer->context) == TRUE;
+}
+
+void RdpServer::paintSome(freerdp_peer* peer) {
+  rdpUpdate& update = *peer->update;
+  update.BeginPaint(peer->context);
+  for (int i = 0; i < kPaintedAtOnce; ++i) {
+    OPAQUE_RECT_ORDER rectangle{};
+    rectangle.nLeftRect = i % 500;
+    rectangle.nTopRect = i % 400;
+    rectangle.nWidth = rectangle.nHeight = 3;
+    rectangle.color = static_cast<UINT32>(i);
+    update.primary->OpaqueRect(peer->context, &rectangle);
+  }
+  update.EndPaint(peer->context);
+  m_toPaint -= kPaintedAtOnce;
 }
 
 void RdpServer::adjustChannel(Context& context) {

@@ -42,6 +42,14 @@ class RdpServer {
   // Closes this server's end of the channel, which no client can see, or opens it again.
   void openChannel(bool open) { m_wantChannel = open; }
 
+  // Paints so many small rectangles, a few pixels within the desktop.
+  void paint(int rectangles) { m_toPaint = rectangles; }
+  bool waitUntilPainted(milliseconds patience = kPatience);
+  void resizeDesktop(UINT32 width, UINT32 height) {
+    m_width = width;
+    m_height = height;
+  }
+
   int clients() const { return m_clients; }
   std::size_t largestPiece() const { return m_largestPiece; }
   std::size_t strayBytes() const { return m_strayBytes; }
@@ -56,6 +64,8 @@ class RdpServer {
   void adjustChannel(Context& context);
   bool sendSome(Context& context);
   void receive(Context& context);
+  bool adjustDesktop(freerdp_peer* peer);
+  void paintSome(freerdp_peer* peer);
 
   static BOOL newContext(freerdp_peer* peer, rdpContext* context);
   static void freeContext(freerdp_peer* peer, rdpContext* context);
@@ -72,6 +82,9 @@ class RdpServer {
   std::atomic<bool> m_wantChannel{true};
   std::atomic<bool> m_activated{false};
   std::atomic<int> m_clients{0};
+  std::atomic<int> m_toPaint{0};
+  std::atomic<UINT32> m_width{0};  // of the desktop, as the test wants it; 0 for the client's
+  std::atomic<UINT32> m_height{0};
   std::atomic<std::size_t> m_largestPiece{0};
   std::atomic<std::size_t> m_strayBytes{0};
   std::thread m_thread;

@@ -1,4 +1,5 @@
 // Whom the RDP host trusts and as whom it logs on.
+#include <cstdlib>
 #include <fstream>
 
 #include "rig.h"
@@ -38,6 +39,18 @@ TEST_F(RdpSecurity, UnknownCertificateIsRefusedAndNotTriedAgain) {
   EXPECT_EQ(host->wait(), 1);
   EXPECT_EQ(host->countOf("the server's certificate is not trusted"), 1);
   EXPECT_EQ(server->clients(), 0);
+}
+
+TEST_F(RdpSecurity, CertificateWithoutAnyNameIsRefused) {
+  const std::string make = "openssl req -x509 -newkey rsa:2048 -nodes -subj / -keyout '" +
+                           path("server.key") + "' -out '" + path("server.crt") + "' 2>/dev/null";
+  ASSERT_EQ(std::system(make.c_str()), 0);
+  startService();
+  startServer();
+  startHost({});
+  EXPECT_EQ(host->wait(), 1);
+  EXPECT_EQ(host->countOf("the server's certificate is not trusted: it was issued by \"\""), 1);
+  EXPECT_FALSE(proposedFingerprint().empty());
 }
 
 TEST_F(RdpSecurity, NamedFingerprintIsTrusted) {
