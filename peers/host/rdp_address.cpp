@@ -50,10 +50,17 @@ void setUser(const std::string& text, RdpTarget& target) {
   if (slash != std::string::npos) target.domain = text.substr(0, slash);
 }
 
+// A line of a file that may come from another system.
+bool readLine(std::istream& stream, std::string& line) {
+  if (!std::getline(stream, line)) return false;
+  if (line.ends_with('\r')) line.pop_back();
+  return !line.empty();
+}
+
 void readCredentials(const std::string& file, RdpTarget& target) {
   std::ifstream stream(file);
   std::string user;
-  if (!std::getline(stream, user) || user.empty() || !std::getline(stream, target.password)) {
+  if (!readLine(stream, user) || !readLine(stream, target.password)) {
     throw std::runtime_error("cannot read credentials from " + file +
                              ": it should hold the user's name in its first line, as USER or "
                              "DOMAIN\\USER, and the password in its second");
@@ -118,6 +125,9 @@ RdpTarget rdpTarget(const Options& options) {
   } else {
     setUser(environment("LUMSAR_USER"), target);
     target.password = environment("LUMSAR_PASSWORD");
+    if (!target.user.empty() && target.password.empty()) {
+      throw UsageError("LUMSAR_USER is set, and LUMSAR_PASSWORD is not: set both or neither");
+    }
   }
   return target;
 }

@@ -19,6 +19,8 @@ constexpr UINT32 kWidth = 640;
 constexpr UINT32 kHeight = 480;
 // A server may stall this long while bytes wait for it.
 constexpr UINT32 kStallMs = 30000;
+// What ends sooner than this is no success, and the pauses go on growing.
+constexpr std::chrono::seconds kLasting{10};
 
 void assign(char*& setting, const std::string& value) {
   std::free(setting);
@@ -57,6 +59,8 @@ bool isPermanent(UINT32 error) {
     case FREERDP_ERROR_CONNECT_ACCOUNT_EXPIRED:
     case FREERDP_ERROR_CONNECT_ACCOUNT_LOCKED_OUT:
     case FREERDP_ERROR_CONNECT_ACCOUNT_RESTRICTION:
+    case FREERDP_ERROR_CONNECT_LOGON_TYPE_NOT_GRANTED:
+    case FREERDP_ERROR_CONNECT_NO_OR_MISSING_CREDENTIALS:
     case FREERDP_ERROR_CONNECT_PASSWORD_EXPIRED:
     case FREERDP_ERROR_CONNECT_PASSWORD_CERTAINLY_EXPIRED:
     case FREERDP_ERROR_CONNECT_PASSWORD_MUST_CHANGE:
@@ -65,6 +69,12 @@ bool isPermanent(UINT32 error) {
     default:
       return false;
   }
+}
+
+// By another client of the same session, or by its user; that was meant.
+bool isTakenAway(UINT32 error) {
+  return error == FREERDP_ERROR_DISCONNECTED_BY_OTHER_CONNECTION ||
+         error == FREERDP_ERROR_LOGOFF_BY_USER;
 }
 
 }  // namespace
@@ -90,6 +100,7 @@ RdpClient::RdpClient(const RdpTarget& target, RdpChannel& channel)
   m_instance->PostConnect = postConnect;
   m_instance->PostDisconnect = postDisconnect;
   m_instance->VerifyCertificateEx = verifyCertificate;
+  watchState();
   configure();
 }
 
@@ -106,6 +117,8 @@ void RdpClient::configure() {
   rdpSettings& settings = *m_instance->settings;
   assign(settings.ServerHostname, m_target.host);
   settings.ServerPort = m_target.port;
+  // The proxy of the environment is for the web, and the library does not stop waiting for one.
+  settings.ProxyType = PROXY_TYPE_IGNORE;
   assign(settings.CertificateName, m_target.serverName);
   assign(settings.Username, m_target.user);
   assign(settings.Domain, m_target.domain);
@@ -129,6 +142,29 @@ void RdpClient::configure() {
   settings.NetworkAutoDetect = FALSE;
   settings.AutoReconnectionEnabled = FALSE;
   settings.TcpAckTimeout = kStallMs;
+}
+
+// The library reports this event and leaves it to others to add it to those that are reported.
+void RdpClient::watchState() {
+  wEventType event[] = {DEFINE_EVENT_ENTRY(ConnectionStateChange)};
+  wPubSub* events = m_instance->context->pubSub;
+  PubSub_AddEventTypes(events, event, 1);
+  PubSub_SubscribeConnectionStateChange(events, stateChanged);
+}
+
+void RdpClient::stateChanged(void* context, ConnectionStateChangeEventArgs* change) {
+  RdpClient& client = *static_cast<Context*>(context)->client;
+  const bool active = change->active == TRUE;
+  if (client.m_active.exchange(active) && !active) client.m_waitingSince = Clock::now();
+  if (change->state == CONNECTION_STATE_INITIAL && !client.m_wasConnected) client.attemptFailed();
+}
+
+// When a server hangs up, the library tries once more at once, with the same password. It does not
+// when the attempt was cancelled.
+void RdpClient::attemptFailed() {
+  if (freerdp_get_last_error(m_instance->context) != FREERDP_ERROR_CONNECT_TRANSPORT_FAILED) return;
+  m_failure = FREERDP_ERROR_CONNECT_TRANSPORT_FAILED;
+  freerdp_set_last_error(m_instance->context, FREERDP_ERROR_CONNECT_CANCELLED);
 }
 
 BOOL RdpClient::preConnect(freerdp* instance) {
@@ -172,11 +208,12 @@ DWORD RdpClient::verifyCertificate(freerdp* instance, const char* host, UINT16 /
 
 RdpClient::Outcome RdpClient::run() noexcept {
   m_wasConnected = freerdp_connect(m_instance) == TRUE;
-  m_connecting = false;
   if (m_wasConnected) {
+    const auto begun = Clock::now();
     rdpUpdate* update = m_instance->update;
     if (update->SuppressOutput != nullptr) update->SuppressOutput(m_instance->context, 0, nullptr);
     stayConnected();
+    m_connectedFor = Clock::now() - begun;
   }
   Outcome result = outcome();
   freerdp_disconnect(m_instance);
@@ -202,27 +239,39 @@ RdpClient::Outcome RdpClient::outcome() const {
   Outcome result;
   result.wasConnected = m_wasConnected;
   const UINT32 error = freerdp_get_last_error(m_instance->context);
-  result.atLogOn =
-      !m_wasConnected && !m_target.user.empty() && error == FREERDP_ERROR_CONNECT_TRANSPORT_FAILED;
+  result.lasted = m_connectedFor >= kLasting && !isTakenAway(error);
+  result.atLogOn = perhapsRefused();
   result.permanent = !m_refusedCertificate.empty() || isPermanent(error);
   result.why = m_refusedCertificate.empty() ? lastError() : m_refusedCertificate;
   return result;
 }
 
+// The server has hung up after it had agreed on how to log on.
+bool RdpClient::perhapsRefused() const {
+  return m_failure == FREERDP_ERROR_CONNECT_TRANSPORT_FAILED && !m_target.user.empty() &&
+         m_instance->settings->SelectedProtocol != 0 && !m_wasSilent;
+}
+
+std::string RdpClient::server() const {
+  return m_target.host.front() == '/' ? m_target.host
+                                      : m_target.host + ":" + std::to_string(m_target.port);
+}
+
 std::string RdpClient::lastError() const {
-  const UINT32 error = freerdp_get_last_error(m_instance->context);
-  const std::string server = m_target.host.front() == '/'
-                                 ? m_target.host
-                                 : m_target.host + ":" + std::to_string(m_target.port);
-  if (error == FREERDP_ERROR_SUCCESS) return server + " ended the connection";
+  if (m_wasSilent) {
+    return server() + " has not answered within " + std::to_string(m_target.answerLimit.count()) +
+           " s";
+  }
+  const UINT32 error =
+      m_failure != FREERDP_ERROR_SUCCESS ? m_failure : freerdp_get_last_error(m_instance->context);
+  if (error == FREERDP_ERROR_SUCCESS) return server() + " ended the connection";
   if (isPermanent(error)) {
-    return server + " refused " +
+    return server() + " refused " +
            (m_target.user.empty() ? "a user without a name" : "user \"" + m_target.user + "\"") +
            ": " + freerdp_get_last_error_string(error);
   }
-  std::string why = server + ": " + freerdp_get_last_error_string(error);
-  if (error == FREERDP_ERROR_CONNECT_TRANSPORT_FAILED && !m_wasConnected &&
-      !m_target.user.empty()) {
+  std::string why = server() + ": " + freerdp_get_last_error_string(error);
+  if (perhapsRefused()) {
     why += " Perhaps it does not know user \"" + m_target.user +
            "\" with this password, or allows no channels.";
   }
@@ -232,8 +281,10 @@ std::string RdpClient::lastError() const {
   return why;
 }
 
-bool RdpClient::connectingSince(std::chrono::milliseconds time) const {
-  return m_connecting && std::chrono::steady_clock::now() - m_begun > time;
+void RdpClient::endIfSilent() {
+  if (m_active || Clock::now() - m_waitingSince.load() < m_target.answerLimit) return;
+  m_wasSilent = true;
+  end();
 }
 
 void RdpClient::end() {

@@ -14,8 +14,6 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kFirstPause{250};
 constexpr milliseconds kLongestPause{5000};
-// The library has a limit for TCP's answer only, not for the server's.
-constexpr std::chrono::seconds kAnswerLimit{20};
 constexpr std::chrono::seconds kWatchInterval{1};
 constexpr milliseconds kEndInterval{100};
 // How often to try a user whom the server may be refusing; more could lock the account.
@@ -78,13 +76,16 @@ void RdpTransport::wake() {
 
 void RdpTransport::run() {
   milliseconds time = kFirstPause;
-  int logOns = 0;
+  bool wasConnected = false;
+  int refusals = 0;
   while (true) {
     const RdpClient::Outcome outcome = attempt();
-    logOns = outcome.atLogOn ? logOns + 1 : 0;
-    if (outcome.permanent || logOns == kMaxLogOns) return m_inbox->refused(outcome.why);
+    // Who has been let in once is known.
+    wasConnected = wasConnected || outcome.wasConnected;
+    if (outcome.atLogOn && !wasConnected) ++refusals;
+    if (outcome.permanent || refusals == kMaxLogOns) return m_inbox->refused(outcome.why);
     m_inbox->trouble(outcome.why);
-    if (outcome.wasConnected) time = kFirstPause;
+    if (outcome.lasted) time = kFirstPause;
     if (!pause(time)) return;
     time = std::min(time * 2, kLongestPause);
   }
@@ -123,9 +124,7 @@ void RdpTransport::watch() {
     if (error) return;
     {
       const std::lock_guard lock(m_mutex);
-      if (m_attempt != nullptr && m_attempt->client.connectingSince(kAnswerLimit)) {
-        m_attempt->client.end();
-      }
+      if (m_attempt != nullptr) m_attempt->client.endIfSilent();
     }
     watch();
   });

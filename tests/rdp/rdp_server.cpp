@@ -108,6 +108,7 @@ void RdpServer::run() {
 }
 
 void RdpServer::serve(int socket) {
+  ++m_connections;
   m_dropClient = false;
   lumsar::MessageAssembler assembler;
   freerdp_peer* peer = freerdp_peer_new(socket);

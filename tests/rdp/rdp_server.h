@@ -51,6 +51,7 @@ class RdpServer {
   }
 
   int clients() const { return m_clients; }
+  int connections() const { return m_connections; }  // also of those who did not become clients
   std::size_t largestPiece() const { return m_largestPiece; }
   std::size_t strayBytes() const { return m_strayBytes; }
 
@@ -82,6 +83,7 @@ class RdpServer {
   std::atomic<bool> m_wantChannel{true};
   std::atomic<bool> m_activated{false};
   std::atomic<int> m_clients{0};
+  std::atomic<int> m_connections{0};
   std::atomic<int> m_toPaint{0};
   std::atomic<UINT32> m_width{0};  // of the desktop, as the test wants it; 0 for the client's
   std::atomic<UINT32> m_height{0};

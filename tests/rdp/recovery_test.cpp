@@ -113,6 +113,52 @@ TEST_F(RdpRecovery, NoServerThenOne) {
   EXPECT_EQ(host->stop(), 0);
 }
 
+TEST_F(RdpRecovery, ServerThatDropsEveryClientIsSpared) {
+  startService();
+  startServer();
+  startHost();
+  const auto end = std::chrono::steady_clock::now() + seconds(8);
+  while (std::chrono::steady_clock::now() < end) {
+    if (!server->waitForClient(milliseconds(100))) continue;
+    std::this_thread::sleep_for(milliseconds(300));  // until the host, too, takes it for connected
+    server->dropClient();
+    std::this_thread::sleep_for(milliseconds(100));
+  }
+  EXPECT_GE(host->countOf("channel to the VM is closed"), 2);
+  EXPECT_LE(server->clients(), 5);
+  EXPECT_EQ(host->stop(), 0);
+}
+
+// As a forwarded port does while the VM behind it boots.
+TEST_F(RdpRecovery, PortThatIsOpenWithoutAServer) {
+  startService();
+  const int listener = listenAt(path("rdp"));
+  startHost({"--ignore-certificate"}, {{"LUMSAR_USER", "ada"}, {"LUMSAR_PASSWORD", "password"}});
+  int connections = 0;
+  const auto end = std::chrono::steady_clock::now() + seconds(4);
+  while (std::chrono::steady_clock::now() < end) {
+    const int client = acceptSoon(listener);
+    if (client < 0) continue;
+    ++connections;
+    close(client);
+  }
+  close(listener);
+  EXPECT_GE(connections, 3);
+  startServer();
+  ASSERT_TRUE(server->waitForClient());
+  greet();
+  EXPECT_EQ(host->stop(), 0);
+}
+
+TEST_F(RdpRecovery, ProxyOfTheEnvironmentIsNotForRdp) {
+  startService();
+  startServer();
+  startHost({"--ignore-certificate"}, {{"https_proxy", "http://127.0.0.1:1"}});
+  ASSERT_TRUE(server->waitForClient());
+  greet();
+  EXPECT_EQ(host->stop(), 0);
+}
+
 TEST_F(RdpRecovery, InterruptJustBeforeConnecting) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "sanitizers want nothing to be loaded before them";

@@ -119,6 +119,27 @@ TEST_F(RdpSecurity, WrongPasswordIsNotTriedForEver) {
   EXPECT_EQ(host->wait(), 1);
   EXPECT_GE(host->countOf("does not know user \"ada\" with this password"), 1) << host->output();
   EXPECT_EQ(server->clients(), 0);
+  EXPECT_LE(server->connections(), 3) << "so many could lock the account";
+}
+
+TEST_F(RdpSecurity, UserWithoutAPassword) {
+  startHost({}, {{"LUMSAR_USER", "ada"}});
+  EXPECT_EQ(host->wait(), 2);
+  EXPECT_EQ(host->countOf("LUMSAR_USER is set, and LUMSAR_PASSWORD is not"), 1);
+  writeCredentials("");
+  startHost({"--credentials", path("credentials")});
+  EXPECT_EQ(host->wait(), 1);
+  EXPECT_EQ(host->countOf("cannot read credentials"), 1);
+}
+
+TEST_F(RdpSecurity, CredentialsFromAnotherSystem) {
+  startService();
+  startServerWithUsers();
+  std::ofstream(path("credentials")) << "ada\r\npassword\r\n";
+  startHost({"--ignore-certificate", "--credentials", path("credentials")});
+  ASSERT_TRUE(server->waitForClient());
+  greet();
+  EXPECT_EQ(host->stop(), 0);
 }
 
 TEST_F(RdpSecurity, ServerThatWantsAUser) {
