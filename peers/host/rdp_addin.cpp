@@ -156,7 +156,8 @@ class AddIn {
 // The plug-in serves one host a process.
 bool isLoaded = false;
 
-bool enter(const CHANNEL_ENTRY_POINTS_FREERDP_EX& entry, void* initHandle) {
+// Says so when there will be no cameras. The client is not told: it would not connect at all.
+void enter(const CHANNEL_ENTRY_POINTS_FREERDP_EX& entry, void* initHandle) {
   try {
     if (isLoaded) throw std::runtime_error("the channel is loaded already");
     auto addIn =
@@ -170,10 +171,8 @@ bool enter(const CHANNEL_ENTRY_POINTS_FREERDP_EX& entry, void* initHandle) {
     }
     isLoaded = true;
     static_cast<void>(addIn.release());  // the client's, until it terminates the channel
-    return true;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "lumsar: no cameras: %s\n", error.what());
-    return false;
   }
 }
 
@@ -186,5 +185,6 @@ VirtualChannelEntryEx(PCHANNEL_ENTRY_POINTS_EX points, PVOID initHandle);
 
 BOOL VCAPITYPE VirtualChannelEntryEx(PCHANNEL_ENTRY_POINTS_EX points, PVOID initHandle) {
   const auto& entry = *reinterpret_cast<CHANNEL_ENTRY_POINTS_FREERDP_EX*>(points);
-  return lumsar::host::enter(entry, initHandle) ? TRUE : FALSE;
+  lumsar::host::enter(entry, initHandle);
+  return TRUE;
 }

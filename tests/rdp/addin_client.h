@@ -63,6 +63,14 @@ class AddInClient {
 
   bool connected() const { return m_connected; }
 
+  // Waits until the server has ended the connection, and makes a new one.
+  bool connectAgain() {
+    m_thread.join();
+    m_connected = freerdp_reconnect(m_instance) == TRUE;
+    if (m_connected) m_thread = std::thread([this] { run(); });
+    return m_connected;
+  }
+
  private:
   struct Context {
     rdpContext base;

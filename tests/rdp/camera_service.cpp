@@ -33,6 +33,14 @@ bool CameraService::connected() {
   return m_client >= 0;
 }
 
+bool CameraService::waitUntilLeft(milliseconds patience) {
+  const auto end = std::chrono::steady_clock::now() + patience;
+  while (connected() && std::chrono::steady_clock::now() < end) {
+    std::this_thread::sleep_for(milliseconds(5));
+  }
+  return !connected();
+}
+
 void CameraService::run() {
   while (!m_stopping) {
     const int client = acceptSoon(m_listener);

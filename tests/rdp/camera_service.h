@@ -26,6 +26,8 @@ class CameraService {
   void stall(bool stalled) { m_stalled = stalled; }
   // Whether a plug-in is connected.
   bool connected();
+  // Waits until none is.
+  bool waitUntilLeft(milliseconds patience = kPatience);
 
  private:
   void run();

@@ -1,12 +1,14 @@
 // libvdi_ipc.so for the RDP tests: carries messages as they are over the Unix socket that
 // LUMSAR_TEST_SERVICE names, on which the test plays the camera service. Loaded by the plug-in;
-// callbacks come from one thread a connection.
+// callbacks come from one thread a connection. Made in a process whose working directory is not
+// LUMSAR_TEST_DIRECTORY, it makes no client.
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <condition_variable>
 #include <cstdlib>
+#include <filesystem>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -126,9 +128,16 @@ Client* of(void* client) {
   return static_cast<Client*>(client);
 }
 
+// Whether the process is where LUMSAR_TEST_DIRECTORY says, if the test cares.
+bool isAtHome() {
+  const char* home = std::getenv("LUMSAR_TEST_DIRECTORY");
+  return home == nullptr || std::filesystem::read_symlink("/proc/self/cwd") == home;
+}
+
 }  // namespace
 
 LUMSAR_EXPORT void* VDI_CreateIpcClient(lumsar::IpcClientParams* params) {
+  if (!isAtHome()) return nullptr;
   return new Client(*params);  // deleted by VDI_DestroyIpcClient
 }
 LUMSAR_EXPORT void VDI_DestroyIpcClient(void* client) {
