@@ -82,8 +82,7 @@ void RdpChannel::openEvent(void* self, DWORD /*handle*/, UINT event, void* data,
   try {
     switch (event) {
       case CHANNEL_EVENT_DATA_RECEIVED:
-        // The chunks' first and last flags belong to single writes, not to our messages.
-        return channel.m_inbox.received({static_cast<const unsigned char*>(data), size});
+        return channel.received({static_cast<const unsigned char*>(data), size});
       case CHANNEL_EVENT_WRITE_COMPLETE:  // also after a write that failed
       case CHANNEL_EVENT_WRITE_CANCELLED:
         return channel.writeComplete(static_cast<Piece*>(data));
@@ -93,6 +92,16 @@ void RdpChannel::openEvent(void* self, DWORD /*handle*/, UINT event, void* data,
   } catch (const std::exception&) {
     // Out of memory: these bytes are lost, and the stream finds its feet at the next message.
   }
+}
+
+// The chunks' first and last flags belong to single writes, not to our messages.
+void RdpChannel::received(std::span<const unsigned char> bytes) {
+  {
+    // A client that connects again reports bytes before it reports the connection.
+    const std::lock_guard lock(m_mutex);
+    if (!m_open) return;
+  }
+  m_inbox.received(bytes);
 }
 
 void RdpChannel::writeComplete(Piece* piece) {

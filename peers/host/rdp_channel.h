@@ -16,6 +16,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <span>
 
 #include "inbox.h"
 #include "send_queue.h"
@@ -58,6 +59,7 @@ class RdpChannel {
                         UINT32 flags);
   void connected();
   void disconnected();
+  void received(std::span<const unsigned char> bytes);
   void writeComplete(Piece* piece);
 
   SendQueue& m_queue;
