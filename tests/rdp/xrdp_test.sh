@@ -154,7 +154,7 @@ test_lumsar_rdp() {
   expect "pictures come to the client that came back" more_pictures_than $((before + 60))
   expect "the second host is done" grep -q '"handshakes":1' "$work/host2.log"
 
-  start host3 rdp "$((port + 1))" --for 1s --wait 7s
+  start host3 rdp "$((port + 1))" --for 1s --wait 20s
   expect "a channel that is not allowed is explained" \
     grep -q 'does the server allow the channel?' "$work/host3.log"
   expect "the third host gives up" grep -q 'the VM has not answered' "$work/host3.log"
