@@ -155,7 +155,9 @@ void RdpClient::watchState() {
 void RdpClient::stateChanged(void* context, ConnectionStateChangeEventArgs* change) {
   RdpClient& client = *static_cast<Context*>(context)->client;
   const bool active = change->active == TRUE;
-  if (client.m_active.exchange(active) && !active) client.m_waitingSince = Clock::now();
+  // In this order, for endIfSilent() may look in between.
+  if (client.m_active && !active) client.m_waitingSince = Clock::now();
+  client.m_active = active;
   if (change->state == CONNECTION_STATE_INITIAL && !client.m_wasConnected) client.attemptFailed();
 }
 
