@@ -12,6 +12,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
+constexpr milliseconds kBetweenStarts{500};
 constexpr milliseconds kFirstPause{1000};
 constexpr milliseconds kLongestPause{30000};
 constexpr milliseconds kSilence{5000};  // without a frame for this long a camera counts as stuck
@@ -30,7 +31,7 @@ void CameraStream::add(FrameReader& reader) {
   if (std::ranges::find(m_readers, &reader) != m_readers.end()) return;
   m_readers.push_back(&reader);
   if (m_readers.size() == 1) {
-    start();
+    startSoon();
   } else {
     refresh();
   }
@@ -52,7 +53,7 @@ void CameraStream::refresh() {
   const CapturePlan plan = planFor(all);
   if (m_capture->adapt(plan)) return;
   stop();
-  start();
+  startSoon();
 }
 
 void CameraStream::requestKeyFrame() {
@@ -69,8 +70,23 @@ CameraStream::Counters CameraStream::counters() const {
   return counters;
 }
 
+void CameraStream::startSoon() {
+  const auto since = asio::steady_timer::clock_type::now() - m_lastStart;
+  if (since >= kBetweenStarts) return start();
+  startAfter(std::chrono::ceil<milliseconds>(kBetweenStarts - since));
+}
+
+void CameraStream::startAfter(milliseconds pause) {
+  m_timer.expires_after(pause);
+  m_timer.async_wait([this](asio::error_code stopped) {
+    if (stopped || m_readers.empty() || m_capture) return;
+    start();
+  });
+}
+
 void CameraStream::start() {
   if (!m_camera.present) return;
+  m_lastStart = asio::steady_timer::clock_type::now();
   CaptureRequest all = m_readers.front()->request();
   for (const FrameReader* reader : m_readers) all = combined(all, reader->request());
   const CapturePlan plan = planFor(all);
@@ -124,16 +140,8 @@ void CameraStream::onCaptureFailed(const std::string& why) {
   m_trouble = why;
   logWarning("camera '", m_camera.info.id, "' failed: ", why, "; next try in ", pause.count(),
              " ms");
-  retryLater();
+  startAfter(pause);
   if (first) m_onTrouble(m_camera, why);
-}
-
-void CameraStream::retryLater() {
-  m_timer.expires_after(m_pause);
-  m_timer.async_wait([this](asio::error_code stopped) {
-    if (stopped || m_readers.empty() || m_capture) return;
-    start();
-  });
 }
 
 CameraStream& StreamTable::of(const Camera& camera) {

@@ -1,6 +1,7 @@
 // CameraStream: one camera and those who read from it. The camera runs while there is a reader, by
-// one Capture that suits them all, and not a moment longer. Trouble with the device is tried again
-// after a growing pause for as long as somebody reads. Bound to the io_context's thread.
+// one Capture that suits them all, and not a moment longer. It is not started again at once, lest a
+// VM keep it switching. Trouble with the device is tried again after a growing pause for as long as
+// somebody reads. Bound to the io_context's thread.
 #ifndef LUMSAR_PEERS_SERVICE_CAMERA_STREAM_H
 #define LUMSAR_PEERS_SERVICE_CAMERA_STREAM_H
 
@@ -53,10 +54,11 @@ class CameraStream : private CaptureEvents {
  private:
   void onFrame(const CapturedFrame& frame) override;
   void onCaptureFailed(const std::string& why) override;
+  void startSoon();
+  void startAfter(std::chrono::milliseconds pause);
   void start();
   void stop();
   void watch();
-  void retryLater();
 
   asio::io_context& m_io;
   Capture::CameraThread& m_cameraThread;
@@ -64,7 +66,8 @@ class CameraStream : private CaptureEvents {
   const OnTrouble m_onTrouble;
   std::vector<FrameReader*> m_readers;
   std::shared_ptr<Capture> m_capture;
-  asio::steady_timer m_timer;  // the pause before the next try, or the watch over a silent camera
+  asio::steady_timer m_timer;  // the pause before the next start, or the watch over a silent camera
+  asio::steady_timer::time_point m_lastStart;
   std::chrono::milliseconds m_pause{0};
   std::string m_trouble;
   std::uint64_t m_framesSeen = 0;  // at the last look

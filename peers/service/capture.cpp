@@ -143,6 +143,7 @@ void Capture::watchBus() {
 
 void Capture::play() {
   asio::post(m_cameraThread, [pipeline = m_pipeline.bin, tap = m_tap] {
+    if (tap->capture.expired()) return;  // ended before its turn came
     if (gst_element_set_state(pipeline.get(), GST_STATE_PLAYING) != GST_STATE_CHANGE_FAILURE) {
       return;
     }

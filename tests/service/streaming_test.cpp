@@ -259,6 +259,30 @@ TEST_F(StreamingTest, AStuckHostLosesFramesAndHarmsNobody) {
   stop = true;
 }
 
+std::size_t occurrences(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; ++at) ++count;
+  return count;
+}
+
+TEST_F(StreamingTest, AVmThatStartsAndStopsWithoutEndHoldsUpNobody) {
+  makePicture(dir / "p.jpg", 640, 480);
+  start({"--camera", "file:" + (dir / "p.jpg")});
+  const auto good = host("good");
+  const auto restless = host("restless");
+  const std::uint32_t number = watch(*restless, "file:p.jpg");
+  for (int i = 0; i < 1000; ++i) {
+    restless->fromVm(CameraDataKind::Stop, number);
+    restless->fromVm(CameraDataKind::Start, number);
+  }
+  const auto begin = std::chrono::steady_clock::now();
+  good->list();
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(1000));
+  const std::size_t frames = restless->records.count(CameraDataKind::Frame);
+  restless->records.await(CameraDataKind::Frame, frames + 3);
+  EXPECT_LE(occurrences(log(), "' is on"), 5U);
+}
+
 // How many frames come in a second once the VM has said, several times, that it takes three.
 std::size_t framesForASlowVm(TestHost& host, std::uint32_t number) {
   CameraStatistics slow;
