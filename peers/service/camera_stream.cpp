@@ -38,7 +38,10 @@ void CameraStream::add(FrameReader& reader) {
 }
 
 void CameraStream::remove(FrameReader& reader) {
-  if (std::erase(m_readers, &reader) == 0) return;
+  if (std::erase(m_readers, &reader) > 0) onReaderGone();
+}
+
+void CameraStream::onReaderGone() {
   if (m_readers.empty()) {
     stop();
   } else {
@@ -129,7 +132,8 @@ void CameraStream::onFrame(const CapturedFrame& frame) {
   m_counters.bytes += frame.picture.size();
   m_pause = milliseconds(0);
   m_trouble.clear();
-  for (FrameReader* reader : m_readers) reader->onFrame(frame);
+  const auto takesNoMore = [&](FrameReader* reader) { return !reader->onFrame(frame); };
+  if (std::erase_if(m_readers, takesNoMore) > 0) onReaderGone();
 }
 
 void CameraStream::onCaptureFailed(const std::string& why) {

@@ -18,8 +18,8 @@ class FrameReader {
  public:
   virtual ~FrameReader() = default;
   virtual CaptureRequest request() const = 0;
-  // Must not add or remove readers.
-  virtual void onFrame(const CapturedFrame& frame) = 0;
+  // False: it takes no more, and is removed. Must not add or remove readers of this camera.
+  virtual bool onFrame(const CapturedFrame& frame) = 0;
 };
 
 class CameraStream : private CaptureEvents {
@@ -54,6 +54,7 @@ class CameraStream : private CaptureEvents {
  private:
   void onFrame(const CapturedFrame& frame) override;
   void onCaptureFailed(const std::string& why) override;
+  void onReaderGone();
   void startSoon();
   void startAfter(std::chrono::milliseconds pause);
   void start();

@@ -2,12 +2,15 @@
 #include "service/share.h"
 
 #include <chrono>
+#include <utility>
 
 #include "service/log.h"
 #include "service/records.h"
 
 namespace lumsar::service {
 namespace {
+
+constexpr std::int64_t kStuck = 10'000'000;  // µs without a frame that leaves
 
 std::int64_t steadyMicroseconds() {
   using namespace std::chrono;
@@ -43,8 +46,15 @@ void Share::setRule(const PolicyRule& rule) {
 void Share::start() {
   if (m_started) return;
   m_started = true;
-  m_counters->needsKey = true;
   m_rateControl.reset();
+  read();
+}
+
+void Share::read() {
+  m_counters->needsKey = true;
+  m_counters->droppedSince = false;
+  m_counters->lastLeft = steadyMicroseconds();
+  m_counters->onLeave = nullptr;
   m_stream.add(*this);
   m_stream.requestKeyFrame();
 }
@@ -52,6 +62,7 @@ void Share::start() {
 void Share::stop() {
   if (!m_started) return;
   m_started = false;
+  m_counters->onLeave = nullptr;
   m_stream.remove(*this);
 }
 
@@ -78,19 +89,39 @@ CaptureRequest Share::request() const {
   return {m_rule, interval()};
 }
 
-void Share::onFrame(const CapturedFrame& frame) {
+bool Share::onFrame(const CapturedFrame& frame) {
   const bool mayBeLeftOut = frame.encoding == kEncodingMjpg;
-  if (mayBeLeftOut && !m_pacer.due(static_cast<std::int64_t>(frame.time), interval())) return;
-  if (m_counters->needsKey && !frame.key) return m_stream.requestKeyFrame();
+  if (mayBeLeftOut && !m_pacer.due(static_cast<std::int64_t>(frame.time), interval())) return true;
+  if (m_counters->needsKey && !frame.key) {
+    m_stream.requestKeyFrame();
+  } else {
+    send(frame);
+  }
+  if (!stuck()) return true;
+  logWarning("camera '", camera().info.id, "' is not read for ", m_link->name(),
+             " until that takes its frames again");
+  m_counters->onLeave = [this] { read(); };
+  return false;
+}
+
+bool Share::stuck() const {
+  return m_counters->droppedSince && steadyMicroseconds() - m_counters->lastLeft > kStuck;
+}
+
+void Share::send(const CapturedFrame& frame) {
   m_counters->needsKey = false;
   ++m_counters->offered;
   m_link->send({frameRecord(m_link->dataType(), camera().number, frame), true,
                 [counters = m_counters](ipc::Message& message) {
                   setSequence(message, static_cast<std::uint32_t>(++counters->frames));
                   counters->bytes += message.bytes().size();
+                  counters->droppedSince = false;
+                  counters->lastLeft = steadyMicroseconds();
+                  if (const auto onLeave = std::exchange(counters->onLeave, nullptr)) onLeave();
                 },
                 [counters = m_counters] {
                   ++counters->dropped;
+                  counters->droppedSince = true;
                   counters->needsKey = true;
                 }});
 }

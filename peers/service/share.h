@@ -1,8 +1,10 @@
 // Share: one camera shared with one VM over one link. Announced when made, it streams between the
-// VM's Start and Stop, and says Gone when it ends. Owned by Host; bound to the io_context's thread.
+// VM's Start and Stop, and says Gone when it ends. While nothing of it gets through for long, it
+// does not read from the camera. Owned by Host; bound to the io_context's thread.
 #ifndef LUMSAR_PEERS_SERVICE_SHARE_H
 #define LUMSAR_PEERS_SERVICE_SHARE_H
 
+#include <functional>
 #include <memory>
 
 #include "lumsar/camera_data.h"
@@ -45,7 +47,10 @@ class Share : private FrameReader {
 
  private:
   CaptureRequest request() const override;
-  void onFrame(const CapturedFrame& frame) override;
+  bool onFrame(const CapturedFrame& frame) override;
+  void read();
+  void send(const CapturedFrame& frame);
+  bool stuck() const;
   std::int64_t interval() const;
 
   CameraStream& m_stream;
@@ -54,10 +59,12 @@ class Share : private FrameReader {
   Pacer m_pacer;
   RateControl m_rateControl;
   bool m_started = false;
-  // Shared with frames that wait in the link's queue. A lost H.264 frame spoils those after it, so
-  // the next to be sent is a key frame.
+  // Shared with frames that wait in the link's queue.
   struct Shared : Counters {
-    bool needsKey = true;
+    bool needsKey = true;       // a lost H.264 frame spoils those after it
+    std::int64_t lastLeft = 0;  // µs: when the last frame left, or reading began
+    bool droppedSince = false;
+    std::function<void()> onLeave;  // set while the share waits for its queue to move
   };
   std::shared_ptr<Shared> m_counters = std::make_shared<Shared>();
 };

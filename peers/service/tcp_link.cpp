@@ -1,6 +1,8 @@
 // TcpLink: see tcp_link.h. Runs on the io_context's thread.
 #include "service/tcp_link.h"
 
+#include <netinet/tcp.h>
+
 #include <cstring>
 #include <random>
 
@@ -10,6 +12,8 @@ namespace lumsar::service {
 namespace {
 
 constexpr std::chrono::milliseconds kFarewell{1000};  // for what is still to be sent
+// A VM that acknowledges nothing for this long, or makes no room, is given up by the system.
+constexpr unsigned int kTakesNothingMs = 10000;
 
 std::uint16_t newToken() {
   std::random_device source;
@@ -42,6 +46,8 @@ void TcpLink::start() {
 void TcpLink::greet() {
   asio::error_code ignored;
   m_socket.set_option(asio::ip::tcp::no_delay(true), ignored);
+  ::setsockopt(m_socket.native_handle(), IPPROTO_TCP, TCP_USER_TIMEOUT, &kTakesNothingMs,
+               sizeof kTakesNothingMs);
   m_stream = std::make_shared<ipc::MessageStream>(std::move(m_socket));
   m_stream->start({[this, self = weak_from_this()](std::span<unsigned char> message) {
                      if (const auto alive = self.lock()) onMessage(message);

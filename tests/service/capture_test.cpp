@@ -24,13 +24,15 @@ struct Reader : FrameReader {
   std::size_t bytes = 0;
   PictureSize size;
   std::int64_t age = 0;
+  bool takesMore = true;
 
   CaptureRequest request() const override { return wanted; }
-  void onFrame(const CapturedFrame& frame) override {
+  bool onFrame(const CapturedFrame& frame) override {
     ++frames;
     bytes = frame.picture.size();
     size = jpegSize(frame.picture);
     age = static_cast<std::int64_t>(cameraClock() - frame.time);
+    return takesMore;
   }
 };
 
@@ -169,6 +171,21 @@ TEST_F(CaptureTest, TwoReadersShareOnePictureWithinBothLimits) {
   EXPECT_TRUE(await([&] { return large.size == PictureSize{640, 480}; }));
 }
 
+TEST_F(CaptureTest, AReaderThatTakesNoMoreIsRemoved) {
+  CameraStream& camera = stream(syntheticCamera("F,320x240@30"));
+  Reader one;
+  Reader other;
+  camera.add(one);
+  camera.add(other);
+  ASSERT_TRUE(await([&] { return one.frames > 0; }));
+  one.takesMore = false;
+  ASSERT_TRUE(await([&] { return camera.readers() == 1; }));
+  const int frames = other.frames;
+  EXPECT_TRUE(await([&] { return other.frames > frames; }));
+  other.takesMore = false;
+  EXPECT_TRUE(await([&] { return !camera.running(); }));
+}
+
 TEST_F(CaptureTest, AnIntervalIsKept) {
   CameraStream& camera = stream(syntheticCamera("F,160x120@60"));
   Reader reader;
@@ -237,9 +254,10 @@ TEST_F(CaptureTest, H264WhereThereIsAnEncoder) {
   struct : Reader {
     bool firstIsKey = false;
     Bytes begin;
-    void onFrame(const CapturedFrame& frame) override {
+    bool onFrame(const CapturedFrame& frame) override {
       if (frames == 0) firstIsKey = frame.key;
       if (frames++ == 0) begin.assign(frame.picture.begin(), frame.picture.begin() + 4);
+      return true;
     }
   } reader;
   reader.wanted.rule.h264 = true;

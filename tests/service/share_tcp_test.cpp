@@ -187,6 +187,25 @@ TEST_F(ShareTcpTest, AVmThatSendsGarbageIsReported) {
   EXPECT_TRUE(host->awaitChange("failed").value("reason").toString().contains("no message"));
 }
 
+TEST_F(ShareTcpTest, AVmThatTakesNothingForLongIsGivenUp) {
+  start({"--camera", "test:A,1280x720@30"});
+  const auto host = this->host();
+  ASSERT_TRUE(host->awaitCamera("test:A"));
+  TcpVm vm;
+  host->command(IPC_MSG_SHARE, document(vm.port));
+  const RawPeer peer = vm.greet();
+  const Record announced = TcpVm::await(peer, CameraDataKind::Announced);
+  TcpVm::send(peer, CameraDataKind::Start, announced.camera);
+  TcpVm::await(peer, CameraDataKind::Frame);
+  const auto running = [&] {
+    return TestHost::camera(host->status(), "test:A").value("running").toBool();
+  };
+  EXPECT_TRUE(running());
+  const milliseconds limit(45000);  // the socket's buffers fill, then ten seconds pass
+  EXPECT_TRUE(waitUntil([&] { return !running(); }, limit));
+  EXPECT_TRUE(waitUntil([&] { return !host->changes().empty(); }, limit)) << "failed";
+}
+
 TEST_F(ShareTcpTest, FromTheHostsWayToTcpAndBack) {
   start({"--camera", "test:A,320x240@30"});
   const auto host = this->host();

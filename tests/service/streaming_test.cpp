@@ -265,6 +265,29 @@ std::size_t occurrences(const std::string& text, const std::string& part) {
   return count;
 }
 
+TEST_F(StreamingTest, AHostThatTakesNothingForLongHasNoCameraOn) {
+  start({"--camera", "test:A,1280x720@30"});
+  const auto good = host("good");
+  TestHost stuck(channel, "stuck");
+  std::atomic<bool> stop = false;
+  const std::uint32_t number = watch(stuck, "test:A");
+  stuck.recorder.duringReceive = [&](unsigned char* data, int length) {
+    while (!stop) std::this_thread::sleep_for(milliseconds(1));
+    const std::span message(data, static_cast<std::size_t>(length));
+    if (readHeader(data).type == IPC_MSG_DATA) stuck.records.add(message.subspan(kHeaderSize));
+  };
+  const auto running = [&] {
+    return TestHost::camera(good->status(), "test:A").value("running").toBool();
+  };
+  EXPECT_TRUE(waitUntil([&] { return !running(); })) << "ten seconds after its last frame";
+  stop = true;
+  EXPECT_TRUE(waitUntil(running));
+  const std::size_t frames = stuck.records.count(CameraDataKind::Frame);
+  stuck.records.await(CameraDataKind::Frame, frames + 10);
+  stuck.fromVm(CameraDataKind::Stop, number);
+  EXPECT_TRUE(waitUntil([&] { return !running(); }));
+}
+
 TEST_F(StreamingTest, AVmThatStartsAndStopsWithoutEndHoldsUpNobody) {
   makePicture(dir / "p.jpg", 640, 480);
   start({"--camera", "file:" + (dir / "p.jpg")});
