@@ -7,6 +7,24 @@
 #include <stdexcept>
 
 namespace lumsar::service {
+namespace {
+
+bool matches(const std::string& pattern, const std::string& value) {
+  return pattern == value || ::fnmatch(pattern.c_str(), value.c_str(), 0) == 0;
+}
+
+bool beginningMatches(const std::string& pattern, const std::string& value) {
+  for (std::size_t size = 1; size <= pattern.size(); ++size) {
+    if (matches(pattern.substr(0, size), value)) return true;
+  }
+  return false;
+}
+
+bool names(const std::string& pattern, const CameraInfo& info) {
+  return matches(pattern, info.id) || matches(pattern, info.name);
+}
+
+}  // namespace
 
 void AccessRules::add(const std::string& text, std::vector<Rule>& rules) {
   const std::size_t at = text.rfind('@');
@@ -18,15 +36,21 @@ void AccessRules::add(const std::string& text, std::vector<Rule>& rules) {
 }
 
 bool AccessRules::Rule::fits(const CameraInfo& info, const std::string& vmId) const {
-  const auto matches = [](const std::string& pattern, const std::string& value) {
-    return pattern == value || ::fnmatch(pattern.c_str(), value.c_str(), 0) == 0;
-  };
-  return matches(vm, vmId) && (matches(camera, info.id) || matches(camera, info.name));
+  return names(text, info) || (matches(vm, vmId) && names(camera, info));
 }
 
-std::string AccessRules::refusal(const CameraInfo& camera, const std::string& vmId) const {
+bool AccessRules::Rule::mayFitMore(const CameraInfo& info,
+                                   const std::string& beginningOfVmId) const {
+  return beginningMatches(vm, beginningOfVmId) && names(camera, info);
+}
+
+std::string AccessRules::refusal(const CameraInfo& camera, const std::string& vmId,
+                                 bool idIsCut) const {
   const auto fits = [&](const Rule& rule) { return rule.fits(camera, vmId); };
-  const auto denied = std::ranges::find_if(m_denied, fits);
+  const auto denies = [&](const Rule& rule) {
+    return fits(rule) || (idIsCut && rule.mayFitMore(camera, vmId));
+  };
+  const auto denied = std::ranges::find_if(m_denied, denies);
   if (denied != m_denied.end()) {
     return "the camera service denies it to VM '" + vmId + "' (--deny " + denied->text + ")";
   }

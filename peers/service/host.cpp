@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "lumsar/vdi_ipc.h"
 #include "service/encoder.h"
 #include "service/host_link.h"
 #include "service/json.h"
@@ -13,6 +14,8 @@ namespace lumsar::service {
 namespace {
 
 constexpr std::size_t kMaxRefusals = 16;
+// A client brings no more of a VM's id than this; a command or policy tells the whole.
+constexpr std::size_t kLongestName = kClientNameSize - 1;
 
 }  // namespace
 
@@ -31,6 +34,11 @@ Host::~Host() {
 const Share* Host::shareOf(const std::string& cameraId) const {
   const auto found = m_shares.find(cameraId);
   return found == m_shares.end() ? nullptr : found->second.get();
+}
+
+std::string Host::refusal(const CameraInfo& camera) const {
+  const bool isCut = m_vmId == m_name && m_name.size() >= kLongestName;
+  return m_context.access.refusal(camera, m_vmId, isCut);
 }
 
 void Host::onMessage(std::span<const unsigned char> message) {
@@ -101,9 +109,8 @@ void Host::onVmRecord(const CameraDataHeader& header, std::span<const unsigned c
 
 void Host::onPlugged(const Camera& camera) {
   const std::string& id = camera.info.id;
-  if (!m_context.access.refusal(camera.info, m_vmId).empty()) {
-    logInfo("camera '", id, "' is kept from ", vmText(), ": ",
-            m_context.access.refusal(camera.info, m_vmId));
+  if (!refusal(camera.info).empty()) {
+    logInfo("camera '", id, "' is kept from ", vmText(), ": ", refusal(camera.info));
     return;
   }
   std::string reason = "plugged in";
@@ -125,7 +132,7 @@ void Host::onUnplugged(const Camera& camera) {
     share.mapped()->withdraw("unplugged");
     m_waiting[id] = share.mapped()->link();
   }
-  if (m_context.access.refusal(camera.info, m_vmId).empty()) {
+  if (refusal(camera.info).empty()) {
     tell(deviceChange("removed", camera, "unplugged"));
   }
 }

@@ -54,6 +54,8 @@ class Host {
   const std::string& vmId() const { return m_vmId; }
   const Share* shareOf(const std::string& cameraId) const;
   const std::map<std::string, std::unique_ptr<Share>>& shares() const { return m_shares; }
+  // Why this camera must not be shared with the VM; empty when it may.
+  std::string refusal(const CameraInfo& camera) const;
   bool waitsFor(const std::string& cameraId) const { return m_waiting.contains(cameraId); }
   const std::deque<DeviceChange>& refusals() const { return m_refusals; }
   const std::vector<std::string>& policyNotes() const { return m_policyNotes; }

@@ -41,8 +41,7 @@ const Camera* Host::wantedCamera(const QJsonObject& command) {
     refuse({change, {}, nullptr, {}, "the command has no deviceId; take one from the camera list"});
     return nullptr;
   }
-  const std::string denied =
-      camera == nullptr ? "" : m_context.access.refusal(camera->info, m_vmId);
+  const std::string denied = camera == nullptr ? "" : refusal(camera->info);
   if (camera == nullptr) {
     refuse(
         {change, reference, nullptr, {}, "there is no such camera; the camera list shows the ids"});
@@ -90,7 +89,7 @@ void Host::shareAll(const QJsonObject& command) {
   m_notOfAll.clear();
   for (const Camera* camera : m_context.catalogue.all()) {
     if (!camera->present) continue;
-    const std::string denied = m_context.access.refusal(camera->info, m_vmId);
+    const std::string denied = refusal(camera->info);
     if (!denied.empty()) {
       logInfo("camera '", camera->info.id, "' is left out: ", denied);
       continue;

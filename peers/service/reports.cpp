@@ -136,7 +136,7 @@ std::vector<DeviceChange> troubles(const Host& host, const HostContext& context,
   for (const auto& [id, why] : unreadable) {
     CameraInfo info;
     info.id = id;
-    if (context.access.refusal(info, host.vmId()).empty()) changes.push_back(fileRefused(id, why));
+    if (host.refusal(info).empty()) changes.push_back(fileRefused(id, why));
   }
   for (const auto& [id, share] : host.shares()) {
     const CameraStream* stream = context.streams.find(share->camera().number);
@@ -152,7 +152,7 @@ QJsonObject cameraList(const Host& host, const HostContext& context, const HostT
                        const std::map<std::string, std::string>& unreadable) {
   QJsonArray cameras;
   for (const Camera* camera : context.catalogue.all()) {
-    if (!context.access.refusal(camera->info, host.vmId()).empty()) continue;
+    if (!host.refusal(camera->info).empty()) continue;
     // One that is unplugged is listed only to the host whose share waits for it.
     if (!camera->present && !host.waitsFor(camera->info.id)) continue;
     cameras.append(describeCamera(*camera, context, hosts));

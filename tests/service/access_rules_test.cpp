@@ -56,6 +56,34 @@ TEST(AccessRulesTest, ADenialCountsMoreThanAnAllowance) {
   EXPECT_EQ(rules.refusal(kDesk, "vm-8"), "");
 }
 
+TEST(AccessRulesTest, ANameMayHoldAnAt) {
+  const CameraInfo icon = camera("file:icon@2x.jpg", "icon@2x");
+  for (const char* rule : {"file:icon@2x.jpg", "icon@2x", "file:icon@*", "file:icon@2x.jpg@vm"}) {
+    AccessRules rules;
+    rules.deny(rule);
+    EXPECT_NE(rules.refusal(icon, "vm"), "") << rule;
+    EXPECT_EQ(rules.refusal(kDesk, "vm"), "") << rule;
+  }
+  AccessRules rules;
+  rules.allow("file:icon@2x.jpg");
+  EXPECT_EQ(rules.refusal(icon, "vm"), "");
+}
+
+TEST(AccessRulesTest, ADenialHoldsForABeginningOfItsVm) {
+  for (const char* rule : {"Desk@vm-12345", "Desk@vm-1*", "Desk@*345", "Desk@vm-?23*"}) {
+    AccessRules rules;
+    rules.deny(rule);
+    EXPECT_NE(rules.refusal(kDesk, "vm-123", true), "") << rule;
+    EXPECT_EQ(rules.refusal(kFront, "vm-123", true), "") << rule;
+    EXPECT_EQ(rules.refusal(kDesk, "v", false), "") << rule;
+  }
+  AccessRules rules;
+  rules.deny("Desk@vm-99999");
+  EXPECT_EQ(rules.refusal(kDesk, "vm-123", true), "");
+  rules.allow("Front*@vm-12345");
+  EXPECT_NE(rules.refusal(kFront, "vm-123", true), "") << "what is allowed has to be sure";
+}
+
 TEST(AccessRulesTest, ABracketInAnIdIsThatCamera) {
   AccessRules rules;
   rules.deny("file:[1].jpg");

@@ -30,6 +30,16 @@ TEST_F(AccessTest, DenialsMayBeForOneVm) {
   bad->awaitChange("refused");
 }
 
+TEST_F(AccessTest, ADenialForAVmHoldsBeforeItsWholeIdIsKnown) {
+  const std::string id = "0f8fad5b-d9cb-469f-a165-70867728950e";
+  start({"--camera", "test:A,320x240", "--camera", "test:B,320x240", "--deny", "A@" + id});
+  TestHost host(channel, id.substr(0, 31));  // all that an introduction has room for
+  ASSERT_TRUE(host.awaitCamera("test:B"));
+  EXPECT_TRUE(TestHost::camera(host.list(), "test:A").isEmpty());
+  host.command(IPC_MSG_SHARE, TestHost::withDevice("share", "test:A"));
+  EXPECT_TRUE(host.awaitChange("refused").value("reason").toString().contains("--deny"));
+}
+
 TEST_F(AccessTest, OnlyWhatIsAllowed) {
   start({"--camera", "test:A,320x240", "--camera", "test:B,320x240", "--allow", "B"});
   const auto host = this->host();

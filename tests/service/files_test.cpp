@@ -138,6 +138,18 @@ TEST_F(FilesTest, ACameraThatFailsIsInTheListUntilItWorks) {
   EXPECT_TRUE(host->list().value("refusals").toArray().isEmpty());
 }
 
+TEST_F(FilesTest, RulesHoldForANameThatIsNoText) {
+  makePicture(dir / "p.jpg", 64, 64);
+  std::filesystem::copy_file(dir / "p.jpg", folder + "/secret-\xFF.jpg");
+  std::filesystem::copy_file(dir / "p.jpg", folder + "/open-\xFF.jpg");
+  start({"--watch", folder, "--deny", "file:secret-*"});
+  const auto host = this->host();
+  EXPECT_TRUE(host->awaitCamera("file:open-%FF.jpg"));
+  ASSERT_TRUE(m_service->awaitOutput("'file:secret-%FF.jpg'"));
+  EXPECT_EQ(host->list().value("cameras").toArray().size(), 1);
+  watch(*host, "file:open-%FF.jpg");
+}
+
 TEST_F(FilesTest, FilesOfOneNameKeepTheirIds) {
   const std::string other = dir / "other";
   std::filesystem::create_directory(other);

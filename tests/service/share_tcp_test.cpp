@@ -201,7 +201,7 @@ TEST_F(ShareTcpTest, AVmThatTakesNothingForLongIsGivenUp) {
     return TestHost::camera(host->status(), "test:A").value("running").toBool();
   };
   EXPECT_TRUE(running());
-  const milliseconds limit(45000);  // the socket's buffers fill, then ten seconds pass
+  const milliseconds limit(25000);  // the socket's buffers fill, then ten seconds pass
   EXPECT_TRUE(waitUntil([&] { return !running(); }, limit));
   EXPECT_TRUE(waitUntil([&] { return !host->changes().empty(); }, limit)) << "failed";
 }
