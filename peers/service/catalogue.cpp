@@ -28,13 +28,15 @@ const Camera* Catalogue::find(const std::string& reference) const {
     return &found->second;
   }
   const Camera* named = nullptr;
+  bool several = false;
   for (const Camera* camera : m_inOrder) {
     if (std::to_string(camera->number) == reference) return camera;
     if (camera->info.name != reference) continue;
-    if (named != nullptr) return nullptr;
+    if (named != nullptr && named->present && !camera->present) continue;
+    several = named != nullptr && named->present == camera->present;
     named = camera;
   }
-  return named;
+  return several ? nullptr : named;
 }
 
 }  // namespace lumsar::service

@@ -18,7 +18,7 @@ class Catalogue {
   // Null when it was not there.
   const Camera* unplug(const std::string& id);
 
-  // By id, by number or by a name that only one camera has.
+  // By id, by number or by a name that only one camera has, of those that are there if any is.
   const Camera* find(const std::string& reference) const;
   // All, by number.
   const std::vector<const Camera*>& all() const { return m_inOrder; }

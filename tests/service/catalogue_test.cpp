@@ -55,6 +55,24 @@ TEST(CatalogueTest, ANameOfTwoCamerasNamesNone) {
   EXPECT_EQ(catalogue.find("Webcam"), nullptr);
 }
 
+TEST(CatalogueTest, ANameIsThatOfTheCameraThatIsThere) {
+  Catalogue catalogue;
+  catalogue.plug(camera("usb-1", "Webcam"));
+  catalogue.unplug("usb-1");
+  EXPECT_NE(catalogue.find("Webcam"), nullptr) << "none is there, and one had it";
+  const Camera* moved = catalogue.plug(camera("usb-2", "Webcam"));
+  EXPECT_EQ(catalogue.find("Webcam"), moved);
+  catalogue.unplug("usb-2");
+  EXPECT_EQ(catalogue.find("Webcam"), nullptr);
+  const Camera* back = catalogue.plug(camera("usb-1", "Webcam"));
+  EXPECT_EQ(catalogue.find("Webcam"), back);
+  catalogue.plug(camera("usb-3", "Webcam"));
+  EXPECT_EQ(catalogue.find("Webcam"), nullptr);
+  catalogue.plug(camera("usb-4", "Webcam"));
+  catalogue.unplug("usb-4");
+  EXPECT_EQ(catalogue.find("Webcam"), nullptr) << "two that are there still have it";
+}
+
 TEST(CatalogueTest, AnIdCountsMoreThanANumber) {
   Catalogue catalogue;
   catalogue.plug(camera("x"));
