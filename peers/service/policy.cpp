@@ -109,9 +109,14 @@ void readPixelFormats(const QJsonObject& object, PolicyRule& rule, Notes& notes)
   }
 }
 
-// Empty text: any id. False when the text is no id.
+// Empty text or none: any id. False when it is no id; a number is none, as its base is not clear.
 bool readUsbId(const QJsonObject& object, const char* key, std::optional<std::uint16_t>& id,
                Notes& notes) {
+  if (!object.contains(key)) return true;
+  if (!object.value(key).isString()) {
+    notes.push_back(joined(key, " is no text of four hexadecimal digits; the rule is left out"));
+    return false;
+  }
   const QString text = object.value(key).toString().trimmed();
   if (text.isEmpty()) return true;
   bool valid = false;

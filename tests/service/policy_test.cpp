@@ -92,7 +92,9 @@ TEST(PolicyTest, CorrectionsAreSaid) {
         Correction{R"("cameraPixelFormat":["XYZ","MJPG"])", "'XYZ' is not known"},
         Correction{R"("cameraPixelFormat":"MJPG")", "names no known format"},
         Correction{R"("cameraVID":"webcam")", "no USB id"},
-        Correction{R"("cameraPID":"12345")", "no USB id"}}) {
+        Correction{R"("cameraPID":"12345")", "no USB id"},
+        Correction{R"("cameraVID":1133)", "no text"},
+        Correction{R"("cameraPID":null)", "no text"}}) {
     const PolicyReading reading = readRule(c.members);
     ASSERT_TRUE(reading.policy.has_value()) << c.members;
     ASSERT_EQ(reading.notes.size(), 1U) << c.members;
