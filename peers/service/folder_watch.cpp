@@ -60,7 +60,7 @@ void FolderWatch::read() {
 
 void FolderWatch::onEvent(const inotify_event& event, const std::string& name) {
   if ((event.mask & IN_Q_OVERFLOW) != 0) return scan();
-  if ((event.mask & (IN_DELETE_SELF | IN_MOVE_SELF)) != 0) {
+  if ((event.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) != 0) {
     logWarning("the watched folder ", m_folder, " is gone; restart the service to watch it again");
     while (!m_files.empty()) vanished(*m_files.begin());
     return;

@@ -3,6 +3,7 @@
 #include "service/folder_watch.h"
 
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 
 #include <set>
 #include <stdexcept>
@@ -107,6 +108,17 @@ TEST_F(FolderWatchTest, AFolderThatVanishesTakesItsFilesAlong) {
   begin();
   ASSERT_TRUE(await({"a"}));
   fs::remove_all(dir.path());
+  EXPECT_TRUE(await({}));
+}
+
+TEST_F(FolderWatchTest, AFolderThatIsUnmountedTakesItsFilesAlong) {
+  if (::mount("tmpfs", dir.path().c_str(), "tmpfs", 0, nullptr) != 0) {
+    GTEST_SKIP() << "mounting needs root: " << std::strerror(errno);
+  }
+  write("a");
+  begin();
+  EXPECT_TRUE(await({"a"}));
+  EXPECT_EQ(::umount(dir.path().c_str()), 0);
   EXPECT_TRUE(await({}));
 }
 
