@@ -47,17 +47,18 @@ const std::string& FileCameras::idOf(const std::string& path) {
 void FileCameras::add(const std::string& path) {
   Entry& entry = m_files[path];
   m_cameras.unplug(idOf(path));
-  entry.probe = ++m_lastProbe;
-  asio::post(m_probeThread, [this, path, number = entry.probe] {
-    FileProbe probe = probeFile(path);
-    asio::post(m_io, [this, path, number, probe] { onProbed(path, number, probe); });
+  entry.probe = std::make_shared<Probe>();
+  asio::post(m_probeThread, [this, path, probe = std::weak_ptr(entry.probe)] {
+    if (probe.expired()) return;
+    const FileProbe found = probeFile(path);
+    asio::post(m_io, [this, path, probe, found] {
+      if (!probe.expired()) onProbed(path, found);
+    });
   });
 }
 
-void FileCameras::onProbed(const std::string& path, unsigned int number, const FileProbe& probe) {
-  const auto found = m_files.find(path);
-  if (found == m_files.end() || found->second.probe != number) return;
-  found->second.trouble = probe.error;
+void FileCameras::onProbed(const std::string& path, const FileProbe& probe) {
+  m_files[path].trouble = probe.error;
   if (!probe.error.empty()) return m_onUnreadable(idOf(path), probe.error);
   m_cameras.plug({idOf(path), asUtf8(std::filesystem::path(path).stem().string()), probe.format,
                   [path, probe] { return makeFileSource(path, probe); }});

@@ -7,6 +7,7 @@
 #include <asio/thread_pool.hpp>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 
 #include "service/file_probe.h"
@@ -30,20 +31,21 @@ class FileCameras {
   std::map<std::string, std::string> unreadable() const;
 
  private:
+  // One look into a file; gone when the file is, or was written anew.
+  struct Probe {};
   struct Entry {
-    unsigned int probe = 0;  // the number of the latest; older ones come too late
-    std::string trouble;     // empty for one that can be read
+    std::shared_ptr<Probe> probe;  // the latest
+    std::string trouble;           // empty for one that can be read
   };
 
   const std::string& idOf(const std::string& path);
-  void onProbed(const std::string& path, unsigned int number, const FileProbe& probe);
+  void onProbed(const std::string& path, const FileProbe& probe);
 
   asio::io_context& m_io;
   VirtualCameras& m_cameras;
   const OnUnreadable m_onUnreadable;
   std::map<std::string, Entry> m_files;      // by path
   std::map<std::string, std::string> m_ids;  // by path; kept, so that a file keeps its id
-  unsigned int m_lastProbe = 0;
   asio::thread_pool m_probeThread{1};
 };
 

@@ -5,6 +5,7 @@
 #include <gst/pbutils/pbutils.h>
 
 #include <algorithm>
+#include <optional>
 
 #include "service/log.h"
 #include "service/source_bin.h"
@@ -56,24 +57,35 @@ FileProbe describe(GstDiscovererVideoInfo* video) {
   return probe;
 }
 
-}  // namespace
-
-FileProbe probeFile(const std::string& path) {
+// Nothing when it took too long.
+std::optional<FileProbe> probeOnce(const std::string& path) {
   GError* error = nullptr;
   const std::unique_ptr<GstDiscoverer, ProbeRelease> discoverer(
       gst_discoverer_new(kProbeLimit, &error));
   GstPtr<GError> owned(error);
-  if (!discoverer) return {joined("GStreamer cannot look into files: ", error->message), false, {}};
+  if (!discoverer) {
+    return FileProbe{joined("GStreamer cannot look into files: ", error->message), false, {}};
+  }
   error = nullptr;
   const std::unique_ptr<GstDiscovererInfo, ProbeRelease> info(
       gst_discoverer_discover_uri(discoverer.get(), uriOf(path).c_str(), &error));
   owned.reset(error);
-  if (error != nullptr) return {error->message, false, {}};
+  if (info && gst_discoverer_info_get_result(info.get()) == GST_DISCOVERER_TIMEOUT) return {};
+  if (error != nullptr) return FileProbe{error->message, false, {}};
   GList* streams = gst_discoverer_info_get_video_streams(info.get());
   FileProbe probe = {"there is no picture in it", false, {}};
   if (streams != nullptr) probe = describe(static_cast<GstDiscovererVideoInfo*>(streams->data));
   gst_discoverer_stream_info_list_free(streams);
   return probe;
+}
+
+}  // namespace
+
+FileProbe probeFile(const std::string& path) {
+  for (int i = 0; i < 2; ++i) {  // a system that is busy for a moment is no fault of the file
+    if (const auto probe = probeOnce(path)) return *probe;
+  }
+  return {joined("it could not be read within ", kProbeLimit / GST_SECOND, " s"), false, {}};
 }
 
 GstElement* makeFileSource(const std::string& path, const FileProbe& probe) {

@@ -138,6 +138,19 @@ TEST_F(FilesTest, ACameraThatFailsIsInTheListUntilItWorks) {
   EXPECT_TRUE(host->list().value("refusals").toArray().isEmpty());
 }
 
+TEST_F(FilesTest, AFileThatIsAlwaysWrittenIsLookedIntoAtItsEnd) {
+  makePicture(dir / "p.jpg", 1920, 1080);
+  start({"--watch", folder});
+  const auto host = this->host();
+  for (int i = 0; i < 1000; ++i) {
+    std::filesystem::copy_file(dir / "p.jpg", folder + "/a.jpg",
+                               std::filesystem::copy_options::overwrite_existing);
+  }
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_TRUE(host->awaitCamera("file:a.jpg"));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(2000));
+}
+
 TEST_F(FilesTest, RulesHoldForANameThatIsNoText) {
   makePicture(dir / "p.jpg", 64, 64);
   std::filesystem::copy_file(dir / "p.jpg", folder + "/secret-\xFF.jpg");
