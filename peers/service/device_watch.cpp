@@ -3,6 +3,7 @@
 #include "service/device_watch.h"
 
 #include <asio/post.hpp>
+#include <fstream>
 #include <stdexcept>
 
 #include "service/device_formats.h"
@@ -11,6 +12,8 @@
 
 namespace lumsar::service {
 namespace {
+
+constexpr const char* kBusPath = "device.bus_path";
 
 std::string property(const GstStructure* properties, const char* name) {
   const char* value = properties == nullptr ? nullptr : gst_structure_get_string(properties, name);
@@ -22,16 +25,42 @@ std::uint16_t hexProperty(const GstStructure* properties, const char* name) {
   return static_cast<std::uint16_t>(std::strtoul(text.c_str(), nullptr, 16));
 }
 
+// The system's number among the capture nodes of one USB function.
+std::string nodeIndex(const GstStructure* properties) {
+  std::string index;
+  std::getline(std::ifstream(property(properties, "sysfs.path") + "/index"), index);
+  return index;
+}
+
 // For a USB camera the place where it is plugged in, so that it is known again; other buses have
 // one place for several cameras. The device file otherwise.
 std::string identify(const GstStructure* properties, const std::string& name) {
   const bool usb = property(properties, "device.bus") == "usb";
-  for (const char* key : {kVirtualIdProperty, usb ? "device.bus_path" : "device.path",
-                          "device.path", "api.v4l2.path"}) {
+  for (const char* key :
+       {kVirtualIdProperty, usb ? kBusPath : "device.path", "device.path", "api.v4l2.path"}) {
     std::string value = property(properties, key);
-    if (!value.empty()) return value;
+    if (value.empty()) continue;
+    const std::string index = key == kBusPath ? nodeIndex(properties) : "";
+    return index.empty() || index == "0" ? value : value + "-video-index" + index;
   }
   return name;
+}
+
+// Kept with the device: when it is unplugged, the system no longer knows it.
+std::string idOf(GstDevice* device, const GstStructure* properties, const std::string& name) {
+  constexpr const char* kKey = "lumsar.known-id";
+  const auto* known = static_cast<const char*>(g_object_get_data(G_OBJECT(device), kKey));
+  if (known != nullptr) return known;
+  std::string id = identify(properties, name);
+  g_object_set_data_full(G_OBJECT(device), kKey, g_strdup(id.c_str()), g_free);
+  return id;
+}
+
+// Other providers report cameras of V4L2's and libcamera's once more, under names of their own.
+bool isReportedTwice(GstDevice* device) {
+  const GstPtr<GstStructure> properties(gst_device_get_properties(device));
+  const std::string path = property(properties.get(), "object.path");
+  return path.starts_with("v4l2:") || path.starts_with("libcamera:");
 }
 
 }  // namespace
@@ -41,6 +70,7 @@ struct DeviceWatch::Inbox {
   Events events;
 
   void post(GstDevice* device, bool plugged, const std::shared_ptr<Inbox>& self) {
+    if (isReportedTwice(device)) return;
     try {
       asio::post(io, [inbox = std::weak_ptr(self), info = describeDevice(device), plugged] {
         const auto alive = inbox.lock();
@@ -58,7 +88,7 @@ CameraInfo describeDevice(GstDevice* device) {
   CameraInfo info;
   info.name = takeText(gst_device_get_display_name(device));
   const GstPtr<GstStructure> properties(gst_device_get_properties(device));
-  info.id = identify(properties.get(), info.name);
+  info.id = idOf(device, properties.get(), info.name);
   info.vendorId = hexProperty(properties.get(), "device.vendor.id");
   info.productId = hexProperty(properties.get(), "device.product.id");
   info.formats = deviceFormats(device);
@@ -79,6 +109,8 @@ DeviceWatch::~DeviceWatch() {
 
 void DeviceWatch::start() {
   gst_device_monitor_add_filter(m_monitor.get(), "Video/Source", nullptr);
+  // Else one provider hides another's devices, and it depends on their order whether all are seen.
+  gst_device_monitor_set_show_all_devices(m_monitor.get(), TRUE);
   const GstPtr<GstBus> bus(gst_device_monitor_get_bus(m_monitor.get()));
   const auto onMessage = [](GstBus*, GstMessage* message, gpointer data) -> GstBusSyncReply {
     const auto& inbox = *static_cast<std::shared_ptr<Inbox>*>(data);
