@@ -7,6 +7,7 @@
 
 #include <asio/post.hpp>
 #include <atomic>
+#include <cmath>
 #include <stdexcept>
 
 #include "lumsar/camera_data.h"
@@ -77,7 +78,8 @@ Capture::Capture(Key /*key*/, asio::io_context& io, CameraThread& cameraThread, 
       m_plan(plan),
       m_events(events),
       m_pipeline(buildPipeline(device, plan)),
-      m_tap(std::make_shared<Tap>(io)) {}
+      m_tap(std::make_shared<Tap>(io)),
+      m_lastPicture(io) {}
 
 Capture::~Capture() {
   asio::post(m_cameraThread, [pipeline = m_pipeline.bin] {
@@ -214,8 +216,16 @@ std::uint64_t Capture::captureTime(GstSample* sample) const {
   return age > kOldest ? now : now - age / GST_USECOND;
 }
 
-// A movie begins again; a camera has no end.
+// A movie begins again when its last picture was there as long as the others; a camera has no end.
 void Capture::onEndOfStream() {
+  const double rate = m_plan.source.rate();
+  m_lastPicture.expires_after(std::chrono::milliseconds(rate > 0 ? std::lround(1000 / rate) : 0));
+  m_lastPicture.async_wait([this](asio::error_code stopped) {
+    if (!stopped) rewind();
+  });
+}
+
+void Capture::rewind() {
   asio::post(m_cameraThread, [pipeline = m_pipeline.bin, tap = m_tap] {
     constexpr auto kFlags = static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_KEY_UNIT);
     if (gst_element_seek_simple(pipeline.get(), GST_FORMAT_TIME, kFlags, 0) != FALSE) return;

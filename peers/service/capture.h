@@ -9,6 +9,7 @@
 #define LUMSAR_PEERS_SERVICE_CAPTURE_H
 
 #include <asio/io_context.hpp>
+#include <asio/steady_timer.hpp>
 #include <asio/thread_pool.hpp>
 #include <cstdint>
 #include <memory>
@@ -70,12 +71,14 @@ class Capture {
   void deliver(GstSample* sample);
   std::uint64_t captureTime(GstSample* sample) const;
   void onEndOfStream();
+  void rewind();
 
   CameraThread& m_cameraThread;
   CapturePlan m_plan;
   CaptureEvents& m_events;
   const CapturePipeline m_pipeline;
   const std::shared_ptr<Tap> m_tap;
+  asio::steady_timer m_lastPicture;  // until its time is over
 };
 
 }  // namespace lumsar::service

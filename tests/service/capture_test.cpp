@@ -212,6 +212,22 @@ TEST_F(CaptureTest, AMovieBeginsAgainAtItsEnd) {
   EXPECT_TRUE(troubles.empty());
 }
 
+TEST_F(CaptureTest, AMovieOfOnePictureKeepsItsRate) {
+  const TempDir dir;
+  makeMovie(dir / "m.avi", 160, 120, 1);
+  const FileProbe probe = probeFile(dir / "m.avi");
+  const std::string path = dir / "m.avi";
+  CameraStream& camera =
+      stream({"file:m", "m", probe.format, [=] { return makeFileSource(path, probe); }});
+  Reader reader;
+  camera.add(reader);
+  ASSERT_TRUE(await([&] { return reader.frames > 0; }));
+  reader.frames = 0;
+  runFor(milliseconds(1000));
+  EXPECT_LE(reader.frames, 33);
+  EXPECT_GE(reader.frames, 5);
+}
+
 TEST_F(CaptureTest, ACameraThatFailsIsTriedAgain) {
   const TempDir dir;
   const std::string path = dir / "p.jpg";
