@@ -17,6 +17,8 @@ constexpr milliseconds kFirstPause{1000};
 constexpr milliseconds kLongestPause{30000};
 constexpr milliseconds kSilence{5000};  // without a frame for this long a camera counts as stuck
 
+using Clock = asio::steady_timer::clock_type;
+
 }  // namespace
 
 CameraStream::CameraStream(asio::io_context& io, Capture::CameraThread& cameraThread,
@@ -44,6 +46,8 @@ void CameraStream::remove(FrameReader& reader) {
 void CameraStream::onReaderGone() {
   if (m_readers.empty()) {
     stop();
+    m_trouble.clear();
+    m_failed.clear();
   } else {
     refresh();
   }
@@ -64,7 +68,11 @@ void CameraStream::requestKeyFrame() {
 }
 
 CapturePlan CameraStream::planFor(const CaptureRequest& request) const {
-  return planCapture(m_camera.info.formats, request);
+  std::vector<CameraFormat> formats = m_camera.info.formats;
+  std::erase_if(formats, [this](const CameraFormat& format) {
+    return std::ranges::find(m_failed, format) != m_failed.end();
+  });
+  return planCapture(formats, request);
 }
 
 CameraStream::Counters CameraStream::counters() const {
@@ -74,7 +82,7 @@ CameraStream::Counters CameraStream::counters() const {
 }
 
 void CameraStream::startSoon() {
-  const auto since = asio::steady_timer::clock_type::now() - m_lastStart;
+  const auto since = Clock::now() - m_lastStart;
   if (since >= kBetweenStarts) return start();
   startAfter(std::chrono::ceil<milliseconds>(kBetweenStarts - since));
 }
@@ -89,10 +97,11 @@ void CameraStream::startAfter(milliseconds pause) {
 
 void CameraStream::start() {
   if (!m_camera.present) return;
-  m_lastStart = asio::steady_timer::clock_type::now();
+  m_lastStart = m_lastSign = Clock::now();
   CaptureRequest all = m_readers.front()->request();
   for (const FrameReader* reader : m_readers) all = combined(all, reader->request());
   const CapturePlan plan = planFor(all);
+  m_tried = plan.source;
   if (plan.source.width == 0) return onCaptureFailed("it offers no format that can be read here");
   try {
     m_capture = Capture::start(m_io, m_cameraThread, m_camera.info.device.get(), plan, *this);
@@ -116,18 +125,23 @@ void CameraStream::stop() {
 }
 
 void CameraStream::watch() {
-  const auto interval =
-      std::chrono::ceil<milliseconds>(std::chrono::microseconds(m_capture->plan().frameInterval()));
-  m_framesSeen = m_counters.frames;
-  m_timer.expires_after(std::max(kSilence, 3 * interval));
+  m_timer.expires_at(silentAt());
   m_timer.async_wait([this, watched = std::weak_ptr(m_capture)](asio::error_code stopped) {
     if (stopped || !m_capture || watched.lock() != m_capture) return;
-    if (m_counters.frames == m_framesSeen) return onCaptureFailed("it delivers no pictures");
+    if (Clock::now() >= silentAt()) return onCaptureFailed("it delivers no pictures");
     watch();
   });
 }
 
+// By the interval of now: a policy may have changed it.
+Clock::time_point CameraStream::silentAt() const {
+  const auto interval =
+      std::chrono::ceil<milliseconds>(std::chrono::microseconds(m_capture->plan().frameInterval()));
+  return m_lastSign + std::max(kSilence, 3 * interval);
+}
+
 void CameraStream::onFrame(const CapturedFrame& frame) {
+  m_lastSign = Clock::now();
   ++m_counters.frames;
   m_counters.bytes += frame.picture.size();
   m_pause = milliseconds(0);
@@ -142,10 +156,17 @@ void CameraStream::onCaptureFailed(const std::string& why) {
   stop();
   m_pause = pause;
   m_trouble = why;
+  if (m_lastSign == m_lastStart) leaveOutTriedFormat();
   logWarning("camera '", m_camera.info.id, "' failed: ", why, "; next try in ", pause.count(),
              " ms");
   startAfter(pause);
   if (first) m_onTrouble(m_camera, why);
+}
+
+// It may be the others that work; when none does, all are tried again.
+void CameraStream::leaveOutTriedFormat() {
+  m_failed.push_back(m_tried);
+  if (planFor({}).source.width == 0) m_failed.clear();
 }
 
 CameraStream& StreamTable::of(const Camera& camera) {

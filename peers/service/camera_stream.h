@@ -44,7 +44,7 @@ class CameraStream : private CaptureEvents {
   bool running() const { return m_capture != nullptr; }
   std::size_t readers() const { return m_readers.size(); }
   const Camera& camera() const { return m_camera; }
-  // Why the last try failed, until the camera gives a picture; empty when it did not.
+  // Why the last try failed, until the camera gives a picture or nobody reads; else empty.
   const std::string& trouble() const { return m_trouble; }
   // How the camera would run for `request`.
   CapturePlan planFor(const CaptureRequest& request) const;
@@ -60,6 +60,8 @@ class CameraStream : private CaptureEvents {
   void start();
   void stop();
   void watch();
+  asio::steady_timer::time_point silentAt() const;
+  void leaveOutTriedFormat();
 
   asio::io_context& m_io;
   Capture::CameraThread& m_cameraThread;
@@ -71,7 +73,9 @@ class CameraStream : private CaptureEvents {
   asio::steady_timer::time_point m_lastStart;
   std::chrono::milliseconds m_pause{0};
   std::string m_trouble;
-  std::uint64_t m_framesSeen = 0;  // at the last look
+  asio::steady_timer::time_point m_lastSign;  // of life: a frame, or the start
+  CameraFormat m_tried;                       // by the last start
+  std::vector<CameraFormat> m_failed;         // without any frame, for those who read now
   Counters m_counters;
 };
 

@@ -228,6 +228,47 @@ TEST_F(CaptureTest, AMovieOfOnePictureKeepsItsRate) {
   EXPECT_GE(reader.frames, 5);
 }
 
+TEST_F(CaptureTest, AFormatThatFailsIsLeftOut) {
+  CameraStream& camera =
+      stream({"cam:x", "x", {"I420", 160, 120, 30, 1}, [] {
+                return makeSourceBin(
+                    "videotestsrc is-live=true ! "
+                    "video/x-raw,width=160,height=120,framerate=30/1 ! identity");
+              }});
+  plugged.info.formats.push_back({"I420", 640, 480, 30, 1});  // preferred, and wrong
+  Reader reader;
+  camera.add(reader);
+  ASSERT_TRUE(await([&] { return !troubles.empty(); }));
+  EXPECT_TRUE(await([&] { return reader.frames > 0; }));
+  EXPECT_EQ(reader.size, (PictureSize{160, 120}));
+  reader.wanted.interval = 100'000;
+  camera.refresh();
+  EXPECT_TRUE(camera.running()) << "and stays left out";
+}
+
+TEST_F(CaptureTest, WhenAllFormatsHaveFailedItBeginsAnew) {
+  const TempDir dir;
+  const std::string path = dir / "p.jpg";
+  makePicture(path, 64, 64);
+  const FileProbe probe = probeFile(path);
+  std::filesystem::rename(path, dir / "away");
+  CameraStream& camera =
+      stream({"file:p", "p", probe.format, [=] { return makeFileSource(path, probe); }});
+  Reader reader;
+  camera.add(reader);
+  ASSERT_TRUE(await([&] { return !troubles.empty(); }));
+  EXPECT_EQ(camera.planFor({}).source, probe.format);
+}
+
+TEST_F(CaptureTest, TroubleEndsWithTheLastReader) {
+  CameraStream& camera = stream({"x", "x", {"I420", 64, 64, 30, 1}, [] { return nullptr; }});
+  Reader reader;
+  camera.add(reader);
+  EXPECT_NE(camera.trouble(), "");
+  camera.remove(reader);
+  EXPECT_EQ(camera.trouble(), "") << "nobody tries again";
+}
+
 TEST_F(CaptureTest, ACameraThatFailsIsTriedAgain) {
   const TempDir dir;
   const std::string path = dir / "p.jpg";
