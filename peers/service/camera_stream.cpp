@@ -21,13 +21,13 @@ using Clock = asio::steady_timer::clock_type;
 
 }  // namespace
 
-CameraStream::CameraStream(asio::io_context& io, Capture::CameraThread& cameraThread,
-                           const Camera& camera, OnTrouble onTrouble)
-    : m_io(io),
-      m_cameraThread(cameraThread),
-      m_camera(camera),
-      m_onTrouble(std::move(onTrouble)),
-      m_timer(io) {}
+CameraStream::CameraStream(asio::io_context& io, const Camera& camera, OnTrouble onTrouble)
+    : m_io(io), m_camera(camera), m_onTrouble(std::move(onTrouble)), m_timer(io) {}
+
+CameraStream::~CameraStream() {
+  m_capture.reset();
+  m_cameraThread.join();
+}
 
 void CameraStream::add(FrameReader& reader) {
   if (std::ranges::find(m_readers, &reader) != m_readers.end()) return;
@@ -172,7 +172,7 @@ void CameraStream::leaveOutTriedFormat() {
 CameraStream& StreamTable::of(const Camera& camera) {
   auto& stream = m_streams[camera.number];
   if (!stream) {
-    stream = std::make_unique<CameraStream>(m_io, m_cameraThread, camera, m_onTrouble);
+    stream = std::make_unique<CameraStream>(m_io, camera, m_onTrouble);
   }
   return *stream;
 }

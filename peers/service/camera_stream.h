@@ -32,8 +32,11 @@ class CameraStream : private CaptureEvents {
   };
 
   // `camera` is the catalogue's and outlives the stream.
-  CameraStream(asio::io_context& io, Capture::CameraThread& cameraThread, const Camera& camera,
-               OnTrouble onTrouble);
+  CameraStream(asio::io_context& io, const Camera& camera, OnTrouble onTrouble);
+  // Waits until the camera is off.
+  ~CameraStream() override;
+  CameraStream(const CameraStream&) = delete;
+  CameraStream& operator=(const CameraStream&) = delete;
 
   void add(FrameReader& reader);
   void remove(FrameReader& reader);
@@ -64,10 +67,10 @@ class CameraStream : private CaptureEvents {
   void leaveOutTriedFormat();
 
   asio::io_context& m_io;
-  Capture::CameraThread& m_cameraThread;
   const Camera& m_camera;
   const OnTrouble m_onTrouble;
   std::vector<FrameReader*> m_readers;
+  Capture::CameraThread m_cameraThread{1};
   std::shared_ptr<Capture> m_capture;
   asio::steady_timer m_timer;  // the pause before the next start, or the watch over a silent camera
   asio::steady_timer::time_point m_lastStart;
@@ -82,16 +85,14 @@ class CameraStream : private CaptureEvents {
 // One stream for each camera, made when it is first asked for.
 class StreamTable {
  public:
-  StreamTable(asio::io_context& io, Capture::CameraThread& cameraThread,
-              CameraStream::OnTrouble onTrouble)
-      : m_io(io), m_cameraThread(cameraThread), m_onTrouble(std::move(onTrouble)) {}
+  StreamTable(asio::io_context& io, CameraStream::OnTrouble onTrouble)
+      : m_io(io), m_onTrouble(std::move(onTrouble)) {}
 
   CameraStream& of(const Camera& camera);
   const CameraStream* find(std::uint32_t number) const;
 
  private:
   asio::io_context& m_io;
-  Capture::CameraThread& m_cameraThread;
   const CameraStream::OnTrouble m_onTrouble;
   std::map<std::uint32_t, std::unique_ptr<CameraStream>> m_streams;
 };

@@ -4,7 +4,7 @@
 //          ^ frames that come too early are left out behind the source
 //
 // Made, steered and ended on the io_context's thread, where its events are called too. State
-// changes, which may wait for a device, run one after another on the camera thread.
+// changes, which may wait for a device, run one after another on the camera's thread.
 #ifndef LUMSAR_PEERS_SERVICE_CAPTURE_H
 #define LUMSAR_PEERS_SERVICE_CAPTURE_H
 
@@ -40,7 +40,8 @@ class Capture {
   struct Key {};
 
  public:
-  // One thread, so that a device is closed before it is opened again.
+  // One for each camera: its device is closed before it is opened again, and one that hangs holds
+  // up no other.
   using CameraThread = asio::thread_pool;
 
   // Starts the camera. Throws std::runtime_error when the pipeline cannot be built; what fails

@@ -25,7 +25,7 @@ class Service : private ipc::IpcServerEvents {
  public:
   // Starts listening. Throws std::runtime_error with a text for the user.
   Service(asio::io_context& io, const Options& options, ipc::Listener listener);
-  ~Service() override;
+  ~Service() override;  // the cameras are off then
 
   // Serves until SIGINT, SIGTERM or SIGHUP.
   void run();
@@ -46,7 +46,6 @@ class Service : private ipc::IpcServerEvents {
   asio::signal_set m_signals;
   const AccessRules m_access;
   const bool m_mayOfferSubstitute;
-  Capture::CameraThread m_cameraThread{1};
   Catalogue m_catalogue;
   StreamTable m_streams;
   ipc::IpcServer m_server;

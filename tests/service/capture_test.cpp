@@ -3,6 +3,7 @@
 #include "service/capture.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "lumsar/camera_data.h"
 #include "media.h"
@@ -51,11 +52,6 @@ class StartedProvider {
 
 class CaptureTest : public ::testing::Test {
  protected:
-  ~CaptureTest() override {
-    made.reset();
-    cameraThread.join();
-  }
-
   // A camera that is plugged in, with a stream of its own.
   CameraStream& stream(const VirtualCamera& source) {
     cameras.plug(source);
@@ -63,7 +59,7 @@ class CaptureTest : public ::testing::Test {
     plugged.info.formats = {source.format};
     plugged.present = true;
     plugged.info.device = device(source);
-    made.emplace(io, cameraThread, plugged,
+    made.emplace(io, plugged,
                  [this](const Camera&, const std::string& why) { troubles.push_back(why); });
     return *made;
   }
@@ -94,7 +90,6 @@ class CaptureTest : public ::testing::Test {
   // Before anything that asks GStreamer.
   const bool initialised = (gst_init(nullptr, nullptr), true);
   asio::io_context io;
-  Capture::CameraThread cameraThread{1};
   VirtualCameras cameras;
   const StartedProvider provider;
   Camera plugged;
@@ -284,6 +279,49 @@ TEST_F(CaptureTest, ACameraThatFailsIsTriedAgain) {
   std::filesystem::rename(dir / "away", path);
   EXPECT_TRUE(await([&] { return reader.frames > 0; })) << "after the first pause of a second";
   EXPECT_EQ(troubles.size(), 1U) << "told once";
+}
+
+TEST_F(CaptureTest, ACameraThatHangsHoldsUpNoOther) {
+  const TempDir dir;
+  const std::string fifo = dir / "fifo";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);  // opening it waits for a writer
+  Reader stuckReader;
+  Reader reader;
+  cameras.plug({"stuck", "stuck", {"I420", 64, 64, 30, 1}, [=] {
+                  return makeSourceBin("filesrc location=" + fifo + " ! jpegdec");
+                }});
+  Camera hanging;
+  hanging.info.formats = {{"I420", 64, 64, 30, 1}};
+  hanging.present = true;
+  hanging.info.device = device({"stuck", "stuck", {}, {}});
+  CameraStream stuck(io, hanging, [](const Camera&, const std::string&) {});
+  stuck.add(stuckReader);
+  CameraStream& camera = stream(syntheticCamera("F,320x240@30"));
+  camera.add(reader);
+  EXPECT_TRUE(await([&] { return reader.frames > 0; }));
+  stuck.remove(stuckReader);
+  const std::ofstream writer(fifo);  // and lets it go
+}
+
+TEST_F(CaptureTest, KeyFramesAreNotMadeWithoutEnd) {
+  if (!h264Available()) GTEST_SKIP() << "no H.264 encoder is installed";
+  CameraStream& camera = stream(syntheticCamera("F,320x240@30"));
+  struct : Reader {
+    CameraStream* camera = nullptr;
+    int keys = 0;
+    bool onFrame(const CapturedFrame& frame) override {
+      keys += frame.key ? 1 : 0;
+      ++frames;
+      camera->requestKeyFrame();
+      return true;
+    }
+  } reader;
+  reader.camera = &camera;
+  reader.wanted.rule.h264 = true;
+  camera.add(reader);
+  ASSERT_TRUE(await([&] { return reader.frames >= 45; }));
+  EXPECT_GE(reader.keys, 2);
+  EXPECT_LE(reader.keys, 10);
 }
 
 TEST_F(CaptureTest, ACameraWithoutSourceIsTrouble) {
