@@ -13,9 +13,10 @@ constexpr std::chrono::milliseconds kFirstPause{200};
 constexpr std::chrono::milliseconds kLongestPause{5000};
 // How long the VM may say nothing on an open channel before the user is told.
 constexpr std::chrono::seconds kSilence{5};
-// How long handing on one message may take. Nothing but a camera service that takes nothing needs
-// longer, and each message would wait for it.
+// How long handing on one message may take, and each further part of a large one. Nothing but a
+// camera service that takes nothing needs longer, and each message would wait for it.
 constexpr std::chrono::milliseconds kPatience{1500};
+constexpr std::size_t kBytesAMillisecond = 8U << 10U;
 // How often a VM may begin the conversation. One that restarts all the time stays far below.
 constexpr std::chrono::seconds kBeginningsTime{10};
 constexpr int kMaxBeginnings = 20;
@@ -245,9 +246,10 @@ bool Session::mayBegin() {
 }
 
 void Session::pass(std::span<unsigned char> message) {
+  const auto patience = kPatience + std::chrono::milliseconds(message.size() / kBytesAMillisecond);
   const auto begin = Clock::now();
   m_plugin.Handler(message.data(), static_cast<int>(message.size()));
-  if (Clock::now() - begin > kPatience) recover("it takes nothing");
+  if (Clock::now() - begin > patience) recover("it takes nothing");
 }
 
 void Session::greeted(const RedirMsgHeader& header) {
