@@ -21,13 +21,13 @@ using Clock = asio::steady_timer::clock_type;
 
 }  // namespace
 
-CameraStream::CameraStream(asio::io_context& io, const Camera& camera, OnTrouble onTrouble)
-    : m_io(io), m_camera(camera), m_onTrouble(std::move(onTrouble)), m_timer(io) {}
-
-CameraStream::~CameraStream() {
-  m_capture.reset();
-  m_cameraThread.join();
-}
+CameraStream::CameraStream(asio::io_context& io, asio::thread_pool& cameraThreads,
+                           const Camera& camera, OnTrouble onTrouble)
+    : m_io(io),
+      m_cameraTurns(asio::make_strand(cameraThreads)),
+      m_camera(camera),
+      m_onTrouble(std::move(onTrouble)),
+      m_timer(io) {}
 
 void CameraStream::add(FrameReader& reader) {
   if (std::ranges::find(m_readers, &reader) != m_readers.end()) return;
@@ -104,7 +104,7 @@ void CameraStream::start() {
   m_tried = plan.source;
   if (plan.source.width == 0) return onCaptureFailed("it offers no format that can be read here");
   try {
-    m_capture = Capture::start(m_io, m_cameraThread, m_camera.info.device.get(), plan, *this);
+    m_capture = Capture::start(m_io, m_cameraTurns, m_camera.info.device.get(), plan, *this);
   } catch (const std::runtime_error& error) {
     return onCaptureFailed(error.what());
   }
@@ -172,7 +172,7 @@ void CameraStream::leaveOutTriedFormat() {
 CameraStream& StreamTable::of(const Camera& camera) {
   auto& stream = m_streams[camera.number];
   if (!stream) {
-    stream = std::make_unique<CameraStream>(m_io, camera, m_onTrouble);
+    stream = std::make_unique<CameraStream>(m_io, m_cameraThreads, camera, m_onTrouble);
   }
   return *stream;
 }

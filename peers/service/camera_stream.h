@@ -32,11 +32,8 @@ class CameraStream : private CaptureEvents {
   };
 
   // `camera` is the catalogue's and outlives the stream.
-  CameraStream(asio::io_context& io, const Camera& camera, OnTrouble onTrouble);
-  // Waits until the camera is off.
-  ~CameraStream() override;
-  CameraStream(const CameraStream&) = delete;
-  CameraStream& operator=(const CameraStream&) = delete;
+  CameraStream(asio::io_context& io, asio::thread_pool& cameraThreads, const Camera& camera,
+               OnTrouble onTrouble);
 
   void add(FrameReader& reader);
   void remove(FrameReader& reader);
@@ -67,10 +64,10 @@ class CameraStream : private CaptureEvents {
   void leaveOutTriedFormat();
 
   asio::io_context& m_io;
+  const Capture::CameraTurns m_cameraTurns;
   const Camera& m_camera;
   const OnTrouble m_onTrouble;
   std::vector<FrameReader*> m_readers;
-  Capture::CameraThread m_cameraThread{1};
   std::shared_ptr<Capture> m_capture;
   asio::steady_timer m_timer;  // the pause before the next start, or the watch over a silent camera
   asio::steady_timer::time_point m_lastStart;
@@ -85,14 +82,16 @@ class CameraStream : private CaptureEvents {
 // One stream for each camera, made when it is first asked for.
 class StreamTable {
  public:
-  StreamTable(asio::io_context& io, CameraStream::OnTrouble onTrouble)
-      : m_io(io), m_onTrouble(std::move(onTrouble)) {}
+  StreamTable(asio::io_context& io, asio::thread_pool& cameraThreads,
+              CameraStream::OnTrouble onTrouble)
+      : m_io(io), m_cameraThreads(cameraThreads), m_onTrouble(std::move(onTrouble)) {}
 
   CameraStream& of(const Camera& camera);
   const CameraStream* find(std::uint32_t number) const;
 
  private:
   asio::io_context& m_io;
+  asio::thread_pool& m_cameraThreads;
   const CameraStream::OnTrouble m_onTrouble;
   std::map<std::uint32_t, std::unique_ptr<CameraStream>> m_streams;
 };

@@ -61,10 +61,10 @@ T& held(gpointer data) {
 
 }  // namespace
 
-std::shared_ptr<Capture> Capture::start(asio::io_context& io, CameraThread& cameraThread,
+std::shared_ptr<Capture> Capture::start(asio::io_context& io, const CameraTurns& cameraTurns,
                                         GstDevice* device, const CapturePlan& plan,
                                         CaptureEvents& events) {
-  auto capture = std::make_shared<Capture>(Key{}, io, cameraThread, device, plan, events);
+  auto capture = std::make_shared<Capture>(Key{}, io, cameraTurns, device, plan, events);
   capture->m_tap->capture = capture;
   capture->attach();
   capture->watchBus();
@@ -72,9 +72,9 @@ std::shared_ptr<Capture> Capture::start(asio::io_context& io, CameraThread& came
   return capture;
 }
 
-Capture::Capture(Key /*key*/, asio::io_context& io, CameraThread& cameraThread, GstDevice* device,
-                 const CapturePlan& plan, CaptureEvents& events)
-    : m_cameraThread(cameraThread),
+Capture::Capture(Key /*key*/, asio::io_context& io, const CameraTurns& cameraTurns,
+                 GstDevice* device, const CapturePlan& plan, CaptureEvents& events)
+    : m_cameraTurns(cameraTurns),
       m_plan(plan),
       m_events(events),
       m_pipeline(buildPipeline(device, plan)),
@@ -82,7 +82,7 @@ Capture::Capture(Key /*key*/, asio::io_context& io, CameraThread& cameraThread, 
       m_lastPicture(io) {}
 
 Capture::~Capture() {
-  asio::post(m_cameraThread, [pipeline = m_pipeline.bin] {
+  asio::post(m_cameraTurns, [pipeline = m_pipeline.bin] {
     gst_element_set_state(pipeline.get(), GST_STATE_NULL);
   });
 }
@@ -144,7 +144,7 @@ void Capture::watchBus() {
 }
 
 void Capture::play() {
-  asio::post(m_cameraThread, [pipeline = m_pipeline.bin, tap = m_tap] {
+  asio::post(m_cameraTurns, [pipeline = m_pipeline.bin, tap = m_tap] {
     if (tap->capture.expired()) return;  // ended before its turn came
     if (gst_element_set_state(pipeline.get(), GST_STATE_PLAYING) != GST_STATE_CHANGE_FAILURE) {
       return;
@@ -226,7 +226,7 @@ void Capture::onEndOfStream() {
 }
 
 void Capture::rewind() {
-  asio::post(m_cameraThread, [pipeline = m_pipeline.bin, tap = m_tap] {
+  asio::post(m_cameraTurns, [pipeline = m_pipeline.bin, tap = m_tap] {
     constexpr auto kFlags = static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_KEY_UNIT);
     if (gst_element_seek_simple(pipeline.get(), GST_FORMAT_TIME, kFlags, 0) != FALSE) return;
     tap->post([](Capture& capture) { capture.m_events.onCaptureFailed("its stream ended"); });

@@ -4,12 +4,14 @@
 //          ^ frames that come too early are left out behind the source
 //
 // Made, steered and ended on the io_context's thread, where its events are called too. State
-// changes, which may wait for a device, run one after another on the camera's thread.
+// changes, which may wait for a device, run one after another, in the camera's turns, on threads of
+// their own.
 #ifndef LUMSAR_PEERS_SERVICE_CAPTURE_H
 #define LUMSAR_PEERS_SERVICE_CAPTURE_H
 
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
+#include <asio/strand.hpp>
 #include <asio/thread_pool.hpp>
 #include <cstdint>
 #include <memory>
@@ -40,16 +42,16 @@ class Capture {
   struct Key {};
 
  public:
-  // One for each camera: its device is closed before it is opened again, and one that hangs holds
-  // up no other.
-  using CameraThread = asio::thread_pool;
+  // One camera's, so that its device is closed before it is opened again. A device that hangs keeps
+  // one thread busy and holds up no other camera.
+  using CameraTurns = asio::strand<asio::thread_pool::executor_type>;
 
   // Starts the camera. Throws std::runtime_error when the pipeline cannot be built; what fails
   // later is an event.
-  static std::shared_ptr<Capture> start(asio::io_context& io, CameraThread& cameraThread,
+  static std::shared_ptr<Capture> start(asio::io_context& io, const CameraTurns& cameraTurns,
                                         GstDevice* device, const CapturePlan& plan,
                                         CaptureEvents& events);
-  Capture(Key key, asio::io_context& io, CameraThread& cameraThread, GstDevice* device,
+  Capture(Key key, asio::io_context& io, const CameraTurns& cameraTurns, GstDevice* device,
           const CapturePlan& plan, CaptureEvents& events);
   ~Capture();
   Capture(const Capture&) = delete;
@@ -74,7 +76,7 @@ class Capture {
   void onEndOfStream();
   void rewind();
 
-  CameraThread& m_cameraThread;
+  CameraTurns m_cameraTurns;
   CapturePlan m_plan;
   CaptureEvents& m_events;
   const CapturePipeline m_pipeline;

@@ -24,7 +24,7 @@ Service::Service(asio::io_context& io, const Options& options, ipc::Listener lis
       m_access(options.access),
       m_mayOfferSubstitute(options.synthetic.empty() && options.files.empty() &&
                            options.folders.empty()),
-      m_streams(io,
+      m_streams(io, m_cameraThreads,
                 [this](const Camera& camera, const std::string& why) { onTrouble(camera, why); }),
       m_server(io, std::move(listener), *this),
       m_context{io, m_server, m_catalogue, m_streams, m_access},
@@ -43,7 +43,9 @@ Service::Service(asio::io_context& io, const Options& options, ipc::Listener lis
 }
 
 Service::~Service() {
-  m_hosts.clear();  // whose shares read from streams
+  m_hosts.clear();
+  // The cameras are off before the service has ended.
+  m_cameraThreads.join();
 }
 
 void Service::run() {

@@ -25,7 +25,7 @@ class Service : private ipc::IpcServerEvents {
  public:
   // Starts listening. Throws std::runtime_error with a text for the user.
   Service(asio::io_context& io, const Options& options, ipc::Listener listener);
-  ~Service() override;  // the cameras are off then
+  ~Service() override;
 
   // Serves until SIGINT, SIGTERM or SIGHUP.
   void run();
@@ -46,6 +46,7 @@ class Service : private ipc::IpcServerEvents {
   asio::signal_set m_signals;
   const AccessRules m_access;
   const bool m_mayOfferSubstitute;
+  asio::thread_pool m_cameraThreads{8};  // one fewer may hang with their devices
   Catalogue m_catalogue;
   StreamTable m_streams;
   ipc::IpcServer m_server;

@@ -52,6 +52,11 @@ class StartedProvider {
 
 class CaptureTest : public ::testing::Test {
  protected:
+  ~CaptureTest() override {
+    made.reset();
+    cameraThreads.join();
+  }
+
   // A camera that is plugged in, with a stream of its own.
   CameraStream& stream(const VirtualCamera& source) {
     cameras.plug(source);
@@ -59,7 +64,7 @@ class CaptureTest : public ::testing::Test {
     plugged.info.formats = {source.format};
     plugged.present = true;
     plugged.info.device = device(source);
-    made.emplace(io, plugged,
+    made.emplace(io, cameraThreads, plugged,
                  [this](const Camera&, const std::string& why) { troubles.push_back(why); });
     return *made;
   }
@@ -90,6 +95,7 @@ class CaptureTest : public ::testing::Test {
   // Before anything that asks GStreamer.
   const bool initialised = (gst_init(nullptr, nullptr), true);
   asio::io_context io;
+  asio::thread_pool cameraThreads{2};
   VirtualCameras cameras;
   const StartedProvider provider;
   Camera plugged;
@@ -296,7 +302,7 @@ TEST_F(CaptureTest, ACameraThatHangsHoldsUpNoOther) {
   hanging.info.formats = {{"I420", 64, 64, 30, 1}};
   hanging.present = true;
   hanging.info.device = device({"stuck", "stuck", {}, {}});
-  CameraStream stuck(io, hanging, [](const Camera&, const std::string&) {});
+  CameraStream stuck(io, cameraThreads, hanging, [](const Camera&, const std::string&) {});
   stuck.add(stuckReader);
   CameraStream& camera = stream(syntheticCamera("F,320x240@30"));
   camera.add(reader);
