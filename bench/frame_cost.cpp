@@ -8,9 +8,9 @@
 #include <filesystem>
 #include <vector>
 
-#include "ipc_stub/stub.h"
 #include "lumsar/message.h"
 #include "lumsar/plugin.h"
+#include "support/ipc_stub/stub.h"
 
 namespace {
 

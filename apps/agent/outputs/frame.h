@@ -1,0 +1,24 @@
+// Frame: one picture on its way from the channel to whoever shows it, and what is counted of it.
+// Made by Camera on the channel's thread, then shared unchanged by all sinks on any thread.
+#ifndef LUMSAR_AGENT_OUTPUTS_FRAME_H
+#define LUMSAR_AGENT_OUTPUTS_FRAME_H
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "lumsar/camera_data.h"
+
+namespace lumsar::agent {
+
+struct Frame {
+  CameraFrame format;
+  std::uint64_t captured = 0;  // both in µs on the record's clock
+  std::uint64_t arrived = 0;
+  std::vector<unsigned char> picture;
+};
+using FramePtr = std::shared_ptr<const Frame>;
+
+}  // namespace lumsar::agent
+
+#endif

@@ -1,0 +1,97 @@
+// Reading one HTTP request. Called by HttpServer on a connection's thread.
+// No state: reentrant.
+#include "outputs/web/http_request.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <chrono>
+
+namespace lumsar::agent {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::size_t kLongestHead = 16U << 10U;
+constexpr auto kPatience = 5s;
+
+std::string lower(std::string_view text) {
+  std::string result(text);
+  for (char& c : result) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return result;
+}
+
+std::string_view trim(std::string_view text) {
+  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+  while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
+  return text;
+}
+
+// The next line without its end, which is taken off `rest`.
+std::string_view takeLine(std::string_view& rest) {
+  const std::size_t end = std::min(rest.find("\r\n"), rest.size());
+  const std::string_view line = rest.substr(0, end);
+  rest.remove_prefix(std::min(end + 2, rest.size()));
+  return line;
+}
+
+}  // namespace
+
+std::optional<HttpRequest> parseRequest(std::string_view head) {
+  const std::string_view line = takeLine(head);
+  const std::size_t first = line.find(' ');
+  const std::size_t second = line.rfind(' ');
+  if (first == std::string_view::npos || second <= first) return std::nullopt;
+  const std::string_view target = line.substr(first + 1, second - first - 1);
+  if (!line.substr(second + 1).starts_with("HTTP/1.") || !target.starts_with('/')) {
+    return std::nullopt;
+  }
+  HttpRequest request{
+      std::string(line.substr(0, first)), std::string(target.substr(0, target.find('?'))), {}};
+  while (!head.empty()) {
+    const std::string_view header = takeLine(head);
+    const std::size_t colon = header.find(':');
+    if (colon == std::string_view::npos) continue;
+    request.headers[lower(header.substr(0, colon))] = trim(header.substr(colon + 1));
+  }
+  return request;
+}
+
+std::string readRequestHead(int socket) {
+  std::string head;
+  const auto begin = std::chrono::steady_clock::now();
+  while (head.size() < kLongestHead) {
+    const auto left = kPatience - (std::chrono::steady_clock::now() - begin);
+    const auto ms = std::chrono::ceil<std::chrono::milliseconds>(left).count();
+    pollfd readable{socket, POLLIN, 0};
+    if (ms <= 0 || poll(&readable, 1, static_cast<int>(ms)) <= 0) return {};
+    std::array<char, 4096> piece;
+    const ssize_t got = recv(socket, piece.data(), piece.size(), 0);
+    if (got <= 0) return {};
+    head.append(piece.data(), static_cast<std::size_t>(got));
+    if (const std::size_t end = head.find("\r\n\r\n"); end != std::string::npos) {
+      return head.substr(0, end + 4);
+    }
+  }
+  return {};
+}
+
+bool isFromHere(const HttpRequest& request) {
+  const auto header = [&](const char* name) {
+    const auto found = request.headers.find(name);
+    return found == request.headers.end() ? std::string() : lower(found->second);
+  };
+  const std::string site = header("sec-fetch-site");
+  if (!site.empty() && site != "same-origin" && site != "none") return false;
+  std::string host = header("host");
+  if (const std::size_t colon = host.rfind(':');
+      !host.ends_with(']') && colon != std::string::npos) {
+    host.resize(colon);
+  }
+  return host.empty() || host == "localhost" || host == "127.0.0.1" || host == "[::1]";
+}
+
+}  // namespace lumsar::agent

@@ -1,0 +1,44 @@
+// JsonWriter: writes one JSON text from the outside in; commas and quotation are its business.
+// Called by the status writer. No I/O; bound to one thread.
+#ifndef LUMSAR_AGENT_OUTPUTS_WEB_JSON_H
+#define LUMSAR_AGENT_OUTPUTS_WEB_JSON_H
+
+#include <concepts>
+#include <string>
+#include <string_view>
+
+namespace lumsar::agent {
+
+class JsonWriter {
+ public:
+  JsonWriter& beginObject(std::string_view name = {}) { return begin(name, '{'); }
+  JsonWriter& beginArray(std::string_view name = {}) { return begin(name, '['); }
+  JsonWriter& endObject() { return end('}'); }
+  JsonWriter& endArray() { return end(']'); }
+
+  // `value` is valid UTF-8.
+  JsonWriter& text(std::string_view name, std::string_view value);
+  JsonWriter& boolean(std::string_view name, bool value) {
+    return plain(name, value ? "true" : "false");
+  }
+  JsonWriter& number(std::string_view name, std::integral auto value) {
+    return plain(name, std::to_string(value));
+  }
+  // With `decimals` digits behind the point.
+  JsonWriter& real(std::string_view name, double value, int decimals);
+
+  const std::string& result() const { return m_result; }
+
+ private:
+  JsonWriter& begin(std::string_view name, char bracket);
+  JsonWriter& end(char bracket);
+  JsonWriter& plain(std::string_view name, std::string_view value);
+  void key(std::string_view name);
+  void quoted(std::string_view value);
+
+  std::string m_result;
+};
+
+}  // namespace lumsar::agent
+
+#endif

@@ -1,0 +1,43 @@
+// CameraTable: the cameras of one connection, by the service's numbers.
+// Owned by a Peer, which hands it the records. Bound to the channel's thread.
+#ifndef LUMSAR_AGENT_SESSION_CAMERA_TABLE_H
+#define LUMSAR_AGENT_SESSION_CAMERA_TABLE_H
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "session/gallery.h"
+
+namespace lumsar::agent {
+
+class CameraTable {
+ public:
+  using Send = std::function<void(Bytes message)>;
+
+  CameraTable(Gallery& gallery, Send send) : m_gallery(gallery), m_send(std::move(send)) {}
+
+  void takeRecord(Bytes record);
+  void update(Clock::time_point now);
+  void dropAll(const std::string& why, bool tellService);
+
+  void appendStatus(std::vector<CameraStatus>& to) const;
+  std::size_t size() const { return m_cameras.size(); }
+
+ private:
+  void announce(const CameraDataHeader& header, Bytes body);
+  void gone(const CameraDataHeader& header, Bytes body);
+  void frame(const CameraDataHeader& header, Bytes body);
+  void skip(const std::string& what);
+
+  Gallery& m_gallery;
+  Send m_send;
+  std::map<std::uint32_t, std::unique_ptr<Camera>> m_cameras;
+  std::uint64_t m_skipped = 0;
+};
+
+}  // namespace lumsar::agent
+
+#endif

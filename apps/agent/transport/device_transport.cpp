@@ -1,0 +1,105 @@
+// A character device as transport. Owned by a Peer.
+// Bound to the channel's thread; the device is opened non-blocking.
+#include "transport/device_transport.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <termios.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <utility>
+
+#include "app/log.h"
+
+namespace lumsar::agent {
+namespace {
+
+// A terminal would change bytes and echo them. False if it is none.
+bool makeRaw(int fd) {
+  termios settings{};
+  if (tcgetattr(fd, &settings) != 0) return false;
+  cfmakeraw(&settings);
+  return tcsetattr(fd, TCSANOW, &settings) == 0;
+}
+
+bool hasClient(int fd) {
+  pollfd device{fd, POLLIN | POLLOUT, 0};
+  return poll(&device, 1, 0) >= 0 && (device.revents & (POLLHUP | POLLERR | POLLNVAL)) == 0;
+}
+
+}  // namespace
+
+std::optional<std::string> findVirtioPort(const std::string& name, const std::string& classFolder,
+                                          const std::string& deviceFolder) {
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(classFolder, error)) {
+    std::string found;
+    std::ifstream file(entry.path() / "name");
+    if (std::getline(file, found) && found == name) {
+      return (std::filesystem::path(deviceFolder) / entry.path().filename()).string();
+    }
+  }
+  return std::nullopt;
+}
+
+DeviceTransport::DeviceTransport(std::function<std::optional<std::string>()> find, std::string what)
+    : m_find(std::move(find)), m_what(std::move(what)) {
+  logInfo("waiting for a host on ", m_what);
+}
+
+bool DeviceTransport::openDevice() {
+  const auto path = m_find();
+  if (!path) {
+    say(text("there is no ", m_what, " yet; waiting for it. Does the VM's definition have it?"));
+    return false;
+  }
+  m_device.reset(open(path->c_str(), O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (!m_device) {
+    const char* advice = errno == EBUSY    ? "; another program uses it, stop that one"
+                         : errno == EACCES ? "; run as root or let this user open it"
+                                           : "; waiting for it";
+    say(text("cannot open ", m_what, " (", *path, "): ", systemError(), advice));
+    return false;
+  }
+  m_isTerminal = makeRaw(m_device.get());
+  say({});
+  logDetail("opened ", *path);
+  return true;
+}
+
+void DeviceTransport::say(const std::string& trouble) {
+  if (std::exchange(m_said, trouble) != trouble && !trouble.empty()) logWarning(trouble);
+}
+
+bool DeviceTransport::attach() {
+  if (!m_device && !openDevice()) return false;
+  m_attached = hasClient(m_device.get());
+  if (!m_attached && m_isTerminal) m_device.reset();  // a line once hung up stays so
+  return m_attached;
+}
+
+// A virtio port without a client reads 0 until one comes back; an error means that it is gone.
+ssize_t DeviceTransport::read(std::span<unsigned char> to) {
+  const ssize_t got = ::read(m_device.get(), to.data(), to.size());
+  if (got > 0) return got;
+  if (got < 0 && (errno == EAGAIN || errno == EINTR)) return 0;
+  m_attached = false;
+  if (got < 0) m_device.reset();  // unplugged: look for it again
+  return -1;
+}
+
+ssize_t DeviceTransport::write(std::span<const unsigned char> from) {
+  const ssize_t sent = ::write(m_device.get(), from.data(), from.size());
+  if (sent >= 0) return sent;
+  return errno == EAGAIN || errno == EINTR ? 0 : -1;
+}
+
+void DeviceTransport::detach() {
+  // After a mere departure the device stays open, so that the host finds it so when it comes back.
+  if (m_attached) m_device.reset();
+  m_attached = false;
+}
+
+}  // namespace lumsar::agent

@@ -1,0 +1,34 @@
+// What the service knows of a camera before it runs: who it is and which formats it offers.
+// Filled by DeviceWatch, kept by the Catalogue, read everywhere. Plain data, bound to one thread.
+#ifndef LUMSAR_CAMERA_SERVICE_CAMERA_CAMERA_INFO_H
+#define LUMSAR_CAMERA_SERVICE_CAMERA_CAMERA_INFO_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "capture/camera_format.h"
+#include "capture/gst_ptr.h"
+
+namespace lumsar::service {
+
+struct CameraInfo {
+  std::string id;    // stays the same when the camera is unplugged and plugged again
+  std::string name;  // for people
+  std::uint16_t vendorId = 0;
+  std::uint16_t productId = 0;
+  std::vector<CameraFormat> formats;
+  std::shared_ptr<GstDevice> device;
+};
+
+// A camera in the service's list. `number` stands for it in camera data, for the service's life.
+struct Camera {
+  CameraInfo info;
+  std::uint32_t number = 0;
+  bool present = false;
+};
+
+}  // namespace lumsar::service
+
+#endif

@@ -1,0 +1,33 @@
+// RateControl: finds the frame rate that a VM takes, from what it reports about once a second. It
+// falls quickly to what the VM managed and rises carefully while the VM keeps up. One for each
+// share. No clock of its own; bound to one thread.
+#ifndef LUMSAR_CAMERA_SERVICE_CAMERA_RATE_CONTROL_H
+#define LUMSAR_CAMERA_SERVICE_CAMERA_RATE_CONTROL_H
+
+#include <cstdint>
+
+#include "lumsar/camera_data.h"
+
+namespace lumsar::service {
+
+class RateControl {
+ public:
+  // `offered`: frames so far that were meant for the VM, also those dropped on the way.
+  // `now`: µs on any steady clock.
+  void update(const CameraStatistics& statistics, std::uint64_t offered, std::int64_t now);
+  void reset() { *this = RateControl(); }
+
+  // µs between frames; 0 when the VM takes whatever comes.
+  std::int64_t interval() const;
+  double limit() const { return m_limit; }  // frames per second, 0 when there is none
+
+ private:
+  double m_limit = 0;
+  int m_behind = 0;  // reports in a row in which the VM did not keep up
+  std::int64_t m_lastTime = 0;
+  std::uint64_t m_lastOffered = 0;
+};
+
+}  // namespace lumsar::service
+
+#endif

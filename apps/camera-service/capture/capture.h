@@ -1,0 +1,89 @@
+// Capture: one running camera, from its device to encoded pictures.
+//
+//   CapturePipeline (source ... encoder, sink) -- streaming thread -- post --> io thread: onFrame
+//          ^ frames that come too early are left out behind the source
+//
+// Made, steered and ended on the io_context's thread, where its events are called too. State
+// changes, which may wait for a device, run one after another, in the camera's turns, on threads of
+// their own.
+#ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_CAPTURE_H
+#define LUMSAR_CAMERA_SERVICE_CAPTURE_CAPTURE_H
+
+#include <asio/io_context.hpp>
+#include <asio/steady_timer.hpp>
+#include <asio/strand.hpp>
+#include <asio/thread_pool.hpp>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+
+#include "capture/capture_pipeline.h"
+
+namespace lumsar::service {
+
+struct CapturedFrame {
+  std::span<const unsigned char> picture;  // valid during the call only
+  int width = 0;
+  int height = 0;
+  std::uint32_t encoding = 0;
+  bool key = true;
+  std::uint64_t time = 0;  // µs since 1970: when it was captured
+};
+
+class CaptureEvents {
+ public:
+  virtual ~CaptureEvents() = default;
+  virtual void onFrame(const CapturedFrame& frame) = 0;
+  virtual void onCaptureFailed(const std::string& why) = 0;
+};
+
+class Capture {
+  struct Key {};
+
+ public:
+  // One camera's, so that its device is closed before it is opened again. A device that hangs keeps
+  // one thread busy and holds up no other camera.
+  using CameraTurns = asio::strand<asio::thread_pool::executor_type>;
+
+  // Starts the camera. Throws std::runtime_error when the pipeline cannot be built; what fails
+  // later is an event.
+  static std::shared_ptr<Capture> start(asio::io_context& io, const CameraTurns& cameraTurns,
+                                        GstDevice* device, const CapturePlan& plan,
+                                        CaptureEvents& events);
+  Capture(Key key, asio::io_context& io, const CameraTurns& cameraTurns, GstDevice* device,
+          const CapturePlan& plan, CaptureEvents& events);
+  ~Capture();
+  Capture(const Capture&) = delete;
+  Capture& operator=(const Capture&) = delete;
+
+  // Takes on another plan while running. False when that needs a new capture.
+  bool adapt(const CapturePlan& plan);
+  void requestKeyFrame();
+  // Mean time that the encoder took for a picture, µs.
+  std::int64_t encodeTime() const;
+  const CapturePlan& plan() const { return m_plan; }
+
+ private:
+  struct Tap;
+
+  void attach();
+  void watchBus();
+  void play();
+  void drain();
+  void deliver(GstSample* sample);
+  std::uint64_t captureTime(GstSample* sample) const;
+  void onEndOfStream();
+  void rewind();
+
+  CameraTurns m_cameraTurns;
+  CapturePlan m_plan;
+  CaptureEvents& m_events;
+  const CapturePipeline m_pipeline;
+  const std::shared_ptr<Tap> m_tap;
+  asio::steady_timer m_lastPicture;  // until its time is over
+};
+
+}  // namespace lumsar::service
+
+#endif

@@ -1,0 +1,74 @@
+// A camera's elements: see capture_pipeline.h. Called on the main thread.
+#include "capture/capture_pipeline.h"
+
+#include <stdexcept>
+
+#include "app/log.h"
+#include "capture/device_formats.h"
+#include "capture/encoder.h"
+
+namespace lumsar::service {
+namespace {
+
+// Puts elements into the pipeline, each linked to the one before.
+class Chain {
+ public:
+  explicit Chain(GstElement* pipeline) : m_pipeline(pipeline) {}
+
+  GstElement* add(GstElement* element, const char* what) {
+    if (element == nullptr) {
+      throw std::runtime_error(joined("GStreamer has no ", what, "; install gstreamer1.0-plugins-",
+                                      "base and gstreamer1.0-plugins-good"));
+    }
+    gst_bin_add(GST_BIN(m_pipeline), element);
+    if (m_last != nullptr && gst_element_link(m_last, element) == FALSE) {
+      throw std::runtime_error(joined("GStreamer cannot link its ", what));
+    }
+    return m_last = element;
+  }
+  GstElement* add(const char* factory) {
+    return add(gst_element_factory_make(factory, nullptr), factory);
+  }
+
+ private:
+  GstElement* const m_pipeline;
+  GstElement* m_last = nullptr;
+};
+
+void setCaps(GstElement* filter, const GstPtr<GstCaps>& caps) {
+  g_object_set(filter, "caps", caps.get(), nullptr);
+}
+
+}  // namespace
+
+CapturePipeline buildPipeline(GstDevice* device, const CapturePlan& plan) {
+  CapturePipeline pipeline;
+  GstElement* bin = gst_pipeline_new(nullptr);
+  gst_object_ref_sink(bin);
+  pipeline.bin = std::shared_ptr<GstElement>(bin, GstRelease{});
+  Chain chain(bin);
+  GstElement* source = gst_device_create_element(device, nullptr);
+  if (source == nullptr) throw std::runtime_error("the camera has no source to read from");
+  chain.add(source, "source for this camera");
+  pipeline.format = chain.add("capsfilter");
+  setCaps(pipeline.format, capsFor(plan.source));
+  if (plan.source.encoding == "MJPG") chain.add("jpegdec");
+  chain.add("videoconvert");
+  chain.add("videoscale");
+  pipeline.size = chain.add("capsfilter");
+  setPictureSize(pipeline, plan);
+  pipeline.encoder = chain.add(makeEncoder(plan), "encoder");
+  pipeline.sink = chain.add("appsink");
+  g_object_set(pipeline.sink, "sync", FALSE, "max-buffers", 2U, "drop", TRUE, nullptr);
+  return pipeline;
+}
+
+void setPictureSize(const CapturePipeline& pipeline, const CapturePlan& plan) {
+  // The encoder is quickest, and its pictures smallest, from I420.
+  setCaps(pipeline.size, GstPtr<GstCaps>(gst_caps_new_simple(
+                             "video/x-raw", "format", G_TYPE_STRING, "I420", "width", G_TYPE_INT,
+                             plan.width, "height", G_TYPE_INT, plan.height, "pixel-aspect-ratio",
+                             GST_TYPE_FRACTION, 1, 1, nullptr)));
+}
+
+}  // namespace lumsar::service

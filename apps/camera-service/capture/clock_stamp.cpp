@@ -1,0 +1,120 @@
+// The clock in synthetic pictures: see clock_stamp.h. Runs on the camera's streaming thread.
+#include "capture/clock_stamp.h"
+
+#include <gst/video/video.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <memory>
+
+#include "capture/gst_ptr.h"
+
+namespace lumsar::service {
+namespace {
+
+constexpr unsigned char kBlack = 16;
+constexpr unsigned char kWhite = 235;
+
+void fill(const LumaPlane& plane, std::size_t x, std::size_t y, std::size_t width,
+          std::size_t height, unsigned char value) {
+  if (x >= plane.width) return;
+  const std::size_t right = std::min(plane.width, x + width);
+  for (std::size_t row = y; row < std::min(plane.height, y + height); ++row) {
+    unsigned char* line = plane.data + row * plane.stride;
+    std::fill(line + x, line + right, value);
+  }
+}
+
+// Bits 0 to 6: top, upper right, lower right, bottom, lower left, upper left, middle.
+constexpr std::array<unsigned int, 10> kSegments = {0x3F, 0x06, 0x5B, 0x4F, 0x66,
+                                                    0x6D, 0x7D, 0x07, 0x7F, 0x6F};
+
+void drawDigit(const LumaPlane& plane, std::size_t x, std::size_t y, std::size_t unit, char digit) {
+  struct Segment {
+    std::size_t x, y, width, height;
+  };
+  static constexpr std::array<Segment, 7> kBars = {{{0, 0, 5, 1},
+                                                    {4, 0, 1, 5},
+                                                    {4, 4, 1, 5},
+                                                    {0, 8, 5, 1},
+                                                    {0, 4, 1, 5},
+                                                    {0, 0, 1, 5},
+                                                    {0, 4, 5, 1}}};
+  const unsigned int lit = kSegments[static_cast<std::size_t>(digit - '0')];
+  for (std::size_t i = 0; i < kBars.size(); ++i) {
+    if ((lit >> i & 1U) == 0) continue;
+    const Segment& bar = kBars[i];
+    fill(plane, x + bar.x * unit, y + bar.y * unit, bar.width * unit, bar.height * unit, kWhite);
+  }
+}
+
+std::string_view timeOfDay(std::array<char, 16>& text) {
+  const auto now = std::chrono::system_clock::now();
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+  const auto part = now - std::chrono::system_clock::from_time_t(seconds);
+  std::tm local = {};
+  localtime_r(&seconds, &local);
+  const auto hundredths = std::chrono::duration_cast<std::chrono::milliseconds>(part).count() / 10;
+  const int size =
+      std::snprintf(text.data(), text.size(), "%02d:%02d:%02d.%02d", local.tm_hour % 100,
+                    local.tm_min % 100, local.tm_sec % 100, static_cast<int>(hundredths % 100));
+  return {text.data(), static_cast<std::size_t>(size)};
+}
+
+GstPadProbeReturn onPicture(GstPad* /*pad*/, GstPadProbeInfo* probe, gpointer data) {
+  GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(probe));
+  GST_PAD_PROBE_INFO_DATA(probe) = buffer;
+  GstVideoFrame frame;
+  if (gst_video_frame_map(&frame, static_cast<GstVideoInfo*>(data), buffer, GST_MAP_WRITE) == 0) {
+    return GST_PAD_PROBE_OK;
+  }
+  const LumaPlane plane = {static_cast<unsigned char*>(GST_VIDEO_FRAME_PLANE_DATA(&frame, 0)),
+                           static_cast<std::size_t>(GST_VIDEO_FRAME_PLANE_STRIDE(&frame, 0)),
+                           static_cast<std::size_t>(GST_VIDEO_FRAME_WIDTH(&frame)),
+                           static_cast<std::size_t>(GST_VIDEO_FRAME_HEIGHT(&frame))};
+  std::array<char, 16> text;
+  drawDigits(plane, timeOfDay(text));
+  gst_video_frame_unmap(&frame);
+  return GST_PAD_PROBE_OK;
+}
+
+}  // namespace
+
+void drawDigits(const LumaPlane& plane, std::string_view text) {
+  const std::size_t unit = std::max<std::size_t>(1, plane.width / 160);
+  const std::size_t height = 13 * unit;
+  if (plane.height < height) return;
+  const std::size_t top = plane.height - height;
+  std::size_t x = 2 * unit;
+  std::size_t width = 3 * unit;
+  for (const char c : text) width += (c == ':' || c == '.' ? 3 : 7) * unit;
+  fill(plane, 0, top, width, height, kBlack);
+  for (const char c : text) {
+    if (c >= '0' && c <= '9') {
+      drawDigit(plane, x, top + 2 * unit, unit, c);
+      x += 7 * unit;
+      continue;
+    }
+    if (c == ':') fill(plane, x, top + 4 * unit, unit, unit, kWhite);
+    fill(plane, x, top + (c == ':' ? 8 : 10) * unit, unit, unit, kWhite);
+    x += 3 * unit;
+  }
+}
+
+void stampClock(GstBin* bin, const char* name, int width, int height) {
+  const GstPtr<GstElement> element(gst_bin_get_by_name(bin, name));
+  if (!element) return;
+  const GstPtr<GstPad> pad(gst_element_get_static_pad(element.get(), "src"));
+  auto info = std::make_unique<GstVideoInfo>();
+  gst_video_info_set_format(info.get(), GST_VIDEO_FORMAT_I420, static_cast<guint>(width),
+                            static_cast<guint>(height));
+  gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, onPicture, info.release(),
+                    [](gpointer data) {
+                      const std::unique_ptr<GstVideoInfo> owned(static_cast<GstVideoInfo*>(data));
+                    });
+}
+
+}  // namespace lumsar::service

@@ -1,0 +1,21 @@
+// The picture formats that a device offers, read from GStreamer's caps. Called by DeviceWatch, on
+// any thread. Reentrant.
+#ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_DEVICE_FORMATS_H
+#define LUMSAR_CAMERA_SERVICE_CAPTURE_DEVICE_FORMATS_H
+
+#include <vector>
+
+#include "capture/camera_format.h"
+#include "capture/gst_ptr.h"
+
+namespace lumsar::service {
+
+std::vector<CameraFormat> deviceFormats(GstDevice* device);
+std::vector<CameraFormat> formatsOf(const GstCaps* caps);
+
+// The caps that make a source deliver exactly this format.
+GstPtr<GstCaps> capsFor(const CameraFormat& format);
+
+}  // namespace lumsar::service
+
+#endif

@@ -1,0 +1,22 @@
+// The encoders that pictures leave through: JPEG always, H.264 where GStreamer has one. Called on
+// the main thread.
+#ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_ENCODER_H
+#define LUMSAR_CAMERA_SERVICE_CAPTURE_ENCODER_H
+
+#include "capture/capture_plan.h"
+#include "capture/gst_ptr.h"
+
+namespace lumsar::service {
+
+bool h264Available();
+
+// A new floating element with one sink pad and one source pad. Throws std::runtime_error where
+// GStreamer lacks it.
+GstElement* makeEncoder(const CapturePlan& plan);
+
+// Changes the quality while running. False where the encoder cannot.
+bool setEncoderQuality(GstElement* encoder, const CapturePlan& plan);
+
+}  // namespace lumsar::service
+
+#endif

@@ -1,0 +1,30 @@
+// Pacer: picks from a stream of frames those that keep a given distance. Used on a camera's
+// streaming thread and for each VM on the main thread. Bound to one thread.
+#ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_PACER_H
+#define LUMSAR_CAMERA_SERVICE_CAPTURE_PACER_H
+
+#include <cstdint>
+#include <limits>
+
+namespace lumsar::service {
+
+class Pacer {
+ public:
+  // Whether the frame of time `now` (µs) is due when frames are `interval` µs apart. Frames come
+  // with jitter, so one that is an eighth too early is taken; the rhythm is kept over time. It is
+  // lost when a frame is late by a whole interval, or when the interval or the clock has changed.
+  bool due(std::int64_t now, std::int64_t interval) {
+    if (interval <= 0) return true;
+    const bool rhythmLost = now > m_next + interval || m_next - now > 2 * interval;
+    if (!rhythmLost && now + interval / 8 < m_next) return false;
+    m_next = (rhythmLost ? now : m_next) + interval;
+    return true;
+  }
+
+ private:
+  std::int64_t m_next = std::numeric_limits<std::int64_t>::min() / 2;  // when a frame is due
+};
+
+}  // namespace lumsar::service
+
+#endif

@@ -1,0 +1,29 @@
+// PolicyRule: how frames are captured and encoded. Plain data.
+#ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_POLICY_RULE_H
+#define LUMSAR_CAMERA_SERVICE_CAPTURE_POLICY_RULE_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace lumsar::service {
+
+// For one kind of camera, or for all where the ids are not set.
+struct PolicyRule {
+  std::optional<std::uint16_t> vendorId;
+  std::optional<std::uint16_t> productId;
+  int maxWidth = 4000;
+  int maxHeight = 4000;
+  int quality = 50;      // JPEG quality, 0 to 100
+  int intervalMs = 0;    // between frames; 0: the camera's own rate
+  bool h264 = false;     // MJPG otherwise
+  bool followVm = true;  // the rate follows what the VM takes
+  std::vector<std::string> pixelFormats = {"MJPG", "YUYV"};  // of the camera, best first
+
+  bool operator==(const PolicyRule&) const = default;
+};
+
+}  // namespace lumsar::service
+
+#endif

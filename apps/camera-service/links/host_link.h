@@ -1,0 +1,27 @@
+// HostLink: the way to a VM through its host's connection to the service. Made by Host; bound to
+// the io_context's thread.
+#ifndef LUMSAR_CAMERA_SERVICE_LINKS_HOST_LINK_H
+#define LUMSAR_CAMERA_SERVICE_LINKS_HOST_LINK_H
+
+#include "ipc/server/server.h"
+#include "links/vm_link.h"
+
+namespace lumsar::service {
+
+class HostLink : public VmLink {
+ public:
+  HostLink(ipc::IpcServer& server, ipc::ClientId client) : m_server(server), m_client(client) {}
+
+  bool ready() const override { return true; }
+  std::uint32_t dataType() const override { return IPC_MSG_DATA; }
+  void send(ipc::Outgoing outgoing) override { m_server.send(m_client, std::move(outgoing)); }
+  std::string name() const override { return "host"; }
+
+ private:
+  ipc::IpcServer& m_server;
+  const ipc::ClientId m_client;
+};
+
+}  // namespace lumsar::service
+
+#endif

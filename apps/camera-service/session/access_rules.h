@@ -1,0 +1,44 @@
+// AccessRules: which cameras may be shared with which VM, from --allow and --deny. Called on the
+// io_context's thread; reentrant once filled.
+#ifndef LUMSAR_CAMERA_SERVICE_SESSION_ACCESS_RULES_H
+#define LUMSAR_CAMERA_SERVICE_SESSION_ACCESS_RULES_H
+
+#include <string>
+#include <vector>
+
+#include "camera/camera_info.h"
+
+namespace lumsar::service {
+
+class AccessRules {
+ public:
+  // `rule` is CAMERA or CAMERA@VM; a camera is named by id or name, and * and ? stand for any text
+  // and any character. As ids and names may hold an @ themselves, the whole text counts as a CAMERA
+  // too. Throws std::invalid_argument with a text for the user.
+  void allow(const std::string& rule) { add(rule, m_allowed); }
+  void deny(const std::string& rule) { add(rule, m_denied); }
+
+  // Why this camera must not be shared with this VM; empty when it may. A denial always counts; as
+  // soon as anything is allowed by a rule, only what is allowed counts.
+  // `idIsCut`: the VM's id may go on, and a denial counts where the rest may be as it says.
+  std::string refusal(const CameraInfo& camera, const std::string& vmId,
+                      bool idIsCut = false) const;
+
+ private:
+  struct Rule {
+    std::string text;
+    std::string camera;
+    std::string vm;
+
+    bool fits(const CameraInfo& info, const std::string& vmId) const;
+    bool mayFitMore(const CameraInfo& info, const std::string& beginningOfVmId) const;
+  };
+  static void add(const std::string& text, std::vector<Rule>& rules);
+
+  std::vector<Rule> m_allowed;
+  std::vector<Rule> m_denied;
+};
+
+}  // namespace lumsar::service
+
+#endif

@@ -1,0 +1,25 @@
+// Finds out whether a file is a picture or a movie, and of which size. Called by FileCameras on its
+// own thread, for it reads the file. Reentrant.
+#ifndef LUMSAR_CAMERA_SERVICE_SOURCES_FILE_PROBE_H
+#define LUMSAR_CAMERA_SERVICE_SOURCES_FILE_PROBE_H
+
+#include <string>
+
+#include "sources/virtual_cameras.h"
+
+namespace lumsar::service {
+
+struct FileProbe {
+  std::string error;  // why it cannot be a camera; empty when it can
+  bool still = false;
+  CameraFormat format;  // of the camera that it becomes
+};
+
+FileProbe probeFile(const std::string& path);
+
+// The source of a camera that shows the file: a picture at a steady rate, a movie at its own.
+GstElement* makeFileSource(const std::string& path, const FileProbe& probe);
+
+}  // namespace lumsar::service
+
+#endif

@@ -1,0 +1,43 @@
+// VirtualCameras: cameras that are no devices, offered to GStreamer's device monitor by a provider
+// inside this process, so that the rest of the service cannot tell them from webcams.
+// Called on the service's main thread; GStreamer calls the source makers on that thread too.
+#ifndef LUMSAR_CAMERA_SERVICE_SOURCES_VIRTUAL_CAMERAS_H
+#define LUMSAR_CAMERA_SERVICE_SOURCES_VIRTUAL_CAMERAS_H
+
+#include <functional>
+#include <map>
+#include <string>
+
+#include "camera/camera_info.h"
+
+namespace lumsar::service {
+
+// The property of a device that holds a virtual camera's id.
+inline constexpr const char* kVirtualIdProperty = "lumsar.id";
+
+struct VirtualCamera {
+  std::string id;
+  std::string name;
+  CameraFormat format;
+  std::function<GstElement*()> makeSource;  // a new floating element with one source pad
+};
+
+class VirtualCameras {
+ public:
+  // Registers the provider. To be made after gst_init and before the device monitor starts.
+  VirtualCameras();
+  ~VirtualCameras();
+  VirtualCameras(const VirtualCameras&) = delete;
+  VirtualCameras& operator=(const VirtualCameras&) = delete;
+
+  void plug(const VirtualCamera& camera);
+  void unplug(const std::string& id);
+
+ private:
+  GstPtr<GstDeviceProvider> m_provider;
+  std::map<std::string, GstPtr<GstDevice>> m_devices;
+};
+
+}  // namespace lumsar::service
+
+#endif

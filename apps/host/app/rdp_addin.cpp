@@ -1,0 +1,190 @@
+// The add-in for RDP clients on FreeRDP's library, such as xfreerdp: "/vc:lumsar" gives them the
+// cameras. One host without a console, on a thread of its own, for as long as the client lives.
+//
+//   client's thread: VirtualChannelEntryEx, then whatever RdpChannel is told
+//   own thread:      Session, hence the plug-in; what RdpChannel sends
+// These first: the RDP library has macros with the names of our status codes.
+#include "app/commands.h"
+#include "app/host_options.h"
+#include "session/report.h"
+#include "session/service_watch.h"
+#include "session/session.h"
+#include "transport/inbox.h"
+
+#include <dlfcn.h>
+#include <freerdp/settings.h>
+#include <sched.h>
+
+#include <asio/executor_work_guard.hpp>
+#include <asio/post.hpp>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <memory>
+#include <thread>
+
+#include "rdp/rdp_channel.h"
+
+namespace lumsar::host {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+fs::path addInDirectory() {
+  Dl_info info{};
+  std::error_code ignored;
+  if (dladdr(reinterpret_cast<const void*>(&addInDirectory), &info) == 0) return {};
+  return fs::canonical(info.dli_fname, ignored).parent_path();
+}
+
+// "/vc:lumsar,plugin:PATH,ipc-library:PATH,vm-id:ID,verbose"
+Options parseArguments(const ADDIN_ARGV* arguments) {
+  Options options;
+  options.driver.kind = Kind::Rdp;
+  for (int i = 1; arguments != nullptr && i < arguments->argc; ++i) {
+    const std::string word = arguments->argv[i];
+    const auto colon = word.find(':');
+    const std::string name = word.substr(0, colon);
+    const std::string value = colon == std::string::npos ? "" : word.substr(colon + 1);
+    if (name == "plugin") {
+      options.plugin = value;
+    } else if (name == "ipc-library") {
+      options.driver.ipcLibrary = value;
+    } else if (name == "vm-id") {
+      options.driver.vmId = value;
+    } else if (name == "verbose") {
+      options.verbose = true;
+    } else {
+      throw UsageError("unknown option \"" + word +
+                       "\": there are plugin:PATH, ipc-library:PATH, vm-id:ID and verbose");
+    }
+  }
+  const fs::path here = addInDirectory();
+  if (options.plugin.empty()) options.plugin = findPlugin(here);
+  if (options.driver.ipcLibrary.empty()) {
+    options.driver.ipcLibrary = findIpcLibrary(options.plugin, here);
+  }
+  return options;
+}
+
+// The client has the connection; here is only its channel.
+class AddInTransport final : public Transport {
+ public:
+  AddInTransport(asio::io_context& loop, SendQueue& queue)
+      : m_loop(loop), m_inbox(std::make_shared<Inbox>(loop)), m_channel(queue, *m_inbox) {
+    m_channel.setOnRoom([this] { wake(); });
+  }
+
+  void start(Listener& listener) override { m_inbox->listen(&listener); }
+  void stop() override { m_inbox->listen(nullptr); }
+  void wake() override {
+    asio::post(m_loop, [this] { m_channel.pump(); });
+  }
+  RdpChannel& channel() { return m_channel; }
+
+ private:
+  asio::io_context& m_loop;
+  std::shared_ptr<Inbox> m_inbox;
+  RdpChannel m_channel;
+};
+
+class AddIn {
+ public:
+  explicit AddIn(const Options& options)
+      : m_report(true),
+        m_log(m_report, options.verbose),
+        m_plugin(options.plugin),
+        m_transport(m_loop, m_queue),
+        m_session(m_loop, m_plugin, options.driver, m_queue, m_transport, m_report),
+        m_commands(
+            m_plugin, m_report, [] { return std::string(); }, [](int) { return 0; }, false),
+        m_serviceWatch(
+            m_loop, m_worker, [this] { return m_session.serviceConnection(); },
+            [this] { return m_commands.serviceAnswers(); },
+            [this] { m_session.recover("it does not answer"); }) {
+    m_report.setSink(
+        [](const std::string& line) { std::fprintf(stderr, "lumsar: %s\n", line.c_str()); });
+    m_queue.setWake([this] { m_transport.wake(); });
+    m_thread = std::thread([this] { run(); });
+  }
+
+  ~AddIn() {
+    asio::post(m_loop, [this] {
+      m_serviceWatch.stop();
+      m_session.stop();
+      m_loop.stop();
+    });
+    m_thread.join();
+  }
+  AddIn(const AddIn&) = delete;
+  AddIn& operator=(const AddIn&) = delete;
+
+  RdpChannel& channel() { return m_transport.channel(); }
+
+ private:
+  void run() {
+    // The plug-in loads its IPC library below the working directory; that of this thread shall not
+    // be the client's. Where this is not allowed, it is the client's for a moment.
+    static_cast<void>(unshare(CLONE_FS));
+    try {
+      m_session.start();
+      m_serviceWatch.start();
+      m_loop.run();
+    } catch (const std::exception& error) {
+      // The client goes on without cameras.
+      m_report.say(std::string("no cameras any more: ") + error.what());
+      m_serviceWatch.stop();
+      m_session.stop();
+    }
+  }
+
+  Report m_report;
+  PluginLog m_log;
+  asio::io_context m_loop;
+  asio::executor_work_guard<asio::io_context::executor_type> m_work = asio::make_work_guard(m_loop);
+  SendQueue m_queue;
+  Plugin m_plugin;
+  AddInTransport m_transport;
+  Session m_session;
+  Commands m_commands;
+  ServiceWatch m_serviceWatch;
+  std::thread m_thread;
+  Worker m_worker;  // last: its jobs use all of the above
+};
+
+// The plug-in serves one host a process.
+bool isLoaded = false;
+
+// Says so when there will be no cameras. The client is not told: it would not connect at all.
+void enter(const CHANNEL_ENTRY_POINTS_FREERDP_EX& entry, void* initHandle) {
+  try {
+    if (isLoaded) throw std::runtime_error("the channel is loaded already");
+    auto addIn =
+        std::make_unique<AddIn>(parseArguments(static_cast<ADDIN_ARGV*>(entry.pExtendedData)));
+    addIn->channel().setOnTerminated([owned = addIn.get()] {
+      const std::unique_ptr<AddIn> last(owned);
+      isLoaded = false;
+    });
+    if (!addIn->channel().enter(entry, initHandle)) {
+      throw std::runtime_error("the client does not take the channel");
+    }
+    isLoaded = true;
+    static_cast<void>(addIn.release());  // the client's, until it terminates the channel
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "lumsar: no cameras: %s\n", error.what());
+  }
+}
+
+}  // namespace
+
+}  // namespace lumsar::host
+
+extern "C" __attribute__((visibility("default"))) BOOL VCAPITYPE
+VirtualChannelEntryEx(PCHANNEL_ENTRY_POINTS_EX points, PVOID initHandle);
+
+BOOL VCAPITYPE VirtualChannelEntryEx(PCHANNEL_ENTRY_POINTS_EX points, PVOID initHandle) {
+  const auto& entry = *reinterpret_cast<CHANNEL_ENTRY_POINTS_FREERDP_EX*>(points);
+  lumsar::host::enter(entry, initHandle);
+  return TRUE;
+}

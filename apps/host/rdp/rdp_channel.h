@@ -1,0 +1,82 @@
+// RdpChannel: the static virtual channel "lumsar" inside an RDP client on FreeRDP's library, be it
+// lumsar-rdp or any client that loads the add-in. The library calls it on the thread that runs the
+// client's loop.
+//
+//   SendQueue --whole messages--> pieces, at most kBatch in the library's hands --> server
+//   Inbox     <--bytes as they come--------------------------------------------- server
+//
+// The library's thread reads nothing while it has pieces to write, and a write lasts until the line
+// has taken the bytes. So it gets its next batch only when it has none left, and never while it
+// reports that: it would go on writing and hear neither the server nor its own user.
+#ifndef LUMSAR_HOST_RDP_RDP_CHANNEL_H
+#define LUMSAR_HOST_RDP_RDP_CHANNEL_H
+
+#include <freerdp/svc.h>
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <span>
+
+#include "transport/inbox.h"
+#include "transport/send_queue.h"
+
+namespace lumsar::host {
+
+inline constexpr char kRdpChannelName[] = "lumsar";
+static_assert(sizeof kRdpChannelName - 1 <= CHANNEL_NAME_LEN);
+
+class RdpChannel {
+ public:
+  static constexpr int kBatch = 64;
+
+  RdpChannel(SendQueue& queue, Inbox& inbox) : m_queue(queue), m_inbox(inbox) {}
+  RdpChannel(const RdpChannel&) = delete;
+  RdpChannel& operator=(const RdpChannel&) = delete;
+
+  // Announces the channel; called inside the add-in's entry function. The object must live until
+  // the client has terminated it.
+  bool enter(const CHANNEL_ENTRY_POINTS_FREERDP_EX& entry, void* initHandle);
+
+  // Called on the library's thread when the client has done with the channel for good. May destroy
+  // this object.
+  void setOnTerminated(std::function<void()> action) { m_onTerminated = std::move(action); }
+
+  // Called on the library's thread when there may be something for pump() to do. It must leave that
+  // to a time when the library is not calling.
+  void setOnRoom(std::function<void()> action) { m_onRoom = std::move(action); }
+
+  // Gives the library its next batch if it has done with the last one. Never waits; on any thread,
+  // but not while the library calls this object.
+  void pump();
+
+ private:
+  using Message = std::shared_ptr<SendQueue::Bytes>;
+  struct Piece;
+
+  static void initEvent(void* self, void* handle, UINT event, void* data, UINT size);
+  static void openEvent(void* self, DWORD handle, UINT event, void* data, UINT32 size, UINT32 total,
+                        UINT32 flags);
+  void connected();
+  void disconnected();
+  void received(std::span<const unsigned char> bytes);
+  void writeComplete(Piece* piece);
+
+  SendQueue& m_queue;
+  Inbox& m_inbox;
+  CHANNEL_ENTRY_POINTS_FREERDP_EX m_entry{};
+  void* m_initHandle = nullptr;
+  std::function<void()> m_onTerminated;
+  std::function<void()> m_onRoom = [] {};
+
+  std::mutex m_mutex;  // guards what follows and keeps pieces of two messages apart
+  DWORD m_openHandle = 0;
+  bool m_open = false;
+  int m_outstanding = 0;
+  Message m_message;  // the one being cut, if any
+  std::size_t m_offset = 0;
+};
+
+}  // namespace lumsar::host
+
+#endif

@@ -1,0 +1,133 @@
+#include "rdp/rdp_transport.h"
+
+#include <winpr/ssl.h>
+#include <winpr/wlog.h>
+
+#include <csignal>
+#include <exception>
+
+namespace lumsar::host {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kFirstPause{250};
+constexpr milliseconds kLongestPause{5000};
+constexpr std::chrono::seconds kWatchInterval{1};
+constexpr milliseconds kEndInterval{100};
+// How often to try a user whom the server may be refusing; more could lock the account.
+constexpr int kMaxLogOns = 3;
+
+void quietLibrary(bool verbose) {
+  wLog* root = WLog_GetRoot();
+  WLog_SetLogAppenderType(root, WLOG_APPENDER_CONSOLE);
+  // Standard output belongs to the program.
+  char stream[] = "stderr";
+  WLog_ConfigureAppender(WLog_GetLogAppender(root), "outputstream", stream);
+  WLog_SetLogLevel(root, verbose ? WLOG_WARN : WLOG_OFF);
+}
+
+}  // namespace
+
+RdpTransport::RdpTransport(asio::io_context& loop, SendQueue& queue, RdpTarget target)
+    : m_queue(queue),
+      m_target(std::move(target)),
+      m_inbox(std::make_shared<Inbox>(loop)),
+      m_watch(loop) {
+  m_target.stateDirectory = m_directory.path().string();
+  quietLibrary(m_target.verbose);
+  winpr_InitializeSSL(WINPR_SSL_INIT_DEFAULT);
+  std::signal(SIGPIPE, SIG_IGN);  // the library writes to sockets without asking for this
+}
+
+// NOLINTNEXTLINE(bugprone-exception-escape): as in the header
+RdpTransport::~RdpTransport() {
+  stop();
+}
+
+void RdpTransport::start(Listener& listener) {
+  m_inbox->listen(&listener);
+  m_thread = std::thread([this] { run(); });
+  watch();
+}
+
+void RdpTransport::stop() {
+  if (!m_thread.joinable()) return;
+  m_watch.cancel();
+  m_inbox->listen(nullptr);
+  {
+    std::unique_lock lock(m_mutex);
+    m_stopping = true;
+    m_changed.notify_all();
+    // The library forgets an end that comes before it has begun.
+    while (m_attempt != nullptr) {
+      m_attempt->client.end();
+      m_changed.wait_for(lock, kEndInterval);
+    }
+  }
+  m_thread.join();
+}
+
+void RdpTransport::wake() {
+  const std::lock_guard lock(m_mutex);
+  if (m_attempt != nullptr) m_attempt->client.wake();
+}
+
+void RdpTransport::run() {
+  milliseconds time = kFirstPause;
+  bool wasConnected = false;
+  int refusals = 0;
+  while (true) {
+    const RdpClient::Outcome outcome = attempt();
+    // Who has been let in once is known.
+    wasConnected = wasConnected || outcome.wasConnected;
+    if (outcome.atLogOn && !wasConnected) ++refusals;
+    if (outcome.permanent || refusals == kMaxLogOns) return m_inbox->refused(outcome.why);
+    m_inbox->trouble(outcome.why);
+    if (outcome.lasted) time = kFirstPause;
+    if (!pause(time)) return;
+    time = std::min(time * 2, kLongestPause);
+  }
+}
+
+RdpClient::Outcome RdpTransport::attempt() {
+  RdpClient::Outcome outcome;
+  try {
+    Attempt current(m_queue, *m_inbox, m_target);
+    if (!show(&current)) return outcome;
+    outcome = current.client.run();
+    show(nullptr);
+  } catch (const std::exception& error) {
+    outcome.why = error.what();
+  }
+  return outcome;
+}
+
+// Lets the other threads see the attempt; false when it is time to stop.
+bool RdpTransport::show(Attempt* attempt) {
+  const std::lock_guard lock(m_mutex);
+  m_attempt = m_stopping ? nullptr : attempt;
+  m_changed.notify_all();
+  return !m_stopping;
+}
+
+// False when it is time to stop.
+bool RdpTransport::pause(milliseconds time) {
+  std::unique_lock lock(m_mutex);
+  return !m_changed.wait_for(lock, time, [this] { return m_stopping; });
+}
+
+void RdpTransport::watch() {
+  m_watch.expires_after(kWatchInterval);
+  m_watch.async_wait([this](std::error_code error) {
+    if (error) return;
+    {
+      const std::lock_guard lock(m_mutex);
+      if (m_attempt != nullptr) m_attempt->client.endIfSilent();
+    }
+    watch();
+  });
+}
+
+}  // namespace lumsar::host

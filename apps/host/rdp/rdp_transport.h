@@ -1,0 +1,61 @@
+// RdpTransport: the channel to the VM as a static virtual channel of an RDP connection of its own.
+// The RDP library lives on a thread of its own, one RdpClient after another; start, stop and the
+// listener belong to the main loop.
+#ifndef LUMSAR_HOST_RDP_RDP_TRANSPORT_H
+#define LUMSAR_HOST_RDP_RDP_TRANSPORT_H
+
+#include <asio/io_context.hpp>
+#include <asio/steady_timer.hpp>
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "rdp/rdp_client.h"
+#include "transport/inbox.h"
+#include "transport/scoped_directory.h"
+#include "transport/send_queue.h"
+#include "transport/transport.h"
+
+namespace lumsar::host {
+
+class RdpTransport final : public Transport {
+ public:
+  RdpTransport(asio::io_context& loop, SendQueue& queue, RdpTarget target);
+  // NOLINTNEXTLINE(bugprone-exception-escape): a mutex or a thread that fails leaves no way on
+  ~RdpTransport() override;
+
+  void start(Listener& listener) override;
+  void stop() override;
+  void wake() override;
+
+ private:
+  struct Attempt {
+    Attempt(SendQueue& queue, Inbox& inbox, const RdpTarget& target)
+        : channel(queue, inbox), client(target, channel) {}
+    RdpChannel channel;
+    RdpClient client;
+  };
+
+  void run();
+  RdpClient::Outcome attempt();
+  bool show(Attempt* attempt);
+  bool pause(std::chrono::milliseconds time);
+  void watch();
+
+  SendQueue& m_queue;
+  TemporaryDirectory m_directory;
+  RdpTarget m_target;
+  std::shared_ptr<Inbox> m_inbox;
+  asio::steady_timer m_watch;
+  std::mutex m_mutex;            // guards the two below
+  Attempt* m_attempt = nullptr;  // while it runs
+  bool m_stopping = false;
+  std::condition_variable m_changed;
+  std::thread m_thread;
+};
+
+}  // namespace lumsar::host
+
+#endif

@@ -1,0 +1,131 @@
+#include "session/plugin_driver.h"
+
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <filesystem>
+#include <stdexcept>
+
+#include "lumsar/message.h"
+#include "transport/scoped_directory.h"
+
+namespace lumsar::host {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class SpiceDriver final : public PluginDriver {
+ public:
+  SpiceDriver(const Plugin& plugin, const DriverSetup& setup, SendQueue& queue, EventSink events)
+      : m_plugin(plugin),
+        m_vmId(setup.vmId),
+        m_config(configuration(setup)),
+        m_queue(queue),
+        m_events(std::move(events)) {}
+
+  int init() override {
+    return m_plugin.Init(
+        [this](unsigned char* data, int length) {
+          return m_queue.push({data, static_cast<std::size_t>(length)});
+        },
+        m_events, m_vmId, m_config);
+  }
+  void deInit() override { m_plugin.DeInit(); }
+  void channelEvent(ChannelEvent event) override { m_plugin.Event(event); }
+  bool vmOpensChannel() const override { return false; }
+  void greetAgain() override { m_plugin.Event(CHANNEL_EVENT_OPENED); }
+
+ private:
+  static std::string configuration(const DriverSetup& setup) {
+    // What every VM can show; a file may say otherwise.
+    QJsonObject config{{QStringLiteral("frame_interval"), QStringLiteral("0")},
+                       {QStringLiteral("max_width"), QStringLiteral("4000")},
+                       {QStringLiteral("quality"), QStringLiteral("50")},
+                       {QStringLiteral("encode_type"), QStringLiteral("MJPG")},
+                       {QStringLiteral("codec"), QStringLiteral("AUTO")}};
+    if (!setup.configFile.empty()) {
+      QFile file(QString::fromStdString(setup.configFile));
+      if (!file.open(QIODevice::ReadOnly)) {
+        throw std::runtime_error("cannot read " + setup.configFile + ": " +
+                                 file.errorString().toStdString());
+      }
+      const QJsonDocument document = QJsonDocument::fromJson(file.readAll());
+      if (!document.isObject()) {
+        throw std::runtime_error(setup.configFile + " holds no JSON object");
+      }
+      const QJsonObject given = document.object();
+      for (auto item = given.begin(); item != given.end(); ++item) config[item.key()] = *item;
+    }
+    // This process makes no Qt application object, so the directory can be given whole. The
+    // plug-in turns each "./" into "/".
+    const std::string directory = fs::canonical(setup.ipcLibrary).parent_path().string();
+    if (directory.find("./") != std::string::npos) {
+      throw std::runtime_error("a directory name that ends in a dot cannot be used: " + directory);
+    }
+    config[QStringLiteral("ipc_name")] = QString::fromStdString(setup.channel);
+    config[QStringLiteral("relative_path")] = QString::fromStdString(directory);
+    return QJsonDocument(config).toJson(QJsonDocument::Compact).toStdString();
+  }
+
+  const Plugin& m_plugin;
+  std::string m_vmId;
+  std::string m_config;
+  SendQueue& m_queue;
+  EventSink m_events;
+};
+
+class RdpDriver final : public PluginDriver {
+ public:
+  RdpDriver(const Plugin& plugin, const DriverSetup& setup, SendQueue& queue)
+      : m_plugin(plugin), m_vmId(setup.vmId), m_ipcLibrary(fs::canonical(setup.ipcLibrary)) {
+    s_queue = &queue;
+    // Where none can be made, that is better said at the start.
+    const TemporaryDirectory trial;
+  }
+
+  // An RDP host's IPC library is always loaded from this directory below the working directory. It
+  // is there only meanwhile, so that a killed client leaves nothing behind.
+  int init() override {
+    const TemporaryDirectory directory;
+    const fs::path home = directory.path() / "Device Redirect";
+    fs::create_directory(home);
+    fs::create_symlink(m_ipcLibrary, home / "libvdi_ipc.so");
+    const WorkingDirectory inside(directory.path());
+    return m_plugin.RdpInit(m_vmId.c_str(), send);
+  }
+  void deInit() override { m_plugin.RdpDeInit(); }
+  void channelEvent(ChannelEvent event) override { m_plugin.RdpEvent(event); }
+  bool vmOpensChannel() const override { return true; }
+  void greetAgain() override {
+    // The VM reported its end open to the plug-in's former life; report it again in its name.
+    RedirMsgHeader opened;
+    opened.type = MSG_CHANNEL_OPENED;
+    m_plugin.Handler(reinterpret_cast<unsigned char*>(&opened), sizeof opened);
+  }
+
+ private:
+  // A plain function: the plug-in's RDP side has no room for more.
+  static int send(unsigned char* data, int length) {
+    return s_queue->push({data, static_cast<std::size_t>(length)});
+  }
+
+  static inline SendQueue* s_queue = nullptr;
+  const Plugin& m_plugin;
+  std::string m_vmId;
+  fs::path m_ipcLibrary;
+};
+
+}  // namespace
+
+std::unique_ptr<PluginDriver> makeDriver(const Plugin& plugin, const DriverSetup& setup,
+                                         SendQueue& queue, PluginDriver::EventSink events) {
+  if (!fs::exists(setup.ipcLibrary)) {
+    throw std::runtime_error("cannot find the IPC library " + setup.ipcLibrary +
+                             "; name it with --ipc-library PATH");
+  }
+  if (setup.kind == Kind::Rdp) return std::make_unique<RdpDriver>(plugin, setup, queue);
+  return std::make_unique<SpiceDriver>(plugin, setup, queue, std::move(events));
+}
+
+}  // namespace lumsar::host

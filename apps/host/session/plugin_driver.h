@@ -1,0 +1,47 @@
+// PluginDriver: what differs between a SPICE and an RDP host in how the plug-in is driven, and
+// nothing else. Used by Session on the main loop.
+#ifndef LUMSAR_HOST_SESSION_PLUGIN_DRIVER_H
+#define LUMSAR_HOST_SESSION_PLUGIN_DRIVER_H
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "lumsar/plugin.h"
+#include "transport/send_queue.h"
+
+namespace lumsar::host {
+
+enum class Kind { Spice, Rdp };
+
+struct DriverSetup {
+  Kind kind = Kind::Spice;
+  std::string vmId = "vm-1";
+  std::string channel = "lumsar";  // name of the camera service's IPC channel; SPICE only
+  std::string configFile;          // further configuration, JSON; SPICE only
+  std::string ipcLibrary;          // path of libvdi_ipc.so
+};
+
+class PluginDriver {
+ public:
+  // Receives the plug-in's events, on any thread; `data` is valid during the call.
+  using EventSink = std::function<void(RedirEvent event, const char* data, int length)>;
+
+  virtual ~PluginDriver() = default;
+  // A status of the plug-in; throws when the plug-in cannot even be asked.
+  virtual int init() = 0;
+  virtual void deInit() = 0;
+  virtual void channelEvent(ChannelEvent event) = 0;
+  // Whether it is the VM that reports the channel open and is then greeted.
+  virtual bool vmOpensChannel() const = 0;
+  // Greets a VM whose channel has stayed open while the plug-in was initialised anew.
+  virtual void greetAgain() = 0;
+};
+
+// Throws std::runtime_error when the set-up cannot work. `queue` outlives the driver.
+std::unique_ptr<PluginDriver> makeDriver(const Plugin& plugin, const DriverSetup& setup,
+                                         SendQueue& queue, PluginDriver::EventSink events);
+
+}  // namespace lumsar::host
+
+#endif

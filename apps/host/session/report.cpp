@@ -1,0 +1,116 @@
+#include "session/report.h"
+
+#include <QString>
+#include <QtGlobal>
+#include <cstdio>
+#include <ctime>
+
+#include "lumsar/ipc_transport.h"
+#include "lumsar/plugin.h"
+
+namespace lumsar::host {
+
+namespace {
+
+std::string timeOfDay() {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  tm local{};
+  localtime_r(&now.tv_sec, &local);
+  char text[32];
+  const std::size_t size = std::strftime(text, sizeof text, "%H:%M:%S", &local);
+  std::snprintf(text + size, sizeof text - size, ".%03ld ", now.tv_nsec / 1000000);
+  return text;
+}
+
+const char* statusWords(int status) {
+  switch (status) {
+    case STATUS_OK:
+      return "done";
+    case STATUS_INIT_FAILED:
+      return "the IPC library cannot be loaded or makes no client";
+    case STATUS_INVALID_PARAMETER:
+      return "invalid parameter";
+    case STATUS_INVALID_MAGIC:
+      return "a message does not begin with the magic number";
+    case STATUS_UNKNOWN_COMMAND:
+      return "unknown command";
+    case STATUS_NOT_JSON:
+      return "the command is not JSON";
+    case STATUS_MISSING_ITEM:
+      return "the command lacks an item";
+    case STATUS_NO_OBJECT:
+      return "out of memory";
+    case STATUS_REPLY_TOO_LARGE:
+      return "the answer does not fit";
+    case STATUS_NOT_INITIALIZED:
+      return "the plug-in is not initialised";
+    case STATUS_ALREADY_INITIALIZED:
+      return "the plug-in is initialised already";
+    case STATUS_NOT_CONNECTED:
+      return "the camera service is not connected";
+    case STATUS_DISCONNECTED:
+      return "not connected";
+    case STATUS_ALREADY_CONNECTED:
+      return "connected already";
+    case STATUS_LIST_CALL_FAILED:
+      return "the camera service does not answer";
+    case STATUS_LIST_ERROR:
+      return "the camera service cannot list its cameras";
+    case STATUS_EXCEPTION:
+      return "the plug-in stopped an exception, see its log";
+    default:
+      break;
+  }
+  const char* ipcWords = ipcErrorText(status);
+  return ipcWords != nullptr ? ipcWords : "unknown status";
+}
+
+std::mutex logMutex;  // guards the two below
+Report* logReport = nullptr;
+bool logEverything = false;
+
+void writeLog(QtMsgType type, const QMessageLogContext& /*context*/, const QString& text) {
+  const std::lock_guard lock(logMutex);
+  if (logReport == nullptr) return;
+  if (!logEverything && type != QtCriticalMsg && type != QtFatalMsg) return;
+  const char* level = type == QtDebugMsg     ? "debug"
+                      : type == QtInfoMsg    ? "info"
+                      : type == QtWarningMsg ? "warning"
+                                             : "critical";
+  logReport->say(std::string("  plug-in ") + level + ": " + text.trimmed().toStdString());
+}
+
+}  // namespace
+
+void Report::setSink(std::function<void(const std::string&)> sink) {
+  const std::lock_guard lock(m_mutex);
+  m_sink = std::move(sink);
+}
+
+void Report::say(const std::string& line) {
+  const std::string text = timeOfDay() + line;
+  const std::lock_guard lock(m_mutex);
+  if (m_sink) return m_sink(text);
+  std::FILE* stream = m_toStderr ? stderr : stdout;
+  std::fprintf(stream, "%s\n", text.c_str());
+  std::fflush(stream);
+}
+
+std::string statusText(int status) {
+  return std::string(statusWords(status)) + " (" + std::to_string(status) + ")";
+}
+
+PluginLog::PluginLog(Report& report, bool everything) {
+  const std::lock_guard lock(logMutex);
+  logReport = &report;
+  logEverything = everything;
+  qInstallMessageHandler(writeLog);
+}
+
+PluginLog::~PluginLog() {
+  const std::lock_guard lock(logMutex);
+  logReport = nullptr;
+}
+
+}  // namespace lumsar::host

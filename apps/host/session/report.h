@@ -1,0 +1,43 @@
+// Report: everything that the host says, one line at a time, and status codes in words.
+// Thread-safe.
+#ifndef LUMSAR_HOST_SESSION_REPORT_H
+#define LUMSAR_HOST_SESSION_REPORT_H
+
+#include <functional>
+#include <mutex>
+#include <string>
+
+namespace lumsar::host {
+
+class Report {
+ public:
+  // With `toStderr`, stdout stays free for a program that reads the summary.
+  explicit Report(bool toStderr) : m_toStderr(toStderr) {}
+
+  // Where lines go instead, such as above an input line; called on the saying thread.
+  void setSink(std::function<void(const std::string&)> sink);
+  void say(const std::string& line);
+
+ private:
+  std::mutex m_mutex;
+  std::function<void(const std::string&)> m_sink;
+  bool m_toStderr;
+};
+
+// A status of the plug-in or of the IPC library in words, such as "the camera service is not
+// connected (30)".
+std::string statusText(int status);
+
+// While it lives, the plug-in's log goes to the report: every line, or only what is critical. The
+// plug-in's event threads may log after that; such a line goes nowhere. One at a time.
+class PluginLog {
+ public:
+  PluginLog(Report& report, bool everything);
+  ~PluginLog();
+  PluginLog(const PluginLog&) = delete;
+  PluginLog& operator=(const PluginLog&) = delete;
+};
+
+}  // namespace lumsar::host
+
+#endif

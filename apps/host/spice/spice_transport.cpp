@@ -1,0 +1,301 @@
+#include "spice/spice_transport.h"
+
+#include <algorithm>
+#include <functional>
+
+namespace lumsar::host {
+
+namespace {
+
+// The library reads nothing while it writes, and of what waits only our own queue knows what may
+// be dropped.
+constexpr int kMaxOutstanding = 1;
+constexpr unsigned kFirstPauseMs = 250;
+constexpr unsigned kLongestPauseMs = 5000;
+// Two clients of one server take the connection from each other: what ends sooner than this is no
+// success, and the pauses go on growing.
+constexpr gint64 kLastingUs = 10'000'000;
+// The server announces all its ports at once, right after it has accepted us.
+constexpr unsigned kPortPatienceMs = 3000;
+
+constexpr const char* kNobody = "nobody in the VM has the port open";
+
+// Runs `call` on the GLib thread. Always through the loop: an "invoke" would run it right here
+// while the loop has not begun.
+void onGlib(std::function<void()> call) {
+  auto* owned = new std::function<void()>(std::move(call));  // freed by the last argument
+  g_idle_add_full(
+      G_PRIORITY_DEFAULT,
+      [](gpointer data) -> gboolean {
+        (*static_cast<std::function<void()>*>(data))();
+        return G_SOURCE_REMOVE;
+      },
+      owned, [](gpointer data) { delete static_cast<std::function<void()>*>(data); });
+}
+
+const char* eventText(SpiceChannelEvent event) {
+  switch (event) {
+    case SPICE_CHANNEL_ERROR_CONNECT:
+      return "cannot connect to the server";
+    case SPICE_CHANNEL_ERROR_TLS:
+      return "TLS failed: is the server's certificate of an authority in --ca-file, and made out "
+             "for "
+             "this host or for --host-subject?";
+    case SPICE_CHANNEL_ERROR_LINK:
+      return "the server refused the link";
+    case SPICE_CHANNEL_ERROR_AUTH:
+      return "the server refused the ticket";
+    case SPICE_CHANNEL_ERROR_IO:
+      return "the connection broke";
+    default:
+      return "the server closed the connection";
+  }
+}
+
+}  // namespace
+
+SpiceUri readSpiceUri(const std::string& uri) {
+  g_autofree char* port = nullptr;
+  g_autofree char* tlsPort = nullptr;
+  g_autofree char* path = nullptr;
+  SpiceSession* session = spice_session_new();
+  g_object_set(session, "uri", uri.c_str(), nullptr);
+  g_object_get(session, "port", &port, "tls-port", &tlsPort, "unix-path", &path, nullptr);
+  g_object_unref(session);
+  const bool named = port != nullptr || (path != nullptr && *path != '\0');
+  return {.valid = named || tlsPort != nullptr, .tls = tlsPort != nullptr};
+}
+
+// One write in flight; the library reads the bytes until its callback.
+struct SpiceTransport::Write {
+  SpiceTransport* transport;
+  SendQueue::Bytes bytes;
+};
+
+SpiceTransport::SpiceTransport(asio::io_context& loop, SendQueue& queue, SpiceAddress address)
+    : m_queue(queue), m_address(std::move(address)), m_inbox(std::make_shared<Inbox>(loop)) {}
+
+SpiceTransport::~SpiceTransport() {
+  stop();
+}
+
+void SpiceTransport::start(Listener& listener) {
+  m_inbox->listen(&listener);
+  m_glibLoop = g_main_loop_new(nullptr, FALSE);
+  m_pauseMs = kFirstPauseMs;
+  m_thread = std::thread([this] { run(); });
+}
+
+void SpiceTransport::stop() {
+  if (!m_thread.joinable()) return;
+  m_inbox->listen(nullptr);
+  onGlib([this] {
+    disconnect();
+    g_main_loop_quit(m_glibLoop);
+  });
+  m_thread.join();
+  // Writes that were cut off still call back, from here now that the thread is gone.
+  while (m_outstanding > 0) g_main_context_iteration(nullptr, TRUE);
+  g_main_loop_unref(m_glibLoop);
+}
+
+void SpiceTransport::wake() {
+  onGlib([this] { pump(); });
+}
+
+void SpiceTransport::run() {
+  connect();
+  g_main_loop_run(m_glibLoop);
+}
+
+void SpiceTransport::connect() {
+  m_session = spice_session_new();
+  g_object_set(m_session, "uri", m_address.uri.c_str(), "enable-audio", FALSE, "enable-smartcard",
+               FALSE, "enable-usbredir", FALSE, nullptr);
+  if (!m_address.ticket.empty()) {
+    g_object_set(m_session, "password", m_address.ticket.c_str(), nullptr);
+  }
+  if (!m_address.caFile.empty()) {
+    g_object_set(m_session, "ca-file", m_address.caFile.c_str(), nullptr);
+  }
+  if (!m_address.hostSubject.empty()) {
+    g_object_set(m_session, "cert-subject", m_address.hostSubject.c_str(), "verify",
+                 SPICE_SESSION_VERIFY_SUBJECT, nullptr);
+  }
+  g_signal_connect(m_session, "channel-new",
+                   G_CALLBACK(+[](SpiceSession*, SpiceChannel* channel, gpointer self) {
+                     static_cast<SpiceTransport*>(self)->channelAppeared(channel);
+                   }),
+                   this);
+  if (!spice_session_connect(m_session)) {
+    m_inbox->trouble("the SPICE library does not take the address");
+    reconnectLater();
+  }
+}
+
+void SpiceTransport::disconnect() {
+  if (m_retry != 0) g_source_remove(m_retry);
+  if (m_portCheck != 0) g_source_remove(m_portCheck);
+  m_retry = m_portCheck = 0;
+  setOpen(false, "disconnected");
+  if (m_port != nullptr) {
+    g_signal_handlers_disconnect_by_data(m_port, this);
+    g_clear_object(&m_port);
+  }
+  if (m_session != nullptr) {
+    g_signal_handlers_disconnect_by_data(m_session, this);
+    g_autoptr(GList) channels = spice_session_get_channels(m_session);
+    for (const GList* item = channels; item != nullptr; item = item->next) {
+      g_signal_handlers_disconnect_by_data(item->data, this);
+    }
+    spice_session_disconnect(m_session);
+    g_clear_object(&m_session);
+  }
+}
+
+void SpiceTransport::reconnectLater() {
+  if (m_retry != 0) return;
+  m_retry = g_timeout_add(
+      m_pauseMs,
+      [](gpointer data) -> gboolean {
+        auto& self = *static_cast<SpiceTransport*>(data);
+        self.m_retry = 0;
+        self.disconnect();
+        self.connect();
+        return G_SOURCE_REMOVE;
+      },
+      this);
+  m_pauseMs = std::min(m_pauseMs * 2, kLongestPauseMs);
+}
+
+void SpiceTransport::channelAppeared(SpiceChannel* channel) {
+  if (SPICE_IS_MAIN_CHANNEL(channel)) {
+    g_signal_connect(channel, "channel-event",
+                     G_CALLBACK(+[](SpiceChannel*, SpiceChannelEvent event, gpointer self) {
+                       static_cast<SpiceTransport*>(self)->mainEvent(event);
+                     }),
+                     this);
+  } else if (SPICE_IS_PORT_CHANNEL(channel)) {
+    // A server may have several ports; their names come only with the connection.
+    watchPort(channel);
+    spice_channel_connect(channel);
+  }
+}
+
+void SpiceTransport::watchPort(SpiceChannel* channel) {
+  g_signal_connect(channel, "notify::port-name",
+                   G_CALLBACK(+[](SpicePortChannel* port, GParamSpec*, gpointer self) {
+                     static_cast<SpiceTransport*>(self)->portNamed(port);
+                   }),
+                   this);
+  // Not the property port-opened: the library also sets it for bytes that a closed port still held.
+  g_signal_connect(channel, "port-event",
+                   G_CALLBACK(+[](SpicePortChannel* port, int event, gpointer self) {
+                     static_cast<SpiceTransport*>(self)->guestDid(port, event);
+                   }),
+                   this);
+  g_signal_connect(channel, "port-data",
+                   G_CALLBACK(+[](SpicePortChannel* port, void* bytes, int size, gpointer data) {
+                     auto& self = *static_cast<SpiceTransport*>(data);
+                     if (port != self.m_port || !self.m_open) return;
+                     self.m_inbox->received({static_cast<const unsigned char*>(bytes),
+                                             static_cast<std::size_t>(size)});
+                   }),
+                   this);
+  g_signal_connect(channel, "channel-event",
+                   G_CALLBACK(+[](SpiceChannel* port, SpiceChannelEvent event, gpointer data) {
+                     auto& self = *static_cast<SpiceTransport*>(data);
+                     // One that fails before it has a name may have been ours.
+                     const bool other =
+                         self.m_port != nullptr && port != SPICE_CHANNEL(self.m_port);
+                     if (!other) self.portEvent(event);
+                   }),
+                   this);
+}
+
+void SpiceTransport::mainEvent(SpiceChannelEvent event) {
+  if (event == SPICE_CHANNEL_OPENED) {
+    m_connectedAt = g_get_monotonic_time();
+    m_portCheck = g_timeout_add(
+        kPortPatienceMs,
+        [](gpointer data) -> gboolean {
+          static_cast<SpiceTransport*>(data)->checkPort();
+          return G_SOURCE_REMOVE;
+        },
+        this);
+    return;
+  }
+  if (event == SPICE_CHANNEL_NONE || event == SPICE_CHANNEL_SWITCHING) return;
+  const bool lasted = m_connectedAt != 0 && g_get_monotonic_time() - m_connectedAt > kLastingUs;
+  if (lasted) m_pauseMs = kFirstPauseMs;
+  m_connectedAt = 0;
+  setOpen(false, eventText(event));
+  m_inbox->trouble(eventText(event));
+  reconnectLater();
+}
+
+void SpiceTransport::portEvent(SpiceChannelEvent event) {
+  if (event != SPICE_CHANNEL_OPENED && event != SPICE_CHANNEL_NONE) {
+    setOpen(false, eventText(event));
+    // The main channel may be well; it would not bring the port's back.
+    if (event != SPICE_CHANNEL_SWITCHING) reconnectLater();
+  }
+}
+
+// Whether it is our port: only its name says.
+bool SpiceTransport::recognise(SpicePortChannel* port) {
+  g_autofree char* name = nullptr;
+  g_object_get(port, "port-name", &name, nullptr);
+  if (name == nullptr || m_address.port != name) return false;
+  g_set_object(&m_port, port);
+  return true;
+}
+
+// A port that is open already has reported so before.
+void SpiceTransport::portNamed(SpicePortChannel* port) {
+  if (recognise(port) && !m_open) m_inbox->trouble(kNobody);
+}
+
+void SpiceTransport::guestDid(SpicePortChannel* port, int event) {
+  if (!recognise(port)) return;
+  if (event == SPICE_PORT_EVENT_OPENED) setOpen(true, {});
+  if (event == SPICE_PORT_EVENT_CLOSED) setOpen(false, kNobody);
+}
+
+void SpiceTransport::checkPort() {
+  m_portCheck = 0;
+  if (m_port != nullptr) return;
+  m_inbox->trouble("the VM has no port named " + m_address.port + "; its definition lacks it");
+}
+
+void SpiceTransport::setOpen(bool open, const std::string& why) {
+  if (open == m_open) return;
+  m_open = open;
+  if (open) {
+    m_inbox->opened();
+  } else {
+    m_inbox->closed(why);
+  }
+}
+
+void SpiceTransport::pump() {
+  while (m_open && m_outstanding < kMaxOutstanding) {
+    auto message = m_queue.pop();
+    if (!message) return;
+    auto write = std::make_unique<Write>(Write{this, std::move(*message)});
+    ++m_outstanding;
+    auto& bytes = write->bytes;
+    spice_port_channel_write_async(
+        m_port, bytes.data(), bytes.size(), nullptr,
+        [](GObject* port, GAsyncResult* result, gpointer data) {
+          const std::unique_ptr<Write> done(static_cast<Write*>(data));
+          g_autoptr(GError) ignored = nullptr;  // a lost channel reports itself
+          spice_port_channel_write_finish(SPICE_PORT_CHANNEL(port), result, &ignored);
+          --done->transport->m_outstanding;
+          done->transport->pump();
+        },
+        write.release());
+  }
+}
+
+}  // namespace lumsar::host

@@ -1,0 +1,19 @@
+# Warnings and instrumentation, the same for every target.
+option(LUMSAR_WERROR "Treat warnings as errors (for developers and CI)" OFF)
+option(LUMSAR_FUZZ "Build the fuzzers, with Clang" OFF)
+set(LUMSAR_SANITIZE "" CACHE STRING "Sanitizers for everything, such as address,undefined or thread")
+
+add_library(lumsar_flags INTERFACE)
+target_compile_options(lumsar_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
+  -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wformat=2 -Wundef
+  $<$<BOOL:${LUMSAR_WERROR}>:-Werror>)
+target_link_options(lumsar_flags INTERFACE -Wl,-z,defs)
+if(LUMSAR_SANITIZE)
+  add_compile_options(-fsanitize=${LUMSAR_SANITIZE} -fno-sanitize-recover=all
+    -fno-omit-frame-pointer -g)
+  add_link_options(-fsanitize=${LUMSAR_SANITIZE})
+endif()
+if(LUMSAR_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()

@@ -1,0 +1,119 @@
+// MessageStream: see message_stream.h. Runs on the io_context's thread.
+// Each pending operation holds a reference to the stream, so it lives until the last one is over.
+#include "ipc/server/message_stream.h"
+
+#include <asio/buffer.hpp>
+#include <asio/error.hpp>
+#include <asio/post.hpp>
+#include <asio/write.hpp>
+
+#include "ipc/read_size.h"
+
+namespace lumsar::ipc {
+namespace {
+
+std::string reason(const asio::error_code& error) {
+  if (error == asio::error::eof || error == asio::error::connection_reset ||
+      error == asio::error::broken_pipe) {
+    return "the other side closed the connection";
+  }
+  return error.message();
+}
+
+}  // namespace
+
+MessageStream::MessageStream(Socket socket, QueueLimits limits)
+    : m_socket(std::move(socket)), m_queue(limits) {
+  m_socket.native_non_blocking(true);
+}
+
+void MessageStream::start(Handlers handlers) {
+  m_handlers = std::move(handlers);
+  read();
+}
+
+void MessageStream::read() {
+  const auto room = m_assembler.prepare(readSize(m_assembler.missing()));
+  m_socket.async_read_some(asio::buffer(room.data(), room.size()),
+                           [self = shared_from_this()](asio::error_code error, std::size_t size) {
+                             if (!self->open()) return;
+                             if (error) return self->end(reason(error));
+                             self->onRead(size);
+                           });
+}
+
+void MessageStream::onRead(std::size_t size) {
+  m_assembler.commit(size);
+  m_counters.bytesIn += size;
+  while (open()) {
+    const auto message = m_assembler.next();
+    if (message.empty()) break;
+    m_handlers.onMessage(message);
+  }
+  if (!open()) return;
+  switch (m_assembler.fault()) {
+    case MessageAssembler::Fault::Magic:
+      return end("it sent bytes that begin no message");
+    case MessageAssembler::Fault::TooLong:
+      return end("it announced a message above the limit of " + std::to_string(kMaxPayload) +
+                 " bytes");
+    case MessageAssembler::Fault::None:
+      read();
+  }
+}
+
+void MessageStream::send(Outgoing outgoing) {
+  if (!open() || m_closing) return;
+  if (!m_queue.push(std::move(outgoing))) {
+    // Not from inside the sender's call: it may be going through its list of receivers.
+    asio::post(m_socket.get_executor(), [self = shared_from_this()] {
+      if (self->open()) self->end("it takes no data: too many messages wait for it");
+    });
+    return;
+  }
+  if (!m_inFlight) write();
+}
+
+void MessageStream::write() {
+  m_inFlight = m_queue.pop();
+  if (!m_inFlight) {
+    if (m_closing) close();
+    return;
+  }
+  if (m_inFlight->onLeave) m_inFlight->onLeave(m_inFlight->message);
+  const auto bytes = m_inFlight->message.bytes();
+  asio::async_write(m_socket, asio::buffer(bytes.data(), bytes.size()),
+                    [self = shared_from_this()](asio::error_code error, std::size_t size) {
+                      self->m_inFlight.reset();
+                      if (!self->open()) return;
+                      if (error) return self->end(reason(error));
+                      self->m_counters.bytesOut += size;
+                      self->write();
+                    });
+}
+
+void MessageStream::close() {
+  if (!open()) return;
+  asio::error_code ignored;
+  m_socket.shutdown(Socket::shutdown_both, ignored);
+  m_socket.close(ignored);
+}
+
+void MessageStream::closeAfterSending() {
+  m_closing = true;
+  if (!m_inFlight) write();
+}
+
+void MessageStream::end(const std::string& why) {
+  close();
+  if (m_handlers.onEnd) m_handlers.onEnd(why);
+}
+
+MessageStream::Counters MessageStream::counters() const {
+  Counters counters = m_counters;
+  counters.framesDropped = m_queue.dropped();
+  counters.bytesQueued = m_queue.bytes() + (m_inFlight ? m_inFlight->message.bytes().size() : 0);
+  return counters;
+}
+
+}  // namespace lumsar::ipc

@@ -1,0 +1,17 @@
+// Events to the host, each from a short-lived thread of its own so that the raiser never waits for
+// the host. Threads are detached and may outlive the de-initialisation.
+#ifndef LUMSAR_PLUGIN_CHANNEL_EVENT_POST_H
+#define LUMSAR_PLUGIN_CHANNEL_EVENT_POST_H
+
+#include <memory>
+
+#include "lumsar/plugin.h"
+
+// Starts the thread; it owns `data` from then on. Throws std::system_error when it cannot start.
+void RaiseEvent(lumsar::RedirEvent event, std::unique_ptr<char[]> data, int length);
+
+// Body of the thread: calls the host's event function, if the kind of host has one, and frees
+// `data` (made by array new, or null).
+void PostEventToSpice(lumsar::RedirEvent event, char* data, int length);
+
+#endif

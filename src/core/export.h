@@ -1,7 +1,0 @@
-// What leaves the library: everything else is hidden.
-#ifndef LUMSAR_CORE_EXPORT_H
-#define LUMSAR_CORE_EXPORT_H
-
-#define LUMSAR_EXPORT __attribute__((visibility("default")))
-
-#endif

@@ -1,0 +1,92 @@
+// The channel as an add-in, loaded into a client that knows nothing of it but its name: what
+// xfreerdp does, without a screen.
+#include <filesystem>
+
+#include "integration/rdp/addin_client.h"
+#include "integration/rdp/rig.h"
+
+namespace {
+
+using namespace lumsar_test;
+
+class RdpAddIn : public Rig {
+ protected:
+  RdpAddIn() { setenv("LUMSAR_TEST_SERVICE", path("service").c_str(), 1); }
+  ~RdpAddIn() override { unsetenv("LUMSAR_TEST_DIRECTORY"); }
+};
+
+// Nor does it take the client's working directory from it, though the plug-in wants another one.
+TEST_F(RdpAddIn, GivesItsClientTheCameras) {
+  setenv("LUMSAR_TEST_DIRECTORY", std::filesystem::current_path().c_str(), 1);
+  startService();
+  startServer();
+  {
+    const AddInClient client(path("rdp"), path("state"), addInWords());
+    ASSERT_TRUE(client.connected());
+    ASSERT_TRUE(server->waitForClient());
+    greet();
+    expectThrough(noise(1'000'000, 1));
+    server->send(message(lumsar::MSG_DATA, noise(70'000, 2)));
+    const auto data = service->messages().nextOf(lumsar::IPC_MSG_DATA);
+    ASSERT_TRUE(data);
+    EXPECT_EQ(payloadOf(*data), noise(70'000, 2));
+  }
+  EXPECT_TRUE(service->waitUntilLeft());
+}
+
+TEST_F(RdpAddIn, OneClientAfterAnother) {
+  startService();
+  startServer();
+  for (int i = 0; i < 2; ++i) {
+    const AddInClient client(path("rdp"), path("state"), addInWords());
+    ASSERT_TRUE(client.connected());
+    ASSERT_TRUE(server->waitForClient());
+    greet();
+    expectThrough(noise(5000, 1));
+  }
+}
+
+// As xfreerdp does when it reconnects by itself: the same add-in, another connection.
+TEST_F(RdpAddIn, StaysWithAClientThatConnectsAgain) {
+  startService();
+  startServer();
+  AddInClient client(path("rdp"), path("state"), addInWords());
+  ASSERT_TRUE(server->waitForClient());
+  greet();
+  for (int i = 0; i < 2; ++i) {
+    service->send(message(lumsar::IPC_MSG_DATA, noise(4U << 20U, 1)));
+    server->dropClient();
+    ASSERT_TRUE(client.connectAgain());
+    ASSERT_TRUE(server->waitForClient());
+    server->messages().clear();
+    greet();
+    expectThrough(noise(5000, 2));
+  }
+  EXPECT_TRUE(service->connected());
+}
+
+TEST_F(RdpAddIn, RecoversFromALostCameraService) {
+  startService();
+  startServer();
+  const AddInClient client(path("rdp"), path("state"), addInWords());
+  ASSERT_TRUE(server->waitForClient());
+  greet();
+  service.reset();
+  startService();
+  const auto bytes = server->messages().nextOf(lumsar::MSG_HELLO);
+  ASSERT_TRUE(bytes);
+}
+
+// The user's desktop is worth more than the cameras.
+TEST_F(RdpAddIn, SaysWhatIsWrongWithItsOptionsAndLetsTheClientConnect) {
+  startServer();
+  testing::internal::CaptureStderr();
+  const AddInClient client(path("rdp"), path("state"), {"lumsar", "camera:3"});
+  EXPECT_TRUE(client.connected());
+  EXPECT_TRUE(server->waitForClient());
+  EXPECT_NE(testing::internal::GetCapturedStderr().find(
+                "lumsar: no cameras: unknown option \"camera:3\": there are plugin:PATH"),
+            std::string::npos);
+}
+
+}  // namespace

@@ -1,0 +1,202 @@
+// Cameras of the user's machine inside a real guest: devices that its programs open, with the
+// pictures that the camera service has sent.
+#include <csignal>
+
+#include "integration/vm/support/pictures.h"
+#include "integration/vm/support/slow_link.h"
+#include "integration/vm/support/spice_vm.h"
+
+namespace lumsar::vmtest {
+namespace {
+
+using namespace std::chrono_literals;
+
+class Cameras : public SpiceVm {
+ protected:
+  // Everything up to a camera that is there in the guest.
+  void share(const std::string& format = "320x240@10", const std::string& address = {}) {
+    ASSERT_TRUE(user().startService(format));
+    user().startHost(address.empty() ? guest().address() : address);
+    startVmSide();
+    ASSERT_TRUE(user().command("share 0"));
+    ASSERT_TRUE(cameraIsThere()) << device();
+  }
+
+  void startVmSide() {
+    guest().start("vm", "lumsar-agent --v4l2 --verbose");
+    ASSERT_TRUE(user().host().expect("VM answered"));
+  }
+
+  // A camera is being read when the VM's side stops to take anything.
+  void stall() {
+    share("1920x1080@30");
+    startReader();
+    ASSERT_TRUE(reading());
+    guest().run("killall -STOP lumsar-agent");
+    ASSERT_TRUE(eventually(60s, [this] { return user().counter("dropped") > 0; }));
+  }
+
+  std::string device() { return guest().run("guest_reader /dev/video20 0").output; }
+  bool cameraIsThere() {
+    return eventually(10s, [this] { return device().starts_with("capture device"); });
+  }
+  // As long as somebody has it open, a device remains what it was, without pictures.
+  bool cameraIsGone() {
+    stopReader();
+    return eventually(10s, [this] { return device().starts_with("no capture device"); });
+  }
+
+  // Reads in the background, until it is killed.
+  void startReader() { guest().start("reader", "guest_reader /dev/video20 1000000"); }
+  bool reading() {
+    const auto seen = picturesRead();
+    return eventually(20s, [&] { return picturesRead() > seen + 3; });
+  }
+  std::size_t picturesRead() {
+    return pictureHashes(guest().run("cat /tmp/reader.log").output).size();
+  }
+  void stopReader() { guest().run("killall guest_reader; true"); }
+
+  // Reads `count` pictures as a guest's program and compares them with those that were sent.
+  void expectPictures(std::size_t count) {
+    const auto result =
+        guest().run("guest_reader /dev/video20 " + std::to_string(count), Milliseconds(40s));
+    ASSERT_EQ(result.status, 0) << result.output;
+    const auto read = pictureHashes(result.output);
+    ASSERT_EQ(read.size(), count);
+    expectInOrder(read, user().picturesSent());
+  }
+};
+
+TEST_F(Cameras, SharedCameraIsACaptureDevice) {
+  EXPECT_EQ(guest().run("guest_reader /dev/video20 0").status, 1);
+  share();
+  EXPECT_NE(device().find("MJPG 320x240"), std::string::npos) << device();
+}
+
+TEST_F(Cameras, PicturesAreThoseThatTheServiceSent) {
+  share();
+  expectPictures(25);
+}
+
+TEST_F(Cameras, UnshareTakesTheCameraAway) {
+  share();
+  startReader();
+  EXPECT_TRUE(reading());
+  EXPECT_TRUE(user().command(std::string("unshare ") + kCamera));
+  EXPECT_TRUE(cameraIsGone());
+  EXPECT_TRUE(user().command("share 0"));
+  EXPECT_TRUE(cameraIsThere());
+  expectPictures(5);
+}
+
+TEST_F(Cameras, UnshareAllTakesTheCameraAway) {
+  share();
+  EXPECT_TRUE(user().command("unshare-all"));
+  EXPECT_TRUE(cameraIsGone());
+}
+
+TEST_F(Cameras, KilledServiceTakesTheCameraAwayAndBringsItBack) {
+  share();
+  startReader();
+  EXPECT_TRUE(reading());
+  user().killService();
+  EXPECT_TRUE(user().host().expect("camera service lost: its connection closed"));
+  EXPECT_TRUE(cameraIsGone());
+  ASSERT_TRUE(user().startService());
+  EXPECT_TRUE(user().host().expect("sharing test:Front again: done (0)"));
+  EXPECT_TRUE(cameraIsThere());
+  expectPictures(5);
+}
+
+// Frames pile up in front of a guest that takes none: they are dropped, and all else works.
+TEST_F(Cameras, StalledGuest) {
+  stall();
+  const long before = user().host().residentKb();
+  const long droppedBefore = user().counter("dropped");
+  EXPECT_TRUE(eventually(20s, [&] { return user().counter("dropped") > droppedBefore + 60; }));
+  EXPECT_LT(user().host().residentKb() - before, 16 * 1024);
+  EXPECT_TRUE(user().command("list"));
+  EXPECT_EQ(user().counter("refused"), 0);
+  guest().run("killall -CONT lumsar-agent");
+  EXPECT_TRUE(reading());
+  EXPECT_TRUE(user().command("unshare-all"));
+  EXPECT_TRUE(cameraIsGone());
+}
+
+// Pictures wait all the time, and yet what the guest says is heard.
+TEST_F(Cameras, LineThatIsTooThin) {
+  const Path line = user().directory() / "line";
+  const SlowLink slow(line, guest().spiceSocket(), 500'000);
+  share("1920x1080@30", "spice+unix://" + line.string());
+  startReader();
+  ASSERT_TRUE(reading());
+  EXPECT_TRUE(eventually(30s, [this] { return user().counter("dropped") > 10; }));
+  stopReader();
+  EXPECT_TRUE(user().service().expect("camera 'test:Front' is off"));
+}
+
+// All that waits between host and guest is for a program that has gone.
+TEST_F(Cameras, VmSideThatStallsAndIsStartedAgain) {
+  stall();
+  guest().run("killall -KILL lumsar-agent");
+  startVmSide();
+  EXPECT_TRUE(user().host().expect("sharing test:Front again: done (0)"));
+  EXPECT_TRUE(cameraIsThere());
+  stopReader();
+  expectPictures(5);
+}
+
+TEST_F(Cameras, HostEndsBesideAStalledGuest) {
+  stall();
+  user().endHost();
+}
+
+// The next host begins while the guest still has bytes of the former one to read.
+TEST_F(Cameras, BytesLeftOverFromAKilledHost) {
+  share("1920x1080@30");
+  startReader();
+  ASSERT_TRUE(reading());
+  guest().run("killall -STOP lumsar-agent");
+  guest().run("sleep 2");
+  user().host().signal(SIGKILL);
+  user().host().wait(5s);
+  user().startHost(guest().address());
+  ASSERT_TRUE(user().host().expect("channel to the VM is open"));
+  guest().run("killall -CONT lumsar-agent");
+  ASSERT_TRUE(user().host().expect("VM answered", 30s));
+  EXPECT_TRUE(guest().expectIn("vm", "gone: a new session begins"));
+  EXPECT_TRUE(user().command("share 0"));
+  EXPECT_TRUE(cameraIsThere());
+  stopReader();
+  expectPictures(5);
+}
+
+TEST_F(Cameras, GuestThatStartsAnewWhileStreaming) {
+  share();
+  startReader();
+  ASSERT_TRUE(reading());
+  guest().order("reboot -f");
+  ASSERT_TRUE(user().host().expect("channel to the VM is closed", 30s));
+  ASSERT_TRUE(guest().awaitShell());
+  startVmSide();
+  EXPECT_TRUE(user().host().expect("sharing test:Front again: done (0)"));
+  EXPECT_TRUE(cameraIsThere());
+  expectPictures(5);
+}
+
+TEST_F(Cameras, EmulatorThatIsKilledAndStartedAgain) {
+  share();
+  startReader();
+  ASSERT_TRUE(reading());
+  guest().pullThePlug();
+  ASSERT_TRUE(user().host().expect("channel to the VM is closed"));
+  ASSERT_TRUE(guest().boot());
+  startVmSide();
+  EXPECT_TRUE(user().host().expect("sharing test:Front again: done (0)"));
+  EXPECT_TRUE(cameraIsThere());
+  expectPictures(5);
+}
+
+}  // namespace
+}  // namespace lumsar::vmtest

@@ -1,0 +1,129 @@
+// guest_reader: a program as any that uses a camera. Runs in the guest of the tests and of the
+// demonstration.
+//   guest_reader DEVICE COUNT [FILE]
+// Prints what the device is, then a line for each of COUNT pictures: its number, size in bytes and
+// hash. FILE receives the last picture. Exit code 1: no capture device, or no picture in time.
+#include <fcntl.h>
+#include <linux/videodev2.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <span>
+#include <vector>
+
+#include "integration/vm/support/hash.h"
+
+namespace {
+
+constexpr unsigned kBuffers = 4;
+constexpr int kPatienceMs = 20000;
+
+using Picture = std::span<const unsigned char>;
+
+class Reader {
+ public:
+  explicit Reader(const char* device) : m_device(open(device, O_RDWR | O_CLOEXEC)) {
+    if (m_device < 0) fail(device);
+  }
+
+  void describe() {
+    v4l2_capability capability{};
+    ask(VIDIOC_QUERYCAP, &capability, "VIDIOC_QUERYCAP");
+    if ((capability.device_caps & V4L2_CAP_VIDEO_CAPTURE) == 0) {
+      std::printf("no capture device, capabilities 0x%x\n", capability.device_caps);
+      std::exit(1);
+    }
+    v4l2_format format{};
+    format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    ask(VIDIOC_G_FMT, &format, "VIDIOC_G_FMT");
+    const auto& picture = format.fmt.pix;
+    std::printf("capture device \"%s\", %.4s %ux%u\n",
+                reinterpret_cast<const char*>(capability.card),
+                reinterpret_cast<const char*>(&picture.pixelformat), picture.width, picture.height);
+  }
+
+  void begin() {
+    v4l2_requestbuffers request{};
+    request.count = kBuffers;
+    request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    request.memory = V4L2_MEMORY_MMAP;
+    ask(VIDIOC_REQBUFS, &request, "VIDIOC_REQBUFS");
+    for (unsigned i = 0; i < request.count; ++i) {
+      v4l2_buffer buffer = empty(i);
+      ask(VIDIOC_QUERYBUF, &buffer, "VIDIOC_QUERYBUF");
+      void* memory = mmap(nullptr, buffer.length, PROT_READ, MAP_SHARED, m_device,
+                          static_cast<off_t>(buffer.m.offset));
+      if (memory == MAP_FAILED) fail("mmap");
+      m_memory.push_back(static_cast<const unsigned char*>(memory));
+      ask(VIDIOC_QBUF, &buffer, "VIDIOC_QBUF");
+    }
+    int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    ask(VIDIOC_STREAMON, &type, "VIDIOC_STREAMON");
+  }
+
+  // Hands the next picture to `use`.
+  template <class Use>
+  void next(Use use) {
+    pollfd readable{m_device, POLLIN, 0};
+    if (poll(&readable, 1, kPatienceMs) <= 0) {
+      std::puts("no picture in time");
+      std::exit(1);
+    }
+    v4l2_buffer buffer = empty(0);
+    ask(VIDIOC_DQBUF, &buffer, "VIDIOC_DQBUF");
+    use(Picture(m_memory[buffer.index], buffer.bytesused));
+    ask(VIDIOC_QBUF, &buffer, "VIDIOC_QBUF");
+  }
+
+ private:
+  [[noreturn]] static void fail(const char* what) {
+    std::printf("%s: %s\n", what, std::strerror(errno));
+    std::exit(1);
+  }
+
+  static v4l2_buffer empty(unsigned index) {
+    v4l2_buffer buffer{};
+    buffer.index = index;
+    buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    buffer.memory = V4L2_MEMORY_MMAP;
+    return buffer;
+  }
+
+  void ask(unsigned long request, void* argument, const char* name) const {
+    while (ioctl(m_device, request, argument) != 0) {
+      if (errno != EINTR) fail(name);
+    }
+  }
+
+  int m_device;
+  std::vector<const unsigned char*> m_memory;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::setvbuf(stdout, nullptr, _IOLBF, 0);
+  if (argc < 3) return 2;
+  Reader reader(argv[1]);
+  reader.describe();
+  const int count = std::atoi(argv[2]);
+  if (count == 0) return 0;
+  reader.begin();
+  for (int i = 1; i <= count; ++i) {
+    reader.next([&](Picture picture) {
+      std::printf("picture %d %zu %016llx\n", i, picture.size(), lumsar::vmtest::hash(picture));
+      if (i < count || argc < 4) return;
+      std::ofstream(argv[3], std::ios::binary)
+          .write(reinterpret_cast<const char*>(picture.data()),
+                 static_cast<std::streamsize>(picture.size()));
+    });
+  }
+  return 0;
+}

@@ -1,0 +1,207 @@
+// The beginning of a session between a real guest and lumsar-spice, with a VM's side that does as
+// it is told: what is said, and what becomes of those who say it wrong.
+#include <algorithm>
+#include <csignal>
+
+#include "integration/vm/support/spice_vm.h"
+
+namespace lumsar::vmtest {
+namespace {
+
+using namespace std::chrono_literals;
+
+class Handshake : public SpiceVm {
+ protected:
+  void SetUp() override {
+    SpiceVm::SetUp();
+    ASSERT_TRUE(user().startService());
+  }
+
+  void meet(const std::string& steps) {
+    user().startHost(guest().address());
+    ASSERT_TRUE(user().host().expect("connected to the camera service"));
+    agent(steps);
+  }
+};
+
+TEST_F(Handshake, HelloArrivesWithTheRightBytes) {
+  meet("hello answer sleep:600000");
+  ASSERT_TRUE(agentSays("hello "));
+  const std::string line = guest().run("grep hello /tmp/agent.log").output;
+  EXPECT_EQ(line.substr(0, 70),
+            "hello 4d414356"  // magic
+            "00000000"        // HELLO
+            "04000000"        // bytes of payload
+            "00000000"
+            "01010000"  // client 1.1, VM unknown
+            "03000000"  // capabilities
+            "0000000000000000");
+  EXPECT_EQ(line.substr(74), "0000\n");
+  EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
+  EXPECT_TRUE(user().host().expect("ready to share cameras"));
+}
+
+TEST_F(Handshake, EachOpeningOfThePortIsGreeted) {
+  meet("hello answer close sleep:300 open serve");
+  EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
+  EXPECT_TRUE(user().host().expect("nobody in the VM has the port open"));
+  EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
+}
+
+TEST_F(Handshake, GarbageInsteadOfAnAnswer) {
+  meet("hello sleep:500 random:1000000:60 sleep:600000");
+  ASSERT_TRUE(agentSays("hello "));
+  const long before = user().host().residentKb();
+  EXPECT_TRUE(user().host().expect("bytes that are no message; dropped"));
+  EXPECT_TRUE(eventually(20s, [this] { return user().counter("strayBytes") > 59'900'000; }));
+  EXPECT_LT(user().host().residentKb() - before, 20 * 1024);
+  EXPECT_FALSE(user().host().said("VM answered"));
+  EXPECT_TRUE(nextSessionWorks());
+}
+
+TEST_F(Handshake, GarbageBeforeTheAnswerIsSkipped) {
+  meet("hello random:5000:1 answer sleep:600000");
+  EXPECT_TRUE(user().host().expect("bytes that are no message; dropped"));
+  EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
+}
+
+// A VM's side that has heard nothing for a while.
+TEST_F(Handshake, KnockIsNoTrouble) {
+  meet(
+      "hex:4d41435601000000100000000000000000000000000000000000000000000000"
+      "08000000000000000000000000000000 hello answer sleep:600000");
+  EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
+  EXPECT_EQ(user().host().output().find("no message"), std::string::npos);
+}
+
+TEST_F(Handshake, WrongToken) {
+  meet("hello wrong sleep:600000");
+  EXPECT_TRUE(user().host().expect("plug-in warning: [Handler][1392] Token is dismatch!"));
+  EXPECT_TRUE(user().host().expect("the VM answered an older HELLO: token "));
+  EXPECT_FALSE(user().host().said("ready to share cameras"));
+  EXPECT_TRUE(nextSessionWorks());
+}
+
+TEST_F(Handshake, AnswerThatIsRepeatedCountsOnce) {
+  meet("hello answers:50000 sleep:600000");
+  ASSERT_TRUE(user().host().expect("ready to share cameras"));
+  EXPECT_TRUE(eventually(20s, [this] { return user().counter("bytesFromVm") == 50000 * 36; }));
+  EXPECT_EQ(user().counter("handshakes"), 1);
+  EXPECT_FALSE(user().host().said("ready to share cameras"));
+}
+
+// What lumsar-agent says to an RDP host would make the plug-in begin a conversation of that kind.
+TEST_F(Handshake, SideThatTakesThisForAnRdpChannel) {
+  meet(
+      "hex:4d41435603000000000000000000000000000000000000000000000000000000"
+      " hello answer sleep:600000");
+  EXPECT_TRUE(user().host().expect("run lumsar-agent without --kind rdp"));
+  EXPECT_TRUE(user().host().expect("ready to share cameras"));
+}
+
+TEST_F(Handshake, OlderVersionOfTheVm) {
+  meet("hello answer:0.9 sleep:600000");
+  EXPECT_TRUE(user().host().expect("VM answered, version 0.9"));
+  EXPECT_TRUE(nextSessionWorks());
+}
+
+TEST_F(Handshake, MessageCutInHalfByAClosedPort) {
+  meet("hello answer data:100000:5000 close sleep:300 open serve");
+  EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
+  EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
+}
+
+TEST_F(Handshake, TwoGigabytesAnnounced) {
+  meet("hello answer sleep:500 data:2147483647:60000000 wrong sleep:600000");
+  ASSERT_TRUE(user().host().expect("VM answered, version 1.1"));
+  const long before = user().host().residentKb();
+  EXPECT_TRUE(user().host().expect("bytes that are no message; dropped"));
+  EXPECT_TRUE(user().host().expect("answered an older HELLO")) << "in the same session";
+  EXPECT_LT(user().host().residentKb() - before, 20 * 1024);
+  EXPECT_TRUE(nextSessionWorks());
+}
+
+// The service takes nothing: the guest has to wait, and what it sends must not pile up here.
+TEST_F(Handshake, FloodFromTheGuestWhileTheServiceStalls) {
+  std::string flood = "hello answer sleep:500";
+  for (int i = 0; i < 80; ++i) flood += " data:1000000:1000000";
+  meet(flood);
+  ASSERT_TRUE(user().host().expect("ready to share cameras"));
+  user().service().signal(SIGSTOP);
+  const long before = user().host().residentKb();
+  long most = 0;
+  eventually(3s, [&] {
+    most = std::max(most, user().host().residentKb());
+    return false;
+  });
+  // Inbox::kMaxBytes, a message in the assembler, and what the libraries hold.
+  EXPECT_LT(most - before, 32 * 1024);
+  user().service().signal(SIGCONT);
+  EXPECT_TRUE(nextSessionWorks());
+}
+
+// A client that does not read makes the emulator keep what the VM's side has sent, also beyond that
+// side's end.
+class LeftOvers : public Handshake {
+ protected:
+  void SetUp() override {
+    Handshake::SetUp();
+    std::string flood = "hello answer sleep:500";
+    for (int i = 0; i < 20; ++i) flood += " data:1000000:1000000";
+    meet(flood);
+    ASSERT_TRUE(user().host().expect("ready to share cameras"));
+    user().host().signal(SIGSTOP);
+    guest().run("sleep 1; killall -KILL guest_agent");
+  }
+};
+
+// They come when the port is closed already, and open nothing.
+TEST_F(LeftOvers, AtAClosedPort) {
+  user().host().signal(SIGCONT);
+  EXPECT_TRUE(user().host().expect("channel to the VM is closed"));
+  guest().run("sleep 1");
+  EXPECT_FALSE(user().host().said("channel to the VM is open"));
+  EXPECT_TRUE(nextSessionWorks());
+}
+
+TEST_F(LeftOvers, BehindTheNextOpening) {
+  agent("serve");
+  guest().run("sleep 0.5");
+  user().host().signal(SIGCONT);
+  EXPECT_TRUE(user().host().expect("channel to the VM is closed"));
+  EXPECT_TRUE(user().host().expect("channel to the VM is open"));
+  EXPECT_TRUE(user().host().expect("bytes that are no message; dropped"));
+  EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
+}
+
+TEST_F(Handshake, TailOfAnOldMessageBeforeTheAnswer) {
+  meet("hello data:100000:20000 answer sleep:600000");
+  EXPECT_TRUE(user().host().expect("bytes that are no message; dropped"));
+  EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
+}
+
+TEST_F(Handshake, PortThatNeverOpens) {
+  user().startHost(guest().address(), {"--exec", "share 0", "--wait", "2s"});
+  EXPECT_TRUE(user().host().expect("no channel to the VM: nobody in the VM has the port open"));
+  EXPECT_EQ(user().host().wait(10s), 1);
+  EXPECT_TRUE(user().host().expect("the VM has not answered within 2000 ms"));
+}
+
+TEST_F(Handshake, PortThatTheVmDoesNotHave) {
+  user().startHost(guest().address(), {"--port", "org.lumsar.camera.7"});
+  EXPECT_TRUE(user().host().expect("the VM has no port named org.lumsar.camera.7"));
+}
+
+TEST_F(Handshake, AddressThatIsNone) {
+  user().startHost("spice://127.0.0.1");
+  EXPECT_EQ(user().host().wait(5s), 2);
+  EXPECT_TRUE(user().host().expect("\"spice://127.0.0.1\" is no address: use spice://HOST:PORT"));
+}
+
+TEST_F(Handshake, ServerThatIsNotThere) {
+  user().startHost("spice+unix:///nowhere");
+  EXPECT_TRUE(user().host().expect("no channel to the VM: cannot connect to the server"));
+}
+
+}  // namespace
+}  // namespace lumsar::vmtest

@@ -1,0 +1,18 @@
+// Comparing the pictures that a program has read with those that a camera service has sent.
+#ifndef LUMSAR_TESTS_INTEGRATION_VM_SUPPORT_PICTURES_H
+#define LUMSAR_TESTS_INTEGRATION_VM_SUPPORT_PICTURES_H
+
+#include <string>
+#include <vector>
+
+namespace lumsar::vmtest {
+
+// The hashes in lines "picture NUMBER SIZE HASH".
+std::vector<std::string> pictureHashes(const std::string& text);
+
+// Expects each picture read to be one that was sent, in their order; some may have been left out.
+void expectInOrder(const std::vector<std::string>& read, const std::vector<std::string>& sent);
+
+}  // namespace lumsar::vmtest
+
+#endif

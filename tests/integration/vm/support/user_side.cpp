@@ -1,0 +1,81 @@
+// The user's machine of the tests: see user_side.h.
+#include "integration/vm/support/user_side.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+
+#include "integration/vm/support/pictures.h"
+
+namespace lumsar::vmtest {
+
+using namespace std::chrono_literals;
+
+UserSide::UserSide(const Path& parent)
+    : m_directory(parent / ("user-" + std::to_string(++s_count))),
+      m_record(m_directory / "pictures"),
+      m_log(m_directory / "host.log"),
+      m_channel(m_directory / "cameras.sock") {
+  std::filesystem::create_directories(m_directory);
+  // What each program in the guest understands, and what is compared byte by byte.
+  std::ofstream(m_directory / "config.json") << R"({"encode_type": "MJPG", "quality": "95"})";
+}
+
+bool UserSide::startService(const std::string& format) {
+  m_service = std::make_unique<Child>(
+      std::vector<std::string>{LUMSAR_BIN "/lumsar-camera-service", "--channel", m_channel.string(),
+                               "--camera", std::string(kCamera) + "," + format, "--verbose"},
+      m_directory / "service.log");
+  return eventually(10s, [this] { return std::filesystem::exists(m_channel); });
+}
+
+void UserSide::killService() {
+  m_service->signal(SIGKILL);
+  m_service->wait(5s);
+}
+
+void UserSide::startHost(const std::string& address, const std::vector<std::string>& options) {
+  std::vector<std::string> command{LUMSAR_BIN "/lumsar-spice",
+                                   address,
+                                   "--channel",
+                                   m_channel.string(),
+                                   "--ipc-library",
+                                   LUMSAR_IPC_RECORDER,
+                                   "--config",
+                                   (m_directory / "config.json").string(),
+                                   "--verbose"};
+  command.insert(command.end(), options.begin(), options.end());
+  m_host = std::make_unique<Child>(command, m_log,
+                                   Child::Environment{{"LUMSAR_REAL_IPC", LUMSAR_REAL_IPC},
+                                                      {"LUMSAR_IPC_RECORD", m_record.string()}});
+}
+
+void UserSide::endHost() {
+  if (m_host && m_host->running()) {
+    m_host->signal(SIGTERM);
+    EXPECT_EQ(m_host->wait(5s), 0);
+  }
+  m_host.reset();
+}
+
+bool UserSide::command(const std::string& line) {
+  m_host->skipOutput();
+  m_host->say(line);
+  return m_host->expect(" " + line + ": ") && m_host->saidNext("done (0)");
+}
+
+long UserSide::counter(const std::string& name) {
+  if (!command("status")) return -1;
+  const std::string key = "\"" + name + "\": ";
+  const std::string text = m_host->output();
+  const auto found = text.rfind(key);
+  return found == std::string::npos ? -1 : std::atol(text.c_str() + found + key.size());
+}
+
+std::vector<std::string> UserSide::picturesSent() const {
+  return pictureHashes(readFile(m_record));
+}
+
+}  // namespace lumsar::vmtest

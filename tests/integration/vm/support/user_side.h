@@ -1,0 +1,51 @@
+// UserSide: the user's machine: a camera service and lumsar-spice, with a record of the pictures
+// that the service has sent. Bound to the test's thread.
+#ifndef LUMSAR_TESTS_INTEGRATION_VM_SUPPORT_USER_SIDE_H
+#define LUMSAR_TESTS_INTEGRATION_VM_SUPPORT_USER_SIDE_H
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "integration/vm/support/child.h"
+
+namespace lumsar::vmtest {
+
+inline constexpr const char* kCamera = "test:Front";
+
+class UserSide {
+ public:
+  // Its sockets and logs are in a directory of their own inside `parent`.
+  explicit UserSide(const Path& parent);
+
+  // With a camera named kCamera of this format.
+  bool startService(const std::string& format = "320x240@10");
+  void killService();
+  // Connects to a SPICE server and reads commands.
+  void startHost(const std::string& address, const std::vector<std::string>& options = {});
+  // Asks it to end, if it still runs, and expects that it does so cleanly.
+  void endHost();
+
+  const Path& directory() const { return m_directory; }
+  Child& host() { return *m_host; }
+  Child& service() { return *m_service; }
+  // Gives the host a command and waits for its result. False when it failed or did not come.
+  bool command(const std::string& line);
+  // Gives "status" and returns the number behind `"name": `, -1 when there is none.
+  long counter(const std::string& name);
+  // Hashes of the pictures that the service has sent, in order.
+  std::vector<std::string> picturesSent() const;
+
+ private:
+  static inline int s_count = 0;
+  Path m_directory;
+  Path m_record;
+  Path m_log;
+  Path m_channel;
+  std::unique_ptr<Child> m_service;
+  std::unique_ptr<Child> m_host;
+};
+
+}  // namespace lumsar::vmtest
+
+#endif

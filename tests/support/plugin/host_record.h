@@ -1,0 +1,66 @@
+// HostRecord: the host's callables, which record bytes, addresses and threads.
+// Called by the plug-in on any thread; read by the test on its own.
+// One per process, for an RDP host's send function is a plain function.
+#ifndef LUMSAR_TESTS_SUPPORT_PLUGIN_HOST_RECORD_H
+#define LUMSAR_TESTS_SUPPORT_PLUGIN_HOST_RECORD_H
+
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "lumsar/plugin.h"
+#include "support/plugin/wire.h"
+
+namespace lumsar_test {
+
+struct Sent {
+  Bytes bytes;
+  unsigned char* address = nullptr;
+  std::thread::id thread;
+};
+
+struct Posted {
+  int event = 0;
+  bool hasData = false;
+  int length = 0;
+  Bytes data;
+  std::thread::id thread;
+};
+
+class HostRecord {
+ public:
+  static HostRecord& instance();
+
+  // The script: a result for each send, then `sendResult`; what to throw, if anything.
+  std::deque<int> sendResults;
+  int sendResult = 0;
+  std::string sendThrows;
+  std::string eventThrows;
+
+  lumsar::SpiceSendFunc sendFunc();
+  lumsar::SpicePostEventFunc postEventFunc();
+  static int rdpSend(unsigned char* data, int length);
+
+  std::vector<Sent> takeSent();
+  // As takeSent, only the bytes.
+  std::vector<Bytes> takeBytes();
+  // The events since the last call, after waiting up to five seconds for `count` of them.
+  std::vector<Posted> takeEvents(std::size_t count = 0);
+
+ private:
+  int send(unsigned char* data, int length);
+  void post(int event, const char* data, int length);
+
+  std::mutex m_mutex;
+  std::condition_variable m_changed;
+  std::vector<Sent> m_sent;
+  std::vector<Posted> m_events;
+};
+
+}  // namespace lumsar_test
+
+#endif

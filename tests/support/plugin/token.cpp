@@ -1,0 +1,20 @@
+// TokenWindow: predicts tokens; see token.h.
+// Bound to the test's thread.
+// qsrand and qrand are deprecated, yet they are what a token is made of.
+#define QT_NO_DEPRECATED_WARNINGS
+#include "support/plugin/token.h"
+
+#include <QtGlobal>
+
+namespace lumsar_test {
+
+bool TokenWindow::contains(unsigned int token) const {
+  const QTime end = QTime::currentTime();
+  for (QTime time = m_begin;; time = time.addMSecs(1)) {
+    qsrand(static_cast<unsigned int>(time.second() * 1000 + time.msec()));
+    if (static_cast<unsigned int>(qrand() % 10000) == token) return true;
+    if (time == end) return false;
+  }
+}
+
+}  // namespace lumsar_test

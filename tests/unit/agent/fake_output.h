@@ -1,0 +1,54 @@
+// An Output whose sinks want what the test says and remember what they were shown.
+// Used by the tests of lumsar-agent, on one thread.
+#ifndef LUMSAR_TESTS_UNIT_AGENT_FAKE_OUTPUT_H
+#define LUMSAR_TESTS_UNIT_AGENT_FAKE_OUTPUT_H
+
+#include "outputs/sink.h"
+
+namespace lumsar::agent::test {
+
+struct FakeSinkState {
+  bool wanted = false;
+  bool closing = false;
+  bool closed = true;  // once closing
+  std::string label;
+  std::vector<FramePtr> shown;
+  SinkReport report;
+};
+
+class FakeSink : public Sink {
+ public:
+  explicit FakeSink(std::shared_ptr<FakeSinkState> state) : m_state(std::move(state)) {}
+  bool wanted() const override { return m_state->wanted; }
+  void show(FramePtr frame) override {
+    m_state->shown.push_back(std::move(frame));
+    ++m_state->report.taken;
+  }
+  void close() override { m_state->closing = true; }
+  bool closed() const override { return m_state->closing && m_state->closed; }
+  SinkReport report() const override { return m_state->report; }
+
+ private:
+  std::shared_ptr<FakeSinkState> m_state;
+};
+
+class FakeOutput : public Output {
+ public:
+  explicit FakeOutput(bool wanted = false) : m_wanted(wanted) {}
+  std::unique_ptr<Sink> open(const CameraInfo& /*camera*/, int /*handle*/, const std::string& label,
+                             std::function<void()>) override {
+    auto state = std::make_shared<FakeSinkState>();
+    state->wanted = m_wanted;
+    state->label = label;
+    sinks.push_back(state);
+    return std::make_unique<FakeSink>(state);
+  }
+  std::vector<std::shared_ptr<FakeSinkState>> sinks;  // in the order of their opening
+
+ private:
+  bool m_wanted;
+};
+
+}  // namespace lumsar::agent::test
+
+#endif

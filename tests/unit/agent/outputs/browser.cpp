@@ -1,0 +1,142 @@
+// The browser's debugging protocol: JSON texts, each followed by a zero byte, on descriptors 3
+// and 4.
+#include "unit/agent/outputs/browser.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <QByteArray>
+#include <QJsonDocument>
+#include <array>
+#include <csignal>
+#include <cstdlib>
+
+#include "unit/agent/eventually.h"
+
+namespace lumsar::agent::test {
+namespace {
+
+constexpr std::chrono::seconds kPatience(30);
+
+std::string executable() {
+  for (const char* path :
+       {"/usr/bin/chromium", "/usr/bin/chromium-browser", "/usr/bin/google-chrome"}) {
+    if (access(path, X_OK) == 0) return path;
+  }
+  return {};
+}
+
+std::vector<std::string> commandLine(const std::string& profile) {
+  return {executable(),
+          "--headless",
+          "--no-sandbox",
+          "--disable-gpu",
+          "--disable-quic",
+          "--no-first-run",
+          "--disable-background-networking",
+          "--disable-component-update",
+          "--disable-sync",
+          "--hide-scrollbars",
+          "--remote-debugging-pipe",
+          "--user-data-dir=" + profile,
+          "--window-size=1280,900"};
+}
+
+// Both ends above the descriptors that the browser expects.
+struct Pipe {
+  UniqueFd reading{-1};
+  UniqueFd writing{-1};
+};
+
+// Both ends above the descriptors that the browser expects.
+Pipe pipeOutOfTheWay() {
+  std::array<int, 2> ends{-1, -1};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) return Pipe();
+  const UniqueFd reading(ends[0]);
+  const UniqueFd writing(ends[1]);
+  return {UniqueFd(fcntl(reading.get(), F_DUPFD_CLOEXEC, 10)),
+          UniqueFd(fcntl(writing.get(), F_DUPFD_CLOEXEC, 10))};
+}
+
+}  // namespace
+
+bool Browser::installed() {
+  return !executable().empty();
+}
+
+Browser::Browser(const std::string& page) {
+  start();
+  const QJsonObject target = call("Target.createTarget", {{"url", QString::fromStdString(page)}});
+  const QJsonObject session =
+      call("Target.attachToTarget", {{"targetId", target["targetId"]}, {"flatten", true}});
+  m_session = session["sessionId"].toString();
+  if (m_session.isEmpty() && m_problem.empty()) m_problem = "no page: " + m_child->log();
+}
+
+void Browser::start() {
+  auto [theirCommands, commands] = pipeOutOfTheWay();
+  auto [answers, theirAnswers] = pipeOutOfTheWay();
+  m_commands = std::move(commands);
+  m_answers = std::move(answers);
+  m_child.emplace(commandLine(m_folder / "profile"), [&] {
+    dup2(theirCommands.get(), 3);
+    dup2(theirAnswers.get(), 4);
+    setenv("HOME", m_folder.path().c_str(), 1);
+    setenv("TMPDIR", m_folder.path().c_str(), 1);
+  });
+}
+
+std::string Browser::evaluate(const std::string& expression) {
+  const QJsonObject answer =
+      call("Runtime.evaluate",
+           {{"expression", QString::fromStdString(expression)}, {"returnByValue", true}});
+  return answer["result"].toObject()["value"].toVariant().toString().toStdString();
+}
+
+bool Browser::becomesTrue(const std::string& expression) {
+  return eventually([&] { return evaluate(expression) == "true"; }, kPatience);
+}
+
+std::string Browser::screenshot() {
+  const QJsonObject answer = call("Page.captureScreenshot", {{"format", "png"}});
+  return QByteArray::fromBase64(answer["data"].toString().toLatin1()).toStdString();
+}
+
+void Browser::kill() {
+  m_child->signal(SIGKILL);
+  m_child->wait();
+}
+
+QJsonObject Browser::call(const char* method, const QJsonObject& parameters) {
+  QJsonObject request{{"id", ++m_calls}, {"method", method}, {"params", parameters}};
+  if (!m_session.isEmpty()) request["sessionId"] = m_session;
+  const QByteArray text = QJsonDocument(request).toJson(QJsonDocument::Compact) + '\0';
+  if (write(m_commands.get(), text.data(), static_cast<std::size_t>(text.size())) != text.size()) {
+    m_problem = "the browser takes no commands";
+    return {};
+  }
+  while (const auto message = receive()) {
+    if ((*message)["id"].toInt() == m_calls) return (*message)["result"].toObject();
+  }
+  m_problem = std::string(method) + ": no answer: " + m_child->log();
+  return {};
+}
+
+std::optional<QJsonObject> Browser::receive() {
+  std::size_t end = 0;
+  while ((end = m_received.find('\0')) == std::string::npos) {
+    pollfd entry{m_answers.get(), POLLIN, 0};
+    std::array<char, 65536> piece;
+    if (poll(&entry, 1, static_cast<int>(std::chrono::milliseconds(kPatience).count())) <= 0)
+      return {};
+    const ssize_t got = read(m_answers.get(), piece.data(), piece.size());
+    if (got <= 0) return {};
+    m_received.append(piece.data(), static_cast<std::size_t>(got));
+  }
+  const QByteArray text = QByteArray::fromStdString(m_received.substr(0, end));
+  m_received.erase(0, end + 1);
+  return QJsonDocument::fromJson(text).object();
+}
+
+}  // namespace lumsar::agent::test

@@ -1,0 +1,51 @@
+// A browser without a screen that shows one page, steered over its debugging pipe.
+// Used by the tests of lumsar-agent.
+#ifndef LUMSAR_TESTS_UNIT_AGENT_OUTPUTS_BROWSER_H
+#define LUMSAR_TESTS_UNIT_AGENT_OUTPUTS_BROWSER_H
+
+#include <QJsonObject>
+#include <optional>
+#include <string>
+
+#include "base/fd.h"
+#include "unit/agent/child.h"
+
+namespace lumsar::agent::test {
+
+class Browser {
+ public:
+  // Whether one is installed.
+  static bool installed();
+
+  // Opens the page; `problem()` is empty when that went well.
+  explicit Browser(const std::string& page);
+
+  // The value of an expression in the page; empty when it has none or the browser does not answer.
+  std::string evaluate(const std::string& expression);
+  // True as soon as the expression is.
+  bool becomesTrue(const std::string& expression);
+  // What the page looks like, as PNG.
+  std::string screenshot();
+  // Ends the browser in the hardest way.
+  void kill();
+
+  const std::string& problem() const { return m_problem; }
+
+ private:
+  void start();
+  QJsonObject call(const char* method, const QJsonObject& parameters);
+  std::optional<QJsonObject> receive();
+
+  TempFolder m_folder;
+  UniqueFd m_commands;
+  UniqueFd m_answers;
+  std::optional<Child> m_child;
+  std::string m_received;
+  std::string m_problem;
+  QString m_session;
+  int m_calls = 0;
+};
+
+}  // namespace lumsar::agent::test
+
+#endif

@@ -1,0 +1,55 @@
+// FrameWorker: bounded, newest wins, nothing that was taken on is lost at the end.
+#include "outputs/frame_worker.h"
+
+#include <gtest/gtest.h>
+
+#include <future>
+
+#include "unit/agent/eventually.h"
+
+namespace lumsar::agent::test {
+namespace {
+
+FramePtr numbered(std::uint32_t number) {
+  auto frame = std::make_shared<Frame>();
+  frame->format.sequence = number;
+  return frame;
+}
+
+TEST(FrameWorker, DropsTheOldestWhenTheWorkIsSlow) {
+  std::promise<void> go;
+  auto gate = go.get_future().share();
+  std::vector<std::uint32_t> seen;
+  FrameWorker worker(2, [&](const Frame& frame) {
+    gate.wait();
+    seen.push_back(frame.format.sequence);
+    return frame.format.sequence != 4;
+  });
+  worker.push(numbered(1));
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));  // it is being worked on
+  for (std::uint32_t i = 2; i <= 5; ++i) worker.push(numbered(i));
+  EXPECT_EQ(worker.dropped(), 2U);
+  go.set_value();
+  worker.close();
+  EXPECT_TRUE(eventually([&] { return worker.closed(); }));
+  EXPECT_EQ(seen, (std::vector<std::uint32_t>{1, 4, 5}));
+  EXPECT_EQ(worker.taken(), 2U);
+  EXPECT_EQ(worker.dropped(), 3U);  // with the one whose work failed
+  worker.push(numbered(6));
+  EXPECT_EQ(seen.size(), 3U);
+}
+
+TEST(FrameWorker, PushNeverWaits) {
+  std::promise<void> go;
+  FrameWorker worker(1, [gate = go.get_future().share()](const Frame&) {
+    gate.wait();
+    return true;
+  });
+  const auto begin = std::chrono::steady_clock::now();
+  for (std::uint32_t i = 0; i < 1000; ++i) worker.push(numbered(i));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+  go.set_value();
+}
+
+}  // namespace
+}  // namespace lumsar::agent::test

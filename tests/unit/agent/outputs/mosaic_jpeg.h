@@ -1,0 +1,23 @@
+// Colour JPEGs made of flat 8 by 8 blocks: pictures that a browser shows, without an encoder.
+// Used by the test of the page.
+#ifndef LUMSAR_TESTS_UNIT_AGENT_OUTPUTS_MOSAIC_JPEG_H
+#define LUMSAR_TESTS_UNIT_AGENT_OUTPUTS_MOSAIC_JPEG_H
+
+#include <functional>
+#include <vector>
+
+namespace lumsar::agent::test {
+
+struct Colour {
+  double red = 0;  // 0 to 255
+  double green = 0;
+  double blue = 0;
+};
+
+// `paint` gives the colour of the block in column x and row y; the sizes are in blocks.
+std::vector<unsigned char> mosaicJpeg(int columns, int rows,
+                                      const std::function<Colour(int x, int y)>& paint);
+
+}  // namespace lumsar::agent::test
+
+#endif

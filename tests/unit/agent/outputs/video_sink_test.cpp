@@ -1,0 +1,204 @@
+// VideoSink on a fake device: wanted while a program has it open, pictures as they are, formats,
+// devices that are shared out, broken or unplugged. And who really has a file open.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <atomic>
+
+#include "outputs/jpeg.h"
+#include "outputs/v4l2/video_output.h"
+#include "unit/agent/eventually.h"
+#include "unit/agent/outputs/fake_video.h"
+#include "unit/agent/temp_folder.h"
+#include "unit/agent/wire.h"
+
+namespace lumsar::agent::test {
+namespace {
+
+class VideoSinkTest : public testing::Test {
+ protected:
+  void nodes(std::initializer_list<const char*> paths) {
+    for (const char* path : paths) video.nodes[path];
+    output.emplace(std::make_unique<FakeVideoSystem>(video), std::vector<std::string>{"auto"});
+  }
+  std::unique_ptr<Sink> open(const std::string& id, std::uint16_t width = 640,
+                             std::uint16_t height = 480) {
+    const Message body = announcedBody(id, id, kEncodingMjpg, width, height);
+    return output->open(*readAnnounced({.camera = 1}, body), 1, id, [this] { ++changes; });
+  }
+  static FramePtr frame(const Message& jpeg, std::uint16_t width = 640,
+                        std::uint16_t height = 480) {
+    auto frame = std::make_shared<Frame>();
+    frame->format = {0, width, height, kEncodingMjpg, 1};
+    frame->picture = jpeg;
+    return frame;
+  }
+  bool deviceIs(const Sink& sink, const std::string& path) {
+    return eventually([&] { return sink.report().device == path; });
+  }
+  auto written(const std::string& path) {
+    return video.ask([&](auto& all) { return all[path].written; });
+  }
+
+  FakeVideo video;
+  std::atomic<int> changes{0};
+  std::optional<VideoOutput> output;
+};
+
+TEST_F(VideoSinkTest, IsACameraFromTheBeginningAndWantedWhileOpen) {
+  nodes({"/dev/video0"});
+  const auto sink = open("front");
+  ASSERT_TRUE(eventually([&] { return written("/dev/video0").size() == 1; }));
+  EXPECT_EQ(written("/dev/video0")[0], greyJpeg(640, 480));
+  EXPECT_FALSE(sink->wanted());
+  video.setReaders("/dev/video0", 1);
+  ASSERT_TRUE(eventually([&] { return sink->wanted(); }));
+  sink->show(frame(picture()));
+  ASSERT_TRUE(eventually([&] { return sink->report().taken == 1; }));
+  EXPECT_EQ(written("/dev/video0").back(), picture());
+  video.setReaders("/dev/video0", 0);
+  ASSERT_TRUE(eventually([&] { return !sink->wanted(); }));
+  EXPECT_TRUE(eventually([&] { return written("/dev/video0").back() == greyJpeg(640, 480); }));
+  EXPECT_GE(changes, 2);
+}
+
+TEST_F(VideoSinkTest, AProgramThatOnlyAsksWhatItIsDoesNotStartIt) {
+  nodes({"/dev/video0"});
+  const auto sink = open("front");
+  ASSERT_TRUE(deviceIs(*sink, "/dev/video0"));
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  video.setReaders("/dev/video0", 1);
+  video.setReaders("/dev/video0", 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_EQ(changes, 0);
+}
+
+TEST_F(VideoSinkTest, ChangesTheFormatWhenNobodyElseHasItOpen) {
+  nodes({"/dev/video0"});
+  const auto sink = open("front");
+  ASSERT_TRUE(deviceIs(*sink, "/dev/video0"));
+  video.setReaders("/dev/video0", 1);
+  ASSERT_TRUE(eventually([&] { return sink->wanted(); }));
+  sink->show(frame(picture(), 320, 240));  // smaller: passes through
+  ASSERT_TRUE(eventually([&] { return sink->report().taken == 1; }));
+  EXPECT_EQ(video.ask([](auto& all) { return all["/dev/video0"].format.width; }), 640);
+  video.setReaders("/dev/video0", 0);
+  EXPECT_TRUE(eventually(
+      [&] { return video.ask([](auto& all) { return all["/dev/video0"].format.width; }) == 320; }));
+  EXPECT_TRUE(eventually([&] { return written("/dev/video0").back() == greyJpeg(320, 240); }));
+}
+
+TEST_F(VideoSinkTest, PicturesThatDoNotFitAreDroppedWithAReason) {
+  nodes({"/dev/video0"});
+  const auto sink = open("front", 16, 16);
+  ASSERT_TRUE(deviceIs(*sink, "/dev/video0"));
+  video.setReaders("/dev/video0", 1);
+  ASSERT_TRUE(eventually([&] { return sink->wanted(); }));
+  sink->show(frame(picture(5000)));
+  ASSERT_TRUE(eventually([&] { return sink->report().dropped == 1; }));
+  EXPECT_NE(sink->report().error.find("no longer fit"), std::string::npos);
+}
+
+TEST_F(VideoSinkTest, EachCameraHasItsDeviceAndGetsItAgain) {
+  nodes({"/dev/video0", "/dev/video1", "/dev/video2"});
+  auto front = open("front");
+  ASSERT_TRUE(deviceIs(*front, "/dev/video0"));
+  auto back = open("back");
+  ASSERT_TRUE(deviceIs(*back, "/dev/video1"));
+  front.reset();
+  back.reset();
+  back = open("back");
+  EXPECT_TRUE(deviceIs(*back, "/dev/video1"));
+  const auto third = open("third");
+  EXPECT_TRUE(deviceIs(*third, "/dev/video2"));
+  front = open("front");
+  EXPECT_TRUE(deviceIs(*front, "/dev/video0"));
+}
+
+TEST_F(VideoSinkTest, SaysThatThereIsNoFreeDeviceAndTakesOneLater) {
+  nodes({});
+  const auto sink = open("front");
+  ASSERT_TRUE(eventually([&] { return !sink->report().error.empty(); }));
+  EXPECT_NE(sink->report().error.find("no free v4l2loopback device"), std::string::npos);
+  video.ask([](auto& all) { return all["/dev/video7"].readers; });
+  EXPECT_TRUE(deviceIs(*sink, "/dev/video7"));
+}
+
+TEST_F(VideoSinkTest, LeavesABrokenDeviceForAnother) {
+  nodes({"/dev/video0", "/dev/video1"});
+  video.nodes["/dev/video0"].broken = true;
+  const auto sink = open("front");
+  EXPECT_TRUE(deviceIs(*sink, "/dev/video1"));
+}
+
+TEST_F(VideoSinkTest, EachBrokenDeviceIsSaidOnce) {
+  nodes({"/dev/video0", "/dev/video1"});
+  video.nodes["/dev/video0"].broken = true;
+  video.nodes["/dev/video1"].broken = true;
+  testing::internal::CaptureStderr();
+  const auto sink = open("front");
+  std::this_thread::sleep_for(std::chrono::milliseconds(4500));  // two searches more
+  const std::string log = testing::internal::GetCapturedStderr();
+  for (const std::string line : {"cannot use /dev/video0", "cannot use /dev/video1"}) {
+    const auto first = log.find(line);
+    ASSERT_NE(first, std::string::npos) << log;
+    EXPECT_EQ(log.find(line, first + 1), std::string::npos) << log;
+  }
+}
+
+TEST_F(VideoSinkTest, AnUnpluggedDeviceIsGivenUp) {
+  nodes({"/dev/video0"});
+  const auto sink = open("front");
+  ASSERT_TRUE(deviceIs(*sink, "/dev/video0"));
+  video.setReaders("/dev/video0", 1);
+  ASSERT_TRUE(eventually([&] { return sink->wanted(); }));
+  video.ask([](auto& all) { return all["/dev/video0"].unplugged = true; });
+  sink->show(frame(picture()));
+  EXPECT_TRUE(eventually([&] { return sink->report().dropped == 1 && !sink->wanted(); }));
+}
+
+TEST(CountOpeners, SeesOtherProgramsButNotThisOne) {
+  const TempFolder folder;
+  const std::string path = folder / "file";
+  std::ofstream(path) << "x";
+  const UniqueFd own(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  bool blind = false;
+  EXPECT_EQ(countOpeners(path, blind), 0);
+  const std::string command = "exec 7<" + path + "; exec sleep 30";
+  const pid_t child = fork();
+  if (child == 0) {
+    execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+    _exit(127);
+  }
+  EXPECT_TRUE(eventually([&] { return countOpeners(path, blind) == 1; }));
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+  EXPECT_EQ(countOpeners(path, blind), 0);
+  EXPECT_EQ(countOpeners(folder / "missing", blind), 0);
+}
+
+TEST(GreyJpeg, IsAWholePictureOfItsSize) {
+  const auto jpeg = greyJpeg(640, 480);
+  EXPECT_TRUE(isWholeJpeg(jpeg));
+  EXPECT_EQ(jpeg.size(), 1950U);
+  for (std::size_t i = 2; i + 2 < jpeg.size(); ++i) {
+    if (jpeg[i] == 0xFF && jpeg[i + 1] == 0xC0) {
+      EXPECT_EQ(jpeg[i + 5] << 8 | jpeg[i + 6], 480);
+      EXPECT_EQ(jpeg[i + 7] << 8 | jpeg[i + 8], 640);
+      return;
+    }
+  }
+  FAIL() << "no frame header";
+}
+
+TEST(KernelVideo, RefusesWhatIsNoLoopbackDevice) {
+  std::string why;
+  EXPECT_EQ(kernelVideoSystem()->open("/dev/null", why), nullptr);
+  EXPECT_NE(why.find("no v4l2loopback device"), std::string::npos);
+  EXPECT_EQ(kernelVideoSystem()->open("/dev/missing", why), nullptr);
+  EXPECT_EQ(why, "No such file or directory");
+}
+
+}  // namespace
+}  // namespace lumsar::agent::test

@@ -1,0 +1,146 @@
+// The live page over HTTP: what each address answers, cameras that run only while watched, slow and
+// hostile browsers.
+#include "outputs/web/viewer.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include "app/program.h"
+#include "unit/agent/eventually.h"
+#include "unit/agent/fake_host.h"
+#include "unit/agent/temp_folder.h"
+
+namespace lumsar::agent::test {
+namespace {
+
+bool has(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+class ViewerTest : public testing::Test {
+ protected:
+  ViewerTest() {
+    Options options;
+    options.listen = "unix:" + (folder / "vm.sock");
+    options.view = std::uint16_t{0};
+    program.emplace(options);
+    port = program->viewPort();
+    thread = std::thread([this] { program->run(); });
+    host.emplace(options.listen);
+    EXPECT_TRUE(host->greet());
+    host->send(announce(1, "Front <b>door"));
+    EXPECT_TRUE(eventually([&] { return has(httpGet(port, "/status.json"), "Front"); }));
+  }
+  ~ViewerTest() override {
+    program->stop();
+    thread.join();
+  }
+
+  TempFolder folder;
+  std::uint16_t port = 0;
+  std::optional<Program> program;
+  std::optional<FakeHost> host;
+  std::thread thread;
+};
+
+TEST_F(ViewerTest, ShowsAPageThatNeedsNothingElse) {
+  const std::string answer = httpGet(port, "/");
+  EXPECT_TRUE(answer.starts_with("HTTP/1.1 200 OK\r\n"));
+  EXPECT_TRUE(has(answer, "Content-Security-Policy: default-src 'none'"));
+  EXPECT_TRUE(bodyOf(answer).starts_with("<!doctype html>"));
+  EXPECT_FALSE(has(answer, "https://"));
+  EXPECT_FALSE(has(answer, "http://"));
+}
+
+TEST_F(ViewerTest, AnswersWhatIsNotThereWithAReason) {
+  EXPECT_TRUE(httpGet(port, "/nothing").starts_with("HTTP/1.1 404 "));
+  for (const char* path :
+       {"/camera/2.jpg", "/camera/x.jpg", "/camera/1.png", "/camera/", "/camera/1"}) {
+    EXPECT_TRUE(httpGet(port, path).starts_with("HTTP/1.1 404 ")) << path;
+  }
+  EXPECT_TRUE(httpAsk(port, "POST / HTTP/1.1\r\n\r\n").starts_with("HTTP/1.1 405 "));
+  EXPECT_TRUE(httpAsk(port, "nonsense\r\n\r\n").starts_with("HTTP/1.1 400 "));
+  EXPECT_TRUE(
+      httpAsk(port, "GET / HTTP/1.1\r\nHost: evil.example\r\n\r\n").starts_with("HTTP/1.1 403 "));
+  EXPECT_EQ(httpAsk(port, std::string(20000, 'x')), "");
+}
+
+TEST_F(ViewerTest, ACameraRunsOnlyWhileItIsWatched) {
+  EXPECT_TRUE(has(httpGet(port, "/status.json"), R"("started":false)"));
+  std::thread browser([&] {
+    const std::string live = httpGet(port, "/camera/1.mjpeg", 3500);
+    EXPECT_TRUE(has(live, "multipart/x-mixed-replace; boundary=lumsar-picture"));
+    EXPECT_TRUE(has(
+        live,
+        "--lumsar-picture\r\nContent-Type: image/jpeg\r\nContent-Length: 1000\r\n\r\n\xff\xd8"));
+    EXPECT_TRUE(has(live, "\xff\xd9\r\n--lumsar-picture\r\n"));
+  });
+  ASSERT_TRUE(host->receiveRecord(CameraDataKind::Start, 1));
+  for (std::uint32_t i = 0; i < 5; ++i) {
+    host->send(frame(1, i, picture()));
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  browser.join();
+  EXPECT_TRUE(host->receiveRecord(CameraDataKind::Stop, 1));
+}
+
+TEST_F(ViewerTest, GivesOnePicture) {
+  std::string answer;
+  std::thread browser([&] { answer = httpGet(port, "/camera/1.jpg"); });
+  ASSERT_TRUE(host->receiveRecord(CameraDataKind::Start, 1));
+  host->send(frame(1, 0, picture(5000)));
+  browser.join();
+  EXPECT_TRUE(has(answer, "Content-Type: image/jpeg\r\nContent-Length: 5000\r\n"));
+  const Message jpeg = picture(5000);
+  EXPECT_EQ(bodyOf(answer), std::string(jpeg.begin(), jpeg.end()));
+}
+
+TEST_F(ViewerTest, ASlowBrowserHoldsNothingUp) {
+  const UniqueFd lazy = connectTo("tcp:127.0.0.1:" + std::to_string(port));
+  const std::string request = "GET /camera/1.mjpeg HTTP/1.1\r\n\r\n";
+  ASSERT_GT(send(lazy.get(), request.data(), request.size(), 0), 0);
+  ASSERT_TRUE(host->receiveRecord(CameraDataKind::Start, 1));
+  const Message large = picture(1U << 20U);
+  for (std::uint32_t i = 0; i < 60; ++i) host->send(frame(1, i, large));
+  const auto body = host->receiveRecord(CameraDataKind::Statistics, 1);
+  ASSERT_TRUE(body);
+  EXPECT_TRUE(eventually([&] {
+    const std::string status = bodyOf(httpGet(port, "/status.json"));
+    return has(status, R"("frames":60,)") && !has(status, R"("dropped":0,)");
+  })) << httpGet(port, "/status.json");
+}
+
+TEST_F(ViewerTest, TheStreamEndsWithItsCamera) {
+  std::string live;
+  std::thread browser([&] { live = httpGet(port, "/camera/1.mjpeg"); });
+  ASSERT_TRUE(host->receiveRecord(CameraDataKind::Start, 1));
+  host->send(gone(1, "unplugged"));
+  browser.join();
+  EXPECT_TRUE(has(live, "200 OK"));
+  EXPECT_TRUE(httpGet(port, "/camera/1.mjpeg").starts_with("HTTP/1.1 404 "));
+}
+
+TEST_F(ViewerTest, ThereIsALimitOfBrowsers) {
+  std::vector<UniqueFd> crowd;
+  for (int i = 0; i < 32; ++i) {
+    crowd.push_back(connectTo("tcp:127.0.0.1:" + std::to_string(port)));
+  }
+  EXPECT_TRUE(httpGet(port, "/").starts_with("HTTP/1.1 503 "));
+  crowd.clear();
+  EXPECT_TRUE(eventually([&] { return httpGet(port, "/").starts_with("HTTP/1.1 200 "); }));
+}
+
+TEST_F(ViewerTest, ATakenPortIsAFailureWithAdvice) {
+  Options options;
+  options.listen = "unix:" + (folder / "other.sock");
+  options.view = port;
+  try {
+    Program other(options);
+    FAIL();
+  } catch (const Failure& failure) {
+    EXPECT_TRUE(has(failure.what(), "stop the program that uses it or choose another"));
+  }
+}
+
+}  // namespace
+}  // namespace lumsar::agent::test

@@ -1,0 +1,121 @@
+// CameraTable and Gallery: cameras come and go, nonsense is skipped, slow sinks are waited for
+// without holding anything up.
+#include "session/camera_table.h"
+
+#include <gtest/gtest.h>
+
+#include "unit/agent/fake_output.h"
+#include "unit/agent/wire.h"
+
+namespace lumsar::agent::test {
+namespace {
+
+class CameraTableTest : public testing::Test {
+ protected:
+  CameraTableTest() {
+    auto owned = std::make_unique<FakeOutput>(true);
+    output = owned.get();
+    std::vector<std::unique_ptr<Output>> outputs;
+    outputs.push_back(std::move(owned));
+    gallery.emplace(std::move(outputs), [] {});
+    table.emplace(*gallery,
+                  [this](Bytes message) { sent.emplace_back(message.begin(), message.end()); });
+  }
+  void announce(std::uint32_t number, const std::string& name) {
+    table->takeRecord(record(CameraDataKind::Announced, number, announcedBody("id", name)));
+  }
+
+  FakeOutput* output = nullptr;
+  std::optional<Gallery> gallery;
+  std::optional<CameraTable> table;
+  std::vector<Message> sent;
+};
+
+TEST_F(CameraTableTest, CamerasComeAndGo) {
+  announce(1, "Front");
+  announce(2, "Back");
+  EXPECT_EQ(table->size(), 2U);
+  ASSERT_EQ(sent.size(), 2U);
+  EXPECT_EQ(kindOf(sent[1]), CameraDataKind::Start);
+  table->takeRecord(record(CameraDataKind::Gone, 1, bytes("unplugged")));
+  EXPECT_EQ(table->size(), 1U);
+  ASSERT_EQ(gallery->gone().size(), 1U);
+  EXPECT_EQ(gallery->gone()[0].info.name, "Front");
+  EXPECT_EQ(sent.size(), 2U);
+}
+
+TEST_F(CameraTableTest, FramesGoToTheirCamera) {
+  announce(1, "Front");
+  announce(2, "Back");
+  table->takeRecord(record(CameraDataKind::Frame, 2, frameBody(0, picture())));
+  EXPECT_EQ(output->sinks[0]->shown.size(), 0U);
+  EXPECT_EQ(output->sinks[1]->shown.size(), 1U);
+}
+
+TEST_F(CameraTableTest, SkipsWhatItDoesNotKnow) {
+  table->takeRecord({});
+  table->takeRecord(bytes("short"));
+  table->takeRecord(record(static_cast<CameraDataKind>(4711), 1));
+  table->takeRecord(record(CameraDataKind::Gone, 1));
+  table->takeRecord(record(CameraDataKind::Frame, 1, frameBody(0, picture())));
+  table->takeRecord(record(CameraDataKind::Announced, 1, bytes("short")));
+  table->takeRecord(record(CameraDataKind::Start, 1));
+  EXPECT_EQ(table->size(), 0U);
+  EXPECT_TRUE(sent.empty());
+}
+
+TEST_F(CameraTableTest, AnnouncingAgainReplacesAndFilesGetAnotherName) {
+  announce(1, "Front door/../x");
+  announce(1, "Front door/../x");
+  EXPECT_EQ(table->size(), 1U);
+  ASSERT_EQ(output->sinks.size(), 2U);
+  EXPECT_TRUE(output->sinks[0]->closing);
+  EXPECT_EQ(output->sinks[0]->label, "Front-door-x-1");
+  EXPECT_EQ(output->sinks[1]->label, "Front-door-x-1.2");
+}
+
+TEST_F(CameraTableTest, ThereIsALimitOfCameras) {
+  for (std::uint32_t i = 0; i < 100; ++i) announce(i, "many");
+  EXPECT_EQ(table->size(), 64U);
+}
+
+TEST_F(CameraTableTest, GoneCamerasAreRememberedButNotForEver) {
+  for (std::uint32_t i = 0; i < 300; ++i) {
+    announce(i, "short-lived");
+    table->takeRecord(record(CameraDataKind::Gone, i));
+  }
+  EXPECT_EQ(gallery->gone().size(), 200U);
+  EXPECT_EQ(gallery->gone().back().info.number, 299U);
+}
+
+TEST_F(CameraTableTest, DropAllTellsTheServiceWhenItIsStillThere) {
+  announce(1, "Front");
+  table->dropAll("the end", true);
+  EXPECT_EQ(kindOf(sent.back()), CameraDataKind::Stop);
+  EXPECT_EQ(table->size(), 0U);
+}
+
+TEST_F(CameraTableTest, ASlowSinkOfAGoneCameraHoldsNothingUp) {
+  announce(1, "Front");
+  output->sinks[0]->closed = false;
+  table->dropAll("gone", false);
+  gallery->update();
+  EXPECT_TRUE(output->sinks[0]->closing);
+  EXPECT_GT(output->sinks[0].use_count(), 1);  // the sink lives
+  output->sinks[0]->closed = true;
+  gallery->update();
+  EXPECT_EQ(output->sinks[0].use_count(), 1);
+  EXPECT_EQ(gallery->gone().size(), 1U);
+}
+
+TEST_F(CameraTableTest, ASinkThatNeverFinishesIsGivenUpAtTheEnd) {
+  announce(1, "Front");
+  output->sinks[0]->closed = false;
+  table->dropAll("the end", true);
+  EXPECT_FALSE(gallery->finish(std::chrono::milliseconds(50)));
+  output->sinks[0]->closed = true;
+  EXPECT_TRUE(gallery->finish(std::chrono::milliseconds(50)));
+}
+
+}  // namespace
+}  // namespace lumsar::agent::test

@@ -1,0 +1,171 @@
+// The program lumsar-camera-service: exit codes, status, start and stop. It is a process of its
+// own.
+#include <sys/resource.h>
+
+#include "session/json.h"
+#include "unit/camera-service/test_host.h"
+#include "unit/ipc/raw_peer.h"
+
+namespace lumsar::test {
+namespace {
+
+class CommandLineTest : public ServiceTest {
+ protected:
+  struct Outcome {
+    int code = 0;
+    std::string output;
+  };
+  Outcome run(std::vector<std::string> arguments) {
+    const std::string file = dir / ("output" + std::to_string(++m_runs));
+    arguments.insert(arguments.begin(), CAMERA_SERVICE);
+    Child child(arguments, file);
+    const int code = child.wait();
+    return {code, readFile(file)};
+  }
+
+ private:
+  int m_runs = 0;
+};
+
+TEST_F(CommandLineTest, HelpAndVersion) {
+  const Outcome help = run({"--help"});
+  EXPECT_EQ(help.code, 0);
+  EXPECT_NE(help.output.find("--camera"), std::string::npos);
+  EXPECT_EQ(run({"--version"}).output, "lumsar-camera-service " LUMSAR_VERSION "\n");
+}
+
+TEST_F(CommandLineTest, WrongUsageIsExitCode2) {
+  const Outcome outcome = run({"--camera", "webcam"});
+  EXPECT_EQ(outcome.code, 2);
+  EXPECT_NE(outcome.output.find("--help"), std::string::npos);
+  EXPECT_EQ(run({"--nonsense"}).code, 2);
+  EXPECT_EQ(run({"extra"}).code, 2);
+}
+
+TEST_F(CommandLineTest, WithoutRuntimeDirectoryItSaysWhatToDo) {
+  ::unsetenv("XDG_RUNTIME_DIR");
+  if (std::filesystem::exists("/run/user/" + std::to_string(::geteuid()))) GTEST_SKIP();
+  EXPECT_NE(run({}).output.find("set XDG_RUNTIME_DIR"), std::string::npos);
+}
+
+TEST_F(CommandLineTest, StopsCleanlyOnEachSignal) {
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+    start({"--camera", "test:A,320x240@30"});
+    const auto host = this->host();
+    watch(*host, "test:A");
+    m_service->signal(signal);
+    EXPECT_EQ(m_service->wait(), 0) << log();
+    EXPECT_FALSE(std::filesystem::exists(channel));
+    EXPECT_TRUE(host->recorder.awaitClose());
+    m_service.reset();
+  }
+}
+
+TEST_F(CommandLineTest, StopsAtOnceWithManyFilesToLookInto) {
+  const std::string folder = dir / "cameras";
+  std::filesystem::create_directory(folder);
+  makePicture(folder + "/0.jpg", 640, 480);
+  for (int i = 1; i < 3000; ++i) {
+    std::filesystem::create_hard_link(folder + "/0.jpg", folder + "/" + std::to_string(i) + ".jpg");
+  }
+  start({"--watch", folder});
+  const auto begin = std::chrono::steady_clock::now();
+  m_service->signal(SIGTERM);
+  EXPECT_EQ(m_service->wait(), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(6500))
+      << "the look into one file may take 3 s, and may be tried once more";
+  m_service.reset();
+}
+
+TEST_F(CommandLineTest, MayOpenAsManyFilesAsTheSystemAllows) {
+  rlimit before{};
+  ::getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit few{before.rlim_cur / 2, before.rlim_max};
+  ::setrlimit(RLIMIT_NOFILE, &few);  // a started program inherits it
+  start({"--camera", "test:A"});
+  ::setrlimit(RLIMIT_NOFILE, &before);
+  rlimit found{};
+  ASSERT_EQ(::prlimit(m_service->pid(), RLIMIT_NOFILE, nullptr, &found), 0);
+  EXPECT_EQ(found.rlim_cur, before.rlim_max);
+}
+
+TEST_F(CommandLineTest, ASecondServiceIsRefused) {
+  start({"--camera", "test:A"});
+  const Outcome second = run({"--channel", channel});
+  EXPECT_EQ(second.code, 1);
+  EXPECT_NE(second.output.find("already running"), std::string::npos);
+  EXPECT_TRUE(host()->awaitCamera("test:A")) << "the first goes on";
+}
+
+TEST_F(CommandLineTest, AChannelIsASocketInTheRuntimeDirectory) {
+  Child service({CAMERA_SERVICE, "--channel", "cams", "--camera", "test:A"}, dir / "log");
+  EXPECT_TRUE(service.awaitOutput("listening at " + dir / "lumsar/cams.sock"));
+  TestHost host("cams");
+  EXPECT_TRUE(host.awaitCamera("test:A"));
+  service.signal(SIGTERM);
+  EXPECT_EQ(service.wait(), 0);
+}
+
+TEST_F(CommandLineTest, StatusForPeopleAndPrograms) {
+  start({"--camera", "test:A,320x240@30"});
+  const auto host = this->host();
+  watch(*host, "test:A");
+  host->records.await(CameraDataKind::Frame, 5);
+  const Outcome people = run({"--status", "--channel", channel});
+  EXPECT_EQ(people.code, 0);
+  for (const char* part : {"test:A", "320x240", "vm-7", "watched yes", "encode"}) {
+    EXPECT_NE(people.output.find(part), std::string::npos) << people.output;
+  }
+  const Outcome program = run({"--status", "--json", "--channel", channel});
+  EXPECT_EQ(program.code, 0);
+  std::string text = program.output;
+  text.erase(text.find_last_not_of('\n') + 1);
+  const service::JsonReading json = service::readJsonObject(text);
+  ASSERT_EQ(json.error, "");
+  const QJsonObject camera = TestHost::camera(json.object, "test:A");
+  EXPECT_TRUE(camera.value("running").toBool());
+  EXPECT_GE(camera.value("frames").toInt(), 5);
+  EXPECT_GT(camera.value("bytes").toInt(), 0);
+  EXPECT_GT(camera.value("encodeMicroseconds").toInt(), 0);
+  bool found = false;
+  for (const QJsonValue& value : json.object.value("hosts").toArray()) {
+    if (value.toObject().value("vmId").toString() != "vm-7") continue;
+    const QJsonObject share = value.toObject().value("shares").toArray().at(0).toObject();
+    EXPECT_EQ(share.value("camera").toString(), "test:A");
+    EXPECT_EQ(share.value("link").toString(), "host");
+    EXPECT_TRUE(share.value("started").toBool());
+    EXPECT_GE(share.value("frames").toInt(), 5);
+    EXPECT_EQ(share.value("dropped").toInt(), 0);
+    found = true;
+  }
+  EXPECT_TRUE(found);
+  EXPECT_EQ(json.object.value("hosts").toArray().size(), 1) << "who asks is no host";
+  EXPECT_EQ(log().find("--status"), std::string::npos) << log();
+}
+
+TEST_F(CommandLineTest, StatusWithoutServiceIsExitCode1) {
+  const Outcome outcome = run({"--status", "--channel", channel});
+  EXPECT_EQ(outcome.code, 1);
+  EXPECT_NE(outcome.output.find("not running"), std::string::npos);
+}
+
+TEST_F(CommandLineTest, StrangersDoNotDisturbIt) {
+  start({"--camera", "test:A,320x240@30"});
+  const auto host = this->host();
+  watch(*host, "test:A");
+  const RawPeer garbage = RawPeer::connect(channel);
+  garbage.write(Bytes(5000, 'g'));
+  EXPECT_TRUE(garbage.atEnd());
+  const RawPeer silent = RawPeer::connect(channel);
+  const RawPeer half = RawPeer::connect(channel);
+  half.write(message(IPC_MSG_INTRODUCTION, "half"));
+  Bytes begun = message(IPC_MSG_DATA, "payload");
+  begun.pop_back();
+  half.write(begun);
+  const std::size_t frames = host->records.count(CameraDataKind::Frame);
+  host->records.await(CameraDataKind::Frame, frames + 5);
+  EXPECT_TRUE(m_service->awaitOutput("begin no message"));
+}
+
+}  // namespace
+}  // namespace lumsar::test

@@ -1,0 +1,374 @@
+// Tests of capture.h and camera_stream.h: pictures from a running camera. The test runs the
+// io_context itself.
+#include "capture/capture.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "camera/camera_stream.h"
+#include "capture/encoder.h"
+#include "lumsar/camera_data.h"
+#include "sources/file_probe.h"
+#include "sources/source_bin.h"
+#include "sources/synthetic.h"
+#include "unit/camera-service/media.h"
+#include "unit/ipc/support.h"
+
+namespace lumsar::test {
+namespace {
+
+using namespace service;
+
+struct Reader : FrameReader {
+  CaptureRequest wanted;
+  int frames = 0;
+  std::size_t bytes = 0;
+  PictureSize size;
+  std::int64_t age = 0;
+  bool takesMore = true;
+
+  CaptureRequest request() const override { return wanted; }
+  bool onFrame(const CapturedFrame& frame) override {
+    ++frames;
+    bytes = frame.picture.size();
+    size = jpegSize(frame.picture);
+    age = static_cast<std::int64_t>(cameraClock() - frame.time);
+    return takesMore;
+  }
+};
+
+// The provider lists what is plugged only while it is started.
+class StartedProvider {
+ public:
+  StartedProvider() : m_provider(gst_device_provider_factory_get_by_name("lumsarvirtualcameras")) {
+    gst_device_provider_start(m_provider.get());
+  }
+  ~StartedProvider() { gst_device_provider_stop(m_provider.get()); }
+  GstDeviceProvider* get() const { return m_provider.get(); }
+
+ private:
+  GstPtr<GstDeviceProvider> m_provider;
+};
+
+class CaptureTest : public ::testing::Test {
+ protected:
+  ~CaptureTest() override {
+    made.reset();
+    cameraThreads.join();
+  }
+
+  // A camera that is plugged in, with a stream of its own.
+  CameraStream& stream(const VirtualCamera& source) {
+    cameras.plug(source);
+    plugged.info.id = source.id;
+    plugged.info.formats = {source.format};
+    plugged.present = true;
+    plugged.info.device = device(source);
+    made.emplace(io, cameraThreads, plugged,
+                 [this](const Camera&, const std::string& why) { troubles.push_back(why); });
+    return *made;
+  }
+  std::shared_ptr<GstDevice> device(const VirtualCamera& source) {
+    GList* devices = gst_device_provider_get_devices(provider.get());
+    std::shared_ptr<GstDevice> found;
+    for (GList* item = devices; item != nullptr; item = item->next) {
+      auto* candidate = static_cast<GstDevice*>(item->data);
+      const std::shared_ptr<GstDevice> held(candidate, GstRelease{});
+      if (takeText(gst_device_get_display_name(candidate)) == source.name) found = held;
+    }
+    g_list_free(devices);
+    return found;
+  }
+  template <class Condition>
+  bool await(Condition condition) {
+    return waitUntil([&] {
+      io.restart();
+      io.poll();
+      return condition();
+    });
+  }
+  void runFor(milliseconds time) {
+    io.restart();
+    io.run_for(time);
+  }
+
+  // Before anything that asks GStreamer.
+  const bool initialised = (gst_init(nullptr, nullptr), true);
+  asio::io_context io;
+  asio::thread_pool cameraThreads{2};
+  VirtualCameras cameras;
+  const StartedProvider provider;
+  Camera plugged;
+  std::vector<std::string> troubles;
+  std::optional<CameraStream> made;
+};
+
+TEST_F(CaptureTest, RunsWhileThereIsAReader) {
+  CameraStream& camera = stream(syntheticCamera("F,320x240@30"));
+  EXPECT_FALSE(camera.running());
+  Reader reader;
+  camera.add(reader);
+  EXPECT_TRUE(camera.running());
+  ASSERT_TRUE(await([&] { return reader.frames >= 3; }));
+  EXPECT_EQ(reader.size, (PictureSize{320, 240}));
+  EXPECT_GE(reader.age, 0);
+  EXPECT_LT(reader.age, 1'000'000) << "µs from capture";
+  EXPECT_GT(camera.counters().encodeTime, 0);
+  camera.remove(reader);
+  EXPECT_FALSE(camera.running());
+  const int frames = reader.frames;
+  runFor(milliseconds(100));
+  EXPECT_EQ(reader.frames, frames);
+  EXPECT_TRUE(troubles.empty());
+}
+
+TEST_F(CaptureTest, SizeAndQualityChangeWhileRunning) {
+  CameraStream& camera = stream(syntheticCamera("F,640x480@30"));
+  Reader reader;
+  reader.wanted.rule.quality = 90;
+  camera.add(reader);
+  ASSERT_TRUE(await([&] { return reader.frames >= 3; }));
+  const std::size_t best = reader.bytes;
+  reader.wanted.rule.quality = 10;
+  camera.refresh();
+  EXPECT_TRUE(await([&] { return reader.bytes < best * 3 / 4; })) << reader.bytes << " of " << best;
+  reader.wanted.rule.maxWidth = 320;
+  camera.refresh();
+  EXPECT_TRUE(await([&] { return reader.size == PictureSize{320, 240}; }));
+  reader.wanted.rule.maxWidth = 4000;
+  camera.refresh();
+  EXPECT_TRUE(await([&] { return reader.size == PictureSize{640, 480}; }));
+}
+
+TEST_F(CaptureTest, AWebcamsFormatsAreDecodedAndScaled) {
+  for (const std::string encoding : {"MJPG", "YUY2", "NV12"}) {
+    const std::string caps = "video/x-raw,width=640,height=480,framerate=30/1";
+    const std::string tail =
+        encoding == "MJPG" ? "! jpegenc" : ",format=" + encoding + " ! identity";
+    CameraStream& camera =
+        stream({"cam:" + encoding, encoding, {encoding, 640, 480, 30, 1}, [=] {
+                  return makeSourceBin("videotestsrc is-live=true ! " + caps + tail);
+                }});
+    Reader reader;
+    reader.wanted.rule.maxWidth = 320;
+    camera.add(reader);
+    EXPECT_TRUE(await([&] { return reader.frames >= 3; })) << encoding;
+    EXPECT_EQ(reader.size, (PictureSize{320, 240})) << encoding;
+    camera.remove(reader);
+  }
+}
+
+TEST_F(CaptureTest, TwoReadersShareOnePictureWithinBothLimits) {
+  CameraStream& camera = stream(syntheticCamera("F,640x480@30"));
+  Reader large;
+  Reader small;
+  small.wanted.rule.maxWidth = 160;
+  camera.add(large);
+  ASSERT_TRUE(await([&] { return large.size == PictureSize{640, 480}; }));
+  camera.add(small);
+  EXPECT_TRUE(await([&] { return large.size == PictureSize{160, 120}; }));
+  EXPECT_TRUE(await([&] { return small.size == PictureSize{160, 120}; }));
+  camera.remove(small);
+  EXPECT_TRUE(await([&] { return large.size == PictureSize{640, 480}; }));
+}
+
+TEST_F(CaptureTest, AReaderThatTakesNoMoreIsRemoved) {
+  CameraStream& camera = stream(syntheticCamera("F,320x240@30"));
+  Reader one;
+  Reader other;
+  camera.add(one);
+  camera.add(other);
+  ASSERT_TRUE(await([&] { return one.frames > 0; }));
+  one.takesMore = false;
+  ASSERT_TRUE(await([&] { return camera.readers() == 1; }));
+  const int frames = other.frames;
+  EXPECT_TRUE(await([&] { return other.frames > frames; }));
+  other.takesMore = false;
+  EXPECT_TRUE(await([&] { return !camera.running(); }));
+}
+
+TEST_F(CaptureTest, AnIntervalIsKept) {
+  CameraStream& camera = stream(syntheticCamera("F,160x120@60"));
+  Reader reader;
+  reader.wanted.interval = 100'000;
+  camera.add(reader);
+  ASSERT_TRUE(await([&] { return reader.frames > 0; }));
+  reader.frames = 0;
+  const auto begin = std::chrono::steady_clock::now();
+  ASSERT_TRUE(await([&] { return reader.frames >= 20; }));
+  const auto time = std::chrono::steady_clock::now() - begin;
+  EXPECT_GE(time, milliseconds(1600));
+  EXPECT_LE(time, milliseconds(6000));
+}
+
+TEST_F(CaptureTest, AMovieBeginsAgainAtItsEnd) {
+  const TempDir dir;
+  makeMovie(dir / "m.avi", 160, 120, 6);
+  const FileProbe probe = probeFile(dir / "m.avi");
+  const std::string path = dir / "m.avi";
+  CameraStream& camera =
+      stream({"file:m", "m", probe.format, [=] { return makeFileSource(path, probe); }});
+  Reader reader;
+  camera.add(reader);
+  EXPECT_TRUE(await([&] { return reader.frames >= 20; })) << reader.frames;
+  EXPECT_EQ(reader.size, (PictureSize{160, 120}));
+  EXPECT_TRUE(troubles.empty());
+}
+
+TEST_F(CaptureTest, AMovieOfOnePictureKeepsItsRate) {
+  const TempDir dir;
+  makeMovie(dir / "m.avi", 160, 120, 1);
+  const FileProbe probe = probeFile(dir / "m.avi");
+  const std::string path = dir / "m.avi";
+  CameraStream& camera =
+      stream({"file:m", "m", probe.format, [=] { return makeFileSource(path, probe); }});
+  Reader reader;
+  camera.add(reader);
+  ASSERT_TRUE(await([&] { return reader.frames > 0; }));
+  reader.frames = 0;
+  runFor(milliseconds(1000));
+  EXPECT_LE(reader.frames, 33);
+  EXPECT_GE(reader.frames, 5);
+}
+
+TEST_F(CaptureTest, AFormatThatFailsIsLeftOut) {
+  CameraStream& camera =
+      stream({"cam:x", "x", {"I420", 160, 120, 30, 1}, [] {
+                return makeSourceBin(
+                    "videotestsrc is-live=true ! "
+                    "video/x-raw,width=160,height=120,framerate=30/1 ! identity");
+              }});
+  plugged.info.formats.push_back({"I420", 640, 480, 30, 1});  // preferred, and wrong
+  Reader reader;
+  camera.add(reader);
+  ASSERT_TRUE(await([&] { return !troubles.empty(); }));
+  EXPECT_TRUE(await([&] { return reader.frames > 0; }));
+  EXPECT_EQ(reader.size, (PictureSize{160, 120}));
+  reader.wanted.interval = 100'000;
+  camera.refresh();
+  EXPECT_TRUE(camera.running()) << "and stays left out";
+}
+
+TEST_F(CaptureTest, WhenAllFormatsHaveFailedItBeginsAnew) {
+  const TempDir dir;
+  const std::string path = dir / "p.jpg";
+  makePicture(path, 64, 64);
+  const FileProbe probe = probeFile(path);
+  std::filesystem::rename(path, dir / "away");
+  CameraStream& camera =
+      stream({"file:p", "p", probe.format, [=] { return makeFileSource(path, probe); }});
+  Reader reader;
+  camera.add(reader);
+  ASSERT_TRUE(await([&] { return !troubles.empty(); }));
+  EXPECT_EQ(camera.planFor({}).source, probe.format);
+}
+
+TEST_F(CaptureTest, TroubleEndsWithTheLastReader) {
+  CameraStream& camera = stream({"x", "x", {"I420", 64, 64, 30, 1}, [] { return nullptr; }});
+  Reader reader;
+  camera.add(reader);
+  EXPECT_NE(camera.trouble(), "");
+  camera.remove(reader);
+  EXPECT_EQ(camera.trouble(), "") << "nobody tries again";
+}
+
+TEST_F(CaptureTest, ACameraThatFailsIsTriedAgain) {
+  const TempDir dir;
+  const std::string path = dir / "p.jpg";
+  makePicture(path, 64, 64);
+  const FileProbe probe = probeFile(path);
+  std::filesystem::rename(path, dir / "away");
+  CameraStream& camera =
+      stream({"file:p", "p", probe.format, [=] { return makeFileSource(path, probe); }});
+  Reader reader;
+  camera.add(reader);
+  ASSERT_TRUE(await([&] { return !troubles.empty(); }));
+  EXPECT_FALSE(camera.running());
+  std::filesystem::rename(dir / "away", path);
+  EXPECT_TRUE(await([&] { return reader.frames > 0; })) << "after the first pause of a second";
+  EXPECT_EQ(troubles.size(), 1U) << "told once";
+}
+
+TEST_F(CaptureTest, ACameraThatHangsHoldsUpNoOther) {
+  const TempDir dir;
+  const std::string fifo = dir / "fifo";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);  // opening it waits for a writer
+  Reader stuckReader;
+  Reader reader;
+  cameras.plug({"stuck", "stuck", {"I420", 64, 64, 30, 1}, [=] {
+                  return makeSourceBin("filesrc location=" + fifo + " ! jpegdec");
+                }});
+  Camera hanging;
+  hanging.info.formats = {{"I420", 64, 64, 30, 1}};
+  hanging.present = true;
+  hanging.info.device = device({"stuck", "stuck", {}, {}});
+  CameraStream stuck(io, cameraThreads, hanging, [](const Camera&, const std::string&) {});
+  stuck.add(stuckReader);
+  CameraStream& camera = stream(syntheticCamera("F,320x240@30"));
+  camera.add(reader);
+  EXPECT_TRUE(await([&] { return reader.frames > 0; }));
+  stuck.remove(stuckReader);
+  const std::ofstream writer(fifo);  // and lets it go
+}
+
+TEST_F(CaptureTest, KeyFramesAreNotMadeWithoutEnd) {
+  if (!h264Available()) GTEST_SKIP() << "no H.264 encoder is installed";
+  CameraStream& camera = stream(syntheticCamera("F,320x240@30"));
+  struct : Reader {
+    CameraStream* camera = nullptr;
+    int keys = 0;
+    bool onFrame(const CapturedFrame& frame) override {
+      keys += frame.key ? 1 : 0;
+      ++frames;
+      camera->requestKeyFrame();
+      return true;
+    }
+  } reader;
+  reader.camera = &camera;
+  reader.wanted.rule.h264 = true;
+  camera.add(reader);
+  ASSERT_TRUE(await([&] { return reader.frames >= 45; }));
+  EXPECT_GE(reader.keys, 2);
+  EXPECT_LE(reader.keys, 10);
+}
+
+TEST_F(CaptureTest, ACameraWithoutSourceIsTrouble) {
+  CameraStream& camera = stream({"x", "x", {"I420", 64, 64, 30, 1}, [] { return nullptr; }});
+  Reader reader;
+  camera.add(reader);
+  ASSERT_EQ(troubles.size(), 1U);
+  EXPECT_NE(troubles.front().find("no source"), std::string::npos);
+  camera.remove(reader);
+}
+
+TEST_F(CaptureTest, ACameraWithoutUsableFormatIsTrouble) {
+  CameraStream& camera = stream(syntheticCamera("F,320x240"));
+  plugged.info.formats.clear();
+  Reader reader;
+  camera.add(reader);
+  ASSERT_EQ(troubles.size(), 1U);
+  EXPECT_NE(troubles.front().find("no format"), std::string::npos);
+  camera.remove(reader);
+}
+
+TEST_F(CaptureTest, H264WhereThereIsAnEncoder) {
+  if (!h264Available()) GTEST_SKIP() << "no H.264 encoder is installed";
+  CameraStream& camera = stream(syntheticCamera("F,320x240@30"));
+  struct : Reader {
+    bool firstIsKey = false;
+    Bytes begin;
+    bool onFrame(const CapturedFrame& frame) override {
+      if (frames == 0) firstIsKey = frame.key;
+      if (frames++ == 0) begin.assign(frame.picture.begin(), frame.picture.begin() + 4);
+      return true;
+    }
+  } reader;
+  reader.wanted.rule.h264 = true;
+  camera.add(reader);
+  ASSERT_TRUE(await([&] { return reader.frames >= 10; }));
+  EXPECT_TRUE(reader.firstIsKey);
+  EXPECT_EQ(reader.begin, (Bytes{0, 0, 0, 1}));
+}
+
+}  // namespace
+}  // namespace lumsar::test

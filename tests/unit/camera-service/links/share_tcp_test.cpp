@@ -1,0 +1,239 @@
+// The whole service: sharing straight with a VM over TCP. The VM is a socket in the test.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
+#include <thread>
+
+#include "unit/camera-service/test_host.h"
+#include "unit/ipc/raw_peer.h"
+
+namespace lumsar::test {
+namespace {
+
+// A VM that listens on the loopback and speaks as the test tells it.
+class TcpVm {
+ public:
+  TcpVm() : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    auto* generic = reinterpret_cast<sockaddr*>(&address);
+    EXPECT_EQ(::bind(m_socket.get(), generic, size), 0);
+    EXPECT_EQ(::listen(m_socket.get(), 4), 0);
+    EXPECT_EQ(::getsockname(m_socket.get(), generic, &size), 0);
+    port = ntohs(address.sin_port);
+  }
+  RawPeer accept() const {
+    pollfd ready = {m_socket.get(), POLLIN, 0};
+    EXPECT_EQ(::poll(&ready, 1, static_cast<int>(kPatience.count())), 1) << "nobody connects";
+    return RawPeer(UniqueFd(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC)));
+  }
+  // Accepts, reads the greeting into `hello` and answers it, with its token changed by `wrong`.
+  RawPeer greet(int wrong = 0) {
+    RawPeer peer = accept();
+    hello = peer.readMessage();
+    Bytes answer = hello;
+    answer[18] = 1;
+    answer[kHeaderSize] = static_cast<unsigned char>(answer[kHeaderSize] + wrong);
+    peer.write(answer);
+    return peer;
+  }
+  // Up to a record of this kind.
+  static Record await(const RawPeer& peer, CameraDataKind kind) {
+    for (;;) {
+      const Bytes bytes = peer.readMessage();
+      if (bytes.empty()) return {};
+      EXPECT_EQ(readHeader(bytes.data()).type, MSG_DATA);
+      Record record = parseRecord(std::span(bytes).subspan(kHeaderSize));
+      if (record.kind == kind) return record;
+    }
+  }
+  static void send(const RawPeer& peer, CameraDataKind kind, std::uint32_t camera) {
+    const Bytes record = vmRecord(kind, camera);
+    peer.write(message(MSG_DATA, {reinterpret_cast<const char*>(record.data()), record.size()}));
+  }
+  void close() { m_socket = UniqueFd(); }
+
+  int port = 0;
+  Bytes hello;
+
+ private:
+  UniqueFd m_socket;
+};
+
+class ShareTcpTest : public ServiceTest {
+ protected:
+  static QJsonObject document(int port, const char* device = "test:A") {
+    return {{"command", "sharetcp"},
+            {"deviceId", device},
+            {"remoteIp", "127.0.0.1"},
+            {"remotePort", port}};
+  }
+  // As the plug-in does it: first the connection, a little later the share.
+  static void shareTcp(TestHost& host, const QJsonObject& document) {
+    host.command(IPC_MSG_CONNECT_VM, document);
+    std::this_thread::sleep_for(milliseconds(200));
+    host.command(IPC_MSG_SHARE, document);
+  }
+};
+
+TEST_F(ShareTcpTest, TheWholeRound) {
+  start({"--camera", "test:A,320x240@30"});
+  const auto host = this->host();
+  ASSERT_TRUE(host->awaitCamera("test:A"));
+  TcpVm vm;
+  std::thread sharing([&] { shareTcp(*host, document(vm.port)); });
+  const RawPeer peer = vm.greet();
+  const RedirMsgHeader hello = readHeader(vm.hello.data());
+  EXPECT_EQ(hello.type, MSG_HELLO);
+  EXPECT_EQ(hello.length, sizeof(HelloPayload));
+  EXPECT_EQ(hello.clientMajor, 1);
+  EXPECT_EQ(hello.clientMinor, 1);
+  EXPECT_EQ(hello.capabilities, 0x03U);
+  const Record announced = TcpVm::await(peer, CameraDataKind::Announced);
+  EXPECT_EQ(announced.id, "test:A");
+  TcpVm::send(peer, CameraDataKind::Start, announced.camera);
+  for (std::uint32_t sequence = 1; sequence <= 5; ++sequence) {
+    const Record frame = TcpVm::await(peer, CameraDataKind::Frame);
+    EXPECT_EQ(jpegSize(frame.picture), (PictureSize{320, 240}));
+    EXPECT_EQ(frame.frame.sequence, sequence);
+  }
+  sharing.join();
+  EXPECT_EQ(host->records.count(CameraDataKind::Frame), 0U) << "nothing through the host";
+  host->unshare("test:A");
+  EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Gone).camera, announced.camera);
+  EXPECT_TRUE(peer.atEnd()) << "an idle connection is closed";
+}
+
+TEST_F(ShareTcpTest, TwoCamerasUseOneConnection) {
+  start({"--camera", "test:A,320x240", "--camera", "test:B,320x240"});
+  const auto host = this->host();
+  ASSERT_TRUE(host->awaitCamera("test:B"));
+  TcpVm vm;
+  std::thread sharing([&] {
+    shareTcp(*host, document(vm.port, "test:A"));
+    shareTcp(*host, document(vm.port, "test:B"));
+  });
+  const RawPeer peer = vm.greet();
+  EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Announced).id, "test:A");
+  EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Announced).id, "test:B");
+  sharing.join();
+}
+
+TEST_F(ShareTcpTest, AVmThatIsNotThereIsReported) {
+  start({"--camera", "test:A,320x240"});
+  const auto host = this->host();
+  ASSERT_TRUE(host->awaitCamera("test:A"));
+  TcpVm vm;
+  vm.close();
+  shareTcp(*host, document(vm.port));
+  const QJsonObject failed = host->awaitChange("failed");
+  EXPECT_EQ(failed.value("camera").toString(), "test:A");
+  EXPECT_TRUE(failed.value("reason").toString().contains("cannot connect"));
+  EXPECT_EQ(host->changes().size(), 1U) << "told once for both halves of the command";
+  EXPECT_TRUE(waitUntil([&] {
+    return TestHost::camera(host->list(), "test:A").value("sharedWith").toArray().isEmpty();
+  }));
+}
+
+TEST_F(ShareTcpTest, AWrongCommandIsToldOnce) {
+  start({"--camera", "test:A,320x240"});
+  const auto host = this->host();
+  ASSERT_TRUE(host->awaitCamera("test:A"));
+  shareTcp(*host, document(1, "test:unknown"));
+  shareTcp(*host, document(0));
+  host->awaitChange("refused", 2);
+  host->list();
+  EXPECT_EQ(host->changes().size(), 2U);
+}
+
+TEST_F(ShareTcpTest, AWrongTokenIsReported) {
+  start({"--camera", "test:A,320x240"});
+  const auto host = this->host();
+  ASSERT_TRUE(host->awaitCamera("test:A"));
+  TcpVm vm;
+  host->command(IPC_MSG_CONNECT_VM, document(vm.port));
+  const RawPeer peer = vm.greet(1);
+  EXPECT_TRUE(host->awaitChange("failed").value("reason").toString().contains("another token"));
+  EXPECT_TRUE(peer.atEnd());
+}
+
+TEST_F(ShareTcpTest, AVmThatGoesIsReported) {
+  start({"--camera", "test:A,320x240@30"});
+  const auto host = this->host();
+  ASSERT_TRUE(host->awaitCamera("test:A"));
+  TcpVm vm;
+  host->command(IPC_MSG_SHARE, document(vm.port));
+  {
+    const RawPeer peer = vm.greet();
+    const Record announced = TcpVm::await(peer, CameraDataKind::Announced);
+    TcpVm::send(peer, CameraDataKind::Start, announced.camera);
+    TcpVm::await(peer, CameraDataKind::Frame);
+  }
+  EXPECT_EQ(host->awaitChange("failed").value("camera").toString(), "test:A");
+  EXPECT_FALSE(TestHost::camera(host->status(), "test:A").value("running").toBool());
+  EXPECT_EQ(host->list().value("refusals").toArray().size(), 1);
+}
+
+TEST_F(ShareTcpTest, AVmThatSendsGarbageIsReported) {
+  start({"--camera", "test:A,320x240@30"});
+  const auto host = this->host();
+  ASSERT_TRUE(host->awaitCamera("test:A"));
+  TcpVm vm;
+  host->command(IPC_MSG_SHARE, document(vm.port));
+  const RawPeer peer = vm.greet();
+  peer.write(Bytes(100, 'g'));
+  EXPECT_TRUE(host->awaitChange("failed").value("reason").toString().contains("no message"));
+}
+
+TEST_F(ShareTcpTest, AVmThatTakesNothingForLongIsGivenUp) {
+  start({"--camera", "test:A,1280x720@30"});
+  const auto host = this->host();
+  ASSERT_TRUE(host->awaitCamera("test:A"));
+  TcpVm vm;
+  host->command(IPC_MSG_SHARE, document(vm.port));
+  const RawPeer peer = vm.greet();
+  const Record announced = TcpVm::await(peer, CameraDataKind::Announced);
+  TcpVm::send(peer, CameraDataKind::Start, announced.camera);
+  TcpVm::await(peer, CameraDataKind::Frame);
+  const auto running = [&] {
+    return TestHost::camera(host->status(), "test:A").value("running").toBool();
+  };
+  EXPECT_TRUE(running());
+  const milliseconds limit(25000);  // the socket's buffers fill, then ten seconds pass
+  EXPECT_TRUE(waitUntil([&] { return !running(); }, limit));
+  EXPECT_TRUE(waitUntil([&] { return !host->changes().empty(); }, limit)) << "failed";
+}
+
+TEST_F(ShareTcpTest, FromTheHostsWayToTcpAndBack) {
+  start({"--camera", "test:A,320x240@30"});
+  const auto host = this->host();
+  const std::uint32_t number = watch(*host, "test:A");
+  TcpVm vm;
+  host->command(IPC_MSG_SHARE, document(vm.port));
+  const RawPeer peer = vm.greet();
+  EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Announced).camera, number);
+  EXPECT_EQ(host->records.await(CameraDataKind::Gone).camera, number);
+  host->fromVm(CameraDataKind::Start, number);
+  EXPECT_FALSE(TestHost::camera(host->status(), "test:A").value("running").toBool())
+      << "the camera is no longer shared this way";
+  host->share("test:A");
+  EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Gone).camera, number);
+  host->records.await(CameraDataKind::Announced, 2);
+}
+
+TEST_F(ShareTcpTest, TheConnectionEndsWithItsHost) {
+  start({"--camera", "test:A,320x240@30"});
+  auto host = this->host();
+  ASSERT_TRUE(host->awaitCamera("test:A"));
+  TcpVm vm;
+  host->command(IPC_MSG_SHARE, document(vm.port));
+  const RawPeer peer = vm.greet();
+  TcpVm::await(peer, CameraDataKind::Announced);
+  host.reset();
+  EXPECT_TRUE(peer.atEnd());
+}
+
+}  // namespace
+}  // namespace lumsar::test

@@ -1,0 +1,56 @@
+// Pictures for tests: see media.h. Test's main thread.
+#include "unit/camera-service/media.h"
+
+#include <stdexcept>
+
+#include "app/log.h"
+#include "capture/gst_ptr.h"
+
+namespace lumsar::test {
+namespace {
+
+void runPipeline(const std::string& description, const std::string& path) {
+  gst_init(nullptr, nullptr);
+  const std::string temporary = path + ".part";
+  const service::GstPtr<GstElement> pipeline(
+      gst_parse_launch((description + " ! filesink location=" + temporary).c_str(), nullptr));
+  gst_element_set_state(pipeline.get(), GST_STATE_PLAYING);
+  const service::GstPtr<GstBus> bus(gst_element_get_bus(pipeline.get()));
+  const service::GstPtr<GstMessage> message(gst_bus_timed_pop_filtered(
+      bus.get(), 5 * GST_SECOND, static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR)));
+  const bool good = message && GST_MESSAGE_TYPE(message.get()) == GST_MESSAGE_EOS;
+  gst_element_set_state(pipeline.get(), GST_STATE_NULL);
+  if (!good || std::rename(temporary.c_str(), path.c_str()) != 0) {
+    throw std::runtime_error("cannot make " + path);
+  }
+}
+
+}  // namespace
+
+void makePicture(const std::string& path, int width, int height) {
+  runPipeline(service::joined("videotestsrc num-buffers=1 ! video/x-raw,width=", width,
+                              ",height=", height, " ! jpegenc"),
+              path);
+}
+
+void makeMovie(const std::string& path, int width, int height, int frames) {
+  runPipeline(service::joined("videotestsrc pattern=ball num-buffers=", frames,
+                              " ! video/x-raw,format=I420,framerate=30/1,width=", width,
+                              ",height=", height, " ! jpegenc ! avimux"),
+              path);
+}
+
+PictureSize jpegSize(std::span<const unsigned char> jpeg) {
+  const std::size_t size = jpeg.size();
+  if (size < 4 || jpeg[0] != 0xFF || jpeg[1] != 0xD8) return {};
+  if (jpeg[size - 2] != 0xFF || jpeg[size - 1] != 0xD9) return {};
+  for (std::size_t at = 2; at + 9 < size && jpeg[at] == 0xFF;) {
+    if (jpeg[at + 1] >= 0xC0 && jpeg[at + 1] <= 0xC2) {
+      return {jpeg[at + 7] * 256 + jpeg[at + 8], jpeg[at + 5] * 256 + jpeg[at + 6]};
+    }
+    at += 2 + static_cast<std::size_t>(jpeg[at + 2] * 256 + jpeg[at + 3]);
+  }
+  return {};
+}
+
+}  // namespace lumsar::test

@@ -1,0 +1,339 @@
+// The whole service: sharing, starting, stopping, several cameras and hosts. The service is a
+// process of its own.
+#include "unit/camera-service/test_host.h"
+
+namespace lumsar::test {
+namespace {
+
+class StreamingTest : public ServiceTest {};
+
+TEST_F(StreamingTest, WithoutAnyCameraASyntheticOneIsOffered) {
+  start();
+  const auto host = this->host();
+  const QJsonArray cameras = host->list().value("cameras").toArray();
+  ASSERT_GE(cameras.size(), 1) << "a real camera, or the substitute";
+  const QJsonObject camera = cameras.at(0).toObject();
+  for (const char* key : {"id", "name", "number", "vendorId", "productId", "formats", "sharedWith",
+                          "inUse", "present"}) {
+    EXPECT_TRUE(camera.contains(key)) << key;
+  }
+  EXPECT_FALSE(camera.value("formats").toArray().isEmpty());
+}
+
+TEST_F(StreamingTest, ASharedCameraIsAnnouncedAndStreamsWhenStarted) {
+  start({"--camera", "test:Front,640x480@30"});
+  const auto host = this->host();
+  ASSERT_TRUE(host->awaitCamera("test:Front"));
+  host->share("test:Front");
+  const Record announced = host->records.await(CameraDataKind::Announced);
+  EXPECT_EQ(announced.id, "test:Front");
+  EXPECT_EQ(announced.name, "Front");
+  EXPECT_EQ(announced.announced.width, 640);
+  EXPECT_EQ(announced.announced.encoding, kEncodingMjpg);
+  EXPECT_EQ(announced.announced.frameInterval, 33'333U);
+  std::this_thread::sleep_for(milliseconds(200));
+  EXPECT_EQ(host->records.count(CameraDataKind::Frame), 0U) << "not before the VM's start";
+  EXPECT_FALSE(TestHost::camera(host->status(), "test:Front").value("running").toBool());
+
+  host->fromVm(CameraDataKind::Start, announced.camera);
+  host->records.await(CameraDataKind::Frame, 10);
+  std::uint32_t sequence = 0;
+  std::uint64_t time = 0;
+  for (const Record& frame : host->records.of(CameraDataKind::Frame)) {
+    EXPECT_EQ(frame.camera, announced.camera);
+    EXPECT_EQ(jpegSize(frame.picture), (PictureSize{640, 480}));
+    EXPECT_EQ(frame.frame.sequence, ++sequence);
+    EXPECT_EQ(frame.frame.encoding, kEncodingMjpg);
+    EXPECT_EQ(frame.frame.flags, kFrameIsKey);
+    EXPECT_GT(frame.time, time);
+    EXPECT_LE(frame.time, frame.arrival);
+    EXPECT_LT(frame.arrival - frame.time, 2'000'000U);
+    time = frame.time;
+  }
+  const QJsonObject status = TestHost::camera(host->status(), "test:Front");
+  EXPECT_TRUE(status.value("running").toBool());
+  EXPECT_TRUE(status.value("inUse").toBool());
+}
+
+TEST_F(StreamingTest, StopTurnsTheCameraOff) {
+  start({"--camera", "test:Front,320x240@30"});
+  const auto host = this->host();
+  const std::uint32_t number = watch(*host, "test:Front");
+  host->fromVm(CameraDataKind::Stop, number);
+  EXPECT_FALSE(TestHost::camera(host->status(), "test:Front").value("running").toBool());
+  const std::size_t frames = host->records.count(CameraDataKind::Frame);
+  std::this_thread::sleep_for(milliseconds(150));
+  EXPECT_EQ(host->records.count(CameraDataKind::Frame), frames);
+  EXPECT_EQ(host->records.count(CameraDataKind::Gone), 0U) << "it is still shared";
+  host->fromVm(CameraDataKind::Start, number);
+  host->records.await(CameraDataKind::Frame, frames + 3);
+}
+
+TEST_F(StreamingTest, UnshareSaysGone) {
+  start({"--camera", "test:Front,320x240@30"});
+  const auto host = this->host();
+  const std::uint32_t number = watch(*host, "test:Front");
+  EXPECT_EQ(TestHost::camera(host->list(), "test:Front").value("sharedWith").toArray(),
+            QJsonArray{"vm-7"});
+  host->unshare("test:Front");
+  const Record gone = host->records.await(CameraDataKind::Gone);
+  EXPECT_EQ(gone.camera, number);
+  EXPECT_FALSE(gone.text.empty());
+  const QJsonObject camera = TestHost::camera(host->status(), "test:Front");
+  EXPECT_FALSE(camera.value("running").toBool());
+  EXPECT_TRUE(camera.value("sharedWith").toArray().isEmpty());
+  host->fromVm(CameraDataKind::Start, number);
+  EXPECT_FALSE(TestHost::camera(host->status(), "test:Front").value("running").toBool());
+}
+
+TEST_F(StreamingTest, ACameraMayBeNamedByNumberOrName) {
+  start({"--camera", "test:Front,320x240", "--camera", "test:Desk,320x240"});
+  const auto host = this->host();
+  ASSERT_TRUE(host->awaitCamera("test:Desk"));
+  const int number = TestHost::camera(host->list(), "test:Desk").value("number").toInt();
+  host->command(IPC_MSG_SHARE, {{"command", "share"}, {"deviceId", number}});
+  EXPECT_EQ(host->records.await(CameraDataKind::Announced).id, "test:Desk");
+  host->share("Front");
+  EXPECT_EQ(host->records.await(CameraDataKind::Announced, 2).id, "test:Front");
+}
+
+TEST_F(StreamingTest, ACameraInUseIsNotAnnouncedAgain) {
+  start({"--camera", "test:A,320x240@30"});
+  const auto host = this->host();
+  watch(*host, "test:A");
+  host->share("test:A");
+  ASSERT_TRUE(m_service->awaitOutput("in use by VM 'vm-7' already"));
+  host->command(IPC_MSG_REDIRECT_ALL, {{"sessionId", 1}});
+  const std::size_t frames = host->records.count(CameraDataKind::Frame);
+  host->records.await(CameraDataKind::Frame, frames + 5);
+  EXPECT_EQ(host->records.count(CameraDataKind::Announced), 1U);
+  EXPECT_EQ(host->records.count(CameraDataKind::Gone), 0U);
+}
+
+TEST_F(StreamingTest, UnshareAllWithAndWithoutDocument) {
+  start({"--camera", "test:A,320x240", "--camera", "test:B,320x240"});
+  const auto host = this->host();
+  ASSERT_TRUE(host->awaitCamera("test:B"));
+  for (const std::string document : {"", R"({"command":"unshareall"})"}) {
+    host->records.clear();
+    host->share("test:A");
+    host->share("test:B");
+    host->records.await(CameraDataKind::Announced, 2);
+    host->send(IPC_MSG_UNSHARE_ALL, document);
+    host->records.await(CameraDataKind::Gone, 2);
+  }
+}
+
+TEST_F(StreamingTest, AllCamerasForASession) {
+  start({"--camera", "test:A,320x240", "--camera", "test:B,320x240", "--deny", "test:B"});
+  const auto host = this->host();
+  ASSERT_TRUE(host->awaitCamera("test:A"));
+  host->command(IPC_MSG_REDIRECT_ALL, {{"sessionId", 3}});
+  EXPECT_EQ(host->records.await(CameraDataKind::Announced).id, "test:A");
+  EXPECT_TRUE(m_service->awaitOutput("test:B' is left out"));
+  EXPECT_EQ(host->records.count(CameraDataKind::Announced), 1U);
+}
+
+TEST_F(StreamingTest, TwoCamerasAtOnce) {
+  start({"--camera", "test:A,320x240@30", "--camera", "test:B,160x120@30"});
+  const auto host = this->host();
+  const std::uint32_t a = watch(*host, "test:A");
+  const std::uint32_t b = watch(*host, "test:B");
+  EXPECT_NE(a, b);
+  EXPECT_TRUE(host->records.awaitFrameOf({320, 240}));
+  EXPECT_TRUE(host->records.awaitFrameOf({160, 120}));
+}
+
+TEST_F(StreamingTest, TwoHostsShareOneCamera) {
+  start({"--camera", "test:A,320x240@30"});
+  const auto first = host("vm-1");
+  auto second = host("vm-2");
+  watch(*first, "test:A");
+  watch(*second, "test:A");
+  const QJsonObject camera = TestHost::camera(first->status(), "test:A");
+  EXPECT_EQ(camera.value("sharedWith").toArray(), (QJsonArray{"vm-1", "vm-2"}));
+  EXPECT_EQ(camera.value("readers").toInt(), 2);
+  second.reset();
+  EXPECT_TRUE(waitUntil([&] {
+    return TestHost::camera(first->status(), "test:A").value("readers").toInt() == 1;
+  })) << "its share ends with its host's connection";
+  const std::size_t frames = first->records.count(CameraDataKind::Frame);
+  first->records.await(CameraDataKind::Frame, frames + 5);
+}
+
+TEST_F(StreamingTest, AHostThatIsGoneTurnsTheCameraOff) {
+  start({"--camera", "test:A,320x240@30"});
+  auto first = host("vm-1");
+  watch(*first, "test:A");
+  first.reset();
+  const auto second = host("vm-2");
+  EXPECT_TRUE(waitUntil(
+      [&] { return !TestHost::camera(second->status(), "test:A").value("running").toBool(); }));
+}
+
+TEST_F(StreamingTest, WhatAVmSaysOfOtherCamerasIsNothing) {
+  start({"--camera", "test:A,320x240@30"});
+  const auto host = this->host();
+  ASSERT_TRUE(host->awaitCamera("test:A"));
+  host->fromVm(CameraDataKind::Start, 0);
+  host->fromVm(CameraDataKind::Start, 4711);
+  host->fromVm(static_cast<CameraDataKind>(99), 0);
+  host->send(IPC_MSG_DATA, "short");
+  EXPECT_FALSE(TestHost::camera(host->status(), "test:A").value("running").toBool());
+}
+
+TEST_F(StreamingTest, RefusalsReachTheUserInThreeWays) {
+  start({"--camera", "test:A,320x240"});
+  const auto host = this->host();
+  host->share("test:B");
+  const QJsonObject change = host->awaitChange("refused");
+  EXPECT_EQ(change.value("camera").toString(), "test:B");
+  EXPECT_EQ(change.value("vmId").toString(), "vm-7");
+  EXPECT_TRUE(change.value("reason").toString().contains("no such camera"));
+  const QJsonArray refusals = host->list().value("refusals").toArray();
+  ASSERT_EQ(refusals.size(), 1);
+  EXPECT_EQ(refusals.at(0).toObject().value("camera").toString(), "test:B");
+  EXPECT_TRUE(m_service->awaitOutput("refused test:B"));
+}
+
+TEST_F(StreamingTest, EveryBadCommandHasAReason) {
+  start({"--camera", "test:A,320x240"});
+  const auto host = this->host();
+  std::size_t count = 0;
+  const auto expectRefusal = [&](const char* part) {
+    const QString reason = host->awaitChange("refused", ++count).value("reason").toString();
+    EXPECT_TRUE(reason.contains(part)) << reason.toStdString();
+  };
+  host->send(IPC_MSG_SHARE, "no json");
+  expectRefusal("not JSON");
+  host->send(IPC_MSG_SHARE, "[1,2]");
+  expectRefusal("no JSON object");
+  host->send(IPC_MSG_SHARE, "{}");
+  expectRefusal("no deviceId");
+  host->send(IPC_MSG_SHARE, std::string(100'000, '['));
+  expectRefusal("not JSON");
+  host->unshare("test:A");
+  expectRefusal("not shared");
+  host->send(77, "{}");
+  expectRefusal("type 77");
+  host->send(IPC_MSG_CONNECT_VM, R"({"deviceId":"test:A","remoteIp":"nowhere","remotePort":1})");
+  expectRefusal("no address");
+  host->send(IPC_MSG_CONNECT_VM, R"({"deviceId":"test:A","remoteIp":"127.0.0.1","remotePort":0})");
+  expectRefusal("no address");
+  EXPECT_FALSE(host->list().isEmpty()) << "and the service goes on";
+}
+
+TEST_F(StreamingTest, DataThatAreTooShortAreSaidOnce) {
+  start({"--camera", "test:A,320x240"});
+  const auto host = this->host();
+  for (int i = 0; i < 100; ++i) host->send(IPC_MSG_DATA, "short");
+  host->list();
+  const std::string lines = log();
+  const auto first = lines.find("too short");
+  ASSERT_NE(first, std::string::npos);
+  EXPECT_EQ(lines.find("too short", first + 1), std::string::npos);
+}
+
+TEST_F(StreamingTest, AStuckHostLosesFramesAndHarmsNobody) {
+  start({"--camera", "test:A,1280x720@30"});
+  TestHost stuck(channel, "stuck");
+  std::atomic<bool> stop = false;
+  watch(stuck, "test:A");
+  stuck.recorder.duringReceive = [&](unsigned char*, int) {
+    while (!stop) std::this_thread::sleep_for(milliseconds(1));
+  };
+  const auto good = host("good");
+  watch(*good, "test:A");
+  const bool dropped = waitUntil([&] {
+    for (const QJsonValue& value : good->status().value("hosts").toArray()) {
+      const QJsonObject host = value.toObject();
+      if (host.value("name").toString() != "stuck") continue;
+      EXPECT_LT(host.value("bytesQueued").toInt(), 20 << 20);
+      return host.value("framesDropped").toInt() > 0;
+    }
+    return false;
+  });
+  EXPECT_TRUE(dropped);
+  const std::size_t frames = good->records.count(CameraDataKind::Frame);
+  good->records.await(CameraDataKind::Frame, frames + 10);
+  stop = true;
+}
+
+std::size_t occurrences(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; ++at) ++count;
+  return count;
+}
+
+TEST_F(StreamingTest, AHostThatTakesNothingForLongHasNoCameraOn) {
+  start({"--camera", "test:A,1280x720@30"});
+  const auto good = host("good");
+  TestHost stuck(channel, "stuck");
+  std::atomic<bool> stop = false;
+  const std::uint32_t number = watch(stuck, "test:A");
+  stuck.recorder.duringReceive = [&](unsigned char* data, int length) {
+    while (!stop) std::this_thread::sleep_for(milliseconds(1));
+    const std::span message(data, static_cast<std::size_t>(length));
+    if (readHeader(data).type == IPC_MSG_DATA) stuck.records.add(message.subspan(kHeaderSize));
+  };
+  const auto running = [&] {
+    return TestHost::camera(good->status(), "test:A").value("running").toBool();
+  };
+  EXPECT_TRUE(waitUntil([&] { return !running(); })) << "ten seconds after its last frame";
+  stop = true;
+  EXPECT_TRUE(waitUntil(running));
+  const std::size_t frames = stuck.records.count(CameraDataKind::Frame);
+  stuck.records.await(CameraDataKind::Frame, frames + 10);
+  stuck.fromVm(CameraDataKind::Stop, number);
+  EXPECT_TRUE(waitUntil([&] { return !running(); }));
+}
+
+TEST_F(StreamingTest, AVmThatStartsAndStopsWithoutEndHoldsUpNobody) {
+  makePicture(dir / "p.jpg", 640, 480);
+  start({"--camera", "file:" + (dir / "p.jpg")});
+  const auto good = host("good");
+  const auto restless = host("restless");
+  const std::uint32_t number = watch(*restless, "file:p.jpg");
+  for (int i = 0; i < 1000; ++i) {
+    restless->fromVm(CameraDataKind::Stop, number);
+    restless->fromVm(CameraDataKind::Start, number);
+  }
+  const auto begin = std::chrono::steady_clock::now();
+  good->list();
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(1000));
+  const std::size_t frames = restless->records.count(CameraDataKind::Frame);
+  restless->records.await(CameraDataKind::Frame, frames + 3);
+  EXPECT_LE(occurrences(log(), "' is on"), 5U);
+}
+
+// How many frames come in a second once the VM has said, several times, that it takes three.
+std::size_t framesForASlowVm(TestHost& host, std::uint32_t number) {
+  CameraStatistics slow;
+  slow.rate = 3000;
+  for (int i = 0; i < 4; ++i) {
+    std::this_thread::sleep_for(milliseconds(300));
+    const auto* bytes = reinterpret_cast<const unsigned char*>(&slow);
+    host.fromVm(CameraDataKind::Statistics, number, {bytes, sizeof slow});
+  }
+  const std::size_t before = host.records.count(CameraDataKind::Frame);
+  std::this_thread::sleep_for(milliseconds(1000));
+  return host.records.count(CameraDataKind::Frame) - before;
+}
+
+TEST_F(StreamingTest, TheRateFollowsWhatTheVmTakes) {
+  start({"--camera", "test:A,160x120@30"});
+  const auto host = this->host();
+  const std::size_t frames = framesForASlowVm(*host, watch(*host, "test:A"));
+  EXPECT_LE(frames, 8U);
+  EXPECT_GE(frames, 1U);
+}
+
+TEST_F(StreamingTest, WithoutRateControlItDoesNot) {
+  start({"--camera", "test:A,160x120@30"});
+  const auto host = this->host();
+  host->policy({{"cameraEnableFRC", "OFF"}});
+  EXPECT_GE(framesForASlowVm(*host, watch(*host, "test:A")), 15U);
+}
+
+}  // namespace
+}  // namespace lumsar::test

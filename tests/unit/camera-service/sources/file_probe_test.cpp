@@ -1,0 +1,60 @@
+// Tests of file_probe.h: pictures, movies and files that are neither. Test's main thread.
+#include "sources/file_probe.h"
+
+#include <gtest/gtest.h>
+
+#include "unit/camera-service/media.h"
+#include "unit/ipc/support.h"
+
+namespace lumsar::test {
+namespace {
+
+using service::FileProbe;
+using service::probeFile;
+
+class FileProbeTest : public ::testing::Test {
+ protected:
+  FileProbeTest() { gst_init(nullptr, nullptr); }
+  TempDir dir;
+};
+
+TEST_F(FileProbeTest, APicture) {
+  makePicture(dir / "p.jpg", 640, 480);
+  const FileProbe probe = probeFile(dir / "p.jpg");
+  EXPECT_EQ(probe.error, "");
+  EXPECT_TRUE(probe.still);
+  EXPECT_EQ(probe.format, (service::CameraFormat{"I420", 640, 480, 15, 1}));
+}
+
+TEST_F(FileProbeTest, AMovieKeepsItsRate) {
+  makeMovie(dir / "m.avi", 320, 240, 5);
+  const FileProbe probe = probeFile(dir / "m.avi");
+  EXPECT_EQ(probe.error, "");
+  EXPECT_FALSE(probe.still);
+  EXPECT_EQ(probe.format, (service::CameraFormat{"I420", 320, 240, 30, 1}));
+}
+
+TEST_F(FileProbeTest, ALargePictureIsAsLargeAsAWebcams) {
+  makePicture(dir / "large.jpg", 4000, 3000);
+  const FileProbe probe = probeFile(dir / "large.jpg");
+  EXPECT_EQ(probe.format.width, 1440);
+  EXPECT_EQ(probe.format.height, 1080);
+}
+
+TEST_F(FileProbeTest, AnyNameWillDo) {
+  makePicture(dir / "plain.jpg", 64, 64);
+  const std::string odd = dir / "it's #1 \"100%\" ü.jpg";
+  std::filesystem::rename(dir / "plain.jpg", odd);
+  EXPECT_EQ(probeFile(odd).error, "");
+}
+
+TEST_F(FileProbeTest, WhatIsNeitherHasAReason) {
+  std::ofstream(dir / "text.jpg") << "this is no picture";
+  std::ofstream(dir / "empty.jpg");
+  for (const char* name : {"text.jpg", "empty.jpg", "missing.jpg"}) {
+    EXPECT_NE(probeFile(dir / name).error, "") << name;
+  }
+}
+
+}  // namespace
+}  // namespace lumsar::test

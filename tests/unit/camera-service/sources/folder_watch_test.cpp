@@ -1,0 +1,131 @@
+// Tests of folder_watch.h: files that appear and vanish, half-written ones. The test runs the
+// io_context itself.
+#include "sources/folder_watch.h"
+
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+
+#include <set>
+#include <stdexcept>
+
+#include "unit/ipc/support.h"
+
+namespace lumsar::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+class FolderWatchTest : public ::testing::Test {
+ protected:
+  void begin() {
+    watch.emplace(io, dir.path(),
+                  service::FolderWatch::Events{[this](const std::string& path) {
+                                                 ++appearances;
+                                                 present.insert(fs::path(path).filename());
+                                               },
+                                               [this](const std::string& path) {
+                                                 present.erase(fs::path(path).filename());
+                                               }});
+  }
+  bool await(const std::set<std::string>& expected) {
+    return waitUntil([&] {
+      io.restart();
+      io.poll();
+      return present == expected;
+    });
+  }
+  void write(const std::string& name) const { std::ofstream(dir / name) << "content"; }
+
+  TempDir dir;
+  asio::io_context io;
+  std::set<std::string> present;
+  int appearances = 0;
+  std::optional<service::FolderWatch> watch;
+};
+
+TEST_F(FolderWatchTest, FilesThatAreThere) {
+  write("a");
+  fs::create_directory(dir / "folder");
+  begin();
+  EXPECT_TRUE(await({"a"}));
+}
+
+TEST_F(FolderWatchTest, FilesThatComeAndGo) {
+  begin();
+  write("a");
+  EXPECT_TRUE(await({"a"}));
+  write("b");
+  EXPECT_TRUE(await({"a", "b"}));
+  fs::remove(dir / "a");
+  EXPECT_TRUE(await({"b"}));
+  fs::rename(dir / "b", dir / "c");
+  EXPECT_TRUE(await({"c"}));
+}
+
+TEST_F(FolderWatchTest, AFileThatIsStillWrittenIsNotThereYet) {
+  begin();
+  std::ofstream file(dir / "slow");
+  file << "half" << std::flush;
+  std::this_thread::sleep_for(milliseconds(30));
+  EXPECT_TRUE(await({}));
+  file.close();
+  EXPECT_TRUE(await({"slow"}));
+}
+
+TEST_F(FolderWatchTest, AFileWrittenAgainAppearsAgain) {
+  begin();
+  write("a");
+  ASSERT_TRUE(await({"a"}));
+  write("a");
+  EXPECT_TRUE(waitUntil([&] {
+    io.restart();
+    io.poll();
+    return appearances == 2;
+  }));
+}
+
+TEST_F(FolderWatchTest, TemporaryAndHiddenFilesAreNone) {
+  begin();
+  for (const char* name : {".hidden", "x.part", "x.tmp", "x~"}) write(name);
+  write("real");
+  EXPECT_TRUE(await({"real"}));
+  fs::rename(dir / "x.part", dir / "x");
+  EXPECT_TRUE(await({"real", "x"}));
+}
+
+TEST_F(FolderWatchTest, LinksCount) {
+  begin();
+  const TempDir elsewhere;
+  std::ofstream(elsewhere / "target") << "content";
+  fs::create_symlink(elsewhere / "target", dir / "symbolic");
+  fs::create_hard_link(elsewhere / "target", dir / "hard");
+  fs::create_symlink(elsewhere / "nothing", dir / "dangling");
+  EXPECT_TRUE(await({"symbolic", "hard"}));
+}
+
+TEST_F(FolderWatchTest, AFolderThatVanishesTakesItsFilesAlong) {
+  write("a");
+  begin();
+  ASSERT_TRUE(await({"a"}));
+  fs::remove_all(dir.path());
+  EXPECT_TRUE(await({}));
+}
+
+TEST_F(FolderWatchTest, AFolderThatIsUnmountedTakesItsFilesAlong) {
+  if (::mount("tmpfs", dir.path().c_str(), "tmpfs", 0, nullptr) != 0) {
+    GTEST_SKIP() << "mounting needs root: " << std::strerror(errno);
+  }
+  write("a");
+  begin();
+  EXPECT_TRUE(await({"a"}));
+  EXPECT_EQ(::umount(dir.path().c_str()), 0);
+  EXPECT_TRUE(await({}));
+}
+
+TEST_F(FolderWatchTest, AFolderThatIsNotThereIsSaid) {
+  const auto events = service::FolderWatch::Events{};
+  EXPECT_THROW(service::FolderWatch(io, dir / "missing", events), std::runtime_error);
+}
+
+}  // namespace
+}  // namespace lumsar::test

@@ -1,0 +1,118 @@
+// A camera service in a process of its own, and hosts that talk to it as the plug-in would, with
+// the VM's part played by the test. Test's main thread; records arrive on the client's threads.
+#ifndef LUMSAR_TESTS_UNIT_CAMERA_SERVICE_TEST_HOST_H
+#define LUMSAR_TESTS_UNIT_CAMERA_SERVICE_TEST_HOST_H
+
+#include <gtest/gtest.h>
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <memory>
+
+#include "ipc/client/client.h"
+#include "lumsar/camera_data.h"
+#include "unit/camera-service/media.h"
+#include "unit/ipc/child.h"
+#include "unit/ipc/recorder.h"
+
+namespace lumsar::test {
+
+// One camera data record.
+struct Record {
+  CameraDataKind kind{};
+  std::uint32_t camera = 0;
+  std::uint64_t time = 0;
+  std::uint64_t arrival = 0;
+  CameraAnnounced announced;
+  std::string id;
+  std::string name;
+  CameraFrame frame;
+  Bytes picture;
+  std::string text;
+};
+Record parseRecord(std::span<const unsigned char> payload);
+Bytes vmRecord(CameraDataKind kind, std::uint32_t camera, std::span<const unsigned char> body = {});
+Bytes vmStatistics(std::uint32_t camera, const CameraStatistics& statistics);
+
+// What a VM has received, by whatever way.
+class RecordLog {
+ public:
+  void add(std::span<const unsigned char> payload);
+  std::vector<Record> all() const;
+  std::vector<Record> of(CameraDataKind kind) const;
+  std::size_t count(CameraDataKind kind) const;
+  void clear();
+  // The `count`th record of this kind; fails the test when it does not come.
+  Record await(CameraDataKind kind, std::size_t count = 1) const;
+  // A frame that comes from now on and has this size.
+  bool awaitFrameOf(PictureSize size) const;
+
+ private:
+  mutable std::mutex m_mutex;
+  std::vector<Record> m_records;
+};
+
+class TestHost {
+ public:
+  explicit TestHost(const std::string& channel, const std::string& vmId = "vm-7");
+
+  void send(std::uint32_t type, const std::string& text = {});
+  void command(std::uint32_t type, QJsonObject object);
+  void share(const std::string& device) { command(IPC_MSG_SHARE, withDevice("share", device)); }
+  void unshare(const std::string& device) {
+    command(IPC_MSG_UNSHARE, withDevice("unshare", device));
+  }
+  void policy(QJsonObject rule);
+  void fromVm(CameraDataKind kind, std::uint32_t camera, std::span<const unsigned char> body = {});
+
+  QJsonObject list();
+  QJsonObject status();
+  // The entry of `id` in the list's or status's cameras; empty when there is none.
+  static QJsonObject camera(const QJsonObject& report, const std::string& id);
+  bool awaitCamera(const std::string& id);
+
+  std::vector<QJsonObject> changes() const;
+  // The first device change with this "change"; fails the test when it does not come.
+  QJsonObject awaitChange(const QString& change, std::size_t count = 1) const;
+
+  const std::string& vmId() const { return m_vmId; }
+  ipc::IpcClient& client() { return *m_client; }
+  RecordLog records;
+  Recorder recorder;
+
+  static QJsonObject withDevice(const char* command, const std::string& device);
+
+ private:
+  QJsonObject call(std::uint32_t type);
+
+  const std::string m_vmId;
+  mutable std::mutex m_mutex;
+  std::vector<QJsonObject> m_changes;
+  std::unique_ptr<ipc::IpcClient> m_client;
+};
+
+class ServiceTest : public ::testing::Test {
+ protected:
+  ServiceTest();
+  ~ServiceTest() override;
+
+  // Starts the service with these options and waits until it listens.
+  void start(std::vector<std::string> options = {});
+  std::string log() const { return m_service ? m_service->output() : ""; }
+  std::unique_ptr<TestHost> host(const std::string& vmId = "vm-7") {
+    return std::make_unique<TestHost>(channel, vmId);
+  }
+  // Shares `device`, starts it and waits for the first frame; returns the camera's number.
+  static std::uint32_t watch(TestHost& host, const std::string& device);
+
+  TempDir dir;
+  std::string channel = dir / "s";
+  std::unique_ptr<Child> m_service;
+
+ private:
+  int m_starts = 0;
+};
+
+}  // namespace lumsar::test
+
+#endif

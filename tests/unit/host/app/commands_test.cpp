@@ -1,0 +1,162 @@
+// The host's commands: which camera is meant, what is said, and what holds after a recovery.
+#include "app/commands.h"
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "transport/scoped_directory.h"
+#include "unit/host/session/fake_plugin.h"
+
+namespace lumsar::host {
+namespace {
+
+constexpr const char* kTwoCameras = R"({"cameras":[{"id":"test:Front","name":"Front","number":4},)"
+                                    R"({"id":"test:Back","name":"Back","number":9}]})";
+
+FakePlugin& fakePlugin() {
+  void* handle = dlopen(LUMSAR_FAKE_PLUGIN, RTLD_NOW);
+  return *reinterpret_cast<FakePlugin* (*)()>(dlsym(handle, "fakePlugin"))();
+}
+
+std::string deviceCommand(const std::string& name, const std::string& id) {
+  return R"({"command":")" + name + R"(","deviceId":")" + id + R"("})";
+}
+
+struct CommandsTest : testing::Test {
+  CommandsTest() {
+    fake = {};
+    fake.list = kTwoCameras;
+    report.setSink([](const std::string&) {});
+  }
+
+  Commands::Result run(const std::string& line) {
+    commands.run(line);
+    return commands.results().back();
+  }
+  // What the plug-in is told after a recovery.
+  std::vector<std::string> again(bool sharesAll = false) {
+    fake.commands.clear();
+    commands.shareAgain(sharesAll);
+    return fake.commands;
+  }
+
+  FakePlugin& fake = fakePlugin();
+  Plugin plugin{LUMSAR_FAKE_PLUGIN};
+  Report report{true};
+  Commands commands{plugin, report, [] { return std::string(); },
+                    [this](int session) {
+                      fake.commands.push_back("all " + std::to_string(session));
+                      return 0;
+                    },
+                    true};
+};
+
+TEST_F(CommandsTest, NumbersAndNamesBecomeIds) {
+  run("share 1");
+  run("share Front");
+  EXPECT_EQ(fake.commands, (std::vector<std::string>{deviceCommand("share", "test:Back"),
+                                                     deviceCommand("share", "test:Front")}));
+}
+
+TEST_F(CommandsTest, WhatWasTakenBackIsNotSharedAgainWhateverItWasCalled) {
+  for (const char* shared : {"0", "Front", "test:Front"}) {
+    for (const char* takenBack : {"0", "Front", "test:Front"}) {
+      run(std::string("share ") + shared);
+      EXPECT_EQ(again(), std::vector<std::string>{deviceCommand("share", "test:Front")});
+      run(std::string("unshare ") + takenBack);
+      EXPECT_EQ(again(), std::vector<std::string>{}) << shared << ", " << takenBack;
+    }
+  }
+}
+
+TEST_F(CommandsTest, ItIsForgottenEvenWhileTheServiceIsGone) {
+  run("share Front");
+  fake.status = STATUS_NOT_CONNECTED;
+  EXPECT_EQ(run("unshare 0").status, STATUS_NOT_CONNECTED);
+  EXPECT_EQ(again(), std::vector<std::string>{});
+}
+
+TEST_F(CommandsTest, ItIsForgottenByItsNameEvenWhenItIsNoLongerListed) {
+  run("share Front");
+  fake.list = R"({"cameras":[]})";
+  run("unshare Front");
+  EXPECT_EQ(again(), std::vector<std::string>{});
+}
+
+TEST_F(CommandsTest, ANumberThatIsNotInTheListIsRefused) {
+  for (const char* line : {"share 2", "unshare 2", "share-tcp 2 localhost 1"}) {
+    const Commands::Result result = run(line);
+    EXPECT_NE(result.status, STATUS_OK);
+    EXPECT_NE(result.answer.find("the list has no camera 2"), std::string::npos) << result.answer;
+  }
+  EXPECT_EQ(fake.commands, std::vector<std::string>{});
+}
+
+TEST_F(CommandsTest, ACameraThatIsNotThereIsTheServicesToRefuseAndNotRemembered) {
+  run("share nobody");
+  EXPECT_EQ(fake.commands, std::vector<std::string>{deviceCommand("share", "nobody")});
+  EXPECT_EQ(again(), std::vector<std::string>{});
+}
+
+TEST_F(CommandsTest, PolicyComesBeforeTheShares) {
+  const TemporaryDirectory directory;
+  const std::string file = directory.path() / "policy.json";
+  std::ofstream(file) << R"({"policy": []})";
+  run("share 0");
+  run("policy " + file);
+  EXPECT_EQ(again(), (std::vector<std::string>{R"({"command":"setpolicy","policy":[]})",
+                                               deviceCommand("share", "test:Front")}));
+}
+
+TEST_F(CommandsTest, SharingAllHoldsButForWhatWasTakenBack) {
+  run("share-all 7");
+  EXPECT_EQ(again(), std::vector<std::string>{"all 7"});
+  run("unshare Back");
+  EXPECT_EQ(again(), (std::vector<std::string>{"all 7", deviceCommand("unshare", "test:Back")}));
+  run("unshare-all");
+  EXPECT_EQ(again(), std::vector<std::string>{});
+}
+
+TEST_F(CommandsTest, WhatWasTakenBackStaysSoWhenTheVmAsksForAll) {
+  run("unshare Front");
+  EXPECT_TRUE(again().empty());
+  EXPECT_EQ(again(true), std::vector<std::string>{deviceCommand("unshare", "test:Front")});
+  run("share Front");
+  EXPECT_EQ(again(true), std::vector<std::string>{deviceCommand("share", "test:Front")});
+}
+
+TEST_F(CommandsTest, AllThatWasTakenBackStaysSoWhenTheVmAsksForAll) {
+  run("unshare-all");
+  run("share Back");
+  EXPECT_EQ(again(), std::vector<std::string>{deviceCommand("share", "test:Back")});
+  EXPECT_EQ(again(true), (std::vector<std::string>{R"({"command":"unshareall"})",
+                                                   deviceCommand("share", "test:Back")}));
+  run("share-all 3");
+  EXPECT_EQ(again(true), (std::vector<std::string>{"all 3", deviceCommand("share", "test:Back")}));
+}
+
+TEST_F(CommandsTest, TheListSaysWhatIsTheMatter) {
+  fake.list =
+      R"({"cameras":[{"id":"a","name":"A","present":false,"sharedWith":["vm-1"],"inUse":false},)"
+      R"({"id":"b","name":"B","present":true,"sharedWith":["vm-1"],"inUse":true},)"
+      R"({"id":"c","name":"C","present":true,"sharedWith":[],"inUse":false}],)"
+      R"("refusals":[{"change":"refused","camera":"d","reason":"it is unplugged"}],)"
+      R"("policyNotes":["quality 200 became 100"]})";
+  EXPECT_EQ(run("list").answer,
+            "  0  a  A  unplugged  shared\n"
+            "  1  b  B  shared  in use\n"
+            "  2  c  C\n"
+            "  refused: d: it is unplugged\n"
+            "  policy: quality 200 became 100");
+}
+
+TEST_F(CommandsTest, AListThatGrowsWhileItIsAskedForIsReadWhole) {
+  fake.listGrowth = 3;
+  EXPECT_EQ(run("list").answer, "  0  test:Front  Front\n  1  test:Back  Back");
+  EXPECT_EQ(fake.listGrowth, 0);
+}
+
+}  // namespace
+}  // namespace lumsar::host

@@ -1,0 +1,36 @@
+// What the host says: status codes in words.
+#include "session/report.h"
+
+#include <gtest/gtest.h>
+
+#include "lumsar/ipc_transport.h"
+#include "lumsar/plugin.h"
+
+namespace lumsar::host {
+namespace {
+
+TEST(StatusText, saysWhatThePlugInMeans) {
+  for (const int status :
+       {STATUS_OK, STATUS_INIT_FAILED, STATUS_INVALID_PARAMETER, STATUS_INVALID_MAGIC,
+        STATUS_UNKNOWN_COMMAND, STATUS_NOT_JSON, STATUS_MISSING_ITEM, STATUS_NO_OBJECT,
+        STATUS_REPLY_TOO_LARGE, STATUS_NOT_INITIALIZED, STATUS_ALREADY_INITIALIZED,
+        STATUS_NOT_CONNECTED, STATUS_DISCONNECTED, STATUS_ALREADY_CONNECTED,
+        STATUS_LIST_CALL_FAILED, STATUS_LIST_ERROR, STATUS_EXCEPTION}) {
+    EXPECT_FALSE(statusText(status).starts_with("unknown status")) << status;
+  }
+  EXPECT_EQ(statusText(STATUS_NOT_CONNECTED), "the camera service is not connected (30)");
+}
+
+TEST(StatusText, saysWhatTheIpcLibraryMeans) {
+  for (int code = IPC_ERROR_PARAMETER; code <= IPC_ERROR_DISCONNECTED; ++code) {
+    EXPECT_EQ(statusText(code),
+              std::string(ipcErrorText(code)) + " (" + std::to_string(code) + ")");
+  }
+}
+
+TEST(StatusText, keepsTheNumberOfWhatNobodyKnows) {
+  EXPECT_EQ(statusText(4711), "unknown status (4711)");
+}
+
+}  // namespace
+}  // namespace lumsar::host

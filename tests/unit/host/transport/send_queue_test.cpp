@@ -1,0 +1,149 @@
+// SendQueue: whole messages in order, pieces of two threads, frames dropped and control kept.
+#include "transport/send_queue.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <thread>
+
+#include "lumsar/camera_data.h"
+#include "lumsar/message.h"
+
+namespace lumsar::host {
+namespace {
+
+using Bytes = SendQueue::Bytes;
+
+Bytes message(std::uint32_t type, const Bytes& payload) {
+  RedirMsgHeader header;
+  header.type = type;
+  header.length = static_cast<std::uint32_t>(payload.size());
+  Bytes bytes(kHeaderSize + payload.size());
+  std::memcpy(bytes.data(), &header, kHeaderSize);
+  std::copy(payload.begin(), payload.end(), bytes.begin() + kHeaderSize);
+  return bytes;
+}
+
+Bytes frame(std::uint8_t mark, std::size_t size = 100) {
+  Bytes payload(sizeof(CameraDataHeader) + size, mark);
+  CameraDataHeader record;
+  record.kind = static_cast<std::uint16_t>(CameraDataKind::Frame);
+  record.time = cameraClock();
+  std::memcpy(payload.data(), &record, sizeof record);
+  return message(MSG_DATA, payload);
+}
+
+Bytes hello(std::uint16_t token) {
+  return message(MSG_HELLO, {static_cast<unsigned char>(token & 0xFF),
+                             static_cast<unsigned char>(token >> 8), 0, 0});
+}
+
+TEST(SendQueue, givesBackWholeMessagesInOrderAndWakesOnceForEach) {
+  SendQueue queue;
+  int woken = 0;
+  queue.setWake([&] { ++woken; });
+  EXPECT_EQ(queue.push(hello(7)), 0);
+  EXPECT_EQ(queue.push(frame(1)), 0);
+  EXPECT_EQ(woken, 2);
+  EXPECT_EQ(queue.pop(), hello(7));
+  EXPECT_EQ(queue.pop()->at(60), 1);
+  EXPECT_EQ(queue.pop(), std::nullopt);
+}
+
+TEST(SendQueue, putsThePiecesOfAMessageTogether) {
+  SendQueue queue;
+  int woken = 0;
+  queue.setWake([&] { ++woken; });
+  const Bytes whole = frame(3, 4000);
+  const std::span<const unsigned char> all(whole);
+  for (std::size_t at = 0; at < all.size(); at += 1536) {
+    EXPECT_EQ(queue.pop(), std::nullopt);
+    EXPECT_EQ(queue.push(all.subspan(at, std::min<std::size_t>(1536, all.size() - at))), 0);
+  }
+  EXPECT_EQ(woken, 1);
+  EXPECT_EQ(queue.pop(), whole);
+}
+
+TEST(SendQueue, keepsThePiecesOfTwoThreadsApart) {
+  SendQueue queue;
+  const Bytes whole = frame(3, 4000);
+  const std::span<const unsigned char> all(whole);
+  queue.push(all.first(1536));
+  std::thread([&] { queue.push(hello(9)); }).join();
+  queue.push(all.subspan(1536));
+  EXPECT_EQ(queue.pop(), hello(9));
+  EXPECT_EQ(queue.pop(), whole);
+}
+
+TEST(SendQueue, dropsTheOldestFramesAndNoControlMessage) {
+  SendQueue queue;
+  queue.push(hello(1));
+  for (std::uint8_t i = 0; i < kMaxQueuedFrames + 3; ++i) queue.push(frame(i));
+  queue.push(hello(2));
+  EXPECT_EQ(queue.counters().framesDropped, 3U);
+  EXPECT_EQ(queue.pop(), hello(1));
+  EXPECT_EQ(queue.pop()->at(60), 3);
+  for (std::size_t i = 1; i < kMaxQueuedFrames; ++i) queue.pop();
+  EXPECT_EQ(queue.pop(), hello(2));
+  EXPECT_EQ(queue.pop(), std::nullopt);
+}
+
+TEST(SendQueue, boundsTheBytesOfFramesButKeepsTheNewest) {
+  SendQueue queue;
+  queue.push(frame(1, kMaxQueuedFrameBytes));
+  queue.push(frame(2, kMaxQueuedFrameBytes));
+  EXPECT_EQ(queue.counters().framesDropped, 1U);
+  EXPECT_EQ(queue.pop()->at(60), 2);
+}
+
+TEST(SendQueue, refusesControlMessagesBeyondItsBound) {
+  SendQueue queue;
+  const Bytes large = message(MSG_UNREDIRECT_ALL, Bytes(kMaxQueuedControlBytes / 2));
+  EXPECT_EQ(queue.push(large), 0);
+  EXPECT_EQ(queue.push(large), -1);
+  EXPECT_EQ(queue.counters().messagesRefused, 1U);
+  queue.pop();
+  EXPECT_EQ(queue.push(large), 0);
+}
+
+TEST(SendQueue, refusesWhatIsNoMessage) {
+  SendQueue queue;
+  Bytes garbage = hello(1);
+  garbage[0] = 'X';
+  EXPECT_EQ(queue.push(garbage), -1);
+  EXPECT_EQ(queue.push(hello(1)), 0);
+  EXPECT_EQ(queue.pop(), hello(1));
+}
+
+TEST(SendQueue, forgetsHalfMessagesWithTheirChannelAndSkipsTheirRest) {
+  SendQueue queue;
+  const Bytes whole = frame(3, 4000);
+  const std::span<const unsigned char> all(whole);
+  queue.push(all.first(1536));
+  queue.clear();
+  EXPECT_EQ(queue.push(all.subspan(1536, 1536)), 0);
+  queue.clear();
+  EXPECT_EQ(queue.push(all.subspan(3072)), 0);
+  EXPECT_EQ(queue.pop(), std::nullopt);
+  queue.push(hello(5));
+  EXPECT_EQ(queue.pop(), hello(5));
+  EXPECT_EQ(queue.pop(), std::nullopt);
+  EXPECT_EQ(queue.counters().messagesRefused, 0U);
+}
+
+TEST(SendQueue, countsAndRemembersTheLatestToken) {
+  SendQueue queue;
+  queue.push(hello(4321));
+  queue.push(frame(1, 100));
+  queue.pop();
+  queue.pop();
+  const SendQueue::Counters counters = queue.counters();
+  EXPECT_EQ(counters.helloToken, 4321);
+  EXPECT_EQ(counters.fromPlugin.frames, 1U);
+  EXPECT_EQ(counters.framesSent, 1U);
+  EXPECT_EQ(counters.bytesSent, 36U + 32 + 16 + 100);
+  EXPECT_LT(counters.fromPlugin.worstLatency, 10'000'000U);
+}
+
+}  // namespace
+}  // namespace lumsar::host

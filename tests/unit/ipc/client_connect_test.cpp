@@ -1,0 +1,151 @@
+// Tests of client.h: connecting, in the foreground and in the background, and what can go wrong.
+// Against a service that does what the test says; the library's threads call the recorder.
+#include <sys/resource.h>
+
+#include "unit/ipc/client_fixture.h"
+
+namespace lumsar::test {
+namespace {
+
+TEST_F(ClientTest, ConnectReturnsAfterTheWelcome) {
+  IpcClient client(recorder.params());
+  std::atomic<bool> welcomed = false;
+  auto accepted = std::async(std::launch::async, [&] {
+    RawPeer peer = service.accept();
+    peer.readMessage();
+    std::this_thread::sleep_for(milliseconds(50));
+    welcomed = true;
+    peer.write(message(IPC_MSG_WELCOME));
+    return peer;
+  });
+  EXPECT_EQ(client.connect(path.c_str()), 0);
+  EXPECT_TRUE(welcomed);
+  EXPECT_TRUE(client.connected());
+  EXPECT_TRUE(recorder.awaitConnect());
+  EXPECT_NE(recorder.thread(), std::this_thread::get_id());
+}
+
+TEST_F(ClientTest, IntroducesItselfByName) {
+  IpcClient client(recorder.params());
+  const RawPeer peer = connect(client);
+  EXPECT_EQ(readHeader(service.introduction.data()).type, IPC_MSG_INTRODUCTION);
+  EXPECT_EQ(payloadOf(service.introduction), "vm-7");
+}
+
+TEST_F(ClientTest, ANameWithoutTerminatorIsCutAt32Bytes) {
+  Recorder unterminated(std::string(40, 'n'));
+  IpcClient client(unterminated.params());
+  const RawPeer peer = connect(client);
+  EXPECT_EQ(payloadOf(service.introduction), std::string(32, 'n'));
+}
+
+TEST_F(ClientTest, AWelcomeWithACodeIsThatError) {
+  IpcClient client(recorder.params());
+  auto accepted =
+      std::async(std::launch::async, [this] { return service.welcome(IPC_ERROR_OTHER_USER); });
+  EXPECT_EQ(client.connect(path.c_str()), IPC_ERROR_OTHER_USER);
+  EXPECT_FALSE(client.connected());
+}
+
+TEST_F(ClientTest, ConnectErrors) {
+  IpcClient client(recorder.params(), kShort);
+  EXPECT_EQ(client.connect(nullptr), IPC_ERROR_PARAMETER);
+  EXPECT_EQ(client.connect((dir / "nobody").c_str()), IPC_ERROR_NO_SERVICE);
+  EXPECT_EQ(client.connect(("/" + std::string(200, 'x')).c_str()), IPC_ERROR_PATH_TOO_LONG);
+  { const RawService dead(dir / "dead"); }
+  EXPECT_EQ(client.connect((dir / "dead").c_str()), IPC_ERROR_NO_SERVICE);
+  EXPECT_EQ(client.connect(path.c_str()), IPC_ERROR_CONNECT_TIMEOUT) << "no welcome comes";
+  EXPECT_EQ(recorder.connects(), 0);
+  EXPECT_TRUE(recorder.closes().empty());
+}
+
+TEST_F(ClientTest, WithoutDescriptorsThereIsNoConnection) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "the sanitizer's own checks need descriptors";
+#endif
+  IpcClient client(recorder.params());
+  rlimit before = {};
+  ::getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit none = {0, before.rlim_max};
+  ::setrlimit(RLIMIT_NOFILE, &none);
+  EXPECT_EQ(client.connect(path.c_str()), IPC_ERROR_SYSTEM);
+  ::setrlimit(RLIMIT_NOFILE, &before);
+  const RawPeer peer = connect(client);
+  EXPECT_TRUE(client.connected());
+}
+
+TEST_F(ClientTest, AServiceThatHangsUpBeforeTheWelcomeRefuses) {
+  IpcClient client(recorder.params());
+  auto accepted = std::async(std::launch::async, [this] { service.accept().readMessage(); });
+  EXPECT_EQ(client.connect(path.c_str()), IPC_ERROR_REFUSED);
+}
+
+TEST_F(ClientTest, AWelcomeThatIsNoneEndsTheAttempt) {
+  IpcClient client(recorder.params());
+  auto garbage = std::async(std::launch::async, [this] {
+    const RawPeer peer = service.accept();
+    peer.write(Bytes(64, 'g'));
+    return peer.atEnd();
+  });
+  EXPECT_EQ(client.connect(path.c_str()), IPC_ERROR_BAD_MAGIC);
+  EXPECT_TRUE(garbage.get());
+  auto other = std::async(std::launch::async, [this] {
+    const RawPeer peer = service.accept();
+    peer.write(message(IPC_MSG_DATA));
+    return peer.atEnd();
+  });
+  EXPECT_EQ(client.connect(path.c_str()), IPC_ERROR_REFUSED);
+  EXPECT_TRUE(other.get());
+}
+
+TEST_F(ClientTest, AFullQueueOfNewcomersIsWaitedForOnlySoLong) {
+  std::vector<RawPeer> waiting;  // nobody accepts
+  IpcClient client(recorder.params(), kShort);
+  std::vector<UniqueFd> sockets;
+  for (int i = 0; i < 64; ++i) {
+    UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    const sockaddr_un address = ipc::socketAddress(path);
+    ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    sockets.push_back(std::move(socket));
+  }
+  EXPECT_EQ(client.connect(path.c_str()), IPC_ERROR_CONNECT_TIMEOUT);
+}
+
+TEST_F(ClientTest, InTheBackgroundSuccessIsOnConnect) {
+  IpcClient client(recorder.params());
+  auto accepted = std::async(std::launch::async, [this] { return service.welcome(); });
+  EXPECT_EQ(client.connectInBackground(path.c_str()), 0);
+  EXPECT_TRUE(recorder.awaitConnect());
+  EXPECT_TRUE(client.connected());
+}
+
+TEST_F(ClientTest, InTheBackgroundFailureIsOnClose) {
+  IpcClient client(recorder.params());
+  EXPECT_EQ(client.connectInBackground((dir / "nobody").c_str()), 0);
+  ASSERT_TRUE(recorder.awaitClose());
+  EXPECT_EQ(recorder.closes(), std::vector<int>{IPC_ERROR_NO_SERVICE});
+  EXPECT_EQ(recorder.connects(), 0);
+}
+
+TEST_F(ClientTest, DisconnectCancelsAnAttempt) {
+  IpcClient client(recorder.params());
+  auto attempt = std::async(std::launch::async, [&] { return client.connect(path.c_str()); });
+  const RawPeer peer = service.accept();
+  EXPECT_EQ(client.disconnect(), 0);
+  EXPECT_EQ(attempt.get(), IPC_ERROR_DISCONNECTED);
+  EXPECT_EQ(client.connectInBackground(path.c_str()), 0);
+  const RawPeer second = service.accept();
+  EXPECT_EQ(client.disconnect(), 0);
+  EXPECT_TRUE(second.atEnd());
+  EXPECT_TRUE(recorder.closes().empty());
+}
+
+TEST_F(ClientTest, OneConnectionAtATime) {
+  IpcClient client(recorder.params());
+  const RawPeer peer = connect(client);
+  EXPECT_EQ(client.connect(path.c_str()), IPC_ERROR_ALREADY_CONNECTED);
+  EXPECT_EQ(client.connectInBackground(path.c_str()), IPC_ERROR_ALREADY_CONNECTED);
+}
+
+}  // namespace
+}  // namespace lumsar::test

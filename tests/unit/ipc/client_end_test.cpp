@@ -1,0 +1,160 @@
+// Tests of client.h: the end of a connection, by either side, and what must not happen after it.
+// Against a service that does what the test says; the library's threads call the recorder.
+#include "unit/ipc/client_fixture.h"
+
+namespace lumsar::test {
+namespace {
+
+TEST_F(ClientTest, TheEndOfTheServiceIsReportedOnce) {
+  IpcClient client(recorder.params());
+  RawPeer peer = connect(client);
+  const auto begin = std::chrono::steady_clock::now();
+  peer.close();
+  ASSERT_TRUE(recorder.awaitClose());
+  EXPECT_LT(recorder.closeTime() - begin, milliseconds(100));
+  EXPECT_FALSE(client.connected());
+  EXPECT_EQ(client.send(message(2)), IPC_ERROR_NOT_CONNECTED);
+  unsigned int size = 0;
+  EXPECT_EQ(client.call(message(1), nullptr, &size), IPC_ERROR_NOT_CONNECTED);
+  EXPECT_EQ(client.disconnect(), IPC_ERROR_NOT_CONNECTED);
+  EXPECT_EQ(recorder.closes(), std::vector<int>{IPC_ERROR_SERVICE_GONE});
+}
+
+TEST_F(ClientTest, WhatTheServiceSentLastIsDelivered) {
+  IpcClient client(recorder.params());
+  RawPeer peer = connect(client);
+  for (int i = 0; i < 50; ++i) peer.write(message(IPC_MSG_DATA, std::string(1000, 'x')));
+  peer.close();
+  ASSERT_TRUE(recorder.awaitClose());
+  EXPECT_EQ(recorder.messageCount(), 50U);
+}
+
+TEST_F(ClientTest, WhatWasSentBeforeDisconnectArrives) {
+  IpcClient client(recorder.params());
+  const RawPeer peer = connect(client);
+  EXPECT_EQ(client.send(message(IPC_MSG_UNSHARE_ALL)), 0);
+  EXPECT_EQ(client.disconnect(), 0);
+  EXPECT_EQ(peer.readMessage(), message(IPC_MSG_UNSHARE_ALL));
+  EXPECT_TRUE(peer.atEnd());
+}
+
+TEST_F(ClientTest, NoCallbackBeginsAfterDisconnect) {
+  for (int round = 0; round < 50; ++round) {
+    std::atomic<bool> disconnected = false;
+    std::atomic<int> late = 0;
+    Recorder noisy;
+    noisy.duringReceive = [&](unsigned char*, int) { late += disconnected ? 1 : 0; };
+    noisy.duringClose = [&](int) { late += 100; };
+    IpcClient client(noisy.params());
+    const RawPeer peer = connect(client);
+    std::thread flood([&] {
+      while (peer.write(message(IPC_MSG_DATA, "x"))) {
+      }
+    });
+    noisy.awaitMessages(1);
+    EXPECT_EQ(client.disconnect(), 0);
+    disconnected = true;
+    std::this_thread::sleep_for(milliseconds(2));
+    flood.join();
+    EXPECT_EQ(late, 0);
+  }
+}
+
+TEST_F(ClientTest, DisconnectDoesNotWaitForACallback) {
+  std::promise<void> entered;
+  std::promise<void> released;
+  recorder.duringReceive = [&](unsigned char*, int) {
+    entered.set_value();
+    released.get_future().wait();
+  };
+  IpcClient client(recorder.params());
+  const RawPeer peer = connect(client);
+  peer.write(message(IPC_MSG_DATA));
+  entered.get_future().wait();
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(client.disconnect(), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(500));
+  EXPECT_EQ(recorder.messageCount(), 0U) << "the callback still runs";
+  released.set_value();
+}
+
+TEST_F(ClientTest, ACallbackMayDisconnect) {
+  std::promise<int> result;
+  IpcClient client(recorder.params());
+  recorder.duringReceive = [&](unsigned char*, int) { result.set_value(client.disconnect()); };
+  const RawPeer peer = connect(client);
+  peer.write(message(IPC_MSG_DATA));
+  EXPECT_EQ(result.get_future().get(), 0);
+  EXPECT_TRUE(peer.atEnd());
+  EXPECT_TRUE(recorder.closes().empty());
+}
+
+TEST_F(ClientTest, ACallbackMayDestroyTheClient) {
+  std::promise<void> destroyed;
+  auto client = std::make_unique<IpcClient>(recorder.params());
+  recorder.duringClose = [&](int) {
+    client.reset();
+    destroyed.set_value();
+  };
+  RawPeer peer = connect(*client);
+  const std::size_t before = threads();
+  peer.close();
+  destroyed.get_future().wait();
+  EXPECT_TRUE(waitUntil([&] { return threads() < before; })) << "its thread ends by itself";
+}
+
+TEST_F(ClientTest, ACallbackMayConnectAgain) {
+  std::promise<int> result;
+  IpcClient client(recorder.params());
+  bool first = true;
+  recorder.duringClose = [&](int) {
+    if (std::exchange(first, false)) result.set_value(client.connect(path.c_str()));
+  };
+  RawPeer peer = connect(client);
+  peer.close();
+  const RawPeer second = service.welcome();
+  EXPECT_EQ(result.get_future().get(), 0);
+  EXPECT_TRUE(client.connected());
+  EXPECT_TRUE(recorder.awaitConnect(2));
+}
+
+TEST_F(ClientTest, AThrowingCallbackEndsThatCallbackOnly) {
+  bool first = true;
+  recorder.duringReceive = [&](unsigned char*, int) {
+    if (std::exchange(first, false)) throw std::runtime_error("a host's fault");
+  };
+  IpcClient client(recorder.params());
+  const RawPeer peer = connect(client);
+  peer.write(message(IPC_MSG_DATA, "1"));
+  peer.write(message(IPC_MSG_DATA, "2"));
+  ASSERT_TRUE(recorder.awaitMessages(1));
+  EXPECT_EQ(payloadOf(recorder.messages().front()), "2");
+}
+
+TEST_F(ClientTest, MissingCallbacksAreLeftOut) {
+  IpcClientParams empty;
+  IpcClient client(&empty);
+  RawPeer peer = connect(client);
+  peer.write(message(IPC_MSG_DATA));
+  EXPECT_EQ(client.send(message(2)), 0);
+  EXPECT_EQ(peer.readMessage(), message(2));
+  peer.close();
+  EXPECT_TRUE(waitUntil([&] { return !client.connected(); }));
+}
+
+TEST_F(ClientTest, NothingIsLeftBehind) {
+  const std::size_t threadsBefore = threadsAtRest();
+  const std::size_t descriptorsBefore = openDescriptors();
+  for (int round = 0; round < 20; ++round) {
+    Recorder own;
+    IpcClient client(own.params());
+    { const RawPeer peer = connect(client); }
+    own.awaitClose();
+    const RawPeer again = connect(client);
+  }
+  EXPECT_TRUE(waitUntil([&] { return threads() == threadsBefore; }));
+  EXPECT_EQ(openDescriptors(), descriptorsBefore);
+}
+
+}  // namespace
+}  // namespace lumsar::test

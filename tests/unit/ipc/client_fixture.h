@@ -1,0 +1,40 @@
+// A client and a raw service for the tests of client.h and connection.h. The library's threads call
+// the recorder.
+#ifndef LUMSAR_TESTS_UNIT_IPC_CLIENT_FIXTURE_H
+#define LUMSAR_TESTS_UNIT_IPC_CLIENT_FIXTURE_H
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+
+#include "ipc/client/client.h"
+#include "unit/ipc/raw_peer.h"
+#include "unit/ipc/recorder.h"
+
+namespace lumsar::test {
+
+using ipc::ConnectionLimits;
+using ipc::IpcClient;
+
+inline constexpr ConnectionLimits kShort = {milliseconds(300), milliseconds(200),
+                                            milliseconds(200)};
+
+class ClientTest : public ::testing::Test {
+ protected:
+  // Connects `client` to the raw service and returns the service's end.
+  RawPeer connect(IpcClient& client) {
+    auto accepted = std::async(std::launch::async, [this] { return service.welcome(); });
+    EXPECT_EQ(client.connect(path.c_str()), 0);
+    return accepted.get();
+  }
+
+  TempDir dir;
+  std::string path = dir / "s";
+  RawService service{path};
+  Recorder recorder;
+};
+
+}  // namespace lumsar::test
+
+#endif

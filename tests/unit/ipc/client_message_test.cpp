@@ -1,0 +1,139 @@
+// Tests of client.h: messages both ways, whole ones only.
+// Against a service that does what the test says; the library's threads call the recorder.
+#include "unit/ipc/client_fixture.h"
+
+namespace lumsar::test {
+namespace {
+
+TEST_F(ClientTest, WholeMessagesOnly) {
+  IpcClient client(recorder.params());
+  const RawPeer peer = connect(client);
+  const Bytes first = message(IPC_MSG_DATA, "first");
+  const Bytes second = message(IPC_MSG_DEVICE_CHANGE, std::string(300'000, 's'));
+  Bytes stream = first;
+  stream.insert(stream.end(), second.begin(), second.end());
+  stream.insert(stream.end(), first.begin(), first.end());
+  const std::span bytes(stream);
+  for (std::size_t at = 0; at < bytes.size();) {
+    const std::size_t size = at < 64 ? 1 : 50'021;
+    peer.write(bytes.subspan(at, std::min(size, bytes.size() - at)));
+    at += size;
+  }
+  ASSERT_TRUE(recorder.awaitMessages(3));
+  EXPECT_EQ(recorder.messages(), (std::vector<Bytes>{first, second, first}));
+}
+
+TEST_F(ClientTest, HalfAMessageIsNotDelivered) {
+  IpcClient client(recorder.params());
+  RawPeer peer = connect(client);
+  const Bytes whole = message(IPC_MSG_DATA, "payload");
+  peer.write(std::span(whole).first(whole.size() - 1));
+  std::this_thread::sleep_for(milliseconds(50));
+  peer.close();
+  ASSERT_TRUE(recorder.awaitClose());
+  EXPECT_TRUE(recorder.messages().empty());
+  EXPECT_EQ(recorder.closes().front(), IPC_ERROR_SERVICE_GONE);
+}
+
+TEST_F(ClientTest, AnEmptyMessageIsWhole) {
+  IpcClient client(recorder.params());
+  const RawPeer peer = connect(client);
+  peer.write(message(IPC_MSG_DATA));
+  ASSERT_TRUE(recorder.awaitMessages(1));
+  EXPECT_EQ(recorder.messages().front().size(), kHeaderSize);
+}
+
+TEST_F(ClientTest, GarbageClosesTheConnection) {
+  IpcClient client(recorder.params());
+  const RawPeer peer = connect(client);
+  peer.write(message(IPC_MSG_DATA, "good"));
+  peer.write(Bytes{'b', 'a', 'd'});
+  ASSERT_TRUE(recorder.awaitClose());
+  EXPECT_EQ(recorder.messageCount(), 1U) << "what came whole before is delivered";
+  EXPECT_EQ(recorder.closes().front(), IPC_ERROR_BAD_MAGIC);
+  EXPECT_FALSE(client.connected());
+  EXPECT_TRUE(peer.atEnd());
+}
+
+TEST_F(ClientTest, AMessageAboveTheLimitClosesTheConnection) {
+  IpcClient client(recorder.params());
+  const RawPeer peer = connect(client);
+  Bytes head = message(IPC_MSG_DATA);
+  const std::uint32_t length = kMaxPayload + 1;
+  std::memcpy(head.data() + 8, &length, sizeof length);
+  peer.write(head);
+  ASSERT_TRUE(recorder.awaitClose());
+  EXPECT_EQ(recorder.closes().front(), IPC_ERROR_TOO_LONG);
+}
+
+TEST_F(ClientTest, TheCallbackMayWriteIntoTheMessage) {
+  recorder.duringReceive = [](unsigned char* data, int length) {
+    std::memset(data, 0xEE, static_cast<std::size_t>(length));
+  };
+  IpcClient client(recorder.params());
+  const RawPeer peer = connect(client);
+  const Bytes pair[] = {message(IPC_MSG_DATA, "one"), message(IPC_MSG_DATA, "two")};
+  Bytes both = pair[0];
+  both.insert(both.end(), pair[1].begin(), pair[1].end());
+  peer.write(both);
+  ASSERT_TRUE(recorder.awaitMessages(2));
+  EXPECT_TRUE(client.connected());
+}
+
+TEST_F(ClientTest, TheTransportsOwnTypesAreNotDelivered) {
+  IpcClient client(recorder.params());
+  const RawPeer peer = connect(client);
+  peer.write(message(IPC_MSG_WELCOME));
+  peer.write(message(kIpcOwnTypes + 77, "from a newer service"));
+  peer.write(message(IPC_MSG_DATA));
+  ASSERT_TRUE(recorder.awaitMessages(1));
+  EXPECT_EQ(readHeader(recorder.messages().front().data()).type, IPC_MSG_DATA);
+}
+
+TEST_F(ClientTest, ASendArrivesAndIsReported) {
+  IpcClient client(recorder.params());
+  const RawPeer peer = connect(client);
+  const Bytes sent = message(IPC_MSG_SHARE, "{}");
+  EXPECT_EQ(client.send(sent), 0);
+  EXPECT_EQ(client.send(sent), 0);
+  EXPECT_EQ(peer.readMessage(), sent);
+  EXPECT_TRUE(waitUntil([&] { return recorder.sends() == 2; }));
+}
+
+TEST_F(ClientTest, OnlyWholeMessagesAreSent) {
+  IpcClient client(recorder.params());
+  const RawPeer peer = connect(client);
+  Bytes bad = message(IPC_MSG_SHARE, "{}");
+  EXPECT_EQ(client.send(std::span(bad).first(10)), IPC_ERROR_BAD_MESSAGE);
+  EXPECT_EQ(client.send(std::span(bad).first(bad.size() - 1)), IPC_ERROR_BAD_MESSAGE);
+  bad[0] = 0;
+  EXPECT_EQ(client.send(bad), IPC_ERROR_BAD_MESSAGE);
+  unsigned int size = 0;
+  EXPECT_EQ(client.call(bad, nullptr, &size), IPC_ERROR_BAD_MESSAGE);
+  EXPECT_EQ(client.send(message(IPC_MSG_SHARE)), 0);
+  EXPECT_EQ(peer.readMessage(), message(IPC_MSG_SHARE)) << "and nothing else came before it";
+}
+
+TEST_F(ClientTest, AStuckServiceDoesNotBlockASender) {
+  IpcClient client(recorder.params(), kShort);
+  const RawPeer peer = connect(client);
+  const Bytes huge = message(IPC_MSG_DATA, std::string(8U << 20U, 'x'));
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(client.send(huge), IPC_ERROR_SEND_TIMEOUT);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(2000));
+  ASSERT_TRUE(recorder.awaitClose()) << "the message was cut, so the stream has ended";
+  EXPECT_EQ(recorder.closes().front(), IPC_ERROR_SEND_TIMEOUT);
+}
+
+TEST_F(ClientTest, DisconnectFreesAStuckSender) {
+  IpcClient client(recorder.params());
+  const RawPeer peer = connect(client);
+  const Bytes huge = message(IPC_MSG_DATA, std::string(8U << 20U, 'x'));
+  auto sending = std::async(std::launch::async, [&] { return client.send(huge); });
+  std::this_thread::sleep_for(milliseconds(50));
+  EXPECT_EQ(client.disconnect(), 0);
+  EXPECT_NE(sending.get(), 0);
+}
+
+}  // namespace
+}  // namespace lumsar::test

@@ -1,0 +1,32 @@
+// InsideTest: the class Lumsar itself, linked from the plug-in, with the records of log, IPC
+// library and host around it. For what only the class shows. Each test needs a process of its own,
+// as with PluginTest, and must name everything.
+#ifndef LUMSAR_TESTS_UNIT_PLUGIN_INSIDE_TEST_H
+#define LUMSAR_TESTS_UNIT_PLUGIN_INSIDE_TEST_H
+
+#include "core/lumsar.h"
+#include "support/plugin/plugin_test.h"
+
+namespace lumsar_test {
+
+class InsideTest : public FreshPluginTest {
+ protected:
+  void SetUp() override {
+    FreshPluginTest::SetUp();
+    object = Lumsar::GetInstance();
+    ASSERT_NE(object, nullptr);
+    ASSERT_EQ(log.take().size(), 1U);
+  }
+  // A bound library and a client; empty records.
+  void initObject() {
+    ASSERT_TRUE(object->Init(libDir(), "vm-7"));
+    forget();
+  }
+  static QString libDir() { return QString::fromStdString(libraryDir()); }
+
+  Lumsar* object = nullptr;
+};
+
+}  // namespace lumsar_test
+
+#endif
