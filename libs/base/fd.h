@@ -1,6 +1,4 @@
-// UniqueFd: a file descriptor that closes itself. Used by the IPC library, the camera service's
-// listener and the VM's side; movable, never shared.
-// Bound to one thread at a time.
+// A file descriptor that closes itself.
 #ifndef LUMSAR_BASE_FD_H
 #define LUMSAR_BASE_FD_H
 
@@ -8,7 +6,7 @@
 
 #include <utility>
 
-namespace lumsar {
+namespace lumsar::base {
 
 class UniqueFd {
  public:
@@ -32,6 +30,6 @@ class UniqueFd {
   int m_fd;
 };
 
-}  // namespace lumsar
+}  // namespace lumsar::base
 
 #endif

@@ -1,0 +1,25 @@
+// Bytes that are only looked at, and the bytes of a text or of a struct that goes onto the wire.
+#ifndef LUMSAR_BASE_BYTES_H
+#define LUMSAR_BASE_BYTES_H
+
+#include <span>
+#include <string_view>
+#include <type_traits>
+
+namespace lumsar::base {
+
+using Bytes = std::span<const unsigned char>;
+
+inline Bytes bytesOf(std::string_view text) {
+  return {reinterpret_cast<const unsigned char*>(text.data()), text.size()};
+}
+
+template <class Fields>
+requires(std::is_trivially_copyable_v<Fields> &&
+         !std::is_convertible_v<Fields, std::string_view>) Bytes bytesOf(const Fields& fields) {
+  return {reinterpret_cast<const unsigned char*>(&fields), sizeof fields};
+}
+
+}  // namespace lumsar::base
+
+#endif

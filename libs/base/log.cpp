@@ -1,0 +1,55 @@
+#include "base/log.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <string>
+
+#include "base/utf8.h"
+
+namespace lumsar::base {
+namespace {
+
+std::string g_program = "lumsar";
+std::atomic<bool> g_verbose{false};
+
+// The variable is inherited by programs whose standard error goes elsewhere: it counts only when it
+// names the very stream.
+bool writesToJournal() {
+  const char* stream = std::getenv("JOURNAL_STREAM");
+  struct stat status = {};
+  return stream != nullptr && fstat(STDERR_FILENO, &status) == 0 &&
+         text("{}:{}", status.st_dev, status.st_ino) == stream;
+}
+
+// The journal reads a priority at the front of a line; a person does not want to.
+std::string prefix(LogLevel level) {
+  if (writesToJournal()) return text("<{}>", static_cast<int>(level));
+  const char* name = level == LogLevel::Error     ? "error: "
+                     : level == LogLevel::Warning ? "warning: "
+                     : level == LogLevel::Debug   ? "debug: "
+                                                  : "";
+  return text("{}: {}", g_program, name);
+}
+
+}  // namespace
+
+void setProgramName(std::string_view name) {
+  g_program = name;
+}
+void setVerbose(bool verbose) {
+  g_verbose = verbose;
+}
+bool isVerbose() {
+  return g_verbose;
+}
+
+void writeLog(LogLevel level, std::string_view line) {
+  if (level == LogLevel::Debug && !g_verbose) return;
+  const std::string whole = prefix(level) + clean(line, std::string::npos, ' ') + '\n';
+  if (write(STDERR_FILENO, whole.data(), whole.size()) < 0) return;  // nobody left to tell
+}
+
+}  // namespace lumsar::base

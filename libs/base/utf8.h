@@ -1,0 +1,25 @@
+// Texts from outside: checked, cleaned, shortened.
+#ifndef LUMSAR_BASE_UTF8_H
+#define LUMSAR_BASE_UTF8_H
+
+#include <string>
+#include <string_view>
+
+namespace lumsar::base {
+
+// Bytes of the UTF-8 sequence at the front of `text`, 0 if there is none or it is not valid.
+std::size_t sequenceLength(std::string_view text);
+
+// A peer's text made harmless: valid UTF-8, no control characters, at most `longest` bytes. What is
+// not valid becomes '?', and a control character becomes `control`.
+std::string clean(std::string_view peerText, std::size_t longest = 200, char control = '?');
+
+// File names are any bytes: those that are not valid UTF-8 become %XX.
+std::string escapeInvalid(std::string_view bytes);
+
+// The first `longest` bytes at most, cut where a character begins.
+std::string_view shortened(std::string_view text, std::size_t longest);
+
+}  // namespace lumsar::base
+
+#endif
