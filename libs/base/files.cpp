@@ -1,0 +1,49 @@
+#include "base/files.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "base/fd.h"
+
+namespace lumsar::base {
+namespace {
+
+template <class Put>
+bool putAll(Bytes bytes, Put put) {
+  while (!bytes.empty()) {
+    const ssize_t done = put(bytes);
+    if (done < 0 && errno == EINTR) continue;
+    if (done == 0) errno = ENOSPC;
+    if (done <= 0) return false;
+    bytes = bytes.subspan(static_cast<std::size_t>(done));
+  }
+  return true;
+}
+
+}  // namespace
+
+bool writeAll(int fd, Bytes bytes) {
+  return putAll(bytes, [fd](Bytes rest) { return write(fd, rest.data(), rest.size()); });
+}
+
+bool sendAll(int socket, Bytes bytes) {
+  return putAll(
+      bytes, [socket](Bytes rest) { return send(socket, rest.data(), rest.size(), MSG_NOSIGNAL); });
+}
+
+bool replaceFile(const std::string& path, Bytes content) {
+  const std::string part = path + ".part";
+  const UniqueFd file(open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  if (!file) return false;
+  if (writeAll(file.get(), content) && rename(part.c_str(), path.c_str()) == 0) return true;
+  const int error = errno;
+  unlink(part.c_str());
+  errno = error;
+  return false;
+}
+
+}  // namespace lumsar::base

@@ -1,0 +1,22 @@
+// Writing all bytes, and writing a file that appears only when it is whole.
+#ifndef LUMSAR_BASE_FILES_H
+#define LUMSAR_BASE_FILES_H
+
+#include <string>
+
+#include "base/bytes.h"
+
+namespace lumsar::base {
+
+// False with errno set when not all bytes could be written; a full disk is ENOSPC.
+bool writeAll(int fd, Bytes bytes);
+// The same over a socket, without SIGPIPE.
+bool sendAll(int socket, Bytes bytes);
+
+// Replaces the file at `path` by one of mode 0600 with this content. On failure false with errno
+// set; the former file is then still there, and no temporary one.
+bool replaceFile(const std::string& path, Bytes content);
+
+}  // namespace lumsar::base
+
+#endif

@@ -1,0 +1,88 @@
+#include "base/files.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <fstream>
+
+#include "base/dynamic_library.h"
+#include "base/fd.h"
+#include "base/temporary_directory.h"
+
+namespace lumsar::base {
+namespace {
+
+std::string contentOf(const std::string& path) {
+  std::ifstream file(path);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+TEST(Files, AreReplacedWhole) {
+  const TemporaryDirectory dir;
+  EXPECT_TRUE(replaceFile(dir / "f", bytesOf("first, and longer")));
+  EXPECT_TRUE(replaceFile(dir / "f", bytesOf("second")));
+  EXPECT_EQ(contentOf(dir / "f"), "second");
+  EXPECT_FALSE(std::filesystem::exists(dir / "f.part"));
+}
+
+TEST(Files, StayAsTheyWereOnFailure) {
+  const TemporaryDirectory dir;
+  std::filesystem::create_directories(dir / "taken/by");
+  EXPECT_FALSE(replaceFile(dir / "taken", bytesOf("x")));
+  EXPECT_EQ(errno, EISDIR);
+  EXPECT_TRUE(std::filesystem::exists(dir / "taken/by"));
+  EXPECT_FALSE(std::filesystem::exists(dir / "taken.part"));
+  EXPECT_FALSE(replaceFile(dir / "no/such", bytesOf("x")));
+  EXPECT_EQ(errno, ENOENT);
+}
+
+TEST(Files, AFullDiskIsSaid) {
+  std::ofstream full("/dev/full");
+  if (!full) GTEST_SKIP() << "no /dev/full here";
+  const UniqueFd fd(::open("/dev/full", O_WRONLY | O_CLOEXEC));
+  EXPECT_FALSE(writeAll(fd.get(), bytesOf("x")));
+  EXPECT_EQ(errno, ENOSPC);
+}
+
+TEST(Files, APeerThatIsGoneRaisesNoSignal) {
+  std::array<int, 2> pair{};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair.data()), 0);
+  const UniqueFd here(pair[0]);
+  UniqueFd there(pair[1]);
+  EXPECT_TRUE(sendAll(here.get(), bytesOf("x")));
+  there.reset();
+  EXPECT_FALSE(sendAll(here.get(), bytesOf("x")));
+}
+
+TEST(TemporaryDirectory, GoesWithAllThatIsInIt) {
+  std::string path;
+  {
+    const TemporaryDirectory dir;
+    path = dir.path().string();
+    std::filesystem::create_directories(dir / "a/b");
+  }
+  EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST(DynamicLibrary, BindsFunctionsAndSaysWhatIsMissing) {
+  const DynamicLibrary library("libm.so.6");
+  double (*cosine)(double) = nullptr;
+  library.bind("cos", cosine);
+  EXPECT_EQ(cosine(0), 1);
+  const auto textOf = [](auto action) {
+    try {
+      action();
+    } catch (const Failure& failure) {
+      return std::string(failure.what());
+    }
+    return std::string();
+  };
+  EXPECT_NE(textOf([&] { library.bind("no_such", cosine); }).find("no_such"), std::string::npos);
+  EXPECT_NE(textOf([] { DynamicLibrary("libno-such.so"); }).find("libno-such"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace lumsar::base
