@@ -112,6 +112,19 @@ class MessageAssembler {
   std::size_t m_end = 0;    // behind the last byte received
 };
 
+// What a sender at fault did; empty for none.
+constexpr const char* faultText(MessageAssembler::Fault fault) {
+  switch (fault) {
+    case MessageAssembler::Fault::Magic:
+      return "sent bytes that are not a message";
+    case MessageAssembler::Fault::TooLong:
+      return "announced a message above the size limit";
+    case MessageAssembler::Fault::None:
+      break;
+  }
+  return "";
+}
+
 }  // namespace lumsar
 
 #endif

@@ -1,0 +1,13 @@
+// The names under which the parties find each other.
+#ifndef LUMSAR_PROTOCOL_NAMES_H
+#define LUMSAR_PROTOCOL_NAMES_H
+
+namespace lumsar::protocol {
+
+inline constexpr char kRdpChannelName[] = "lumsar";  // at most 7 bytes
+inline constexpr char kSpicePortName[] = "org.lumsar.camera.0";
+inline constexpr char kDefaultIpcChannel[] = "lumsar";
+
+}  // namespace lumsar::protocol
+
+#endif
