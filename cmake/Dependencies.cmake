@@ -15,6 +15,10 @@ function(lumsar_header_library target header)
   endif()
 endfunction()
 
+# Compiled into the library that all programs share.
+lumsar_header_library(lumsar_fmt fmt/format-inl.h)
+lumsar_header_library(lumsar_cli11 CLI/CLI.hpp)
+
 # Compiled the same way everywhere: it chooses its allocator by what was included before it, unless
 # told.
 lumsar_header_library(lumsar_asio asio.hpp

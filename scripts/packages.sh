@@ -11,6 +11,8 @@ ninja-build                      cmd:ninja
 pkg-config                       cmd:pkg-config
 qtbase5-dev                      pc:Qt5Core
 libasio-dev                      file:/usr/include/asio.hpp
+libcli11-dev                     file:/usr/include/CLI/CLI.hpp
+libfmt-dev                       file:/usr/include/fmt/core.h
 libedit-dev                      file:/usr/include/editline/readline.h
 libgstreamer1.0-dev              pc:gstreamer-1.0
 libgstreamer-plugins-base1.0-dev pc:gstreamer-app-1.0

@@ -17,11 +17,11 @@
 
 namespace {
 
-using lumsar::UniqueFd;
+using base::UniqueFd;
 using namespace lumsar::agent;
 
 // Signals become readable here; threads that are started later inherit the block.
-UniqueFd takeEndSignals() {
+base::UniqueFd takeEndSignals() {
   sigset_t ends;
   sigemptyset(&ends);
   sigaddset(&ends, SIGINT);
@@ -30,7 +30,7 @@ UniqueFd takeEndSignals() {
   pthread_sigmask(SIG_BLOCK, &ends, nullptr);
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is an error like a full disk
-  return UniqueFd(signalfd(-1, &ends, SFD_CLOEXEC | SFD_NONBLOCK));
+  return base::UniqueFd(signalfd(-1, &ends, SFD_CLOEXEC | SFD_NONBLOCK));
 }
 
 // A static program has no loader that could bring xrdp's library.
@@ -44,7 +44,7 @@ std::unique_ptr<Transport> openXrdp(const Options& options) {
 }
 
 int run(const Options& options) {
-  const UniqueFd endSignal = takeEndSignals();
+  const base::UniqueFd endSignal = takeEndSignals();
   Program program(options, openXrdp(options));
   const bool written = program.run(endSignal.get());
   if (options.json) std::puts(program.statusJson().c_str());

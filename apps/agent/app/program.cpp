@@ -119,7 +119,7 @@ int Program::waitMs() const {
 }
 
 void Program::acceptDirect() {
-  UniqueFd connection(accept4(m_direct.get(), nullptr, nullptr, SOCK_CLOEXEC));
+  base::UniqueFd connection(accept4(m_direct.get(), nullptr, nullptr, SOCK_CLOEXEC));
   if (!connection) return;
   LinkSettings settings;
   settings.session = m_options.link.session;

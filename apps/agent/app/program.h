@@ -51,7 +51,7 @@ class Program {
   Gallery m_gallery;
   std::vector<std::unique_ptr<Peer>> m_peers;
   std::unique_ptr<Viewer> m_viewer;
-  UniqueFd m_direct;
+  base::UniqueFd m_direct;
   int m_directCount = 0;
   Clock::time_point m_shown;
   Clock::time_point m_written;

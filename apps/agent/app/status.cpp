@@ -78,7 +78,7 @@ std::string toJson(const Status& status) {
 
 bool replaceFile(const std::string& path, const std::string& content) {
   const std::string part = path + ".part";
-  const UniqueFd file(open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  const base::UniqueFd file(open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
   if (!file) return false;
   const ssize_t written = write(file.get(), content.data(), content.size());
   if (written >= 0 && written < static_cast<ssize_t>(content.size())) {

@@ -66,7 +66,7 @@ class SaveSink : public Sink {
   std::string m_error;
 
   // Of the worker's thread.
-  UniqueFd m_movie;
+  base::UniqueFd m_movie;
   off_t m_movieSize = 0;
   bool m_sawKey = false;
   unsigned m_pictures = 0;
@@ -88,7 +88,7 @@ bool SaveSink::savePicture(const Frame& frame) {
   std::snprintf(suffix.data(), suffix.size(), "-%06u.jpg", ++m_pictures);
   const std::string path = m_base + suffix.data();
   const std::string part = path + ".part";
-  const UniqueFd file(open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  const base::UniqueFd file(open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
   if (!file || !writeAll(file.get(), frame.picture) || rename(part.c_str(), path.c_str()) != 0) {
     const std::string why = systemError();
     unlink(part.c_str());

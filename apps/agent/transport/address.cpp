@@ -55,7 +55,7 @@ void removeStale(const Address& address, const sockaddr_storage& storage, sockle
     throw Failure("cannot listen on " + address.path() +
                   ": a file of another kind is there; remove it or choose another path");
   }
-  const UniqueFd probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const base::UniqueFd probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (connect(probe.get(), reinterpret_cast<const sockaddr*>(&storage), size) == 0) {
     throw Failure("cannot listen on " + address.path() +
                   ": another program serves it; stop that one or choose another path");
@@ -98,8 +98,9 @@ Address Address::loopback(std::uint16_t port) {
   return parse(text("tcp:127.0.0.1:", port));
 }
 
-UniqueFd Address::listen() const {
-  UniqueFd listener(socket(m_storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+base::UniqueFd Address::listen() const {
+  base::UniqueFd listener(
+      socket(m_storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!listener) throw Failure("cannot listen on " + m_text + ": " + systemError());
   const int on = 1;
   setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);

@@ -31,7 +31,7 @@ class Address {
   const std::string& path() const { return m_path; }
 
   // A listening socket, non-blocking. Throws Failure.
-  UniqueFd listen() const;
+  base::UniqueFd listen() const;
 
  private:
   std::string m_text;

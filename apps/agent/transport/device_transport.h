@@ -38,7 +38,7 @@ class DeviceTransport : public Transport {
 
   std::function<std::optional<std::string>()> m_find;
   std::string m_what;
-  UniqueFd m_device;
+  base::UniqueFd m_device;
   bool m_isTerminal = false;
   bool m_attached = false;
   std::string m_said;  // the last trouble, so that it is said once

@@ -12,11 +12,12 @@
 
 namespace lumsar::agent {
 
-SocketTransport::SocketTransport(UniqueFd connection, std::string name) : m_name(std::move(name)) {
+SocketTransport::SocketTransport(base::UniqueFd connection, std::string name)
+    : m_name(std::move(name)) {
   if (connection) use(std::move(connection));
 }
 
-void SocketTransport::use(UniqueFd connection) {
+void SocketTransport::use(base::UniqueFd connection) {
   m_connection = std::move(connection);
   const int on = 1;  // fails on Unix sockets, which have no delay
   setsockopt(m_connection.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
@@ -37,7 +38,7 @@ ssize_t SocketTransport::write(std::span<const unsigned char> from) {
 }
 
 ListenTransport::ListenTransport(const Address& address)
-    : SocketTransport(UniqueFd(), "host"), m_address(address), m_listener(address.listen()) {
+    : SocketTransport(base::UniqueFd(), "host"), m_address(address), m_listener(address.listen()) {
   logInfo("waiting for a host on ",
           address.isUnix() ? address.path() : localAddress(m_listener.get()));
 }
@@ -51,7 +52,7 @@ int ListenTransport::descriptor() const {
 }
 
 bool ListenTransport::attach() {
-  UniqueFd connection(accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+  base::UniqueFd connection(accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
   if (!connection) return false;
   use(std::move(connection));
   return true;

@@ -10,7 +10,7 @@ namespace lumsar::agent {
 
 class SocketTransport : public Transport {
  public:
-  SocketTransport(UniqueFd connection, std::string name);
+  SocketTransport(base::UniqueFd connection, std::string name);
 
   int descriptor() const override { return m_connection.get(); }
   bool attached() const override { return static_cast<bool>(m_connection); }
@@ -23,10 +23,10 @@ class SocketTransport : public Transport {
   std::string name() const override { return m_name; }
 
  protected:
-  void use(UniqueFd connection);
+  void use(base::UniqueFd connection);
 
  private:
-  UniqueFd m_connection;
+  base::UniqueFd m_connection;
   std::string m_name;
 };
 
@@ -43,7 +43,7 @@ class ListenTransport : public SocketTransport {
 
  private:
   Address m_address;
-  UniqueFd m_listener;
+  base::UniqueFd m_listener;
 };
 
 }  // namespace lumsar::agent

@@ -26,7 +26,7 @@ class Wakeup {
   int descriptor() const { return m_event.get(); }
 
  private:
-  UniqueFd m_event;
+  base::UniqueFd m_event;
 };
 
 }  // namespace lumsar::agent

@@ -86,8 +86,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   const std::string m_path;
   const ConnectionLimits m_limits;
   const int m_id;
-  UniqueFd m_socket;
-  UniqueFd m_wake;  // an event counter: something is to be done besides receiving
+  base::UniqueFd m_socket;
+  base::UniqueFd m_wake;  // an event counter: something is to be done besides receiving
   Writer m_writer;
   PendingCalls m_calls;
   MessageAssembler m_assembler;  // receiving thread only, once open

@@ -36,7 +36,7 @@ int Connection::open() {
 
 int Connection::connectSocket(Clock::time_point deadline) {
   {
-    UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    base::UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!socket) return IPC_ERROR_SYSTEM;
     const std::lock_guard lock(m_gate);
     m_socket = std::move(socket);

@@ -31,18 +31,18 @@ std::string directoryOf(const std::string& path) {
 }
 
 // Holds the lock on the directory for as long as the descriptor is open.
-UniqueFd lockDirectory(const std::string& dir) {
+base::UniqueFd lockDirectory(const std::string& dir) {
   if (::mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST) {
     fail("cannot make the directory " + dir, "check that its parent exists and is writable");
   }
-  UniqueFd lock(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  base::UniqueFd lock(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!lock) fail("cannot open the directory " + dir, "it must be this user's own");
   if (::flock(lock.get(), LOCK_EX) != 0) fail("cannot lock " + dir, "try again");
   return lock;
 }
 
 // The channel's own directory must be nobody else's.
-void makePrivate(const UniqueFd& directory, const std::string& dir) {
+void makePrivate(const base::UniqueFd& directory, const std::string& dir) {
   struct stat status = {};
   if (::fstat(directory.get(), &status) != 0) fail("cannot examine " + dir, "try again");
   if (status.st_uid != ::geteuid()) {
@@ -55,7 +55,7 @@ void makePrivate(const UniqueFd& directory, const std::string& dir) {
 }
 
 bool someoneListens(const std::string& path) {
-  const UniqueFd probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const base::UniqueFd probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   const sockaddr_un address = socketAddress(path);
   const auto* target = reinterpret_cast<const sockaddr*>(&address);
   return ::connect(probe.get(), target, sizeof address) == 0 || errno == EAGAIN || errno == EACCES;
@@ -95,10 +95,10 @@ bool isUnixListener(int socket) {
 
 Listener Listener::at(const std::string& path, Directory directory) {
   const std::string dir = directoryOf(path);
-  const UniqueFd lock = lockDirectory(dir);
+  const base::UniqueFd lock = lockDirectory(dir);
   if (directory == Directory::Own) makePrivate(lock, dir);
   clearPath(path);
-  UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  base::UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!socket) fail("cannot make a socket", "close other programs");
   // Before bind, which gives the file this mode: there is no moment in which others may connect.
   if (::fchmod(socket.get(), 0600) != 0) fail("cannot make the socket private", "try again");
@@ -129,7 +129,7 @@ std::optional<Listener> Listener::inherited() {
   ::unsetenv("LISTEN_PID");
   ::unsetenv("LISTEN_FDS");
   ::fcntl(kFirstInherited, F_SETFD, FD_CLOEXEC);
-  return Listener(UniqueFd(kFirstInherited), boundPath(kFirstInherited));
+  return Listener(base::UniqueFd(kFirstInherited), boundPath(kFirstInherited));
 }
 
 Listener::~Listener() {

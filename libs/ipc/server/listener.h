@@ -34,10 +34,10 @@ class Listener {
   const std::string& path() const { return m_path; }
 
  private:
-  Listener(UniqueFd socket, std::string path)
+  Listener(base::UniqueFd socket, std::string path)
       : m_socket(std::move(socket)), m_path(std::move(path)) {}
 
-  UniqueFd m_socket;
+  base::UniqueFd m_socket;
   std::string m_path;
   bool m_ownsFile = false;
   dev_t m_device = 0;  // of the file, so that a successor's is never removed

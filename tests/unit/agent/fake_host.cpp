@@ -19,9 +19,9 @@ bool readable(int fd) {
   return poll(&entry, 1, 4000) > 0;
 }
 
-UniqueFd connectOnce(const std::string& address) {
+base::UniqueFd connectOnce(const std::string& address) {
   const bool isUnix = address.starts_with("unix:");
-  UniqueFd fd(socket(isUnix ? AF_UNIX : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  base::UniqueFd fd(socket(isUnix ? AF_UNIX : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_un un{};
   sockaddr_in in{};
   un.sun_family = AF_UNIX;
@@ -41,8 +41,8 @@ UniqueFd connectOnce(const std::string& address) {
 
 }  // namespace
 
-UniqueFd connectTo(const std::string& address) {
-  UniqueFd fd;
+base::UniqueFd connectTo(const std::string& address) {
+  base::UniqueFd fd;
   eventually([&] {
     fd = connectOnce(address);
     return static_cast<bool>(fd);
@@ -102,7 +102,7 @@ std::string httpGet(std::uint16_t port, const std::string& path, std::size_t eno
 }
 
 std::string httpAsk(std::uint16_t port, const std::string& request, std::size_t enough) {
-  const UniqueFd fd = connectTo("tcp:127.0.0.1:" + std::to_string(port));
+  const base::UniqueFd fd = connectTo("tcp:127.0.0.1:" + std::to_string(port));
   std::string answer;
   if (::send(fd.get(), request.data(), request.size(), MSG_NOSIGNAL) < 0) return answer;
   std::array<char, 65536> piece;

@@ -13,7 +13,7 @@
 namespace lumsar::agent::test {
 
 // "unix:PATH" or "tcp:127.0.0.1:PORT"; tries for a while.
-UniqueFd connectTo(const std::string& address);
+base::UniqueFd connectTo(const std::string& address);
 
 class FakeHost {
  public:
@@ -34,7 +34,7 @@ class FakeHost {
  private:
   bool fill();
 
-  UniqueFd m_socket;
+  base::UniqueFd m_socket;
   MessageAssembler m_assembler;
 };
 

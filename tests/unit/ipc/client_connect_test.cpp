@@ -101,9 +101,9 @@ TEST_F(ClientTest, AWelcomeThatIsNoneEndsTheAttempt) {
 TEST_F(ClientTest, AFullQueueOfNewcomersIsWaitedForOnlySoLong) {
   std::vector<RawPeer> waiting;  // nobody accepts
   IpcClient client(recorder.params(), kShort);
-  std::vector<UniqueFd> sockets;
+  std::vector<base::UniqueFd> sockets;
   for (int i = 0; i < 64; ++i) {
-    UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    base::UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     const sockaddr_un address = ipc::socketAddress(path);
     ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
     sockets.push_back(std::move(socket));

@@ -17,9 +17,9 @@ namespace lumsar::test {
 
 class RawPeer {
  public:
-  explicit RawPeer(UniqueFd socket) : m_socket(std::move(socket)) {}
+  explicit RawPeer(base::UniqueFd socket) : m_socket(std::move(socket)) {}
   static RawPeer connect(const std::string& path) {
-    UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    base::UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const sockaddr_un address = ipc::socketAddress(path);
     if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
       throw std::runtime_error(std::strerror(errno));
@@ -67,11 +67,11 @@ class RawPeer {
       if (::recv(m_socket.get(), bytes, sizeof bytes, 0) <= 0) return true;
     }
   }
-  void close() { m_socket = UniqueFd(); }
+  void close() { m_socket = base::UniqueFd(); }
   int fd() const { return m_socket.get(); }
 
  private:
-  UniqueFd m_socket;
+  base::UniqueFd m_socket;
 };
 
 class RawService {
@@ -85,7 +85,7 @@ class RawService {
     }
   }
   RawPeer accept() const {
-    return RawPeer(UniqueFd(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC)));
+    return RawPeer(base::UniqueFd(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC)));
   }
   // Accepts, reads the introduction and answers it.
   RawPeer welcome(int code = 0) const {
@@ -100,7 +100,7 @@ class RawService {
   mutable Bytes introduction;
 
  private:
-  UniqueFd m_socket;
+  base::UniqueFd m_socket;
 };
 
 }  // namespace lumsar::test

@@ -260,7 +260,7 @@ TEST_F(ServerTest, WithoutDescriptorsItWaitsAndGoesOn) {
   rlimit before = {};
   ::getrlimit(RLIMIT_NOFILE, &before);
   const rlimit none = {openDescriptors(), before.rlim_max};
-  std::vector<UniqueFd> hoard;
+  std::vector<base::UniqueFd> hoard;
   ::setrlimit(RLIMIT_NOFILE, &none);
   for (int fd = ::dup(0); fd >= 0; fd = ::dup(0)) hoard.emplace_back(fd);
   const ssize_t sent = ::send(known.fd(), message(IPC_MSG_SHARE).data(), kHeaderSize, 0);

@@ -15,11 +15,11 @@ struct Pair {
     int fds[2];
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0)
       throw std::runtime_error("");
-    ours = UniqueFd(fds[0]);
-    theirs = RawPeer(UniqueFd(fds[1]));
+    ours = base::UniqueFd(fds[0]);
+    theirs = RawPeer(base::UniqueFd(fds[1]));
   }
-  UniqueFd ours;
-  RawPeer theirs{UniqueFd()};
+  base::UniqueFd ours;
+  RawPeer theirs{base::UniqueFd()};
 };
 
 TEST(WriterTest, MessagesOfSeveralThreadsDoNotInterleave) {

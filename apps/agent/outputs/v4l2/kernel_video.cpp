@@ -36,7 +36,7 @@ bool isLoopback(int fd) {
 
 class KernelDevice : public VideoDevice {
  public:
-  KernelDevice(UniqueFd device, std::string path)
+  KernelDevice(base::UniqueFd device, std::string path)
       : m_device(std::move(device)),
         m_path(std::move(path)),
         m_watch(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
@@ -59,9 +59,9 @@ class KernelDevice : public VideoDevice {
  private:
   void setInterval(std::uint32_t micros);
 
-  UniqueFd m_device;
+  base::UniqueFd m_device;
   std::string m_path;
-  UniqueFd m_watch;
+  base::UniqueFd m_watch;
   mutable bool m_saidBlind = false;
 };
 
@@ -122,7 +122,7 @@ class KernelVideoSystem : public VideoSystem {
          std::filesystem::directory_iterator("/sys/devices/virtual/video4linux", error)) {
       const std::string name = entry.path().filename();
       const std::string path = "/dev/" + name;
-      const UniqueFd device(::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+      const base::UniqueFd device(::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
       if (!device || !isLoopback(device.get())) continue;
       found.emplace_back(std::atoi(name.substr(std::strlen("video")).c_str()), path);
     }
@@ -134,7 +134,7 @@ class KernelVideoSystem : public VideoSystem {
   }
 
   std::unique_ptr<VideoDevice> open(const std::string& path, std::string& why) override {
-    UniqueFd device(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+    base::UniqueFd device(::open(path.c_str(), O_RDWR | O_CLOEXEC));
     if (!device) {
       why = systemError();
     } else if (!isLoopback(device.get())) {

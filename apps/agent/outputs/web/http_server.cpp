@@ -93,7 +93,7 @@ void HttpServer::run() {
 
 void HttpServer::acceptOne() {
   reap();
-  UniqueFd socket(accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+  base::UniqueFd socket(accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
   if (!socket) return;
   setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &kSendPatience, sizeof kSendPatience);
   const int on = 1;  // the end of a picture must not wait for the next

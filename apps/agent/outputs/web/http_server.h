@@ -51,7 +51,7 @@ class HttpServer {
 
  private:
   struct Connection {
-    UniqueFd socket;
+    base::UniqueFd socket;
     std::atomic<bool> done{false};
     std::thread thread;
   };
@@ -62,7 +62,7 @@ class HttpServer {
   void reap();
 
   const Handler m_handler;
-  UniqueFd m_listener;
+  base::UniqueFd m_listener;
   Wakeup m_end;
   std::list<Connection> m_connections;  // of the accepting thread, then of the destructor
   std::thread m_thread;

@@ -40,7 +40,7 @@ TEST(Process, AFailureEndsWithOne) {
 }
 
 TEST(Process, ATakenPortEndsWithOne) {
-  const UniqueFd taken = Address::parse("tcp:0").listen();
+  const base::UniqueFd taken = Address::parse("tcp:0").listen();
   const std::string address = localAddress(taken.get());
   Child direct({LUMSAR_AGENT, "--direct", address});
   EXPECT_EQ(direct.wait(), 1);

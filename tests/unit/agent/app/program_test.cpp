@@ -299,7 +299,7 @@ TEST(ReplaceFile, AFileThatIsCutShortIsAnErrorWithAReason) {
 }
 
 TEST_F(ProgramTest, AStaleSocketIsReplaced) {
-  { const UniqueFd stale = Address::parse(options.listen).listen(); }
+  { const base::UniqueFd stale = Address::parse(options.listen).listen(); }
   EXPECT_TRUE(std::filesystem::exists(folder / "vm.sock"));
   start();
   FakeHost host(options.listen);

@@ -61,7 +61,7 @@ TEST(Address, RefusesWithAReason) {
 }
 
 TEST(Address, ATakenPortIsSaidToBeTaken) {
-  const UniqueFd first = Address::parse("tcp:0").listen();
+  const base::UniqueFd first = Address::parse("tcp:0").listen();
   try {
     Address::parse(localAddress(first.get())).listen();
     FAIL();

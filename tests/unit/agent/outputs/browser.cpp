@@ -45,18 +45,18 @@ std::vector<std::string> commandLine(const std::string& profile) {
 
 // Both ends above the descriptors that the browser expects.
 struct Pipe {
-  UniqueFd reading{-1};
-  UniqueFd writing{-1};
+  base::UniqueFd reading{-1};
+  base::UniqueFd writing{-1};
 };
 
 // Both ends above the descriptors that the browser expects.
 Pipe pipeOutOfTheWay() {
   std::array<int, 2> ends{-1, -1};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) return Pipe();
-  const UniqueFd reading(ends[0]);
-  const UniqueFd writing(ends[1]);
-  return {UniqueFd(fcntl(reading.get(), F_DUPFD_CLOEXEC, 10)),
-          UniqueFd(fcntl(writing.get(), F_DUPFD_CLOEXEC, 10))};
+  const base::UniqueFd reading(ends[0]);
+  const base::UniqueFd writing(ends[1]);
+  return {base::UniqueFd(fcntl(reading.get(), F_DUPFD_CLOEXEC, 10)),
+          base::UniqueFd(fcntl(writing.get(), F_DUPFD_CLOEXEC, 10))};
 }
 
 }  // namespace

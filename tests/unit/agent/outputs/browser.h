@@ -37,8 +37,8 @@ class Browser {
   std::optional<QJsonObject> receive();
 
   TempFolder m_folder;
-  UniqueFd m_commands;
-  UniqueFd m_answers;
+  base::UniqueFd m_commands;
+  base::UniqueFd m_answers;
   std::optional<Child> m_child;
   std::string m_received;
   std::string m_problem;

@@ -162,7 +162,7 @@ TEST(CountOpeners, SeesOtherProgramsButNotThisOne) {
   const TempFolder folder;
   const std::string path = folder / "file";
   std::ofstream(path) << "x";
-  const UniqueFd own(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  const base::UniqueFd own(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   bool blind = false;
   EXPECT_EQ(countOpeners(path, blind), 0);
   const std::string command = "exec 7<" + path + "; exec sleep 30";

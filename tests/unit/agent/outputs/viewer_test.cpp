@@ -96,7 +96,7 @@ TEST_F(ViewerTest, GivesOnePicture) {
 }
 
 TEST_F(ViewerTest, ASlowBrowserHoldsNothingUp) {
-  const UniqueFd lazy = connectTo("tcp:127.0.0.1:" + std::to_string(port));
+  const base::UniqueFd lazy = connectTo("tcp:127.0.0.1:" + std::to_string(port));
   const std::string request = "GET /camera/1.mjpeg HTTP/1.1\r\n\r\n";
   ASSERT_GT(send(lazy.get(), request.data(), request.size(), 0), 0);
   ASSERT_TRUE(host->receiveRecord(CameraDataKind::Start, 1));
@@ -121,7 +121,7 @@ TEST_F(ViewerTest, TheStreamEndsWithItsCamera) {
 }
 
 TEST_F(ViewerTest, ThereIsALimitOfBrowsers) {
-  std::vector<UniqueFd> crowd;
+  std::vector<base::UniqueFd> crowd;
   for (int i = 0; i < 32; ++i) {
     crowd.push_back(connectTo("tcp:127.0.0.1:" + std::to_string(port)));
   }

@@ -32,7 +32,7 @@ class Line {
   void hangUp() { m_master.reset(); }
 
  private:
-  UniqueFd m_master;
+  base::UniqueFd m_master;
 };
 
 std::string readAll(DeviceTransport& device, std::size_t size) {

@@ -27,7 +27,7 @@ class TcpVm {
   RawPeer accept() const {
     pollfd ready = {m_socket.get(), POLLIN, 0};
     EXPECT_EQ(::poll(&ready, 1, static_cast<int>(kPatience.count())), 1) << "nobody connects";
-    return RawPeer(UniqueFd(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC)));
+    return RawPeer(base::UniqueFd(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC)));
   }
   // Accepts, reads the greeting into `hello` and answers it, with its token changed by `wrong`.
   RawPeer greet(int wrong = 0) {
@@ -53,13 +53,13 @@ class TcpVm {
     const Bytes record = vmRecord(kind, camera);
     peer.write(message(MSG_DATA, {reinterpret_cast<const char*>(record.data()), record.size()}));
   }
-  void close() { m_socket = UniqueFd(); }
+  void close() { m_socket = base::UniqueFd(); }
 
   int port = 0;
   Bytes hello;
 
  private:
-  UniqueFd m_socket;
+  base::UniqueFd m_socket;
 };
 
 class ShareTcpTest : public ServiceTest {
