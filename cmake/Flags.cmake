@@ -9,6 +9,8 @@ target_compile_options(lumsar_flags INTERFACE
   -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wformat=2 -Wundef
   $<$<BOOL:${LUMSAR_WERROR}>:-Werror>)
 target_link_options(lumsar_flags INTERFACE -Wl,-z,defs)
+# The same bytes wherever the source tree is.
+add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=.)
 if(LUMSAR_SANITIZE)
   add_compile_options(-fsanitize=${LUMSAR_SANITIZE} -fno-sanitize-recover=all
     -fno-omit-frame-pointer -g)

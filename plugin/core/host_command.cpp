@@ -36,7 +36,7 @@ bool hasAll(const QJsonObject& object, std::initializer_list<const char*> keys) 
 }
 
 int transfer(Lumsar& self, QByteArray& data, lumsar::IpcMsgType type) {
-  const int status = self.TransferCmd2CameraService(data, type);
+  const int status = self.TransferCmd2CameraService(data, static_cast<int>(type));
   if (status != lumsar::STATUS_OK) {
     qWarning() << "TransferCmd2CameraService failed! error:" << status;
   }
