@@ -44,6 +44,10 @@ libspice-client-glib-2.0-dev     pc:spice-client-glib-2.0
 make                             cmd:make
 xz-utils                         cmd:xz
 '
+clang_packages='
+clang                            cmd:clang++
+dpkg-dev                         cmd:dpkg-buildflags
+'
 fuzz_packages='
 clang                            cmd:clang++
 libclang-rt-14-dev               file:/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a
@@ -61,6 +65,7 @@ openssl                          cmd:openssl
 lint_packages='
 clang-format                     cmd:clang-format
 clang-tidy                       cmd:clang-tidy
+shellcheck                       cmd:shellcheck
 '
 
 is_there() {
@@ -116,13 +121,28 @@ want_packages() {
   done
 }
 
+# Waits for another package manager instead of failing on its lock.
+apt_get() {
+  as_root env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=600 "$@"
+}
+
+# The lock on the lists has no such option.
+update_lists() {
+  local tries
+  for tries in {1..120}; do
+    apt_get update -qq 2>&1 | tee /dev/stderr | grep -q 'Could not get lock' || return 0
+    echo "another package manager is at work; waiting ($tries)"
+    sleep 5
+  done
+  return 1
+}
+
 install_packages() {
   local log status=0
   log=$(mktemp)
   {
-    if [ -z "${lists_are_fresh:-}" ]; then as_root apt-get update -qq; fi &&
-      as_root env DEBIAN_FRONTEND=noninteractive \
-        apt-get install -y -qq --no-install-recommends "$@"
+    if [ -z "${lists_are_fresh:-}" ]; then update_lists; fi &&
+      apt_get install -y -qq --no-install-recommends "$@"
   } >"$log" 2>&1 || status=$?
   lists_are_fresh=yes
   [ $status = 0 ] || tail -n 15 "$log" >&2
