@@ -210,7 +210,7 @@ void Session::handle(std::span<unsigned char> message) {
   if (header.type == MSG_CHANNEL_OPENED && !m_driver->vmOpensChannel()) {
     return sayOnce(
         Oddity::RdpSide,
-        "the VM's side takes this for an RDP channel; run lumsar-agent without --kind rdp");
+        "the VM's side takes this for an RDP channel; run lumsar-agent without --protocol rdp");
   }
   if (header.type == MSG_CHANNEL_OPENED && !mayBegin()) {
     return sayOnce(Oddity::Beginnings, "the VM begins again and again; not all of it is answered");

@@ -9,10 +9,12 @@
 #include <string_view>
 #include <vector>
 
-#include "outputs/record.h"
+#include "protocol/camera_record.h"
 
 namespace lumsar::agent::test {
 
+using protocol::Bytes;
+using protocol::bytesOf;
 using Message = std::vector<unsigned char>;
 
 inline void add(Message& to, Bytes bytes) {

@@ -15,7 +15,7 @@ class CameraTableTest : public testing::Test {
   CameraTableTest() {
     auto owned = std::make_unique<FakeOutput>(true);
     output = owned.get();
-    std::vector<std::unique_ptr<Output>> outputs;
+    std::vector<std::unique_ptr<SinkFactory>> outputs;
     outputs.push_back(std::move(owned));
     gallery.emplace(std::move(outputs), [] {});
     table.emplace(*gallery,
@@ -39,8 +39,8 @@ TEST_F(CameraTableTest, CamerasComeAndGo) {
   EXPECT_EQ(kindOf(sent[1]), CameraDataKind::Start);
   table->takeRecord(record(CameraDataKind::Gone, 1, bytes("unplugged")));
   EXPECT_EQ(table->size(), 1U);
-  ASSERT_EQ(gallery->gone().size(), 1U);
-  EXPECT_EQ(gallery->gone()[0].info.name, "Front");
+  ASSERT_EQ(gallery->removed().size(), 1U);
+  EXPECT_EQ(gallery->removed()[0].info.name, "Front");
   EXPECT_EQ(sent.size(), 2U);
 }
 
@@ -84,8 +84,8 @@ TEST_F(CameraTableTest, GoneCamerasAreRememberedButNotForEver) {
     announce(i, "short-lived");
     table->takeRecord(record(CameraDataKind::Gone, i));
   }
-  EXPECT_EQ(gallery->gone().size(), 200U);
-  EXPECT_EQ(gallery->gone().back().info.number, 299U);
+  EXPECT_EQ(gallery->removed().size(), 200U);
+  EXPECT_EQ(gallery->removed().back().info.camera, 299U);
 }
 
 TEST_F(CameraTableTest, DropAllTellsTheServiceWhenItIsStillThere) {
@@ -105,7 +105,7 @@ TEST_F(CameraTableTest, ASlowSinkOfAGoneCameraHoldsNothingUp) {
   output->sinks[0]->closed = true;
   gallery->update();
   EXPECT_EQ(output->sinks[0].use_count(), 1);
-  EXPECT_EQ(gallery->gone().size(), 1U);
+  EXPECT_EQ(gallery->removed().size(), 1U);
 }
 
 TEST_F(CameraTableTest, ASinkThatNeverFinishesIsGivenUpAtTheEnd) {
