@@ -39,17 +39,16 @@ class SaveSink : public Sink {
   bool work(const Frame& frame);
   bool saveImage(const Frame& frame);
   bool append(const Frame& frame, const char* suffix);
-  void fail(const std::string& path, const std::string& why);
+  void countFile(const std::string& path);
+  bool fail(const std::string& path, const std::string& why);
 
   const std::string m_base;
   const std::string m_name;
   const SaveAs m_how;
   const std::function<void()> m_changed;
   std::atomic<bool> m_failed{false};
-  std::atomic<std::uint64_t> m_files{0};
-  mutable std::mutex m_mutex;  // for the two texts
-  std::string m_path;
-  std::string m_error;
+  mutable std::mutex m_mutex;
+  SinkReport m_report;
 
   // Used by the worker's thread only.
   base::UniqueFd m_video;
@@ -71,13 +70,8 @@ bool SaveSink::work(const Frame& frame) {
 
 bool SaveSink::saveImage(const Frame& frame) {
   const std::string path = base::text("{}-{:06}.jpg", m_base, ++m_images);
-  if (!base::replaceFile(path, frame.data)) {
-    fail(path, base::systemError());
-    return false;
-  }
-  ++m_files;
-  const std::lock_guard lock(m_mutex);
-  m_path = m_base + "-*.jpg";
+  if (!base::replaceFile(path, frame.data)) return fail(path, base::systemError());
+  countFile(m_base + "-*.jpg");
   return true;
 }
 
@@ -86,25 +80,26 @@ bool SaveSink::append(const Frame& frame, const char* suffix) {
   const std::string path = m_base + suffix;
   if (!m_video) {
     m_video.reset(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-    if (!m_video) {
-      fail(path, base::systemError());
-      return false;
-    }
-    ++m_files;
-    const std::lock_guard lock(m_mutex);
-    m_path = path;
+    if (!m_video) return fail(path, base::systemError());
+    countFile(path);
   }
   if (!base::writeAll(m_video.get(), frame.data)) {
     std::string why = base::systemError();
     if (ftruncate(m_video.get(), m_videoSize) != 0) why += "; its last frame may be incomplete";
-    fail(path, why);
-    return false;
+    return fail(path, why);
   }
   m_videoSize += static_cast<off_t>(frame.data.size());
   return true;
 }
 
-void SaveSink::fail(const std::string& path, const std::string& why) {
+void SaveSink::countFile(const std::string& path) {
+  const std::lock_guard lock(m_mutex);
+  ++m_report.files;
+  m_report.path = path;
+}
+
+// Returns false.
+bool SaveSink::fail(const std::string& path, const std::string& why) {
   const std::string error = base::text("cannot save to {}: {}", path, why);
   base::logError(
       "camera \"{}\": {}; it is no longer saved, make room or choose another directory and start "
@@ -112,20 +107,18 @@ void SaveSink::fail(const std::string& path, const std::string& why) {
       m_name, error);
   {
     const std::lock_guard lock(m_mutex);
-    m_error = error;
+    m_report.error = error;
   }
   m_failed = true;
   m_changed();
+  return false;
 }
 
 SinkReport SaveSink::report() const {
-  SinkReport report;
+  const std::lock_guard lock(m_mutex);
+  SinkReport report = m_report;
   report.delivered = m_worker.delivered();
   report.dropped = m_worker.dropped();
-  report.files = m_files;
-  const std::lock_guard lock(m_mutex);
-  report.path = m_path;
-  report.error = m_error;
   return report;
 }
 

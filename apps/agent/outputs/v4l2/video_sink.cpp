@@ -172,7 +172,7 @@ void VideoSink::followFormat(const CameraFrame& format) {
   const auto now = std::chrono::steady_clock::now();
   if (!m_device || !formatDiffers() || now - m_lastFormatCheck < kFormatCheckInterval) return;
   m_lastFormatCheck = now;
-  if (m_device->readers() == 0) reopenDevice();  // otherwise when the last reader has gone
+  if (m_device->readers() == 0) reopenDevice();  // otherwise once the last reader has closed it
 }
 
 bool VideoSink::formatDiffers() const {
