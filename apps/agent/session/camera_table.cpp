@@ -17,7 +17,7 @@ void CameraTable::takeRecord(Bytes record) {
   switch (static_cast<CameraDataKind>(header->kind)) {
     case CameraDataKind::Announced:
       return announce(*header, record);
-    case CameraDataKind::Gone:
+    case CameraDataKind::Removed:
       return remove(*header, record);
     case CameraDataKind::Frame:
       return takeFrame(*header, record);

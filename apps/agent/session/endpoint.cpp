@@ -51,7 +51,7 @@ bool Endpoint::requestHello() {
 
 void Endpoint::sendWakeUpProbe() {
   if (m_settings.protocol != Protocol::Spice || m_established) return;
-  m_owner.send(protocol::recordMessage(MSG_DATA, CameraDataKind::Knock, 0).bytes());
+  m_owner.send(protocol::recordMessage(MSG_DATA, CameraDataKind::WakeUpProbe, 0).bytes());
 }
 
 void Endpoint::received(std::size_t size) {

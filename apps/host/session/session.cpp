@@ -187,7 +187,7 @@ bool Session::skipKnock() {
   const auto record = take<CameraDataHeader>(bytes);
   const bool knock = header && record && header->magic == kMagic && header->type == MSG_DATA &&
                      header->length == sizeof *record &&
-                     record->kind == static_cast<std::uint16_t>(CameraDataKind::Knock);
+                     record->kind == static_cast<std::uint16_t>(CameraDataKind::WakeUpProbe);
   return knock && !m_assembler.next().empty();
 }
 

@@ -59,22 +59,22 @@ TEST_F(EndpointTest, SpiceSaysNothingUntilTheHostGreets) {
   EXPECT_TRUE(endpoint->established());
 }
 
-TEST_F(EndpointTest, KnocksAtASpiceHostThatHasNotGreeted) {
+TEST_F(EndpointTest, ProbesASpiceHostThatHasNotGreeted) {
   start();
   endpoint->sendWakeUpProbe();
   ASSERT_EQ(sent.size(), 1U);
-  Message knock = message(MSG_DATA, record(CameraDataKind::Knock, 0));
+  Message probe = message(MSG_DATA, record(CameraDataKind::WakeUpProbe, 0));
   ASSERT_EQ(sent[0].size(), kHeaderSize + sizeof(CameraDataHeader));
-  const auto time = knock.end() - 8;
+  const auto time = probe.end() - 8;
   std::copy(sent[0].end() - 8, sent[0].end(), time);
-  EXPECT_EQ(sent[0], knock);
+  EXPECT_EQ(sent[0], probe);
   receive(hello(1));
   sent.clear();
   endpoint->sendWakeUpProbe();
   EXPECT_TRUE(sent.empty());
 }
 
-TEST_F(EndpointTest, NeedNotKnockAtAnRdpHost) {
+TEST_F(EndpointTest, DoesNotProbeAnRdpHost) {
   start({.protocol = Protocol::Rdp});
   sent.clear();
   endpoint->sendWakeUpProbe();
