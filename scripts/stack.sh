@@ -72,7 +72,7 @@ stop_service() {
 start_vm() {
   local kind=$1
   shift
-  "$bin/lumsar-agent" --kind "$kind" --listen "unix:$run/vm.sock" --status-file "$run/vm.json" "$@" \
+  "$bin/lumsar-agent" --protocol "$kind" --listen "unix:$run/vm.sock" --status-file "$run/vm.json" "$@" \
     >>"$run/vm.log" 2>&1 &
   vm_pid=$!
   wait_until 10 "the VM side's start" test -S "$run/vm.sock"

@@ -1,9 +1,9 @@
 // What travels inside camera data messages (MSG_DATA, IPC_MSG_DATA): one record a message, a fixed
-// 16-byte header and a body by kind. The plug-in carries it unread; the camera service and the VM's
-// side speak it. Standalone: the standard library only. docs/protocol.md draws it.
+// 16-byte header and a body by kind. The plug-in carries it unread; the camera service and the
+// guest agent use it. Standalone: the standard library only. docs/protocol.md draws it.
 //
 // All numbers are little-endian, all texts UTF-8 without terminator. A receiver skips kinds that it
-// does not know and ignores bytes behind the fields that it knows, so that records can grow.
+// does not know and ignores bytes after the fields that it knows, so that records can grow.
 #ifndef LUMSAR_CAMERA_DATA_H
 #define LUMSAR_CAMERA_DATA_H
 
@@ -20,13 +20,13 @@ namespace lumsar {
 
 enum class CameraDataKind : std::uint16_t {
   Announced = 1,        // service to VM: a camera is shared; body CameraAnnounced, id, name
-  Gone = 2,             // service to VM: it no longer is; body: why, as text
-  Frame = 3,            // service to VM: body CameraFrame and one whole picture
-  Start = 4,            // VM to service: somebody looks; no body
-  Stop = 5,             // VM to service: nobody looks any more; no body
-  KeyFrameRequest = 6,  // VM to service: the next picture should stand by itself; no body
+  Removed = 2,          // service to VM: it no longer is; body: why, as text
+  Frame = 3,            // service to VM: body CameraFrame and one complete encoded frame
+  Start = 4,            // VM to service: the camera has a consumer; no body
+  Stop = 5,             // VM to service: it no longer has one; no body
+  KeyFrameRequest = 6,  // VM to service: the next frame should be independently decodable; no body
   Statistics = 7,       // VM to service, about once a second while started; CameraStatistics
-  Knock = 8,  // VM to host: makes a channel that holds bytes back go on; no body, camera 0
+  WakeUpProbe = 8,      // VM to host: makes a channel deliver what it holds back; no body, camera 0
 };
 
 struct CameraDataHeader {
@@ -42,13 +42,13 @@ constexpr std::uint32_t fourcc(const char (&code)[5]) {
   for (std::size_t i = 4; i-- > 0;) value = value << 8U | static_cast<unsigned char>(code[i]);
   return value;
 }
-inline constexpr std::uint32_t kEncodingMjpg = fourcc("MJPG");  // one whole JPEG a frame
+inline constexpr std::uint32_t kEncodingMjpg = fourcc("MJPG");  // one complete JPEG per frame
 inline constexpr std::uint32_t kEncodingH264 = fourcc("H264");  // one access unit, Annex B
 
 struct CameraAnnounced {
   std::uint16_t vendorId = 0;  // USB ids, 0 where there are none
   std::uint16_t productId = 0;
-  std::uint16_t width = 0;  // of the pictures to come, until frames say otherwise
+  std::uint16_t width = 0;  // of the frames to come, until they say otherwise
   std::uint16_t height = 0;
   std::uint32_t frameInterval = 0;  // µs, 0 if not known
   std::uint32_t encoding = 0;
@@ -57,7 +57,7 @@ struct CameraAnnounced {
 };
 static_assert(sizeof(CameraAnnounced) == 20);
 
-inline constexpr std::uint32_t kFrameIsKey = 1;  // decodable by itself; set on every MJPG frame
+inline constexpr std::uint32_t kFrameIsKey = 1;  // independently decodable; set on every MJPG frame
 
 struct CameraFrame {
   std::uint32_t sequence = 0;  // counts up by one a frame that leaves the service for this VM
@@ -69,12 +69,12 @@ struct CameraFrame {
 static_assert(sizeof(CameraFrame) == 16);
 
 struct CameraStatistics {
-  std::uint64_t frames = 0;   // whole frames received since Start
-  std::uint64_t bytes = 0;    // their pictures' bytes
+  std::uint64_t frames = 0;   // complete frames received since Start
+  std::uint64_t bytes = 0;    // their data
   std::uint32_t lost = 0;     // gaps in the sequence
-  std::uint32_t dropped = 0;  // received but not shown: bad picture or slow reader
+  std::uint32_t dropped = 0;  // received but not delivered: damaged, or a slow reader
   std::uint32_t latency = 0;  // µs, median of the last second from capture to arrival
-  std::uint32_t rate = 0;     // frames per 1000 s that the VM really took in the last second
+  std::uint32_t rate = 0;     // frames per 1000 s that the VM delivered in the last second
 };
 static_assert(sizeof(CameraStatistics) == 32);
 
@@ -85,7 +85,7 @@ inline std::uint64_t cameraClock() {
   return static_cast<std::uint64_t>(duration_cast<microseconds>(now).count());
 }
 
-// The struct at the front of `bytes`, which then begin behind it; nothing when they are too short.
+// The struct at the front of `bytes`, which then begin after it; nothing when they are too short.
 template <class Fields>
 std::optional<Fields> take(std::span<const unsigned char>& bytes) {
   static_assert(std::is_trivially_copyable_v<Fields>);
@@ -96,7 +96,7 @@ std::optional<Fields> take(std::span<const unsigned char>& bytes) {
   return fields;
 }
 
-// The text of `length` bytes at the front of `bytes`, which then begin behind it.
+// The text of `length` bytes at the front of `bytes`, which then begin after it.
 inline std::optional<std::string_view> takeText(std::span<const unsigned char>& bytes,
                                                 std::size_t length) {
   if (bytes.size() < length) return std::nullopt;

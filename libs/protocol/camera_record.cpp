@@ -33,8 +33,8 @@ Message announcedMessage(std::uint32_t type, const Announcement& announcement) {
                         bytesOf(body), bytesOf(id), bytesOf(name)});
 }
 
-Message goneMessage(std::uint32_t type, std::uint32_t camera, std::string_view why) {
-  return recordMessage(type, CameraDataKind::Gone, camera, bytesOf(base::shortened(why, kMaxText)));
+Message removedMessage(std::uint32_t type, std::uint32_t camera, std::string_view why) {
+  return recordMessage(type, CameraDataKind::Removed, camera, bytesOf(base::shortened(why, kMaxText)));
 }
 
 Message frameMessage(std::uint32_t type, std::uint32_t camera, std::uint64_t captured,

@@ -1,206 +1,127 @@
-// Reading the command line. Called by main before any thread exists.
 #include "app/agent_options.h"
 
-#include <getopt.h>
+#include <algorithm>
 
-#include <array>
-#include <charconv>
-#include <map>
-#include <string_view>
+#include "base/command_line.h"
+#include "base/errors.h"
+#include "base/format.h"
+#include "protocol/names.h"
 
 namespace lumsar::agent {
 namespace {
 
-enum Option : int {
-  kKind = 256,
-  kListen,
-  kDevice,
-  kPort,
-  kXrdp,
-  kDirect,
-  kSave,
-  kSaveMovie,
-  kVideo,
-  kView,
-  kDiscard,
-  kFor,
-  kStatusFile,
-  kJson,
-  kVerbose,
-  kVersionOption,
-  kVmVersion,
-  kSession,
-  kShareAll,
-  kWrongToken,
-  kHelp,
-};
+constexpr std::uint16_t kDefaultViewPort = 8080;
 
-constexpr std::array<option, 22> kOptions{{
-    {"kind", required_argument, nullptr, kKind},
-    {"listen", required_argument, nullptr, kListen},
-    {"device", required_argument, nullptr, kDevice},
-    {"port", required_argument, nullptr, kPort},
-    {"xrdp", optional_argument, nullptr, kXrdp},
-    {"direct", required_argument, nullptr, kDirect},
-    {"save", required_argument, nullptr, kSave},
-    {"save-mjpeg", required_argument, nullptr, kSaveMovie},
-    {"v4l2", optional_argument, nullptr, kVideo},
-    {"view", optional_argument, nullptr, kView},
-    {"discard", no_argument, nullptr, kDiscard},
-    {"for", required_argument, nullptr, kFor},
-    {"status-file", required_argument, nullptr, kStatusFile},
-    {"json", no_argument, nullptr, kJson},
-    {"verbose", no_argument, nullptr, kVerbose},
-    {"version", no_argument, nullptr, kVersionOption},
-    {"vm-version", required_argument, nullptr, kVmVersion},
-    {"session", required_argument, nullptr, kSession},
-    {"share-all", no_argument, nullptr, kShareAll},
-    {"wrong-token", no_argument, nullptr, kWrongToken},
-    {"help", no_argument, nullptr, kHelp},
-    {nullptr, 0, nullptr, 0},
-}};
-
-template <class Number>
-Number parseNumber(std::string_view text, const std::string& what) {
-  Number number{};
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc{} || end != text.data() + text.size()) {
-    throw UsageError("\"" + std::string(text) + "\" is no " + what);
-  }
-  return number;
-}
-
-std::chrono::milliseconds parseDuration(std::string_view text) {
-  const std::string what = "time; expected a number with ms, s, m or h, such as 10s";
-  const std::string whole(text);
-  const std::size_t digits = text.find_first_not_of("0123456789");
-  const std::string unit(digits == std::string_view::npos ? "s" : text.substr(digits));
-  static const std::map<std::string, std::int64_t> kUnits{
-      {"ms", 1}, {"s", 1000}, {"m", 60'000}, {"h", 3'600'000}};
-  const auto factor = kUnits.find(unit);
-  if (digits == 0 || factor == kUnits.end()) throw UsageError("\"" + whole + "\" is no " + what);
-  const auto count = parseNumber<std::uint32_t>(text.substr(0, digits), what);
-  return std::chrono::milliseconds(count * factor->second);
-}
-
-void parseVmVersion(LinkSettings& link, std::string_view text) {
-  const std::string what = "protocol version; expected two numbers up to 255, such as 1.1";
-  const std::size_t dot = text.find('.');
-  if (dot == std::string_view::npos)
-    throw UsageError("\"" + std::string(text) + "\" is no " + what);
-  link.vmMajor = parseNumber<std::uint8_t>(text.substr(0, dot), what);
-  link.vmMinor = parseNumber<std::uint8_t>(text.substr(dot + 1), what);
-}
-
-LinkKind parseKind(std::string_view text) {
-  if (text == "spice") return LinkKind::Spice;
-  if (text == "rdp") return LinkKind::Rdp;
-  throw UsageError("\"" + std::string(text) + "\" is no kind of channel; expected spice or rdp");
-}
-
-void apply(Options& options, int option, const std::string& value) {
-  switch (option) {
-    case kKind:
-      options.link.kind = parseKind(value);
-      break;
-    case kListen:
-      options.listen = value;
-      break;
-    case kDevice:
-      options.device = value;
-      break;
-    case kPort:
-      options.port = value;
-      break;
-    case kXrdp:
-      options.xrdp = value;
-      options.link.kind = LinkKind::Rdp;
-      break;
-    case kDirect:
-      options.direct = value;
-      break;
-    case kSave:
-      options.save = value;
-      break;
-    case kSaveMovie:
-      options.saveMovie = value;
-      break;
-    case kVideo:
-      options.videoDevices.push_back(value.empty() ? "auto" : value);
-      break;
-    case kView:
-      options.view = value.empty() ? std::uint16_t{8080}
-                                   : parseNumber<std::uint16_t>(value, "port; expected 0 to 65535");
-      break;
-    case kDiscard:
-      options.discard = true;
-      break;
-    case kFor:
-      options.runFor = parseDuration(value);
-      break;
-    case kStatusFile:
-      options.statusFile = value;
-      break;
-    case kJson:
-      options.json = true;
-      break;
-    case kVerbose:
-      options.verbose = true;
-      break;
-    case kVersionOption:
-      options.version = true;
-      break;
-    case kVmVersion:
-      parseVmVersion(options.link, value);
-      break;
-    case kSession:
-      options.link.session =
-          parseNumber<std::uint16_t>(value, "session number; expected 0 to 65535");
-      break;
-    case kShareAll:
-      options.link.shareAll = true;
-      break;
-    case kWrongToken:
-      options.link.wrongToken = true;
-      break;
-    case kHelp:
-      options.help = true;
-      break;
-    default:
-      throw UsageError("not a valid option");
+void setVersion(EndpointSettings& settings, const std::string& value) {
+  const std::size_t dot = std::min(value.find('.'), value.size());
+  const std::size_t minor = std::min(dot + 1, value.size());
+  try {
+    base::convert(value.substr(0, dot), settings.vmMajor);
+    base::convert(value.substr(minor), settings.vmMinor);
+  } catch (const base::UsageError&) {
+    throw base::UsageError(
+        base::text("\"{}\" is not a valid protocol version; expected two numbers up "
+                   "to 255, such as 1.1",
+                   value));
   }
 }
 
-// "--view 8080" as well as "--view=8080" and a mere "--view".
-std::string valueOf(int argc, char* const* argv) {
-  if (optarg != nullptr) return optarg;
-  return optind < argc && argv[optind][0] != '-' ? argv[optind++] : "";
+void addHostOptions(base::CommandLine& line, Options& options) {
+  line.group(base::text("Where the host connects (one of these; by default --port {})",
+                        protocol::kSpicePortName));
+  line.option("--port NAME", options.port, "the virtio port of this name, found without udev");
+  line.option("--device PATH", options.device, "a character device");
+  line.option("--listen ADDRESS", options.listen,
+              "unix:PATH, tcp:PORT (loopback only) or tcp:HOST:PORT with a numeric host");
+  line.option(
+      "--xrdp[=LIBRARY]",
+      [&options](const std::string& library) {
+        options.xrdp = library;
+        options.endpoint.protocol = Protocol::Rdp;
+      },
+      "the channel of the xrdp session in which this program runs, through xrdp's library");
+  line.option("--protocol spice|rdp",
+              base::choice<Protocol>(options.endpoint.protocol,
+                                     {{"spice", Protocol::Spice}, {"rdp", Protocol::Rdp}}),
+              "who begins the handshake: the host (spice, the default) or this program (rdp)");
+  line.option("--listen-direct ADDRESS", options.listenDirect,
+              "accept camera services that connect without a host, several at once; given alone, "
+              "no host is waited for");
+  line.exclusive({"--listen", "--device", "--port", "--xrdp"});
+}
+
+void addOutputOptions(base::CommandLine& line, Options& options) {
+  line.group("Where frames go (any of these; a camera runs only while one of them consumes it)");
+  line.option(
+      "--v4l2 [DEVICE]",
+      [&options](const std::string& device) {
+        options.videoDevices.push_back(device.empty() ? "auto" : device);
+      },
+      "a v4l2loopback device, /dev/videoN; can be given more than once; without DEVICE, all that "
+      "exist");
+  line.option(
+      "--view [PORT]",
+      [&options](const std::string& port) {
+        options.view = kDefaultViewPort;
+        if (!port.empty()) base::convert(port, options.view);
+      },
+      base::text("a live page on http://127.0.0.1:PORT/ (default {})", kDefaultViewPort));
+  line.option("--save DIRECTORY", options.save,
+              "one JPEG file per frame: NAME-CAMERA-000001.jpg and so on; existing files are "
+              "replaced");
+  line.option("--save-mjpeg DIRECTORY", options.saveMjpeg,
+              "one growing video file per camera: NAME-CAMERA.mjpeg");
+  line.option("--discard", options.discard, "nowhere: frames are only counted");
+}
+
+void addOtherOptions(base::CommandLine& line, Options& options) {
+  line.group("Options");
+  line.option("--duration TIME", options.runFor, "end after this time, such as 500ms, 10s or 2m");
+  line.option("--json", options.json, "print a summary as one JSON object at the end");
+  line.option("--status-file PATH", options.statusFile,
+              "keep the same summary in a file, replaced every second");
+  line.option("--share-all", options.endpoint.shareAll,
+              "ask the host to share all cameras at once");
+  line.option("--session N", options.endpoint.session,
+              "this VM's session number, told to the host (default 1)");
+  line.option(
+      "--vm-version A.B",
+      [&options](const std::string& value) { setVersion(options.endpoint, value); },
+      "the protocol version told to the host (default 1.1)");
+  line.option("--verbose", options.verbose, "log more");
+  line.group("For tests of the host");
+  line.option("--wrong-token", options.endpoint.wrongToken,
+              "answer the handshake with a token other than the host's");
+}
+
+base::CommandLine commandLine(Options& options) {
+  base::CommandLine line("lumsar-agent", "[host] [outputs] [options]",
+                         "The guest agent of camera redirection: receives the cameras that a host "
+                         "shares with this VM.");
+  addHostOptions(line, options);
+  addOutputOptions(line, options);
+  addOtherOptions(line, options);
+  line.section("Example, cameras as /dev/videoN in a VM that is shown over SPICE",
+               "  modprobe v4l2loopback devices=4 && lumsar-agent --v4l2");
+  line.section("Exit status",
+               "  0 ended as asked, also by Ctrl-C; 1 failure; 2 wrong command line");
+  return line;
 }
 
 }  // namespace
 
-Options parseOptions(int argc, char* const* argv) {
+std::optional<Options> parseOptions(int argc, const char* const* argv) {
   Options options;
-  opterr = 0;
-  optind = 0;
-  for (;;) {
-    const int index = optind == 0 ? 1 : optind;
-    const int option = getopt_long(argc, argv, "+:h", kOptions.data(), nullptr);
-    if (option == -1) break;
-    if (option == ':') throw UsageError(std::string(argv[index]) + " needs a value");
-    if (option == '?') throw UsageError("unknown option " + std::string(argv[index]));
-    const bool mayTakeNext = option == kVideo || option == kView;
-    const std::string value = mayTakeNext ? valueOf(argc, argv) : (optarg == nullptr ? "" : optarg);
-    apply(options, option == 'h' ? int{kHelp} : option, value);
-  }
-  if (optind < argc) throw UsageError("unexpected argument \"" + std::string(argv[optind]) + "\"");
-  const int ways = int{!options.listen.empty()} + int{!options.device.empty()} +
-                   int{!options.port.empty()} + int{options.xrdp.has_value()};
-  if (ways > 1) {
-    throw UsageError("only one of --listen, --device, --port and --xrdp is possible");
-  }
-  if (ways == 0 && options.direct.empty()) options.port = "org.lumsar.camera.0";
+  if (!commandLine(options).parse(argc, argv)) return std::nullopt;
+  const bool hasHost = !options.port.empty() || !options.device.empty() ||
+                       !options.listen.empty() || options.xrdp.has_value();
+  if (!hasHost && options.listenDirect.empty()) options.port = protocol::kSpicePortName;
   return options;
+}
+
+std::string helpText() {
+  Options options;
+  return commandLine(options).help();
 }
 
 }  // namespace lumsar::agent

@@ -1,5 +1,3 @@
-// The one loop. Made and run by main.
-// Bound to the channel's thread.
 #include "app/program.h"
 
 #include <poll.h>
@@ -7,8 +5,10 @@
 #include <algorithm>
 #include <utility>
 
-#include "app/log.h"
 #include "app/status.h"
+#include "base/deadline.h"
+#include "base/files.h"
+#include "base/log.h"
 #include "outputs/discard_output.h"
 #include "outputs/save_output.h"
 #include "outputs/v4l2/video_output.h"
@@ -20,36 +20,39 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kUpdateEvery = 200ms;
-constexpr auto kShowEvery = 500ms;
-constexpr auto kWriteEvery = 1s;
-constexpr std::size_t kMostPeers = 16;
-constexpr auto kFinishLimit = 10s;
+constexpr auto kUpdateInterval = 200ms;
+constexpr auto kPageInterval = 500ms;
+constexpr auto kFileInterval = 1s;
+constexpr std::size_t kMaxConnections = 16;
+constexpr auto kFinishTimeout = 10s;
 
 }  // namespace
 
 Program::Program(Options options, std::unique_ptr<Transport> host)
-    : m_options(std::move(options)), m_gallery(openOutputs(), [this] { m_wakeup.wake(); }) {
+    : m_options(std::move(options)),
+      m_end(m_options.runFor ? m_begin + *m_options.runFor : Clock::time_point::max()),
+      m_gallery(openOutputs(), [this] { m_wakeUp.wake(); }) {
   if (!host) host = openTransport();
   if (host) {
-    m_peers.push_back(std::make_unique<Peer>(std::move(host), m_options.link, m_gallery));
+    m_connections.push_back(
+        std::make_unique<Connection>(std::move(host), m_options.endpoint, m_gallery));
   }
   if (m_options.view) m_viewer = std::make_unique<Viewer>(*m_options.view, m_hub);
-  if (!m_options.direct.empty()) {
-    m_direct = Address::parse(m_options.direct).listen();
-    logInfo("waiting for camera services on ", localAddress(m_direct.get()));
+  if (!m_options.listenDirect.empty()) {
+    m_direct.emplace(base::SocketListener::at(base::parseAddress(m_options.listenDirect)));
+    base::logInfo("waiting for camera services on {}", m_direct->name());
   }
 }
 
 Program::~Program() = default;
 
-std::vector<std::unique_ptr<Output>> Program::openOutputs() {
-  std::vector<std::unique_ptr<Output>> outputs;
+std::vector<std::unique_ptr<SinkFactory>> Program::openOutputs() {
+  std::vector<std::unique_ptr<SinkFactory>> outputs;
   if (!m_options.save.empty()) {
-    outputs.push_back(std::make_unique<SaveOutput>(m_options.save, SaveAs::Pictures));
+    outputs.push_back(std::make_unique<SaveOutput>(m_options.save, SaveAs::Images));
   }
-  if (!m_options.saveMovie.empty()) {
-    outputs.push_back(std::make_unique<SaveOutput>(m_options.saveMovie, SaveAs::Movie));
+  if (!m_options.saveMjpeg.empty()) {
+    outputs.push_back(std::make_unique<SaveOutput>(m_options.saveMjpeg, SaveAs::VideoFile));
   }
   if (!m_options.videoDevices.empty()) {
     outputs.push_back(std::make_unique<VideoOutput>(kernelVideoSystem(), m_options.videoDevices));
@@ -57,14 +60,15 @@ std::vector<std::unique_ptr<Output>> Program::openOutputs() {
   if (m_options.view) outputs.push_back(std::make_unique<ViewOutput>(m_hub));
   if (m_options.discard) outputs.push_back(std::make_unique<DiscardOutput>());
   if (outputs.empty()) {
-    logWarning("pictures go nowhere, so no camera will run; see --help for --view, --save, --v4l2");
+    base::logWarning(
+        "frames go nowhere, so no camera will run; see --help for --view, --save and --v4l2");
   }
   return outputs;
 }
 
 std::unique_ptr<Transport> Program::openTransport() const {
   if (!m_options.listen.empty()) {
-    return std::make_unique<ListenTransport>(Address::parse(m_options.listen));
+    return std::make_unique<ListenTransport>(base::parseAddress(m_options.listen));
   }
   if (!m_options.device.empty()) {
     return std::make_unique<DeviceTransport>([path = m_options.device] { return path; },
@@ -79,8 +83,8 @@ std::unique_ptr<Transport> Program::openTransport() const {
 
 bool Program::run(int endSignal) {
   while (turn(endSignal)) update();
-  for (const auto& peer : m_peers) peer->finish();
-  const bool written = m_gallery.finish(kFinishLimit);
+  for (const auto& connection : m_connections) connection->finish();
+  const bool written = m_gallery.finish(kFinishTimeout);
   m_viewer.reset();
   writeStatusFile();
   return written;
@@ -88,81 +92,74 @@ bool Program::run(int endSignal) {
 
 void Program::stop() {
   m_stop = true;
-  m_wakeup.wake();
+  m_wakeUp.wake();
 }
 
 // Waits for something and handles it. False when it is time to end.
 bool Program::turn(int endSignal) {
+  const bool hasCapacity = m_direct && m_connections.size() < kMaxConnections;
   std::vector<pollfd> fds{{endSignal, POLLIN, 0},
-                          {m_wakeup.descriptor(), POLLIN, 0},
-                          {m_peers.size() < kMostPeers ? m_direct.get() : -1, POLLIN, 0}};
-  const std::size_t firstPeer = fds.size();
-  for (const auto& peer : m_peers) fds.push_back(peer->wanted());
-  if (poll(fds.data(), fds.size(), waitMs()) < 0) return !m_stop;
-  if (fds[1].revents != 0) m_wakeup.clear();
+                          {m_wakeUp.get(), POLLIN, 0},
+                          {hasCapacity ? m_direct->get() : -1, POLLIN, 0}};
+  const std::size_t first = fds.size();
+  for (const auto& connection : m_connections) fds.push_back(connection->pollRequest());
+  const int timeout = base::pollTimeout(std::min(m_end, Clock::now() + kUpdateInterval));
+  if (poll(fds.data(), fds.size(), timeout) < 0) return !m_stop;
+  if (fds[1].revents != 0) m_wakeUp.clear();
   if (fds[0].revents != 0 || m_stop) return false;
-  for (std::size_t i = 0; i + firstPeer < fds.size(); ++i) {
-    m_peers[i]->handle(fds[i + firstPeer].revents);
+  for (std::size_t i = 0; i + first < fds.size(); ++i) {
+    m_connections[i]->handle(fds[i + first].revents);
   }
   if (fds[2].revents != 0) acceptDirect();
-  return !m_options.runFor || Clock::now() - m_begin < *m_options.runFor;
-}
-
-int Program::waitMs() const {
-  using std::chrono::milliseconds;
-  auto wait = milliseconds(kUpdateEvery);
-  if (m_options.runFor) {
-    const auto left = *m_options.runFor - (Clock::now() - m_begin);
-    wait = std::min(wait, std::chrono::ceil<milliseconds>(left));
-  }
-  return static_cast<int>(std::max<std::int64_t>(0, wait.count()));
+  return Clock::now() < m_end;
 }
 
 void Program::acceptDirect() {
-  base::UniqueFd connection(accept4(m_direct.get(), nullptr, nullptr, SOCK_CLOEXEC));
-  if (!connection) return;
-  LinkSettings settings;
-  settings.session = m_options.link.session;
-  settings.helloPatience = m_options.link.helloPatience;
-  const std::string name = text("service ", ++m_directCount);
-  logInfo(name, ": connected");
-  auto transport = std::make_unique<SocketTransport>(std::move(connection), name);
-  m_peers.push_back(std::make_unique<Peer>(std::move(transport), settings, m_gallery));
+  base::UniqueFd socket(accept4(m_direct->get(), nullptr, nullptr, SOCK_CLOEXEC));
+  if (!socket) return;
+  EndpointSettings settings;
+  settings.session = m_options.endpoint.session;
+  settings.helloTimeout = m_options.endpoint.helloTimeout;
+  const std::string name = base::text("service {}", ++m_directCount);
+  base::logInfo("{}: connected", name);
+  auto transport = std::make_unique<SocketTransport>(std::move(socket), name);
+  m_connections.push_back(std::make_unique<Connection>(std::move(transport), settings, m_gallery));
 }
 
 void Program::update() {
   const auto now = Clock::now();
-  for (const auto& peer : m_peers) peer->update(now);
-  std::erase_if(m_peers, [](const auto& peer) { return peer->over(); });
+  for (const auto& connection : m_connections) connection->update(now);
+  std::erase_if(m_connections, [](const auto& connection) { return connection->over(); });
   m_gallery.update();
-  if (m_viewer && now - m_shown >= kShowEvery) {
-    m_shown = now;
+  if (m_viewer && now - m_pageUpdated >= kPageInterval) {
+    m_pageUpdated = now;
     m_hub->setStatus(statusJson());
   }
-  if (now - m_written >= kWriteEvery) {
-    m_written = now;
+  if (now - m_fileWritten >= kFileInterval) {
+    m_fileWritten = now;
     writeStatusFile();
   }
 }
 
 void Program::writeStatusFile() {
   if (m_options.statusFile.empty()) return;
-  if (replaceFile(m_options.statusFile, statusJson() + "\n")) return;
-  if (std::exchange(m_saidStatusFails, true)) return;
-  logError("cannot write the status file ", m_options.statusFile, ": ", systemError(),
-           "; going on without it");
+  const std::string content = statusJson() + '\n';
+  if (base::replaceFile(m_options.statusFile, base::bytesOf(content))) return;
+  if (std::exchange(m_loggedFileError, true)) return;
+  base::logError("cannot write the status file {}: {}; continuing without it", m_options.statusFile,
+                 base::systemError());
 }
 
 std::string Program::statusJson() const {
   Status status;
-  status.kind = m_options.link.kind == LinkKind::Rdp ? "rdp" : "spice";
+  status.protocol = m_options.endpoint.protocol;
   status.seconds = std::chrono::duration<double>(Clock::now() - m_begin).count();
   status.direct = directAddress();
   status.viewPort = viewPort();
-  status.cameras = m_gallery.gone();
-  for (const auto& peer : m_peers) {
-    status.peers.push_back(peer->status());
-    peer->appendStatus(status.cameras);
+  status.cameras = m_gallery.removed();
+  for (const auto& connection : m_connections) {
+    status.connections.push_back(connection->status());
+    connection->appendStatus(status.cameras);
   }
   return toJson(status);
 }

@@ -1,37 +1,30 @@
-// The status text. Called by Program.
-// Bound to the channel's thread.
 #include "app/status.h"
 
-#include <fcntl.h>
-
-#include <cerrno>
-#include <cstdio>
-
-#include "base/fd.h"
-#include "outputs/web/json.h"
-#include "version.h"
+#include "app/json.h"
+#include "base/format.h"
+#include "base/version.h"
 
 namespace lumsar::agent {
 namespace {
 
-void addPeer(JsonWriter& json, const PeerStatus& peer) {
+void addConnection(JsonWriter& json, const ConnectionStatus& connection) {
   json.beginObject()
-      .text("name", peer.name)
-      .boolean("connected", peer.attached)
-      .boolean("greeted", peer.greeted)
-      .number("hellos", peer.hellos)
-      .number("token", peer.token)
-      .text("version", std::to_string(peer.clientMajor) + "." + std::to_string(peer.clientMinor))
-      .number("capabilities", peer.capabilities)
-      .number("faults", peer.faults)
-      .number("droppedBytes", peer.droppedBytes)
+      .text("name", connection.name)
+      .boolean("connected", connection.attached)
+      .boolean("greeted", connection.established)
+      .number("hellos", connection.hellos)
+      .number("token", connection.token)
+      .text("version", base::text("{}.{}", connection.clientMajor, connection.clientMinor))
+      .number("capabilities", connection.capabilities)
+      .number("faults", connection.faults)
+      .number("droppedBytes", connection.droppedBytes)
       .endObject();
 }
 
 void addCamera(JsonWriter& json, const CameraStatus& camera) {
   json.beginObject()
       .number("handle", camera.handle)
-      .number("camera", camera.info.number)
+      .number("camera", camera.info.camera)
       .text("id", camera.info.id)
       .text("name", camera.info.name)
       .number("vendorId", camera.info.format.vendorId)
@@ -40,13 +33,13 @@ void addCamera(JsonWriter& json, const CameraStatus& camera) {
       .boolean("started", camera.started)
       .number("width", camera.width)
       .number("height", camera.height)
-      .text("encoding", encodingName(camera.encoding))
+      .text("encoding", protocol::encodingName(camera.encoding))
       .number("frames", camera.counters.frames)
       .number("bytes", camera.counters.bytes)
       .number("lost", camera.counters.lost)
       .number("dropped", camera.dropped)
       .number("badPictures", camera.counters.bad)
-      .number("shown", camera.sinks.taken)
+      .number("shown", camera.sinks.delivered)
       .real("rate", camera.rate / 1000.0, 2)
       .number("latencyMedian", camera.latencyMedian)
       .number("latencyWorst", camera.latencyWorst)
@@ -63,33 +56,17 @@ std::string toJson(const Status& status) {
   JsonWriter json;
   json.beginObject()
       .text("program", "lumsar-agent")
-      .text("version", kVersion)
-      .text("kind", status.kind)
+      .text("version", base::kVersion)
+      .text("kind", status.protocol == Protocol::Rdp ? "rdp" : "spice")
       .real("seconds", status.seconds, 1)
       .text("direct", status.direct)
       .number("viewPort", status.viewPort);
   json.beginArray("peers");
-  for (const auto& peer : status.peers) addPeer(json, peer);
+  for (const auto& connection : status.connections) addConnection(json, connection);
   json.endArray().beginArray("cameras");
   for (const auto& camera : status.cameras) addCamera(json, camera);
   json.endArray().endObject();
   return json.result();
-}
-
-bool replaceFile(const std::string& path, const std::string& content) {
-  const std::string part = path + ".part";
-  const base::UniqueFd file(open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-  if (!file) return false;
-  const ssize_t written = write(file.get(), content.data(), content.size());
-  if (written >= 0 && written < static_cast<ssize_t>(content.size())) {
-    errno = ENOSPC;
-  } else if (written >= 0 && rename(part.c_str(), path.c_str()) == 0) {
-    return true;
-  }
-  const int error = errno;
-  unlink(part.c_str());
-  errno = error;
-  return false;
 }
 
 }  // namespace lumsar::agent

@@ -1,5 +1,4 @@
-// DiscardOutput: wants every camera and only counts its pictures, for measuring the way to here.
-// Called by Gallery and Camera on the channel's thread.
+// DiscardOutput: consumes every camera and only counts its frames, for measurements.
 #ifndef LUMSAR_AGENT_OUTPUTS_DISCARD_OUTPUT_H
 #define LUMSAR_AGENT_OUTPUTS_DISCARD_OUTPUT_H
 
@@ -7,9 +6,9 @@
 
 namespace lumsar::agent {
 
-class DiscardOutput : public Output {
+class DiscardOutput : public SinkFactory {
  public:
-  std::unique_ptr<Sink> open(const CameraInfo& /*camera*/, int /*handle*/,
+  std::unique_ptr<Sink> open(const protocol::Announcement& /*camera*/, int /*handle*/,
                              const std::string& /*label*/,
                              std::function<void()> /*changed*/) override {
     return std::make_unique<DiscardSink>();
@@ -18,8 +17,8 @@ class DiscardOutput : public Output {
  private:
   class DiscardSink : public Sink {
    public:
-    bool wanted() const override { return true; }
-    void show(FramePtr /*frame*/) override { ++m_report.taken; }
+    bool hasConsumer() const override { return true; }
+    void deliver(FramePtr /*frame*/) override { ++m_report.delivered; }
     void close() override {}
     bool closed() const override { return true; }
     SinkReport report() const override { return m_report; }

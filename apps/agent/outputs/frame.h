@@ -1,5 +1,4 @@
-// Frame: one picture on its way from the channel to whoever shows it, and what is counted of it.
-// Made by Camera on the channel's thread, then shared unchanged by all sinks on any thread.
+// One frame on its way from the connection to the sinks, which share it unchanged on any thread.
 #ifndef LUMSAR_AGENT_OUTPUTS_FRAME_H
 #define LUMSAR_AGENT_OUTPUTS_FRAME_H
 
@@ -15,7 +14,7 @@ struct Frame {
   CameraFrame format;
   std::uint64_t captured = 0;  // both in µs on the record's clock
   std::uint64_t arrived = 0;
-  std::vector<unsigned char> picture;
+  std::vector<unsigned char> data;
 };
 using FramePtr = std::shared_ptr<const Frame>;
 

@@ -1,13 +1,11 @@
-// The queue and thread behind slow sinks. Owned by a Sink.
-// run() is the worker's thread; everything else may be called from any.
 #include "outputs/frame_worker.h"
 
 #include <utility>
 
 namespace lumsar::agent {
 
-FrameWorker::FrameWorker(std::size_t room, std::function<bool(const Frame&)> work)
-    : m_room(room), m_work(std::move(work)), m_thread([this] { run(); }) {}
+FrameWorker::FrameWorker(std::size_t capacity, std::function<bool(const Frame&)> work)
+    : m_work(std::move(work)), m_queue({.frames = capacity}), m_thread([this] { run(); }) {}
 
 FrameWorker::~FrameWorker() {
   close();
@@ -18,13 +16,10 @@ void FrameWorker::push(FramePtr frame) {
   {
     const std::lock_guard lock(m_mutex);
     if (m_closing) return;
-    if (m_queue.size() == m_room) {
-      m_queue.pop_front();
-      ++m_dropped;
-    }
-    m_queue.push_back(std::move(frame));
+    const std::size_t size = frame->data.size();
+    m_queue.pushFrame(std::move(frame), size);
   }
-  m_wake.notify_one();
+  m_wakeUp.notify_one();
 }
 
 void FrameWorker::close() {
@@ -32,7 +27,7 @@ void FrameWorker::close() {
     const std::lock_guard lock(m_mutex);
     m_closing = true;
   }
-  m_wake.notify_one();
+  m_wakeUp.notify_one();
 }
 
 bool FrameWorker::closed() const {
@@ -40,27 +35,26 @@ bool FrameWorker::closed() const {
   return m_closed;
 }
 
-std::uint64_t FrameWorker::taken() const {
+std::uint64_t FrameWorker::delivered() const {
   const std::lock_guard lock(m_mutex);
-  return m_taken;
+  return m_delivered;
 }
 
 std::uint64_t FrameWorker::dropped() const {
   const std::lock_guard lock(m_mutex);
-  return m_dropped;
+  return m_queue.dropped() + m_failed;
 }
 
 void FrameWorker::run() {
   std::unique_lock lock(m_mutex);
   for (;;) {
-    m_wake.wait(lock, [this] { return m_closing || !m_queue.empty(); });
-    if (m_queue.empty()) break;
-    const FramePtr frame = std::move(m_queue.front());
-    m_queue.pop_front();
+    m_wakeUp.wait(lock, [this] { return m_closing || !m_queue.empty(); });
+    const auto item = m_queue.pop();
+    if (!item) break;
     lock.unlock();
-    const bool good = m_work(*frame);
+    const bool good = m_work(*item->entry);
     lock.lock();
-    ++(good ? m_taken : m_dropped);
+    ++(good ? m_delivered : m_failed);
   }
   m_closed = true;
 }

@@ -1,14 +1,13 @@
 // A grey JPEG without an encoder: with Huffman tables in which "no change" and "no more" are one
-// zero bit each, the whole scan is zero bits. Called by the video device's sink.
-// No state: reentrant.
+// zero bit each, the whole scan is zero bits.
 #include "outputs/jpeg.h"
 
 namespace lumsar::agent {
 namespace {
 
-using Output = std::vector<unsigned char>;
+using JpegData = std::vector<unsigned char>;
 
-void segment(Output& jpeg, unsigned char marker, std::initializer_list<unsigned> bytes) {
+void segment(JpegData& jpeg, unsigned char marker, std::initializer_list<unsigned> bytes) {
   const std::size_t length = bytes.size() + 2;
   jpeg.insert(jpeg.end(), {0xFF, marker, static_cast<unsigned char>(length >> 8U),
                            static_cast<unsigned char>(length)});
@@ -16,12 +15,12 @@ void segment(Output& jpeg, unsigned char marker, std::initializer_list<unsigned>
 }
 
 // One table whose only code is the single bit 0 for the value 0.
-void huffmanTable(Output& jpeg, unsigned classAndNumber) {
+void huffmanTable(JpegData& jpeg, unsigned classAndNumber) {
   segment(jpeg, 0xC4, {classAndNumber, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
 }
 
-void quantisation(Output& jpeg) {
-  Output table(65, 16);
+void quantisation(JpegData& jpeg) {
+  JpegData table(65, 16);
   table[0] = 0;  // its number
   jpeg.insert(jpeg.end(), {0xFF, 0xDB, 0, 67});
   jpeg.insert(jpeg.end(), table.begin(), table.end());
@@ -32,7 +31,7 @@ void quantisation(Output& jpeg) {
 std::vector<unsigned char> greyJpeg(std::uint16_t width, std::uint16_t height) {
   const unsigned w = width;
   const unsigned h = height;
-  Output jpeg{0xFF, 0xD8};
+  JpegData jpeg{0xFF, 0xD8};
   quantisation(jpeg);
   // Three components, the two of colour at half the size each way.
   segment(jpeg, 0xC0,

@@ -1,5 +1,5 @@
-// SaveOutput: keeps pictures in a folder, as one file each or as one growing file per camera.
-// Called by Gallery and Camera on the channel's thread; each sink writes on a thread of its own.
+// SaveOutput: saves frames in a directory, one file each or one growing file per camera. Each sink
+// writes on a thread of its own.
 #ifndef LUMSAR_AGENT_OUTPUTS_SAVE_OUTPUT_H
 #define LUMSAR_AGENT_OUTPUTS_SAVE_OUTPUT_H
 
@@ -8,21 +8,21 @@
 namespace lumsar::agent {
 
 enum class SaveAs {
-  Pictures,  // LABEL-000001.jpg, …
-  Movie,     // LABEL.mjpeg
+  Images,     // LABEL-000001.jpg, …
+  VideoFile,  // LABEL.mjpeg
 };
-// Video that is not JPEG always becomes one file, LABEL.h264.
+// Frames that are not JPEG always become one file, LABEL.h264.
 
-class SaveOutput : public Output {
+class SaveOutput : public SinkFactory {
  public:
-  // Makes the folder. Throws Failure if that is not possible.
-  SaveOutput(std::string folder, SaveAs how);
+  // Creates the directory. Throws base::Failure if that is not possible.
+  SaveOutput(std::string directory, SaveAs how);
 
-  std::unique_ptr<Sink> open(const CameraInfo& camera, int handle, const std::string& label,
-                             std::function<void()> changed) override;
+  std::unique_ptr<Sink> open(const protocol::Announcement& camera, int handle,
+                             const std::string& label, std::function<void()> changed) override;
 
  private:
-  std::string m_folder;
+  std::string m_directory;
   SaveAs m_how;
 };
 

@@ -1,8 +1,8 @@
-// Sink: one way in which one camera is shown or kept; Output: makes them, one for each camera.
-// Called by Camera on the channel's thread; no call may block, so what is slow has its own thread.
+// Sink: consumes the frames of one camera; SinkFactory: one output, which makes a sink per camera.
+// Both are called on the channel thread. No call may block, so what is slow has its own thread.
 //
-//   Camera --show()--> Sink: queue, newest wins --> its thread --> disk, device, browser
-//          <-wanted()-  (changed() wakes the channel's thread when the answer changes)
+//   Camera --deliver()----> Sink: queue, newest wins --> its thread --> disk, device, browser
+//          <-hasConsumer()- (changed() wakes the channel thread when the answer changes)
 #ifndef LUMSAR_AGENT_OUTPUTS_SINK_H
 #define LUMSAR_AGENT_OUTPUTS_SINK_H
 
@@ -12,40 +12,39 @@
 #include <string>
 
 #include "outputs/frame.h"
-#include "outputs/record.h"
+#include "protocol/camera_record.h"
 
 namespace lumsar::agent {
 
 struct SinkReport {
-  std::uint64_t taken = 0;    // pictures that went where they should
-  std::uint64_t dropped = 0;  // pictures that did not
-  std::uint64_t files = 0;    // written whole
-  std::string path;           // of the files
+  std::uint64_t delivered = 0;  // frames that have arrived at the consumer
+  std::uint64_t dropped = 0;    // frames that have not
+  std::uint64_t files = 0;      // completely written
+  std::string path;             // of the files
   std::string device;
   std::string error;  // why this sink gave up
 };
 
 class Sink {
  public:
-  // May wait for the sink's thread, briefly once closed() is true.
+  // Waits for the sink's thread, which is about to end once closed() is true.
   virtual ~Sink() = default;
-  // Does somebody look?
-  virtual bool wanted() const = 0;
-  // Only while wanted. The frame is a whole picture.
-  virtual void show(FramePtr frame) = 0;
-  // The camera is gone: finish what was begun. Does not wait for it.
+  virtual bool hasConsumer() const = 0;
+  // Only while there is a consumer. The frame is complete.
+  virtual void deliver(FramePtr frame) = 0;
+  // The camera has been removed: finish what was begun. Does not wait for it.
   virtual void close() = 0;
   virtual bool closed() const = 0;
   virtual SinkReport report() const = 0;
 };
 
-class Output {
+class SinkFactory {
  public:
-  virtual ~Output() = default;
+  virtual ~SinkFactory() = default;
   // `handle` is this run's number of the camera, `label` a unique name fit for files. `changed` may
   // be called from any thread, as long as the sink lives.
-  virtual std::unique_ptr<Sink> open(const CameraInfo& camera, int handle, const std::string& label,
-                                     std::function<void()> changed) = 0;
+  virtual std::unique_ptr<Sink> open(const protocol::Announcement& camera, int handle,
+                                     const std::string& label, std::function<void()> changed) = 0;
 };
 
 }  // namespace lumsar::agent

@@ -1,12 +1,10 @@
-// One announced camera. Owned by CameraTable.
-// Bound to the channel's thread.
 #include "session/camera.h"
 
 #include <algorithm>
 #include <limits>
 #include <utility>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "outputs/jpeg.h"
 
 namespace lumsar::agent {
@@ -14,19 +12,20 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// A page that is loaded again must not switch the camera off and on.
-constexpr auto kStopAfter = 500ms;
-constexpr auto kStatisticsEvery = 1s;
-constexpr auto kKeyRequestEvery = 500ms;
+// Loading a page again must not switch the camera off and on.
+constexpr auto kStopDelay = 500ms;
+constexpr auto kStatisticsInterval = 1s;
+constexpr auto kKeyRequestInterval = 500ms;
 
 std::uint32_t narrow(std::uint64_t value) {
-  constexpr std::uint64_t kMost = std::numeric_limits<std::uint32_t>::max();
-  return static_cast<std::uint32_t>(std::min(value, kMost));
+  constexpr std::uint64_t kMax = std::numeric_limits<std::uint32_t>::max();
+  return static_cast<std::uint32_t>(std::min(value, kMax));
 }
 
 }  // namespace
 
-Camera::Camera(CameraInfo info, int handle, std::vector<std::unique_ptr<Sink>> sinks, Ask ask)
+Camera::Camera(protocol::Announcement info, int handle, std::vector<std::unique_ptr<Sink>> sinks,
+               Ask ask)
     : m_info(std::move(info)), m_handle(handle), m_sinks(std::move(sinks)), m_ask(std::move(ask)) {
   m_format.width = m_info.format.width;
   m_format.height = m_info.format.height;
@@ -52,58 +51,65 @@ void Camera::takeFrame(const CameraDataHeader& header, Bytes body) {
       frame->arrived > frame->captured ? frame->arrived - frame->captured : 0;
   m_latencies.add(latency);
   m_lastSecond.add(latency);
-  frame->picture.assign(body.begin(), body.end());
-  if (format->encoding == kEncodingH264 ? !usableVideo(*frame, gap != 0) : !usable(*frame)) {
+  frame->data.assign(body.begin(), body.end());
+  if (!isShowable(*frame, gap != 0)) {
     ++m_all.bad;
     return;
   }
   for (const auto& sink : m_sinks) {
-    if (sink->wanted()) sink->show(frame);
+    if (sink->hasConsumer()) sink->deliver(frame);
   }
 }
 
-bool Camera::usable(const Frame& frame) {
-  const bool good = frame.format.encoding == kEncodingMjpg && isWholeJpeg(frame.picture);
-  if (!good && !std::exchange(m_saidBad, true)) {
-    logWarning("camera \"", m_info.name, "\": dropped a picture (", frame.picture.size(),
-               " bytes, ", encodingName(frame.format.encoding),
-               ") that is no whole JPEG; more of them are only counted");
+bool Camera::isShowable(const Frame& frame, bool gap) {
+  return frame.format.encoding == kEncodingH264 ? isShowableVideo(frame, gap)
+                                                : isShowableJpeg(frame);
+}
+
+bool Camera::isShowableJpeg(const Frame& frame) {
+  const bool good = frame.format.encoding == kEncodingMjpg && isCompleteJpeg(frame.data);
+  if (!good && !std::exchange(m_loggedBad, true)) {
+    base::logWarning(
+        "camera \"{}\": dropped a frame ({} bytes, {}) that is not a complete JPEG; further ones "
+        "are "
+        "only counted",
+        m_info.name, frame.data.size(), protocol::encodingName(frame.format.encoding));
   }
   return good;
 }
 
-// After a gap nothing can be shown before the next picture that stands by itself.
-bool Camera::usableVideo(const Frame& frame, bool gap) {
+// After a gap nothing can be shown before the next independently decodable frame.
+bool Camera::isShowableVideo(const Frame& frame, bool gap) {
   if ((frame.format.flags & kFrameIsKey) != 0) {
     m_needsKey = false;
   } else if (gap) {
     m_needsKey = true;
   }
   if (m_needsKey) requestKeyFrame();
-  return !m_needsKey && !frame.picture.empty();
+  return !m_needsKey && !frame.data.empty();
 }
 
 void Camera::requestKeyFrame() {
   const auto now = Clock::now();
-  if (now - m_lastKeyRequest < kKeyRequestEvery) return;
+  if (now - m_lastKeyRequest < kKeyRequestInterval) return;
   m_lastKeyRequest = now;
   m_ask(CameraDataKind::KeyFrameRequest, {});
 }
 
 void Camera::update(Clock::time_point now) {
-  const unsigned before = std::exchange(m_wanting, wanting());
-  if (m_wanting > 0) {
-    m_unwantedSince = now;
+  const unsigned before = std::exchange(m_consumers, consumers());
+  if (m_consumers > 0) {
+    m_lastConsumed = now;
     if (!m_started) {
       start(now);
-    } else if (m_wanting > before && m_format.encoding == kEncodingH264) {
+    } else if (m_consumers > before && m_format.encoding == kEncodingH264) {
       requestKeyFrame();
     }
-  } else if (m_started && now - m_unwantedSince >= kStopAfter) {
-    logInfo("camera \"", m_info.name, "\": nobody looks any more, letting it go");
+  } else if (m_started && now - m_lastConsumed >= kStopDelay) {
+    base::logInfo("camera \"{}\": no longer has a consumer, stopping it", m_info.name);
     stop(true);
   }
-  if (m_started && now - m_lastStatistics >= kStatisticsEvery) sendStatistics(now);
+  if (m_started && now - m_lastStatistics >= kStatisticsInterval) sendStatistics(now);
 }
 
 void Camera::start(Clock::time_point now) {
@@ -114,8 +120,8 @@ void Camera::start(Clock::time_point now) {
   m_lastStatistics = now;
   m_atStart = m_all;
   m_droppedAtStart = dropped();
-  m_takenBefore = taken();
-  logInfo("camera \"", m_info.name, "\": somebody looks, asking for pictures");
+  m_deliveredBefore = delivered();
+  base::logInfo("camera \"{}\": has a consumer, starting it", m_info.name);
   m_ask(CameraDataKind::Start, {});
 }
 
@@ -128,9 +134,9 @@ void Camera::sendStatistics(Clock::time_point now) {
   using namespace std::chrono;
   const auto passed = static_cast<std::uint64_t>(
       std::max<std::int64_t>(1, duration_cast<milliseconds>(now - m_lastStatistics).count()));
-  const std::uint64_t takenNow = taken();
-  m_rate = narrow((takenNow - m_takenBefore) * 1'000'000 / passed);
-  m_takenBefore = takenNow;
+  const std::uint64_t deliveredNow = delivered();
+  m_rate = narrow((deliveredNow - m_deliveredBefore) * 1'000'000 / passed);
+  m_deliveredBefore = deliveredNow;
   m_lastStatistics = now;
   CameraStatistics statistics;
   statistics.frames = m_all.frames - m_atStart.frames;
@@ -140,7 +146,7 @@ void Camera::sendStatistics(Clock::time_point now) {
   statistics.latency = narrow(m_lastSecond.median());
   statistics.rate = m_rate;
   m_lastSecond.clear();
-  m_ask(CameraDataKind::Statistics, bytesOf(statistics));
+  m_ask(CameraDataKind::Statistics, protocol::bytesOf(statistics));
 }
 
 void Camera::retire(bool tellService) {
@@ -153,9 +159,9 @@ bool Camera::sinksClosed() const {
   return std::ranges::all_of(m_sinks, [](const auto& sink) { return sink->closed(); });
 }
 
-unsigned Camera::wanting() const {
+unsigned Camera::consumers() const {
   return static_cast<unsigned>(
-      std::ranges::count_if(m_sinks, [](const auto& sink) { return sink->wanted(); }));
+      std::ranges::count_if(m_sinks, [](const auto& sink) { return sink->hasConsumer(); }));
 }
 
 std::uint64_t Camera::dropped() const {
@@ -164,10 +170,10 @@ std::uint64_t Camera::dropped() const {
   return sum;
 }
 
-// The quickest sink counts: the others drop what they cannot follow.
-std::uint64_t Camera::taken() const {
+// The fastest sink counts: the others drop frames.
+std::uint64_t Camera::delivered() const {
   std::uint64_t most = 0;
-  for (const auto& sink : m_sinks) most = std::max(most, sink->report().taken);
+  for (const auto& sink : m_sinks) most = std::max(most, sink->report().delivered);
   return most;
 }
 
@@ -187,7 +193,7 @@ CameraStatus Camera::status() const {
   status.latencyWorst = m_latencies.worst();
   for (const auto& sink : m_sinks) {
     const SinkReport report = sink->report();
-    status.sinks.taken += report.taken;
+    status.sinks.delivered += report.delivered;
     status.sinks.files += report.files;
     for (auto field : {&SinkReport::path, &SinkReport::device, &SinkReport::error}) {
       if (!(report.*field).empty()) status.sinks.*field = report.*field;

@@ -1,5 +1,5 @@
-// Camera: one announced camera. Asks the service for pictures while a sink wants them, counts what
-// comes, hands whole pictures to the sinks. Owned by CameraTable. Bound to the channel's thread.
+// Camera: one announced camera. Asks the service for frames while a sink has a consumer, counts
+// what arrives, delivers complete frames to the sinks.
 #ifndef LUMSAR_AGENT_SESSION_CAMERA_H
 #define LUMSAR_AGENT_SESSION_CAMERA_H
 
@@ -9,17 +9,19 @@
 #include <string>
 #include <vector>
 
-#include "outputs/record.h"
+#include "base/latency.h"
 #include "outputs/sink.h"
+#include "protocol/camera_record.h"
 #include "session/counters.h"
 
 namespace lumsar::agent {
 
+using protocol::Bytes;
 using Clock = std::chrono::steady_clock;
 
 struct CameraStatus {
   int handle = 0;
-  CameraInfo info;
+  protocol::Announcement info;
   bool present = true;
   bool started = false;
   std::uint16_t width = 0;
@@ -38,30 +40,32 @@ class Camera {
   // Sends a record about this camera to the service.
   using Ask = std::function<void(CameraDataKind kind, Bytes body)>;
 
-  Camera(CameraInfo info, int handle, std::vector<std::unique_ptr<Sink>> sinks, Ask ask);
+  Camera(protocol::Announcement info, int handle, std::vector<std::unique_ptr<Sink>> sinks,
+         Ask ask);
 
   void takeFrame(const CameraDataHeader& header, Bytes body);
-  // Starts or stops the camera by what the sinks want; once a second sends statistics.
+  // Starts or stops the camera by what the sinks need; once a second sends statistics.
   void update(Clock::time_point now);
-  // Stops the camera if it runs. Its sinks finish.
+  // Stops the camera if it runs; its sinks finish.
   void retire(bool tellService);
   bool sinksClosed() const;
 
-  const CameraInfo& info() const { return m_info; }
+  const protocol::Announcement& info() const { return m_info; }
   CameraStatus status() const;
 
  private:
-  bool usable(const Frame& frame);
-  bool usableVideo(const Frame& frame, bool gap);
+  bool isShowable(const Frame& frame, bool gap);
+  bool isShowableJpeg(const Frame& frame);
+  bool isShowableVideo(const Frame& frame, bool gap);
   void start(Clock::time_point now);
   void stop(bool tellService);
   void requestKeyFrame();
   void sendStatistics(Clock::time_point now);
   std::uint64_t dropped() const;
-  std::uint64_t taken() const;
-  unsigned wanting() const;
+  std::uint64_t delivered() const;
+  unsigned consumers() const;
 
-  const CameraInfo m_info;
+  const protocol::Announcement m_info;
   const int m_handle;
   std::vector<std::unique_ptr<Sink>> m_sinks;
   Ask m_ask;
@@ -69,9 +73,9 @@ class Camera {
   bool m_present = true;
   bool m_started = false;
   bool m_needsKey = true;
-  bool m_saidBad = false;
-  unsigned m_wanting = 0;  // how many sinks, at the last update
-  Clock::time_point m_unwantedSince;
+  bool m_loggedBad = false;
+  unsigned m_consumers = 0;  // sinks that have one, at the last update
+  Clock::time_point m_lastConsumed;
   Clock::time_point m_lastStatistics;
   Clock::time_point m_lastKeyRequest;
 
@@ -79,11 +83,11 @@ class Camera {
   Counters m_all;
   Counters m_atStart;  // what m_all and dropped() were at the last Start
   std::uint64_t m_droppedAtStart = 0;
-  std::uint64_t m_takenBefore = 0;  // at the last statistics
+  std::uint64_t m_deliveredBefore = 0;  // at the last statistics
   std::uint32_t m_rate = 0;
   SequenceWatch m_sequence;
-  Latencies m_latencies;
-  Latencies m_lastSecond;
+  base::Latencies m_latencies;
+  base::Latencies m_lastSecond;
 };
 
 }  // namespace lumsar::agent

@@ -1,15 +1,14 @@
-// Records in, cameras that come and go. Owned by a Peer.
-// Bound to the channel's thread.
 #include "session/camera_table.h"
 
 #include <utility>
 
-#include "app/log.h"
+#include "base/log.h"
+#include "base/utf8.h"
 
 namespace lumsar::agent {
 namespace {
-// No user has more; a peer that announces more is at fault.
-constexpr std::size_t kMostCameras = 64;
+// No user has more; a peer that announces more is faulty.
+constexpr std::size_t kMaxCameras = 64;
 }  // namespace
 
 void CameraTable::takeRecord(Bytes record) {
@@ -18,56 +17,59 @@ void CameraTable::takeRecord(Bytes record) {
   switch (static_cast<CameraDataKind>(header->kind)) {
     case CameraDataKind::Announced:
       return announce(*header, record);
-    case CameraDataKind::Gone:
-      return gone(*header, record);
+    case CameraDataKind::Removed:
+      return remove(*header, record);
     case CameraDataKind::Frame:
-      return frame(*header, record);
+      return takeFrame(*header, record);
     default:
-      return skip(text("of the unknown kind ", header->kind));
+      return skip(base::text("of the unknown kind {}", header->kind));
   }
 }
 
 void CameraTable::announce(const CameraDataHeader& header, Bytes body) {
-  auto info = readAnnounced(header, body);
-  if (!info) return skip("an announcement cut short");
+  auto info = protocol::readAnnouncement(header, body);
+  if (!info) return skip("an incomplete announcement");
   if (const auto known = m_cameras.find(header.camera); known != m_cameras.end()) {
     m_gallery.retire(std::move(known->second), false);
     m_cameras.erase(known);
   }
-  if (m_cameras.size() >= kMostCameras) {
-    return skip(text("the announcement of one camera more than the ", kMostCameras,
-                     " that one connection may have"));
+  if (m_cameras.size() >= kMaxCameras) {
+    return skip(
+        base::text("an announcement above the limit of {} cameras per connection", kMaxCameras));
   }
-  logInfo("camera \"", info->name, "\" announced: number ", info->number, ", id \"", info->id,
-          "\", ", info->format.width, "x", info->format.height, " ",
-          encodingName(info->format.encoding));
-  const std::uint32_t number = info->number;
+  base::logInfo("camera \"{}\" announced: number {}, id \"{}\", {}x{} {}", info->name, info->camera,
+                info->id, info->format.width, info->format.height,
+                protocol::encodingName(info->format.encoding));
+  const std::uint32_t number = info->camera;
   auto camera = m_gallery.open(std::move(*info), [this, number](CameraDataKind kind, Bytes asked) {
-    m_send(dataMessage(kind, number, asked));
+    m_send(protocol::recordMessage(MSG_DATA, kind, number, asked).bytes());
   });
   m_cameras.emplace(number, std::move(camera)).first->second->update(Clock::now());
 }
 
-void CameraTable::gone(const CameraDataHeader& header, Bytes body) {
+void CameraTable::remove(const CameraDataHeader& header, Bytes body) {
   const auto found = m_cameras.find(header.camera);
-  if (found == m_cameras.end()) return skip(text("about the unknown camera ", header.camera));
-  const std::string why = clean({reinterpret_cast<const char*>(body.data()), body.size()});
-  logInfo("camera \"", found->second->info().name, "\" gone", why.empty() ? "" : ": ", why);
+  if (found == m_cameras.end())
+    return skip(base::text("about the unknown camera {}", header.camera));
+  const std::string why = base::clean({reinterpret_cast<const char*>(body.data()), body.size()});
+  base::logInfo("camera \"{}\" removed{}{}", found->second->info().name, why.empty() ? "" : ": ",
+                why);
   m_gallery.retire(std::move(found->second), false);
   m_cameras.erase(found);
 }
 
-void CameraTable::frame(const CameraDataHeader& header, Bytes body) {
+void CameraTable::takeFrame(const CameraDataHeader& header, Bytes body) {
   const auto found = m_cameras.find(header.camera);
-  if (found == m_cameras.end()) return skip(text("about the unknown camera ", header.camera));
+  if (found == m_cameras.end())
+    return skip(base::text("about the unknown camera {}", header.camera));
   found->second->takeFrame(header, body);
 }
 
 void CameraTable::skip(const std::string& what) {
   if (m_skipped++ == 0) {
-    logWarning("skipped a record: ", what, "; more of them are only counted");
+    base::logWarning("skipped a record: {}; further ones are only counted", what);
   } else {
-    logDetail("skipped a record: ", what);
+    base::logDebug("skipped a record: {}", what);
   }
 }
 
@@ -77,7 +79,7 @@ void CameraTable::update(Clock::time_point now) {
 
 void CameraTable::dropAll(const std::string& why, bool tellService) {
   for (auto& [number, camera] : m_cameras) {
-    logInfo("camera \"", camera->info().name, "\" gone: ", why);
+    base::logInfo("camera \"{}\" removed: {}", camera->info().name, why);
     m_gallery.retire(std::move(camera), tellService);
   }
   m_cameras.clear();

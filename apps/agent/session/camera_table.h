@@ -1,5 +1,4 @@
 // CameraTable: the cameras of one connection, by the service's numbers.
-// Owned by a Peer, which hands it the records. Bound to the channel's thread.
 #ifndef LUMSAR_AGENT_SESSION_CAMERA_TABLE_H
 #define LUMSAR_AGENT_SESSION_CAMERA_TABLE_H
 
@@ -28,8 +27,8 @@ class CameraTable {
 
  private:
   void announce(const CameraDataHeader& header, Bytes body);
-  void gone(const CameraDataHeader& header, Bytes body);
-  void frame(const CameraDataHeader& header, Bytes body);
+  void remove(const CameraDataHeader& header, Bytes body);
+  void takeFrame(const CameraDataHeader& header, Bytes body);
   void skip(const std::string& what);
 
   Gallery& m_gallery;

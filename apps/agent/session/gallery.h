@@ -1,5 +1,5 @@
-// Gallery: all outputs, and the cameras that are gone but whose sinks still finish.
-// Owned by Program, used by every CameraTable. Bound to the channel's thread.
+// Gallery: makes the cameras of all connections with their sinks, and keeps those that have been
+// removed until their sinks have finished.
 #ifndef LUMSAR_AGENT_SESSION_GALLERY_H
 #define LUMSAR_AGENT_SESSION_GALLERY_H
 
@@ -17,28 +17,28 @@ namespace lumsar::agent {
 
 class Gallery {
  public:
-  // `changed` is called from any thread when a sink begins or ceases to want pictures.
-  Gallery(std::vector<std::unique_ptr<Output>> outputs, std::function<void()> changed);
+  // `changed` is called from any thread when a sink gets its first consumer or loses the last.
+  Gallery(std::vector<std::unique_ptr<SinkFactory>> outputs, std::function<void()> changed);
 
-  std::unique_ptr<Camera> open(CameraInfo info, Camera::Ask ask);
+  std::unique_ptr<Camera> open(protocol::Announcement info, Camera::Ask ask);
   void retire(std::unique_ptr<Camera> camera, bool tellService);
-  // Lets go of sinks that have finished.
+  // Destroys sinks that have finished.
   void update();
-  // Waits for all sinks, so that everything is written; gives up those that take longer than
-  // `limit`. False, and said in the log, when there are any: such a sink cannot be destroyed.
-  bool finish(std::chrono::milliseconds limit);
+  // Waits until everything is written. False, and logged, when sinks have not finished by the
+  // timeout: these cannot be destroyed.
+  bool finish(std::chrono::milliseconds timeout);
 
-  // Of the cameras that are gone, oldest first; only the last ones are kept.
-  std::vector<CameraStatus> gone() const;
+  // Of the cameras that have been removed, oldest first; only the latest ones are kept.
+  std::vector<CameraStatus> removed() const;
 
  private:
   void remember(const Camera& camera);
 
-  std::vector<std::unique_ptr<Output>> m_outputs;
+  std::vector<std::unique_ptr<SinkFactory>> m_outputs;
   std::function<void()> m_changed;
   std::vector<std::unique_ptr<Camera>> m_retired;
-  std::deque<CameraStatus> m_gone;
-  std::map<std::string, int> m_labels;  // how often each was given away
+  std::deque<CameraStatus> m_removed;
+  std::map<std::string, int> m_labels;  // how often each has been used
   int m_lastHandle = 0;
 };
 

@@ -1,8 +1,7 @@
-// Transport: how bytes of one other side at a time get here and back. One subclass a way.
-// Owned by a Peer, which polls it. Bound to the channel's thread; no call blocks.
+// Transport: how the bytes of one peer at a time get here and back. No call blocks.
 //
-//   while nobody is there: attach() when descriptor() is readable, and after each short pause
-//   while somebody is:     read() and write() by what poll says; -1 means that they left
+//   without a peer: attach() when descriptor() is readable, and regularly besides
+//   with a peer:    read() and write() as poll says; -1 means that it has disconnected
 #ifndef LUMSAR_AGENT_TRANSPORT_AGENT_TRANSPORT_H
 #define LUMSAR_AGENT_TRANSPORT_AGENT_TRANSPORT_H
 
@@ -17,20 +16,20 @@ class Transport {
  public:
   virtual ~Transport() = default;
 
-  // What to poll; -1 while there is nothing to poll, then a pause must do.
+  // What to poll; -1 while there is nothing to poll.
   virtual int descriptor() const = 0;
   virtual bool attached() const = 0;
-  // Looks for the other side. True when it is newly there.
+  // Looks for a peer. True when a new one is there.
   virtual bool attach() = 0;
-  // How many bytes came or went, 0 for none at the moment, -1 when the other side has left.
+  // How many bytes were transferred, 0 for none at the moment, -1 when the peer has disconnected.
   virtual ssize_t read(std::span<unsigned char> to) = 0;
   virtual ssize_t write(std::span<const unsigned char> from) = 0;
-  // Sends the other side away, so that it may begin anew.
+  // Disconnects the peer, which may then connect again.
   virtual void detach() = 0;
-  // False when nobody can come (again).
+  // False when there will be no other peer.
   virtual bool reusable() const { return true; }
-  // True where anybody may come, and where one who says nothing keeps out the others.
-  virtual bool mustGreet() const { return false; }
+  // True where anybody can connect, and where a silent peer keeps out the others.
+  virtual bool requiresHello() const { return false; }
   // For the log.
   virtual std::string name() const = 0;
 };

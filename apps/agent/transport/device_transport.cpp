@@ -1,5 +1,3 @@
-// A character device as transport. Owned by a Peer.
-// Bound to the channel's thread; the device is opened non-blocking.
 #include "transport/device_transport.h"
 
 #include <fcntl.h>
@@ -11,12 +9,12 @@
 #include <fstream>
 #include <utility>
 
-#include "app/log.h"
+#include "base/log.h"
 
 namespace lumsar::agent {
 namespace {
 
-// A terminal would change bytes and echo them. False if it is none.
+// A terminal would change bytes and echo them. False if it is not a terminal.
 bool makeRaw(int fd) {
   termios settings{};
   if (tcgetattr(fd, &settings) != 0) return false;
@@ -31,14 +29,15 @@ bool hasClient(int fd) {
 
 }  // namespace
 
-std::optional<std::string> findVirtioPort(const std::string& name, const std::string& classFolder,
-                                          const std::string& deviceFolder) {
+std::optional<std::string> findVirtioPort(const std::string& name,
+                                          const std::string& classDirectory,
+                                          const std::string& deviceDirectory) {
   std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator(classFolder, error)) {
+  for (const auto& entry : std::filesystem::directory_iterator(classDirectory, error)) {
     std::string found;
     std::ifstream file(entry.path() / "name");
     if (std::getline(file, found) && found == name) {
-      return (std::filesystem::path(deviceFolder) / entry.path().filename()).string();
+      return (std::filesystem::path(deviceDirectory) / entry.path().filename()).string();
     }
   }
   return std::nullopt;
@@ -46,31 +45,32 @@ std::optional<std::string> findVirtioPort(const std::string& name, const std::st
 
 DeviceTransport::DeviceTransport(std::function<std::optional<std::string>()> find, std::string what)
     : m_find(std::move(find)), m_what(std::move(what)) {
-  logInfo("waiting for a host on ", m_what);
+  base::logInfo("waiting for a host on {}", m_what);
 }
 
 bool DeviceTransport::openDevice() {
   const auto path = m_find();
   if (!path) {
-    say(text("there is no ", m_what, " yet; waiting for it. Does the VM's definition have it?"));
+    warnOnce(base::text(
+        "there is no {} yet; waiting for it. Does the definition of the VM include it?", m_what));
     return false;
   }
   m_device.reset(open(path->c_str(), O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   if (!m_device) {
-    const char* advice = errno == EBUSY    ? "; another program uses it, stop that one"
-                         : errno == EACCES ? "; run as root or let this user open it"
-                                           : "; waiting for it";
-    say(text("cannot open ", m_what, " (", *path, "): ", systemError(), advice));
+    const char* advice = errno == EBUSY    ? "another program uses it, stop that one"
+                         : errno == EACCES ? "run as root or let this user open it"
+                                           : "waiting for it";
+    warnOnce(base::text("cannot open {} ({}): {}; {}", m_what, *path, base::systemError(), advice));
     return false;
   }
   m_isTerminal = makeRaw(m_device.get());
-  say({});
-  logDetail("opened ", *path);
+  m_lastProblem.clear();
+  base::logDebug("opened {}", *path);
   return true;
 }
 
-void DeviceTransport::say(const std::string& trouble) {
-  if (std::exchange(m_said, trouble) != trouble && !trouble.empty()) logWarning(trouble);
+void DeviceTransport::warnOnce(const std::string& problem) {
+  if (std::exchange(m_lastProblem, problem) != problem) base::logWarning("{}", problem);
 }
 
 bool DeviceTransport::attach() {
@@ -80,13 +80,14 @@ bool DeviceTransport::attach() {
   return m_attached;
 }
 
-// A virtio port without a client reads 0 until one comes back; an error means that it is gone.
+// A virtio port without a client reads 0 until one comes back; an error means that it was
+// unplugged.
 ssize_t DeviceTransport::read(std::span<unsigned char> to) {
   const ssize_t got = ::read(m_device.get(), to.data(), to.size());
   if (got > 0) return got;
   if (got < 0 && (errno == EAGAIN || errno == EINTR)) return 0;
   m_attached = false;
-  if (got < 0) m_device.reset();  // unplugged: look for it again
+  if (got < 0) m_device.reset();
   return -1;
 }
 
@@ -97,7 +98,7 @@ ssize_t DeviceTransport::write(std::span<const unsigned char> from) {
 }
 
 void DeviceTransport::detach() {
-  // After a mere departure the device stays open, so that the host finds it so when it comes back.
+  // When only the client has left, the device stays open for the next one.
   if (m_attached) m_device.reset();
   m_attached = false;
 }

@@ -1,6 +1,5 @@
-// DeviceTransport: a character device as the way to the host: a virtio port of a SPICE VM, a serial
-// line. The device may come and go, and so may the client at its other end.
-// Owned by a Peer. Bound to the channel's thread.
+// DeviceTransport: a character device as the transport to the host: a virtio port of a SPICE VM, a
+// serial line. The device can appear and disappear, and so can the client at its other end.
 #ifndef LUMSAR_AGENT_TRANSPORT_DEVICE_TRANSPORT_H
 #define LUMSAR_AGENT_TRANSPORT_DEVICE_TRANSPORT_H
 
@@ -14,15 +13,15 @@ namespace lumsar::agent {
 
 // The device of the virtio port called `name`, looked up without udev; nothing if there is none.
 std::optional<std::string> findVirtioPort(
-    const std::string& name, const std::string& classFolder = "/sys/class/virtio-ports",
-    const std::string& deviceFolder = "/dev");
+    const std::string& name, const std::string& classDirectory = "/sys/class/virtio-ports",
+    const std::string& deviceDirectory = "/dev");
 
 class DeviceTransport : public Transport {
  public:
-  // `find` gives the device's path whenever it must be opened; `what` is how people call it.
+  // `find` gives the device's path whenever it has to be opened; `what` names it in the log.
   DeviceTransport(std::function<std::optional<std::string>()> find, std::string what);
 
-  // While no client is there, poll would return at once, again and again: a pause must do.
+  // Without a client, poll would return at once, again and again.
   int descriptor() const override { return m_attached ? m_device.get() : -1; }
   bool attached() const override { return m_attached; }
   bool attach() override;
@@ -34,14 +33,14 @@ class DeviceTransport : public Transport {
 
  private:
   bool openDevice();
-  void say(const std::string& trouble);  // once; empty for none
+  void warnOnce(const std::string& problem);
 
   std::function<std::optional<std::string>()> m_find;
   std::string m_what;
   base::UniqueFd m_device;
   bool m_isTerminal = false;
   bool m_attached = false;
-  std::string m_said;  // the last trouble, so that it is said once
+  std::string m_lastProblem;
 };
 
 }  // namespace lumsar::agent

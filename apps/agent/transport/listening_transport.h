@@ -1,49 +1,46 @@
-// Transports over stream sockets: ListenTransport waits for one host at a time, SocketTransport is
-// a connection that exists already. Owned by a Peer. Bound to the channel's thread.
+// Stream sockets as transports: ListenTransport accepts one host at a time, SocketTransport is a
+// connection that exists already.
 #ifndef LUMSAR_AGENT_TRANSPORT_LISTENING_TRANSPORT_H
 #define LUMSAR_AGENT_TRANSPORT_LISTENING_TRANSPORT_H
 
-#include "transport/address.h"
+#include "base/socket_listener.h"
 #include "transport/agent_transport.h"
 
 namespace lumsar::agent {
 
 class SocketTransport : public Transport {
  public:
-  SocketTransport(base::UniqueFd connection, std::string name);
+  SocketTransport(base::UniqueFd socket, std::string name);
 
-  int descriptor() const override { return m_connection.get(); }
-  bool attached() const override { return static_cast<bool>(m_connection); }
+  int descriptor() const override { return m_socket.get(); }
+  bool attached() const override { return static_cast<bool>(m_socket); }
   bool attach() override { return false; }
   ssize_t read(std::span<unsigned char> to) override;
   ssize_t write(std::span<const unsigned char> from) override;
-  void detach() override { m_connection.reset(); }
+  void detach() override { m_socket.reset(); }
   bool reusable() const override { return false; }
-  bool mustGreet() const override { return true; }
+  bool requiresHello() const override { return true; }
   std::string name() const override { return m_name; }
 
  protected:
-  void use(base::UniqueFd connection);
+  void use(base::UniqueFd socket);
 
  private:
-  base::UniqueFd m_connection;
+  base::UniqueFd m_socket;
   std::string m_name;
 };
 
-// A second host waits in the listener's queue until the first has left.
+// A second host waits in the listener's backlog until the first has disconnected.
 class ListenTransport : public SocketTransport {
  public:
-  explicit ListenTransport(const Address& address);
-  ~ListenTransport() override;
+  explicit ListenTransport(const base::Address& address);
 
   int descriptor() const override;
   bool attach() override;
   bool reusable() const override { return true; }
-  std::string name() const override { return "host"; }
 
  private:
-  Address m_address;
-  base::UniqueFd m_listener;
+  base::SocketListener m_listener;
 };
 
 }  // namespace lumsar::agent

@@ -1,8 +1,5 @@
-// A channel of an xrdp session as transport. Owned by a Peer.
-// Bound to the channel's thread.
 #include "transport/xrdp_transport.h"
 
-#include <dlfcn.h>
 #include <poll.h>
 
 #include <algorithm>
@@ -11,80 +8,81 @@
 #include <utility>
 #include <vector>
 
-#include "app/log.h"
-#include "lumsar/message.h"
-#include "transport/address.h"
+#include "base/dynamic_library.h"
+#include "base/log.h"
+#include "protocol/message.h"
+#include "protocol/names.h"
 
 namespace lumsar::agent {
 namespace {
 
-constexpr char kChannelName[] = "lumsar";
 constexpr unsigned kCurrentSession = ~0U;
 constexpr int kFileHandle = 1;  // what query() is asked for
-// The server hands each write on as it is, in pieces of this size at most.
-constexpr std::size_t kMostWritten = 1600;
-constexpr std::chrono::seconds kPause{1};
-constexpr int kTryMs = 100;
+// The server passes each write on unchanged, in fragments of at most this size.
+constexpr std::size_t kMaxWrite = 1600;
+constexpr std::chrono::seconds kRetryInterval{1};
+constexpr int kProbeMs = 100;
 
-std::vector<std::string> candidates(const std::string& library) {
-  if (!library.empty()) return {library};
+std::vector<std::string> candidates(const std::string& path) {
+  if (!path.empty()) return {path};
   return {"libxrdpapi.so.0", "/usr/lib/x86_64-linux-gnu/xrdp/libxrdpapi.so.0",
           "/usr/lib64/xrdp/libxrdpapi.so.0", "/usr/lib/xrdp/libxrdpapi.so.0",
           "/usr/local/lib/xrdp/libxrdpapi.so.0"};
 }
 
-template <class Function>
-void bind(void* library, const char* symbol, Function& function) {
-  void* address = dlsym(library, symbol);
-  if (address == nullptr) {
-    throw Failure(text("the xrdp library has no ", symbol, "; is it xrdp 0.9 or newer?"));
+base::DynamicLibrary load(const std::string& given) {
+  std::string error;
+  for (const std::string& path : candidates(given)) {
+    try {
+      return base::DynamicLibrary(path);
+    } catch (const base::Failure& failure) {
+      error = failure.what();
+    }
   }
-  function = reinterpret_cast<Function>(address);
+  throw base::Failure(base::text(
+      "cannot load xrdp's library: {}; install xrdp, or say where it is with --xrdp=PATH", error));
 }
 
 }  // namespace
 
-XrdpApi loadXrdpApi(const std::string& library) {
-  std::string trouble;
-  for (const std::string& path : candidates(library)) {
-    void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (handle == nullptr) {
-      trouble = dlerror();
-      continue;
-    }
-    XrdpApi api;
-    bind(handle, "WTSVirtualChannelOpen", api.open);
-    bind(handle, "WTSVirtualChannelClose", api.close);
-    bind(handle, "WTSVirtualChannelRead", api.read);
-    bind(handle, "WTSVirtualChannelWrite", api.write);
-    bind(handle, "WTSVirtualChannelQuery", api.query);
-    bind(handle, "WTSFreeMemory", api.free);
-    return api;
+XrdpApi loadXrdpApi(const std::string& path) {
+  const base::DynamicLibrary library = load(path);
+  XrdpApi api;
+  try {
+    library.bind("WTSVirtualChannelOpen", api.open);
+    library.bind("WTSVirtualChannelClose", api.close);
+    library.bind("WTSVirtualChannelRead", api.read);
+    library.bind("WTSVirtualChannelWrite", api.write);
+    library.bind("WTSVirtualChannelQuery", api.query);
+    library.bind("WTSFreeMemory", api.free);
+  } catch (const base::Failure& failure) {
+    throw base::Failure(base::text(
+        "the xrdp library lacks a function: {}; is it xrdp 0.9 or newer?", failure.what()));
   }
-  throw Failure(text("cannot load xrdp's library: ", trouble,
-                     "; install xrdp, or say where it is with --xrdp=PATH"));
+  return api;
 }
 
 bool XrdpTransport::attach() {
   const auto now = std::chrono::steady_clock::now();
-  if (now < m_nextTry) return false;
-  m_nextTry = now + kPause;
-  if (open() && tryChannel()) {
-    m_said = false;
+  if (now < m_nextAttempt) return false;
+  m_nextAttempt = now + kRetryInterval;
+  if (open() && probeChannel()) {
+    m_loggedFailure = false;
     return true;
   }
   detach();
-  if (!m_said) {
-    logWarning("xrdp does not open the channel \"", kChannelName,
-               "\"; waiting for it. Is a client with cameras connected to this xrdp session, does "
-               "xrdp.ini allow the channel, and is DISPLAY set?");
+  if (!m_loggedFailure) {
+    base::logWarning(
+        "xrdp does not open the channel \"{}\"; waiting for it. Is a client with cameras connected "
+        "to this xrdp session, does xrdp.ini allow the channel, and is DISPLAY set?",
+        protocol::kRdpChannelName);
   }
-  m_said = true;
+  m_loggedFailure = true;
   return false;
 }
 
 bool XrdpTransport::open() {
-  m_channel = m_api.open(nullptr, kCurrentSession, kChannelName);
+  m_channel = m_api.open(nullptr, kCurrentSession, protocol::kRdpChannelName);
   if (m_channel == nullptr) return false;
   void* answer = nullptr;
   unsigned size = 0;
@@ -95,16 +93,14 @@ bool XrdpTransport::open() {
   return m_descriptor >= 0;
 }
 
-// In a session without a client the channel opens, too, and is closed when something is written. So
-// the first message, which every RDP conversation begins with, is sent from here to try it.
-bool XrdpTransport::tryChannel() {
-  RedirMsgHeader greeting;
-  greeting.type = MSG_CHANNEL_OPENED;
-  const auto* bytes = reinterpret_cast<const unsigned char*>(&greeting);
-  if (send({bytes, sizeof greeting}) != sizeof greeting) return false;
-  m_greetingSent = true;
+// In a session without a client the channel opens as well, and is closed when something is written.
+// So the message that begins every handshake over RDP is sent from here, as a probe.
+bool XrdpTransport::probeChannel() {
+  const protocol::Message opened(MSG_CHANNEL_OPENED);
+  if (send(opened.bytes()) != kHeaderSize) return false;
+  m_channelOpenedSent = true;
   pollfd channel{m_descriptor, POLLRDHUP, 0};
-  return poll(&channel, 1, kTryMs) == 0;
+  return poll(&channel, 1, kProbeMs) == 0;
 }
 
 ssize_t XrdpTransport::read(std::span<unsigned char> to) {
@@ -115,11 +111,11 @@ ssize_t XrdpTransport::read(std::span<unsigned char> to) {
 }
 
 ssize_t XrdpTransport::write(std::span<const unsigned char> from) {
-  if (std::exchange(m_greetingSent, false) && from.size() >= kHeaderSize &&
+  if (std::exchange(m_channelOpenedSent, false) && from.size() >= kHeaderSize &&
       readHeader(from.data()).type == MSG_CHANNEL_OPENED) {
     return kHeaderSize;
   }
-  return send(from.first(std::min(from.size(), kMostWritten)));
+  return send(from.first(std::min(from.size(), kMaxWrite)));
 }
 
 ssize_t XrdpTransport::send(std::span<const unsigned char> bytes) {

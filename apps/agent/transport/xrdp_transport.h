@@ -1,6 +1,6 @@
 // XrdpTransport: the channel "lumsar" of the RDP session in which this program runs, through the
-// library that xrdp has for programs inside its sessions. The library is found when it is asked
-// for, so that nothing here depends on xrdp. Owned by a Peer. Bound to the channel's thread.
+// library that xrdp has for programs inside its sessions. It is loaded when asked for, so that
+// nothing here depends on xrdp.
 #ifndef LUMSAR_AGENT_TRANSPORT_XRDP_TRANSPORT_H
 #define LUMSAR_AGENT_TRANSPORT_XRDP_TRANSPORT_H
 
@@ -20,8 +20,8 @@ struct XrdpApi {
   void (*free)(void* answer) = nullptr;
 };
 
-// Loads `library`, or xrdp's where it usually is when that is empty. Throws Failure.
-XrdpApi loadXrdpApi(const std::string& library);
+// Loads the library at `path`, or where it usually is when that is empty. Throws base::Failure.
+XrdpApi loadXrdpApi(const std::string& path);
 
 class XrdpTransport : public Transport {
  public:
@@ -38,15 +38,15 @@ class XrdpTransport : public Transport {
 
  private:
   bool open();
-  bool tryChannel();
+  bool probeChannel();
   ssize_t send(std::span<const unsigned char> bytes);
 
   XrdpApi m_api;
   void* m_channel = nullptr;
   int m_descriptor = -1;
-  std::chrono::steady_clock::time_point m_nextTry{};
-  bool m_said = false;
-  bool m_greetingSent = false;
+  std::chrono::steady_clock::time_point m_nextAttempt{};
+  bool m_loggedFailure = false;
+  bool m_channelOpenedSent = false;
 };
 
 }  // namespace lumsar::agent

@@ -73,7 +73,7 @@ ipc::Message announcedRecord(std::uint32_t type, const Camera& camera, const Cap
 ipc::Message goneRecord(std::uint32_t type, std::uint32_t camera, std::string_view why) {
   why = shortened(why);
   ipc::Message message(type, sizeof(CameraDataHeader) + why.size());
-  RecordWriter(message).add(recordHeader(CameraDataKind::Gone, camera, cameraClock())).addText(why);
+  RecordWriter(message).add(recordHeader(CameraDataKind::Removed, camera, cameraClock())).addText(why);
   return message;
 }
 

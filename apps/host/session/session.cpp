@@ -187,7 +187,7 @@ bool Session::skipKnock() {
   const auto record = take<CameraDataHeader>(bytes);
   const bool knock = header && record && header->magic == kMagic && header->type == MSG_DATA &&
                      header->length == sizeof *record &&
-                     record->kind == static_cast<std::uint16_t>(CameraDataKind::Knock);
+                     record->kind == static_cast<std::uint16_t>(CameraDataKind::WakeUpProbe);
   return knock && !m_assembler.next().empty();
 }
 
@@ -210,7 +210,7 @@ void Session::handle(std::span<unsigned char> message) {
   if (header.type == MSG_CHANNEL_OPENED && !m_driver->vmOpensChannel()) {
     return sayOnce(
         Oddity::RdpSide,
-        "the VM's side takes this for an RDP channel; run lumsar-agent without --kind rdp");
+        "the VM's side takes this for an RDP channel; run lumsar-agent without --protocol rdp");
   }
   if (header.type == MSG_CHANNEL_OPENED && !mayBegin()) {
     return sayOnce(Oddity::Beginnings, "the VM begins again and again; not all of it is answered");

@@ -165,7 +165,7 @@ TEST_F(Cameras, BytesLeftOverFromAKilledHost) {
   ASSERT_TRUE(user().host().expect("channel to the VM is open"));
   guest().run("killall -CONT lumsar-agent");
   ASSERT_TRUE(user().host().expect("VM answered", 30s));
-  EXPECT_TRUE(guest().expectIn("vm", "gone: a new session begins"));
+  EXPECT_TRUE(guest().expectIn("vm", "removed: a new session begins"));
   EXPECT_TRUE(user().command("share 0"));
   EXPECT_TRUE(cameraIsThere());
   stopReader();

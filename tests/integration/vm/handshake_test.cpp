@@ -95,7 +95,7 @@ TEST_F(Handshake, SideThatTakesThisForAnRdpChannel) {
   meet(
       "hex:4d41435603000000000000000000000000000000000000000000000000000000"
       " hello answer sleep:600000");
-  EXPECT_TRUE(user().host().expect("run lumsar-agent without --kind rdp"));
+  EXPECT_TRUE(user().host().expect("run lumsar-agent without --protocol rdp"));
   EXPECT_TRUE(user().host().expect("ready to share cameras"));
 }
 

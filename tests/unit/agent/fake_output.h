@@ -1,4 +1,4 @@
-// An Output whose sinks want what the test says and remember what they were shown.
+// A SinkFactory whose sinks want what the test says and remember what they were shown.
 // Used by the tests of lumsar-agent, on one thread.
 #ifndef LUMSAR_TESTS_UNIT_AGENT_FAKE_OUTPUT_H
 #define LUMSAR_TESTS_UNIT_AGENT_FAKE_OUTPUT_H
@@ -19,10 +19,10 @@ struct FakeSinkState {
 class FakeSink : public Sink {
  public:
   explicit FakeSink(std::shared_ptr<FakeSinkState> state) : m_state(std::move(state)) {}
-  bool wanted() const override { return m_state->wanted; }
-  void show(FramePtr frame) override {
+  bool hasConsumer() const override { return m_state->wanted; }
+  void deliver(FramePtr frame) override {
     m_state->shown.push_back(std::move(frame));
-    ++m_state->report.taken;
+    ++m_state->report.delivered;
   }
   void close() override { m_state->closing = true; }
   bool closed() const override { return m_state->closing && m_state->closed; }
@@ -32,11 +32,11 @@ class FakeSink : public Sink {
   std::shared_ptr<FakeSinkState> m_state;
 };
 
-class FakeOutput : public Output {
+class FakeOutput : public SinkFactory {
  public:
   explicit FakeOutput(bool wanted = false) : m_wanted(wanted) {}
-  std::unique_ptr<Sink> open(const CameraInfo& /*camera*/, int /*handle*/, const std::string& label,
-                             std::function<void()>) override {
+  std::unique_ptr<Sink> open(const protocol::Announcement& /*camera*/, int /*handle*/,
+                             const std::string& label, std::function<void()>) override {
     auto state = std::make_shared<FakeSinkState>();
     state->wanted = m_wanted;
     state->label = label;

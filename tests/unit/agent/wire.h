@@ -9,10 +9,12 @@
 #include <string_view>
 #include <vector>
 
-#include "outputs/record.h"
+#include "protocol/camera_record.h"
 
 namespace lumsar::agent::test {
 
+using protocol::Bytes;
+using protocol::bytesOf;
 using Message = std::vector<unsigned char>;
 
 inline void add(Message& to, Bytes bytes) {
@@ -100,7 +102,7 @@ inline Message announce(std::uint32_t camera, std::string_view name) {
                                   announcedBody("id-" + std::to_string(camera), name)));
 }
 inline Message gone(std::uint32_t camera, std::string_view why = {}) {
-  return message(MSG_DATA, record(CameraDataKind::Gone, camera, bytes(why)));
+  return message(MSG_DATA, record(CameraDataKind::Removed, camera, bytes(why)));
 }
 inline Message frame(std::uint32_t camera, std::uint32_t sequence, Bytes picture) {
   return message(

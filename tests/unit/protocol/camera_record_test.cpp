@@ -65,7 +65,7 @@ TEST(CameraRecord, TextsAreShortenedWhenBuiltAndCleanedWhenRead) {
   const Message message = announcedMessage(MSG_DATA, camera);
   EXPECT_EQ(message.size(), kHeaderSize + 16 + 20 + 1023 + 3);
   EXPECT_EQ(readAnnouncement({}, bodyOf(message.bytes()))->name, "a?b");
-  EXPECT_EQ(goneMessage(MSG_DATA, 1, std::string(5000, 'x')).size(), kHeaderSize + 16 + 1024);
+  EXPECT_EQ(removedMessage(MSG_DATA, 1, std::string(5000, 'x')).size(), kHeaderSize + 16 + 1024);
 }
 
 TEST(CameraRecord, ACameraWithoutANameGetsOne) {
@@ -90,16 +90,16 @@ TEST(CameraRecord, AFrameIsNumberedWhenItLeaves) {
 }
 
 TEST(CameraRecord, IsFoundByItsKind) {
-  const Message knock = recordMessage(MSG_DATA, CameraDataKind::Knock, 0);
-  EXPECT_TRUE(readRecord(knock.bytes(), CameraDataKind::Knock));
-  EXPECT_FALSE(readRecord(knock.bytes(), CameraDataKind::Frame));
-  EXPECT_FALSE(readRecord(knock.bytes().first(47), CameraDataKind::Knock));
-  EXPECT_FALSE(readRecord({}, CameraDataKind::Knock));
-  const Message other = recordMessage(MSG_HELLO, CameraDataKind::Knock, 0);
-  EXPECT_FALSE(readRecord(other.bytes(), CameraDataKind::Knock));
-  Message stray = recordMessage(MSG_DATA, CameraDataKind::Knock, 0);
+  const Message probe = recordMessage(MSG_DATA, CameraDataKind::WakeUpProbe, 0);
+  EXPECT_TRUE(readRecord(probe.bytes(), CameraDataKind::WakeUpProbe));
+  EXPECT_FALSE(readRecord(probe.bytes(), CameraDataKind::Frame));
+  EXPECT_FALSE(readRecord(probe.bytes().first(47), CameraDataKind::WakeUpProbe));
+  EXPECT_FALSE(readRecord({}, CameraDataKind::WakeUpProbe));
+  const Message other = recordMessage(MSG_HELLO, CameraDataKind::WakeUpProbe, 0);
+  EXPECT_FALSE(readRecord(other.bytes(), CameraDataKind::WakeUpProbe));
+  Message stray = recordMessage(MSG_DATA, CameraDataKind::WakeUpProbe, 0);
   stray.bytes()[0] = 'X';
-  EXPECT_FALSE(readRecord(stray.bytes(), CameraDataKind::Knock));
+  EXPECT_FALSE(readRecord(stray.bytes(), CameraDataKind::WakeUpProbe));
 }
 
 TEST(CameraRecord, NamesEncodings) {

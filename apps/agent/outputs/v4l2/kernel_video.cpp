@@ -1,5 +1,3 @@
-// VideoSystem on the real kernel: v4l2loopback devices.
-// The system: any thread. A device: bound to its sink's thread.
 #include <fcntl.h>
 #include <linux/videodev2.h>
 #include <sys/inotify.h>
@@ -12,9 +10,10 @@
 #include <filesystem>
 #include <utility>
 
-#include "app/log.h"
 #include "base/fd.h"
+#include "base/log.h"
 #include "outputs/v4l2/video_system.h"
+#include "protocol/camera_record.h"
 
 namespace lumsar::agent {
 namespace {
@@ -44,9 +43,9 @@ class KernelDevice : public VideoDevice {
   }
 
   bool setFormat(VideoFormat& format, std::string& why) override;
-  bool write(Bytes picture) override {
-    return ::write(m_device.get(), picture.data(), picture.size()) ==
-           static_cast<ssize_t>(picture.size());
+  bool write(base::Bytes frame) override {
+    return ::write(m_device.get(), frame.data(), frame.size()) ==
+           static_cast<ssize_t>(frame.size());
   }
   int changes() const override { return m_watch.get(); }
   void clearChanges() override {
@@ -62,33 +61,35 @@ class KernelDevice : public VideoDevice {
   base::UniqueFd m_device;
   std::string m_path;
   base::UniqueFd m_watch;
-  mutable bool m_saidBlind = false;
+  mutable bool m_loggedIncomplete = false;
 };
 
 bool KernelDevice::setFormat(VideoFormat& format, std::string& why) {
-  v4l2_format wish{};
-  wish.type = V4L2_BUF_TYPE_VIDEO_OUTPUT;
-  wish.fmt.pix.width = format.width;  // 0 becomes the driver's default
-  wish.fmt.pix.height = format.height;
-  wish.fmt.pix.pixelformat =
+  v4l2_format request{};
+  request.type = V4L2_BUF_TYPE_VIDEO_OUTPUT;
+  request.fmt.pix.width = format.width;  // 0 becomes the driver's default
+  request.fmt.pix.height = format.height;
+  request.fmt.pix.pixelformat =
       format.encoding == kEncodingMjpg ? std::uint32_t{V4L2_PIX_FMT_MJPEG} : format.encoding;
-  wish.fmt.pix.field = V4L2_FIELD_NONE;
-  if (!control(m_device.get(), VIDIOC_S_FMT, &wish)) {
-    why = "it refuses " + encodingName(format.encoding) + ": " + systemError();
+  request.fmt.pix.field = V4L2_FIELD_NONE;
+  if (!control(m_device.get(), VIDIOC_S_FMT, &request)) {
+    why = base::text("it refuses {}: {}", protocol::encodingName(format.encoding),
+                     base::systemError());
     return false;
   }
-  // The driver changes a wish silently, above all while a reader holds on to another format.
-  if (wish.fmt.pix.pixelformat != V4L2_PIX_FMT_MJPEG &&
-      wish.fmt.pix.pixelformat != format.encoding) {
-    why = "it has the format " + encodingName(wish.fmt.pix.pixelformat) + " instead of " +
-          encodingName(format.encoding) + "; close the programs that have it open";
+  // The driver changes the request silently, above all while a reader keeps another format.
+  if (request.fmt.pix.pixelformat != V4L2_PIX_FMT_MJPEG &&
+      request.fmt.pix.pixelformat != format.encoding) {
+    why = base::text("it has the format {} instead of {}; close the programs that have it open",
+                     protocol::encodingName(request.fmt.pix.pixelformat),
+                     protocol::encodingName(format.encoding));
     return false;
   }
-  format.width = static_cast<std::uint16_t>(wish.fmt.pix.width);
-  format.height = static_cast<std::uint16_t>(wish.fmt.pix.height);
-  format.room = wish.fmt.pix.sizeimage;
+  format.width = static_cast<std::uint16_t>(request.fmt.pix.width);
+  format.height = static_cast<std::uint16_t>(request.fmt.pix.height);
+  format.room = request.fmt.pix.sizeimage;
   setInterval(format.frameInterval);
-  // Makes it a camera to other programs before the first picture, and an output again when closed.
+  // Makes it a camera to other programs before the first frame, and an output again when closed.
   int type = V4L2_BUF_TYPE_VIDEO_OUTPUT;
   control(m_device.get(), VIDIOC_STREAMON, &type);
   return true;
@@ -99,16 +100,17 @@ void KernelDevice::setInterval(std::uint32_t micros) {
   v4l2_streamparm parameters{};
   parameters.type = V4L2_BUF_TYPE_VIDEO_OUTPUT;
   parameters.parm.output.timeperframe = {micros, 1'000'000};
-  control(m_device.get(), VIDIOC_S_PARM, &parameters);  // readers then see a default rate
+  control(m_device.get(), VIDIOC_S_PARM, &parameters);  // on failure readers see a default rate
 }
 
 int KernelDevice::readers() const {
-  bool blind = false;
-  const int count = countOpeners(m_path, blind);
-  if (blind && !std::exchange(m_saidBlind, true)) {
-    logWarning(m_path,
-               ": programs of other users cannot be seen using it, so they will not switch "
-               "the camera on; run as root or with CAP_SYS_PTRACE");
+  bool incomplete = false;
+  const int count = countOpeners(m_path, incomplete);
+  if (incomplete && !std::exchange(m_loggedIncomplete, true)) {
+    base::logWarning(
+        "{}: programs of other users that open it cannot be seen, so they will not switch the "
+        "camera on; run as root or with CAP_SYS_PTRACE",
+        m_path);
   }
   return count;
 }
@@ -116,29 +118,25 @@ int KernelDevice::readers() const {
 class KernelVideoSystem : public VideoSystem {
  public:
   std::vector<std::string> loopbackDevices() override {
-    std::vector<std::pair<int, std::string>> found;
+    std::vector<std::string> paths;
     std::error_code error;
     for (const auto& entry :
          std::filesystem::directory_iterator("/sys/devices/virtual/video4linux", error)) {
-      const std::string name = entry.path().filename();
-      const std::string path = "/dev/" + name;
+      const std::string path = "/dev/" + entry.path().filename().string();
       const base::UniqueFd device(::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
-      if (!device || !isLoopback(device.get())) continue;
-      found.emplace_back(std::atoi(name.substr(std::strlen("video")).c_str()), path);
+      if (device && isLoopback(device.get())) paths.push_back(path);
     }
-    std::ranges::sort(found);
-    std::vector<std::string> paths;
-    paths.reserve(found.size());
-    for (const auto& [number, path] : found) paths.push_back(path);
+    // By their numbers: video9 before video10.
+    std::ranges::sort(paths, {}, [](const auto& path) { return std::pair(path.size(), path); });
     return paths;
   }
 
   std::unique_ptr<VideoDevice> open(const std::string& path, std::string& why) override {
     base::UniqueFd device(::open(path.c_str(), O_RDWR | O_CLOEXEC));
     if (!device) {
-      why = systemError();
+      why = base::systemError();
     } else if (!isLoopback(device.get())) {
-      why = "it is no v4l2loopback device, so nothing can be written to it";
+      why = "it is not a v4l2loopback device, so nothing can be written to it";
     } else {
       return std::make_unique<KernelDevice>(std::move(device), path);
     }

@@ -1,12 +1,10 @@
-// One camera on one video device. Owned by Camera.
-// run() and what it calls are the sink's thread.
 #include "outputs/v4l2/video_sink.h"
 
 #include <poll.h>
 
 #include <utility>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "outputs/jpeg.h"
 
 namespace lumsar::agent {
@@ -14,24 +12,24 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Programs open all cameras for a moment just to ask what they are; that is no looking.
-constexpr auto kProbe = 100ms;
-// In case an opening or closing was missed.
-constexpr auto kLookAnyway = 5s;
-constexpr auto kSearchEvery = 2s;
-constexpr auto kAdaptEvery = 1s;
+// Programs open all cameras for a moment just to query them; that makes no consumer.
+constexpr auto kQueryTime = 100ms;
+// In case a notification was missed.
+constexpr auto kReaderCheckInterval = 5s;
+constexpr auto kSearchInterval = 2s;
+constexpr auto kFormatCheckInterval = 1s;
 constexpr int kWaitMs = 500;
 
 }  // namespace
 
-VideoSink::VideoSink(VideoPool& pool, CameraInfo camera, std::function<void()> changed)
+VideoSink::VideoSink(VideoPool& pool, protocol::Announcement camera, std::function<void()> changed)
     : m_pool(pool),
       m_camera(std::move(camera)),
       m_changed(std::move(changed)),
-      m_wish{.width = m_camera.format.width,
-             .height = m_camera.format.height,
-             .encoding = m_camera.format.encoding,
-             .frameInterval = m_camera.format.frameInterval},
+      m_cameraFormat{.width = m_camera.format.width,
+                     .height = m_camera.format.height,
+                     .encoding = m_camera.format.encoding,
+                     .frameInterval = m_camera.format.frameInterval},
       m_thread([this] { run(); }) {}
 
 VideoSink::~VideoSink() {
@@ -39,17 +37,17 @@ VideoSink::~VideoSink() {
   m_thread.join();
 }
 
-void VideoSink::show(FramePtr frame) {
+void VideoSink::deliver(FramePtr frame) {
   {
     const std::lock_guard lock(m_mutex);
     if (std::exchange(m_newest, std::move(frame)) != nullptr) ++m_dropped;
   }
-  m_wakeup.wake();
+  m_wakeUp.wake();
 }
 
 void VideoSink::close() {
   m_closing = true;
-  m_wakeup.wake();
+  m_wakeUp.wake();
 }
 
 FramePtr VideoSink::takeNewest() {
@@ -59,38 +57,38 @@ FramePtr VideoSink::takeNewest() {
 
 void VideoSink::run() {
   while (!m_closing) {
-    if (m_device || findDevice()) lookForReaders();
+    if (m_device || findDevice()) checkReaders();
     const FramePtr frame = takeNewest();
-    if (frame && m_wanted) ++(write(*frame) ? m_taken : m_dropped);
-    waitForSomething();
+    if (frame && m_hasConsumer) ++(write(*frame) ? m_delivered : m_dropped);
+    waitForEvent();
   }
-  m_wanted = false;
-  giveDeviceBack();
+  m_hasConsumer = false;
+  releaseDevice();
   m_closed = true;
   m_changed();
 }
 
-void VideoSink::waitForSomething() {
-  pollfd fds[] = {{m_wakeup.descriptor(), POLLIN, 0},
-                  {m_device ? m_device->changes() : -1, POLLIN, 0}};
+void VideoSink::waitForEvent() {
+  pollfd fds[] = {{m_wakeUp.get(), POLLIN, 0}, {m_device ? m_device->changes() : -1, POLLIN, 0}};
   if (poll(fds, 2, kWaitMs) <= 0) return;
-  m_wakeup.clear();
+  m_wakeUp.clear();
   if (fds[1].revents == 0) return;
   m_device->clearChanges();
-  if (!m_wanted) std::this_thread::sleep_for(kProbe);
-  m_lastLook = {};
+  if (!m_hasConsumer) std::this_thread::sleep_for(kQueryTime);
+  m_lastReaderCheck = {};
 }
 
 bool VideoSink::findDevice() {
   const auto now = std::chrono::steady_clock::now();
-  if (now - m_lastSearch < kSearchEvery) return false;
+  if (now - m_lastSearch < kSearchInterval) return false;
   m_lastSearch = now;
-  const auto path = m_pool.acquire(m_camera.id, m_refused);
+  const auto path = m_pool.acquire(m_camera.id, m_unusable);
   if (!path) {
-    if (m_refused.empty()) {
-      say("there is no free v4l2loopback device; load the module with more of them (devices=N)");
+    if (m_unusable.empty()) {
+      reportProblem(
+          "there is no free v4l2loopback device; load the module with more of them (devices=N)");
     }
-    m_refused.clear();
+    m_unusable.clear();
     return false;
   }
   {
@@ -98,108 +96,116 @@ bool VideoSink::findDevice() {
     m_path = *path;
   }
   if (openDevice()) {
-    logInfo("camera \"", m_camera.name, "\" is ", *path);
+    base::logInfo("camera \"{}\" is {}", m_camera.name, *path);
     return true;
   }
-  m_refused.insert(*path);
+  m_unusable.insert(*path);
   m_lastSearch = {};
-  giveDeviceBack();
+  releaseDevice();
   return false;
 }
 
 bool VideoSink::openDevice() {
   std::string why;
   m_device = m_pool.system().open(m_path, why);
-  m_format = m_wish;
-  if (!m_device || !m_device->setFormat(m_format, why)) {
+  m_deviceFormat = m_cameraFormat;
+  if (!m_device || !m_device->setFormat(m_deviceFormat, why)) {
     m_device.reset();
-    say("cannot use " + m_path + ": " + why);
+    reportProblem(base::text("cannot use {}: {}", m_path, why));
     return false;
   }
   showGrey();
-  m_lastLook = {};
-  m_troubles.clear();
+  m_lastReaderCheck = {};
+  m_problems.clear();
   const std::lock_guard lock(m_mutex);
   m_error.clear();
   return true;
 }
 
-void VideoSink::giveDeviceBack() {
+// A device takes another format when it is opened, and only while no other program has it open.
+void VideoSink::reopenDevice() {
+  m_device.reset();
+  if (!openDevice()) releaseDevice();
+}
+
+void VideoSink::releaseDevice() {
   m_device.reset();
   const std::lock_guard lock(m_mutex);
   if (!m_path.empty()) m_pool.release(std::exchange(m_path, {}));
 }
 
-void VideoSink::lookForReaders() {
+void VideoSink::checkReaders() {
   const auto now = std::chrono::steady_clock::now();
-  if (now - m_lastLook < kLookAnyway) return;
-  m_lastLook = now;
-  const bool wanted = m_device->readers() > 0;
-  if (m_wanted.exchange(wanted) == wanted) return;
-  logDetail(m_path, wanted ? ": opened by a program" : ": no longer open");
+  if (now - m_lastReaderCheck < kReaderCheckInterval) return;
+  m_lastReaderCheck = now;
+  const bool hasReaders = m_device->readers() > 0;
+  if (m_hasConsumer.exchange(hasReaders) == hasReaders) return;
+  base::logDebug("{}: {}", m_path, hasReaders ? "opened by a program" : "no longer open");
   m_changed();
-  if (wanted) return;
-  if (m_wish.width != m_format.width || m_wish.height != m_format.height) {
-    m_device.reset();  // the chance to change the format
-    if (!openDevice()) giveDeviceBack();
+  if (hasReaders) return;
+  if (formatDiffers()) {
+    reopenDevice();
   } else {
-    showGrey();  // the next reader begins with what was written last, not with this one's picture
+    showGrey();  // the next reader begins with what was written last, not with an old frame
   }
 }
 
 void VideoSink::showGrey() {
-  if (m_format.encoding == kEncodingMjpg)
-    m_device->write(greyJpeg(m_format.width, m_format.height));
+  if (m_deviceFormat.encoding != kEncodingMjpg) return;
+  m_device->write(greyJpeg(m_deviceFormat.width, m_deviceFormat.height));
 }
 
 bool VideoSink::write(const Frame& frame) {
-  adapt(frame.format);
+  followFormat(frame.format);
   if (!m_device || !fits(frame)) return false;
-  if (m_device->write(frame.picture)) return true;
-  say(m_path + " takes no more pictures: " + systemError());
-  giveDeviceBack();
-  if (m_wanted.exchange(false)) m_changed();
+  if (m_device->write(frame.data)) return true;
+  reportProblem(base::text("cannot write to {} any more: {}", m_path, base::systemError()));
+  releaseDevice();
+  if (m_hasConsumer.exchange(false)) m_changed();
   return false;
 }
 
-// A device keeps its format while anybody has it open, so it changes when only this program does.
-void VideoSink::adapt(const CameraFrame& format) {
-  const bool same = format.width == m_format.width && format.height == m_format.height &&
-                    format.encoding == m_format.encoding;
+void VideoSink::followFormat(const CameraFrame& format) {
+  m_cameraFormat.width = format.width;
+  m_cameraFormat.height = format.height;
+  m_cameraFormat.encoding = format.encoding;
   const auto now = std::chrono::steady_clock::now();
-  if (same || !m_device || now - m_lastAdaption < kAdaptEvery) return;
-  m_lastAdaption = now;
-  m_wish.width = format.width;
-  m_wish.height = format.height;
-  m_wish.encoding = format.encoding;
-  if (m_device->readers() > 0) return;
-  m_device.reset();
-  if (!openDevice()) giveDeviceBack();
+  if (!m_device || !formatDiffers() || now - m_lastFormatCheck < kFormatCheckInterval) return;
+  m_lastFormatCheck = now;
+  if (m_device->readers() == 0) reopenDevice();  // otherwise once the last reader has closed it
 }
 
-// Smaller pictures pass through a device of another size, as every JPEG says its own.
+bool VideoSink::formatDiffers() const {
+  return m_cameraFormat.width != m_deviceFormat.width ||
+         m_cameraFormat.height != m_deviceFormat.height ||
+         m_cameraFormat.encoding != m_deviceFormat.encoding;
+}
+
+// Smaller frames pass through a device of another size, as every JPEG contains its own.
 bool VideoSink::fits(const Frame& frame) {
-  if (frame.format.encoding == m_format.encoding && frame.picture.size() <= m_format.room) {
+  if (frame.format.encoding == m_deviceFormat.encoding &&
+      frame.data.size() <= m_deviceFormat.room) {
     return true;
   }
-  say("pictures no longer fit " + m_path +
-      ", which keeps its format while it is open; close the "
-      "programs that use it and open them again");
+  reportProblem(
+      base::text("frames no longer fit {}, which keeps its format while it is open; close the "
+                 "programs that use it and open them again",
+                 m_path));
   return false;
 }
 
-void VideoSink::say(const std::string& trouble) {
+void VideoSink::reportProblem(const std::string& problem) {
   {
     const std::lock_guard lock(m_mutex);
-    m_error = trouble;
+    m_error = problem;
   }
-  if (std::exchange(m_troubles[m_path], trouble) == trouble) return;
-  logWarning("camera \"", m_camera.name, "\": ", trouble);
+  if (std::exchange(m_problems[m_path], problem) == problem) return;
+  base::logWarning("camera \"{}\": {}", m_camera.name, problem);
 }
 
 SinkReport VideoSink::report() const {
   SinkReport report;
-  report.taken = m_taken;
+  report.delivered = m_delivered;
   report.dropped = m_dropped;
   const std::lock_guard lock(m_mutex);
   report.device = m_path;

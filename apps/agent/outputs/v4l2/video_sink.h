@@ -1,10 +1,9 @@
-// VideoSink: one camera on one v4l2loopback device. Wants pictures while another program has the
-// device open. Owned by Camera; show(), close() and the questions come from the channel's thread,
-// everything that touches the device happens on the sink's own.
+// VideoSink: one camera on one v4l2loopback device. It has a consumer while another program has the
+// device open. Everything that touches the device happens on the sink's own thread.
 //
-//   find a device -> set the format -> grey picture --somebody opens it--> pictures
-//                         ^                    ^                               |
-//                         +--other size--------+----- nobody has it open ------+
+//   find a device -> set the format -> grey image --a program opens it--> frames
+//                         ^                    ^                             |
+//                         +--other format------+----- no program has it open +
 #ifndef LUMSAR_AGENT_OUTPUTS_V4L2_VIDEO_SINK_H
 #define LUMSAR_AGENT_OUTPUTS_V4L2_VIDEO_SINK_H
 
@@ -12,20 +11,22 @@
 #include <chrono>
 #include <map>
 #include <mutex>
+#include <set>
 #include <thread>
 
-#include "outputs/v4l2/video_output.h"
-#include "transport/wakeup.h"
+#include "base/event_fd.h"
+#include "outputs/sink.h"
+#include "outputs/v4l2/video_pool.h"
 
 namespace lumsar::agent {
 
 class VideoSink final : public Sink {
  public:
-  VideoSink(VideoPool& pool, CameraInfo camera, std::function<void()> changed);
+  VideoSink(VideoPool& pool, protocol::Announcement camera, std::function<void()> changed);
   ~VideoSink() override;
 
-  bool wanted() const override { return m_wanted; }
-  void show(FramePtr frame) override;
+  bool hasConsumer() const override { return m_hasConsumer; }
+  void deliver(FramePtr frame) override;
   void close() override;
   bool closed() const override { return m_closed; }
   SinkReport report() const override;
@@ -36,41 +37,43 @@ class VideoSink final : public Sink {
   void run();
   bool findDevice();
   bool openDevice();
-  void giveDeviceBack();
-  void lookForReaders();
+  void reopenDevice();
+  void releaseDevice();
+  void checkReaders();
   bool write(const Frame& frame);
+  void followFormat(const CameraFrame& format);
+  bool formatDiffers() const;
   bool fits(const Frame& frame);
-  void adapt(const CameraFrame& format);
   void showGrey();
-  void waitForSomething();
-  void say(const std::string& trouble);
+  void waitForEvent();
+  void reportProblem(const std::string& problem);
   FramePtr takeNewest();
 
   VideoPool& m_pool;
-  const CameraInfo m_camera;
+  const protocol::Announcement m_camera;
   const std::function<void()> m_changed;
-  Wakeup m_wakeup;
-  std::atomic<bool> m_wanted{false};
+  base::EventFd m_wakeUp;
+  std::atomic<bool> m_hasConsumer{false};
   std::atomic<bool> m_closing{false};
   std::atomic<bool> m_closed{false};
-  std::atomic<std::uint64_t> m_taken{0};
+  std::atomic<std::uint64_t> m_delivered{0};
   std::atomic<std::uint64_t> m_dropped{0};
   mutable std::mutex m_mutex;  // for the next three
   FramePtr m_newest;
   std::string m_path;
   std::string m_error;
 
-  // Of the sink's thread.
+  // Used by the sink's thread only.
   std::unique_ptr<VideoDevice> m_device;
-  VideoFormat m_wish;    // by the announcement or the last picture
-  VideoFormat m_format;  // what the device took of it
-  std::set<std::string> m_refused;
-  std::map<std::string, std::string> m_troubles;  // by path, so that each is logged once
+  VideoFormat m_cameraFormat;  // by the announcement or the latest frame
+  VideoFormat m_deviceFormat;  // what the device has accepted of it
+  std::set<std::string> m_unusable;
+  std::map<std::string, std::string> m_problems;  // by path, so that each is logged once
   Time m_lastSearch;
-  Time m_lastLook;
-  Time m_lastAdaption;
+  Time m_lastReaderCheck;
+  Time m_lastFormatCheck;
 
-  std::thread m_thread;  // last, so that all else exists when it begins
+  std::thread m_thread;  // last, so that everything else exists when it begins
 };
 
 }  // namespace lumsar::agent

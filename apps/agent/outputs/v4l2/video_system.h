@@ -1,6 +1,5 @@
 // The seam between the video device sink and the kernel: listing loopback devices, opening one,
-// setting its format, writing to it, finding out who else has it open. Tests put a fake here.
-// VideoSystem: any thread. VideoDevice: bound to its sink's thread.
+// setting its format, writing to it, finding out who else has it open. VideoSystem is thread-safe.
 #ifndef LUMSAR_AGENT_OUTPUTS_V4L2_VIDEO_SYSTEM_H
 #define LUMSAR_AGENT_OUTPUTS_V4L2_VIDEO_SYSTEM_H
 
@@ -9,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "outputs/record.h"
+#include "base/bytes.h"
 
 namespace lumsar::agent {
 
@@ -18,16 +17,16 @@ struct VideoFormat {
   std::uint16_t height = 0;
   std::uint32_t encoding = 0;       // V4L2's numbers are the record's numbers
   std::uint32_t frameInterval = 0;  // µs, 0 if not known
-  std::size_t room = 0;             // the largest picture, told by the device
+  std::size_t room = 0;             // the largest frame, told by the device
 };
 
 class VideoDevice {
  public:
   virtual ~VideoDevice() = default;
-  // False with the reason in `why`; otherwise `format` is what the device really took.
+  // False with the reason in `why`; otherwise `format` becomes what the device has accepted.
   virtual bool setFormat(VideoFormat& format, std::string& why) = 0;
-  virtual bool write(Bytes picture) = 0;
-  // Readable when somebody has opened or closed the device; -1 if that cannot be known.
+  virtual bool write(base::Bytes frame) = 0;
+  // Readable when a program has opened or closed the device; -1 if that cannot be known.
   virtual int changes() const = 0;
   virtual void clearChanges() = 0;
   // How many other programs have it open.
@@ -42,9 +41,10 @@ class VideoSystem {
   virtual std::unique_ptr<VideoDevice> open(const std::string& path, std::string& why) = 0;
 };
 
-// Programs other than this one that have the device (or file) open, by looking through /proc, which
-// shows those of other users only to root. `blind` becomes true if it hid some.
-int countOpeners(const std::string& path, bool& blind);
+// How many other programs have the device (or file) open. Looks through /proc, which shows
+// programs of other users only to root: `incomplete` becomes true
+// if some were hidden.
+int countOpeners(const std::string& path, bool& incomplete);
 
 std::unique_ptr<VideoSystem> kernelVideoSystem();
 

@@ -1,5 +1,3 @@
-// Reading one HTTP request. Called by HttpServer on a connection's thread.
-// No state: reentrant.
 #include "outputs/web/http_request.h"
 
 #include <poll.h>
@@ -10,13 +8,15 @@
 #include <cctype>
 #include <chrono>
 
+#include "base/deadline.h"
+
 namespace lumsar::agent {
 namespace {
 
 using namespace std::chrono_literals;
 
-constexpr std::size_t kLongestHead = 16U << 10U;
-constexpr auto kPatience = 5s;
+constexpr std::size_t kMaxHead = 16U << 10U;
+constexpr auto kTimeout = 5s;
 
 std::string lower(std::string_view text) {
   std::string result(text);
@@ -30,7 +30,7 @@ std::string_view trim(std::string_view text) {
   return text;
 }
 
-// The next line without its end, which is taken off `rest`.
+// The next line without its end; both are removed from `rest`.
 std::string_view takeLine(std::string_view& rest) {
   const std::size_t end = std::min(rest.find("\r\n"), rest.size());
   const std::string_view line = rest.substr(0, end);
@@ -62,16 +62,14 @@ std::optional<HttpRequest> parseRequest(std::string_view head) {
 
 std::string readRequestHead(int socket) {
   std::string head;
-  const auto begin = std::chrono::steady_clock::now();
-  while (head.size() < kLongestHead) {
-    const auto left = kPatience - (std::chrono::steady_clock::now() - begin);
-    const auto ms = std::chrono::ceil<std::chrono::milliseconds>(left).count();
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
+  while (head.size() < kMaxHead) {
     pollfd readable{socket, POLLIN, 0};
-    if (ms <= 0 || poll(&readable, 1, static_cast<int>(ms)) <= 0) return {};
-    std::array<char, 4096> piece;
-    const ssize_t got = recv(socket, piece.data(), piece.size(), 0);
+    if (poll(&readable, 1, base::pollTimeout(deadline)) <= 0) return {};
+    std::array<char, 4096> fragment;
+    const ssize_t got = recv(socket, fragment.data(), fragment.size(), 0);
     if (got <= 0) return {};
-    head.append(piece.data(), static_cast<std::size_t>(got));
+    head.append(fragment.data(), static_cast<std::size_t>(got));
     if (const std::size_t end = head.find("\r\n\r\n"); end != std::string::npos) {
       return head.substr(0, end + 4);
     }

@@ -1,4 +1,4 @@
-// Reading one HTTP request. Called by HttpServer on a connection's thread.
+// Reading one HTTP request.
 #ifndef LUMSAR_AGENT_OUTPUTS_WEB_HTTP_REQUEST_H
 #define LUMSAR_AGENT_OUTPUTS_WEB_HTTP_REQUEST_H
 
@@ -15,15 +15,15 @@ struct HttpRequest {
   std::map<std::string, std::string> headers;  // names in lower case
 };
 
-// Nothing if this is no request.
+// Nothing if this is not a request.
 std::optional<HttpRequest> parseRequest(std::string_view head);
 
-// The head of the request, up to and with its empty line; empty if none comes within a few seconds
-// or it is too long.
+// The head of the request, including its empty line; empty if it does not arrive within a few
+// seconds or is too long.
 std::string readRequestHead(int socket);
 
-// Whether the page itself or a person asks. Any web site may make a browser fetch things from the
-// loopback interface; it must neither see a camera nor switch one on.
+// Whether the request is the page's own or a person's. Any web site can make a browser fetch from
+// the loopback interface; it must neither see a camera nor switch one on.
 bool isFromHere(const HttpRequest& request);
 
 }  // namespace lumsar::agent

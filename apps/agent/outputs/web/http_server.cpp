@@ -1,8 +1,5 @@
-// The page's HTTP server. Made by Viewer.
-// run() is the accepting thread, serve() a connection's thread.
 #include "outputs/web/http_server.h"
 
-#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -12,16 +9,17 @@
 #include <system_error>
 #include <utility>
 
-#include "app/log.h"
+#include "base/files.h"
+#include "base/log.h"
 #include "outputs/web/http_request.h"
 
 namespace lumsar::agent {
 namespace {
 
-constexpr std::size_t kMostConnections = 32;
-constexpr timeval kSendPatience{5, 0};
+constexpr std::size_t kMaxConnections = 32;
+constexpr timeval kSendTimeout{5, 0};
 
-constexpr std::string_view kSafety =
+constexpr std::string_view kSecurityHeaders =
     "Cache-Control: no-store\r\n"
     "X-Content-Type-Options: nosniff\r\n"
     "X-Frame-Options: DENY\r\n"
@@ -31,33 +29,23 @@ constexpr std::string_view kSafety =
 
 }  // namespace
 
-void HttpClient::answer(std::string_view status, std::string_view type, std::string_view body,
+void HttpResponse::send(std::string_view status, std::string_view type, std::string_view body,
                         std::string_view headers) {
   const std::string head =
-      text("HTTP/1.1 ", status, "\r\nContent-Type: ", type, "\r\nContent-Length: ", body.size(),
-           "\r\n", kSafety, headers, "\r\n");
-  if (send(head)) send(body);
+      base::text("HTTP/1.1 {}\r\nContent-Type: {}\r\nContent-Length: {}\r\n{}{}\r\n", status, type,
+                 body.size(), kSecurityHeaders, headers);
+  if (write(head)) write(body);
 }
 
-bool HttpClient::beginStream(std::string_view type) {
-  return send(text("HTTP/1.1 200 OK\r\nContent-Type: ", type, "\r\n", kSafety, "\r\n"));
+bool HttpResponse::beginStream(std::string_view type) {
+  return write(base::text("HTTP/1.1 200 OK\r\nContent-Type: {}\r\n{}\r\n", type, kSecurityHeaders));
 }
 
-bool HttpClient::send(std::string_view text) {
-  return send(Bytes{reinterpret_cast<const unsigned char*>(text.data()), text.size()});
+bool HttpResponse::write(base::Bytes bytes) {
+  return base::sendAll(m_socket, bytes);
 }
 
-bool HttpClient::send(Bytes bytes) {
-  while (!bytes.empty()) {
-    const ssize_t sent = ::send(m_socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    if (sent < 0 && errno == EINTR) continue;
-    if (sent <= 0) return false;
-    bytes = bytes.subspan(static_cast<std::size_t>(sent));
-  }
-  return true;
-}
-
-bool HttpClient::isThere() const {
+bool HttpResponse::isConnected() const {
   unsigned char byte = 0;
   const ssize_t got = recv(m_socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
   return got > 0 || (got < 0 && (errno == EAGAIN || errno == EINTR));
@@ -65,7 +53,7 @@ bool HttpClient::isThere() const {
 
 HttpServer::HttpServer(std::uint16_t port, Handler handler)
     : m_handler(std::move(handler)),
-      m_listener(Address::loopback(port).listen()),
+      m_listener(base::SocketListener::at(base::Address::loopback(port))),
       m_thread([this] { run(); }) {}
 
 HttpServer::~HttpServer() {
@@ -76,15 +64,12 @@ HttpServer::~HttpServer() {
 }
 
 std::uint16_t HttpServer::port() const {
-  sockaddr_in address{};
-  socklen_t size = sizeof address;
-  getsockname(m_listener.get(), reinterpret_cast<sockaddr*>(&address), &size);
-  return ntohs(address.sin_port);
+  return base::parseAddress(m_listener.name()).port;
 }
 
 void HttpServer::run() {
   for (;;) {
-    pollfd fds[] = {{m_end.descriptor(), POLLIN, 0}, {m_listener.get(), POLLIN, 0}};
+    pollfd fds[] = {{m_end.get(), POLLIN, 0}, {m_listener.get(), POLLIN, 0}};
     if (poll(fds, 2, -1) < 0) continue;
     if (fds[0].revents != 0) return;
     acceptOne();
@@ -95,11 +80,12 @@ void HttpServer::acceptOne() {
   reap();
   base::UniqueFd socket(accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
   if (!socket) return;
-  setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &kSendPatience, sizeof kSendPatience);
-  const int on = 1;  // the end of a picture must not wait for the next
+  setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &kSendTimeout, sizeof kSendTimeout);
+  const int on = 1;  // the end of a frame must not wait for the next
   setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-  if (m_connections.size() >= kMostConnections) {
-    HttpClient(socket.get()).answer("503 Service Unavailable", "text/plain", "too many viewers\n");
+  if (m_connections.size() >= kMaxConnections) {
+    HttpResponse(socket.get())
+        .send("503 Service Unavailable", "text/plain", "too many connections\n");
     return;
   }
   Connection& connection = m_connections.emplace_back();
@@ -107,24 +93,25 @@ void HttpServer::acceptOne() {
   try {
     connection.thread = std::thread([this, &connection] { serve(connection); });
   } catch (const std::system_error&) {
-    m_connections.pop_back();  // the machine has no thread left: this browser must try again
+    m_connections.pop_back();  // out of threads: this browser has to try again
   }
 }
 
 void HttpServer::serve(Connection& connection) {
-  HttpClient client(connection.socket.get());
+  HttpResponse response(connection.socket.get());
   const std::string head = readRequestHead(connection.socket.get());
   const auto request = parseRequest(head);
   if (!request) {
-    if (!head.empty()) client.answer("400 Bad Request", "text/plain", "this is no request\n");
+    if (!head.empty())
+      response.send("400 Bad Request", "text/plain", "this is not a valid request\n");
   } else if (request->method != "GET") {
-    client.answer("405 Method Not Allowed", "text/plain", "only GET is possible\n",
+    response.send("405 Method Not Allowed", "text/plain", "only GET is supported\n",
                   "Allow: GET\r\n");
   } else if (!isFromHere(*request)) {
-    client.answer("403 Forbidden", "text/plain",
-                  "only the page itself may ask for this; open http://127.0.0.1/ with the port\n");
+    response.send("403 Forbidden", "text/plain",
+                  "only the page itself may request this; open http://127.0.0.1:PORT/\n");
   } else {
-    m_handler(request->path, client);
+    m_handler(request->path, response);
   }
   shutdown(connection.socket.get(), SHUT_RDWR);
   connection.done = true;

@@ -1,6 +1,5 @@
-// HttpServer: as much of HTTP as the page needs: GET on the loopback interface, one request a
-// connection, a bounded number of them, each on a thread of its own.
-// Made by Viewer on the channel's thread; the handler runs on the connections' threads.
+// HttpServer: as much of HTTP as the page needs: GET on the loopback interface, one request per
+// connection, a bounded number of connections, each on a thread of its own.
 #ifndef LUMSAR_AGENT_OUTPUTS_WEB_HTTP_SERVER_H
 #define LUMSAR_AGENT_OUTPUTS_WEB_HTTP_SERVER_H
 
@@ -11,26 +10,26 @@
 #include <string_view>
 #include <thread>
 
-#include "outputs/record.h"
-#include "transport/address.h"
-#include "transport/wakeup.h"
+#include "base/bytes.h"
+#include "base/event_fd.h"
+#include "base/socket_listener.h"
 
 namespace lumsar::agent {
 
-// One browser that waits for its answer. Bound to its connection's thread.
-class HttpClient {
+// The response to one request.
+class HttpResponse {
  public:
-  explicit HttpClient(int socket) : m_socket(socket) {}
+  explicit HttpResponse(int socket) : m_socket(socket) {}
 
-  // A whole answer. `headers` are lines, each ended by \r\n.
-  void answer(std::string_view status, std::string_view type, std::string_view body,
-              std::string_view headers = {});
-  // The head of an answer without an end; send() follows until it is false.
+  // The complete response. `headers` are lines, each ended by \r\n.
+  void send(std::string_view status, std::string_view type, std::string_view body,
+            std::string_view headers = {});
+  // The head of a response without an end; write() follows until it returns false.
   bool beginStream(std::string_view type);
-  bool send(Bytes bytes);
-  bool send(std::string_view text);
-  // False when the browser has gone, found without sending.
-  bool isThere() const;
+  bool write(base::Bytes bytes);
+  bool write(std::string_view text) { return write(base::bytesOf(text)); }
+  // False when the browser has disconnected, found without writing.
+  bool isConnected() const;
 
  private:
   int m_socket;
@@ -38,13 +37,15 @@ class HttpClient {
 
 class HttpServer {
  public:
-  using Handler = std::function<void(const std::string& path, HttpClient& client)>;
+  // Called on a thread of its own.
+  using Handler = std::function<void(const std::string& path, HttpResponse& response)>;
 
-  // Throws Failure when the port is taken.
+  // Throws base::Failure when the port is in use.
   HttpServer(std::uint16_t port, Handler handler);
   HttpServer(const HttpServer&) = delete;
   HttpServer& operator=(const HttpServer&) = delete;
-  // Ends all connections and joins their threads. The handler must end soon when its client does.
+  // Ends all connections and joins their threads. The handler has to return soon once its response
+  // is no longer connected.
   ~HttpServer();
 
   std::uint16_t port() const;
@@ -62,9 +63,9 @@ class HttpServer {
   void reap();
 
   const Handler m_handler;
-  base::UniqueFd m_listener;
-  Wakeup m_end;
-  std::list<Connection> m_connections;  // of the accepting thread, then of the destructor
+  base::SocketListener m_listener;
+  base::EventFd m_end;
+  std::list<Connection> m_connections;  // used by the accepting thread, then by the destructor
   std::thread m_thread;
 };
 

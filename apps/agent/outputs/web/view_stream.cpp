@@ -1,38 +1,35 @@
-// Pictures for watchers. Called by the channel's thread and the connections' threads.
-// Thread-safe by one mutex; nothing slow happens under it.
 #include "outputs/web/view_stream.h"
 
 #include <utility>
 
 namespace lumsar::agent {
 
-bool ViewStream::wanted() const {
+bool ViewStream::hasConsumer() const {
   const std::lock_guard lock(m_mutex);
-  return m_watchers > 0;
+  return m_readers > 0;
 }
 
-void ViewStream::show(FramePtr frame) {
+void ViewStream::deliver(FramePtr frame) {
   {
     const std::lock_guard lock(m_mutex);
-    if (!m_newestTaken) ++m_report.dropped;
+    if (!m_newestDelivered) ++m_report.dropped;
     m_newest = std::move(frame);
-    m_newestTaken = false;
-    ++m_number;
+    m_newestDelivered = false;
   }
-  m_news.notify_all();
+  m_wakeUp.notify_all();
 }
 
 void ViewStream::close() {
   {
     const std::lock_guard lock(m_mutex);
-    m_changed = nullptr;
+    m_closed = true;
   }
-  m_news.notify_all();
+  m_wakeUp.notify_all();
 }
 
 bool ViewStream::closed() const {
   const std::lock_guard lock(m_mutex);
-  return !m_changed;
+  return m_closed;
 }
 
 SinkReport ViewStream::report() const {
@@ -40,35 +37,38 @@ SinkReport ViewStream::report() const {
   return m_report;
 }
 
-void ViewStream::count(int watchers) {
+void ViewStream::addReader() {
   const std::lock_guard lock(m_mutex);
-  m_watchers += watchers;
-  if (m_watchers == 0) {
-    m_newest = nullptr;  // the next watcher must not begin with an old picture
-    m_newestTaken = true;
+  ++m_readers;
+  if (!m_closed) m_changed();
+}
+
+void ViewStream::removeReader() {
+  const std::lock_guard lock(m_mutex);
+  if (--m_readers == 0) {
+    m_newest = nullptr;  // the next reader must not begin with an old frame
+    m_newestDelivered = true;
   }
-  if (m_changed) m_changed();
+  if (!m_closed) m_changed();
 }
 
-ViewStream::Watcher::Watcher(std::shared_ptr<ViewStream> stream) : m_stream(std::move(stream)) {
-  m_stream->count(1);
-  const std::lock_guard lock(m_stream->m_mutex);
-  m_seen = m_stream->m_newest ? m_stream->m_number - 1 : m_stream->m_number;
+ViewStream::Reader::Reader(std::shared_ptr<ViewStream> stream) : m_stream(std::move(stream)) {
+  m_stream->addReader();
 }
 
-ViewStream::Watcher::~Watcher() {
-  m_stream->count(-1);
+ViewStream::Reader::~Reader() {
+  m_stream->removeReader();
 }
 
-FramePtr ViewStream::Watcher::next(std::chrono::milliseconds timeout) {
+FramePtr ViewStream::Reader::next(std::chrono::milliseconds timeout) {
   ViewStream& stream = *m_stream;
   std::unique_lock lock(stream.m_mutex);
-  stream.m_news.wait_for(lock, timeout,
-                         [&] { return stream.m_number != m_seen || !stream.m_changed; });
-  if (stream.m_number == m_seen || !stream.m_newest) return nullptr;
-  m_seen = stream.m_number;
-  if (!std::exchange(stream.m_newestTaken, true)) ++stream.m_report.taken;
-  return stream.m_newest;
+  stream.m_wakeUp.wait_for(lock, timeout,
+                           [&] { return stream.m_newest != m_last || stream.m_closed; });
+  if (stream.m_newest == m_last) return nullptr;
+  m_last = stream.m_newest;
+  if (!std::exchange(stream.m_newestDelivered, true)) ++stream.m_report.delivered;
+  return m_last;
 }
 
 }  // namespace lumsar::agent

@@ -1,6 +1,6 @@
-// ViewStream: the way of one camera's pictures to those who watch it on the page. Each watcher gets
-// the newest picture as soon as it can take one; pictures that nobody was ready for are dropped.
-// Shared by the camera's sink and the connections' threads. Thread-safe.
+// ViewStream: one camera's frames on their way to the viewers of the page. Each viewer gets the
+// newest frame as soon as it is ready for one; frames for which no viewer was ready are dropped.
+// Shared by the camera's sink and the HTTP connections' threads. Thread-safe.
 #ifndef LUMSAR_AGENT_OUTPUTS_WEB_VIEW_STREAM_H
 #define LUMSAR_AGENT_OUTPUTS_WEB_VIEW_STREAM_H
 
@@ -18,37 +18,38 @@ class ViewStream {
  public:
   explicit ViewStream(std::function<void()> changed) : m_changed(std::move(changed)) {}
 
-  bool wanted() const;
-  void show(FramePtr frame);
+  bool hasConsumer() const;
+  void deliver(FramePtr frame);
   void close();
   bool closed() const;
   SinkReport report() const;
 
-  // One who watches, as long as this object lives.
-  class Watcher {
+  // One viewer, as long as this object lives.
+  class Reader {
    public:
-    explicit Watcher(std::shared_ptr<ViewStream> stream);
-    Watcher(const Watcher&) = delete;
-    Watcher& operator=(const Watcher&) = delete;
-    ~Watcher();
-    // The next picture; null if none came in time or the camera is gone.
+    explicit Reader(std::shared_ptr<ViewStream> stream);
+    Reader(const Reader&) = delete;
+    Reader& operator=(const Reader&) = delete;
+    ~Reader();
+    // A frame newer than the last one; null if none came in time or the camera was removed.
     FramePtr next(std::chrono::milliseconds timeout);
 
    private:
     std::shared_ptr<ViewStream> m_stream;
-    std::uint64_t m_seen;
+    FramePtr m_last;
   };
 
  private:
-  void count(int watchers);
+  void addReader();
+  void removeReader();
 
   mutable std::mutex m_mutex;
-  std::condition_variable m_news;
-  std::function<void()> m_changed;  // empty once closed: then its owner may be gone
-  int m_watchers = 0;
-  FramePtr m_newest;
-  std::uint64_t m_number = 0;  // of the newest
-  bool m_newestTaken = true;
+  std::condition_variable m_wakeUp;
+  const std::function<void()> m_changed;  // not once closed: its owner may have been destroyed
+  bool m_closed = false;
+  int m_readers = 0;
+  FramePtr m_newest;  // null without a reader
+  bool m_newestDelivered = true;
   SinkReport m_report;
 };
 

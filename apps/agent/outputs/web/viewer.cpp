@@ -1,12 +1,10 @@
-// What the page's addresses answer. Requests come in on the HTTP connections' threads.
-// The channel's thread only sets the status and hands pictures to the streams.
 #include "outputs/web/viewer.h"
 
 #include <charconv>
 #include <optional>
 #include <utility>
 
-#include "app/log.h"
+#include "base/log.h"
 
 namespace lumsar::agent {
 namespace {
@@ -14,9 +12,9 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::string_view kBoundary = "--lumsar-picture\r\n";
-constexpr auto kGlance = 500ms;   // how often a watcher without pictures is looked after
-constexpr auto kOnePicture = 5s;  // a camera may need a while to start
-constexpr std::string_view kPageRules =
+constexpr auto kCheckInterval = 500ms;  // how often to check a viewer without frames
+constexpr auto kOneFrameTimeout = 5s;   // a camera may need a while to start
+constexpr std::string_view kPageHeaders =
     "Content-Security-Policy: default-src 'none'; img-src 'self' data:; style-src 'unsafe-inline'; "
     "script-src 'unsafe-inline'; connect-src 'self'\r\n";
 
@@ -30,8 +28,8 @@ class ViewSink : public Sink {
   }
   ~ViewSink() override { ViewSink::close(); }
 
-  bool wanted() const override { return m_stream->wanted(); }
-  void show(FramePtr frame) override { m_stream->show(std::move(frame)); }
+  bool hasConsumer() const override { return m_stream->hasConsumer(); }
+  void deliver(FramePtr frame) override { m_stream->deliver(std::move(frame)); }
   void close() override {
     m_hub->remove(m_handle);
     m_stream->close();
@@ -45,38 +43,38 @@ class ViewSink : public Sink {
   std::shared_ptr<ViewStream> m_stream;
 };
 
-void sendLive(const std::shared_ptr<ViewStream>& stream, HttpClient& client) {
-  ViewStream::Watcher watcher(stream);
-  if (!client.beginStream("multipart/x-mixed-replace; boundary=lumsar-picture")) return;
-  bool there = client.send(kBoundary);
-  while (there && !stream->closed()) {
-    const FramePtr frame = watcher.next(kGlance);
+void sendLive(const std::shared_ptr<ViewStream>& stream, HttpResponse& response) {
+  ViewStream::Reader reader(stream);
+  if (!response.beginStream("multipart/x-mixed-replace; boundary=lumsar-picture")) return;
+  bool connected = response.write(kBoundary);
+  while (connected && !stream->closed()) {
+    const FramePtr frame = reader.next(kCheckInterval);
     if (!frame || frame->format.encoding != kEncodingMjpg) {
-      there = client.isThere();
+      connected = response.isConnected();
       continue;
     }
-    // The boundary goes out at once: browsers show a picture only when they have seen its end.
-    there = client.send(text("Content-Type: image/jpeg\r\nContent-Length: ", frame->picture.size(),
-                             "\r\n\r\n")) &&
-            client.send(Bytes(frame->picture)) && client.send("\r\n") && client.send(kBoundary);
+    // The boundary goes out at once: browsers show a frame only when they have received its end.
+    connected = response.write(base::text("Content-Type: image/jpeg\r\nContent-Length: {}\r\n\r\n",
+                                          frame->data.size())) &&
+                response.write(base::Bytes(frame->data)) && response.write("\r\n") &&
+                response.write(kBoundary);
   }
 }
 
-void sendOne(const std::shared_ptr<ViewStream>& stream, HttpClient& client) {
-  ViewStream::Watcher watcher(stream);
-  const auto begin = std::chrono::steady_clock::now();
-  while (!stream->closed() && client.isThere() &&
-         std::chrono::steady_clock::now() - begin < kOnePicture) {
-    const FramePtr frame = watcher.next(kGlance);
+void sendOne(const std::shared_ptr<ViewStream>& stream, HttpResponse& response) {
+  ViewStream::Reader reader(stream);
+  const auto deadline = std::chrono::steady_clock::now() + kOneFrameTimeout;
+  while (!stream->closed() && response.isConnected() &&
+         std::chrono::steady_clock::now() < deadline) {
+    const FramePtr frame = reader.next(kCheckInterval);
     if (!frame || frame->format.encoding != kEncodingMjpg) continue;
-    const std::string_view picture(reinterpret_cast<const char*>(frame->picture.data()),
-                                   frame->picture.size());
-    return client.answer("200 OK", "image/jpeg", picture);
+    return response.send("200 OK", "image/jpeg",
+                         {reinterpret_cast<const char*>(frame->data.data()), frame->data.size()});
   }
-  client.answer("504 Gateway Timeout", "text/plain", "the camera gave no picture in time\n");
+  response.send("504 Gateway Timeout", "text/plain", "the camera sent no frame in time\n");
 }
 
-// The page with the status in its script.
+// The page with the current status in its script.
 std::string pageWith(const std::string& status) {
   constexpr std::string_view kPlace = "/*status*/{}";
   std::string page = kPage;
@@ -87,9 +85,9 @@ std::string pageWith(const std::string& status) {
 
 std::optional<int> handleOf(std::string_view digits) {
   int handle = 0;
-  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), handle);
-  if (error != std::errc{} || end != digits.data() + digits.size()) return std::nullopt;
-  return handle;
+  const char* end = digits.data() + digits.size();
+  const auto [rest, error] = std::from_chars(digits.data(), end, handle);
+  return error == std::errc() && rest == end ? std::optional(handle) : std::nullopt;
 }
 
 }  // namespace
@@ -120,40 +118,41 @@ std::string ViewHub::status() const {
   return m_status;
 }
 
-std::unique_ptr<Sink> ViewOutput::open(const CameraInfo& /*camera*/, int handle,
+std::unique_ptr<Sink> ViewOutput::open(const protocol::Announcement& /*camera*/, int handle,
                                        const std::string& /*label*/,
                                        std::function<void()> changed) {
   return std::make_unique<ViewSink>(m_hub, handle, std::move(changed));
 }
 
 Viewer::Viewer(std::uint16_t port, std::shared_ptr<ViewHub> hub)
-    : m_hub(std::move(hub)), m_server(port, [this](const std::string& path, HttpClient& client) {
-        handle(path, client);
+    : m_hub(std::move(hub)),
+      m_server(port, [this](const std::string& path, HttpResponse& response) {
+        handle(path, response);
       }) {
-  logInfo("the live page is http://127.0.0.1:", m_server.port(), "/");
+  base::logInfo("the live page is http://127.0.0.1:{}/", m_server.port());
 }
 
-void Viewer::handle(const std::string& path, HttpClient& client) const {
+void Viewer::handle(const std::string& path, HttpResponse& response) const {
   constexpr std::string_view kCamera = "/camera/";
   if (path == "/") {
-    return client.answer("200 OK", "text/html; charset=utf-8", pageWith(m_hub->status()),
-                         kPageRules);
+    return response.send("200 OK", "text/html; charset=utf-8", pageWith(m_hub->status()),
+                         kPageHeaders);
   }
   if (path == "/status.json") {
-    return client.answer("200 OK", "application/json", m_hub->status());
+    return response.send("200 OK", "application/json", m_hub->status());
   }
-  if (path.starts_with(kCamera)) return serveCamera(path.substr(kCamera.size()), client);
-  client.answer("404 Not Found", "text/plain", "there is nothing here\n");
+  if (path.starts_with(kCamera)) return serveCamera(path.substr(kCamera.size()), response);
+  response.send("404 Not Found", "text/plain", "not found\n");
 }
 
-void Viewer::serveCamera(const std::string& file, HttpClient& client) const {
+void Viewer::serveCamera(const std::string& file, HttpResponse& response) const {
   const std::size_t dot = file.rfind('.');
   const auto handle = handleOf(std::string_view(file).substr(0, dot));
   const std::string ending = dot == std::string::npos ? "" : file.substr(dot);
   const auto stream = handle ? m_hub->find(*handle) : nullptr;
-  if (stream && ending == ".mjpeg") return sendLive(stream, client);
-  if (stream && ending == ".jpg") return sendOne(stream, client);
-  client.answer("404 Not Found", "text/plain", "there is no such camera\n");
+  if (stream && ending == ".mjpeg") return sendLive(stream, response);
+  if (stream && ending == ".jpg") return sendOne(stream, response);
+  response.send("404 Not Found", "text/plain", "no such camera\n");
 }
 
 }  // namespace lumsar::agent

@@ -1,9 +1,8 @@
 // Viewer: the live page with all cameras, on the loopback interface only.
-// Made by Program on the channel's thread, which also sets the status; requests come in on the
-// HTTP connections' threads. A camera is asked for while its picture is being watched.
+// A camera runs while it is being watched. Requests are handled on the HTTP connections' threads.
 //
 //   /             the page            /camera/N.mjpeg   live, N is the camera's handle
-//   /status.json  what --json prints  /camera/N.jpg     one picture
+//   /status.json  what --json prints  /camera/N.jpg     one frame
 #ifndef LUMSAR_AGENT_OUTPUTS_WEB_VIEWER_H
 #define LUMSAR_AGENT_OUTPUTS_WEB_VIEWER_H
 
@@ -32,12 +31,12 @@ class ViewHub {
   std::string m_status = "{}";
 };
 
-class ViewOutput : public Output {
+class ViewOutput : public SinkFactory {
  public:
   explicit ViewOutput(std::shared_ptr<ViewHub> hub) : m_hub(std::move(hub)) {}
 
-  std::unique_ptr<Sink> open(const CameraInfo& camera, int handle, const std::string& label,
-                             std::function<void()> changed) override;
+  std::unique_ptr<Sink> open(const protocol::Announcement& camera, int handle,
+                             const std::string& label, std::function<void()> changed) override;
 
  private:
   std::shared_ptr<ViewHub> m_hub;
@@ -45,20 +44,20 @@ class ViewOutput : public Output {
 
 class Viewer {
  public:
-  // Throws Failure when the port is taken.
+  // Throws base::Failure when the port is in use.
   Viewer(std::uint16_t port, std::shared_ptr<ViewHub> hub);
 
   std::uint16_t port() const { return m_server.port(); }
 
  private:
-  void handle(const std::string& path, HttpClient& client) const;
-  void serveCamera(const std::string& file, HttpClient& client) const;
+  void handle(const std::string& path, HttpResponse& response) const;
+  void serveCamera(const std::string& file, HttpResponse& response) const;
 
   std::shared_ptr<ViewHub> m_hub;
   HttpServer m_server;  // last: its threads use the rest
 };
 
-// The page's text. Made by the build from page.html.
+// The content of page.html, built in.
 extern const char* const kPage;
 
 }  // namespace lumsar::agent

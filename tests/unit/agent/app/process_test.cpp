@@ -6,7 +6,7 @@
 
 #include <csignal>
 
-#include "transport/address.h"
+#include "base/socket_listener.h"
 #include "unit/agent/child.h"
 #include "unit/agent/eventually.h"
 #include "unit/agent/fake_host.h"
@@ -24,13 +24,13 @@ TEST(Process, TellsItsVersionAndHelp) {
   EXPECT_TRUE(version.out().starts_with("lumsar-agent "));
   Child help({LUMSAR_AGENT, "--help"});
   EXPECT_EQ(help.wait(), 0);
-  EXPECT_TRUE(has(help.out(), "usage: lumsar-agent"));
+  EXPECT_TRUE(has(help.out(), "Usage: lumsar-agent"));
 }
 
 TEST(Process, AWrongCommandLineEndsWithTwo) {
-  Child child({LUMSAR_AGENT, "--kind", "carrier-pigeon"});
+  Child child({LUMSAR_AGENT, "--protocol", "carrier-pigeon"});
   EXPECT_EQ(child.wait(), 2);
-  EXPECT_TRUE(has(child.log(), "expected spice or rdp; see lumsar-agent --help"));
+  EXPECT_TRUE(has(child.log(), "expected spice or rdp. See lumsar-agent --help"));
 }
 
 TEST(Process, AFailureEndsWithOne) {
@@ -40,12 +40,13 @@ TEST(Process, AFailureEndsWithOne) {
 }
 
 TEST(Process, ATakenPortEndsWithOne) {
-  const base::UniqueFd taken = Address::parse("tcp:0").listen();
-  const std::string address = localAddress(taken.get());
-  Child direct({LUMSAR_AGENT, "--direct", address});
+  const auto taken = base::SocketListener::at(base::Address::loopback(0));
+  const std::string& address = taken.name();
+  Child direct({LUMSAR_AGENT, "--listen-direct", address});
   EXPECT_EQ(direct.wait(), 1);
   EXPECT_TRUE(has(direct.log(), "Address already in use; stop the program that uses it"));
-  Child view({LUMSAR_AGENT, "--direct", "tcp:0", "--view", address.substr(address.rfind(':') + 1)});
+  Child view(
+      {LUMSAR_AGENT, "--listen-direct", "tcp:0", "--view", address.substr(address.rfind(':') + 1)});
   EXPECT_EQ(view.wait(), 1);
   EXPECT_TRUE(has(view.log(), "Address already in use"));
 }
@@ -97,7 +98,7 @@ TEST(Process, AFileThatMayNotGrowIsAnErrorAndNotTheEnd) {
 }
 
 TEST(Process, WaitsForAVirtioPortByDefault) {
-  Child child({LUMSAR_AGENT, "--discard", "--for", "300ms"});
+  Child child({LUMSAR_AGENT, "--discard", "--duration", "300ms"});
   EXPECT_EQ(child.wait(), 0);
   EXPECT_TRUE(has(child.log(), "waiting for a host on virtio port org.lumsar.camera.0"));
 }

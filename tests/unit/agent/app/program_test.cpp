@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
-#include "app/status.h"
+#include <csignal>
+
+#include "base/files.h"
 #include "unit/agent/eventually.h"
 #include "unit/agent/fake_host.h"
 #include "unit/agent/temp_folder.h"
@@ -70,12 +72,12 @@ TEST_F(ProgramTest, SavesWhatTheHostSendsAndLetsGoAtTheEnd) {
 }
 
 TEST_F(ProgramTest, TheRdpHostIsToldThatTheChannelIsOpen) {
-  options.link.kind = LinkKind::Rdp;
-  options.link.shareAll = true;
+  options.endpoint.protocol = Protocol::Rdp;
+  options.endpoint.shareAll = true;
   options.discard = true;
   start();
   FakeHost host(options.listen);
-  EXPECT_EQ(host.receive(), headerMessage(MSG_CHANNEL_OPENED));
+  EXPECT_EQ(host.receive(), message(MSG_CHANNEL_OPENED, {}));
   host.send(hello(7, 0x13));
   EXPECT_EQ(readHeader(host.receive().data()).capabilities, 0x13U);
 }
@@ -138,7 +140,7 @@ TEST_F(ProgramTest, AMessageCutInHalfDoesNotSwallowTheNextHello) {
 
 TEST_F(ProgramTest, ASpiceHostWithABrokenSessionIsSentAwayToBeginAnew) {
   options.discard = true;
-  options.link.helloPatience = std::chrono::milliseconds(300);
+  options.endpoint.helloTimeout = std::chrono::milliseconds(300);
   start();
   FakeHost host(options.listen);
   ASSERT_TRUE(host.greet());
@@ -150,19 +152,19 @@ TEST_F(ProgramTest, ASpiceHostWithABrokenSessionIsSentAwayToBeginAnew) {
 
 TEST_F(ProgramTest, AnRdpHostThatDoesNotGreetIsAskedAgain) {
   options.discard = true;
-  options.link.kind = LinkKind::Rdp;
-  options.link.helloPatience = std::chrono::milliseconds(300);
+  options.endpoint.protocol = Protocol::Rdp;
+  options.endpoint.helloTimeout = std::chrono::milliseconds(300);
   start();
   FakeHost host(options.listen);
-  EXPECT_EQ(host.receive(), headerMessage(MSG_CHANNEL_OPENED));
-  EXPECT_EQ(host.receive(), headerMessage(MSG_CHANNEL_OPENED));
+  EXPECT_EQ(host.receive(), message(MSG_CHANNEL_OPENED, {}));
+  EXPECT_EQ(host.receive(), message(MSG_CHANNEL_OPENED, {}));
   host.send(hello(7, 0x13));
   EXPECT_EQ(host.receive().size(), 36U);
 }
 
 TEST_F(ProgramTest, AStrangerWithoutAHelloMakesRoomForTheHost) {
   options.discard = true;
-  options.link.helloPatience = std::chrono::milliseconds(300);
+  options.endpoint.helloTimeout = std::chrono::milliseconds(300);
   start();
   FakeHost stranger(options.listen);
   const Message whole = hello(1);
@@ -174,12 +176,12 @@ TEST_F(ProgramTest, AStrangerWithoutAHelloMakesRoomForTheHost) {
 
 TEST_F(ProgramTest, AnRdpStrangerIsAskedOnceMoreAndThenMakesRoom) {
   options.discard = true;
-  options.link.kind = LinkKind::Rdp;
-  options.link.helloPatience = std::chrono::milliseconds(300);
+  options.endpoint.protocol = Protocol::Rdp;
+  options.endpoint.helloTimeout = std::chrono::milliseconds(300);
   start();
   FakeHost stranger(options.listen);
   FakeHost host(options.listen);
-  EXPECT_EQ(host.receive(), headerMessage(MSG_CHANNEL_OPENED));
+  EXPECT_EQ(host.receive(), message(MSG_CHANNEL_OPENED, {}));
   EXPECT_TRUE(stranger.ended());
 }
 
@@ -224,7 +226,7 @@ class DirectTest : public ProgramTest {
   std::string startDirect() {
     options.listen.clear();
     options.discard = true;
-    options.direct = "tcp:0";
+    options.listenDirect = "tcp:0";
     start();
     return program->directAddress();
   }
@@ -250,7 +252,7 @@ TEST_F(DirectTest, SeveralServicesComeByThemselves) {
 }
 
 TEST_F(DirectTest, StrangersMakeRoomForServices) {
-  options.link.helloPatience = std::chrono::milliseconds(300);
+  options.endpoint.helloTimeout = std::chrono::milliseconds(300);
   const std::string address = startDirect();
   std::vector<std::unique_ptr<FakeHost>> strangers(16);
   for (auto& stranger : strangers) stranger = std::make_unique<FakeHost>(address);
@@ -259,7 +261,7 @@ TEST_F(DirectTest, StrangersMakeRoomForServices) {
 }
 
 TEST_F(DirectTest, TheDirectWayNeverAsksForAllCameras) {
-  options.link.shareAll = true;
+  options.endpoint.shareAll = true;
   FakeHost service(startDirect());
   service.send(hello(1));
   EXPECT_EQ(readHeader(service.receive().data()).capabilities, 3U);
@@ -276,10 +278,10 @@ TEST_F(ProgramTest, EndsByItselfInTime) {
 
 TEST_F(ProgramTest, ASocketThatIsServedOrIsNoSocketIsRefused) {
   start();
-  EXPECT_THROW(Program{options}, Failure);
+  EXPECT_THROW(Program{options}, base::Failure);
   std::ofstream(folder / "file") << "precious";
   options.listen = "unix:" + (folder / "file");
-  EXPECT_THROW(Program{options}, Failure);
+  EXPECT_THROW(Program{options}, base::Failure);
   EXPECT_EQ(contentOf(folder / "file"), "precious");
 }
 
@@ -289,17 +291,20 @@ TEST(ReplaceFile, AFileThatIsCutShortIsAnErrorWithAReason) {
   getrlimit(RLIMIT_FSIZE, &before);
   const rlimit small{10, before.rlim_max};
   setrlimit(RLIMIT_FSIZE, &small);
-  errno = 0;
-  const bool good = replaceFile(folder / "file", "longer than ten bytes");
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  const bool good = base::replaceFile(folder / "file", bytes("longer than ten bytes"));
   const int error = errno;
   setrlimit(RLIMIT_FSIZE, &before);
+  std::signal(SIGXFSZ, handler);
   EXPECT_FALSE(good);
-  EXPECT_EQ(error, ENOSPC);
+  EXPECT_EQ(error, EFBIG);
   EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
 }
 
 TEST_F(ProgramTest, AStaleSocketIsReplaced) {
-  { const base::UniqueFd stale = Address::parse(options.listen).listen(); }
+  const auto address = base::toSockaddr(base::parseAddress(options.listen));
+  const base::UniqueFd stale(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  ASSERT_EQ(bind(stale.get(), address.get(), address.size), 0);
   EXPECT_TRUE(std::filesystem::exists(folder / "vm.sock"));
   start();
   FakeHost host(options.listen);

@@ -7,8 +7,8 @@
 #include <map>
 #include <mutex>
 
+#include "base/event_fd.h"
 #include "outputs/v4l2/video_system.h"
-#include "transport/wakeup.h"
 
 namespace lumsar::agent::test {
 
@@ -19,7 +19,7 @@ struct FakeNode {
   bool unplugged = false;
   VideoFormat format;
   std::vector<std::vector<unsigned char>> written;
-  Wakeup changes;
+  base::EventFd changes;
 };
 
 class FakeVideo {
@@ -56,14 +56,14 @@ class FakeVideoDevice : public VideoDevice {
     format = m_node.format;
     return true;
   }
-  bool write(Bytes picture) override {
+  bool write(base::Bytes picture) override {
     const std::lock_guard lock(m_video.mutex);
     errno = ENODEV;
     if (m_node.unplugged) return false;
     m_node.written.emplace_back(picture.begin(), picture.end());
     return true;
   }
-  int changes() const override { return m_node.changes.descriptor(); }
+  int changes() const override { return m_node.changes.get(); }
   void clearChanges() override { m_node.changes.clear(); }
   int readers() const override {
     const std::lock_guard lock(m_video.mutex);

@@ -33,7 +33,7 @@ TEST(FrameWorker, DropsTheOldestWhenTheWorkIsSlow) {
   worker.close();
   EXPECT_TRUE(eventually([&] { return worker.closed(); }));
   EXPECT_EQ(seen, (std::vector<std::uint32_t>{1, 4, 5}));
-  EXPECT_EQ(worker.taken(), 2U);
+  EXPECT_EQ(worker.delivered(), 2U);
   EXPECT_EQ(worker.dropped(), 3U);  // with the one whose work failed
   worker.push(numbered(6));
   EXPECT_EQ(seen.size(), 3U);

@@ -62,7 +62,7 @@ TEST(PageStates, SaysWhatIsMissingAndNeverShowsAnOldPictureAsALiveOne) {
 
   host.reset();
   program.reset();
-  EXPECT_TRUE(reads(browser, "lumsar-agent does not answer"));
+  EXPECT_TRUE(reads(browser, "lumsar-agent does not respond"));
   EXPECT_TRUE(browser.becomesTrue("document.querySelectorAll('article').length == 0"));
   keep(browser, "vm-page-lost.png");
 

@@ -128,7 +128,7 @@ TEST_F(PageTest, ShowsNamesAndNumbersAsTextOnly) {
   EXPECT_TRUE(browser.becomesTrue("document.querySelectorAll('article').length == 3"));
   const std::string html = browser.evaluate("document.documentElement.outerHTML");
   for (const char* part : {"HD Pro Webcam C920", "1280 \xc3\x97 720", "\xe2\x80\x93 &lt;oben&gt;",
-                           "alt=\"Live picture of Yard\"", ">connected<"}) {
+                           "alt=\"Live view of Yard\"", ">connected<"}) {
     EXPECT_NE(html.find(part), std::string::npos) << part;
   }
 }

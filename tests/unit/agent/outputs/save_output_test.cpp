@@ -5,7 +5,7 @@
 
 #include <atomic>
 
-#include "transport/address.h"
+#include "base/errors.h"
 #include "unit/agent/eventually.h"
 #include "unit/agent/temp_folder.h"
 #include "unit/agent/wire.h"
@@ -17,19 +17,20 @@ class SaveOutputTest : public testing::Test {
  protected:
   void open(SaveAs how) {
     output.emplace(folder.path(), how);
-    sink = output->open(CameraInfo{.number = 1, .format = {}, .id = "id", .name = "Front"}, 1,
-                        "Front-1", [this] { ++changes; });
+    sink =
+        output->open(protocol::Announcement{.camera = 1, .format = {}, .id = "id", .name = "Front"},
+                     1, "Front-1", [this] { ++changes; });
   }
   void show(const Message& bytes, std::uint32_t encoding = kEncodingMjpg, std::uint32_t flags = 1) {
     auto frame = std::make_shared<Frame>();
     frame->format.encoding = encoding;
     frame->format.flags = flags;
-    frame->picture = bytes;
+    frame->data = bytes;
     const auto before = sink->report();
-    sink->show(std::move(frame));
+    sink->deliver(std::move(frame));
     EXPECT_TRUE(eventually([&] {
       const auto now = sink->report();
-      return now.taken + now.dropped > before.taken + before.dropped;
+      return now.delivered + now.dropped > before.delivered + before.dropped;
     }));
   }
   std::string saved(const std::string& name) const { return contentOf(folder / name); }
@@ -42,7 +43,7 @@ class SaveOutputTest : public testing::Test {
 };
 
 TEST_F(SaveOutputTest, WritesOneFileAPicture) {
-  open(SaveAs::Pictures);
+  open(SaveAs::Images);
   show(picture(100));
   show(picture(200));
   EXPECT_EQ(folder.files(), (std::vector<std::string>{"Front-1-000001.jpg", "Front-1-000002.jpg"}));
@@ -52,7 +53,7 @@ TEST_F(SaveOutputTest, WritesOneFileAPicture) {
 }
 
 TEST_F(SaveOutputTest, WritesOneMovieACamera) {
-  open(SaveAs::Movie);
+  open(SaveAs::VideoFile);
   show(picture(100));
   show(picture(200));
   EXPECT_EQ(saved("Front-1.mjpeg"), asText(join({picture(100), picture(200)})));
@@ -60,7 +61,7 @@ TEST_F(SaveOutputTest, WritesOneMovieACamera) {
 }
 
 TEST_F(SaveOutputTest, VideoBecomesOneFileThatBeginsWithAKeyFrame) {
-  open(SaveAs::Pictures);
+  open(SaveAs::Images);
   show(bytes("old"), kEncodingH264, 0);
   show(bytes("key"), kEncodingH264, kFrameIsKey);
   show(bytes("next"), kEncodingH264, 0);
@@ -69,15 +70,15 @@ TEST_F(SaveOutputTest, VideoBecomesOneFileThatBeginsWithAKeyFrame) {
 
 TEST_F(SaveOutputTest, AFullDiskEndsTheSavingOfThisCameraWithAReason) {
   std::filesystem::create_symlink("/dev/full", folder / "Front-1-000002.jpg.part");
-  open(SaveAs::Pictures);
+  open(SaveAs::Images);
   show(picture());
-  EXPECT_TRUE(sink->wanted());
+  EXPECT_TRUE(sink->hasConsumer());
   show(picture());
-  EXPECT_FALSE(sink->wanted());
+  EXPECT_FALSE(sink->hasConsumer());
   EXPECT_TRUE(eventually([&] { return changes == 1; }));
   show(picture());
   const SinkReport report = sink->report();
-  EXPECT_EQ(report.taken, 1U);
+  EXPECT_EQ(report.delivered, 1U);
   EXPECT_EQ(report.dropped, 2U);
   EXPECT_NE(report.error.find("No space left"), std::string::npos) << report.error;
   EXPECT_EQ(folder.files(), std::vector<std::string>{"Front-1-000001.jpg"});
@@ -85,21 +86,21 @@ TEST_F(SaveOutputTest, AFullDiskEndsTheSavingOfThisCameraWithAReason) {
 
 TEST_F(SaveOutputTest, AFullDiskUnderAMovieLeavesWholePictures) {
   std::filesystem::create_symlink("/dev/full", folder / "Front-1.mjpeg");
-  open(SaveAs::Movie);
+  open(SaveAs::VideoFile);
   show(picture());
-  EXPECT_FALSE(sink->wanted());
+  EXPECT_FALSE(sink->hasConsumer());
   EXPECT_NE(sink->report().error.find("Front-1.mjpeg"), std::string::npos);
 }
 
 TEST_F(SaveOutputTest, MakesItsFolderOrSaysWhyNot) {
-  SaveOutput(folder / "a/b", SaveAs::Pictures);
+  SaveOutput(folder / "a/b", SaveAs::Images);
   EXPECT_TRUE(std::filesystem::is_directory(folder / "a/b"));
   std::ofstream(folder / "file") << "x";
   try {
-    SaveOutput(folder / "file", SaveAs::Pictures);
+    SaveOutput(folder / "file", SaveAs::Images);
     FAIL();
-  } catch (const Failure& failure) {
-    EXPECT_NE(std::string(failure.what()).find("cannot save to the folder"), std::string::npos);
+  } catch (const base::Failure& failure) {
+    EXPECT_NE(std::string(failure.what()).find("cannot save to the directory"), std::string::npos);
   }
 }
 

@@ -25,13 +25,14 @@ class VideoSinkTest : public testing::Test {
   std::unique_ptr<Sink> open(const std::string& id, std::uint16_t width = 640,
                              std::uint16_t height = 480) {
     const Message body = announcedBody(id, id, kEncodingMjpg, width, height);
-    return output->open(*readAnnounced({.camera = 1}, body), 1, id, [this] { ++changes; });
+    return output->open(protocol::readAnnouncement({.camera = 1}, body).value(), 1, id,
+                        [this] { ++changes; });
   }
   static FramePtr frame(const Message& jpeg, std::uint16_t width = 640,
                         std::uint16_t height = 480) {
     auto frame = std::make_shared<Frame>();
     frame->format = {0, width, height, kEncodingMjpg, 1};
-    frame->picture = jpeg;
+    frame->data = jpeg;
     return frame;
   }
   bool deviceIs(const Sink& sink, const std::string& path) {
@@ -51,14 +52,14 @@ TEST_F(VideoSinkTest, IsACameraFromTheBeginningAndWantedWhileOpen) {
   const auto sink = open("front");
   ASSERT_TRUE(eventually([&] { return written("/dev/video0").size() == 1; }));
   EXPECT_EQ(written("/dev/video0")[0], greyJpeg(640, 480));
-  EXPECT_FALSE(sink->wanted());
+  EXPECT_FALSE(sink->hasConsumer());
   video.setReaders("/dev/video0", 1);
-  ASSERT_TRUE(eventually([&] { return sink->wanted(); }));
-  sink->show(frame(picture()));
-  ASSERT_TRUE(eventually([&] { return sink->report().taken == 1; }));
+  ASSERT_TRUE(eventually([&] { return sink->hasConsumer(); }));
+  sink->deliver(frame(picture()));
+  ASSERT_TRUE(eventually([&] { return sink->report().delivered == 1; }));
   EXPECT_EQ(written("/dev/video0").back(), picture());
   video.setReaders("/dev/video0", 0);
-  ASSERT_TRUE(eventually([&] { return !sink->wanted(); }));
+  ASSERT_TRUE(eventually([&] { return !sink->hasConsumer(); }));
   EXPECT_TRUE(eventually([&] { return written("/dev/video0").back() == greyJpeg(640, 480); }));
   EXPECT_GE(changes, 2);
 }
@@ -79,9 +80,9 @@ TEST_F(VideoSinkTest, ChangesTheFormatWhenNobodyElseHasItOpen) {
   const auto sink = open("front");
   ASSERT_TRUE(deviceIs(*sink, "/dev/video0"));
   video.setReaders("/dev/video0", 1);
-  ASSERT_TRUE(eventually([&] { return sink->wanted(); }));
-  sink->show(frame(picture(), 320, 240));  // smaller: passes through
-  ASSERT_TRUE(eventually([&] { return sink->report().taken == 1; }));
+  ASSERT_TRUE(eventually([&] { return sink->hasConsumer(); }));
+  sink->deliver(frame(picture(), 320, 240));  // smaller: passes through
+  ASSERT_TRUE(eventually([&] { return sink->report().delivered == 1; }));
   EXPECT_EQ(video.ask([](auto& all) { return all["/dev/video0"].format.width; }), 640);
   video.setReaders("/dev/video0", 0);
   EXPECT_TRUE(eventually(
@@ -94,8 +95,8 @@ TEST_F(VideoSinkTest, PicturesThatDoNotFitAreDroppedWithAReason) {
   const auto sink = open("front", 16, 16);
   ASSERT_TRUE(deviceIs(*sink, "/dev/video0"));
   video.setReaders("/dev/video0", 1);
-  ASSERT_TRUE(eventually([&] { return sink->wanted(); }));
-  sink->show(frame(picture(5000)));
+  ASSERT_TRUE(eventually([&] { return sink->hasConsumer(); }));
+  sink->deliver(frame(picture(5000)));
   ASSERT_TRUE(eventually([&] { return sink->report().dropped == 1; }));
   EXPECT_NE(sink->report().error.find("no longer fit"), std::string::npos);
 }
@@ -152,10 +153,10 @@ TEST_F(VideoSinkTest, AnUnpluggedDeviceIsGivenUp) {
   const auto sink = open("front");
   ASSERT_TRUE(deviceIs(*sink, "/dev/video0"));
   video.setReaders("/dev/video0", 1);
-  ASSERT_TRUE(eventually([&] { return sink->wanted(); }));
+  ASSERT_TRUE(eventually([&] { return sink->hasConsumer(); }));
   video.ask([](auto& all) { return all["/dev/video0"].unplugged = true; });
-  sink->show(frame(picture()));
-  EXPECT_TRUE(eventually([&] { return sink->report().dropped == 1 && !sink->wanted(); }));
+  sink->deliver(frame(picture()));
+  EXPECT_TRUE(eventually([&] { return sink->report().dropped == 1 && !sink->hasConsumer(); }));
 }
 
 TEST(CountOpeners, SeesOtherProgramsButNotThisOne) {
@@ -180,7 +181,7 @@ TEST(CountOpeners, SeesOtherProgramsButNotThisOne) {
 
 TEST(GreyJpeg, IsAWholePictureOfItsSize) {
   const auto jpeg = greyJpeg(640, 480);
-  EXPECT_TRUE(isWholeJpeg(jpeg));
+  EXPECT_TRUE(isCompleteJpeg(jpeg));
   EXPECT_EQ(jpeg.size(), 1950U);
   for (std::size_t i = 2; i + 2 < jpeg.size(); ++i) {
     if (jpeg[i] == 0xFF && jpeg[i + 1] == 0xC0) {
@@ -195,7 +196,7 @@ TEST(GreyJpeg, IsAWholePictureOfItsSize) {
 TEST(KernelVideo, RefusesWhatIsNoLoopbackDevice) {
   std::string why;
   EXPECT_EQ(kernelVideoSystem()->open("/dev/null", why), nullptr);
-  EXPECT_NE(why.find("no v4l2loopback device"), std::string::npos);
+  EXPECT_NE(why.find("not a v4l2loopback device"), std::string::npos);
   EXPECT_EQ(kernelVideoSystem()->open("/dev/missing", why), nullptr);
   EXPECT_EQ(why, "No such file or directory");
 }

@@ -137,7 +137,7 @@ TEST_F(ViewerTest, ATakenPortIsAFailureWithAdvice) {
   try {
     Program other(options);
     FAIL();
-  } catch (const Failure& failure) {
+  } catch (const base::Failure& failure) {
     EXPECT_TRUE(has(failure.what(), "stop the program that uses it or choose another"));
   }
 }

@@ -15,7 +15,7 @@ class CameraTableTest : public testing::Test {
   CameraTableTest() {
     auto owned = std::make_unique<FakeOutput>(true);
     output = owned.get();
-    std::vector<std::unique_ptr<Output>> outputs;
+    std::vector<std::unique_ptr<SinkFactory>> outputs;
     outputs.push_back(std::move(owned));
     gallery.emplace(std::move(outputs), [] {});
     table.emplace(*gallery,
@@ -37,10 +37,10 @@ TEST_F(CameraTableTest, CamerasComeAndGo) {
   EXPECT_EQ(table->size(), 2U);
   ASSERT_EQ(sent.size(), 2U);
   EXPECT_EQ(kindOf(sent[1]), CameraDataKind::Start);
-  table->takeRecord(record(CameraDataKind::Gone, 1, bytes("unplugged")));
+  table->takeRecord(record(CameraDataKind::Removed, 1, bytes("unplugged")));
   EXPECT_EQ(table->size(), 1U);
-  ASSERT_EQ(gallery->gone().size(), 1U);
-  EXPECT_EQ(gallery->gone()[0].info.name, "Front");
+  ASSERT_EQ(gallery->removed().size(), 1U);
+  EXPECT_EQ(gallery->removed()[0].info.name, "Front");
   EXPECT_EQ(sent.size(), 2U);
 }
 
@@ -56,7 +56,7 @@ TEST_F(CameraTableTest, SkipsWhatItDoesNotKnow) {
   table->takeRecord({});
   table->takeRecord(bytes("short"));
   table->takeRecord(record(static_cast<CameraDataKind>(4711), 1));
-  table->takeRecord(record(CameraDataKind::Gone, 1));
+  table->takeRecord(record(CameraDataKind::Removed, 1));
   table->takeRecord(record(CameraDataKind::Frame, 1, frameBody(0, picture())));
   table->takeRecord(record(CameraDataKind::Announced, 1, bytes("short")));
   table->takeRecord(record(CameraDataKind::Start, 1));
@@ -82,10 +82,10 @@ TEST_F(CameraTableTest, ThereIsALimitOfCameras) {
 TEST_F(CameraTableTest, GoneCamerasAreRememberedButNotForEver) {
   for (std::uint32_t i = 0; i < 300; ++i) {
     announce(i, "short-lived");
-    table->takeRecord(record(CameraDataKind::Gone, i));
+    table->takeRecord(record(CameraDataKind::Removed, i));
   }
-  EXPECT_EQ(gallery->gone().size(), 200U);
-  EXPECT_EQ(gallery->gone().back().info.number, 299U);
+  EXPECT_EQ(gallery->removed().size(), 200U);
+  EXPECT_EQ(gallery->removed().back().info.camera, 299U);
 }
 
 TEST_F(CameraTableTest, DropAllTellsTheServiceWhenItIsStillThere) {
@@ -105,7 +105,7 @@ TEST_F(CameraTableTest, ASlowSinkOfAGoneCameraHoldsNothingUp) {
   output->sinks[0]->closed = true;
   gallery->update();
   EXPECT_EQ(output->sinks[0].use_count(), 1);
-  EXPECT_EQ(gallery->gone().size(), 1U);
+  EXPECT_EQ(gallery->removed().size(), 1U);
 }
 
 TEST_F(CameraTableTest, ASinkThatNeverFinishesIsGivenUpAtTheEnd) {

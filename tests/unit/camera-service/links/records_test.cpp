@@ -50,7 +50,7 @@ TEST(RecordsTest, Gone) {
   ipc::Message message = service::goneRecord(MSG_DATA, 7, "unplugged");
   EXPECT_EQ(message.header().type, MSG_DATA);
   const Record record = parseRecord(message.payload());
-  EXPECT_EQ(record.kind, CameraDataKind::Gone);
+  EXPECT_EQ(record.kind, CameraDataKind::Removed);
   EXPECT_EQ(record.camera, 7U);
   EXPECT_EQ(record.text, "unplugged");
 }

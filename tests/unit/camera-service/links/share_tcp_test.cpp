@@ -102,7 +102,7 @@ TEST_F(ShareTcpTest, TheWholeRound) {
   sharing.join();
   EXPECT_EQ(host->records.count(CameraDataKind::Frame), 0U) << "nothing through the host";
   host->unshare("test:A");
-  EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Gone).camera, announced.camera);
+  EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Removed).camera, announced.camera);
   EXPECT_TRUE(peer.atEnd()) << "an idle connection is closed";
 }
 
@@ -214,12 +214,12 @@ TEST_F(ShareTcpTest, FromTheHostsWayToTcpAndBack) {
   host->command(IPC_MSG_SHARE, document(vm.port));
   const RawPeer peer = vm.greet();
   EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Announced).camera, number);
-  EXPECT_EQ(host->records.await(CameraDataKind::Gone).camera, number);
+  EXPECT_EQ(host->records.await(CameraDataKind::Removed).camera, number);
   host->fromVm(CameraDataKind::Start, number);
   EXPECT_FALSE(TestHost::camera(host->status(), "test:A").value("running").toBool())
       << "the camera is no longer shared this way";
   host->share("test:A");
-  EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Gone).camera, number);
+  EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Removed).camera, number);
   host->records.await(CameraDataKind::Announced, 2);
 }
 

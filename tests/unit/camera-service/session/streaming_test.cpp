@@ -64,7 +64,7 @@ TEST_F(StreamingTest, StopTurnsTheCameraOff) {
   const std::size_t frames = host->records.count(CameraDataKind::Frame);
   std::this_thread::sleep_for(milliseconds(150));
   EXPECT_EQ(host->records.count(CameraDataKind::Frame), frames);
-  EXPECT_EQ(host->records.count(CameraDataKind::Gone), 0U) << "it is still shared";
+  EXPECT_EQ(host->records.count(CameraDataKind::Removed), 0U) << "it is still shared";
   host->fromVm(CameraDataKind::Start, number);
   host->records.await(CameraDataKind::Frame, frames + 3);
 }
@@ -76,7 +76,7 @@ TEST_F(StreamingTest, UnshareSaysGone) {
   EXPECT_EQ(TestHost::camera(host->list(), "test:Front").value("sharedWith").toArray(),
             QJsonArray{"vm-7"});
   host->unshare("test:Front");
-  const Record gone = host->records.await(CameraDataKind::Gone);
+  const Record gone = host->records.await(CameraDataKind::Removed);
   EXPECT_EQ(gone.camera, number);
   EXPECT_FALSE(gone.text.empty());
   const QJsonObject camera = TestHost::camera(host->status(), "test:Front");
@@ -107,7 +107,7 @@ TEST_F(StreamingTest, ACameraInUseIsNotAnnouncedAgain) {
   const std::size_t frames = host->records.count(CameraDataKind::Frame);
   host->records.await(CameraDataKind::Frame, frames + 5);
   EXPECT_EQ(host->records.count(CameraDataKind::Announced), 1U);
-  EXPECT_EQ(host->records.count(CameraDataKind::Gone), 0U);
+  EXPECT_EQ(host->records.count(CameraDataKind::Removed), 0U);
 }
 
 TEST_F(StreamingTest, UnshareAllWithAndWithoutDocument) {
@@ -120,7 +120,7 @@ TEST_F(StreamingTest, UnshareAllWithAndWithoutDocument) {
     host->share("test:B");
     host->records.await(CameraDataKind::Announced, 2);
     host->send(IPC_MSG_UNSHARE_ALL, document);
-    host->records.await(CameraDataKind::Gone, 2);
+    host->records.await(CameraDataKind::Removed, 2);
   }
 }
 

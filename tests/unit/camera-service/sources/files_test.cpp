@@ -47,7 +47,7 @@ TEST_F(FilesTest, PluggedAndUnplugged) {
   watch(*host, "file:a.jpg");
   std::filesystem::remove(folder + "/a.jpg");
   EXPECT_EQ(host->awaitChange("removed").value("camera").toString(), "file:a.jpg");
-  EXPECT_EQ(host->records.await(CameraDataKind::Gone).text, "unplugged");
+  EXPECT_EQ(host->records.await(CameraDataKind::Removed).text, "unplugged");
   EXPECT_FALSE(TestHost::camera(host->status(), "file:a.jpg").value("running").toBool());
 }
 
@@ -57,7 +57,7 @@ TEST_F(FilesTest, PluggedAgainItIsSharedAgain) {
   const auto host = this->host();
   const std::uint32_t number = watch(*host, "file:a.jpg");
   std::filesystem::rename(folder + "/a.jpg", dir / "a.jpg");
-  host->records.await(CameraDataKind::Gone);
+  host->records.await(CameraDataKind::Removed);
   EXPECT_FALSE(TestHost::camera(host->list(), "file:a.jpg").value("present").toBool(true));
   std::filesystem::rename(dir / "a.jpg", folder + "/a.jpg");
   const Record again = host->records.await(CameraDataKind::Announced, 2);
@@ -76,7 +76,7 @@ TEST_F(FilesTest, TakenBackWhileUnpluggedItStaysTakenBack) {
   host->share("file:a.jpg");
   host->records.await(CameraDataKind::Announced);
   std::filesystem::rename(folder + "/a.jpg", dir / "a.jpg");
-  host->records.await(CameraDataKind::Gone);
+  host->records.await(CameraDataKind::Removed);
   host->share("file:a.jpg");
   EXPECT_TRUE(host->awaitChange("refused").value("reason").toString().contains("unplugged"));
   host->unshare("file:a.jpg");

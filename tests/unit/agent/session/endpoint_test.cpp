@@ -1,5 +1,5 @@
-// Link: handshake byte for byte, messages from pieces, the way back after garbage.
-#include "session/vm_connection.h"
+// Endpoint: handshake byte for byte, messages from pieces, the way back after garbage.
+#include "session/endpoint.h"
 
 #include <gtest/gtest.h>
 
@@ -8,18 +8,18 @@
 namespace lumsar::agent::test {
 namespace {
 
-class LinkTest : public testing::Test, public LinkOwner {
+class EndpointTest : public testing::Test, public EndpointEvents {
  protected:
-  void start(LinkSettings settings = {}) {
-    link.emplace(settings, *this, "host");
-    link->opened();
+  void start(EndpointSettings settings = {}) {
+    endpoint.emplace(settings, *this, "host");
+    endpoint->opened();
   }
   void receive(Bytes bytes) {
     while (!bytes.empty()) {
-      const auto room = link->room();
+      const auto room = endpoint->room();
       const std::size_t size = std::min(room.size(), bytes.size());
       std::copy_n(bytes.begin(), size, room.begin());
-      link->received(size);
+      endpoint->received(size);
       bytes = bytes.subspan(size);
     }
   }
@@ -30,14 +30,14 @@ class LinkTest : public testing::Test, public LinkOwner {
   }
 
   void send(Bytes message) override { sent.emplace_back(message.begin(), message.end()); }
-  void greeted(const RedirMsgHeader& /*header*/, std::uint16_t token) override {
+  void established(const RedirMsgHeader& /*header*/, std::uint16_t token) override {
     tokens.push_back(token);
   }
   void takeRecord(Bytes record) override { records.emplace_back(record.begin(), record.end()); }
   void unredirectAll() override { ++unredirects; }
   void streamFault() override { ++faults; }
 
-  std::optional<Link> link;
+  std::optional<Endpoint> endpoint;
   std::vector<Message> sent;
   std::vector<std::uint16_t> tokens;
   std::vector<Message> records;
@@ -48,7 +48,7 @@ class LinkTest : public testing::Test, public LinkOwner {
 const Message kChannelOpened{0x4D, 0x41, 0x43, 0x56, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
                              0,    0,    0,    0,    0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
 
-TEST_F(LinkTest, SpiceSaysNothingUntilTheHostGreets) {
+TEST_F(EndpointTest, SpiceSaysNothingUntilTheHostGreets) {
   start();
   EXPECT_TRUE(sent.empty());
   receive(hello(0x1234));
@@ -56,33 +56,33 @@ TEST_F(LinkTest, SpiceSaysNothingUntilTheHostGreets) {
                        1,    1,    3,    0,    0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x34, 0x12, 1, 0};
   ASSERT_EQ(sent.size(), 1U);
   EXPECT_EQ(sent[0], answer);
-  EXPECT_TRUE(link->established());
+  EXPECT_TRUE(endpoint->established());
 }
 
-TEST_F(LinkTest, KnocksAtASpiceHostThatHasNotGreeted) {
+TEST_F(EndpointTest, ProbesASpiceHostThatHasNotGreeted) {
   start();
-  link->knock();
+  endpoint->sendWakeUpProbe();
   ASSERT_EQ(sent.size(), 1U);
-  Message knock = dataMessage(CameraDataKind::Knock, 0);
+  Message probe = message(MSG_DATA, record(CameraDataKind::WakeUpProbe, 0));
   ASSERT_EQ(sent[0].size(), kHeaderSize + sizeof(CameraDataHeader));
-  const auto time = knock.end() - 8;
+  const auto time = probe.end() - 8;
   std::copy(sent[0].end() - 8, sent[0].end(), time);
-  EXPECT_EQ(sent[0], knock);
+  EXPECT_EQ(sent[0], probe);
   receive(hello(1));
   sent.clear();
-  link->knock();
+  endpoint->sendWakeUpProbe();
   EXPECT_TRUE(sent.empty());
 }
 
-TEST_F(LinkTest, NeedNotKnockAtAnRdpHost) {
-  start({.kind = LinkKind::Rdp});
+TEST_F(EndpointTest, DoesNotProbeAnRdpHost) {
+  start({.protocol = Protocol::Rdp});
   sent.clear();
-  link->knock();
+  endpoint->sendWakeUpProbe();
   EXPECT_TRUE(sent.empty());
 }
 
-TEST_F(LinkTest, RdpSaysFirstThatTheChannelIsOpen) {
-  start({.kind = LinkKind::Rdp, .session = 0x0203, .shareAll = true});
+TEST_F(EndpointTest, RdpSaysFirstThatTheChannelIsOpen) {
+  start({.protocol = Protocol::Rdp, .session = 0x0203, .shareAll = true});
   ASSERT_EQ(sent.size(), 1U);
   EXPECT_EQ(sent[0], kChannelOpened);
   receive(hello(9999, 0x13));
@@ -92,7 +92,7 @@ TEST_F(LinkTest, RdpSaysFirstThatTheChannelIsOpen) {
   EXPECT_EQ(sent[1], answer);
 }
 
-TEST_F(LinkTest, TellsItsVersionAndForTestsAWrongToken) {
+TEST_F(EndpointTest, TellsItsVersionAndForTestsAWrongToken) {
   start({.vmMajor = 1, .vmMinor = 0, .wrongToken = true});
   receive(hello(65535));
   ASSERT_EQ(sent.size(), 1U);
@@ -102,14 +102,14 @@ TEST_F(LinkTest, TellsItsVersionAndForTestsAWrongToken) {
   EXPECT_EQ(sent[0][33], 0);
 }
 
-TEST_F(LinkTest, EveryHelloIsAnsweredAndBeginsAnew) {
+TEST_F(EndpointTest, EveryHelloIsAnsweredAndBeginsAnew) {
   start();
   receive(join({hello(1), hello(2)}));
   EXPECT_EQ(tokens, (std::vector<std::uint16_t>{1, 2}));
   EXPECT_EQ(sent.size(), 2U);
 }
 
-TEST_F(LinkTest, AssemblesPiecesOfEverySize) {
+TEST_F(EndpointTest, AssemblesPiecesOfEverySize) {
   const Message data(100, 0x42);
   const Message all = join({hello(7), message(MSG_DATA, data), message(MSG_UNREDIRECT_ALL, {}),
                             message(MSG_DATA, {}), message(MSG_DATA, data)});
@@ -125,8 +125,8 @@ TEST_F(LinkTest, AssemblesPiecesOfEverySize) {
   EXPECT_EQ(faults, 0);
 }
 
-TEST_F(LinkTest, AssemblesLargePicturesFromRdpPieces) {
-  start({.kind = LinkKind::Rdp});
+TEST_F(EndpointTest, AssemblesLargePicturesFromRdpPieces) {
+  start({.protocol = Protocol::Rdp});
   receive(hello(7));
   for (const std::size_t size : {1536U, 1535U, 1537U, 3072U, 1536U - 32U, 4U << 20U}) {
     const Message data(size, 0x99);
@@ -137,14 +137,14 @@ TEST_F(LinkTest, AssemblesLargePicturesFromRdpPieces) {
   }
 }
 
-TEST_F(LinkTest, UnknownTypesAreSkipped) {
+TEST_F(EndpointTest, UnknownTypesAreSkipped) {
   start();
   receive(join({hello(7), message(77, bytes("abc")), message(MSG_DATA, bytes("x"))}));
   EXPECT_EQ(records, std::vector<Message>{bytes("x")});
   EXPECT_EQ(faults, 0);
 }
 
-TEST_F(LinkTest, DropsEverythingBeforeTheFirstHello) {
+TEST_F(EndpointTest, DropsEverythingBeforeTheFirstHello) {
   const Message tail(5000, 0x4D);
   const Message rest = join({tail, bytes("MACV"), message(MSG_DATA, bytes("old")),
                              message(MSG_UNREDIRECT_ALL, {}), message(0, bytes("a bad hello"))});
@@ -154,70 +154,70 @@ TEST_F(LinkTest, DropsEverythingBeforeTheFirstHello) {
     start();
     receiveInPieces(join({rest, hello(5), message(MSG_DATA, bytes("new"))}), size);
     EXPECT_EQ(tokens, std::vector<std::uint16_t>{5});
-    EXPECT_EQ(link->droppedBytes(), rest.size());
+    EXPECT_EQ(endpoint->droppedBytes(), rest.size());
     EXPECT_EQ(records, std::vector<Message>{bytes("new")});
     EXPECT_EQ(unredirects, 0);
     records.clear();
   }
 }
 
-TEST_F(LinkTest, GarbageInASessionEndsItUntilTheNextHello) {
+TEST_F(EndpointTest, GarbageInASessionEndsItUntilTheNextHello) {
   start();
   receive(join({hello(1), bytes("garbage"), message(MSG_DATA, bytes("lost"))}));
   EXPECT_EQ(faults, 1);
   EXPECT_TRUE(records.empty());
-  EXPECT_FALSE(link->established());
+  EXPECT_FALSE(endpoint->established());
   receive(join({hello(2), message(MSG_DATA, bytes("good"))}));
   EXPECT_EQ(records, std::vector<Message>{bytes("good")});
 }
 
-TEST_F(LinkTest, OverRdpABrokenSessionIsBegunAnewByTheVm) {
-  start({.kind = LinkKind::Rdp});
+TEST_F(EndpointTest, OverRdpABrokenSessionIsBegunAnewByTheVm) {
+  start({.protocol = Protocol::Rdp});
   receive(join({hello(1), bytes("garbage")}));
   ASSERT_EQ(sent.size(), 3U);
   EXPECT_EQ(sent[2], kChannelOpened);
 }
 
-TEST_F(LinkTest, AnImpossibleLengthIsAFaultAndHoldsNoMemory) {
+TEST_F(EndpointTest, AnImpossibleLengthIsAFaultAndHoldsNoMemory) {
   start();
   Message huge = message(MSG_DATA, {});
   huge[11] = 0x80;  // 2 GB
   receive(join({hello(1), huge}));
   EXPECT_EQ(faults, 1);
   for (int i = 0; i < 100; ++i) receive(Message(1U << 20U, 0x11));
-  EXPECT_GE(link->droppedBytes(), 100U << 20U);
+  EXPECT_GE(endpoint->droppedBytes(), 100U << 20U);
   receive(hello(2));
   EXPECT_EQ(tokens.back(), 2);
 }
 
-TEST_F(LinkTest, AHelloBehindAMessageCutShortIsFoundWhenNothingMoreComes) {
+TEST_F(EndpointTest, AHelloBehindAMessageCutShortIsFoundWhenNothingMoreComes) {
   start();
   Message half = message(MSG_DATA, Message(100000, 0x33));
   half.resize(50000);
   receive(join({hello(1), half, hello(2)}));
   EXPECT_EQ(tokens, std::vector<std::uint16_t>{1});
-  link->stalled();
+  endpoint->stalled();
   EXPECT_EQ(tokens, (std::vector<std::uint16_t>{1, 2}));
   receive(message(MSG_DATA, bytes("good")));
   EXPECT_EQ(records, std::vector<Message>{bytes("good")});
 }
 
-TEST_F(LinkTest, HalfAMessageAndSilenceIsWaitedFor) {
+TEST_F(EndpointTest, HalfAMessageAndSilenceIsWaitedFor) {
   start();
   const Message whole = message(MSG_DATA, Message(1000, 0x33));
   receive(join({hello(1), Message(whole.begin(), whole.begin() + 500)}));
-  link->stalled();
-  link->stalled();
+  endpoint->stalled();
+  endpoint->stalled();
   receive(Bytes(whole).subspan(500));
   EXPECT_EQ(records.size(), 1U);
   EXPECT_EQ(faults, 0);
 }
 
-TEST_F(LinkTest, ANewConnectionForgetsTheOldBytes) {
+TEST_F(EndpointTest, ANewConnectionForgetsTheOldBytes) {
   start();
   receive(join({hello(1), Message(10, 0x4D)}));
-  link->closed();
-  link->opened();
+  endpoint->closed();
+  endpoint->opened();
   receive(hello(2));
   EXPECT_EQ(tokens.back(), 2);
 }

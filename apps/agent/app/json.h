@@ -1,7 +1,6 @@
-// JsonWriter: writes one JSON text from the outside in; commas and quotation are its business.
-// Called by the status writer. No I/O; bound to one thread.
-#ifndef LUMSAR_AGENT_OUTPUTS_WEB_JSON_H
-#define LUMSAR_AGENT_OUTPUTS_WEB_JSON_H
+// Writes one JSON text from the outside in, with its commas and quotation marks.
+#ifndef LUMSAR_AGENT_APP_JSON_H
+#define LUMSAR_AGENT_APP_JSON_H
 
 #include <concepts>
 #include <string>
@@ -24,7 +23,7 @@ class JsonWriter {
   JsonWriter& number(std::string_view name, std::integral auto value) {
     return plain(name, std::to_string(value));
   }
-  // With `decimals` digits behind the point.
+  // With `decimals` digits after the point.
   JsonWriter& real(std::string_view name, double value, int decimals);
 
   const std::string& result() const { return m_result; }

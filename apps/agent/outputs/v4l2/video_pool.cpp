@@ -1,12 +1,7 @@
-// Sharing out the video devices. Called on the channel's thread and by the sinks' threads.
-// Thread-safe by the pool's own mutex.
-#include "outputs/v4l2/video_output.h"
+#include "outputs/v4l2/video_pool.h"
 
 #include <algorithm>
 #include <utility>
-
-#include "app/log.h"
-#include "outputs/v4l2/video_sink.h"
 
 namespace lumsar::agent {
 
@@ -21,7 +16,7 @@ std::vector<std::string> VideoPool::candidates() {
 std::optional<std::string> VideoPool::acquire(const std::string& cameraId,
                                               const std::set<std::string>& avoid) {
   const std::lock_guard lock(m_mutex);
-  // A device that no other camera had is better than one that some program knows by its picture.
+  // Another camera's device is the last resort: programs may remember it by what it showed.
   enum Fitness { Another, Fresh, Own };
   std::optional<std::pair<Fitness, std::string>> best;
   for (const auto& path : candidates()) {
@@ -41,15 +36,6 @@ std::optional<std::string> VideoPool::acquire(const std::string& cameraId,
 void VideoPool::release(const std::string& path) {
   const std::lock_guard lock(m_mutex);
   m_used.erase(path);
-}
-
-VideoOutput::VideoOutput(std::unique_ptr<VideoSystem> system, std::vector<std::string> paths)
-    : m_pool(std::move(system), std::move(paths)) {}
-
-std::unique_ptr<Sink> VideoOutput::open(const CameraInfo& camera, int /*handle*/,
-                                        const std::string& /*label*/,
-                                        std::function<void()> changed) {
-  return std::make_unique<VideoSink>(m_pool, camera, std::move(changed));
 }
 
 }  // namespace lumsar::agent

@@ -1,6 +1,3 @@
-// Who has a device open. Called by the kernel's VideoDevice on its sink's thread.
-// The loopback module of Debian 12 (0.12.7) tells its writer nothing about readers: neither an
-// event nor a file in /sys. So inotify says when to look and /proc says what is so.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,34 +19,36 @@ bool sameFile(const struct stat& one, const struct stat& other) {
   return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
-// Following a link in /proc may hang on a dead network disk, so only likely ones are followed.
+// Following a link in /proc can hang on a dead network disk, so only likely ones are followed.
 bool isLikely(const std::string& target, const std::string& path) {
   return target == path || (target.starts_with("/dev/") && path.starts_with("/dev/"));
 }
 
-bool hasOpen(const fs::path& process, const std::string& path, const struct stat& wanted,
-             bool& blind) {
+bool hasOpen(const fs::path& process, const std::string& path, const struct stat& device,
+             bool& incomplete) {
   std::error_code error;
   fs::directory_iterator files(process / "fd", error);
   if (error) {
-    blind = blind || error == std::errc::permission_denied;
+    incomplete = incomplete || error == std::errc::permission_denied;
     return false;
   }
   for (; !error && files != fs::directory_iterator(); files.increment(error)) {
     std::error_code unreadable;
     const std::string target = fs::read_symlink(files->path(), unreadable);
-    struct stat found {};
+    struct stat found = {};
     if (unreadable || !isLikely(target, path)) continue;
-    if (stat(files->path().c_str(), &found) == 0 && sameFile(wanted, found)) return true;
+    if (stat(files->path().c_str(), &found) == 0 && sameFile(device, found)) return true;
   }
   return false;
 }
 
 }  // namespace
 
-int countOpeners(const std::string& path, bool& blind) {
-  struct stat wanted {};
-  if (stat(path.c_str(), &wanted) != 0) return 0;
+// The loopback module of Debian 12 (0.12.7) tells its writer nothing about readers: neither by an
+// event nor by a file in /sys. So inotify says when to check, and /proc says who they are.
+int countOpeners(const std::string& path, bool& incomplete) {
+  struct stat device = {};
+  if (stat(path.c_str(), &device) != 0) return 0;
   const std::string own = std::to_string(getpid());
   int openers = 0;
   std::error_code error;
@@ -58,7 +57,7 @@ int countOpeners(const std::string& path, bool& blind) {
     const std::string name = processes->path().filename();
     const bool isProcess = std::ranges::all_of(
         name, [](char c) { return std::isdigit(static_cast<unsigned char>(c)) != 0; });
-    if (isProcess && name != own && hasOpen(processes->path(), path, wanted, blind)) ++openers;
+    if (isProcess && name != own && hasOpen(processes->path(), path, device, incomplete)) ++openers;
   }
   return openers;
 }

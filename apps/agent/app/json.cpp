@@ -1,9 +1,6 @@
-// JSON writing. Called by the status writer.
-// No I/O; bound to one thread.
-#include "outputs/web/json.h"
+#include "app/json.h"
 
-#include <array>
-#include <cstdio>
+#include "base/format.h"
 
 namespace lumsar::agent {
 
@@ -14,9 +11,7 @@ JsonWriter& JsonWriter::text(std::string_view name, std::string_view value) {
 }
 
 JsonWriter& JsonWriter::real(std::string_view name, double value, int decimals) {
-  std::array<char, 64> digits{};
-  std::snprintf(digits.data(), digits.size(), "%.*f", decimals, value);
-  return plain(name, digits.data());
+  return plain(name, base::text("{:.{}f}", value, decimals));
 }
 
 JsonWriter& JsonWriter::begin(std::string_view name, char bracket) {
@@ -54,9 +49,7 @@ void JsonWriter::quoted(std::string_view value) {
       m_result.push_back(c);
       continue;
     }
-    std::array<char, 8> escape{};
-    std::snprintf(escape.data(), escape.size(), "\\u%04x", static_cast<unsigned>(c));
-    m_result.append(escape.data());
+    m_result += base::text("\\u{:04x}", static_cast<unsigned>(c));
   }
   m_result.push_back('"');
 }

@@ -1,0 +1,68 @@
+// ViewStream: each reader gets the newest frame, no old ones, and learns of the end.
+#include "outputs/web/view_stream.h"
+
+#include <gtest/gtest.h>
+
+namespace lumsar::agent::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+class ViewStreamTest : public testing::Test {
+ protected:
+  FramePtr deliver() {
+    auto frame = std::make_shared<Frame>();
+    stream->deliver(frame);
+    return frame;
+  }
+
+  int changes = 0;
+  std::shared_ptr<ViewStream> stream = std::make_shared<ViewStream>([this] { ++changes; });
+};
+
+TEST_F(ViewStreamTest, AReaderGetsTheNewestFrameOnce) {
+  ViewStream::Reader reader(stream);
+  EXPECT_EQ(reader.next(1ms), nullptr);
+  deliver();
+  const FramePtr newest = deliver();
+  EXPECT_EQ(reader.next(1ms), newest);
+  EXPECT_EQ(reader.next(1ms), nullptr);
+  EXPECT_EQ(stream->report().delivered, 1U);
+  EXPECT_EQ(stream->report().dropped, 1U);
+}
+
+TEST_F(ViewStreamTest, ASecondReaderBeginsWithTheCurrentFrame) {
+  ViewStream::Reader first(stream);
+  const FramePtr frame = deliver();
+  EXPECT_EQ(first.next(1ms), frame);
+  ViewStream::Reader second(stream);
+  EXPECT_EQ(second.next(1ms), frame);
+  EXPECT_EQ(stream->report().delivered, 1U);
+}
+
+TEST_F(ViewStreamTest, AReaderDoesNotBeginWithAnOldFrame) {
+  {
+    const ViewStream::Reader reader(stream);
+    deliver();
+    EXPECT_TRUE(stream->hasConsumer());
+  }
+  EXPECT_FALSE(stream->hasConsumer());
+  EXPECT_EQ(changes, 2);
+  ViewStream::Reader reader(stream);
+  EXPECT_EQ(reader.next(1ms), nullptr);
+}
+
+TEST_F(ViewStreamTest, ClosingEndsTheWaitAndTheNotifications) {
+  ViewStream::Reader reader(stream);
+  changes = 0;
+  stream->close();
+  EXPECT_TRUE(stream->closed());
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(reader.next(10s), nullptr);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);
+  const ViewStream::Reader late(stream);
+  EXPECT_EQ(changes, 0);
+}
+
+}  // namespace
+}  // namespace lumsar::agent::test
