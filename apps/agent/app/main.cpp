@@ -17,11 +17,11 @@
 
 namespace {
 
-using base::UniqueFd;
+using lumsar::base::UniqueFd;
 using namespace lumsar::agent;
 
 // Signals become readable here; threads that are started later inherit the block.
-base::UniqueFd takeEndSignals() {
+lumsar::base::UniqueFd takeEndSignals() {
   sigset_t ends;
   sigemptyset(&ends);
   sigaddset(&ends, SIGINT);
@@ -30,7 +30,7 @@ base::UniqueFd takeEndSignals() {
   pthread_sigmask(SIG_BLOCK, &ends, nullptr);
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is an error like a full disk
-  return base::UniqueFd(signalfd(-1, &ends, SFD_CLOEXEC | SFD_NONBLOCK));
+  return lumsar::base::UniqueFd(signalfd(-1, &ends, SFD_CLOEXEC | SFD_NONBLOCK));
 }
 
 // A static program has no loader that could bring xrdp's library.
@@ -44,7 +44,7 @@ std::unique_ptr<Transport> openXrdp(const Options& options) {
 }
 
 int run(const Options& options) {
-  const base::UniqueFd endSignal = takeEndSignals();
+  const lumsar::base::UniqueFd endSignal = takeEndSignals();
   Program program(options, openXrdp(options));
   const bool written = program.run(endSignal.get());
   if (options.json) std::puts(program.statusJson().c_str());

@@ -180,10 +180,10 @@ class HostApp {
 
 }  // namespace
 
-int runHostProgram(int argc, char** argv, HostCommandLine commandLine,
+int runHostProgram(int argc, char** argv, const HostCommandLine& commandLine,
                    const MakeTransport& makeTransport) {
   return base::runProgram(commandLine.program.c_str(), [&] {
-    const auto options = parseOptions(argc, argv, std::move(commandLine));
+    const auto options = parseOptions(argc, argv, commandLine);
     return options ? HostApp(*options, makeTransport).run() : 0;
   });
 }

@@ -17,7 +17,7 @@ using MakeTransport = std::function<std::unique_ptr<Transport>(
     asio::io_context& loop, SendQueue& queue, Inbox& inbox, const Options& options)>;
 
 // The body of main(): runs the host until it is done or interrupted, and returns the exit status.
-int runHostProgram(int argc, char** argv, HostCommandLine commandLine,
+int runHostProgram(int argc, char** argv, const HostCommandLine& commandLine,
                    const MakeTransport& makeTransport);
 
 }  // namespace lumsar::host

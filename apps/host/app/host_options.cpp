@@ -72,7 +72,7 @@ void findLibraries(Options& options) {
 
 }  // namespace
 
-std::optional<Options> parseOptions(int argc, char** argv, HostCommandLine program) {
+std::optional<Options> parseOptions(int argc, char** argv, const HostCommandLine& program) {
   Options options;
   options.driver.protocol = program.protocol.value_or(Protocol::Spice);
   base::CommandLine line(program.program, program.usage,

@@ -36,7 +36,7 @@ struct HostCommandLine {
 };
 
 // Nothing when the program should end with 0 now, after --help or --version. Throws UsageError.
-std::optional<Options> parseOptions(int argc, char** argv, HostCommandLine commandLine);
+std::optional<Options> parseOptions(int argc, char** argv, const HostCommandLine& commandLine);
 
 }  // namespace lumsar::host
 

@@ -202,7 +202,7 @@ TEST_F(RdpBadInput, CommandLines) {
   EXPECT_EQ(run({"unix:"}), 2);
   EXPECT_EQ(run({"[::1"}), 2);
   EXPECT_EQ(run({"host", "--accept-certificate", "12:34"}), 2);
-  EXPECT_TRUE(host->countOf("is no SHA-256 fingerprint") == 1);
+  EXPECT_TRUE(host->countOf("is not a valid SHA-256 fingerprint") == 1);
   EXPECT_EQ(run({"host", "--credentials", "/nowhere"}), 1);
   EXPECT_TRUE(host->countOf("cannot read credentials from /nowhere") == 1);
 }

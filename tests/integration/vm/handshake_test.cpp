@@ -195,7 +195,8 @@ TEST_F(Handshake, PortThatTheVmDoesNotHave) {
 TEST_F(Handshake, AddressThatIsNone) {
   user().startHost("spice://127.0.0.1");
   EXPECT_EQ(user().host().wait(5s), 2);
-  EXPECT_TRUE(user().host().expect("\"spice://127.0.0.1\" is no address: use spice://HOST:PORT"));
+  EXPECT_TRUE(user().host().expect(
+      "\"spice://127.0.0.1\" is not a valid address; expected spice://HOST:PORT"));
 }
 
 TEST_F(Handshake, ServerThatIsNotThere) {
