@@ -89,7 +89,7 @@ start_host() {
   local kind=$1
   shift
   rm -f "$run/commands" && mkfifo "$run/commands"
-  "$bin/lumsar-host" --kind "$kind" --vm "unix:$run/vm.sock" --json "$@" \
+  "$bin/lumsar-host" --protocol "$kind" --vm "unix:$run/vm.sock" --json "$@" \
     <"$run/commands" >"$run/host.json" 2>>"$run/host.log" &
   host_pid=$!
   exec 9>"$run/commands"

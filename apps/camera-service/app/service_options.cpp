@@ -14,7 +14,7 @@
 namespace lumsar::service {
 namespace {
 
-const QCommandLineOption kChannel("channel", "Listen on channel NAME, or at an absolute path.",
+const QCommandLineOption kChannel("ipc-channel", "Listen on channel NAME, or at an absolute path.",
                                   "NAME", "lumsar");
 const QCommandLineOption kCamera(
     "camera",

@@ -2,12 +2,10 @@
 
 #include <editline/readline.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <system_error>
 #include <utility>
 
 namespace lumsar::host {
@@ -35,9 +33,7 @@ Console::Console(std::function<void(const std::string&)> onLine, std::function<v
     : m_onLine(std::move(onLine)),
       m_onEnd(std::move(onEnd)),
       m_isBusy(std::move(isBusy)),
-      m_terminal(isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1),
-      m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-  if (m_wake < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+      m_terminal(isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1) {
   theConsole = this;
   takeLineOf = [](Console* console, const char* line) { console->takeLine(line); };
   m_thread = std::thread([this] { run(); });
@@ -48,23 +44,22 @@ Console::~Console() {
     const std::lock_guard lock(m_mutex);
     m_stopping = true;
   }
-  eventfd_write(m_wake, 1);
+  m_wake.wake();
   m_thread.join();
   theConsole = nullptr;
-  close(m_wake);
 }
 
 void Console::print(const std::string& line) {
   const std::lock_guard lock(m_mutex);
   m_waiting += line + "\n";
-  eventfd_write(m_wake, 1);
+  m_wake.wake();
 }
 
 void Console::run() {
   if (m_terminal) rl_callback_handler_install(kPrompt, handleLine);
   while (true) {
     const bool busy = !m_terminal && !m_ended && m_isBusy();
-    pollfd files[] = {{m_wake, POLLIN, 0}, {m_ended || busy ? -1 : STDIN_FILENO, POLLIN, 0}};
+    pollfd files[] = {{m_wake.get(), POLLIN, 0}, {m_ended || busy ? -1 : STDIN_FILENO, POLLIN, 0}};
     if (poll(files, 2, busy ? kBusyMs : -1) < 0 && errno != EINTR) break;
     printWaiting();
     {
@@ -124,8 +119,7 @@ void Console::takeLine(const char* line) {
 }
 
 void Console::printWaiting() {
-  eventfd_t ignored = 0;
-  eventfd_read(m_wake, &ignored);
+  m_wake.clear();
   std::string text;
   {
     const std::lock_guard lock(m_mutex);

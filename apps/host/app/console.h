@@ -8,12 +8,14 @@
 #include <string>
 #include <thread>
 
+#include "base/event_fd.h"
+
 namespace lumsar::host {
 
 class Console {
  public:
   // `onLine` is called with each line, `onEnd` at the end of input; while `isBusy`, nothing is read
-  // from what is no terminal. All on the console's thread.
+  // from what is not a terminal. All on the console's thread.
   Console(std::function<void(const std::string&)> onLine, std::function<void()> onEnd,
           std::function<bool()> isBusy);
   ~Console();
@@ -40,7 +42,7 @@ class Console {
   bool m_tooLong = false;  // more than that of the line has come
   std::mutex m_mutex;
   std::string m_waiting;  // to be printed by the console's thread
-  int m_wake;             // an eventfd
+  base::EventFd m_wake;
   bool m_stopping = false;
   std::thread m_thread;
 };

@@ -1,4 +1,4 @@
-// The host program: everything but its kind of channel. Called from main().
+// The host program: everything but its kind of channel.
 #ifndef LUMSAR_HOST_APP_HOST_APP_H
 #define LUMSAR_HOST_APP_HOST_APP_H
 
@@ -7,17 +7,17 @@
 #include <memory>
 
 #include "app/host_options.h"
+#include "transport/inbox.h"
 #include "transport/send_queue.h"
 #include "transport/transport.h"
 
 namespace lumsar::host {
 
 using MakeTransport = std::function<std::unique_ptr<Transport>(
-    asio::io_context& loop, SendQueue& queue, const Options& options)>;
+    asio::io_context& loop, SendQueue& queue, Inbox& inbox, const Options& options)>;
 
-// Parses the command line, runs the host until it is done or interrupted, and returns the exit
-// code. No exception leaves it.
-int runHostProgram(int argc, char** argv, const ProgramText& text,
+// The body of main(): runs the host until it is done or interrupted, and returns the exit status.
+int runHostProgram(int argc, char** argv, const HostCommandLine& commandLine,
                    const MakeTransport& makeTransport);
 
 }  // namespace lumsar::host

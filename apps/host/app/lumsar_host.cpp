@@ -4,15 +4,13 @@
 
 int main(int argc, char** argv) {
   using namespace lumsar::host;
-  const ProgramText text{
-      .name = "lumsar-host",
-      .synopsis = "[OPTION...] --vm unix:PATH|tcp:HOST:PORT",
-      .addressHelp =
-          "  --vm ADDRESS         where lumsar-agent listens: unix:PATH or tcp:HOST:PORT\n",
-      .kind = {},
-  };
-  return runHostProgram(argc, argv, text,
-                        [](asio::io_context& loop, SendQueue& queue, const Options& options) {
-                          return std::make_unique<SocketTransport>(loop, queue, options.vm);
-                        });
+  return runHostProgram(
+      argc, argv,
+      {.program = "lumsar-host",
+       .usage = "[OPTION...] unix:PATH|tcp:HOST:PORT",
+       .example = "  lumsar-host tcp:127.0.0.1:4711 --exec 'share 0' --duration 8h",
+       .protocol = {}},
+      [](asio::io_context& loop, SendQueue& queue, Inbox& inbox, const Options& options) {
+        return std::make_unique<SocketTransport>(loop, queue, inbox, options.vm);
+      });
 }

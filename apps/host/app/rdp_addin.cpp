@@ -1,15 +1,13 @@
 // The add-in for RDP clients on FreeRDP's library, such as xfreerdp: "/vc:lumsar" gives them the
 // cameras. One host without a console, on a thread of its own, for as long as the client lives.
 //
-//   client's thread: VirtualChannelEntryEx, then whatever RdpChannel is told
-//   own thread:      Session, hence the plug-in; what RdpChannel sends
+//   client's thread:  VirtualChannelEntryEx, then whatever RdpChannel is told
+//   own thread:       what RdpChannel sends
+//   plug-in's thread: CameraHost
 // These first: the RDP library has macros with the names of our status codes.
-#include "app/commands.h"
-#include "app/host_options.h"
+#include "session/camera_host.h"
+#include "session/find_libraries.h"
 #include "session/report.h"
-#include "session/service_watch.h"
-#include "session/session.h"
-#include "transport/inbox.h"
 
 #include <dlfcn.h>
 #include <freerdp/settings.h>
@@ -21,8 +19,11 @@
 #include <exception>
 #include <filesystem>
 #include <memory>
+#include <stdexcept>
 #include <thread>
 
+#include "base/errors.h"
+#include "base/format.h"
 #include "rdp/rdp_channel.h"
 
 namespace lumsar::host {
@@ -39,9 +40,15 @@ fs::path addInDirectory() {
 }
 
 // "/vc:lumsar,plugin:PATH,ipc-library:PATH,vm-id:ID,verbose"
-Options parseArguments(const ADDIN_ARGV* arguments) {
-  Options options;
-  options.driver.kind = Kind::Rdp;
+struct AddInOptions {
+  DriverSetup driver;
+  std::string plugin;
+  bool verbose = false;
+};
+
+AddInOptions parseArguments(const ADDIN_ARGV* arguments) {
+  AddInOptions options;
+  options.driver.protocol = Protocol::Rdp;
   for (int i = 1; arguments != nullptr && i < arguments->argc; ++i) {
     const std::string word = arguments->argv[i];
     const auto colon = word.find(':');
@@ -56,8 +63,10 @@ Options parseArguments(const ADDIN_ARGV* arguments) {
     } else if (name == "verbose") {
       options.verbose = true;
     } else {
-      throw UsageError("unknown option \"" + word +
-                       "\": there are plugin:PATH, ipc-library:PATH, vm-id:ID and verbose");
+      throw base::UsageError(
+          base::text("unknown option \"{}\"; expected plugin:PATH, ipc-library:PATH, vm-id:ID or "
+                     "verbose",
+                     word));
     }
   }
   const fs::path here = addInDirectory();
@@ -71,50 +80,47 @@ Options parseArguments(const ADDIN_ARGV* arguments) {
 // The client has the connection; here is only its channel.
 class AddInTransport final : public Transport {
  public:
-  AddInTransport(asio::io_context& loop, SendQueue& queue)
-      : m_loop(loop), m_inbox(std::make_shared<Inbox>(loop)), m_channel(queue, *m_inbox) {
-    m_channel.setOnRoom([this] { wake(); });
+  AddInTransport(asio::io_context& loop, SendQueue& queue, Inbox& inbox)
+      : m_loop(loop), m_channel(queue, inbox) {
+    m_channel.setOnCapacity([this] { wake(); });
   }
 
-  void start(Listener& listener) override { m_inbox->listen(&listener); }
-  void stop() override { m_inbox->listen(nullptr); }
+  void start() override {}
+  void stop() override {}
   void wake() override {
-    asio::post(m_loop, [this] { m_channel.pump(); });
+    asio::post(m_loop, [this] { m_channel.drain(); });
   }
   RdpChannel& channel() { return m_channel; }
 
  private:
   asio::io_context& m_loop;
-  std::shared_ptr<Inbox> m_inbox;
   RdpChannel m_channel;
 };
 
 class AddIn {
  public:
-  explicit AddIn(const Options& options)
+  explicit AddIn(const AddInOptions& options)
       : m_report(true),
         m_log(m_report, options.verbose),
-        m_plugin(options.plugin),
-        m_transport(m_loop, m_queue),
-        m_session(m_loop, m_plugin, options.driver, m_queue, m_transport, m_report),
-        m_commands(
-            m_plugin, m_report, [] { return std::string(); }, [](int) { return 0; }, false),
-        m_serviceWatch(
-            m_loop, m_worker, [this] { return m_session.serviceConnection(); },
-            [this] { return m_commands.serviceAnswers(); },
-            [this] { m_session.recover("it does not answer"); }) {
+        m_host(m_loop, m_report,
+               {.plugin = options.plugin,
+                .driver = options.driver,
+                .status = {},
+                .onHandshake = [] { return false; },
+                .onRefused = [] {}}),
+        m_transport(m_loop, m_host.queue(), m_host.inbox()) {
     m_report.setSink(
         [](const std::string& line) { std::fprintf(stderr, "lumsar: %s\n", line.c_str()); });
-    m_queue.setWake([this] { m_transport.wake(); });
-    m_thread = std::thread([this] { run(); });
+    // The plug-in loads its IPC library below the working directory; that of its thread shall not
+    // be the client's. Where this is not allowed, it is the client's for a moment.
+    m_host.post([] { static_cast<void>(unshare(CLONE_FS)); });
+    m_host.start(m_transport);
+    m_thread = std::thread([this] { m_loop.run(); });
   }
 
+  // Waits for the plug-in, a few seconds at worst.
   ~AddIn() {
-    asio::post(m_loop, [this] {
-      m_serviceWatch.stop();
-      m_session.stop();
-      m_loop.stop();
-    });
+    m_host.stop([this] { m_loop.stop(); });
     m_thread.join();
   }
   AddIn(const AddIn&) = delete;
@@ -123,34 +129,13 @@ class AddIn {
   RdpChannel& channel() { return m_transport.channel(); }
 
  private:
-  void run() {
-    // The plug-in loads its IPC library below the working directory; that of this thread shall not
-    // be the client's. Where this is not allowed, it is the client's for a moment.
-    static_cast<void>(unshare(CLONE_FS));
-    try {
-      m_session.start();
-      m_serviceWatch.start();
-      m_loop.run();
-    } catch (const std::exception& error) {
-      // The client goes on without cameras.
-      m_report.say(std::string("no cameras any more: ") + error.what());
-      m_serviceWatch.stop();
-      m_session.stop();
-    }
-  }
-
   Report m_report;
   PluginLog m_log;
   asio::io_context m_loop;
   asio::executor_work_guard<asio::io_context::executor_type> m_work = asio::make_work_guard(m_loop);
-  SendQueue m_queue;
-  Plugin m_plugin;
+  CameraHost m_host;
   AddInTransport m_transport;
-  Session m_session;
-  Commands m_commands;
-  ServiceWatch m_serviceWatch;
   std::thread m_thread;
-  Worker m_worker;  // last: its jobs use all of the above
 };
 
 // The plug-in serves one host a process.

@@ -6,12 +6,13 @@
 #include <cstring>
 #include <exception>
 
+#include "base/format.h"
 #include "lumsar/message.h"
 
 namespace lumsar::host {
 
 // What the library holds while it writes: the bytes stay where they are.
-struct RdpChannel::Piece {
+struct RdpChannel::Fragment {
   Message message;
 };
 
@@ -19,7 +20,8 @@ bool RdpChannel::enter(const CHANNEL_ENTRY_POINTS_FREERDP_EX& entry, void* initH
   m_entry = entry;
   m_initHandle = initHandle;
   CHANNEL_DEF definition{};
-  std::memcpy(definition.name, kRdpChannelName, sizeof kRdpChannelName);
+  static_assert(sizeof protocol::kRdpChannelName - 1 <= CHANNEL_NAME_LEN);
+  std::memcpy(definition.name, protocol::kRdpChannelName, sizeof protocol::kRdpChannelName);
   definition.options = CHANNEL_OPTION_INITIALIZED | CHANNEL_OPTION_ENCRYPT_RDP;
   return m_entry.pVirtualChannelInitEx(this, nullptr, initHandle, &definition, 1,
                                        VIRTUAL_CHANNEL_VERSION_WIN2000,
@@ -43,17 +45,19 @@ void RdpChannel::initEvent(void* self, void* /*handle*/, UINT event, void* /*dat
 
 // The channel must be opened right here: what arrives before that is lost.
 void RdpChannel::connected() {
-  const UINT16 id = freerdp_channels_get_id_by_name(m_entry.context->instance, kRdpChannelName);
+  const UINT16 id =
+      freerdp_channels_get_id_by_name(m_entry.context->instance, protocol::kRdpChannelName);
   if (id == 0 || id == 0xFFFF) {
-    return m_inbox.trouble(
-        "the server does not offer the channel \"lumsar\"; its administrator has to allow it");
+    return m_inbox.trouble(base::text(
+        "the server does not offer the channel \"{}\"; its administrator has to allow it",
+        protocol::kRdpChannelName));
   }
   DWORD handle = 0;
   const UINT status = m_entry.pVirtualChannelOpenEx(
-      m_initHandle, &handle, const_cast<char*>(kRdpChannelName), &RdpChannel::openEvent);
+      m_initHandle, &handle, const_cast<char*>(protocol::kRdpChannelName), &RdpChannel::openEvent);
   if (status != CHANNEL_RC_OK) {
-    return m_inbox.trouble("the RDP library does not open the channel \"lumsar\": error " +
-                           std::to_string(status));
+    return m_inbox.trouble(base::text("the RDP library does not open the channel \"{}\": error {}",
+                                      protocol::kRdpChannelName, status));
   }
   {
     const std::lock_guard lock(m_mutex);
@@ -62,7 +66,7 @@ void RdpChannel::connected() {
     m_message.reset();
   }
   m_inbox.opened();
-  m_onRoom();
+  m_onCapacity();
 }
 
 void RdpChannel::disconnected() {
@@ -72,6 +76,7 @@ void RdpChannel::disconnected() {
     m_open = false;
     m_message.reset();
   }
+  m_queue.close();
   m_entry.pVirtualChannelCloseEx(m_initHandle, m_openHandle);
   m_inbox.closed("the connection to the server has ended");
 }
@@ -85,12 +90,12 @@ void RdpChannel::openEvent(void* self, DWORD /*handle*/, UINT event, void* data,
         return channel.received({static_cast<const unsigned char*>(data), size});
       case CHANNEL_EVENT_WRITE_COMPLETE:  // also after a write that failed
       case CHANNEL_EVENT_WRITE_CANCELLED:
-        return channel.writeComplete(static_cast<Piece*>(data));
+        return channel.writeComplete(static_cast<Fragment*>(data));
       default:
         return;
     }
   } catch (const std::exception&) {
-    // Out of memory: these bytes are lost, and the stream finds its feet at the next message.
+    // Out of memory: these bytes are lost, and the stream resynchronises at the next message.
   }
 }
 
@@ -104,16 +109,16 @@ void RdpChannel::received(std::span<const unsigned char> bytes) {
   m_inbox.received(bytes);
 }
 
-void RdpChannel::writeComplete(Piece* piece) {
-  const std::unique_ptr<Piece> done(piece);
+void RdpChannel::writeComplete(Fragment* fragment) {
+  const std::unique_ptr<Fragment> done(fragment);
   {
     const std::lock_guard lock(m_mutex);
     if (--m_outstanding > 0) return;
   }
-  m_onRoom();
+  m_onCapacity();
 }
 
-void RdpChannel::pump() {
+void RdpChannel::drain() {
   const std::lock_guard lock(m_mutex);
   if (m_outstanding > 0) return;
   while (m_open && m_outstanding < kBatch) {
@@ -124,12 +129,12 @@ void RdpChannel::pump() {
       m_offset = 0;
     }
     const std::size_t size = std::min<std::size_t>(kRdpPieceSize, m_message->size() - m_offset);
-    auto piece = std::make_unique<Piece>(Piece{m_message});
+    auto fragment = std::make_unique<Fragment>(Fragment{m_message});
     const UINT status =
         m_entry.pVirtualChannelWriteEx(m_initHandle, m_openHandle, m_message->data() + m_offset,
-                                       static_cast<ULONG>(size), piece.get());
+                                       static_cast<ULONG>(size), fragment.get());
     if (status != CHANNEL_RC_OK) return;  // going down, or out of memory: the next call tries again
-    static_cast<void>(piece.release());   // the library's, until writeComplete()
+    static_cast<void>(fragment.release());  // the library's, until writeComplete()
     ++m_outstanding;
     m_offset += size;
     if (m_offset == m_message->size()) m_message.reset();

@@ -2,12 +2,12 @@
 // lumsar-rdp or any client that loads the add-in. The library calls it on the thread that runs the
 // client's loop.
 //
-//   SendQueue --whole messages--> pieces, at most kBatch in the library's hands --> server
-//   Inbox     <--bytes as they come--------------------------------------------- server
+//   SendQueue --complete messages--> fragments, at most kBatch in the library's hands --> server
+//   Inbox     <--bytes as they come---------------------------------------------------- server
 //
-// The library's thread reads nothing while it has pieces to write, and a write lasts until the line
-// has taken the bytes. So it gets its next batch only when it has none left, and never while it
-// reports that: it would go on writing and hear neither the server nor its own user.
+// The library's thread reads nothing while it has fragments to write, and a write lasts until the
+// line has taken the bytes. So it gets its next batch only when it has none left, and never while
+// it reports that: it would go on writing and hear neither the server nor its own user.
 #ifndef LUMSAR_HOST_RDP_RDP_CHANNEL_H
 #define LUMSAR_HOST_RDP_RDP_CHANNEL_H
 
@@ -18,13 +18,11 @@
 #include <mutex>
 #include <span>
 
+#include "protocol/names.h"
 #include "transport/inbox.h"
 #include "transport/send_queue.h"
 
 namespace lumsar::host {
-
-inline constexpr char kRdpChannelName[] = "lumsar";
-static_assert(sizeof kRdpChannelName - 1 <= CHANNEL_NAME_LEN);
 
 class RdpChannel {
  public:
@@ -42,17 +40,17 @@ class RdpChannel {
   // this object.
   void setOnTerminated(std::function<void()> action) { m_onTerminated = std::move(action); }
 
-  // Called on the library's thread when there may be something for pump() to do. It must leave that
-  // to a time when the library is not calling.
-  void setOnRoom(std::function<void()> action) { m_onRoom = std::move(action); }
+  // Called on the library's thread when there may be something for drain() to do. It must leave
+  // that to a time when the library is not calling.
+  void setOnCapacity(std::function<void()> action) { m_onCapacity = std::move(action); }
 
   // Gives the library its next batch if it has done with the last one. Never waits; on any thread,
   // but not while the library calls this object.
-  void pump();
+  void drain();
 
  private:
   using Message = std::shared_ptr<SendQueue::Bytes>;
-  struct Piece;
+  struct Fragment;
 
   static void initEvent(void* self, void* handle, UINT event, void* data, UINT size);
   static void openEvent(void* self, DWORD handle, UINT event, void* data, UINT32 size, UINT32 total,
@@ -60,16 +58,16 @@ class RdpChannel {
   void connected();
   void disconnected();
   void received(std::span<const unsigned char> bytes);
-  void writeComplete(Piece* piece);
+  void writeComplete(Fragment* fragment);
 
   SendQueue& m_queue;
   Inbox& m_inbox;
   CHANNEL_ENTRY_POINTS_FREERDP_EX m_entry{};
   void* m_initHandle = nullptr;
   std::function<void()> m_onTerminated;
-  std::function<void()> m_onRoom = [] {};
+  std::function<void()> m_onCapacity = [] {};
 
-  std::mutex m_mutex;  // guards what follows and keeps pieces of two messages apart
+  std::mutex m_mutex;  // guards what follows and keeps the fragments of two messages apart
   DWORD m_openHandle = 0;
   bool m_open = false;
   int m_outstanding = 0;

@@ -14,12 +14,12 @@ namespace lumsar::host {
 
 namespace {
 
-// The smallest desktop that servers like; nobody looks at it.
+// The smallest desktop that servers accept; it is not shown.
 constexpr UINT32 kWidth = 640;
 constexpr UINT32 kHeight = 480;
 // A server may stall this long while bytes wait for it.
 constexpr UINT32 kStallMs = 30000;
-// What ends sooner than this is no success, and the pauses go on growing.
+// What ends sooner than this is not a success, and the back-off goes on growing.
 constexpr std::chrono::seconds kLasting{10};
 
 void assign(char*& setting, const std::string& value) {
@@ -226,7 +226,7 @@ void RdpClient::stayConnected() {
   rdpContext* context = m_instance->context;
   while (freerdp_shall_disconnect(m_instance) == FALSE) {
     ResetEvent(m_wake.get());
-    m_channel.pump();
+    m_channel.drain();
     std::array<HANDLE, MAXIMUM_WAIT_OBJECTS> events{};
     DWORD count = freerdp_get_event_handles(context, events.data(), MAXIMUM_WAIT_OBJECTS - 2);
     if (count == 0) return;

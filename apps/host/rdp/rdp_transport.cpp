@@ -12,8 +12,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds kFirstPause{250};
-constexpr milliseconds kLongestPause{5000};
+constexpr milliseconds kFirstBackOff{250};
+constexpr milliseconds kLongestBackOff{5000};
 constexpr std::chrono::seconds kWatchInterval{1};
 constexpr milliseconds kEndInterval{100};
 // How often to try a user whom the server may be refusing; more could lock the account.
@@ -30,12 +30,13 @@ void quietLibrary(bool verbose) {
 
 }  // namespace
 
-RdpTransport::RdpTransport(asio::io_context& loop, SendQueue& queue, RdpTarget target)
+RdpTransport::RdpTransport(asio::io_context& loop, SendQueue& queue, Inbox& inbox, RdpTarget target)
     : m_queue(queue),
+      m_inbox(inbox),
+      m_directory(std::in_place),
       m_target(std::move(target)),
-      m_inbox(std::make_shared<Inbox>(loop)),
       m_watch(loop) {
-  m_target.stateDirectory = m_directory.path().string();
+  m_target.stateDirectory = m_directory->path().string();
   quietLibrary(m_target.verbose);
   winpr_InitializeSSL(WINPR_SSL_INIT_DEFAULT);
   std::signal(SIGPIPE, SIG_IGN);  // the library writes to sockets without asking for this
@@ -46,8 +47,7 @@ RdpTransport::~RdpTransport() {
   stop();
 }
 
-void RdpTransport::start(Listener& listener) {
-  m_inbox->listen(&listener);
+void RdpTransport::start() {
   m_thread = std::thread([this] { run(); });
   watch();
 }
@@ -55,7 +55,7 @@ void RdpTransport::start(Listener& listener) {
 void RdpTransport::stop() {
   if (!m_thread.joinable()) return;
   m_watch.cancel();
-  m_inbox->listen(nullptr);
+  m_inbox.end();
   {
     std::unique_lock lock(m_mutex);
     m_stopping = true;
@@ -67,6 +67,7 @@ void RdpTransport::stop() {
     }
   }
   m_thread.join();
+  m_directory.reset();
 }
 
 void RdpTransport::wake() {
@@ -75,7 +76,7 @@ void RdpTransport::wake() {
 }
 
 void RdpTransport::run() {
-  milliseconds time = kFirstPause;
+  base::BackOff backOff(kFirstBackOff, kLongestBackOff);
   bool wasConnected = false;
   int refusals = 0;
   while (true) {
@@ -83,18 +84,17 @@ void RdpTransport::run() {
     // Who has been let in once is known.
     wasConnected = wasConnected || outcome.wasConnected;
     if (outcome.atLogOn && !wasConnected) ++refusals;
-    if (outcome.permanent || refusals == kMaxLogOns) return m_inbox->refused(outcome.why);
-    m_inbox->trouble(outcome.why);
-    if (outcome.lasted) time = kFirstPause;
-    if (!pause(time)) return;
-    time = std::min(time * 2, kLongestPause);
+    if (outcome.permanent || refusals == kMaxLogOns) return m_inbox.refused(outcome.why);
+    m_inbox.trouble(outcome.why);
+    if (outcome.lasted) backOff.reset();
+    if (!pause(backOff.next())) return;
   }
 }
 
 RdpClient::Outcome RdpTransport::attempt() {
   RdpClient::Outcome outcome;
   try {
-    Attempt current(m_queue, *m_inbox, m_target);
+    Attempt current(m_queue, m_inbox, m_target);
     if (!show(&current)) return outcome;
     outcome = current.client.run();
     show(nullptr);

@@ -1,6 +1,5 @@
 // RdpTransport: the channel to the VM as a static virtual channel of an RDP connection of its own.
-// The RDP library lives on a thread of its own, one RdpClient after another; start, stop and the
-// listener belong to the main loop.
+// The RDP library lives on a thread of its own, one RdpClient after another.
 #ifndef LUMSAR_HOST_RDP_RDP_TRANSPORT_H
 #define LUMSAR_HOST_RDP_RDP_TRANSPORT_H
 
@@ -8,13 +7,14 @@
 #include <asio/steady_timer.hpp>
 #include <chrono>
 #include <condition_variable>
-#include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 
+#include "base/back_off.h"
+#include "base/temporary_directory.h"
 #include "rdp/rdp_client.h"
 #include "transport/inbox.h"
-#include "transport/scoped_directory.h"
 #include "transport/send_queue.h"
 #include "transport/transport.h"
 
@@ -22,11 +22,11 @@ namespace lumsar::host {
 
 class RdpTransport final : public Transport {
  public:
-  RdpTransport(asio::io_context& loop, SendQueue& queue, RdpTarget target);
+  RdpTransport(asio::io_context& loop, SendQueue& queue, Inbox& inbox, RdpTarget target);
   // NOLINTNEXTLINE(bugprone-exception-escape): a mutex or a thread that fails leaves no way on
   ~RdpTransport() override;
 
-  void start(Listener& listener) override;
+  void start() override;
   void stop() override;
   void wake() override;
 
@@ -45,9 +45,9 @@ class RdpTransport final : public Transport {
   void watch();
 
   SendQueue& m_queue;
-  TemporaryDirectory m_directory;
+  Inbox& m_inbox;
+  std::optional<base::TemporaryDirectory> m_directory;  // until stop()
   RdpTarget m_target;
-  std::shared_ptr<Inbox> m_inbox;
   asio::steady_timer m_watch;
   std::mutex m_mutex;            // guards the two below
   Attempt* m_attempt = nullptr;  // while it runs

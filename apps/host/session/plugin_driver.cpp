@@ -1,13 +1,13 @@
 #include "session/plugin_driver.h"
 
-#include <QFile>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <filesystem>
-#include <stdexcept>
 
-#include "lumsar/message.h"
-#include "transport/scoped_directory.h"
+#include "base/errors.h"
+#include "base/format.h"
+#include "base/temporary_directory.h"
+#include "json/json.h"
+#include "protocol/message.h"
+#include "session/working_directory.h"
 
 namespace lumsar::host {
 
@@ -34,7 +34,8 @@ class SpiceDriver final : public PluginDriver {
   void deInit() override { m_plugin.DeInit(); }
   void channelEvent(ChannelEvent event) override { m_plugin.Event(event); }
   bool vmOpensChannel() const override { return false; }
-  void greetAgain() override { m_plugin.Event(CHANNEL_EVENT_OPENED); }
+  void repeatHandshake() override { m_plugin.Event(CHANNEL_EVENT_OPENED); }
+  bool tellsOfLostService() const override { return true; }
 
  private:
   static std::string configuration(const DriverSetup& setup) {
@@ -45,27 +46,18 @@ class SpiceDriver final : public PluginDriver {
                        {QStringLiteral("encode_type"), QStringLiteral("MJPG")},
                        {QStringLiteral("codec"), QStringLiteral("AUTO")}};
     if (!setup.configFile.empty()) {
-      QFile file(QString::fromStdString(setup.configFile));
-      if (!file.open(QIODevice::ReadOnly)) {
-        throw std::runtime_error("cannot read " + setup.configFile + ": " +
-                                 file.errorString().toStdString());
-      }
-      const QJsonDocument document = QJsonDocument::fromJson(file.readAll());
-      if (!document.isObject()) {
-        throw std::runtime_error(setup.configFile + " holds no JSON object");
-      }
-      const QJsonObject given = document.object();
+      const QJsonObject given = json::readFile(setup.configFile);
       for (auto item = given.begin(); item != given.end(); ++item) config[item.key()] = *item;
     }
     // This process makes no Qt application object, so the directory can be given whole. The
     // plug-in turns each "./" into "/".
     const std::string directory = fs::canonical(setup.ipcLibrary).parent_path().string();
     if (directory.find("./") != std::string::npos) {
-      throw std::runtime_error("a directory name that ends in a dot cannot be used: " + directory);
+      throw base::Failure("a directory name that ends in a dot cannot be used: " + directory);
     }
-    config[QStringLiteral("ipc_name")] = QString::fromStdString(setup.channel);
-    config[QStringLiteral("relative_path")] = QString::fromStdString(directory);
-    return QJsonDocument(config).toJson(QJsonDocument::Compact).toStdString();
+    config[QStringLiteral("ipc_name")] = json::qt(setup.ipcChannel);
+    config[QStringLiteral("relative_path")] = json::qt(directory);
+    return json::compact(config);
   }
 
   const Plugin& m_plugin;
@@ -81,13 +73,13 @@ class RdpDriver final : public PluginDriver {
       : m_plugin(plugin), m_vmId(setup.vmId), m_ipcLibrary(fs::canonical(setup.ipcLibrary)) {
     s_queue = &queue;
     // Where none can be made, that is better said at the start.
-    const TemporaryDirectory trial;
+    const base::TemporaryDirectory trial;
   }
 
   // An RDP host's IPC library is always loaded from this directory below the working directory. It
-  // is there only meanwhile, so that a killed client leaves nothing behind.
+  // exists only during the call, so that a killed client leaves nothing behind.
   int init() override {
-    const TemporaryDirectory directory;
+    const base::TemporaryDirectory directory;
     const fs::path home = directory.path() / "Device Redirect";
     fs::create_directory(home);
     fs::create_symlink(m_ipcLibrary, home / "libvdi_ipc.so");
@@ -97,12 +89,12 @@ class RdpDriver final : public PluginDriver {
   void deInit() override { m_plugin.RdpDeInit(); }
   void channelEvent(ChannelEvent event) override { m_plugin.RdpEvent(event); }
   bool vmOpensChannel() const override { return true; }
-  void greetAgain() override {
-    // The VM reported its end open to the plug-in's former life; report it again in its name.
-    RedirMsgHeader opened;
-    opened.type = MSG_CHANNEL_OPENED;
-    m_plugin.Handler(reinterpret_cast<unsigned char*>(&opened), sizeof opened);
+  void repeatHandshake() override {
+    // The VM reported its end open before the plug-in was initialised again; repeat that report.
+    protocol::Message opened(MSG_CHANNEL_OPENED);
+    m_plugin.Handler(opened.bytes().data(), static_cast<int>(opened.size()));
   }
+  bool tellsOfLostService() const override { return false; }
 
  private:
   // A plain function: the plug-in's RDP side has no room for more.
@@ -121,10 +113,10 @@ class RdpDriver final : public PluginDriver {
 std::unique_ptr<PluginDriver> makeDriver(const Plugin& plugin, const DriverSetup& setup,
                                          SendQueue& queue, PluginDriver::EventSink events) {
   if (!fs::exists(setup.ipcLibrary)) {
-    throw std::runtime_error("cannot find the IPC library " + setup.ipcLibrary +
-                             "; name it with --ipc-library PATH");
+    throw base::Failure(base::text(
+        "cannot find the IPC library {}; name it with --ipc-library PATH", setup.ipcLibrary));
   }
-  if (setup.kind == Kind::Rdp) return std::make_unique<RdpDriver>(plugin, setup, queue);
+  if (setup.protocol == Protocol::Rdp) return std::make_unique<RdpDriver>(plugin, setup, queue);
   return std::make_unique<SpiceDriver>(plugin, setup, queue, std::move(events));
 }
 

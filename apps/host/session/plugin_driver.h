@@ -1,5 +1,5 @@
 // PluginDriver: what differs between a SPICE and an RDP host in how the plug-in is driven, and
-// nothing else. Used by Session on the main loop.
+// nothing else.
 #ifndef LUMSAR_HOST_SESSION_PLUGIN_DRIVER_H
 #define LUMSAR_HOST_SESSION_PLUGIN_DRIVER_H
 
@@ -8,18 +8,19 @@
 #include <string>
 
 #include "lumsar/plugin.h"
+#include "protocol/names.h"
 #include "transport/send_queue.h"
 
 namespace lumsar::host {
 
-enum class Kind { Spice, Rdp };
+enum class Protocol { Spice, Rdp };
 
 struct DriverSetup {
-  Kind kind = Kind::Spice;
+  Protocol protocol = Protocol::Spice;
   std::string vmId = "vm-1";
-  std::string channel = "lumsar";  // name of the camera service's IPC channel; SPICE only
-  std::string configFile;          // further configuration, JSON; SPICE only
-  std::string ipcLibrary;          // path of libvdi_ipc.so
+  std::string ipcChannel = protocol::kDefaultIpcChannel;  // SPICE only
+  std::string configFile;                                 // further configuration, JSON; SPICE only
+  std::string ipcLibrary;                                 // path of libvdi_ipc.so
 };
 
 class PluginDriver {
@@ -32,10 +33,12 @@ class PluginDriver {
   virtual int init() = 0;
   virtual void deInit() = 0;
   virtual void channelEvent(ChannelEvent event) = 0;
-  // Whether it is the VM that reports the channel open and is then greeted.
+  // Whether it is the VM that reports the channel open and then receives the HELLO.
   virtual bool vmOpensChannel() const = 0;
-  // Greets a VM whose channel has stayed open while the plug-in was initialised anew.
-  virtual void greetAgain() = 0;
+  // For a VM whose channel has stayed open while the plug-in was initialised again.
+  virtual void repeatHandshake() = 0;
+  // Whether the plug-in tells this kind of host of a lost camera service.
+  virtual bool tellsOfLostService() const = 0;
 };
 
 // Throws std::runtime_error when the set-up cannot work. `queue` outlives the driver.

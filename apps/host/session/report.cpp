@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <ctime>
 
+#include "base/format.h"
 #include "lumsar/ipc_transport.h"
 #include "lumsar/plugin.h"
 
@@ -17,10 +18,8 @@ std::string timeOfDay() {
   clock_gettime(CLOCK_REALTIME, &now);
   tm local{};
   localtime_r(&now.tv_sec, &local);
-  char text[32];
-  const std::size_t size = std::strftime(text, sizeof text, "%H:%M:%S", &local);
-  std::snprintf(text + size, sizeof text - size, ".%03ld ", now.tv_nsec / 1000000);
-  return text;
+  return base::text("{:02}:{:02}:{:02}.{:03} ", local.tm_hour, local.tm_min, local.tm_sec,
+                    now.tv_nsec / 1000000);
 }
 
 const char* statusWords(int status) {
@@ -78,7 +77,7 @@ void writeLog(QtMsgType type, const QMessageLogContext& /*context*/, const QStri
                       : type == QtInfoMsg    ? "info"
                       : type == QtWarningMsg ? "warning"
                                              : "critical";
-  logReport->say(std::string("  plug-in ") + level + ": " + text.trimmed().toStdString());
+  logReport->say(base::text("  plug-in {}: {}", level, text.trimmed().toStdString()));
 }
 
 }  // namespace
@@ -98,7 +97,7 @@ void Report::say(const std::string& line) {
 }
 
 std::string statusText(int status) {
-  return std::string(statusWords(status)) + " (" + std::to_string(status) + ")";
+  return base::text("{} ({})", statusWords(status), status);
 }
 
 PluginLog::PluginLog(Report& report, bool everything) {

@@ -3,23 +3,24 @@
 #include <asio/post.hpp>
 #include <utility>
 
-#include "lumsar/camera_data.h"
+#include "base/format.h"
+#include "protocol/hello.h"
 
 namespace lumsar::host {
 
 namespace {
 
-constexpr std::chrono::milliseconds kFirstPause{200};
-constexpr std::chrono::milliseconds kLongestPause{5000};
-// How long the VM may say nothing on an open channel before the user is told.
+constexpr std::chrono::milliseconds kFirstBackOff{200};
+constexpr std::chrono::milliseconds kLongestBackOff{5000};
+// How long the VM may be silent on an open channel before the user is told.
 constexpr std::chrono::seconds kSilence{5};
 // How long handing on one message may take, and each further part of a large one. Nothing but a
-// camera service that takes nothing needs longer, and each message would wait for it.
-constexpr std::chrono::milliseconds kPatience{1500};
+// camera service that has stopped reading needs longer, and each message would wait for it.
+constexpr std::chrono::milliseconds kPassTimeout{1500};
 constexpr std::size_t kBytesAMillisecond = 8U << 10U;
-// How often a VM may begin the conversation. One that restarts all the time stays far below.
-constexpr std::chrono::seconds kBeginningsTime{10};
-constexpr int kMaxBeginnings = 20;
+// How often a VM may begin the handshake. One that restarts all the time stays far below.
+constexpr std::chrono::seconds kRestartsTime{10};
+constexpr int kMaxRestarts = 20;
 
 }  // namespace
 
@@ -27,27 +28,29 @@ constexpr int kMaxBeginnings = 20;
 struct Session::EventGate {
   std::mutex mutex;
   Session* session = nullptr;
-  asio::io_context* loop = nullptr;
+  asio::any_io_executor executor;
 };
 
-Session::Session(asio::io_context& loop, const Plugin& plugin, const DriverSetup& setup,
-                 SendQueue& queue, Transport& transport, Report& report)
+Session::Session(const asio::any_io_executor& executor, asio::io_context& loop,
+                 const Plugin& plugin, const DriverSetup& setup, SendQueue& queue, Report& report,
+                 Actions actions)
     : m_plugin(plugin),
-      m_transport(transport),
       m_queue(queue),
       m_report(report),
+      m_actions(std::move(actions)),
+      m_calls(loop),
       m_gate(std::make_shared<EventGate>()),
-      m_retry(loop),
-      m_silence(loop),
-      m_pause(kFirstPause) {
+      m_retry(executor),
+      m_silence(executor),
+      m_backOff(kFirstBackOff, kLongestBackOff) {
   m_gate->session = this;
-  m_gate->loop = &loop;
+  m_gate->executor = executor;
   m_driver = makeDriver(
       plugin, setup, queue, [gate = m_gate](RedirEvent event, const char* data, int length) {
         const std::lock_guard lock(gate->mutex);
         if (gate->session == nullptr) return;
         std::string copy(data != nullptr ? data : "", static_cast<std::size_t>(length));
-        asio::post(*gate->loop, [session = gate->session, event, copy = std::move(copy)] {
+        asio::post(gate->executor, [session = gate->session, event, copy = std::move(copy)] {
           session->pluginEvent(event, copy);
         });
       });
@@ -58,9 +61,15 @@ Session::~Session() {
   m_gate->session = nullptr;
 }
 
-void Session::start() {
-  initialise();
-  m_transport.start(*this);
+Session::State Session::state() const {
+  const std::lock_guard lock(m_mutex);
+  return m_state;
+}
+
+template <class Change>
+void Session::update(Change change) {
+  const std::lock_guard lock(m_mutex);
+  change(m_state);
 }
 
 void Session::stop() {
@@ -68,36 +77,36 @@ void Session::stop() {
   m_silence.cancel();
   // The service takes back what was shared when its connection ends.
   if (m_state.initialised) m_driver->deInit();
-  m_state.initialised = m_state.channelOpen = m_state.greeted = false;
-  m_transport.stop();
+  update([](State& state) { state.initialised = state.channelOpen = false; });
 }
 
 void Session::initialise() {
+  std::string why;
   try {
     const int status = m_driver->init();
     if (status == STATUS_OK) return initialised();
     // What failed while connecting has left the plug-in initialised.
     if (status != STATUS_INIT_FAILED) m_driver->deInit();
-    initialiseLater(statusText(status));
+    why = statusText(status);
   } catch (const std::exception& error) {
-    initialiseLater(error.what());
+    why = error.what();
   }
+  const auto delay = m_backOff.next();
+  m_report.say(base::text("no camera service: {}; retrying in {} ms", why, delay.count()));
+  initialiseLater(delay);
 }
 
 void Session::initialised() {
-  m_pause = kFirstPause;
-  m_state.initialised = true;
+  m_backOff.reset();
+  update([](State& state) { state.initialised = true; });
   m_report.say("connected to the camera service");
   if (!m_state.channelOpen) return;
-  m_driver->greetAgain();
+  m_driver->repeatHandshake();
   expectWord();
 }
 
-void Session::initialiseLater(const std::string& why) {
-  m_report.say("no camera service: " + why + "; next try in " + std::to_string(m_pause.count()) +
-               " ms");
-  m_retry.expires_after(m_pause);
-  m_pause = std::min(m_pause * 2, kLongestPause);
+void Session::initialiseLater(std::chrono::milliseconds delay) {
+  m_retry.expires_after(delay);
   m_retry.async_wait([this](std::error_code error) {
     if (!error) initialise();
   });
@@ -106,24 +115,22 @@ void Session::initialiseLater(const std::string& why) {
 void Session::recover(const std::string& why) {
   if (!m_state.initialised) return;
   m_report.say("camera service lost: " + why);
-  m_state.initialised = m_state.greeted = false;
-  ++m_state.recoveries;
-  m_driver->deInit();
-  m_pause = kFirstPause;
-  m_retry.expires_after(m_pause);
-  m_retry.async_wait([this](std::error_code error) {
-    if (!error) initialise();
+  update([](State& state) {
+    state.initialised = false;
+    ++state.recoveries;
   });
+  m_driver->deInit();
+  m_backOff.reset();
+  initialiseLater(kFirstBackOff);
 }
 
 void Session::channelOpened() {
   m_report.say("channel to the VM is open");
-  m_state.channelOpen = true;
-  m_synchronised = false;
-  m_said.clear();
+  update([](State& state) { state.channelOpen = true; });
+  m_deframer.reset();
+  m_warned.clear();
   m_trouble.clear();
-  // What came up while it was closed is for nobody.
-  m_queue.clear();
+  m_queue.open();
   m_driver->channelEvent(CHANNEL_EVENT_OPENED);
   expectWord();
 }
@@ -133,30 +140,38 @@ void Session::expectWord() {
   m_silence.async_wait([this](std::error_code error) {
     if (error) return;
     m_report.say(
-        "the VM says nothing: does lumsar-agent run in it, and does the server allow the channel?");
+        "the VM sends nothing: is lumsar-agent running in it, and does the server allow the "
+        "channel?");
   });
 }
 
 void Session::channelClosed(const std::string& why) {
   m_report.say("channel to the VM is closed: " + why);
   m_silence.cancel();
-  m_state.channelOpen = m_state.greeted = false;
+  update([](State& state) { state.channelOpen = false; });
   m_driver->channelEvent(CHANNEL_EVENT_CLOSED);
   // Only now: what the closing itself has sent must not greet the next VM.
-  m_queue.clear();
-  m_assembler.clear();
+  m_queue.close();
 }
 
 void Session::channelReceived(std::span<const unsigned char> bytes) {
-  m_state.bytesFromVm += bytes.size();
-  m_assembler.append(bytes);
+  update([&](State& state) { state.bytesFromVm += bytes.size(); });
+  m_deframer.append(bytes);
   while (true) {
-    dropStrayBytes();
-    const auto message = m_assembler.next();
+    const auto message = m_deframer.next();
+    reportDropped();
     if (message.empty()) return;
     m_silence.cancel();
     handle(message);
   }
+}
+
+void Session::reportDropped() {
+  const std::size_t dropped = m_deframer.takeDropped();
+  if (dropped == 0) return;
+  update([&](State& state) { state.strayBytes += dropped; });
+  warnOnce(Warning::StrayBytes,
+           base::text("the VM sent {} bytes that are not a message; dropped", dropped));
 }
 
 void Session::channelTrouble(const std::string& why) {
@@ -167,103 +182,71 @@ void Session::channelTrouble(const std::string& why) {
 
 void Session::channelRefused(const std::string& why) {
   m_report.say("no channel to the VM: " + why);
-  if (m_onRefused) m_onRefused();
-}
-
-// A new channel may begin with the tail of an old message, and that tail with something like a
-// header: until the VM has begun its conversation, only its beginnings count.
-bool Session::synchronise() {
-  const auto header = m_assembler.peek();
-  if (!header) return true;  // not known yet
-  m_synchronised =
-      m_synchronised || header->type == MSG_HELLO || header->type == MSG_CHANNEL_OPENED;
-  return m_synchronised;
-}
-
-// What a VM's side that has heard nothing sends begins nothing, but is no trouble either.
-bool Session::skipKnock() {
-  auto bytes = m_assembler.waiting();
-  const auto header = take<RedirMsgHeader>(bytes);
-  const auto record = take<CameraDataHeader>(bytes);
-  const bool knock = header && record && header->magic == kMagic && header->type == MSG_DATA &&
-                     header->length == sizeof *record &&
-                     record->kind == static_cast<std::uint16_t>(CameraDataKind::WakeUpProbe);
-  return knock && !m_assembler.next().empty();
-}
-
-void Session::dropStrayBytes() {
-  std::size_t dropped = 0;
-  while (m_assembler.fault() != MessageAssembler::Fault::None || !synchronise()) {
-    if (!skipKnock()) dropped += m_assembler.skipFault();
-  }
-  if (dropped == 0) return;
-  sayOnce(Oddity::StrayBytes,
-          "the VM sent " + std::to_string(dropped) + " bytes that are no message; dropped");
-  m_state.strayBytes += dropped;
+  m_actions.onRefused();
 }
 
 void Session::handle(std::span<unsigned char> message) {
   if (!m_state.initialised) return;  // the plug-in could only complain
   const RedirMsgHeader header = readHeader(message.data());
   if (header.type == MSG_HELLO) return handleHello(message);
-  // An RDP host's part of the conversation would undo ours.
+  // An RDP host's part of the handshake would undo ours.
   if (header.type == MSG_CHANNEL_OPENED && !m_driver->vmOpensChannel()) {
-    return sayOnce(
-        Oddity::RdpSide,
-        "the VM's side takes this for an RDP channel; run lumsar-agent without --protocol rdp");
+    return warnOnce(
+        Warning::RdpAgent,
+        "the guest agent takes this for an RDP channel; run lumsar-agent without --protocol rdp");
   }
-  if (header.type == MSG_CHANNEL_OPENED && !mayBegin()) {
-    return sayOnce(Oddity::Beginnings, "the VM begins again and again; not all of it is answered");
+  if (header.type == MSG_CHANNEL_OPENED && !mayRestart()) {
+    return warnOnce(Warning::Restarts,
+                    "the VM restarts the handshake again and again; not all of it is answered");
   }
   pass(message);
 }
 
 void Session::handleHello(std::span<unsigned char> message) {
-  HelloMessage answer;
-  if (message.size() < sizeof answer) {
-    return sayOnce(Oddity::ShortHello, "the VM sent a HELLO without its payload; dropped");
+  const auto answer = protocol::readHello(message);
+  if (!answer) {
+    return warnOnce(Warning::ShortHello, "the VM sent a HELLO without its payload; dropped");
   }
-  std::memcpy(&answer, message.data(), sizeof answer);
   const SendQueue::Counters sent = m_queue.counters();
-  if (answer.payload.token != sent.helloToken) {
+  if (answer->payload.token != sent.helloToken) {
     pass(message);
-    return sayOnce(Oddity::OlderHello, "the VM answered an older HELLO: token " +
-                                           std::to_string(answer.payload.token) + " instead of " +
-                                           std::to_string(sent.helloToken) + "; dropped");
+    return warnOnce(Warning::OlderHello,
+                    base::text("the VM answered an older HELLO: token {} instead of {}; dropped",
+                               answer->payload.token, sent.helloToken));
   }
   // A VM that repeats itself must not make us do so.
   if (std::exchange(m_answeredHello, sent.hellos) == sent.hellos) return;
   pass(message);
-  if (m_state.initialised) greeted(answer.header);
+  if (m_state.initialised) handshakeCompleted(answer->header);
 }
 
-bool Session::mayBegin() {
+bool Session::mayRestart() {
   const auto now = Clock::now();
-  if (now - m_beginningsSince > kBeginningsTime) {
-    m_beginningsSince = now;
-    m_beginnings = 0;
+  if (now - m_restartsSince > kRestartsTime) {
+    m_restartsSince = now;
+    m_restarts = 0;
   }
-  return ++m_beginnings <= kMaxBeginnings;
+  return ++m_restarts <= kMaxRestarts;
 }
 
 void Session::pass(std::span<unsigned char> message) {
-  const auto patience = kPatience + std::chrono::milliseconds(message.size() / kBytesAMillisecond);
-  const auto begin = Clock::now();
-  m_plugin.Handler(message.data(), static_cast<int>(message.size()));
-  if (Clock::now() - begin > patience) recover("it takes nothing");
+  const auto timeout =
+      kPassTimeout + std::chrono::milliseconds(message.size() / kBytesAMillisecond);
+  const bool inTime = m_calls.run(
+      timeout, [&] { m_plugin.Handler(message.data(), static_cast<int>(message.size())); },
+      [this] { m_report.say("the camera service has stopped reading; waiting for it"); });
+  if (!inTime) recover("it has stopped reading");
 }
 
-void Session::greeted(const RedirMsgHeader& header) {
-  m_report.say("VM answered, version " + std::to_string(header.vmMajor) + "." +
-               std::to_string(header.vmMinor));
-  m_state.greeted = true;
-  ++m_state.handshakes;
-  if (m_onGreeted) m_onGreeted((header.capabilities & CAP_SHARE_ALL) != 0);
+void Session::handshakeCompleted(const RedirMsgHeader& header) {
+  m_report.say(base::text("VM answered, version {}.{}", header.vmMajor, header.vmMinor));
+  update([](State& state) { ++state.handshakes; });
+  m_actions.onHandshake((header.capabilities & CAP_SHARE_ALL) != 0);
 }
 
 // Once a channel: the VM may do it as often as it likes.
-void Session::sayOnce(Oddity oddity, const std::string& line) {
-  if (m_said.insert(oddity).second) m_report.say(line);
+void Session::warnOnce(Warning warning, const std::string& line) {
+  if (m_warned.insert(warning).second) m_report.say(line);
 }
 
 void Session::pluginEvent(RedirEvent event, const std::string& data) {
@@ -271,12 +254,12 @@ void Session::pluginEvent(RedirEvent event, const std::string& data) {
     case REDIR_EVENT_READY:
       return m_report.say("ready to share cameras");
     case REDIR_EVENT_DEVICE_CHANGE:
-      ++m_state.deviceChanges;
+      update([](State& state) { ++state.deviceChanges; });
       return m_report.say("device change: " + data);
     case REDIR_EVENT_IPC_CLOSED:
       return recover("its connection closed");
   }
-  m_report.say("unknown event " + std::to_string(static_cast<int>(event)));
+  m_report.say(base::text("unknown event {}", static_cast<int>(event)));
 }
 
 }  // namespace lumsar::host

@@ -1,6 +1,5 @@
 #include "spice/spice_transport.h"
 
-#include <algorithm>
 #include <functional>
 
 namespace lumsar::host {
@@ -10,15 +9,15 @@ namespace {
 // The library reads nothing while it writes, and of what waits only our own queue knows what may
 // be dropped.
 constexpr int kMaxOutstanding = 1;
-constexpr unsigned kFirstPauseMs = 250;
-constexpr unsigned kLongestPauseMs = 5000;
-// Two clients of one server take the connection from each other: what ends sooner than this is no
-// success, and the pauses go on growing.
+constexpr std::chrono::milliseconds kFirstBackOff{250};
+constexpr std::chrono::milliseconds kLongestBackOff{5000};
+// Two clients of one server take the connection from each other: what ends sooner than this is not
+// a success, and the back-off goes on growing.
 constexpr gint64 kLastingUs = 10'000'000;
 // The server announces all its ports at once, right after it has accepted us.
-constexpr unsigned kPortPatienceMs = 3000;
+constexpr unsigned kPortTimeoutMs = 3000;
 
-constexpr const char* kNobody = "nobody in the VM has the port open";
+constexpr const char* kPortClosed = "no program in the VM has the port open";
 
 // Runs `call` on the GLib thread. Always through the loop: an "invoke" would run it right here
 // while the loop has not begun.
@@ -39,8 +38,7 @@ const char* eventText(SpiceChannelEvent event) {
       return "cannot connect to the server";
     case SPICE_CHANNEL_ERROR_TLS:
       return "TLS failed: is the server's certificate of an authority in --ca-file, and made out "
-             "for "
-             "this host or for --host-subject?";
+             "for this host or for --host-subject?";
     case SPICE_CHANNEL_ERROR_LINK:
       return "the server refused the link";
     case SPICE_CHANNEL_ERROR_AUTH:
@@ -72,23 +70,24 @@ struct SpiceTransport::Write {
   SendQueue::Bytes bytes;
 };
 
-SpiceTransport::SpiceTransport(asio::io_context& loop, SendQueue& queue, SpiceAddress address)
-    : m_queue(queue), m_address(std::move(address)), m_inbox(std::make_shared<Inbox>(loop)) {}
+SpiceTransport::SpiceTransport(SendQueue& queue, Inbox& inbox, SpiceAddress address)
+    : m_queue(queue),
+      m_inbox(inbox),
+      m_address(std::move(address)),
+      m_backOff(kFirstBackOff, kLongestBackOff) {}
 
 SpiceTransport::~SpiceTransport() {
   stop();
 }
 
-void SpiceTransport::start(Listener& listener) {
-  m_inbox->listen(&listener);
+void SpiceTransport::start() {
   m_glibLoop = g_main_loop_new(nullptr, FALSE);
-  m_pauseMs = kFirstPauseMs;
   m_thread = std::thread([this] { run(); });
 }
 
 void SpiceTransport::stop() {
   if (!m_thread.joinable()) return;
-  m_inbox->listen(nullptr);
+  m_inbox.end();
   onGlib([this] {
     disconnect();
     g_main_loop_quit(m_glibLoop);
@@ -100,7 +99,7 @@ void SpiceTransport::stop() {
 }
 
 void SpiceTransport::wake() {
-  onGlib([this] { pump(); });
+  onGlib([this] { drain(); });
 }
 
 void SpiceTransport::run() {
@@ -128,7 +127,7 @@ void SpiceTransport::connect() {
                    }),
                    this);
   if (!spice_session_connect(m_session)) {
-    m_inbox->trouble("the SPICE library does not take the address");
+    m_inbox.trouble("the SPICE library does not take the address");
     reconnectLater();
   }
 }
@@ -156,7 +155,7 @@ void SpiceTransport::disconnect() {
 void SpiceTransport::reconnectLater() {
   if (m_retry != 0) return;
   m_retry = g_timeout_add(
-      m_pauseMs,
+      static_cast<guint>(m_backOff.next().count()),
       [](gpointer data) -> gboolean {
         auto& self = *static_cast<SpiceTransport*>(data);
         self.m_retry = 0;
@@ -165,7 +164,6 @@ void SpiceTransport::reconnectLater() {
         return G_SOURCE_REMOVE;
       },
       this);
-  m_pauseMs = std::min(m_pauseMs * 2, kLongestPauseMs);
 }
 
 void SpiceTransport::channelAppeared(SpiceChannel* channel) {
@@ -198,8 +196,8 @@ void SpiceTransport::watchPort(SpiceChannel* channel) {
                    G_CALLBACK(+[](SpicePortChannel* port, void* bytes, int size, gpointer data) {
                      auto& self = *static_cast<SpiceTransport*>(data);
                      if (port != self.m_port || !self.m_open) return;
-                     self.m_inbox->received({static_cast<const unsigned char*>(bytes),
-                                             static_cast<std::size_t>(size)});
+                     self.m_inbox.received({static_cast<const unsigned char*>(bytes),
+                                            static_cast<std::size_t>(size)});
                    }),
                    this);
   g_signal_connect(channel, "channel-event",
@@ -217,7 +215,7 @@ void SpiceTransport::mainEvent(SpiceChannelEvent event) {
   if (event == SPICE_CHANNEL_OPENED) {
     m_connectedAt = g_get_monotonic_time();
     m_portCheck = g_timeout_add(
-        kPortPatienceMs,
+        kPortTimeoutMs,
         [](gpointer data) -> gboolean {
           static_cast<SpiceTransport*>(data)->checkPort();
           return G_SOURCE_REMOVE;
@@ -227,10 +225,10 @@ void SpiceTransport::mainEvent(SpiceChannelEvent event) {
   }
   if (event == SPICE_CHANNEL_NONE || event == SPICE_CHANNEL_SWITCHING) return;
   const bool lasted = m_connectedAt != 0 && g_get_monotonic_time() - m_connectedAt > kLastingUs;
-  if (lasted) m_pauseMs = kFirstPauseMs;
+  if (lasted) m_backOff.reset();
   m_connectedAt = 0;
   setOpen(false, eventText(event));
-  m_inbox->trouble(eventText(event));
+  m_inbox.trouble(eventText(event));
   reconnectLater();
 }
 
@@ -253,32 +251,33 @@ bool SpiceTransport::recognise(SpicePortChannel* port) {
 
 // A port that is open already has reported so before.
 void SpiceTransport::portNamed(SpicePortChannel* port) {
-  if (recognise(port) && !m_open) m_inbox->trouble(kNobody);
+  if (recognise(port) && !m_open) m_inbox.trouble(kPortClosed);
 }
 
 void SpiceTransport::guestDid(SpicePortChannel* port, int event) {
   if (!recognise(port)) return;
   if (event == SPICE_PORT_EVENT_OPENED) setOpen(true, {});
-  if (event == SPICE_PORT_EVENT_CLOSED) setOpen(false, kNobody);
+  if (event == SPICE_PORT_EVENT_CLOSED) setOpen(false, kPortClosed);
 }
 
 void SpiceTransport::checkPort() {
   m_portCheck = 0;
   if (m_port != nullptr) return;
-  m_inbox->trouble("the VM has no port named " + m_address.port + "; its definition lacks it");
+  m_inbox.trouble("the VM has no port named " + m_address.port + "; its definition lacks it");
 }
 
 void SpiceTransport::setOpen(bool open, const std::string& why) {
   if (open == m_open) return;
   m_open = open;
   if (open) {
-    m_inbox->opened();
+    m_inbox.opened();
   } else {
-    m_inbox->closed(why);
+    m_queue.close();
+    m_inbox.closed(why);
   }
 }
 
-void SpiceTransport::pump() {
+void SpiceTransport::drain() {
   while (m_open && m_outstanding < kMaxOutstanding) {
     auto message = m_queue.pop();
     if (!message) return;
@@ -292,7 +291,7 @@ void SpiceTransport::pump() {
           g_autoptr(GError) ignored = nullptr;  // a lost channel reports itself
           spice_port_channel_write_finish(SPICE_PORT_CHANNEL(port), result, &ignored);
           --done->transport->m_outstanding;
-          done->transport->pump();
+          done->transport->drain();
         },
         write.release());
   }

@@ -1,16 +1,15 @@
 // SpiceTransport: the channel as a SPICE port channel, through the SPICE client library.
-// The library lives on a thread of its own with the default GLib context; start, stop and the
-// listener belong to the main loop.
+// The library lives on a thread of its own with the default GLib context.
 #ifndef LUMSAR_HOST_SPICE_SPICE_TRANSPORT_H
 #define LUMSAR_HOST_SPICE_SPICE_TRANSPORT_H
 
 #include <spice-client.h>
 
-#include <asio/io_context.hpp>
-#include <memory>
 #include <string>
 #include <thread>
 
+#include "base/back_off.h"
+#include "protocol/names.h"
 #include "transport/inbox.h"
 #include "transport/send_queue.h"
 #include "transport/transport.h"
@@ -26,7 +25,7 @@ SpiceUri readSpiceUri(const std::string& uri);
 
 struct SpiceAddress {
   std::string uri;  // spice://HOST:PORT, spice+tls://HOST:PORT, spice+unix:///PATH
-  std::string port = "org.lumsar.camera.0";
+  std::string port = protocol::kSpicePortName;
   std::string ticket;       // password, may be empty
   std::string caFile;       // for TLS, may be empty
   std::string hostSubject;  // of the server's certificate, if it is not made out for HOST
@@ -34,10 +33,10 @@ struct SpiceAddress {
 
 class SpiceTransport final : public Transport {
  public:
-  SpiceTransport(asio::io_context& loop, SendQueue& queue, SpiceAddress address);
+  SpiceTransport(SendQueue& queue, Inbox& inbox, SpiceAddress address);
   ~SpiceTransport() override;
 
-  void start(Listener& listener) override;
+  void start() override;
   void stop() override;
   void wake() override;
 
@@ -58,11 +57,12 @@ class SpiceTransport final : public Transport {
   void guestDid(SpicePortChannel* port, int event);
   void checkPort();
   void setOpen(bool open, const std::string& why);
-  void pump();
+  void drain();
 
   SendQueue& m_queue;
+  Inbox& m_inbox;
   SpiceAddress m_address;
-  std::shared_ptr<Inbox> m_inbox;
+  base::BackOff m_backOff;
   std::thread m_thread;
 
   GMainLoop* m_glibLoop = nullptr;
@@ -72,7 +72,6 @@ class SpiceTransport final : public Transport {
   int m_outstanding = 0;
   unsigned m_retry = 0;
   unsigned m_portCheck = 0;
-  unsigned m_pauseMs = 0;
   gint64 m_connectedAt = 0;  // µs; 0 while there is no connection
 };
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <asio/post.hpp>
+#include <utility>
 
 namespace lumsar::host {
 
@@ -12,50 +13,82 @@ constexpr std::size_t kChunk = 64U << 10U;
 
 }  // namespace
 
-void Inbox::listen(Transport::Listener* listener) {
-  m_listener = listener;
+void Inbox::end() {
   const std::lock_guard lock(m_mutex);
-  m_ended = listener == nullptr;
-  if (m_ended) {
-    m_events.clear();
-    m_bytes = 0;
-  }
-  m_roomMade.notify_all();
+  m_ended = true;
+  m_events.clear();
+  m_lastBytes.reset();
+  m_onCapacity = nullptr;
+  m_capacity.notify_all();
+}
+
+void Inbox::opened() {
+  const std::lock_guard lock(m_mutex);
+  put([](ChannelListener& listener) { listener.channelOpened(); });
+}
+
+void Inbox::closed(const std::string& why) {
+  const std::lock_guard lock(m_mutex);
+  put([why](ChannelListener& listener) { listener.channelClosed(why); });
+}
+
+void Inbox::trouble(const std::string& why) {
+  const std::lock_guard lock(m_mutex);
+  put([why](ChannelListener& listener) { listener.channelTrouble(why); });
+}
+
+void Inbox::refused(const std::string& why) {
+  const std::lock_guard lock(m_mutex);
+  put([why](ChannelListener& listener) { listener.channelRefused(why); });
 }
 
 void Inbox::received(std::span<const unsigned char> bytes) {
   std::unique_lock lock(m_mutex);
-  m_roomMade.wait(lock, [this] { return m_bytes < kMaxBytes || m_ended; });
+  m_capacity.wait(lock, [this] { return m_bytes < kMaxBytes || m_ended; });
   if (m_ended) return;
-  if (!fitsIntoLast(bytes.size())) {
-    m_events.push_back({Kind::Received, {}, {}});
-    m_events.back().bytes.reserve(std::max(bytes.size(), kChunk));
-  }
-  auto& waiting = m_events.back().bytes;
-  waiting.insert(waiting.end(), bytes.begin(), bytes.end());
   m_bytes += bytes.size();
-  deliverLater();
+  if (appendToLast(bytes)) return;
+  auto chunk = std::make_shared<std::vector<unsigned char>>();
+  chunk->reserve(std::max(bytes.size(), kChunk));
+  chunk->assign(bytes.begin(), bytes.end());
+  put([this, chunk](ChannelListener& listener) {
+    listener.channelReceived(*chunk);
+    freed(chunk->size());
+  });
+  m_lastBytes = chunk;
 }
 
-bool Inbox::fitsIntoLast(std::size_t size) const {
-  if (m_events.empty() || m_events.back().kind != Kind::Received) return false;
-  return m_events.back().bytes.size() + size <= kChunk;
+bool Inbox::appendToLast(std::span<const unsigned char> bytes) {
+  if (!m_lastBytes || m_lastBytes->size() + bytes.size() > kChunk) return false;
+  m_lastBytes->insert(m_lastBytes->end(), bytes.begin(), bytes.end());
+  return true;
 }
 
+void Inbox::whenCapacity(std::function<void()> action) {
+  {
+    const std::lock_guard lock(m_mutex);
+    if (m_ended) return;
+    if (m_bytes >= kMaxBytes) {
+      m_onCapacity = std::move(action);
+      return;
+    }
+  }
+  action();
+}
+
+// Called with the lock held.
 void Inbox::put(Event event) {
-  const std::lock_guard lock(m_mutex);
   if (m_ended) return;
+  m_lastBytes.reset();
   m_events.push_back(std::move(event));
   deliverLater();
 }
 
 void Inbox::deliverLater() {
-  if (m_deliveryPosted) return;
-  m_deliveryPosted = true;
-  asio::post(m_loop, [self = shared_from_this()] { self->deliver(); });
+  if (std::exchange(m_deliveryPosted, true)) return;
+  asio::post(m_executor, [self = shared_from_this()] { self->deliver(); });
 }
 
-// One event a turn: signals and timers must not wait until a flood is over.
 void Inbox::deliver() {
   Event event;
   {
@@ -64,33 +97,22 @@ void Inbox::deliver() {
     if (m_events.empty()) return;
     event = std::move(m_events.front());
     m_events.pop_front();
+    if (m_events.empty()) m_lastBytes.reset();
     if (!m_events.empty()) deliverLater();
   }
-  if (m_listener == nullptr) return;
-  tell(*m_listener, event);
-  handled(event.bytes.size());
+  event(*m_listener);
 }
 
-void Inbox::handled(std::size_t size) {
-  const std::lock_guard lock(m_mutex);
-  if (m_ended) return;
-  m_bytes -= size;
-  m_roomMade.notify_all();
-}
-
-void Inbox::tell(Transport::Listener& listener, const Event& event) {
-  switch (event.kind) {
-    case Kind::Opened:
-      return listener.channelOpened();
-    case Kind::Received:
-      return listener.channelReceived(event.bytes);
-    case Kind::Closed:
-      return listener.channelClosed(event.why);
-    case Kind::Trouble:
-      return listener.channelTrouble(event.why);
-    case Kind::Refused:
-      return listener.channelRefused(event.why);
+void Inbox::freed(std::size_t size) {
+  std::function<void()> action;
+  {
+    const std::lock_guard lock(m_mutex);
+    if (m_ended) return;
+    m_bytes -= size;
+    if (m_bytes < kMaxBytes) action = std::exchange(m_onCapacity, nullptr);
+    m_capacity.notify_all();
   }
+  if (action) action();
 }
 
 }  // namespace lumsar::host

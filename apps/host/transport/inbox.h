@@ -1,60 +1,78 @@
-// Inbox: hands what a channel library reports over to a Transport::Listener on the main loop, in
-// order. Filled on the library's one thread, emptied on the main loop. When the main loop lags
-// behind by kMaxBytes the filling thread waits, so that the other side is slowed down instead of
-// filling this machine's memory.
+// Inbox: carries what a transport reports to a ChannelListener on another thread, in order. When
+// the listener falls behind by kMaxBytes, the transport has to wait, so that the peer is slowed
+// down instead of filling this machine's memory.
 #ifndef LUMSAR_HOST_TRANSPORT_INBOX_H
 #define LUMSAR_HOST_TRANSPORT_INBOX_H
 
-#include <asio/io_context.hpp>
+#include <asio/any_io_executor.hpp>
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <span>
 #include <string>
 #include <vector>
 
-#include "transport/transport.h"
-
 namespace lumsar::host {
+
+// Told of the channel's life.
+class ChannelListener {
+ public:
+  virtual void channelOpened() = 0;
+  // Some bytes of the stream, cut anywhere; valid during the call.
+  virtual void channelReceived(std::span<const unsigned char> bytes) = 0;
+  virtual void channelClosed(const std::string& why) = 0;
+  // The channel cannot be opened now; the transport goes on trying.
+  virtual void channelTrouble(const std::string& why) = 0;
+  // The channel cannot be opened and trying again would not help; the transport has given up.
+  virtual void channelRefused(const std::string& why) = 0;
+
+ protected:
+  ~ChannelListener() = default;
+};
 
 class Inbox : public std::enable_shared_from_this<Inbox> {
  public:
   static constexpr std::size_t kMaxBytes = 8U << 20U;
 
-  explicit Inbox(asio::io_context& loop) : m_loop(loop) {}
+  // The listener is called on `executor`, one event a turn: its signals and timers must not wait
+  // until a flood is over.
+  explicit Inbox(asio::any_io_executor executor) : m_executor(std::move(executor)) {}
 
-  // On the main loop. Null ends the delivery: what waits is dropped, nobody waits any more.
-  void listen(Transport::Listener* listener);
+  // Before the transport starts.
+  void listen(ChannelListener& listener) { m_listener = &listener; }
+  // What waits is dropped, and nobody blocks any more. Thread-safe.
+  void end();
 
-  // On the library's thread.
-  void opened() { put({Kind::Opened, {}, {}}); }
+  // By the transport, on any one thread.
+  void opened();
+  // Blocks while the listener is too far behind.
   void received(std::span<const unsigned char> bytes);
-  void closed(std::string why) { put({Kind::Closed, {}, std::move(why)}); }
-  void trouble(std::string why) { put({Kind::Trouble, {}, std::move(why)}); }
-  void refused(std::string why) { put({Kind::Refused, {}, std::move(why)}); }
+  // For a thread that must not block: calls `action` once received() would not, perhaps at once,
+  // perhaps on the executor.
+  void whenCapacity(std::function<void()> action);
+  void closed(const std::string& why);
+  void trouble(const std::string& why);
+  void refused(const std::string& why);
 
  private:
-  enum class Kind { Opened, Received, Closed, Trouble, Refused };
-  struct Event {
-    Kind kind{};
-    std::vector<unsigned char> bytes;
-    std::string why;
-  };
+  using Event = std::function<void(ChannelListener&)>;
 
-  bool fitsIntoLast(std::size_t size) const;
+  bool appendToLast(std::span<const unsigned char> bytes);
   void put(Event event);
   void deliverLater();
   void deliver();
-  void handled(std::size_t size);
-  static void tell(Transport::Listener& listener, const Event& event);
+  void freed(std::size_t size);
 
-  asio::io_context& m_loop;
-  Transport::Listener* m_listener = nullptr;  // of the main loop
+  asio::any_io_executor m_executor;
+  ChannelListener* m_listener = nullptr;
   std::mutex m_mutex;
-  std::condition_variable m_roomMade;
+  std::condition_variable m_capacity;
+  std::function<void()> m_onCapacity;
   std::deque<Event> m_events;
-  std::size_t m_bytes = 0;  // not yet handled by the listener
+  std::shared_ptr<std::vector<unsigned char>> m_lastBytes;  // of the last event, if it is bytes
+  std::size_t m_bytes = 0;                                  // not yet handled by the listener
   bool m_deliveryPosted = false;
   bool m_ended = false;
 };

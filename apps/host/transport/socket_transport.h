@@ -1,5 +1,4 @@
-// SocketTransport: the channel as a Unix or TCP stream socket on which the VM's side listens.
-// Runs on the main loop.
+// SocketTransport: the channel as a Unix or TCP stream socket on which the guest agent listens.
 #ifndef LUMSAR_HOST_TRANSPORT_SOCKET_TRANSPORT_H
 #define LUMSAR_HOST_TRANSPORT_SOCKET_TRANSPORT_H
 
@@ -7,11 +6,12 @@
 #include <asio/generic/stream_protocol.hpp>
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
-#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "base/back_off.h"
+#include "transport/inbox.h"
 #include "transport/send_queue.h"
 #include "transport/transport.h"
 
@@ -19,42 +19,45 @@ namespace lumsar::host {
 
 using Endpoints = std::vector<asio::generic::stream_protocol::endpoint>;
 
-// "unix:PATH" or "tcp:HOST:PORT" as all endpoints that it stands for, at least one. Throws
-// UsageError when it is no such address, std::runtime_error when the host cannot be found.
-Endpoints parseAddress(const std::string& address);
+// All endpoints that "unix:PATH" or "tcp:HOST:PORT" stands for, at least one. Throws UsageError
+// when it is not a valid address, Failure when the host cannot be found.
+Endpoints resolveAddress(const std::string& address);
 
 class SocketTransport final : public Transport {
  public:
-  SocketTransport(asio::io_context& loop, SendQueue& queue, const std::string& address);
+  SocketTransport(asio::io_context& loop, SendQueue& queue, Inbox& inbox,
+                  const std::string& address);
 
-  void start(Listener& listener) override;
+  void start() override;
   void stop() override;
   void wake() override;
 
  private:
   using Socket = asio::generic::stream_protocol::socket;
-  // One connection; what a stale completion brings is recognised by its connection being old.
+  // A completion that comes late is recognised by its connection not being the current one.
   struct Connection {
     explicit Connection(asio::io_context& loop) : socket(loop) {}
     Socket socket;
     SendQueue::Bytes sending;
     std::array<unsigned char, std::size_t{64} << 10U> received;
   };
+  using ConnectionPtr = std::shared_ptr<Connection>;
 
   void connect();
   void connectLater();
-  void read(const std::shared_ptr<Connection>& connection);
-  void writeNext(const std::shared_ptr<Connection>& connection);
-  void lost(const std::shared_ptr<Connection>& connection, const std::string& why);
+  void read(const ConnectionPtr& connection);
+  void writeNext(const ConnectionPtr& connection);
+  void lost(const ConnectionPtr& connection, const std::string& why);
 
   asio::io_context& m_loop;
   SendQueue& m_queue;
+  Inbox& m_inbox;
   std::string m_address;
   Endpoints m_endpoints;
   asio::steady_timer m_retry;
-  std::chrono::milliseconds m_pause;
-  Listener* m_listener = nullptr;
-  std::shared_ptr<Connection> m_connection;  // the open one, if any
+  base::BackOff m_backOff;
+  bool m_started = false;
+  ConnectionPtr m_connection;  // the open one, if any
 };
 
 }  // namespace lumsar::host

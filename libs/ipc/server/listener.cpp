@@ -70,7 +70,7 @@ void clearPath(const std::string& path) {
   }
   if (someoneListens(path)) {
     throw std::runtime_error("a camera service is already running at " + path +
-                             "; stop it or choose another --channel");
+                             "; stop it or choose another --ipc-channel");
   }
   if (::unlink(path.c_str()) != 0) fail("cannot remove the stale socket " + path, "remove it");
 }

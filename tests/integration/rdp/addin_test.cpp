@@ -85,7 +85,7 @@ TEST_F(RdpAddIn, SaysWhatIsWrongWithItsOptionsAndLetsTheClientConnect) {
   EXPECT_TRUE(client.connected());
   EXPECT_TRUE(server->waitForClient());
   EXPECT_NE(testing::internal::GetCapturedStderr().find(
-                "lumsar: no cameras: unknown option \"camera:3\": there are plugin:PATH"),
+                "lumsar: no cameras: unknown option \"camera:3\"; expected plugin:PATH"),
             std::string::npos);
 }
 

@@ -19,7 +19,7 @@ TEST_F(RdpBadInput, GarbageBetweenMessages) {
   const auto data = service->messages().nextOf(lumsar::IPC_MSG_DATA);
   ASSERT_TRUE(data);
   EXPECT_EQ(payloadOf(*data), noise(100, 3));
-  EXPECT_TRUE(host->says("bytes that are no message; dropped"));
+  EXPECT_TRUE(host->says("bytes that are not a message; dropped"));
   EXPECT_EQ(host->stop(), 0);
   EXPECT_EQ(host->countOf("\"strayBytes\":8000"), 1);
 }
@@ -34,7 +34,7 @@ TEST_F(RdpBadInput, LengthOverTheLimit) {
   for (int i = 0; i < 40; ++i) server->send(Bytes(1U << 20U, 0xEE));
   const auto hello = askForHello();
   ASSERT_TRUE(hello);
-  EXPECT_TRUE(host->says("bytes that are no message; dropped"));
+  EXPECT_TRUE(host->says("bytes that are not a message; dropped"));
   expectGrowthBelow(24L * 1024);
   answer(*hello, 0);
   EXPECT_TRUE(service->messages().nextOf(lumsar::IPC_MSG_POLICY));
@@ -92,7 +92,7 @@ TEST_F(RdpBadInput, FloodWhileTheServiceHangs) {
   std::this_thread::sleep_for(seconds(3));
   expectGrowthBelow(24L * 1024);
   service->stall(false);
-  EXPECT_TRUE(host->says("camera service lost: it takes nothing"));
+  EXPECT_TRUE(host->says("camera service lost: it has stopped reading"));
   const auto bytes = server->messages().nextOf(lumsar::MSG_HELLO);
   ASSERT_TRUE(bytes);
   lumsar::HelloMessage hello;
@@ -108,7 +108,8 @@ TEST_F(RdpBadInput, VmThatBeginsAgainAndAgain) {
   startAll();
   greet();
   for (int i = 0; i < 5000; ++i) server->send(message(lumsar::MSG_CHANNEL_OPENED));
-  EXPECT_TRUE(host->says("the VM begins again and again; not all of it is answered"));
+  EXPECT_TRUE(
+      host->says("the VM restarts the handshake again and again; not all of it is answered"));
   ASSERT_TRUE(server->messages().nextOf(lumsar::MSG_HELLO));
   std::size_t hellos = 1;
   while (server->messages().nextOf(lumsar::MSG_HELLO, seconds(1))) ++hellos;
@@ -163,7 +164,7 @@ TEST_F(RdpBadInput, ChannelThatNobodyOpens) {
   server.emplace(setup);
   startHost();
   EXPECT_TRUE(
-      host->says("the VM says nothing: does lumsar-agent run in it, and does the server "
+      host->says("the VM sends nothing: is lumsar-agent running in it, and does the server "
                  "allow the channel?"));
   server->openChannel(true);
   greet();
@@ -201,7 +202,7 @@ TEST_F(RdpBadInput, CommandLines) {
   EXPECT_EQ(run({"unix:"}), 2);
   EXPECT_EQ(run({"[::1"}), 2);
   EXPECT_EQ(run({"host", "--accept-certificate", "12:34"}), 2);
-  EXPECT_TRUE(host->countOf("is no SHA-256 fingerprint") == 1);
+  EXPECT_TRUE(host->countOf("is not a valid SHA-256 fingerprint") == 1);
   EXPECT_EQ(run({"host", "--credentials", "/nowhere"}), 1);
   EXPECT_TRUE(host->countOf("cannot read credentials from /nowhere") == 1);
 }

@@ -4,10 +4,12 @@
 #include <freerdp/freerdp.h>
 #include <gtest/gtest.h>
 
+#include <asio/io_context.hpp>
+
 namespace lumsar::host {
 namespace {
 
-struct Listener final : Transport::Listener {
+struct Listener final : ChannelListener {
   void channelOpened() override { log += "opened;"; }
   void channelReceived(std::span<const unsigned char> /*bytes*/) override { log += "received;"; }
   void channelClosed(const std::string& /*why*/) override { log += "closed;"; }
@@ -37,8 +39,8 @@ TEST(RdpChannelTest, ChannelThatTheServerDoesNotOffer) {
   asio::io_context loop;
   SendQueue queue;
   Listener listener;
-  const auto inbox = std::make_shared<Inbox>(loop);
-  inbox->listen(&listener);
+  const auto inbox = std::make_shared<Inbox>(loop.get_executor());
+  inbox->listen(listener);
   RdpChannel channel(queue, *inbox);
   Registered registered;
   CHANNEL_ENTRY_POINTS_FREERDP_EX entry{};
@@ -47,7 +49,7 @@ TEST(RdpChannelTest, ChannelThatTheServerDoesNotOffer) {
   ASSERT_TRUE(channel.enter(entry, &registered));
 
   registered.initEvent(registered.channel, &registered, CHANNEL_EVENT_CONNECTED, nullptr, 0);
-  channel.pump();
+  channel.drain();
   registered.initEvent(registered.channel, &registered, CHANNEL_EVENT_DISCONNECTED, nullptr, 0);
   loop.run();
   EXPECT_EQ(listener.log,

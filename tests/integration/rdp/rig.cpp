@@ -43,11 +43,9 @@ void Rig::startService() {
 }
 
 void Rig::startHost(const HostProcess::Words& words, const HostProcess::Variables& variables) {
-  HostProcess::Words all{LUMSAR_RDP,      "unix:" + path("rdp"),
-                         "--ipc-library", LUMSAR_TEST_IPC,
-                         "--for",         "600s",
-                         "--wait",        "600s",
-                         "--json"};
+  HostProcess::Words all{
+      LUMSAR_RDP, "unix:" + path("rdp"), "--ipc-library", LUMSAR_TEST_IPC, "--duration",
+      "600s",     "--timeout",           "600s",          "--json"};
   all.insert(all.end(), words.begin(), words.end());
   HostProcess::Variables environment{
       {"LUMSAR_TEST_SERVICE", path("service")}, {"HOME", directory}, {"TMPDIR", directory}};

@@ -7,7 +7,7 @@
 namespace lumsar_test {
 namespace {
 
-struct Listener final : lumsar::host::Transport::Listener {
+struct Listener final : lumsar::host::ChannelListener {
   void channelOpened() override {}
   void channelReceived(std::span<const unsigned char> /*bytes*/) override {}
   void channelClosed(const std::string& /*why*/) override {}
@@ -26,8 +26,10 @@ TEST_F(RdpTransportTest, ServerThatDoesNotAnswerIsCalledSo) {
   asio::io_context loop;
   lumsar::host::SendQueue queue;
   Listener said;
-  lumsar::host::RdpTransport transport(loop, queue, target);
-  transport.start(said);
+  const auto inbox = std::make_shared<lumsar::host::Inbox>(loop.get_executor());
+  inbox->listen(said);
+  lumsar::host::RdpTransport transport(loop, queue, *inbox, target);
+  transport.start();
   const auto end = std::chrono::steady_clock::now() + seconds(5);
   while (said.trouble.empty() && std::chrono::steady_clock::now() < end) {
     loop.run_for(milliseconds(50));

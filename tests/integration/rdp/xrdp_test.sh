@@ -143,18 +143,18 @@ rdp() {  # PORT OPTION...
 }
 
 test_lumsar_rdp() {
-  start host1 rdp "$port" --for 5s
+  start host1 rdp "$port" --duration 5s
   expect "pictures come through xrdp" more_pictures_than 60
   expect "the host is done" grep -q '"handshakes":1' "$work/host1.log"
   expect "the VM's side sees the client leave" grep -q 'host: disconnected' "$work/vm.log"
 
   local before
   before=$(pictures)
-  start host2 rdp "$port" --for 5s
+  start host2 rdp "$port" --duration 5s
   expect "pictures come to the client that came back" more_pictures_than $((before + 60))
   expect "the second host is done" grep -q '"handshakes":1' "$work/host2.log"
 
-  start host3 rdp "$((port + 1))" --for 1s --wait 20s
+  start host3 rdp "$((port + 1))" --duration 1s --timeout 20s
   expect "a channel that is not allowed is explained" \
     grep -q 'does the server allow the channel?' "$work/host3.log"
   expect "the third host gives up" grep -q 'the VM has not answered' "$work/host3.log"

@@ -44,7 +44,7 @@ TEST_F(Handshake, HelloArrivesWithTheRightBytes) {
 TEST_F(Handshake, EachOpeningOfThePortIsGreeted) {
   meet("hello answer close sleep:300 open serve");
   EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
-  EXPECT_TRUE(user().host().expect("nobody in the VM has the port open"));
+  EXPECT_TRUE(user().host().expect("no program in the VM has the port open"));
   EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
 }
 
@@ -52,7 +52,7 @@ TEST_F(Handshake, GarbageInsteadOfAnAnswer) {
   meet("hello sleep:500 random:1000000:60 sleep:600000");
   ASSERT_TRUE(agentSays("hello "));
   const long before = user().host().residentKb();
-  EXPECT_TRUE(user().host().expect("bytes that are no message; dropped"));
+  EXPECT_TRUE(user().host().expect("bytes that are not a message; dropped"));
   EXPECT_TRUE(eventually(20s, [this] { return user().counter("strayBytes") > 59'900'000; }));
   EXPECT_LT(user().host().residentKb() - before, 20 * 1024);
   EXPECT_FALSE(user().host().said("VM answered"));
@@ -61,7 +61,7 @@ TEST_F(Handshake, GarbageInsteadOfAnAnswer) {
 
 TEST_F(Handshake, GarbageBeforeTheAnswerIsSkipped) {
   meet("hello random:5000:1 answer sleep:600000");
-  EXPECT_TRUE(user().host().expect("bytes that are no message; dropped"));
+  EXPECT_TRUE(user().host().expect("bytes that are not a message; dropped"));
   EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
 }
 
@@ -115,7 +115,7 @@ TEST_F(Handshake, TwoGigabytesAnnounced) {
   meet("hello answer sleep:500 data:2147483647:60000000 wrong sleep:600000");
   ASSERT_TRUE(user().host().expect("VM answered, version 1.1"));
   const long before = user().host().residentKb();
-  EXPECT_TRUE(user().host().expect("bytes that are no message; dropped"));
+  EXPECT_TRUE(user().host().expect("bytes that are not a message; dropped"));
   EXPECT_TRUE(user().host().expect("answered an older HELLO")) << "in the same session";
   EXPECT_LT(user().host().residentKb() - before, 20 * 1024);
   EXPECT_TRUE(nextSessionWorks());
@@ -170,19 +170,19 @@ TEST_F(LeftOvers, BehindTheNextOpening) {
   user().host().signal(SIGCONT);
   EXPECT_TRUE(user().host().expect("channel to the VM is closed"));
   EXPECT_TRUE(user().host().expect("channel to the VM is open"));
-  EXPECT_TRUE(user().host().expect("bytes that are no message; dropped"));
+  EXPECT_TRUE(user().host().expect("bytes that are not a message; dropped"));
   EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
 }
 
 TEST_F(Handshake, TailOfAnOldMessageBeforeTheAnswer) {
   meet("hello data:100000:20000 answer sleep:600000");
-  EXPECT_TRUE(user().host().expect("bytes that are no message; dropped"));
+  EXPECT_TRUE(user().host().expect("bytes that are not a message; dropped"));
   EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
 }
 
 TEST_F(Handshake, PortThatNeverOpens) {
-  user().startHost(guest().address(), {"--exec", "share 0", "--wait", "2s"});
-  EXPECT_TRUE(user().host().expect("no channel to the VM: nobody in the VM has the port open"));
+  user().startHost(guest().address(), {"--exec", "share 0", "--timeout", "2s"});
+  EXPECT_TRUE(user().host().expect("no channel to the VM: no program in the VM has the port open"));
   EXPECT_EQ(user().host().wait(10s), 1);
   EXPECT_TRUE(user().host().expect("the VM has not answered within 2000 ms"));
 }
@@ -195,7 +195,8 @@ TEST_F(Handshake, PortThatTheVmDoesNotHave) {
 TEST_F(Handshake, AddressThatIsNone) {
   user().startHost("spice://127.0.0.1");
   EXPECT_EQ(user().host().wait(5s), 2);
-  EXPECT_TRUE(user().host().expect("\"spice://127.0.0.1\" is no address: use spice://HOST:PORT"));
+  EXPECT_TRUE(user().host().expect(
+      "\"spice://127.0.0.1\" is not a valid address; expected spice://HOST:PORT"));
 }
 
 TEST_F(Handshake, ServerThatIsNotThere) {

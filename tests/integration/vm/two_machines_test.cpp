@@ -45,16 +45,16 @@ class TwoMachines : public testing::Test {
 
   void startUserSide() {
     noteCameras();
-    m_user->start("service", "lumsar-camera-service --channel /tmp/cameras --verbose");
+    m_user->start("service", "lumsar-camera-service --ipc-channel /tmp/cameras --verbose");
     m_user->run(R"(echo '{"encode_type": "MJPG", "max_width": "320"}' >/tmp/config.json)");
     m_user->start("host",
                   "env LUMSAR_REAL_IPC=/lib/lumsar/libvdi_ipc.so LUMSAR_IPC_RECORD=/tmp/pictures "
                   "lumsar-spice spice://10.0.2.2:" +
                       std::to_string(m_port) +
-                      " --channel /tmp/cameras --config /tmp/config.json"
+                      " --ipc-channel /tmp/cameras --config /tmp/config.json"
                       " --plugin /lib/lumsar/liblumsar.so.1"
-                      " --ipc-library /lib/lumsar/recorder/libvdi_ipc.so --wait 60s"
-                      " --exec list --exec 'share 0' --for 600s");
+                      " --ipc-library /lib/lumsar/recorder/libvdi_ipc.so --timeout 60s"
+                      " --exec list --exec 'share 0' --duration 600s");
   }
 
   Guest& user() { return *m_user; }

@@ -196,7 +196,7 @@ ServiceTest::~ServiceTest() {
 }
 
 void ServiceTest::start(std::vector<std::string> options) {
-  std::vector<std::string> command = {CAMERA_SERVICE, "--verbose", "--channel", channel};
+  std::vector<std::string> command = {CAMERA_SERVICE, "--verbose", "--ipc-channel", channel};
   command.insert(command.end(), options.begin(), options.end());
   m_service = std::make_unique<Child>(command, dir / ("service-log" + std::to_string(++m_starts)));
   EXPECT_TRUE(m_service->awaitOutput("listening at")) << log();

@@ -25,8 +25,9 @@ UserSide::UserSide(const Path& parent)
 
 bool UserSide::startService(const std::string& format) {
   m_service = std::make_unique<Child>(
-      std::vector<std::string>{LUMSAR_BIN "/lumsar-camera-service", "--channel", m_channel.string(),
-                               "--camera", std::string(kCamera) + "," + format, "--verbose"},
+      std::vector<std::string>{LUMSAR_BIN "/lumsar-camera-service", "--ipc-channel",
+                               m_channel.string(), "--camera", std::string(kCamera) + "," + format,
+                               "--verbose"},
       m_directory / "service.log");
   return eventually(10s, [this] { return std::filesystem::exists(m_channel); });
 }
@@ -39,7 +40,7 @@ void UserSide::killService() {
 void UserSide::startHost(const std::string& address, const std::vector<std::string>& options) {
   std::vector<std::string> command{LUMSAR_BIN "/lumsar-spice",
                                    address,
-                                   "--channel",
+                                   "--ipc-channel",
                                    m_channel.string(),
                                    "--ipc-library",
                                    LUMSAR_IPC_RECORDER,

@@ -91,14 +91,14 @@ TEST_F(CommandLineTest, MayOpenAsManyFilesAsTheSystemAllows) {
 
 TEST_F(CommandLineTest, ASecondServiceIsRefused) {
   start({"--camera", "test:A"});
-  const Outcome second = run({"--channel", channel});
+  const Outcome second = run({"--ipc-channel", channel});
   EXPECT_EQ(second.code, 1);
   EXPECT_NE(second.output.find("already running"), std::string::npos);
   EXPECT_TRUE(host()->awaitCamera("test:A")) << "the first goes on";
 }
 
 TEST_F(CommandLineTest, AChannelIsASocketInTheRuntimeDirectory) {
-  Child service({CAMERA_SERVICE, "--channel", "cams", "--camera", "test:A"}, dir / "log");
+  Child service({CAMERA_SERVICE, "--ipc-channel", "cams", "--camera", "test:A"}, dir / "log");
   EXPECT_TRUE(service.awaitOutput("listening at " + dir / "lumsar/cams.sock"));
   TestHost host("cams");
   EXPECT_TRUE(host.awaitCamera("test:A"));
@@ -111,12 +111,12 @@ TEST_F(CommandLineTest, StatusForPeopleAndPrograms) {
   const auto host = this->host();
   watch(*host, "test:A");
   host->records.await(CameraDataKind::Frame, 5);
-  const Outcome people = run({"--status", "--channel", channel});
+  const Outcome people = run({"--status", "--ipc-channel", channel});
   EXPECT_EQ(people.code, 0);
   for (const char* part : {"test:A", "320x240", "vm-7", "watched yes", "encode"}) {
     EXPECT_NE(people.output.find(part), std::string::npos) << people.output;
   }
-  const Outcome program = run({"--status", "--json", "--channel", channel});
+  const Outcome program = run({"--status", "--json", "--ipc-channel", channel});
   EXPECT_EQ(program.code, 0);
   std::string text = program.output;
   text.erase(text.find_last_not_of('\n') + 1);
@@ -144,7 +144,7 @@ TEST_F(CommandLineTest, StatusForPeopleAndPrograms) {
 }
 
 TEST_F(CommandLineTest, StatusWithoutServiceIsExitCode1) {
-  const Outcome outcome = run({"--status", "--channel", channel});
+  const Outcome outcome = run({"--status", "--ipc-channel", channel});
   EXPECT_EQ(outcome.code, 1);
   EXPECT_NE(outcome.output.find("not running"), std::string::npos);
 }

@@ -43,8 +43,8 @@ TEST(OptionsTest, Defaults) {
 TEST(OptionsTest, HelpAndVersionArePrinted) {
   const Options help = read({"--help"});
   EXPECT_EQ(help.action, Options::Action::PrintAndExit);
-  for (const char* option : {"--channel", "--camera", "--watch", "--allow", "--deny", "--status",
-                             "--json", "--verbose", "--version"}) {
+  for (const char* option : {"--ipc-channel", "--camera", "--watch", "--allow", "--deny",
+                             "--status", "--json", "--verbose", "--version"}) {
     EXPECT_NE(help.text.find(option), std::string::npos) << option;
   }
   EXPECT_EQ(read({"--version"}).text, "lumsar-camera-service " LUMSAR_VERSION "\n");
@@ -56,7 +56,7 @@ TEST(OptionsTest, CamerasAndFolders) {
   const Options options =
       read({"--camera", "test:Front,640x480@15", "--camera",
             QString::fromStdString("file:" + (dir / "p.jpg")), "--watch",
-            QString::fromStdString(dir.path()), "--status", "--json", "--channel", "other"});
+            QString::fromStdString(dir.path()), "--status", "--json", "--ipc-channel", "other"});
   ASSERT_EQ(options.synthetic.size(), 1U);
   EXPECT_EQ(options.synthetic.front().id, "test:Front");
   EXPECT_EQ(options.files, std::vector<std::string>{dir / "p.jpg"});
@@ -75,7 +75,7 @@ TEST(OptionsTest, MistakesAreSaid) {
             std::string::npos);
   EXPECT_NE(errorOf({"--watch", "/no/such/folder"}).find("no readable folder"), std::string::npos);
   EXPECT_NE(errorOf({"--deny", ""}).find("CAMERA"), std::string::npos);
-  EXPECT_NE(errorOf({"--channel", "a/b"}).find("cannot be used"), std::string::npos);
+  EXPECT_NE(errorOf({"--ipc-channel", "a/b"}).find("cannot be used"), std::string::npos);
 }
 
 TEST(SyntheticTest, Descriptions) {

@@ -20,7 +20,7 @@ class ConsoleTest : public testing::Test {
   ConsoleTest() { EXPECT_TRUE(terminal.shows(kPrompt)); }
 
   std::string channel = testing::TempDir() + "/lumsar-no-such-service";
-  Terminal terminal{{LUMSAR_HOST, "--vm", "unix:" + channel + ".vm", "--channel", channel}};
+  Terminal terminal{{LUMSAR_HOST, "--vm", "unix:" + channel + ".vm", "--ipc-channel", channel}};
 };
 
 TEST_F(ConsoleTest, ExplainsItsCommandsAndStatusCodes) {
@@ -35,12 +35,12 @@ TEST_F(ConsoleTest, ExplainsItsCommandsAndStatusCodes) {
 }
 
 TEST_F(ConsoleTest, TriesAgainAfterAGrowingPause) {
-  EXPECT_TRUE(terminal.shows("next try in 800 ms"));
+  EXPECT_TRUE(terminal.shows("retrying in 800 ms"));
   const std::string& screen = terminal.screen();
-  const std::size_t first = screen.find("next try in 200 ms");
-  const std::size_t second = screen.find("next try in 400 ms");
+  const std::size_t first = screen.find("retrying in 200 ms");
+  const std::size_t second = screen.find("retrying in 400 ms");
   EXPECT_LT(first, second) << screen;
-  EXPECT_LT(second, screen.find("next try in 800 ms")) << screen;
+  EXPECT_LT(second, screen.find("retrying in 800 ms")) << screen;
 }
 
 TEST_F(ConsoleTest, SaysHowACommandIsWritten) {

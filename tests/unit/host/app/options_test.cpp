@@ -1,105 +1,93 @@
 // The command line that all host programs share.
 #include "app/host_options.h"
 
-#include <getopt.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
 
-#include "transport/scoped_directory.h"
+#include "base/errors.h"
+#include "base/temporary_directory.h"
+#include "session/find_libraries.h"
+#include "session/working_directory.h"
 
 namespace lumsar::host {
 namespace {
 
-struct Parsed {
-  std::optional<int> exitCode;
-  Options options;
-};
-
-Parsed parse(std::vector<std::string> words) {
+std::optional<Options> parse(std::vector<std::string> words, std::string* port = nullptr) {
   words.insert(words.begin(), "program");
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
-  optind = 0;  // getopt begins anew
-  const ProgramText text{.name = "program",
-                         .synopsis = "",
-                         .addressHelp = "",
-                         .kind = {},
-                         .own = {{"port", "NAME", "a port"}}};
-  Parsed parsed;
-  parsed.exitCode =
-      parseOptions(static_cast<int>(words.size()), arguments.data(), text, parsed.options);
-  return parsed;
+  std::string ignored;
+  return parseOptions(static_cast<int>(words.size()), arguments.data(),
+                      {.program = "program",
+                       .usage = "",
+                       .example = "",
+                       .protocol = {},
+                       .addOwn = [&](base::CommandLine& line) {
+                         line.option("--port NAME", port != nullptr ? *port : ignored, "a port");
+                       }});
 }
 
 TEST(Options, takesEverything) {
-  const Parsed parsed =
-      parse({"--kind", "spice",    "--vm",   "unix:/x",   "--vm-id",  "vm-9",  "--channel",
-             "c",      "--exec",   "list",   "--exec",    "share 0",  "--for", "1.5s",
-             "--wait", "200ms",    "--json", "--verbose", "--plugin", "/p",    "--ipc-library",
-             "/i",     "--config", "/c",     "--port",    "p"});
-  ASSERT_EQ(parsed.exitCode, std::nullopt);
-  const Options& options = parsed.options;
-  EXPECT_EQ(options.driver.kind, Kind::Spice);
-  EXPECT_EQ(options.vm, "unix:/x");
-  EXPECT_EQ(options.driver.vmId, "vm-9");
-  EXPECT_EQ(options.driver.channel, "c");
-  EXPECT_EQ(options.commands, (std::vector<std::string>{"list", "share 0"}));
-  EXPECT_EQ(options.runFor, std::chrono::milliseconds(1500));
-  EXPECT_EQ(options.waitFor, std::chrono::milliseconds(200));
-  EXPECT_TRUE(options.json);
-  EXPECT_TRUE(options.verbose);
-  EXPECT_FALSE(options.interactive());
-  EXPECT_EQ(options.plugin, "/p");
-  EXPECT_EQ(options.driver.ipcLibrary, "/i");
-  EXPECT_EQ(options.driver.configFile, "/c");
-  EXPECT_EQ(options.own.at("port"), "p");
+  std::string port;
+  const auto options = parse(
+      {"--protocol", "spice",    "--vm",   "unix:/x",   "--vm-id",  "vm-9",       "--ipc-channel",
+       "c",          "--exec",   "list",   "--exec",    "share 0",  "--duration", "1.5s",
+       "--timeout",  "200ms",    "--json", "--verbose", "--plugin", "/p",         "--ipc-library",
+       "/i",         "--config", "/c",     "--port",    "p"},
+      &port);
+  ASSERT_TRUE(options);
+  EXPECT_EQ(options->driver.protocol, Protocol::Spice);
+  EXPECT_EQ(options->vm, "unix:/x");
+  EXPECT_EQ(options->driver.vmId, "vm-9");
+  EXPECT_EQ(options->driver.ipcChannel, "c");
+  EXPECT_EQ(options->commands, (std::vector<std::string>{"list", "share 0"}));
+  EXPECT_EQ(options->duration, std::chrono::milliseconds(1500));
+  EXPECT_EQ(options->timeout, std::chrono::milliseconds(200));
+  EXPECT_TRUE(options->json);
+  EXPECT_TRUE(options->verbose);
+  EXPECT_FALSE(options->interactive());
+  EXPECT_EQ(options->plugin, "/p");
+  EXPECT_EQ(options->driver.ipcLibrary, "/i");
+  EXPECT_EQ(options->driver.configFile, "/c");
+  EXPECT_EQ(port, "p");
 }
 
 TEST(Options, anRdpHostHasAFixedConfiguration) {
-  EXPECT_EQ(parse({"unix:/x", "--kind", "rdp"}).options.driver.kind, Kind::Rdp);
-  EXPECT_EQ(parse({"unix:/x", "--kind", "rdp"}).exitCode, std::nullopt);
-  EXPECT_EQ(parse({"unix:/x", "--kind", "rdp", "--channel", "c"}).exitCode, 2);
-  EXPECT_EQ(parse({"unix:/x", "--kind", "rdp", "--config", "/c"}).exitCode, 2);
+  EXPECT_EQ(parse({"unix:/x", "--protocol", "rdp"})->driver.protocol, Protocol::Rdp);
+  EXPECT_THROW(parse({"unix:/x", "--protocol", "rdp", "--ipc-channel", "c"}), base::UsageError);
+  EXPECT_THROW(parse({"unix:/x", "--protocol", "rdp", "--config", "/c"}), base::UsageError);
 }
 
 TEST(Options, takesTheAddressAsTheOneArgumentAndDefaults) {
-  const Parsed parsed = parse({"unix:/x"});
-  ASSERT_EQ(parsed.exitCode, std::nullopt);
-  EXPECT_EQ(parsed.options.vm, "unix:/x");
-  EXPECT_EQ(parsed.options.driver.kind, Kind::Spice);
-  EXPECT_EQ(parsed.options.driver.channel, "lumsar");
-  EXPECT_TRUE(parsed.options.interactive());
+  const auto options = parse({"unix:/x"});
+  ASSERT_TRUE(options);
+  EXPECT_EQ(options->vm, "unix:/x");
+  EXPECT_EQ(options->driver.protocol, Protocol::Spice);
+  EXPECT_EQ(options->driver.ipcChannel, "lumsar");
+  EXPECT_TRUE(options->interactive());
 }
 
-TEST(Options, takesTimesInTheirUnits) {
-  const auto time = [](const char* text) {
-    return parse({"--for", text, "unix:/x"}).options.runFor;
-  };
-  EXPECT_EQ(time("250ms"), std::chrono::milliseconds(250));
-  EXPECT_EQ(time("10"), std::chrono::seconds(10));
-  EXPECT_EQ(time("10s"), std::chrono::seconds(10));
-  EXPECT_EQ(time("2.5m"), std::chrono::seconds(150));
-  EXPECT_EQ(time("8h"), std::chrono::hours(8));
-}
-
-TEST(Options, refusesMistakesWithTwo) {
-  EXPECT_EQ(parse({}).exitCode, 2);
-  EXPECT_EQ(parse({"unix:/x", "unix:/y"}).exitCode, 2);
-  EXPECT_EQ(parse({"--kind", "vnc", "unix:/x"}).exitCode, 2);
-  EXPECT_EQ(parse({"--for", "soon", "unix:/x"}).exitCode, 2);
-  EXPECT_EQ(parse({"--for", "1e9h", "unix:/x"}).exitCode, 2);
-  EXPECT_EQ(parse({"--for", "nan", "unix:/x"}).exitCode, 2);
-  EXPECT_EQ(parse({"--wait", "1day", "unix:/x"}).exitCode, 2);
-  EXPECT_EQ(parse({"--wait", "-1s", "unix:/x"}).exitCode, 2);
-  EXPECT_EQ(parse({"--unknown", "unix:/x"}).exitCode, 2);
-  EXPECT_EQ(parse({"--vm"}).exitCode, 2);
+TEST(Options, refusesMistakes) {
+  const std::vector<std::vector<std::string>> mistakes{{},
+                                                       {"unix:/x", "unix:/y"},
+                                                       {"--vm", "unix:/x", "unix:/y"},
+                                                       {"--protocol", "vnc", "unix:/x"},
+                                                       {"--duration", "soon", "unix:/x"},
+                                                       {"--duration", "1e9h", "unix:/x"},
+                                                       {"--duration", "nan", "unix:/x"},
+                                                       {"--timeout", "1day", "unix:/x"},
+                                                       {"--timeout", "-1s", "unix:/x"},
+                                                       {"--unknown", "unix:/x"},
+                                                       {"--vm"}};
+  for (const auto& words : mistakes) {
+    EXPECT_THROW(parse(words), base::UsageError) << testing::PrintToString(words);
+  }
 }
 
 TEST(Options, helpAndVersionEndWellAtOnce) {
-  EXPECT_EQ(parse({"--help"}).exitCode, 0);
-  EXPECT_EQ(parse({"--version"}).exitCode, 0);
+  EXPECT_FALSE(parse({"--help"}));
+  EXPECT_FALSE(parse({"--version"}));
 }
 
 struct Libraries {
@@ -109,7 +97,7 @@ struct Libraries {
   }
   std::string path(const std::string& file) const { return (root.path() / file).string(); }
 
-  TemporaryDirectory root;
+  base::TemporaryDirectory root;
 };
 
 TEST(Options, findsTheIpcLibraryOfTheChosenPlugInFirst) {

@@ -44,7 +44,8 @@ EXPORTED int RdpInit(const char*, lumsar::RdpSendFunc) {
 }
 EXPORTED void RdpEvent(int) {}
 EXPORTED void Handler(unsigned char*, int) {}
-EXPORTED int ShareAll(int) {
+EXPORTED int ShareAll(int session) {
+  fake.commands.push_back("all " + std::to_string(session));
   return lumsar::STATUS_OK;
 }
 EXPORTED void RdpDeInit() {}

@@ -78,27 +78,27 @@ TEST(SendQueue, keepsThePiecesOfTwoThreadsApart) {
 TEST(SendQueue, dropsTheOldestFramesAndNoControlMessage) {
   SendQueue queue;
   queue.push(hello(1));
-  for (std::uint8_t i = 0; i < kMaxQueuedFrames + 3; ++i) queue.push(frame(i));
+  for (std::uint8_t i = 0; i < kSendLimits.frames + 3; ++i) queue.push(frame(i));
   queue.push(hello(2));
   EXPECT_EQ(queue.counters().framesDropped, 3U);
   EXPECT_EQ(queue.pop(), hello(1));
   EXPECT_EQ(queue.pop()->at(60), 3);
-  for (std::size_t i = 1; i < kMaxQueuedFrames; ++i) queue.pop();
+  for (std::size_t i = 1; i < kSendLimits.frames; ++i) queue.pop();
   EXPECT_EQ(queue.pop(), hello(2));
   EXPECT_EQ(queue.pop(), std::nullopt);
 }
 
 TEST(SendQueue, boundsTheBytesOfFramesButKeepsTheNewest) {
   SendQueue queue;
-  queue.push(frame(1, kMaxQueuedFrameBytes));
-  queue.push(frame(2, kMaxQueuedFrameBytes));
+  queue.push(frame(1, kSendLimits.frameBytes));
+  queue.push(frame(2, kSendLimits.frameBytes));
   EXPECT_EQ(queue.counters().framesDropped, 1U);
   EXPECT_EQ(queue.pop()->at(60), 2);
 }
 
 TEST(SendQueue, refusesControlMessagesBeyondItsBound) {
   SendQueue queue;
-  const Bytes large = message(MSG_UNREDIRECT_ALL, Bytes(kMaxQueuedControlBytes / 2));
+  const Bytes large = message(MSG_UNREDIRECT_ALL, Bytes(kSendLimits.controlBytes / 2));
   EXPECT_EQ(queue.push(large), 0);
   EXPECT_EQ(queue.push(large), -1);
   EXPECT_EQ(queue.counters().messagesRefused, 1U);
@@ -120,15 +120,26 @@ TEST(SendQueue, forgetsHalfMessagesWithTheirChannelAndSkipsTheirRest) {
   const Bytes whole = frame(3, 4000);
   const std::span<const unsigned char> all(whole);
   queue.push(all.first(1536));
-  queue.clear();
+  queue.close();
   EXPECT_EQ(queue.push(all.subspan(1536, 1536)), 0);
-  queue.clear();
+  queue.open();
   EXPECT_EQ(queue.push(all.subspan(3072)), 0);
   EXPECT_EQ(queue.pop(), std::nullopt);
   queue.push(hello(5));
   EXPECT_EQ(queue.pop(), hello(5));
   EXPECT_EQ(queue.pop(), std::nullopt);
   EXPECT_EQ(queue.counters().messagesRefused, 0U);
+}
+
+TEST(SendQueue, nothingLeavesItWhileItIsClosed) {
+  SendQueue queue;
+  queue.close();
+  queue.push(hello(1));
+  EXPECT_EQ(queue.pop(), std::nullopt);
+  queue.open();
+  EXPECT_EQ(queue.pop(), std::nullopt) << "what came up for nobody";
+  queue.push(hello(2));
+  EXPECT_EQ(queue.pop(), hello(2));
 }
 
 TEST(SendQueue, countsAndRemembersTheLatestToken) {
@@ -139,10 +150,10 @@ TEST(SendQueue, countsAndRemembersTheLatestToken) {
   queue.pop();
   const SendQueue::Counters counters = queue.counters();
   EXPECT_EQ(counters.helloToken, 4321);
-  EXPECT_EQ(counters.fromPlugin.frames, 1U);
+  EXPECT_EQ(counters.frames, 1U);
   EXPECT_EQ(counters.framesSent, 1U);
   EXPECT_EQ(counters.bytesSent, 36U + 32 + 16 + 100);
-  EXPECT_LT(counters.fromPlugin.worstLatency, 10'000'000U);
+  EXPECT_LT(counters.worstLatency, 10'000'000U);
 }
 
 }  // namespace

@@ -1,12 +1,12 @@
 // The host's commands: which camera is meant, what is said, and what holds after a recovery.
-#include "app/commands.h"
+#include "session/commands.h"
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
 
-#include "transport/scoped_directory.h"
+#include "base/temporary_directory.h"
 #include "unit/host/session/fake_plugin.h"
 
 namespace lumsar::host {
@@ -45,12 +45,7 @@ struct CommandsTest : testing::Test {
   FakePlugin& fake = fakePlugin();
   Plugin plugin{LUMSAR_FAKE_PLUGIN};
   Report report{true};
-  Commands commands{plugin, report, [] { return std::string(); },
-                    [this](int session) {
-                      fake.commands.push_back("all " + std::to_string(session));
-                      return 0;
-                    },
-                    true};
+  Commands commands{plugin, report, [] { return std::string(); }, true};
 };
 
 TEST_F(CommandsTest, NumbersAndNamesBecomeIds) {
@@ -101,7 +96,7 @@ TEST_F(CommandsTest, ACameraThatIsNotThereIsTheServicesToRefuseAndNotRemembered)
 }
 
 TEST_F(CommandsTest, PolicyComesBeforeTheShares) {
-  const TemporaryDirectory directory;
+  const base::TemporaryDirectory directory;
   const std::string file = directory.path() / "policy.json";
   std::ofstream(file) << R"({"policy": []})";
   run("share 0");

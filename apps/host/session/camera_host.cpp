@@ -1,0 +1,77 @@
+#include "session/camera_host.h"
+
+#include <asio/post.hpp>
+#include <utility>
+
+namespace lumsar::host {
+
+CameraHost::CameraHost(asio::io_context& loop, Report& report, Settings settings)
+    : m_loop(loop),
+      m_settings(std::move(settings)),
+      m_inbox(std::make_shared<Inbox>(m_pluginThread.get_executor())),
+      m_plugin(m_settings.plugin),
+      m_commands(m_plugin, report, m_settings.status, m_settings.keepsResults),
+      m_session(m_pluginThread.get_executor(), loop, m_plugin, m_settings.driver, m_queue, report,
+                {.onHandshake = [this](bool sharesAll) { handshake(sharesAll); },
+                 .onRefused = m_settings.onRefused}),
+      m_serviceWatch(
+          m_pluginThread.get_executor(), [this] { return m_session.state().initialised; },
+          [this] { return m_commands.serviceAnswers(); },
+          [this] { m_session.recover("it does not answer"); }) {}
+
+CameraHost::~CameraHost() {
+  m_inbox->end();
+  m_pluginThread.stop();
+  m_pluginThread.join();
+}
+
+void CameraHost::start(Transport& transport) {
+  m_queue.setWake([&transport] { transport.wake(); });
+  m_inbox->listen(m_session);
+  post([this] {
+    m_session.start();
+    if (!m_session.tellsOfLostService()) m_serviceWatch.start();
+  });
+  transport.start();
+}
+
+void CameraHost::stop(std::function<void()> done) {
+  m_stopping = true;
+  m_inbox->end();
+  asio::post(m_pluginThread, [this, done = std::move(done)] {
+    m_serviceWatch.stop();
+    m_session.stop();
+    asio::post(m_loop, done);
+  });
+}
+
+void CameraHost::post(std::function<void()> job) {
+  asio::post(m_pluginThread, [this, job = std::move(job)] {
+    if (!m_stopping) job();
+  });
+}
+
+void CameraHost::run(std::vector<std::string> commands, std::function<void(bool quits)> done) {
+  post([this, commands = std::move(commands), done = std::move(done)] {
+    bool quits = false;
+    for (const std::string& command : commands) {
+      if (m_stopping) return;
+      quits = !m_commands.run(command);
+      if (quits) break;
+    }
+    done(quits);
+  });
+}
+
+// A VM may complete handshakes faster than the camera service answers: one turn that waits is
+// enough.
+void CameraHost::handshake(bool sharesAll) {
+  if (m_settings.onHandshake()) return;
+  if (std::exchange(m_shareAgainWaits, true)) return;
+  post([this, sharesAll] {
+    m_shareAgainWaits = false;
+    m_commands.shareAgain(sharesAll);
+  });
+}
+
+}  // namespace lumsar::host

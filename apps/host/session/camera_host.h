@@ -1,0 +1,79 @@
+// CameraHost: the plug-in with all that drives it, on the one thread that calls it. The rest of a
+// host program lives on the main loop, and the two talk by messages, so that a camera service that
+// hangs holds up neither the channel to the VM nor the user.
+//
+//   main loop:        Transport --Inbox-->    Session, Commands, ServiceWatch   : plug-in's thread
+//                     Transport <--SendQueue-- plug-in (any of its threads)
+#ifndef LUMSAR_HOST_SESSION_CAMERA_HOST_H
+#define LUMSAR_HOST_SESSION_CAMERA_HOST_H
+
+#include <asio/io_context.hpp>
+#include <asio/thread_pool.hpp>
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "session/commands.h"
+#include "session/service_watch.h"
+#include "session/session.h"
+#include "transport/transport.h"
+
+namespace lumsar::host {
+
+class CameraHost {
+ public:
+  // Loads the plug-in. `onRefused` is called on the plug-in's thread, when there will be no channel
+  // to the VM.
+  struct Settings {
+    std::string plugin;
+    DriverSetup driver;
+    bool keepsResults = false;
+    std::function<std::string()> status;  // the text of the "status" command
+    // On the plug-in's thread; true when the program shares cameras by itself.
+    std::function<bool()> onHandshake;
+    std::function<void()> onRefused;
+  };
+  CameraHost(asio::io_context& loop, Report& report, Settings settings);
+  // Waits for a call of the plug-in that is under way.
+  ~CameraHost();
+  CameraHost(const CameraHost&) = delete;
+  CameraHost& operator=(const CameraHost&) = delete;
+
+  SendQueue& queue() { return m_queue; }
+  Inbox& inbox() { return *m_inbox; }
+
+  void start(Transport& transport);
+  // Lets what is under way on the plug-in's thread end, drops what waits, and calls `done` on the
+  // main loop. With a camera service that hangs, that takes seconds.
+  void stop(std::function<void()> done);
+
+  // Carries out commands on the plug-in's thread, one after another, then calls `done` there:
+  // whether one of them asked to quit. Nothing is called once the host stops. Thread-safe.
+  void run(std::vector<std::string> commands, std::function<void(bool quits)> done);
+  void post(std::function<void()> job);
+
+  // All thread-safe.
+  Session::State state() const { return m_session.state(); }
+  SendQueue::Counters counters() const { return m_queue.counters(); }
+  const Commands& commands() const { return m_commands; }
+
+ private:
+  void handshake(bool sharesAll);
+
+  asio::io_context& m_loop;
+  const Settings m_settings;
+  asio::thread_pool m_pluginThread{1};
+  std::atomic<bool> m_stopping = false;
+  SendQueue m_queue;
+  std::shared_ptr<Inbox> m_inbox;
+  Plugin m_plugin;
+  Commands m_commands;
+  Session m_session;
+  ServiceWatch m_serviceWatch;
+  bool m_shareAgainWaits = false;
+};
+
+}  // namespace lumsar::host
+
+#endif

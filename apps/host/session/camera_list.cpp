@@ -1,0 +1,67 @@
+#include "session/camera_list.h"
+
+#include <QJsonArray>
+#include <algorithm>
+
+#include "base/format.h"
+#include "json/json.h"
+
+namespace lumsar::host {
+
+namespace {
+
+using json::textAt;
+
+constexpr std::size_t kListSize = std::size_t{64} * 1024;
+
+std::string describeCamera(std::size_t number, const QJsonObject& camera) {
+  std::string text =
+      base::text("  {}  {}  {}", number, textAt(camera, "id"), textAt(camera, "name"));
+  if (!camera[QLatin1String("present")].toBool(true)) text += "  unplugged";
+  if (!camera[QLatin1String("sharedWith")].toArray().isEmpty()) text += "  shared";
+  if (camera[QLatin1String("inUse")].toBool()) text += "  in use";
+  return text + "\n";
+}
+
+std::string describeRefusal(const QJsonObject& refusal) {
+  const std::string camera = textAt(refusal, "camera");
+  return base::text("  {}: {}{}{}\n", textAt(refusal, "change"), camera, camera.empty() ? "" : ": ",
+                    textAt(refusal, "reason"));
+}
+
+}  // namespace
+
+ListReply askForList(const Plugin& plugin) {
+  std::vector<char> output;
+  int size = kListSize;
+  int status = STATUS_OK;
+  // Cameras that are plugged in between two calls may make it grow once more.
+  while (status == STATUS_OK && size > static_cast<int>(output.size())) {
+    output.assign(static_cast<std::size_t>(size), '\0');
+    status = plugin.Ctrl(R"({"command":"list"})", output.data(), size);
+  }
+  if (status != STATUS_OK && status != STATUS_LIST_ERROR) return {status, {}};
+  return {status, {output.data(), std::min(static_cast<std::size_t>(size), output.size())}};
+}
+
+CameraList readList(const std::string& text) {
+  const QJsonObject document = json::readObject(text).object;
+  CameraList list;
+  const QJsonArray cameras = document[QStringLiteral("cameras")].toArray();
+  for (const auto& value : cameras) {
+    const QJsonObject camera = value.toObject();
+    list.description += describeCamera(list.cameras.size(), camera);
+    list.cameras.push_back({textAt(camera, "id"), textAt(camera, "name")});
+  }
+  if (cameras.isEmpty()) list.description += "  no camera\n";
+  const QJsonArray refusals = document[QStringLiteral("refusals")].toArray();
+  for (const auto& refusal : refusals) list.description += describeRefusal(refusal.toObject());
+  const QJsonArray notes = document[QStringLiteral("policyNotes")].toArray();
+  for (const auto& note : notes) {
+    list.description += base::text("  policy: {}\n", note.toString().toStdString());
+  }
+  list.description.pop_back();
+  return list;
+}
+
+}  // namespace lumsar::host

@@ -1,0 +1,59 @@
+#include "session/find_libraries.h"
+
+#include <optional>
+#include <vector>
+
+#include "base/errors.h"
+
+namespace lumsar::host {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kPluginName = "liblumsar.so.1";
+constexpr const char* kIpcLibraryName = "libvdi_ipc.so";
+
+std::vector<fs::path> withSubdirectories(const std::vector<fs::path>& places) {
+  std::vector<fs::path> all;
+  for (const fs::path& place : places) {
+    all.push_back(place);
+    all.push_back(place / "lumsar");
+  }
+  return all;
+}
+
+std::vector<fs::path> placesAround(const fs::path& directory) {
+  return withSubdirectories(
+      {directory, directory / "..", directory / "../lib", LUMSAR_LIBRARY_DIRECTORY});
+}
+
+std::optional<std::string> firstIn(const std::vector<fs::path>& places, const char* name) {
+  std::error_code ignored;
+  for (const fs::path& place : places) {
+    const fs::path path = fs::absolute(place / name, ignored);
+    if (fs::exists(path, ignored)) return fs::canonical(path, ignored).string();
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::string findPlugin(const fs::path& directory) {
+  return firstIn(placesAround(directory), kPluginName).value_or(kPluginName);
+}
+
+std::string findIpcLibrary(const fs::path& plugin, const fs::path& directory) {
+  std::vector<fs::path> places = placesAround(directory);
+  // A plug-in without a directory is one that the loader looks for.
+  if (plugin.has_parent_path()) {
+    const std::vector<fs::path> beside = withSubdirectories({plugin.parent_path()});
+    places.insert(places.begin(), beside.begin(), beside.end());
+  }
+  if (auto found = firstIn(places, kIpcLibraryName)) return *found;
+  std::string text = std::string("cannot find ") + kIpcLibraryName + " in";
+  for (const fs::path& place : places) text += "\n  " + place.lexically_normal().string();
+  throw base::Failure(text + "\nname it with --ipc-library PATH");
+}
+
+}  // namespace lumsar::host

@@ -1,0 +1,21 @@
+// Finds the plug-in and the IPC library where they are built or installed.
+#ifndef LUMSAR_HOST_SESSION_FIND_LIBRARIES_H
+#define LUMSAR_HOST_SESSION_FIND_LIBRARIES_H
+
+#include <filesystem>
+#include <string>
+
+namespace lumsar::host {
+
+// The plug-in around `directory`, where a program or an add-in is; its bare name when it is not
+// there, for the loader to look.
+std::string findPlugin(const std::filesystem::path& directory);
+
+// The IPC library beside `plugin`, else around `directory`. Throws Failure when it is in neither
+// place: by its bare name it would be taken from wherever the program was started.
+std::string findIpcLibrary(const std::filesystem::path& plugin,
+                           const std::filesystem::path& directory);
+
+}  // namespace lumsar::host
+
+#endif

@@ -1,0 +1,59 @@
+// FragmentJoiner: makes complete messages of the fragments in which the plug-in hands them over.
+// The fragments of one message come from one thread; those of another thread's may come between.
+#ifndef LUMSAR_HOST_TRANSPORT_FRAGMENT_JOINER_H
+#define LUMSAR_HOST_TRANSPORT_FRAGMENT_JOINER_H
+
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <span>
+#include <thread>
+#include <vector>
+
+#include "lumsar/assembler.h"
+
+namespace lumsar::host {
+
+class FragmentJoiner {
+ public:
+  using Bytes = std::vector<unsigned char>;
+
+  // The message that is complete with this fragment, if it is; also bytes that cannot be a message.
+  std::optional<Bytes> add(std::span<const unsigned char> fragment) {
+    Partial& partial = m_partial[std::this_thread::get_id()];
+    Bytes& bytes = partial.bytes;
+    if (bytes.empty() && fragment.size() >= kHeaderSize) bytes.reserve(messageSize(fragment));
+    bytes.insert(bytes.end(), fragment.begin(), fragment.end());
+    if (bytes.size() < kHeaderSize) return std::nullopt;
+    if (isValid(bytes) && bytes.size() < messageSize(bytes)) return std::nullopt;
+    Partial done = std::move(m_partial.extract(std::this_thread::get_id()).mapped());
+    if (done.discarded) return std::nullopt;
+    return std::move(done.bytes);
+  }
+
+  static bool isValid(std::span<const unsigned char> message) {
+    const RedirMsgHeader header = readHeader(message.data());
+    return header.magic == kMagic && header.length <= kMaxPayload;
+  }
+
+  // What has begun is thrown away, once it is complete.
+  void discard() {
+    for (auto& [thread, partial] : m_partial) partial.discarded = true;
+  }
+
+ private:
+  struct Partial {
+    Bytes bytes;
+    bool discarded = false;
+  };
+
+  static std::size_t messageSize(std::span<const unsigned char> bytes) {
+    return kHeaderSize + std::min(readHeader(bytes.data()).length, kMaxPayload);
+  }
+
+  std::map<std::thread::id, Partial> m_partial;
+};
+
+}  // namespace lumsar::host
+
+#endif

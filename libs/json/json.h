@@ -1,0 +1,27 @@
+// Qt's JSON with the strings of the standard library.
+#ifndef LUMSAR_JSON_JSON_H
+#define LUMSAR_JSON_JSON_H
+
+#include <QJsonObject>
+#include <string>
+#include <string_view>
+
+namespace lumsar::json {
+
+struct Reading {
+  QJsonObject object;
+  std::string error;  // "is not JSON: ..." and the like; empty when it was read
+};
+
+// Zero bytes at the end are taken off.
+Reading readObject(std::string_view text);
+// Throws Failure when the file cannot be read or does not hold a JSON object.
+QJsonObject readFile(const std::string& path);
+
+std::string compact(const QJsonObject& object);
+std::string textAt(const QJsonObject& object, const char* key);
+QString qt(std::string_view text);
+
+}  // namespace lumsar::json
+
+#endif
