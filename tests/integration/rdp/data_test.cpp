@@ -32,7 +32,7 @@ class RdpData : public Rig {
       onTheWay -= sizes[i];
     }
     EXPECT_EQ(server->strayBytes(), 0U);
-    EXPECT_LE(server->largestPiece(), static_cast<std::size_t>(lumsar::kRdpPieceSize));
+    EXPECT_LE(server->largestPiece(), static_cast<std::size_t>(lumsar::kRdpFragmentSize));
     EXPECT_EQ(host->stop(), 0);
   }
 
@@ -48,7 +48,7 @@ TEST_F(RdpData, AroundEveryMultipleOfThePieceSize) {
   if (!all) multiples.insert(multiples.end(), {256, 333, 1000, 2048, 2730});
   std::vector<std::size_t> sizes;
   for (const std::size_t pieces : multiples) {
-    const std::size_t payload = pieces * std::size_t{lumsar::kRdpPieceSize} - lumsar::kHeaderSize;
+    const std::size_t payload = pieces * std::size_t{lumsar::kRdpFragmentSize} - lumsar::kHeaderSize;
     for (const std::size_t size : {payload - 1, payload, payload + 1}) sizes.push_back(size);
   }
   expectAllThrough(sizes);

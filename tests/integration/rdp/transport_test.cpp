@@ -11,7 +11,7 @@ struct Listener final : lumsar::host::ChannelListener {
   void channelOpened() override {}
   void channelReceived(std::span<const unsigned char> /*bytes*/) override {}
   void channelClosed(const std::string& /*why*/) override {}
-  void channelTrouble(const std::string& why) override { trouble = why; }
+  void channelUnavailable(const std::string& why) override { trouble = why; }
   void channelRefused(const std::string& why) override { trouble = why; }
   std::string trouble;  // the latest
 };
