@@ -27,7 +27,7 @@ UniqueFd newSocket(const base::SocketAddress& address) {
 
 bool readable(int fd, milliseconds limit) {
   pollfd entry{fd, POLLIN, 0};
-  return poll(&entry, 1, static_cast<int>(limit.count())) > 0;
+  return fd >= 0 && poll(&entry, 1, static_cast<int>(limit.count())) > 0;
 }
 
 }  // namespace
