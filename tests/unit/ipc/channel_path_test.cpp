@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "unit/ipc/support.h"
+#include "lumsar/ipc_transport.h"
 
 namespace lumsar::test {
 namespace {

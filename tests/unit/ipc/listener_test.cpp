@@ -9,7 +9,8 @@
 
 #include <cstdlib>
 
-#include "unit/ipc/raw_peer.h"
+#include "support/raw_peer.h"
+#include "support/temporary_directory.h"
 
 namespace lumsar::test {
 namespace {
@@ -31,23 +32,23 @@ std::string errorOf(const std::string& path) {
 }
 
 TEST(ListenerTest, DirectoryAndSocketAreTheUsersOwn) {
-  const TempDir dir;
+  const TemporaryDirectory dir;
   ::umask(0);
   const Listener listener = Listener::at(dir / "lumsar/x.sock");
   EXPECT_EQ(modeOf(dir / "lumsar"), 0700U);
   EXPECT_EQ(modeOf(dir / "lumsar/x.sock"), 0600U);
-  EXPECT_NO_THROW(RawPeer::connect(dir / "lumsar/x.sock"));
+  EXPECT_TRUE(RawPeer(dir / "lumsar/x.sock").connected());
 }
 
 TEST(ListenerTest, ALooseDirectoryIsMadePrivate) {
-  const TempDir dir;
+  const TemporaryDirectory dir;
   ::mkdir((dir / "lumsar").c_str(), 0755);
   const Listener listener = Listener::at(dir / "lumsar/x.sock", Listener::Directory::Own);
   EXPECT_EQ(modeOf(dir / "lumsar"), 0700U);
 }
 
 TEST(ListenerTest, ADirectoryThatTheUserChoseStaysAsItIs) {
-  const TempDir dir;
+  const TemporaryDirectory dir;
   ::mkdir((dir / "lumsar").c_str(), 0755);
   ::chmod((dir / "lumsar").c_str(), 0755);
   const Listener listener = Listener::at(dir / "lumsar/x.sock", Listener::Directory::Chosen);
@@ -55,47 +56,47 @@ TEST(ListenerTest, ADirectoryThatTheUserChoseStaysAsItIs) {
 }
 
 TEST(ListenerTest, TheFileGoesWithTheListener) {
-  const TempDir dir;
+  const TemporaryDirectory dir;
   { const Listener listener = Listener::at(dir / "x.sock"); }
   EXPECT_FALSE(std::filesystem::exists(dir / "x.sock"));
 }
 
 TEST(ListenerTest, ASuccessorsFileStays) {
-  const TempDir dir;
+  const TemporaryDirectory dir;
   {
     const Listener listener = Listener::at(dir / "x.sock");
     std::filesystem::remove(dir / "x.sock");
-    const RawService successor(dir / "x.sock");
+    const RawListener successor(dir / "x.sock");
   }
   EXPECT_TRUE(std::filesystem::exists(dir / "x.sock"));
 }
 
 TEST(ListenerTest, AStaleSocketIsReplaced) {
-  const TempDir dir;
-  { const RawService dead(dir / "x.sock"); }
+  const TemporaryDirectory dir;
+  { const RawListener dead(dir / "x.sock"); }
   ASSERT_TRUE(std::filesystem::exists(dir / "x.sock"));
   const Listener listener = Listener::at(dir / "x.sock");
-  EXPECT_NO_THROW(RawPeer::connect(dir / "x.sock"));
+  EXPECT_TRUE(RawPeer(dir / "x.sock").connected());
 }
 
 TEST(ListenerTest, ALiveSocketIsRefused) {
-  const TempDir dir;
+  const TemporaryDirectory dir;
   const Listener listener = Listener::at(dir / "x.sock");
   const std::string error = errorOf(dir / "x.sock");
   EXPECT_NE(error.find("already running"), std::string::npos) << error;
-  EXPECT_NE(error.find("--ipc-channel"), std::string::npos) << error;
-  EXPECT_NO_THROW(RawPeer::connect(dir / "x.sock"));
+  EXPECT_NE(error.find("--channel"), std::string::npos) << error;
+  EXPECT_TRUE(RawPeer(dir / "x.sock").connected());
 }
 
 TEST(ListenerTest, AFileThatIsNoSocketIsLeftAlone) {
-  const TempDir dir;
+  const TemporaryDirectory dir;
   std::ofstream(dir / "x.sock") << "precious";
   EXPECT_NE(errorOf(dir / "x.sock").find("no socket"), std::string::npos);
   EXPECT_EQ(readFile(dir / "x.sock"), "precious");
 }
 
 TEST(ListenerTest, AMissingParentIsSaid) {
-  const TempDir dir;
+  const TemporaryDirectory dir;
   EXPECT_NE(errorOf(dir / "no/such/x.sock").find("cannot make the directory"), std::string::npos);
 }
 
@@ -115,8 +116,8 @@ int inheritIn(const std::string& path, bool good) {
     ::waitpid(child, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
-  const RawService manager(path);
-  const RawPeer probe = RawPeer::connect(path);
+  const RawListener manager(path);
+  const RawPeer probe(path);
   const int source = good ? manager.fd() : probe.fd();
   const int copy = ::fcntl(source, F_DUPFD, 64);
   ::dup2(copy, 3);
@@ -136,13 +137,13 @@ int inheritIn(const std::string& path, bool good) {
 }
 
 TEST(ListenerTest, TheManagersSocketIsTaken) {
-  const TempDir dir;
+  const TemporaryDirectory dir;
   EXPECT_EQ(inheritIn(dir / "x.sock", true), 0);
   EXPECT_TRUE(std::filesystem::exists(dir / "x.sock")) << "it is the manager's to remove";
 }
 
 TEST(ListenerTest, AManagersSocketOfAnotherKindIsRefused) {
-  const TempDir dir;
+  const TemporaryDirectory dir;
   EXPECT_EQ(inheritIn(dir / "x.sock", false), 2);
 }
 

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "unit/ipc/support.h"
+#include "lumsar/ipc_transport.h"
 
 namespace lumsar::test {
 namespace {

@@ -7,7 +7,7 @@
 #include <stdexcept>
 
 #include "sources/synthetic.h"
-#include "unit/ipc/support.h"
+#include "support/temporary_directory.h"
 
 namespace lumsar::test {
 namespace {
@@ -51,7 +51,7 @@ TEST(OptionsTest, HelpAndVersionArePrinted) {
 }
 
 TEST(OptionsTest, CamerasAndFolders) {
-  const TempDir dir;
+  const TemporaryDirectory dir;
   std::ofstream(dir / "p.jpg") << "x";
   const Options options =
       read({"--camera", "test:Front,640x480@15", "--camera",

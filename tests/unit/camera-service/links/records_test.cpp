@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "lumsar/camera_data.h"
+#include "support/messages.h"
 #include "unit/camera-service/test_host.h"
-#include "unit/ipc/support.h"
 
 namespace lumsar::test {
 namespace {

@@ -40,7 +40,7 @@ TEST_F(PolicyChangeTest, QualityAndIntervalAreObeyed) {
   watch(*host, "test:A");
   const std::size_t best = host->records.await(CameraDataKind::Frame, 3).picture.size();
   host->policy({{"cameraQuality", 5}, {"cameraFrameInternal", 250}});
-  EXPECT_TRUE(waitUntil(
+  EXPECT_TRUE(eventually(
       [&] { return host->records.of(CameraDataKind::Frame).back().picture.size() < best / 2; }));
   const std::size_t before = host->records.count(CameraDataKind::Frame);
   std::this_thread::sleep_for(milliseconds(1000));
