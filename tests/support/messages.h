@@ -105,7 +105,7 @@ inline Bytes announce(std::uint32_t camera, std::string_view name) {
   return message(MSG_DATA, record(CameraDataKind::Announced, camera, body));
 }
 inline Bytes removed(std::uint32_t camera, std::string_view why = {}) {
-  return message(MSG_DATA, record(CameraDataKind::Gone, camera, bytesOf(why)));
+  return message(MSG_DATA, record(CameraDataKind::Removed, camera, bytesOf(why)));
 }
 inline Bytes frame(std::uint32_t camera, std::uint32_t sequence, View jpeg) {
   return message(MSG_DATA,

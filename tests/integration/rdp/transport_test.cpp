@@ -6,7 +6,7 @@
 namespace lumsar::test {
 namespace {
 
-struct Listener final : host::Transport::Listener {
+struct Listener final : host::ChannelListener {
   void channelOpened() override {}
   void channelReceived(std::span<const unsigned char> /*bytes*/) override {}
   void channelClosed(const std::string& /*why*/) override {}
@@ -25,8 +25,10 @@ TEST_F(RdpTransportTest, ServerThatDoesNotAnswerIsCalledSo) {
   asio::io_context loop;
   host::SendQueue queue;
   Listener said;
-  host::RdpTransport transport(loop, queue, target);
-  transport.start(said);
+  const auto inbox = std::make_shared<host::Inbox>(loop.get_executor());
+  inbox->listen(said);
+  host::RdpTransport transport(loop, queue, *inbox, target);
+  transport.start();
   eventually([&] {
     loop.run_for(milliseconds(50));
     return !said.trouble.empty();

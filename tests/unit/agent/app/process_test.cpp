@@ -6,15 +6,13 @@
 
 #include <csignal>
 
+#include "base/socket_listener.h"
 #include "support/process.h"
 #include "support/raw_peer.h"
 #include "support/temporary_directory.h"
-#include "transport/address.h"
 
 namespace lumsar::test {
 namespace {
-
-using namespace agent;
 
 // lumsar-agent, with its standard error apart.
 Process agentWith(Process::Words words, const std::function<void()>& before = {}) {
@@ -32,13 +30,13 @@ TEST(Process, TellsItsVersionAndHelp) {
   EXPECT_TRUE(version.output().starts_with("lumsar-agent "));
   Process help = agentWith({"--help"});
   EXPECT_EQ(help.wait(), 0);
-  EXPECT_TRUE(has(help.output(), "usage: lumsar-agent"));
+  EXPECT_TRUE(has(help.output(), "Usage: lumsar-agent"));
 }
 
 TEST(Process, AWrongCommandLineEndsWithTwo) {
-  Process child = agentWith({"--kind", "carrier-pigeon"});
+  Process child = agentWith({"--protocol", "carrier-pigeon"});
   EXPECT_EQ(child.wait(), 2);
-  EXPECT_TRUE(has(child.errors(), "expected spice or rdp; see lumsar-agent --help"));
+  EXPECT_TRUE(has(child.errors(), "expected spice or rdp. See lumsar-agent --help"));
 }
 
 TEST(Process, AFailureEndsWithOne) {
@@ -48,12 +46,13 @@ TEST(Process, AFailureEndsWithOne) {
 }
 
 TEST(Process, ATakenPortEndsWithOne) {
-  const base::UniqueFd taken = Address::parse("tcp:0").listen();
-  const std::string address = localAddress(taken.get());
-  Process direct = agentWith({"--direct", address});
+  const auto taken = base::SocketListener::at(base::parseAddress("tcp:0"));
+  const std::string& address = taken.name();
+  Process direct = agentWith({"--listen-direct", address});
   EXPECT_EQ(direct.wait(), 1);
   EXPECT_TRUE(has(direct.errors(), "Address already in use; stop the program that uses it"));
-  Process view = agentWith({"--direct", "tcp:0", "--view", address.substr(address.rfind(':') + 1)});
+  Process view =
+      agentWith({"--listen-direct", "tcp:0", "--view", address.substr(address.rfind(':') + 1)});
   EXPECT_EQ(view.wait(), 1);
   EXPECT_TRUE(has(view.errors(), "Address already in use"));
 }
@@ -103,7 +102,7 @@ TEST(Process, AFileThatMayNotGrowIsAnErrorAndNotTheEnd) {
 }
 
 TEST(Process, WaitsForAVirtioPortByDefault) {
-  Process child = agentWith({"--discard", "--for", "300ms"});
+  Process child = agentWith({"--discard", "--duration", "300ms"});
   EXPECT_EQ(child.wait(), 0);
   EXPECT_TRUE(has(child.errors(), "waiting for a host on virtio port org.lumsar.camera.0"));
 }

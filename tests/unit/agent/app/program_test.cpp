@@ -4,7 +4,10 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <csignal>
+
 #include "app/status.h"
+#include "base/files.h"
 #include "support/raw_peer.h"
 #include "support/temporary_directory.h"
 
@@ -76,7 +79,7 @@ TEST_F(ProgramTest, TheRdpHostIsToldThatTheChannelIsOpen) {
   options.discard = true;
   start();
   RawPeer host(options.listen);
-  EXPECT_EQ(host.receive(), headerMessage(MSG_CHANNEL_OPENED));
+  EXPECT_EQ(host.receive(), message(MSG_CHANNEL_OPENED));
   host.send(hello(7, 0x13));
   EXPECT_EQ(readHeader(host.receive().data()).capabilities, 0x13U);
 }
@@ -155,8 +158,8 @@ TEST_F(ProgramTest, AnRdpHostThatDoesNotGreetIsAskedAgain) {
   options.endpoint.helloTimeout = std::chrono::milliseconds(300);
   start();
   RawPeer host(options.listen);
-  EXPECT_EQ(host.receive(), headerMessage(MSG_CHANNEL_OPENED));
-  EXPECT_EQ(host.receive(), headerMessage(MSG_CHANNEL_OPENED));
+  EXPECT_EQ(host.receive(), message(MSG_CHANNEL_OPENED));
+  EXPECT_EQ(host.receive(), message(MSG_CHANNEL_OPENED));
   host.send(hello(7, 0x13));
   EXPECT_EQ(host.receive().size(), 36U);
 }
@@ -180,7 +183,7 @@ TEST_F(ProgramTest, AnRdpStrangerIsAskedOnceMoreAndThenMakesRoom) {
   start();
   RawPeer stranger(options.listen);
   RawPeer host(options.listen);
-  EXPECT_EQ(host.receive(), headerMessage(MSG_CHANNEL_OPENED));
+  EXPECT_EQ(host.receive(), message(MSG_CHANNEL_OPENED));
   EXPECT_TRUE(stranger.ended());
 }
 
@@ -260,7 +263,7 @@ TEST_F(DirectTest, StrangersMakeRoomForServices) {
 }
 
 TEST_F(DirectTest, TheDirectWayNeverAsksForAllCameras) {
-  options.link.shareAll = true;
+  options.endpoint.shareAll = true;
   RawPeer service(startDirect());
   service.send(hello(1));
   EXPECT_EQ(readHeader(service.receive().data()).capabilities, 3U);
@@ -277,10 +280,10 @@ TEST_F(ProgramTest, EndsByItselfInTime) {
 
 TEST_F(ProgramTest, ASocketThatIsServedOrIsNoSocketIsRefused) {
   start();
-  EXPECT_THROW(Program{options}, Failure);
+  EXPECT_THROW(Program{options}, base::Failure);
   writeFile(folder / "file", "precious");
   options.listen = "unix:" + (folder / "file");
-  EXPECT_THROW(Program{options}, Failure);
+  EXPECT_THROW(Program{options}, base::Failure);
   EXPECT_EQ(readFile(folder / "file"), "precious");
 }
 
@@ -291,7 +294,7 @@ TEST(ReplaceFile, AFileThatIsCutShortIsAnErrorWithAReason) {
   const rlimit small{10, before.rlim_max};
   setrlimit(RLIMIT_FSIZE, &small);
   const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-  const bool good = base::replaceFile(folder / "file", bytes("longer than ten bytes"));
+  const bool good = base::replaceFile(folder / "file", bytesOf("longer than ten bytes"));
   const int error = errno;
   setrlimit(RLIMIT_FSIZE, &before);
   std::signal(SIGXFSZ, handler);

@@ -8,7 +8,6 @@
 #include "support/eventually.h"
 #include "support/messages.h"
 #include "support/temporary_directory.h"
-#include "transport/address.h"
 
 namespace lumsar::test {
 namespace {
@@ -45,7 +44,7 @@ class SaveOutputTest : public testing::Test {
 };
 
 TEST_F(SaveOutputTest, WritesOneFileAPicture) {
-  open(SaveAs::Pictures);
+  open(SaveAs::Images);
   show(blankJpeg(100));
   show(blankJpeg(200));
   EXPECT_EQ(folder.files(), (std::vector<std::string>{"Front-1-000001.jpg", "Front-1-000002.jpg"}));
@@ -55,7 +54,7 @@ TEST_F(SaveOutputTest, WritesOneFileAPicture) {
 }
 
 TEST_F(SaveOutputTest, WritesOneMovieACamera) {
-  open(SaveAs::Movie);
+  open(SaveAs::VideoFile);
   show(blankJpeg(100));
   show(blankJpeg(200));
   EXPECT_EQ(saved("Front-1.mjpeg"), asText(join({blankJpeg(100), blankJpeg(200)})));
@@ -63,7 +62,7 @@ TEST_F(SaveOutputTest, WritesOneMovieACamera) {
 }
 
 TEST_F(SaveOutputTest, VideoBecomesOneFileThatBeginsWithAKeyFrame) {
-  open(SaveAs::Pictures);
+  open(SaveAs::Images);
   show(bytesOf("old"), kEncodingH264, 0);
   show(bytesOf("key"), kEncodingH264, kFrameIsKey);
   show(bytesOf("next"), kEncodingH264, 0);
@@ -72,11 +71,11 @@ TEST_F(SaveOutputTest, VideoBecomesOneFileThatBeginsWithAKeyFrame) {
 
 TEST_F(SaveOutputTest, AFullDiskEndsTheSavingOfThisCameraWithAReason) {
   std::filesystem::create_symlink("/dev/full", folder / "Front-1-000002.jpg.part");
-  open(SaveAs::Pictures);
+  open(SaveAs::Images);
   show(blankJpeg());
-  EXPECT_TRUE(sink->wanted());
+  EXPECT_TRUE(sink->hasConsumer());
   show(blankJpeg());
-  EXPECT_FALSE(sink->wanted());
+  EXPECT_FALSE(sink->hasConsumer());
   EXPECT_TRUE(eventually([&] { return changes == 1; }));
   show(blankJpeg());
   const SinkReport report = sink->report();
@@ -88,9 +87,9 @@ TEST_F(SaveOutputTest, AFullDiskEndsTheSavingOfThisCameraWithAReason) {
 
 TEST_F(SaveOutputTest, AFullDiskUnderAMovieLeavesWholePictures) {
   std::filesystem::create_symlink("/dev/full", folder / "Front-1.mjpeg");
-  open(SaveAs::Movie);
+  open(SaveAs::VideoFile);
   show(blankJpeg());
-  EXPECT_FALSE(sink->wanted());
+  EXPECT_FALSE(sink->hasConsumer());
   EXPECT_NE(sink->report().error.find("Front-1.mjpeg"), std::string::npos);
 }
 

@@ -27,7 +27,8 @@ class VideoSinkTest : public testing::Test {
   std::unique_ptr<Sink> open(const std::string& id, std::uint16_t width = 640,
                              std::uint16_t height = 480) {
     const Bytes body = announcedBody(id, id, kEncodingMjpg, width, height);
-    return output->open(*readAnnounced({.camera = 1}, body), 1, id, [this] { ++changes; });
+    return output->open(protocol::readAnnouncement({.camera = 1}, body).value(), 1, id,
+                        [this] { ++changes; });
   }
   static FramePtr frame(const Bytes& jpeg, std::uint16_t width = 640, std::uint16_t height = 480) {
     auto frame = std::make_shared<Frame>();
@@ -54,9 +55,9 @@ TEST_F(VideoSinkTest, IsACameraFromTheBeginningAndWantedWhileOpen) {
   EXPECT_EQ(written("/dev/video0")[0], greyJpeg(640, 480));
   EXPECT_FALSE(sink->hasConsumer());
   video.setReaders("/dev/video0", 1);
-  ASSERT_TRUE(eventually([&] { return sink->wanted(); }));
-  sink->show(frame(blankJpeg()));
-  ASSERT_TRUE(eventually([&] { return sink->report().taken == 1; }));
+  ASSERT_TRUE(eventually([&] { return sink->hasConsumer(); }));
+  sink->deliver(frame(blankJpeg()));
+  ASSERT_TRUE(eventually([&] { return sink->report().delivered == 1; }));
   EXPECT_EQ(written("/dev/video0").back(), blankJpeg());
   video.setReaders("/dev/video0", 0);
   ASSERT_TRUE(eventually([&] { return !sink->hasConsumer(); }));
@@ -80,9 +81,9 @@ TEST_F(VideoSinkTest, ChangesTheFormatWhenNobodyElseHasItOpen) {
   const auto sink = open("front");
   ASSERT_TRUE(deviceIs(*sink, "/dev/video0"));
   video.setReaders("/dev/video0", 1);
-  ASSERT_TRUE(eventually([&] { return sink->wanted(); }));
-  sink->show(frame(blankJpeg(), 320, 240));  // smaller: passes through
-  ASSERT_TRUE(eventually([&] { return sink->report().taken == 1; }));
+  ASSERT_TRUE(eventually([&] { return sink->hasConsumer(); }));
+  sink->deliver(frame(blankJpeg(), 320, 240));  // smaller: passes through
+  ASSERT_TRUE(eventually([&] { return sink->report().delivered == 1; }));
   EXPECT_EQ(video.ask([](auto& all) { return all["/dev/video0"].format.width; }), 640);
   video.setReaders("/dev/video0", 0);
   EXPECT_TRUE(eventually(
@@ -95,8 +96,8 @@ TEST_F(VideoSinkTest, PicturesThatDoNotFitAreDroppedWithAReason) {
   const auto sink = open("front", 16, 16);
   ASSERT_TRUE(deviceIs(*sink, "/dev/video0"));
   video.setReaders("/dev/video0", 1);
-  ASSERT_TRUE(eventually([&] { return sink->wanted(); }));
-  sink->show(frame(blankJpeg(5000)));
+  ASSERT_TRUE(eventually([&] { return sink->hasConsumer(); }));
+  sink->deliver(frame(blankJpeg(5000)));
   ASSERT_TRUE(eventually([&] { return sink->report().dropped == 1; }));
   EXPECT_NE(sink->report().error.find("no longer fit"), std::string::npos);
 }
@@ -155,8 +156,8 @@ TEST_F(VideoSinkTest, AnUnpluggedDeviceIsGivenUp) {
   video.setReaders("/dev/video0", 1);
   ASSERT_TRUE(eventually([&] { return sink->hasConsumer(); }));
   video.ask([](auto& all) { return all["/dev/video0"].unplugged = true; });
-  sink->show(frame(blankJpeg()));
-  EXPECT_TRUE(eventually([&] { return sink->report().dropped == 1 && !sink->wanted(); }));
+  sink->deliver(frame(blankJpeg()));
+  EXPECT_TRUE(eventually([&] { return sink->report().dropped == 1 && !sink->hasConsumer(); }));
 }
 
 TEST(CountOpeners, SeesOtherProgramsButNotThisOne) {

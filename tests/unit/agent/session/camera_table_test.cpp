@@ -39,7 +39,7 @@ TEST_F(CameraTableTest, CamerasComeAndGo) {
   EXPECT_EQ(table->size(), 2U);
   ASSERT_EQ(sent.size(), 2U);
   EXPECT_EQ(kindOf(sent[1]), CameraDataKind::Start);
-  table->takeRecord(record(CameraDataKind::Gone, 1, bytesOf("unplugged")));
+  table->takeRecord(record(CameraDataKind::Removed, 1, bytesOf("unplugged")));
   EXPECT_EQ(table->size(), 1U);
   ASSERT_EQ(gallery->removed().size(), 1U);
   EXPECT_EQ(gallery->removed()[0].info.name, "Front");
@@ -58,7 +58,7 @@ TEST_F(CameraTableTest, SkipsWhatItDoesNotKnow) {
   table->takeRecord({});
   table->takeRecord(bytesOf("short"));
   table->takeRecord(record(static_cast<CameraDataKind>(4711), 1));
-  table->takeRecord(record(CameraDataKind::Gone, 1));
+  table->takeRecord(record(CameraDataKind::Removed, 1));
   table->takeRecord(record(CameraDataKind::Frame, 1, frameBody(0, blankJpeg())));
   table->takeRecord(record(CameraDataKind::Announced, 1, bytesOf("short")));
   table->takeRecord(record(CameraDataKind::Start, 1));

@@ -20,8 +20,9 @@ class CameraTest : public testing::Test {
     FakeOutput output;
     for (int i = 0; i < sinks; ++i) all.push_back(output.open({}, 1, "label", [] {}));
     states = output.sinks;
-    auto info = readAnnounced({.camera = 4}, announcedBody("id", "name", encoding));
-    camera.emplace(*info, 1, std::move(all), [this](CameraDataKind kind, View body) {
+    auto info =
+        protocol::readAnnouncement({.camera = 4}, announcedBody("id", "name", encoding)).value();
+    camera.emplace(info, 1, std::move(all), [this](CameraDataKind kind, View body) {
       asked.push_back(kind);
       if (kind == CameraDataKind::Statistics) statistics = *take<CameraStatistics>(body);
     });
@@ -78,7 +79,7 @@ TEST_F(CameraTest, OnlySinksThatWantPicturesGetThem) {
   frame(0);
   EXPECT_EQ(shown(0), 0U);
   EXPECT_EQ(shown(1), 1U);
-  EXPECT_EQ(states[1]->shown[0]->picture, blankJpeg());
+  EXPECT_EQ(states[1]->shown[0]->data, blankJpeg());
 }
 
 TEST_F(CameraTest, PicturesAfterStopAreNotCounted) {

@@ -10,7 +10,7 @@ namespace {
 
 using namespace agent;
 
-class LinkTest : public testing::Test, public LinkOwner {
+class EndpointTest : public testing::Test, public EndpointEvents {
  protected:
   void start(EndpointSettings settings = {}) {
     endpoint.emplace(settings, *this, "host");
@@ -32,14 +32,14 @@ class LinkTest : public testing::Test, public LinkOwner {
   }
 
   void send(View message) override { sent.emplace_back(message.begin(), message.end()); }
-  void greeted(const RedirMsgHeader& /*header*/, std::uint16_t token) override {
+  void established(const RedirMsgHeader& /*header*/, std::uint16_t token) override {
     tokens.push_back(token);
   }
   void takeRecord(View record) override { records.emplace_back(record.begin(), record.end()); }
   void unredirectAll() override { ++unredirects; }
   void streamFault() override { ++faults; }
 
-  std::optional<Link> link;
+  std::optional<Endpoint> endpoint;
   std::vector<Bytes> sent;
   std::vector<std::uint16_t> tokens;
   std::vector<Bytes> records;
@@ -65,7 +65,7 @@ TEST_F(EndpointTest, ProbesASpiceHostThatHasNotGreeted) {
   start();
   endpoint->sendWakeUpProbe();
   ASSERT_EQ(sent.size(), 1U);
-  Bytes knock = dataMessage(CameraDataKind::Knock, 0);
+  Bytes probe = message(MSG_DATA, record(CameraDataKind::WakeUpProbe, 0));
   ASSERT_EQ(sent[0].size(), kHeaderSize + sizeof(CameraDataHeader));
   const auto time = probe.end() - 8;
   std::copy(sent[0].end() - 8, sent[0].end(), time);
@@ -111,7 +111,7 @@ TEST_F(EndpointTest, EveryHelloIsAnsweredAndBeginsAnew) {
   EXPECT_EQ(sent.size(), 2U);
 }
 
-TEST_F(LinkTest, AssemblesPiecesOfEverySize) {
+TEST_F(EndpointTest, AssemblesPiecesOfEverySize) {
   const Bytes data(100, 0x42);
   const Bytes all = join({hello(7), message(MSG_DATA, data), message(MSG_UNREDIRECT_ALL),
                           message(MSG_DATA), message(MSG_DATA, data)});
@@ -146,7 +146,7 @@ TEST_F(EndpointTest, UnknownTypesAreSkipped) {
   EXPECT_EQ(faults, 0);
 }
 
-TEST_F(LinkTest, DropsEverythingBeforeTheFirstHello) {
+TEST_F(EndpointTest, DropsEverythingBeforeTheFirstHello) {
   const Bytes tail(5000, 0x4D);
   const Bytes rest = join({tail, bytesOf("MACV"), message(MSG_DATA, bytesOf("old")),
                            message(MSG_UNREDIRECT_ALL), message(0, bytesOf("a bad hello"))});
@@ -156,7 +156,7 @@ TEST_F(LinkTest, DropsEverythingBeforeTheFirstHello) {
     start();
     receiveInPieces(join({rest, hello(5), message(MSG_DATA, bytesOf("new"))}), size);
     EXPECT_EQ(tokens, std::vector<std::uint16_t>{5});
-    EXPECT_EQ(link->droppedBytes(), rest.size());
+    EXPECT_EQ(endpoint->droppedBytes(), rest.size());
     EXPECT_EQ(records, std::vector<Bytes>{bytesOf("new")});
     EXPECT_EQ(unredirects, 0);
     records.clear();
@@ -168,13 +168,13 @@ TEST_F(EndpointTest, GarbageInASessionEndsItUntilTheNextHello) {
   receive(join({hello(1), bytesOf("garbage"), message(MSG_DATA, bytesOf("lost"))}));
   EXPECT_EQ(faults, 1);
   EXPECT_TRUE(records.empty());
-  EXPECT_FALSE(link->established());
+  EXPECT_FALSE(endpoint->established());
   receive(join({hello(2), message(MSG_DATA, bytesOf("good"))}));
   EXPECT_EQ(records, std::vector<Bytes>{bytesOf("good")});
 }
 
-TEST_F(LinkTest, OverRdpABrokenSessionIsBegunAnewByTheVm) {
-  start({.kind = LinkKind::Rdp});
+TEST_F(EndpointTest, OverRdpABrokenSessionIsBegunAnewByTheVm) {
+  start({.protocol = Protocol::Rdp});
   receive(join({hello(1), bytesOf("garbage")}));
   ASSERT_EQ(sent.size(), 3U);
   EXPECT_EQ(sent[2], kChannelOpened);
@@ -187,7 +187,7 @@ TEST_F(EndpointTest, AnImpossibleLengthIsAFaultAndHoldsNoMemory) {
   receive(join({hello(1), huge}));
   EXPECT_EQ(faults, 1);
   for (int i = 0; i < 100; ++i) receive(Bytes(1U << 20U, 0x11));
-  EXPECT_GE(link->droppedBytes(), 100U << 20U);
+  EXPECT_GE(endpoint->droppedBytes(), 100U << 20U);
   receive(hello(2));
   EXPECT_EQ(tokens.back(), 2);
 }
@@ -208,8 +208,8 @@ TEST_F(EndpointTest, HalfAMessageAndSilenceIsWaitedFor) {
   start();
   const Bytes whole = message(MSG_DATA, Bytes(1000, 0x33));
   receive(join({hello(1), Bytes(whole.begin(), whole.begin() + 500)}));
-  link->stalled();
-  link->stalled();
+  endpoint->stalled();
+  endpoint->stalled();
   receive(View(whole).subspan(500));
   EXPECT_EQ(records.size(), 1U);
   EXPECT_EQ(faults, 0);
@@ -218,8 +218,8 @@ TEST_F(EndpointTest, HalfAMessageAndSilenceIsWaitedFor) {
 TEST_F(EndpointTest, ANewConnectionForgetsTheOldBytes) {
   start();
   receive(join({hello(1), Bytes(10, 0x4D)}));
-  link->closed();
-  link->opened();
+  endpoint->closed();
+  endpoint->opened();
   receive(hello(2));
   EXPECT_EQ(tokens.back(), 2);
 }

@@ -80,7 +80,7 @@ TEST_F(ShareTcpTest, TheWholeRound) {
   sharing.join();
   EXPECT_EQ(host->records.count(CameraDataKind::Frame), 0U) << "nothing through the host";
   host->unshare("test:A");
-  EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Gone).camera, announced.camera);
+  EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Removed).camera, announced.camera);
   EXPECT_TRUE(peer.ended()) << "an idle connection is closed";
 }
 
