@@ -16,7 +16,7 @@ TEST_F(RdpBadInput, GarbageBetweenMessages) {
   handshake();
   server->send(noise(3000, 2));
   expectAtService(noise(100, 3));
-  EXPECT_TRUE(host->says("bytes that are no message; dropped"));
+  EXPECT_TRUE(host->says("bytes that are not a message; dropped"));
   stopHost();
   EXPECT_EQ(host->countOf("\"strayBytes\":8000"), 1);
 }
@@ -79,7 +79,7 @@ TEST_F(RdpBadInput, FloodWhileTheServiceHangs) {
   for (std::uint32_t i = 0; i < 120; ++i) {
     server->send(message(MSG_DATA, noise(1U << 20U, i)));
   }
-  EXPECT_TRUE(host->says("camera service lost: it takes nothing"));
+  EXPECT_TRUE(host->says("camera service lost: it has stopped reading"));
   expectGrowthBelow(24L * 1024);
   service->stall(false);
   const auto hello = nextHello();
@@ -93,7 +93,8 @@ TEST_F(RdpBadInput, FloodWhileTheServiceHangs) {
 TEST_F(RdpBadInput, VmThatBeginsAgainAndAgain) {
   startSession();
   for (int i = 0; i < 5000; ++i) server->send(message(MSG_CHANNEL_OPENED));
-  EXPECT_TRUE(host->says("the VM begins again and again; not all of it is answered"));
+  EXPECT_TRUE(
+      host->says("the VM restarts the handshake again and again; not all of it is answered"));
   ASSERT_TRUE(server->messages().nextOf(MSG_HELLO));
   std::size_t hellos = 1;
   while (server->messages().nextOf(MSG_HELLO, seconds(1))) ++hellos;
@@ -170,7 +171,7 @@ TEST_F(RdpBadInput, CommandLines) {
     EXPECT_EQ(run({address}), 2) << address;
   }
   EXPECT_EQ(run({"host", "--accept-certificate", "12:34"}), 2);
-  EXPECT_EQ(host->countOf("is no SHA-256 fingerprint"), 1);
+  EXPECT_EQ(host->countOf("is not a valid SHA-256 fingerprint"), 1);
   EXPECT_EQ(run({"host", "--credentials", "/nowhere"}), 1);
   EXPECT_EQ(host->countOf("cannot read credentials from /nowhere"), 1);
 }

@@ -40,8 +40,8 @@ void Rig::startService() {
 void Rig::startHost(const Process::Words& words, const Variables& variables) {
   Process::Words all{LUMSAR_RDP,      "unix:" + path("rdp"),
                      "--ipc-library", LUMSAR_IPC_LIBRARY,
-                     "--for",         "600s",
-                     "--wait",        "600s",
+                     "--duration",    "600s",
+                     "--timeout",     "600s",
                      "--json"};
   all.insert(all.end(), words.begin(), words.end());
   Variables environment = variables;

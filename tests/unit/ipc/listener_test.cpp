@@ -84,7 +84,7 @@ TEST(ListenerTest, ALiveSocketIsRefused) {
   const Listener listener = Listener::at(dir / "x.sock");
   const std::string error = errorOf(dir / "x.sock");
   EXPECT_NE(error.find("already running"), std::string::npos) << error;
-  EXPECT_NE(error.find("--channel"), std::string::npos) << error;
+  EXPECT_NE(error.find("--ipc-channel"), std::string::npos) << error;
   EXPECT_TRUE(RawPeer(dir / "x.sock").connected());
 }
 

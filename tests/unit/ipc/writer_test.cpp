@@ -86,12 +86,13 @@ TEST(WriterTest, WaitingForATurnHasTheSameLimit) {
   Pair pair;
   ipc::Writer writer;
   const Bytes huge = message(6, std::string(8U << 20U, 'x'));
-  std::thread stuck([&] { writer.write(pair.ours.get(), huge, {}, milliseconds(600)); });
-  std::this_thread::sleep_for(milliseconds(100));
+  std::thread stuck([&] { writer.write(pair.ours.get(), huge, {}, kTimeout); });
+  EXPECT_EQ(pair.theirs.read(1).size(), 1U) << "it has its turn";
   const auto begin = std::chrono::steady_clock::now();
   const auto result = writer.write(pair.ours.get(), message(6), {}, milliseconds(50));
   EXPECT_EQ(result.error, IPC_ERROR_SEND_TIMEOUT);
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(400));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, kTimeout / 4);
+  pair.theirs.close();
   stuck.join();
 }
 

@@ -46,7 +46,7 @@ TEST(Process, AFailureEndsWithOne) {
 }
 
 TEST(Process, ATakenPortEndsWithOne) {
-  const auto taken = base::SocketListener::at(base::parseAddress("tcp:0"));
+  const auto taken = base::SocketListener::at(base::Address::loopback(0));
   const std::string& address = taken.name();
   Process direct = agentWith({"--listen-direct", address});
   EXPECT_EQ(direct.wait(), 1);

@@ -6,7 +6,6 @@
 
 #include <csignal>
 
-#include "app/status.h"
 #include "base/files.h"
 #include "support/raw_peer.h"
 #include "support/temporary_directory.h"

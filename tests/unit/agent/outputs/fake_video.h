@@ -9,6 +9,7 @@
 
 #include "base/event_fd.h"
 #include "outputs/v4l2/video_system.h"
+#include "support/messages.h"
 
 namespace lumsar::test {
 

@@ -5,6 +5,7 @@
 
 #include <atomic>
 
+#include "base/errors.h"
 #include "support/eventually.h"
 #include "support/messages.h"
 #include "support/temporary_directory.h"

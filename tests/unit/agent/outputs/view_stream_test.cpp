@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
-namespace lumsar::agent::test {
+namespace lumsar::test {
 namespace {
+
+using namespace agent;
 
 using namespace std::chrono_literals;
 
@@ -65,4 +67,4 @@ TEST_F(ViewStreamTest, ClosingEndsTheWaitAndTheNotifications) {
 }
 
 }  // namespace
-}  // namespace lumsar::agent::test
+}  // namespace lumsar::test

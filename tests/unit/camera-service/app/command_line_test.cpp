@@ -96,7 +96,7 @@ TEST_F(CommandLineTest, ASecondServiceIsRefused) {
 }
 
 TEST_F(CommandLineTest, AChannelIsASocketInTheRuntimeDirectory) {
-  Process service({CAMERA_SERVICE, "--channel", "cams", "--camera", "test:A"});
+  Process service({CAMERA_SERVICE, "--ipc-channel", "cams", "--camera", "test:A"});
   EXPECT_TRUE(service.says("listening at " + dir / "lumsar/cams.sock"));
   TestHost host("cams");
   EXPECT_TRUE(host.awaitCamera("test:A"));
