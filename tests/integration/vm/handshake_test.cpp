@@ -52,7 +52,7 @@ TEST_F(Handshake, GarbageInsteadOfAnAnswer) {
   meet("hello sleep:500 random:1000000:60 sleep:600000");
   ASSERT_TRUE(agentSays("hello "));
   const long before = user().host().ownMemory();
-  EXPECT_TRUE(user().host().expect("bytes that are no message; dropped"));
+  EXPECT_TRUE(user().host().expect("bytes that are not a message; dropped"));
   EXPECT_TRUE(eventually([this] { return user().counter("strayBytes") > 59'900'000; }, 20s));
   EXPECT_LT(user().host().ownMemory() - before, 20 * 1024);
   EXPECT_FALSE(user().host().hasNext("VM answered"));
@@ -71,7 +71,7 @@ TEST_F(Handshake, KnockIsNoTrouble) {
       "hex:4d41435601000000100000000000000000000000000000000000000000000000"
       "08000000000000000000000000000000 hello answer sleep:600000");
   EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
-  EXPECT_EQ(user().host().output().find("no message"), std::string::npos);
+  EXPECT_EQ(user().host().output().find("not a message"), std::string::npos);
 }
 
 TEST_F(Handshake, WrongToken) {
@@ -115,7 +115,7 @@ TEST_F(Handshake, TwoGigabytesAnnounced) {
   meet("hello answer sleep:500 data:2147483647:60000000 wrong sleep:600000");
   ASSERT_TRUE(user().host().expect("VM answered, version 1.1"));
   const long before = user().host().ownMemory();
-  EXPECT_TRUE(user().host().expect("bytes that are no message; dropped"));
+  EXPECT_TRUE(user().host().expect("bytes that are not a message; dropped"));
   EXPECT_TRUE(user().host().expect("answered an older HELLO")) << "in the same session";
   EXPECT_LT(user().host().ownMemory() - before, 20 * 1024);
   EXPECT_TRUE(nextSessionWorks());
