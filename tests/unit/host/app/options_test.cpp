@@ -3,15 +3,15 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-
 #include "base/errors.h"
-#include "base/temporary_directory.h"
 #include "session/find_libraries.h"
 #include "session/working_directory.h"
+#include "support/temporary_directory.h"
 
-namespace lumsar::host {
+namespace lumsar::test {
 namespace {
+
+using namespace host;
 
 std::optional<Options> parse(std::vector<std::string> words, std::string* port = nullptr) {
   words.insert(words.begin(), "program");
@@ -92,12 +92,12 @@ TEST(Options, helpAndVersionEndWellAtOnce) {
 
 struct Libraries {
   void add(const std::string& file) const {
-    std::filesystem::create_directories((root.path() / file).parent_path());
-    std::ofstream(root.path() / file) << "a library";
+    std::filesystem::create_directories(std::filesystem::path(path(file)).parent_path());
+    writeFile(path(file), "a library");
   }
-  std::string path(const std::string& file) const { return (root.path() / file).string(); }
+  std::string path(const std::string& file) const { return root / file; }
 
-  base::TemporaryDirectory root;
+  TemporaryDirectory root;
 };
 
 TEST(Options, findsTheIpcLibraryOfTheChosenPlugInFirst) {
@@ -137,4 +137,4 @@ TEST(Options, takesNoIpcLibraryFromTheWorkingDirectory) {
 }
 
 }  // namespace
-}  // namespace lumsar::host
+}  // namespace lumsar::test

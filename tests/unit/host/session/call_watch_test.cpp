@@ -7,9 +7,10 @@
 #include <future>
 #include <thread>
 
-namespace lumsar::host {
+namespace lumsar::test {
 namespace {
 
+using namespace host;
 using namespace std::chrono_literals;
 
 class CallWatchTest : public testing::Test {
@@ -48,4 +49,4 @@ TEST_F(CallWatchTest, QuickCallsAreNotReportedAndTheNextOneIsWatchedAgain) {
 }
 
 }  // namespace
-}  // namespace lumsar::host
+}  // namespace lumsar::test

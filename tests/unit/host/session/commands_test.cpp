@@ -4,13 +4,13 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
-#include <fstream>
-
-#include "base/temporary_directory.h"
+#include "support/temporary_directory.h"
 #include "unit/host/session/fake_plugin.h"
 
-namespace lumsar::host {
+namespace lumsar::test {
 namespace {
+
+using namespace host;
 
 constexpr const char* kTwoCameras = R"({"cameras":[{"id":"test:Front","name":"Front","number":4},)"
                                     R"({"id":"test:Back","name":"Back","number":9}]})";
@@ -96,9 +96,9 @@ TEST_F(CommandsTest, ACameraThatIsNotThereIsTheServicesToRefuseAndNotRemembered)
 }
 
 TEST_F(CommandsTest, PolicyComesBeforeTheShares) {
-  const base::TemporaryDirectory directory;
-  const std::string file = directory.path() / "policy.json";
-  std::ofstream(file) << R"({"policy": []})";
+  const TemporaryDirectory directory;
+  const std::string file = directory / "policy.json";
+  writeFile(file, R"({"policy": []})");
   run("share 0");
   run("policy " + file);
   EXPECT_EQ(again(), (std::vector<std::string>{R"({"command":"setpolicy","policy":[]})",
@@ -154,4 +154,4 @@ TEST_F(CommandsTest, AListThatGrowsWhileItIsAskedForIsReadWhole) {
 }
 
 }  // namespace
-}  // namespace lumsar::host
+}  // namespace lumsar::test

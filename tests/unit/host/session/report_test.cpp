@@ -6,8 +6,10 @@
 #include "lumsar/ipc_transport.h"
 #include "lumsar/plugin.h"
 
-namespace lumsar::host {
+namespace lumsar::test {
 namespace {
+
+using namespace host;
 
 TEST(StatusText, saysWhatThePlugInMeans) {
   for (const int status :
@@ -33,4 +35,4 @@ TEST(StatusText, keepsTheNumberOfWhatNobodyKnows) {
 }
 
 }  // namespace
-}  // namespace lumsar::host
+}  // namespace lumsar::test

@@ -7,9 +7,10 @@
 #include <asio/io_context.hpp>
 #include <asio/post.hpp>
 
-namespace lumsar::host {
+namespace lumsar::test {
 namespace {
 
+using namespace host;
 using namespace std::chrono_literals;
 
 class ServiceWatchTest : public testing::Test {
@@ -61,4 +62,4 @@ TEST_F(ServiceWatchTest, WithoutAConnectionItDoesNotAsk) {
 }
 
 }  // namespace
-}  // namespace lumsar::host
+}  // namespace lumsar::test

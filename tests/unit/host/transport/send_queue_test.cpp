@@ -3,39 +3,18 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <thread>
 
-#include "lumsar/camera_data.h"
-#include "lumsar/message.h"
+#include "support/messages.h"
 
-namespace lumsar::host {
+namespace lumsar::test {
 namespace {
 
-using Bytes = SendQueue::Bytes;
-
-Bytes message(std::uint32_t type, const Bytes& payload) {
-  RedirMsgHeader header;
-  header.type = type;
-  header.length = static_cast<std::uint32_t>(payload.size());
-  Bytes bytes(kHeaderSize + payload.size());
-  std::memcpy(bytes.data(), &header, kHeaderSize);
-  std::copy(payload.begin(), payload.end(), bytes.begin() + kHeaderSize);
-  return bytes;
-}
+using namespace host;
 
 Bytes frame(std::uint8_t mark, std::size_t size = 100) {
-  Bytes payload(sizeof(CameraDataHeader) + size, mark);
-  CameraDataHeader record;
-  record.kind = static_cast<std::uint16_t>(CameraDataKind::Frame);
-  record.time = cameraClock();
-  std::memcpy(payload.data(), &record, sizeof record);
-  return message(MSG_DATA, payload);
-}
-
-Bytes hello(std::uint16_t token) {
-  return message(MSG_HELLO, {static_cast<unsigned char>(token & 0xFF),
-                             static_cast<unsigned char>(token >> 8), 0, 0});
+  const Bytes body(size, mark);
+  return message(MSG_DATA, record(CameraDataKind::Frame, 0, body, cameraClock()));
 }
 
 TEST(SendQueue, givesBackWholeMessagesInOrderAndWakesOnceForEach) {
@@ -55,7 +34,7 @@ TEST(SendQueue, putsThePiecesOfAMessageTogether) {
   int woken = 0;
   queue.setWake([&] { ++woken; });
   const Bytes whole = frame(3, 4000);
-  const std::span<const unsigned char> all(whole);
+  const View all(whole);
   for (std::size_t at = 0; at < all.size(); at += 1536) {
     EXPECT_EQ(queue.pop(), std::nullopt);
     EXPECT_EQ(queue.push(all.subspan(at, std::min<std::size_t>(1536, all.size() - at))), 0);
@@ -67,7 +46,7 @@ TEST(SendQueue, putsThePiecesOfAMessageTogether) {
 TEST(SendQueue, keepsThePiecesOfTwoThreadsApart) {
   SendQueue queue;
   const Bytes whole = frame(3, 4000);
-  const std::span<const unsigned char> all(whole);
+  const View all(whole);
   queue.push(all.first(1536));
   std::thread([&] { queue.push(hello(9)); }).join();
   queue.push(all.subspan(1536));
@@ -118,7 +97,7 @@ TEST(SendQueue, refusesWhatIsNoMessage) {
 TEST(SendQueue, forgetsHalfMessagesWithTheirChannelAndSkipsTheirRest) {
   SendQueue queue;
   const Bytes whole = frame(3, 4000);
-  const std::span<const unsigned char> all(whole);
+  const View all(whole);
   queue.push(all.first(1536));
   queue.close();
   EXPECT_EQ(queue.push(all.subspan(1536, 1536)), 0);
@@ -157,4 +136,4 @@ TEST(SendQueue, countsAndRemembersTheLatestToken) {
 }
 
 }  // namespace
-}  // namespace lumsar::host
+}  // namespace lumsar::test
