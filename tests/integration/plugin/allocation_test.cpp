@@ -8,7 +8,7 @@
 #include "support/plugin/faults.h"
 #include "support/plugin/plugin_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 struct Passed {
@@ -104,4 +104,4 @@ TEST_F(Allocation, HeaderOnlySendAllocatesOnce) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -1,12 +1,11 @@
 // Input that no correct host, VM or camera service gives: each is answered with its status and log
 // line, nothing breaks, and the next correct call works.
-// Drives the built plug-in through its exports.
 // The sanitizer presets run the same tests and add their own judgement.
 #include <algorithm>
 
 #include "support/plugin/plugin_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 std::string nested(std::size_t depth) {
@@ -271,4 +270,4 @@ TEST_F(BadInput, CallsInTheWrongOrder) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

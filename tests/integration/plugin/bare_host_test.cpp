@@ -5,7 +5,7 @@
 
 #include "support/plugin/plugin_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 using BareHost = PluginTest;
@@ -57,4 +57,4 @@ TEST_F(LooseBareHost, CommandsWork) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -1,9 +1,8 @@
 // The "list" command: the synchronous call, the host's buffer and its size, every outcome.
-// Drives the built plug-in through Ctrl.
 // The buffer is compared whole, also behind the answer.
 #include "support/plugin/plugin_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 const std::string kList = R"({"command":"list"})";
@@ -298,4 +297,4 @@ TEST_F(LooseCameraList, FurtherKeysAreIgnored) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

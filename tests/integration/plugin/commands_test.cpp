@@ -3,7 +3,7 @@
 // "sharetcp" in share_tcp_test.cpp.
 #include "support/plugin/plugin_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 class Commands : public PluginTest {
@@ -263,4 +263,4 @@ TEST_F(LooseCommands, DeInitWaitsForACommand) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -3,7 +3,7 @@
 // A lost connection tells a SPICE host's VM and the host, and an RDP host nothing.
 #include "support/plugin/plugin_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 using ConnectionCallbacks = PluginTest;
@@ -70,7 +70,7 @@ TEST_F(LooseConnectionCallbacks, TheVmIsToldBeforeTheHost) {
     order.emplace_back("send");
     return 0;
   };
-  const auto post = [&](lumsar::RedirEvent, char*, int) { order.emplace_back("event"); };
+  const auto post = [&](RedirEvent, char*, int) { order.emplace_back("event"); };
   ASSERT_EQ(plugin.Init(send, post, "vm-7", kConfig), 0);
   ipc.closedCallback(1, 2);
   EXPECT_EQ(order, (Lines{"send", "event"}));
@@ -125,4 +125,4 @@ TEST_F(LooseConnectionCallbacks, DisconnectMayCallBackWhileItHoldsTheLock) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -1,9 +1,8 @@
 // Events posted to the host: device changes and ready, on detached threads of their own.
-// Drives the built plug-in through the receive callback and Handler.
 // The event of a lost connection is in connection_callbacks_test.cpp.
 #include "support/plugin/plugin_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 class Events : public PluginTest {
@@ -42,7 +41,7 @@ TEST_F(LooseEvents, DeviceChangeIsACopy) {
   std::atomic<bool> changed = false;
   Bytes seen;
   std::atomic<bool> done = false;
-  const auto post = [&](lumsar::RedirEvent, char* data, int length) {
+  const auto post = [&](RedirEvent, char* data, int length) {
     while (!changed) std::this_thread::yield();
     seen.assign(data, data + length);
     done = true;
@@ -149,7 +148,7 @@ TEST_F(LooseEvents, ReadyDoesNotFollowShareAll) {
 TEST_F(LooseEvents, HandlerDoesNotWaitForTheHost) {
   std::atomic<bool> handled = false;
   std::atomic<bool> posted = false;
-  const auto post = [&](lumsar::RedirEvent, char*, int) {
+  const auto post = [&](RedirEvent, char*, int) {
     for (int i = 0; i < 5000 && !handled; ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
@@ -165,7 +164,7 @@ TEST_F(LooseEvents, HandlerDoesNotWaitForTheHost) {
 TEST_F(LooseEvents, ThreadMayOutliveDeInit) {
   std::atomic<bool> entered = false;
   std::atomic<bool> goOn = false;
-  const auto post = [&](lumsar::RedirEvent, char*, int) {
+  const auto post = [&](RedirEvent, char*, int) {
     entered = true;
     while (!goOn) std::this_thread::yield();
   };
@@ -197,4 +196,4 @@ TEST_F(Events, SeveralAtOnce) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -6,7 +6,7 @@
 #include "support/plugin/faults.h"
 #include "support/plugin/plugin_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 const std::string kNoMemory = critical("m_instance::GetInstance: alloc memory failed!\n");
@@ -192,4 +192,4 @@ TEST_F(NoThread, ForTheReadyEvent) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

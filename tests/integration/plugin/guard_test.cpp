@@ -1,6 +1,5 @@
 // Exceptions of a host's callables, and of an IPC library, stop at the plug-in's border: one
 // critical line that names the function, a failure where there is a status, nothing held.
-// Drives the built plug-in through its exports and the library's callbacks.
 #include <pthread.h>
 
 #include <stdexcept>
@@ -8,7 +7,7 @@
 
 #include "support/plugin/plugin_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 class Guard : public PluginTest {
@@ -111,7 +110,7 @@ TEST_F(Guard, ThreadThatEndsInsideACallableIsLetGo) {
 #ifdef __SANITIZE_ADDRESS__
   GTEST_SKIP() << "the sanitizer takes the end of a thread for a reference to null";
 #endif
-  const lumsar::SpiceSendFunc send = [](unsigned char*, int) -> int { pthread_exit(nullptr); };
+  const SpiceSendFunc send = [](unsigned char*, int) -> int { pthread_exit(nullptr); };
   ASSERT_EQ(plugin.Init(send, host.postEventFunc(), "vm-7", kConfig), 0);
   forget();
   bool returned = false;
@@ -125,7 +124,7 @@ TEST_F(Guard, ThreadThatEndsInsideACallableIsLetGo) {
 
 TEST_F(Guard, CallableThatCannotBeCopied) {
   const ThrowsWhenCopied callable;
-  const lumsar::SpiceSendFunc send = callable;
+  const SpiceSendFunc send = callable;
   *callable.armed = true;
   EXPECT_EQ(plugin.Init(send, host.postEventFunc(), "vm-7", kConfig), -1);
   EXPECT_EQ(log.take().back(), stopped("Init"));
@@ -170,4 +169,4 @@ TEST_F(LooseGuard, LibraryInInitAndDeInit) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -1,9 +1,8 @@
 // Handler: the VM's messages, its HELLO answer and what follows it, data, bad messages.
-// Drives the built plug-in as an RDP host does.
 // The plug-in's own HELLO is in hello_test.cpp, ShareAll by itself in share_all_test.cpp.
 #include "support/plugin/plugin_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 class HandlerTest : public PluginTest {
@@ -230,4 +229,4 @@ INSTANTIATE_TEST_SUITE_P(Types, UnknownVmMessage,
                                          0x7FFFFFFFU, 0xFFFFFFFFU));
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -4,7 +4,7 @@
 #include "support/plugin/plugin_test.h"
 #include "support/plugin/token.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 class Hello : public PluginTest {
@@ -141,4 +141,4 @@ TEST_F(LooseHello, WithdrawalThatCannotBeSentDoesNotStopIt) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -39,7 +39,7 @@ LUMSAR_HOST_EXPORT void RdpDeInit() {
   ++hijacked;
 }
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 class Hijack : public PluginTest {
@@ -85,4 +85,4 @@ TEST_F(LooseHijack, SpiceSession) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -5,7 +5,7 @@
 
 #include "support/plugin/plugin_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 class IpcSettings : public PluginTest {
@@ -153,4 +153,4 @@ TEST_F(LooseIpcSettings, RdpIgnoresThePath) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

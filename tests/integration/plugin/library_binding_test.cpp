@@ -1,6 +1,5 @@
 // Binding the IPC library at run time: paths, missing file, missing symbols, unloading.
 // Drives the built plug-in through Init; the libraries are variants of ipc_stub/stub.cpp.
-// The loader's own texts are taken from the loader.
 #include <dlfcn.h>
 
 #include <algorithm>
@@ -8,7 +7,7 @@
 
 #include "support/plugin/plugin_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 class LibraryBinding : public PluginTest {
@@ -133,7 +132,7 @@ TEST_F(LooseLibraryBinding, StaysLoadedWhenTheClientCannotBeMade) {
 
 TEST_F(LooseLibraryBinding, ParametersHoldTheFourCallbacksAndTheObject) {
   startSpice();
-  const lumsar::IpcClientParams& params = ipc.paramsCopy;
+  const IpcClientParams& params = ipc.paramsCopy;
   EXPECT_EQ(params.onConnect(3, params.userData), 0);
   EXPECT_EQ(log.take(), Lines{info("client id[ 3 ] connect success!")});
   EXPECT_EQ(params.onSend(3, params.userData), 0);
@@ -147,7 +146,7 @@ TEST_F(LooseLibraryBinding, ParametersHoldTheFourCallbacksAndTheObject) {
 
 TEST_F(LibraryBinding, ParametersStayWhereTheyAre) {
   startSpice();
-  const lumsar::IpcClientParams* first = ipc.params;
+  const IpcClientParams* first = ipc.params;
   const auto* object = static_cast<const unsigned char*>(first->userData);
   const auto* record = reinterpret_cast<const unsigned char*>(first);
   EXPECT_GT(record, object) << "the record lives inside the object";
@@ -168,7 +167,7 @@ TEST_P(ClientName, IsCutAfter31BytesAndPaddedWithZeros) {
   startSpice(kConfig, GetParam().given);
   std::string expected = GetParam().cut;
   expected.resize(32, '\0');
-  const lumsar::IpcClientParams& params = ipc.paramsCopy;
+  const IpcClientParams& params = ipc.paramsCopy;
   EXPECT_EQ(std::string(params.clientName, sizeof params.clientName), expected);
 }
 
@@ -191,4 +190,4 @@ TEST_F(LibraryBinding, ShorterNameLeavesNothingOfALongerOne) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -3,7 +3,7 @@
 // sent to the camera service.
 #include "support/plugin/plugin_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 class PolicyTest : public PluginTest {
@@ -189,4 +189,4 @@ TEST_F(PolicyTest, HostsSetpolicyLeavesTheStoredOneAlone) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

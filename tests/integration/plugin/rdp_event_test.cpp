@@ -1,9 +1,8 @@
 // The RDP host's RdpEvent: it logs, closes the channel and withdraws cameras, and sends nothing.
-// Drives the built plug-in through its exports.
 // The channel flag shows in what happens to camera data.
 #include "support/plugin/plugin_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 using RdpEvent = PluginTest;
@@ -86,4 +85,4 @@ INSTANTIATE_TEST_SUITE_P(Codes, OtherRdpEvent,
                          testing::Values(5, 2, 3, 255, -1, 2147483647, -2147483647 - 1));
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -1,11 +1,10 @@
 // The RDP host's RdpInit and RdpDeInit: steps, status codes, what is kept, where the library is
 // looked for.
-// Drives the built plug-in through its exports.
 #include <unistd.h>
 
 #include "support/plugin/plugin_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 const std::string kRdpDir = "./Device Redirect";
@@ -225,4 +224,4 @@ TEST_F(RdpDeInit, KeepsTheSendFunction) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

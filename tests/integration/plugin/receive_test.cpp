@@ -3,7 +3,7 @@
 // Drives the built plug-in through the IPC library's receive callback, on a thread of its own.
 #include "support/plugin/plugin_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 using Receive = PluginTest;
@@ -222,4 +222,4 @@ INSTANTIATE_TEST_SUITE_P(Bytes, WrongMagic,
                          testing::Values("VCAM", "MACv", "mACV", "MBCV", std::string(4, '\0')));
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -1,6 +1,5 @@
 // The built library's shape: SONAME, exports, nodelete, and that loading and unloading it is safe.
 // Reads the file with the toolchain's nm and readelf.
-// LUMSAR_NM and LUMSAR_READELF are their paths.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -13,7 +12,7 @@
 
 #include "lumsar/plugin.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 std::vector<std::string> run(const std::string& command) {
@@ -130,7 +129,7 @@ TEST(Shape, StaysMappedAfterDlclose) {
 
 std::string failureOf(const std::string& path) {
   try {
-    const lumsar::Plugin plugin(path);
+    const Plugin plugin(path);
   } catch (const std::runtime_error& error) {
     return error.what();
   }
@@ -155,7 +154,7 @@ TEST(Loader, LibraryThatIsNoPlugin) {
 }
 
 TEST(Loader, BindsAllNine) {
-  const lumsar::Plugin plugin(LUMSAR_PLUGIN);
+  const Plugin plugin(LUMSAR_PLUGIN);
   void* handle = dlopen(LUMSAR_PLUGIN, RTLD_NOW | RTLD_NOLOAD);
   const auto address = [&](const char* name) { return dlsym(handle, name); };
   EXPECT_EQ(reinterpret_cast<void*>(plugin.Init), address("Init"));
@@ -170,4 +169,4 @@ TEST(Loader, BindsAllNine) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -1,9 +1,8 @@
 // ShareAll, called by the host itself: checks, status codes, what the service gets.
-// Drives the built plug-in through its exports.
 // Its call from Handler is in handler_test.cpp.
 #include "support/plugin/plugin_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 using ShareAll = PluginTest;
@@ -89,4 +88,4 @@ TEST_F(LooseShareAll, TakesNoLock) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -1,12 +1,11 @@
 // The "sharetcp" command: two messages in order, 200 ms apart, with the thread's events running
 // between them.
-// Drives the built plug-in through Ctrl.
 #include <QCoreApplication>
 #include <QTimer>
 
 #include "support/plugin/plugin_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 const std::string kShareTcp =
@@ -125,4 +124,4 @@ INSTANTIATE_TEST_SUITE_P(
                     R"({"command":"sharetcp"})"));
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -1,9 +1,8 @@
 // The SPICE host's Ctrl and DeInit around the operations that they pass on to.
-// Drives the built plug-in through its exports.
 // What the commands themselves do is in commands_test.cpp.
 #include "support/plugin/plugin_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 using SpiceCtrl = PluginTest;
@@ -131,7 +130,7 @@ TEST_F(SpiceDeInit, SendsNothingToTheVmAndKeepsTheCallables) {
 
 TEST_F(SpiceDeInit, CallbacksThatComeLaterStillFindTheObject) {
   startSpice();
-  const lumsar::IpcClientParams params = *ipc.params;
+  const IpcClientParams params = *ipc.params;
   plugin.DeInit();
   forget();
   EXPECT_EQ(params.onConnect(4, params.userData), 0);
@@ -139,4 +138,4 @@ TEST_F(SpiceDeInit, CallbacksThatComeLaterStillFindTheObject) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -1,10 +1,9 @@
 // The SPICE host's Event: the HELLO, the channel flag, withdrawing all cameras.
-// Drives the built plug-in through its exports.
 // The flag shows in what happens to camera data.
 #include "support/plugin/plugin_test.h"
 #include "support/plugin/token.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 class SpiceEvent : public PluginTest {
@@ -164,4 +163,4 @@ INSTANTIATE_TEST_SUITE_P(Codes, OtherSpiceEvent,
                          testing::Values(7, 2, 3, 255, -1, 2147483647, -2147483647 - 1));
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -1,11 +1,10 @@
 // The SPICE host's Init: checks, order of steps, status codes, what is kept.
-// Drives the built plug-in through its exports.
 // The source line in Init's printf-style texts is compared as #.
 #include <regex>
 
 #include "support/plugin/plugin_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 class SpiceInit : public PluginTest {
@@ -247,4 +246,4 @@ TEST_F(LooseSpiceInit, InitAfterDeInitTakesTheNewCallables) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

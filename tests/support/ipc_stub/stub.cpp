@@ -11,11 +11,11 @@ using lumsar::IpcClientParams;
 
 namespace {
 
-[[maybe_unused]] const lumsar_test::IpcTable& table() {
-  const char* address = std::getenv(lumsar_test::kIpcTableVariable);
+[[maybe_unused]] const lumsar::test::IpcTable& table() {
+  const char* address = std::getenv(lumsar::test::kIpcTableVariable);
   if (address == nullptr) std::abort();
   // NOLINTNEXTLINE(performance-no-int-to-ptr): the address of a table in the same process
-  return *reinterpret_cast<const lumsar_test::IpcTable*>(std::strtoull(address, nullptr, 16));
+  return *reinterpret_cast<const lumsar::test::IpcTable*>(std::strtoull(address, nullptr, 16));
 }
 
 }  // namespace

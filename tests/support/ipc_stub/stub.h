@@ -6,7 +6,7 @@
 
 #include "lumsar/vdi_ipc.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 
 struct IpcTable {
   lumsar::VDI_CreateIpcClient_t* create = nullptr;
@@ -22,6 +22,6 @@ struct IpcTable {
 // The environment variable that holds the table's address in hexadecimal digits.
 inline constexpr const char* kIpcTableVariable = "LUMSAR_TEST_IPC_TABLE";
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test
 
 #endif

@@ -1,9 +1,6 @@
-// The log lines of operations that many tests pass through; see expected_lines.h.
-// Used by all tests.
-// Reentrant, no state.
 #include "support/plugin/expected_lines.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 
 const std::string kDefaultConfig =
     R"({"frame_interval": "0","rdr_channel": "tcp","max_width": "4000","quality": "50",)"
@@ -75,4 +72,4 @@ Lines rdpHelloLines(int result, unsigned int token) {
           info("RdpSendHello: Leave!")};
 }
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -1,5 +1,5 @@
 // The log lines of operations that many tests pass through, so that each test can name its whole
-// list of lines. Used by all tests; no state.
+// list of lines.
 // `config` and `path` are texts as the host gave them or as they must come out.
 #ifndef LUMSAR_TESTS_SUPPORT_PLUGIN_EXPECTED_LINES_H
 #define LUMSAR_TESTS_SUPPORT_PLUGIN_EXPECTED_LINES_H
@@ -8,7 +8,7 @@
 
 #include "support/plugin/log_record.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 
 // The built-in configuration.
 extern const std::string kDefaultConfig;
@@ -45,6 +45,6 @@ Lines commandLines(const std::string& command, int outputSize = 0);
 // What an RDP host's HELLO logs.
 Lines rdpHelloLines(int result, unsigned int token);
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test
 
 #endif

@@ -1,4 +1,3 @@
-// Counted and failing resources; see faults.h.
 // A program's own malloc takes the C library's place for all libraries in it, Qt's strings
 // included. A sanitizer needs its own malloc, so there only operator new is replaced.
 #include "support/plugin/faults.h"
@@ -31,7 +30,7 @@ using CreateThread = int(pthread_t*, const pthread_attr_t*, void* (*)(void*), vo
 
 }  // namespace
 
-namespace lumsar_test {
+namespace lumsar::test {
 
 std::size_t allocationCount() {
   return count;
@@ -56,7 +55,7 @@ FailingThreads::~FailingThreads() {
   threadsFail = false;
 }
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test
 
 extern "C" __attribute__((visibility("default"))) int pthread_create(
     pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument) {

@@ -7,7 +7,7 @@
 
 #include <cstddef>
 
-namespace lumsar_test {
+namespace lumsar::test {
 
 // Allocations of the calling thread since its start, and the size of the last one.
 std::size_t allocationCount();
@@ -32,6 +32,6 @@ class FailingThreads {
   FailingThreads& operator=(const FailingThreads&) = delete;
 };
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test
 
 #endif

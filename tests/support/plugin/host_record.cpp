@@ -1,4 +1,3 @@
-// HostRecord: the recording host; see host_record.h.
 // The callables run on the plug-in's, the IPC library's or the test's thread.
 // They copy what they are given, as the plug-in's contract asks of a host.
 #include "support/plugin/host_record.h"
@@ -7,19 +6,19 @@
 #include <stdexcept>
 #include <utility>
 
-namespace lumsar_test {
+namespace lumsar::test {
 
 HostRecord& HostRecord::instance() {
   static HostRecord record;
   return record;
 }
 
-lumsar::SpiceSendFunc HostRecord::sendFunc() {
+SpiceSendFunc HostRecord::sendFunc() {
   return [this](unsigned char* data, int length) { return send(data, length); };
 }
 
-lumsar::SpicePostEventFunc HostRecord::postEventFunc() {
-  return [this](lumsar::RedirEvent event, char* data, int length) { post(event, data, length); };
+SpicePostEventFunc HostRecord::postEventFunc() {
+  return [this](RedirEvent event, char* data, int length) { post(event, data, length); };
 }
 
 int HostRecord::rdpSend(unsigned char* data, int length) {
@@ -63,4 +62,4 @@ std::vector<Posted> HostRecord::takeEvents(std::size_t count) {
   return std::exchange(m_events, {});
 }
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -1,5 +1,4 @@
 // HostRecord: the host's callables, which record bytes, addresses and threads.
-// Called by the plug-in on any thread; read by the test on its own.
 // One per process, for an RDP host's send function is a plain function.
 #ifndef LUMSAR_TESTS_SUPPORT_PLUGIN_HOST_RECORD_H
 #define LUMSAR_TESTS_SUPPORT_PLUGIN_HOST_RECORD_H
@@ -15,7 +14,7 @@
 #include "lumsar/plugin.h"
 #include "support/plugin/wire.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 
 struct Sent {
   Bytes bytes;
@@ -41,8 +40,8 @@ class HostRecord {
   std::string sendThrows;
   std::string eventThrows;
 
-  lumsar::SpiceSendFunc sendFunc();
-  lumsar::SpicePostEventFunc postEventFunc();
+  SpiceSendFunc sendFunc();
+  SpicePostEventFunc postEventFunc();
   static int rdpSend(unsigned char* data, int length);
 
   std::vector<Sent> takeSent();
@@ -61,6 +60,6 @@ class HostRecord {
   std::vector<Posted> m_events;
 };
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test
 
 #endif

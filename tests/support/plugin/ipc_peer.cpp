@@ -1,4 +1,3 @@
-// IpcPeer: the body of the IPC library for tests; see ipc_peer.h.
 // Reached through the table of ipc_stub/stub.h, on whatever thread the plug-in calls.
 // The callbacks run on a thread of their own, as those of a real library do.
 #include "support/plugin/ipc_peer.h"
@@ -10,7 +9,7 @@
 
 #include "support/ipc_stub/stub.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 int onOwnThread(const std::function<int()>& callback) {
@@ -19,7 +18,7 @@ int onOwnThread(const std::function<int()>& callback) {
   return result;
 }
 
-std::string clientName(const lumsar::IpcClientParams& params) {
+std::string clientName(const IpcClientParams& params) {
   const char* end = std::find(params.clientName, params.clientName + sizeof params.clientName, 0);
   return {params.clientName, end};
 }
@@ -64,7 +63,7 @@ Lines IpcPeer::take() {
   return lines;
 }
 
-void* IpcPeer::create(lumsar::IpcClientParams* params) {
+void* IpcPeer::create(IpcClientParams* params) {
   IpcPeer& peer = instance();
   peer.params = params;
   peer.paramsCopy = *params;
@@ -171,4 +170,4 @@ std::string listRequest(unsigned int capacity) {
   return "SyncCall " + show(message(1)) + " capacity " + std::to_string(capacity);
 }
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test

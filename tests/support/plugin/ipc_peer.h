@@ -20,7 +20,7 @@
 #include "support/plugin/log_record.h"
 #include "support/plugin/wire.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 
 struct IpcCall {
   std::string text;               // as IpcPeer::take returns it
@@ -57,8 +57,8 @@ class IpcPeer {
   std::vector<IpcCall> takeCalls();
 
   // What the last Create was given: the record itself and a copy made at that moment.
-  lumsar::IpcClientParams* params = nullptr;
-  lumsar::IpcClientParams paramsCopy;
+  IpcClientParams* params = nullptr;
+  IpcClientParams paramsCopy;
 
   // The callbacks, each on a thread of its own that has ended when the call returns. `receive`
   // hands over the message itself, which the plug-in may change.
@@ -74,7 +74,7 @@ class IpcPeer {
  private:
   IpcPeer();
 
-  static void* create(lumsar::IpcClientParams* params);
+  static void* create(IpcClientParams* params);
   static void destroy(void* client);
   static int connect(void* client, const char* ipcName);
   static int asyncConnect(void* client, const char* ipcName);
@@ -99,6 +99,6 @@ std::string sendOf(std::uint32_t type, const Bytes& payload);
 // How the camera list request appears there.
 std::string listRequest(unsigned int capacity);
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test
 
 #endif

@@ -1,5 +1,3 @@
-// LogRecord: the Qt message handler of the tests; see log_record.h.
-// Lines come on any thread, tests read them on theirs.
 // Debug lines are switched on, whatever the machine's logging rules say.
 #include "support/plugin/log_record.h"
 
@@ -11,7 +9,7 @@
 #include <regex>
 #include <utility>
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 const char* levelName(QtMsgType level) {
@@ -134,4 +132,4 @@ bool LogRecord::waitForPrefix(const std::string& prefix) {
   });
 }
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-namespace lumsar_test {
+namespace lumsar::test {
 
 using Lines = std::vector<std::string>;
 
@@ -65,6 +65,6 @@ class LogRecord {
   std::vector<Entry> m_entries;
 };
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test
 
 #endif

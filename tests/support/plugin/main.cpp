@@ -11,7 +11,7 @@
 
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
-  lumsar_test::LogRecord::install();
+  lumsar::test::LogRecord::install();
 #ifndef WITHOUT_APPLICATION
   const QCoreApplication application(argc, argv);
 #endif

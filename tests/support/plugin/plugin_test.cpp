@@ -1,6 +1,3 @@
-// PluginTest: a host around the built plug-in; see plugin_test.h.
-// Runs on the test's thread.
-// LUMSAR_PLUGIN is the path of the plug-in under test.
 #include "support/plugin/plugin_test.h"
 
 #include <dlfcn.h>
@@ -8,7 +5,7 @@
 #include <QCoreApplication>
 #include <utility>
 
-namespace lumsar_test {
+namespace lumsar::test {
 
 const std::string kIpcName = "svc";
 const std::string kConfig = R"({"ipc_name":"svc","relative_path":"./ipc"})";
@@ -85,7 +82,7 @@ void FreshPluginTest::handle(Bytes bytes) const {
 }
 
 unsigned int FreshPluginTest::openSpiceChannel() {
-  plugin.Event(lumsar::CHANNEL_EVENT_OPENED);
+  plugin.Event(CHANNEL_EVENT_OPENED);
   const unsigned int token = readLe16(host.takeBytes().at(0), 32);
   forget();
   return token;
@@ -98,4 +95,4 @@ unsigned int FreshPluginTest::openRdpChannel() {
   return token;
 }
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test

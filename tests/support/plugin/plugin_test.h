@@ -17,7 +17,7 @@
 #include "support/plugin/log_record.h"
 #include "support/plugin/wire.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 
 // A configuration that leads to the IPC library for tests, and what it leads to.
 extern const std::string kConfig;
@@ -52,7 +52,7 @@ class FreshPluginTest : public testing::Test {
   LogRecord& log = LogRecord::instance();
   IpcPeer& ipc = IpcPeer::instance();
   HostRecord& host = HostRecord::instance();
-  lumsar::Plugin plugin;
+  Plugin plugin;
 };
 
 // The plug-in with its object made, so that no test meets the constructor's line by the way.
@@ -73,6 +73,6 @@ class Loose : public Fixture {
 };
 using LooseFreshPluginTest = Loose<FreshPluginTest>;
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test
 
 #endif

@@ -1,12 +1,10 @@
-// TokenWindow: predicts tokens; see token.h.
-// Bound to the test's thread.
 // qsrand and qrand are deprecated, yet they are what a token is made of.
 #define QT_NO_DEPRECATED_WARNINGS
 #include "support/plugin/token.h"
 
 #include <QtGlobal>
 
-namespace lumsar_test {
+namespace lumsar::test {
 
 bool TokenWindow::contains(unsigned int token) const {
   const QTime end = QTime::currentTime();
@@ -17,4 +15,4 @@ bool TokenWindow::contains(unsigned int token) const {
   }
 }
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -1,12 +1,11 @@
 // TokenWindow: the tokens that a HELLO made since its construction can carry. A token is drawn from
 // Qt's generator, seeded with the second and millisecond of the wall clock.
-// Bound to the test's thread.
 #ifndef LUMSAR_TESTS_SUPPORT_PLUGIN_TOKEN_H
 #define LUMSAR_TESTS_SUPPORT_PLUGIN_TOKEN_H
 
 #include <QTime>
 
-namespace lumsar_test {
+namespace lumsar::test {
 
 class TokenWindow {
  public:
@@ -16,6 +15,6 @@ class TokenWindow {
   QTime m_begin = QTime::currentTime();
 };
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test
 
 #endif

@@ -1,12 +1,9 @@
-// Bytes of messages for tests, written out by hand: see wire.h.
-// Used by all tests.
-// Reentrant, no state.
 #include "support/plugin/wire.h"
 
 #include <array>
 #include <cstdio>
 
-namespace lumsar_test {
+namespace lumsar::test {
 
 Bytes bytesOf(std::string_view text) {
   return {text.begin(), text.end()};
@@ -63,4 +60,4 @@ std::string show(const Bytes& bytes) {
   return text;
 }
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test

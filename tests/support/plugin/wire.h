@@ -1,5 +1,5 @@
 // Bytes of messages, written out by hand and not with the plug-in's own headers, so that a mistake
-// in those shows. Used by all tests; no thread, no state.
+// in those shows.
 // show() turns bytes into text without loss, for comparisons that can be read.
 #ifndef LUMSAR_TESTS_SUPPORT_PLUGIN_WIRE_H
 #define LUMSAR_TESTS_SUPPORT_PLUGIN_WIRE_H
@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-namespace lumsar_test {
+namespace lumsar::test {
 
 using Bytes = std::vector<unsigned char>;
 
@@ -40,6 +40,6 @@ Bytes pattern(std::size_t size);
 // Printable characters as they are, all other bytes and the backslash as \xNN.
 std::string show(const Bytes& bytes);
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test
 
 #endif

@@ -1,18 +1,17 @@
 // include/lumsar/assembler.h: whole messages out of pieces of every size, faults, skipping to the
 // next possible header, the limit.
-// Reentrant, no plug-in in the process.
 #include "lumsar/assembler.h"
 
 #include <gtest/gtest.h>
 
 #include "support/plugin/wire.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
-using Fault = lumsar::MessageAssembler::Fault;
+using Fault = MessageAssembler::Fault;
 
-std::vector<Bytes> drain(lumsar::MessageAssembler& assembler) {
+std::vector<Bytes> drain(MessageAssembler& assembler) {
   std::vector<Bytes> messages;
   for (auto next = assembler.next(); !next.empty(); next = assembler.next()) {
     messages.emplace_back(next.begin(), next.end());
@@ -33,7 +32,7 @@ class Pieces : public testing::TestWithParam<std::size_t> {};
 
 TEST_P(Pieces, ComeOutWhole) {
   const Bytes all = stream();
-  lumsar::MessageAssembler assembler;
+  MessageAssembler assembler;
   std::vector<Bytes> messages;
   for (std::size_t at = 0; at < all.size(); at += GetParam()) {
     const std::size_t size = std::min(GetParam(), all.size() - at);
@@ -52,7 +51,7 @@ INSTANTIATE_TEST_SUITE_P(Sizes, Pieces,
 TEST(Assembler, EverySplitInTwo) {
   const Bytes all = stream();
   for (std::size_t split = 0; split <= all.size(); ++split) {
-    lumsar::MessageAssembler assembler;
+    MessageAssembler assembler;
     assembler.append({all.data(), split});
     std::vector<Bytes> messages = drain(assembler);
     assembler.append({all.data() + split, all.size() - split});
@@ -63,7 +62,7 @@ TEST(Assembler, EverySplitInTwo) {
 
 TEST(Assembler, ReadsIntoPreparedRoomOfTheMissingSize) {
   const Bytes one = message(6, pattern(5000));
-  lumsar::MessageAssembler assembler;
+  MessageAssembler assembler;
   std::size_t at = 0;
   EXPECT_EQ(assembler.missing(), 32U);
   while (at < one.size()) {
@@ -80,7 +79,7 @@ TEST(Assembler, ReadsIntoPreparedRoomOfTheMissingSize) {
 }
 
 TEST(Assembler, NothingToBeginWith) {
-  lumsar::MessageAssembler assembler;
+  MessageAssembler assembler;
   EXPECT_TRUE(assembler.next().empty());
   EXPECT_EQ(assembler.fault(), Fault::None);
   EXPECT_EQ(assembler.pending(), 0U);
@@ -91,7 +90,7 @@ TEST(Assembler, NothingToBeginWith) {
 
 TEST(Assembler, WrongMagicIsSeenAtItsFirstByte) {
   for (std::size_t good = 0; good < 4; ++good) {
-    lumsar::MessageAssembler assembler;
+    MessageAssembler assembler;
     Bytes bytes = message(1);
     assembler.append({bytes.data(), good});
     EXPECT_EQ(assembler.fault(), Fault::None) << good;
@@ -102,7 +101,7 @@ TEST(Assembler, WrongMagicIsSeenAtItsFirstByte) {
 }
 
 TEST(Assembler, FaultStaysUntilItIsSkipped) {
-  lumsar::MessageAssembler assembler;
+  MessageAssembler assembler;
   assembler.append(bytesOf("tail of an old M message") + message(1, "new"));
   EXPECT_TRUE(assembler.next().empty());
   EXPECT_TRUE(assembler.next().empty());
@@ -113,7 +112,7 @@ TEST(Assembler, FaultStaysUntilItIsSkipped) {
 }
 
 TEST(Assembler, SkippingKeepsTheBeginningOfAPossibleHeader) {
-  lumsar::MessageAssembler assembler;
+  MessageAssembler assembler;
   assembler.append(bytesOf("oldMAC"));
   EXPECT_EQ(assembler.skipFault(), 3U);
   EXPECT_EQ(assembler.pending(), 3U);
@@ -123,7 +122,7 @@ TEST(Assembler, SkippingKeepsTheBeginningOfAPossibleHeader) {
 }
 
 TEST(Assembler, SkippingMayDropEverything) {
-  lumsar::MessageAssembler assembler;
+  MessageAssembler assembler;
   assembler.append(bytesOf("nothing of use"));
   EXPECT_EQ(assembler.skipFault(), 14U);
   EXPECT_EQ(assembler.pending(), 0U);
@@ -132,14 +131,14 @@ TEST(Assembler, SkippingMayDropEverything) {
 }
 
 TEST(Assembler, MessagesBeforeAFaultAreDelivered) {
-  lumsar::MessageAssembler assembler;
+  MessageAssembler assembler;
   assembler.append(message(1, "good") + bytesOf("bad"));
   EXPECT_EQ(drain(assembler), std::vector<Bytes>{message(1, "good")});
   EXPECT_EQ(assembler.fault(), Fault::Magic);
 }
 
 TEST(Assembler, LimitIsThePayloads) {
-  lumsar::MessageAssembler assembler(10);
+  MessageAssembler assembler(10);
   assembler.append(message(1, "0123456789"));
   EXPECT_EQ(drain(assembler).size(), 1U);
   const Bytes longer = message(1, "0123456789a");
@@ -154,7 +153,7 @@ TEST(Assembler, LimitIsThePayloads) {
 }
 
 TEST(Assembler, DefaultLimitIs64Megabytes) {
-  lumsar::MessageAssembler assembler;
+  MessageAssembler assembler;
   assembler.append(bytesOf("MACV") + le32(1) + le32(64U << 20U) + Bytes(20));
   EXPECT_EQ(assembler.fault(), Fault::None);
   assembler.clear();
@@ -163,7 +162,7 @@ TEST(Assembler, DefaultLimitIs64Megabytes) {
 }
 
 TEST(Assembler, LargestLengthDoesNotOverflow) {
-  lumsar::MessageAssembler assembler(0xFFFFFFFFU);
+  MessageAssembler assembler(0xFFFFFFFFU);
   assembler.append(bytesOf("MACV") + le32(1) + le32(0xFFFFFFFFU) + Bytes(20));
   EXPECT_EQ(assembler.fault(), Fault::None);
   EXPECT_TRUE(assembler.next().empty());
@@ -171,7 +170,7 @@ TEST(Assembler, LargestLengthDoesNotOverflow) {
 }
 
 TEST(Assembler, ClearForgetsEverything) {
-  lumsar::MessageAssembler assembler;
+  MessageAssembler assembler;
   assembler.append(bytesOf("bad"));
   assembler.clear();
   EXPECT_EQ(assembler.pending(), 0U);
@@ -181,11 +180,11 @@ TEST(Assembler, ClearForgetsEverything) {
 }
 
 TEST(Assembler, MessageMayBeChangedInPlace) {
-  lumsar::MessageAssembler assembler;
+  MessageAssembler assembler;
   assembler.append(message(6, "a") + message(6, "b"));
   assembler.next()[4] = 1;
   EXPECT_EQ(drain(assembler), std::vector<Bytes>{message(6, "b")});
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

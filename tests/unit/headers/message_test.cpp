@@ -1,6 +1,5 @@
 // include/lumsar/message.h and vdi_ipc.h: layouts, byte for byte, and the values of all names.
 // Compares with bytes written out by hand.
-// Reentrant, no plug-in in the process.
 #include "lumsar/message.h"
 
 #include <gtest/gtest.h>
@@ -9,11 +8,8 @@
 #include "lumsar/vdi_ipc.h"
 #include "support/plugin/wire.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
-
-using lumsar::HelloMessage;
-using lumsar::RedirMsgHeader;
 
 template <class T>
 Bytes image(const T& value) {
@@ -73,7 +69,7 @@ TEST(Message, HelloIs36Bytes) {
 
 TEST(Message, ReadHeaderTakesUnalignedBytes) {
   const Bytes bytes = Bytes{0xEE} + message(7, "abc", 0x01020304);
-  const RedirMsgHeader header = lumsar::readHeader(bytes.data() + 1);
+  const RedirMsgHeader header = readHeader(bytes.data() + 1);
   EXPECT_EQ(header.magic, 0x5643414DU);
   EXPECT_EQ(header.type, 7U);
   EXPECT_EQ(header.length, 3U);
@@ -82,54 +78,53 @@ TEST(Message, ReadHeaderTakesUnalignedBytes) {
 
 TEST(Message, BigEndianMagicIsAnother) {
   const Bytes bytes = bytesOf("VCAM") + Bytes(28);
-  EXPECT_NE(lumsar::readHeader(bytes.data()).magic, lumsar::kMagic);
+  EXPECT_NE(readHeader(bytes.data()).magic, kMagic);
 }
 
 TEST(Message, Types) {
-  EXPECT_EQ(lumsar::MSG_HELLO, 0U);
-  EXPECT_EQ(lumsar::MSG_DATA, 1U);
-  EXPECT_EQ(lumsar::MSG_UNREDIRECT_ALL, 2U);
-  EXPECT_EQ(lumsar::MSG_CHANNEL_OPENED, 3U);
-  EXPECT_EQ(lumsar::IPC_MSG_CAMERA_LIST, 1U);
-  EXPECT_EQ(lumsar::IPC_MSG_SHARE, 2U);
-  EXPECT_EQ(lumsar::IPC_MSG_CONNECT_VM, 3U);
-  EXPECT_EQ(lumsar::IPC_MSG_UNSHARE, 4U);
-  EXPECT_EQ(lumsar::IPC_MSG_UNSHARE_ALL, 5U);
-  EXPECT_EQ(lumsar::IPC_MSG_DATA, 6U);
-  EXPECT_EQ(lumsar::IPC_MSG_POLICY, 7U);
-  EXPECT_EQ(lumsar::IPC_MSG_DEVICE_CHANGE, 8U);
-  EXPECT_EQ(lumsar::IPC_MSG_REDIRECT_ALL, 9U);
-  EXPECT_EQ(lumsar::CAP_BASE_1 | lumsar::CAP_BASE_2, 3U);
-  EXPECT_EQ(lumsar::CAP_SHARE_ALL, 0x10U);
-  EXPECT_EQ(lumsar::kRdpFragmentSize, 1536);
+  EXPECT_EQ(MSG_HELLO, 0U);
+  EXPECT_EQ(MSG_DATA, 1U);
+  EXPECT_EQ(MSG_UNREDIRECT_ALL, 2U);
+  EXPECT_EQ(MSG_CHANNEL_OPENED, 3U);
+  EXPECT_EQ(IPC_MSG_CAMERA_LIST, 1U);
+  EXPECT_EQ(IPC_MSG_SHARE, 2U);
+  EXPECT_EQ(IPC_MSG_CONNECT_VM, 3U);
+  EXPECT_EQ(IPC_MSG_UNSHARE, 4U);
+  EXPECT_EQ(IPC_MSG_UNSHARE_ALL, 5U);
+  EXPECT_EQ(IPC_MSG_DATA, 6U);
+  EXPECT_EQ(IPC_MSG_POLICY, 7U);
+  EXPECT_EQ(IPC_MSG_DEVICE_CHANGE, 8U);
+  EXPECT_EQ(IPC_MSG_REDIRECT_ALL, 9U);
+  EXPECT_EQ(CAP_BASE_1 | CAP_BASE_2, 3U);
+  EXPECT_EQ(CAP_SHARE_ALL, 0x10U);
+  EXPECT_EQ(kRdpFragmentSize, 1536);
 }
 
 TEST(Message, EventsAndStatuses) {
-  EXPECT_EQ(lumsar::REDIR_EVENT_READY, 1);
-  EXPECT_EQ(lumsar::REDIR_EVENT_DEVICE_CHANGE, 2);
-  EXPECT_EQ(lumsar::REDIR_EVENT_IPC_CLOSED, 3);
-  EXPECT_EQ(lumsar::CHANNEL_EVENT_OPENED, 0);
-  EXPECT_EQ(lumsar::CHANNEL_EVENT_CLOSED, 1);
-  EXPECT_EQ(lumsar::STATUS_OK, 0);
-  EXPECT_EQ(lumsar::STATUS_INIT_FAILED, 1);
-  EXPECT_EQ(lumsar::STATUS_INVALID_PARAMETER, 2);
-  EXPECT_EQ(lumsar::STATUS_INVALID_MAGIC, 5);
-  EXPECT_EQ(lumsar::STATUS_UNKNOWN_COMMAND, 7);
-  EXPECT_EQ(lumsar::STATUS_NOT_JSON, 11);
-  EXPECT_EQ(lumsar::STATUS_MISSING_ITEM, 12);
-  EXPECT_EQ(lumsar::STATUS_NO_OBJECT, 14);
-  EXPECT_EQ(lumsar::STATUS_REPLY_TOO_LARGE, 15);
-  EXPECT_EQ(lumsar::STATUS_NOT_INITIALIZED, 16);
-  EXPECT_EQ(lumsar::STATUS_ALREADY_INITIALIZED, 17);
-  EXPECT_EQ(lumsar::STATUS_NOT_CONNECTED, 30);
-  EXPECT_EQ(lumsar::STATUS_DISCONNECTED, 31);
-  EXPECT_EQ(lumsar::STATUS_ALREADY_CONNECTED, 34);
-  EXPECT_EQ(lumsar::STATUS_LIST_CALL_FAILED, 35);
-  EXPECT_EQ(lumsar::STATUS_LIST_ERROR, 45);
+  EXPECT_EQ(REDIR_EVENT_READY, 1);
+  EXPECT_EQ(REDIR_EVENT_DEVICE_CHANGE, 2);
+  EXPECT_EQ(REDIR_EVENT_IPC_CLOSED, 3);
+  EXPECT_EQ(CHANNEL_EVENT_OPENED, 0);
+  EXPECT_EQ(CHANNEL_EVENT_CLOSED, 1);
+  EXPECT_EQ(STATUS_OK, 0);
+  EXPECT_EQ(STATUS_INIT_FAILED, 1);
+  EXPECT_EQ(STATUS_INVALID_PARAMETER, 2);
+  EXPECT_EQ(STATUS_INVALID_MAGIC, 5);
+  EXPECT_EQ(STATUS_UNKNOWN_COMMAND, 7);
+  EXPECT_EQ(STATUS_NOT_JSON, 11);
+  EXPECT_EQ(STATUS_MISSING_ITEM, 12);
+  EXPECT_EQ(STATUS_NO_OBJECT, 14);
+  EXPECT_EQ(STATUS_REPLY_TOO_LARGE, 15);
+  EXPECT_EQ(STATUS_NOT_INITIALIZED, 16);
+  EXPECT_EQ(STATUS_ALREADY_INITIALIZED, 17);
+  EXPECT_EQ(STATUS_NOT_CONNECTED, 30);
+  EXPECT_EQ(STATUS_DISCONNECTED, 31);
+  EXPECT_EQ(STATUS_ALREADY_CONNECTED, 34);
+  EXPECT_EQ(STATUS_LIST_CALL_FAILED, 35);
+  EXPECT_EQ(STATUS_LIST_ERROR, 45);
 }
 
 TEST(IpcRecord, LayoutIs72Bytes) {
-  using lumsar::IpcClientParams;
   EXPECT_EQ(sizeof(IpcClientParams), 72U);
   EXPECT_EQ(offsetof(IpcClientParams, onConnect), 0U);
   EXPECT_EQ(offsetof(IpcClientParams, onSend), 8U);
@@ -138,8 +133,8 @@ TEST(IpcRecord, LayoutIs72Bytes) {
   EXPECT_EQ(offsetof(IpcClientParams, userData), 32U);
   EXPECT_EQ(offsetof(IpcClientParams, clientName), 40U);
   EXPECT_EQ(image(IpcClientParams{}), Bytes(72));
-  EXPECT_EQ(lumsar::kIpcReplyTooLarge, 8);
+  EXPECT_EQ(kIpcReplyTooLarge, 8);
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

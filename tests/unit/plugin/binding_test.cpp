@@ -1,11 +1,10 @@
 // LoadControllerLibrary and UnloadControllerLibrary by themselves: which pointers are bound, which
 // are kept after a failure.
-// Links the class.
 #include <dlfcn.h>
 
 #include "unit/plugin/inside_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 const std::vector<std::string> kSymbols = {"VDI_CreateIpcClient",     "VDI_DestroyIpcClient",
@@ -108,4 +107,4 @@ TEST_F(Binding, EmptyDirectoryIsTheRoot) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

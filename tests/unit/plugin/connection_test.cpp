@@ -1,9 +1,8 @@
 // Connect, AsyncConnect, Disconnect and IsIpcConnected by themselves: codes, lines, library calls,
 // and which of them takes the mutex.
-// Links the class.
 #include "unit/plugin/inside_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 class Connection : public InsideTest {
@@ -160,4 +159,4 @@ TEST_F(Connection, OnCloseWithoutSendFunctionStillPosts) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -1,9 +1,8 @@
 // SetConfigAndPolicy and UpdatePolicy by themselves: results, lines, and the members they keep.
-// Links the class.
 // Which policy comes from which configuration is in plugin/policy_test.cpp.
 #include "unit/plugin/inside_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 using Documents = InsideTest;
@@ -110,4 +109,4 @@ TEST_F(Documents, NeitherTakesTheMutex) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

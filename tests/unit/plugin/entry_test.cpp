@@ -6,7 +6,7 @@
 
 #include "unit/plugin/inside_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 class Entry : public InsideTest {
@@ -52,7 +52,7 @@ TEST_F(LooseEntry, InitWithOneCallableStoresNeither) {
   EXPECT_FALSE(object->m_spicePostEventFunc);
 }
 
-void noEvents(lumsar::RedirEvent /*event*/, char* /*data*/, int /*length*/) {}
+void noEvents(RedirEvent /*event*/, char* /*data*/, int /*length*/) {}
 
 TEST_F(Entry, RdpInitForgetsAnEventFunction) {
   object->m_rdpPostEventFunc = noEvents;
@@ -175,4 +175,4 @@ TEST_F(LooseEntry, CommandIsLoggedBeforeItWaits) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

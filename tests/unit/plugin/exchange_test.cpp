@@ -1,10 +1,9 @@
 // Message exchange and commands by themselves: framing, statuses without a client, unknown data
 // channels, the reply flag, tokens.
-// Links the class.
 #include "support/plugin/token.h"
 #include "unit/plugin/inside_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 class Exchange : public InsideTest {
@@ -202,7 +201,7 @@ TEST_F(Exchange, CameraDataWithoutASpiceCallableAreAccepted) {
 }
 
 int rdpEvents = 0;
-void rdpPost(lumsar::RedirEvent event, char* data, int length) {
+void rdpPost(RedirEvent event, char* data, int length) {
   rdpEvents += event == 2 && length == 3 && std::string(data, 3) == "abc" ? 1 : 100;
 }
 
@@ -283,4 +282,4 @@ TEST_F(LooseExchange, CommandHoldsTheMutexFromTheConnectionCheckOn) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

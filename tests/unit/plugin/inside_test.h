@@ -7,7 +7,7 @@
 #include "core/lumsar.h"
 #include "support/plugin/plugin_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 
 class InsideTest : public FreshPluginTest {
  protected:
@@ -27,6 +27,6 @@ class InsideTest : public FreshPluginTest {
   Lumsar* object = nullptr;
 };
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test
 
 #endif

@@ -8,7 +8,7 @@
 #include "core/relaxed.h"
 #include "unit/plugin/inside_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -111,4 +111,4 @@ TEST_F(KeepAlive, SuccessEndsTheReconnecting) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -1,9 +1,8 @@
 // Lumsar::Init and Uninit: what they log, bind, keep and release, and that they hold the mutex.
-// Links the class.
 // The client's name is compared byte for byte, its last byte included.
 #include "unit/plugin/inside_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 using Lifecycle = InsideTest;
@@ -20,7 +19,7 @@ TEST_F(Lifecycle, InitBindsAndMakesTheClient) {
 
 TEST_F(Lifecycle, InitFillsTheRecord) {
   initObject();
-  const lumsar::IpcClientParams& params = object->m_ipcClientParams;
+  const IpcClientParams& params = object->m_ipcClientParams;
   EXPECT_EQ(ipc.params, &params);
   EXPECT_EQ(params.onConnect, &Lumsar::OnConnect);
   EXPECT_EQ(params.onSend, &Lumsar::OnSend);
@@ -209,4 +208,4 @@ TEST_F(LooseLifecycle, TextsAreTakenByValue) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -1,12 +1,11 @@
 // The object as it is made: its one instance, default member values, their order, the destructor,
 // the Qt object glue.
-// Links the class.
 #include <QMetaObject>
 #include <regex>
 
 #include "unit/plugin/inside_test.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
 using Object = InsideTest;
@@ -165,4 +164,4 @@ TEST_F(Object, MetaCallIsThatOfQObject) {
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test
