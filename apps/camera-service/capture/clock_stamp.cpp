@@ -1,4 +1,3 @@
-// The clock in synthetic pictures: see clock_stamp.h. Runs on the camera's streaming thread.
 #include "capture/clock_stamp.h"
 
 #include <gst/video/video.h>
@@ -64,7 +63,7 @@ std::string_view timeOfDay(std::array<char, 16>& text) {
   return {text.data(), static_cast<std::size_t>(size)};
 }
 
-GstPadProbeReturn onPicture(GstPad* /*pad*/, GstPadProbeInfo* probe, gpointer data) {
+GstPadProbeReturn onFrame(GstPad* /*pad*/, GstPadProbeInfo* probe, gpointer data) {
   GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(probe));
   GST_PAD_PROBE_INFO_DATA(probe) = buffer;
   GstVideoFrame frame;
@@ -111,7 +110,7 @@ void stampClock(GstBin* bin, const char* name, int width, int height) {
   auto info = std::make_unique<GstVideoInfo>();
   gst_video_info_set_format(info.get(), GST_VIDEO_FORMAT_I420, static_cast<guint>(width),
                             static_cast<guint>(height));
-  gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, onPicture, info.release(),
+  gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, onFrame, info.release(),
                     [](gpointer data) {
                       const std::unique_ptr<GstVideoInfo> owned(static_cast<GstVideoInfo*>(data));
                     });

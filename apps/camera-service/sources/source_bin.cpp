@@ -1,4 +1,3 @@
-// Sources from descriptions: see source_bin.h. Called on the main thread.
 #include "sources/source_bin.h"
 
 #include "capture/gst_ptr.h"
@@ -6,7 +5,7 @@
 namespace lumsar::service {
 
 GstElement* makeSourceBin(const std::string& description) {
-  // Not with pads made by the parser: it takes an input that is linked later for an open one.
+  // Not with pads made by the parser: it takes an input that is linked later for an unlinked one.
   GstElement* bin = gst_parse_bin_from_description_full(description.c_str(), FALSE, nullptr,
                                                         GST_PARSE_FLAG_NONE, nullptr);
   if (bin == nullptr) return nullptr;

@@ -1,4 +1,4 @@
-// Makes a camera's source from a pipeline description. Called on the main thread.
+// Makes a camera's source from a pipeline description.
 #ifndef LUMSAR_CAMERA_SERVICE_SOURCES_SOURCE_BIN_H
 #define LUMSAR_CAMERA_SERVICE_SOURCES_SOURCE_BIN_H
 

@@ -1,5 +1,5 @@
-// VirtualCameras: see virtual_cameras.h. Two small GObject classes, a device that makes its source
-// by a function and a provider without any search of its own; called on the main thread.
+// Two small GObject classes: a device that makes its source by a function, and a provider without
+// any search of its own.
 #include "sources/virtual_cameras.h"
 
 #include <stdexcept>

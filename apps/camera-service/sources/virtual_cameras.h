@@ -1,6 +1,5 @@
-// VirtualCameras: cameras that are no devices, offered to GStreamer's device monitor by a provider
+// VirtualCameras: cameras without a device, offered to GStreamer's device monitor by a provider
 // inside this process, so that the rest of the service cannot tell them from webcams.
-// Called on the service's main thread; GStreamer calls the source makers on that thread too.
 #ifndef LUMSAR_CAMERA_SERVICE_SOURCES_VIRTUAL_CAMERAS_H
 #define LUMSAR_CAMERA_SERVICE_SOURCES_VIRTUAL_CAMERAS_H
 
@@ -8,7 +7,8 @@
 #include <map>
 #include <string>
 
-#include "camera/camera_info.h"
+#include "capture/camera_format.h"
+#include "capture/gst_ptr.h"
 
 namespace lumsar::service {
 

@@ -1,5 +1,4 @@
-// SignalsBlocked: keeps all signals from the calling thread, and from threads that it starts, for
-// as long as it lives. Used where the library starts its threads. Bound to one thread.
+// Keeps all signals from the calling thread, and from threads that it starts, for a while.
 #ifndef LUMSAR_IPC_CLIENT_SIGNALS_BLOCKED_H
 #define LUMSAR_IPC_CLIENT_SIGNALS_BLOCKED_H
 

@@ -15,7 +15,7 @@ TEST_F(ClientTest, ConnectReturnsAfterTheWelcome) {
     peer.readMessage();
     std::this_thread::sleep_for(milliseconds(50));
     welcomed = true;
-    peer.write(message(IPC_MSG_WELCOME));
+    peer.write(message(IPC_MSG_CONNECT_ACCEPT));
     return peer;
   });
   EXPECT_EQ(client.connect(path.c_str()), 0);
@@ -28,7 +28,7 @@ TEST_F(ClientTest, ConnectReturnsAfterTheWelcome) {
 TEST_F(ClientTest, IntroducesItselfByName) {
   IpcClient client(recorder.params());
   const RawPeer peer = connect(client);
-  EXPECT_EQ(readHeader(service.introduction.data()).type, IPC_MSG_INTRODUCTION);
+  EXPECT_EQ(readHeader(service.introduction.data()).type, IPC_MSG_CONNECT_REQUEST);
   EXPECT_EQ(payloadOf(service.introduction), "vm-7");
 }
 
@@ -104,8 +104,8 @@ TEST_F(ClientTest, AFullQueueOfNewcomersIsWaitedForOnlySoLong) {
   std::vector<base::UniqueFd> sockets;
   for (int i = 0; i < 64; ++i) {
     base::UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    const sockaddr_un address = ipc::socketAddress(path);
-    ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    const base::SocketAddress address = base::toSockaddr({path, {}, 0});
+    ::connect(socket.get(), address.get(), address.size);
     sockets.push_back(std::move(socket));
   }
   EXPECT_EQ(client.connect(path.c_str()), IPC_ERROR_CONNECT_TIMEOUT);

@@ -9,6 +9,7 @@
 #include <span>
 #include <stdexcept>
 
+#include "base/address.h"
 #include "base/fd.h"
 #include "ipc/channel_path.h"
 #include "unit/ipc/support.h"
@@ -20,8 +21,8 @@ class RawPeer {
   explicit RawPeer(base::UniqueFd socket) : m_socket(std::move(socket)) {}
   static RawPeer connect(const std::string& path) {
     base::UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const sockaddr_un address = ipc::socketAddress(path);
-    if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    const base::SocketAddress address = base::toSockaddr({path, {}, 0});
+    if (::connect(socket.get(), address.get(), address.size) != 0) {
       throw std::runtime_error(std::strerror(errno));
     }
     return RawPeer(std::move(socket));
@@ -78,9 +79,9 @@ class RawService {
  public:
   explicit RawService(const std::string& path)
       : m_socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    const sockaddr_un address = ipc::socketAddress(path);
-    const auto* target = reinterpret_cast<const sockaddr*>(&address);
-    if (::bind(m_socket.get(), target, sizeof address) != 0 || ::listen(m_socket.get(), 8) != 0) {
+    const base::SocketAddress address = base::toSockaddr({path, {}, 0});
+    if (::bind(m_socket.get(), address.get(), address.size) != 0 ||
+        ::listen(m_socket.get(), 8) != 0) {
       throw std::runtime_error(std::strerror(errno));
     }
   }
@@ -91,7 +92,7 @@ class RawService {
   RawPeer welcome(int code = 0) const {
     RawPeer peer = accept();
     introduction = peer.readMessage();
-    Bytes answer = message(IPC_MSG_WELCOME);
+    Bytes answer = message(IPC_MSG_CONNECT_ACCEPT);
     answer[12] = static_cast<unsigned char>(code);
     peer.write(answer);
     return peer;

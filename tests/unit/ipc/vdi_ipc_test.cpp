@@ -208,7 +208,7 @@ TEST_F(OtherUserTest, AClientOfAnotherUserIsTurnedAway) {
   if (child == 0) {
     if (::setuid(kNobody) != 0) ::_exit(99);
     const RawPeer peer = RawPeer::connect(path);
-    peer.write(message(IPC_MSG_INTRODUCTION, "intruder"));
+    peer.write(message(IPC_MSG_CONNECT_REQUEST, "intruder"));
     const Bytes answer = peer.readMessage();
     const bool refused = answer.size() == kHeaderSize &&
                          readHeader(answer.data()).param == std::uint32_t{IPC_ERROR_OTHER_USER};

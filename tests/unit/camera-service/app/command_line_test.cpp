@@ -2,7 +2,8 @@
 // own.
 #include <sys/resource.h>
 
-#include "session/json.h"
+#include "base/version.h"
+#include "json/json.h"
 #include "unit/camera-service/test_host.h"
 #include "unit/ipc/raw_peer.h"
 
@@ -31,7 +32,8 @@ TEST_F(CommandLineTest, HelpAndVersion) {
   const Outcome help = run({"--help"});
   EXPECT_EQ(help.code, 0);
   EXPECT_NE(help.output.find("--camera"), std::string::npos);
-  EXPECT_EQ(run({"--version"}).output, "lumsar-camera-service " LUMSAR_VERSION "\n");
+  EXPECT_EQ(run({"--version"}).output,
+            std::string("lumsar-camera-service ") + base::kVersion + "\n");
 }
 
 TEST_F(CommandLineTest, WrongUsageIsExitCode2) {
@@ -113,14 +115,14 @@ TEST_F(CommandLineTest, StatusForPeopleAndPrograms) {
   host->records.await(CameraDataKind::Frame, 5);
   const Outcome people = run({"--status", "--ipc-channel", channel});
   EXPECT_EQ(people.code, 0);
-  for (const char* part : {"test:A", "320x240", "vm-7", "watched yes", "encode"}) {
+  for (const char* part : {"test:A", "320x240", "vm-7", "started yes", "encoding"}) {
     EXPECT_NE(people.output.find(part), std::string::npos) << people.output;
   }
   const Outcome program = run({"--status", "--json", "--ipc-channel", channel});
   EXPECT_EQ(program.code, 0);
   std::string text = program.output;
   text.erase(text.find_last_not_of('\n') + 1);
-  const service::JsonReading json = service::readJsonObject(text);
+  const json::Reading json = json::readObject(text);
   ASSERT_EQ(json.error, "");
   const QJsonObject camera = TestHost::camera(json.object, "test:A");
   EXPECT_TRUE(camera.value("running").toBool());
@@ -139,7 +141,7 @@ TEST_F(CommandLineTest, StatusForPeopleAndPrograms) {
     found = true;
   }
   EXPECT_TRUE(found);
-  EXPECT_EQ(json.object.value("hosts").toArray().size(), 1) << "who asks is no host";
+  EXPECT_EQ(json.object.value("hosts").toArray().size(), 1) << "who asks is not a host";
   EXPECT_EQ(log().find("--status"), std::string::npos) << log();
 }
 
@@ -158,13 +160,13 @@ TEST_F(CommandLineTest, StrangersDoNotDisturbIt) {
   EXPECT_TRUE(garbage.atEnd());
   const RawPeer silent = RawPeer::connect(channel);
   const RawPeer half = RawPeer::connect(channel);
-  half.write(message(IPC_MSG_INTRODUCTION, "half"));
+  half.write(message(IPC_MSG_CONNECT_REQUEST, "half"));
   Bytes begun = message(IPC_MSG_DATA, "payload");
   begun.pop_back();
   half.write(begun);
   const std::size_t frames = host->records.count(CameraDataKind::Frame);
   host->records.await(CameraDataKind::Frame, frames + 5);
-  EXPECT_TRUE(m_service->awaitOutput("begin no message"));
+  EXPECT_TRUE(m_service->awaitOutput("not a message"));
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ namespace {
 
 using namespace service;
 
-struct Reader : FrameReader {
+struct Reader : FrameConsumer {
   CaptureRequest wanted;
   int frames = 0;
   std::size_t bytes = 0;
@@ -30,8 +30,8 @@ struct Reader : FrameReader {
   CaptureRequest request() const override { return wanted; }
   bool onFrame(const CapturedFrame& frame) override {
     ++frames;
-    bytes = frame.picture.size();
-    size = jpegSize(frame.picture);
+    bytes = frame.data.size();
+    size = jpegSize(frame.data);
     age = static_cast<std::int64_t>(cameraClock() - frame.time);
     return takesMore;
   }
@@ -180,7 +180,7 @@ TEST_F(CaptureTest, AReaderThatTakesNoMoreIsRemoved) {
   camera.add(other);
   ASSERT_TRUE(await([&] { return one.frames > 0; }));
   one.takesMore = false;
-  ASSERT_TRUE(await([&] { return camera.readers() == 1; }));
+  ASSERT_TRUE(await([&] { return camera.consumers() == 1; }));
   const int frames = other.frames;
   EXPECT_TRUE(await([&] { return other.frames > frames; }));
   other.takesMore = false;
@@ -267,9 +267,9 @@ TEST_F(CaptureTest, TroubleEndsWithTheLastReader) {
   CameraStream& camera = stream({"x", "x", {"I420", 64, 64, 30, 1}, [] { return nullptr; }});
   Reader reader;
   camera.add(reader);
-  EXPECT_NE(camera.trouble(), "");
+  EXPECT_NE(camera.error(), "");
   camera.remove(reader);
-  EXPECT_EQ(camera.trouble(), "") << "nobody tries again";
+  EXPECT_EQ(camera.error(), "") << "nothing is retried";
 }
 
 TEST_F(CaptureTest, ACameraThatFailsIsTriedAgain) {
@@ -285,7 +285,7 @@ TEST_F(CaptureTest, ACameraThatFailsIsTriedAgain) {
   ASSERT_TRUE(await([&] { return !troubles.empty(); }));
   EXPECT_FALSE(camera.running());
   std::filesystem::rename(dir / "away", path);
-  EXPECT_TRUE(await([&] { return reader.frames > 0; })) << "after the first pause of a second";
+  EXPECT_TRUE(await([&] { return reader.frames > 0; })) << "after the first back-off of a second";
   EXPECT_EQ(troubles.size(), 1U) << "told once";
 }
 
@@ -359,7 +359,7 @@ TEST_F(CaptureTest, H264WhereThereIsAnEncoder) {
     Bytes begin;
     bool onFrame(const CapturedFrame& frame) override {
       if (frames == 0) firstIsKey = frame.key;
-      if (frames++ == 0) begin.assign(frame.picture.begin(), frame.picture.begin() + 4);
+      if (frames++ == 0) begin.assign(frame.data.begin(), frame.data.begin() + 4);
       return true;
     }
   } reader;
