@@ -69,7 +69,7 @@ void addCameraOptions(base::CommandLine& line, Options& options) {
       "names; repeatable");
   line.option(
       "--deny CAMERA[@VM]", [&options](const std::string& rule) { options.access.deny(rule); },
-      "deny this camera, by id or name, to all VMs or to one; counts more than --allow; "
+      "deny this camera, by id or name, to all VMs or to one; takes precedence over --allow; "
       "repeatable");
 }
 

@@ -20,7 +20,7 @@ using base::text;
 void check(int error, const std::string& channel) {
   if (error == 0) return;
   const char* meaning = ipcErrorText(error);
-  throw base::Failure(text("no status of channel \"{}\": {} ({})", channel,
+  throw base::Failure(text("cannot get the status of channel \"{}\": {} ({})", channel,
                            meaning != nullptr ? meaning : "unknown error", error));
 }
 

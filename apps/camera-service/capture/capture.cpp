@@ -130,7 +130,7 @@ void Capture::play() {
     if (gst_element_set_state(pipeline.get(), GST_STATE_PLAYING) != GST_STATE_CHANGE_FAILURE) {
       return;
     }
-    tap->post([](Capture& capture) { capture.m_events.onCaptureFailed("it does not start"); });
+    tap->post([](Capture& capture) { capture.m_events.onCaptureFailed("it did not start"); });
   });
 }
 

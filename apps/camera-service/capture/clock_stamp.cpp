@@ -4,11 +4,10 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
-#include <cstdio>
 #include <ctime>
 #include <memory>
 
+#include "base/format.h"
 #include "capture/gst_ptr.h"
 
 namespace lumsar::service {
@@ -50,17 +49,13 @@ void drawDigit(const LumaPlane& plane, std::size_t x, std::size_t y, std::size_t
   }
 }
 
-std::string_view timeOfDay(std::array<char, 16>& text) {
-  const auto now = std::chrono::system_clock::now();
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
-  const auto part = now - std::chrono::system_clock::from_time_t(seconds);
+std::string timeOfDay() {
+  std::timespec now = {};
+  std::timespec_get(&now, TIME_UTC);
   std::tm local = {};
-  localtime_r(&seconds, &local);
-  const auto hundredths = std::chrono::duration_cast<std::chrono::milliseconds>(part).count() / 10;
-  const int size =
-      std::snprintf(text.data(), text.size(), "%02d:%02d:%02d.%02d", local.tm_hour % 100,
-                    local.tm_min % 100, local.tm_sec % 100, static_cast<int>(hundredths % 100));
-  return {text.data(), static_cast<std::size_t>(size)};
+  localtime_r(&now.tv_sec, &local);
+  return base::text("{:02}:{:02}:{:02}.{:02}", local.tm_hour, local.tm_min, local.tm_sec,
+                    now.tv_nsec / 10'000'000);
 }
 
 GstPadProbeReturn onFrame(GstPad* /*pad*/, GstPadProbeInfo* probe, gpointer data) {
@@ -74,8 +69,7 @@ GstPadProbeReturn onFrame(GstPad* /*pad*/, GstPadProbeInfo* probe, gpointer data
                            static_cast<std::size_t>(GST_VIDEO_FRAME_PLANE_STRIDE(&frame, 0)),
                            static_cast<std::size_t>(GST_VIDEO_FRAME_WIDTH(&frame)),
                            static_cast<std::size_t>(GST_VIDEO_FRAME_HEIGHT(&frame))};
-  std::array<char, 16> text;
-  drawDigits(plane, timeOfDay(text));
+  drawDigits(plane, timeOfDay());
   gst_video_frame_unmap(&frame);
   return GST_PAD_PROBE_OK;
 }

@@ -109,7 +109,7 @@ void ClientSession::onVmRecord(const CameraDataHeader& header, base::Bytes body,
 void ClientSession::onPlugged(const Camera& camera) {
   const std::string& id = camera.info.id;
   if (const std::string denied = refusal(camera.info); !denied.empty()) {
-    return base::logInfo("camera '{}' is kept from {}: {}", id, vmText(), denied);
+    return base::logInfo("camera '{}' is withheld from {}: {}", id, vmText(), denied);
   }
   std::string reason = "plugged in";
   TransportPtr transport;

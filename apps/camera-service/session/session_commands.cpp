@@ -82,7 +82,7 @@ void ClientSession::shareCamera(const Camera& camera, const TransportPtr& transp
 }
 
 void ClientSession::shareAll(int session) {
-  base::logInfo("all cameras for {}, session {}", vmText(), session);
+  base::logInfo("sharing all cameras with {}, session {}", vmText(), session);
   m_shareAll = true;
   m_exceptFromAll.clear();
   for (const Camera* camera : m_context.catalogue.all()) {

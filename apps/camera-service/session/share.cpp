@@ -125,7 +125,7 @@ bool Share::onFrame(const CapturedFrame& frame) {
     send(frame);
   }
   if (!isStalled()) return true;
-  base::logWarning("camera '{}' is not read for {} until that takes frames again", camera().info.id,
+  base::logWarning("camera '{}' is paused for {}, which is stalled", camera().info.id,
                    m_transport->name());
   m_state = State::Stalled;
   return false;

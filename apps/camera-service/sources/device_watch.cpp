@@ -126,7 +126,7 @@ void DeviceWatch::start() {
   };
   gst_bus_set_sync_handler(bus.get(), onMessage, holdShared(m_inbox), releaseShared<Inbox>);
   if (gst_device_monitor_start(m_monitor.get()) == FALSE) {
-    throw std::runtime_error("GStreamer's device monitor does not start; is GStreamer installed?");
+    throw std::runtime_error("GStreamer's device monitor did not start; is GStreamer installed?");
   }
   GList* devices = gst_device_monitor_get_devices(m_monitor.get());
   for (GList* item = devices; item != nullptr; item = item->next) {

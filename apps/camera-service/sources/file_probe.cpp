@@ -7,7 +7,6 @@
 
 #include "base/format.h"
 #include "capture/capture_plan.h"
-#include "sources/source_bin.h"
 
 namespace lumsar::service {
 namespace {

@@ -8,7 +8,6 @@
 
 #include "base/format.h"
 #include "capture/clock_stamp.h"
-#include "sources/source_bin.h"
 
 namespace lumsar::service {
 namespace {

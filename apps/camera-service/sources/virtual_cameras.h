@@ -22,6 +22,10 @@ struct VirtualCamera {
   std::function<GstElement*()> makeSource;  // a new floating element with one source pad
 };
 
+// Such an element from a pipeline description: a bin with its last element's source pad as its own.
+// Null when it cannot be made.
+GstElement* makeSourceBin(const std::string& description);
+
 class VirtualCameras {
  public:
   // Registers the provider. To be made after gst_init and before the device monitor starts.

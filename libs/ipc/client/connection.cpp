@@ -8,9 +8,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 
 #include "base/bytes.h"
-#include "ipc/client/signals_blocked.h"
 #include "ipc/read_size.h"
 
 namespace lumsar::ipc {
@@ -27,6 +27,23 @@ bool isMessage(std::span<const unsigned char> message) {
   return header.magic == kMagic && header.length <= kMaxPayload &&
          message.size() == kHeaderSize + header.length;
 }
+
+// The host's signals are for the host's threads: none for this thread, and for those that it
+// starts, for as long as this lives.
+class SignalsBlocked {
+ public:
+  SignalsBlocked() {
+    sigset_t all;
+    sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &m_before);
+  }
+  ~SignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
+  SignalsBlocked(const SignalsBlocked&) = delete;
+  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+ private:
+  sigset_t m_before = {};
+};
 
 // A library whose callback destroys its client cannot wait for the thread that it runs on, and must
 // not be unmapped under it.

@@ -86,7 +86,7 @@ void IpcServer::admit(Local::socket socket) {
 }
 
 void IpcServer::refuse(MessageStream& stream, int error, const std::string& why) {
-  m_events.onWarning("a client was turned away: " + why);
+  m_events.onWarning("a client was refused: " + why);
   stream.send({protocol::Message(IPC_MSG_CONNECT_ACCEPT, 0, static_cast<std::uint32_t>(error))});
   stream.closeAfterSending();
 }

@@ -31,7 +31,7 @@ class IpcServerEvents {
   // `message` is valid during the call only.
   virtual void onMessage(ClientId client, std::span<unsigned char> message) = 0;
   virtual void onClientGone(ClientId client, const std::string& why) = 0;
-  // For the log: who was turned away, and why.
+  // For the log: who was refused, and why.
   virtual void onWarning(const std::string& text) = 0;
 };
 

@@ -9,8 +9,8 @@
 #include "capture/encoder.h"
 #include "lumsar/camera_data.h"
 #include "sources/file_probe.h"
-#include "sources/source_bin.h"
 #include "sources/synthetic.h"
+#include "sources/virtual_cameras.h"
 #include "unit/camera-service/media.h"
 #include "unit/ipc/support.h"
 
