@@ -341,6 +341,24 @@ TEST_F(CaptureTest, ACameraWithoutSourceIsTrouble) {
   camera.remove(reader);
 }
 
+TEST_F(CaptureTest, ACameraThatKeepsFailingIsToldOnceAndRetriedLessOften) {
+  int attempts = 0;
+  const auto makeNoSource = [&]() -> GstElement* {
+    ++attempts;
+    return nullptr;
+  };
+  CameraStream& camera = stream({"x", "x", {"I420", 64, 64, 30, 1}, makeNoSource});
+  Reader reader;
+  camera.add(reader);
+  EXPECT_EQ(attempts, 1);
+  runFor(milliseconds(1300));
+  EXPECT_EQ(attempts, 2);
+  runFor(milliseconds(1300));
+  EXPECT_EQ(attempts, 2) << "two seconds after the second attempt, not one";
+  EXPECT_EQ(troubles.size(), 1U);
+  camera.remove(reader);
+}
+
 TEST_F(CaptureTest, ACameraWithoutUsableFormatIsTrouble) {
   CameraStream& camera = stream(syntheticCamera("F,320x240"));
   plugged.info.formats.clear();
