@@ -22,7 +22,7 @@ lumsar_header_library(lumsar_cli11 CLI/CLI.hpp)
 # Compiled the same way everywhere: it chooses its allocator by what was included before it, unless
 # told.
 lumsar_header_library(lumsar_asio asio.hpp
-  ASIO_STANDALONE ASIO_NO_DEPRECATED ASIO_DISABLE_STD_ALIGNED_ALLOC)
+  ASIO_STANDALONE ASIO_NO_DEPRECATED ASIO_DISABLE_STD_ALIGNED_ALLOC ASIO_SEPARATE_COMPILATION)
 if(TARGET lumsar_asio)
   target_link_libraries(lumsar_asio INTERFACE Threads::Threads)
   if(LUMSAR_SANITIZE MATCHES thread AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)

@@ -19,3 +19,12 @@ endif()
 if(LUMSAR_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
+
+# Headers that nearly every file of a target includes, compiled once. Builds with
+# CMAKE_DISABLE_PRECOMPILE_HEADERS, as in scripts/builds, see to it that files still include what
+# they use.
+set(lumsar_standard_headers
+  <algorithm> <chrono> <functional> <map> <memory> <optional> <span> <string> <vector>)
+function(lumsar_precompile target)
+  target_precompile_headers(${target} PRIVATE ${lumsar_standard_headers} ${ARGN})
+endfunction()

@@ -1,6 +1,6 @@
-// MessageAssembler: cuts a byte stream into whole messages. Used wherever messages arrive in
-// pieces: by hosts before Handler, by the VM's side, by both ends of an IPC connection. No I/O, no
-// thread: reentrant, each object bound to one thread at a time.
+// MessageAssembler: cuts a byte stream into complete messages. Used wherever messages arrive in
+// fragments: by hosts before Handler, by the guest agent, by both ends of an IPC connection. No
+// I/O, no thread: reentrant, each object bound to one thread at a time.
 #ifndef LUMSAR_ASSEMBLER_H
 #define LUMSAR_ASSEMBLER_H
 
@@ -39,7 +39,7 @@ class MessageAssembler {
     commit(bytes.size());
   }
 
-  // The next whole message, header first, valid until the next prepare() or append(); empty when
+  // The next complete message, header first, valid until the next prepare() or append(); empty when
   // more bytes are needed or the stream is at fault.
   std::span<unsigned char> next() {
     if (pending() < kHeaderSize || fault() != Fault::None) return {};

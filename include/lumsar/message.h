@@ -83,8 +83,8 @@ struct HelloMessage {
 };
 static_assert(sizeof(HelloMessage) == kHeaderSize + 4);
 
-// Towards an RDP host a message goes out in consecutive pieces of at most this many bytes.
-inline constexpr int kRdpPieceSize = 1536;
+// Towards an RDP host a message goes out in consecutive fragments of at most this many bytes.
+inline constexpr int kRdpFragmentSize = 1536;
 
 // Reads the header of the message at `data`, which may be unaligned and must hold 32 bytes.
 inline RedirMsgHeader readHeader(const void* data) {

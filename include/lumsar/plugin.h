@@ -55,7 +55,7 @@ enum Status : int {
   STATUS_ALREADY_CONNECTED = 34,
   STATUS_LIST_CALL_FAILED = 35,  // the call for the camera list failed
   STATUS_LIST_ERROR = 45,        // the service reported an error with its camera list
-  // An exception was stopped at the plug-in's border: no memory, no thread, a throwing callable.
+  // An exception was stopped at the plug-in's boundary: no memory, no thread, a throwing callable.
   STATUS_EXCEPTION = -1,
   // Any other value is an error code of the IPC library or a result of the host's callable, passed
   // through.
@@ -66,7 +66,7 @@ enum Status : int {
 using SpiceSendFunc = std::function<int(unsigned char* data, int length)>;
 // Receives an event. `data` is valid during the call only.
 using SpicePostEventFunc = std::function<void(RedirEvent event, char* data, int length)>;
-// As SpiceSendFunc, but called with pieces of at most 1536 bytes (message.h, kRdpPieceSize).
+// As SpiceSendFunc, but called with fragments of at most 1536 bytes (message.h, kRdpFragmentSize).
 using RdpSendFunc = int (*)(unsigned char* data, int length);
 
 // Initialises the plug-in and connects it to the camera service. The callables are copied. An empty
@@ -88,7 +88,7 @@ using DeInitFunc = void();
 using RdpInitFunc = int(const char* vmId, RdpSendFunc sendData);
 // As Event, but opening sends nothing: the HELLO follows the VM's channel-opened message.
 using RdpEventFunc = void(int event);
-// Takes one whole message from the VM, header first; the bytes remain the caller's.
+// Takes one complete message from the VM, header first; the bytes remain the caller's.
 using HandlerFunc = void(unsigned char* data, int length);
 // Shares all cameras with a session of the VM.
 using ShareAllFunc = int(int sessionId);

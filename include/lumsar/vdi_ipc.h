@@ -9,7 +9,7 @@
 namespace lumsar {
 
 // Callbacks, called on threads of the IPC library, each with the record's `userData` last.
-// `data` is one whole message, header first, in a buffer that the library owns; the receiver may
+// `data` is one complete message, header first, in a buffer that the library owns; the receiver may
 // write into it during the call. The results are the receiver's status codes.
 using IpcOnConnect = int (*)(int connectId, void* userData);
 using IpcOnSend = int (*)(int connectId, void* userData);

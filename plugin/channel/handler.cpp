@@ -1,5 +1,5 @@
-// Handler and ShareAll: the VM's messages, one whole message a call, and the sharing of all cameras
-// with a VM session. Called by the host on the thread on which it receives.
+// Handler and ShareAll: the VM's messages, one complete message a call, and the sharing of all
+// cameras with a VM session. Called by the host on the thread on which it receives.
 #include <QDebug>
 #include <cstring>
 
@@ -98,7 +98,7 @@ void handle(unsigned char* data, int len) {
     qCritical("[%s][%d] Invalid magic:0x%x!", kFunction, 1340, magic);
     return;
   }
-  // The host delivers whole messages: from here on the header is believed.
+  // The host delivers complete messages: from here on the header is believed.
   dispatch(*self, data, lumsar::readHeader(data));
 }
 

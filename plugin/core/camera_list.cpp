@@ -23,7 +23,7 @@ int Lumsar::HandleGetCameraListCmd(char* output, int& outputSize) {
   qInfo() << "HandleGetCameraListCmd: buffer return:" << replySize
           << ", Output buffer size:" << outputSize;
   if (static_cast<unsigned int>(outputSize) < replySize || output == nullptr) {
-    // 0 is meant: the host knows a buffer that is too small by the size having grown.
+    // 0 is intentional: the host knows a buffer that is too small by the size having grown.
     outputSize = static_cast<int>(replySize);
     qWarning() << "HandleGetCameraListCmd: Output buffer too small! need size:" << replySize;
     return lumsar::STATUS_OK;

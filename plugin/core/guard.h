@@ -1,5 +1,4 @@
-// The border that no exception crosses: around the body of each exported function, IPC callback and
-// thread.
+// The exception boundary around the body of each exported function, IPC callback and thread.
 #ifndef LUMSAR_PLUGIN_CORE_GUARD_H
 #define LUMSAR_PLUGIN_CORE_GUARD_H
 

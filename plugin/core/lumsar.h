@@ -86,7 +86,7 @@ class LUMSAR_EXPORT Lumsar : public QObject {
   // Tells the VM to withdraw all virtual cameras; over SPICE only, an RDP VM is never told.
   int UnredirectAllVCams();
 
-  // The IPC library's callbacks. `data` is one whole message in the library's own buffer.
+  // The IPC library's callbacks. `data` is one complete message in the library's own buffer.
   static int OnConnect(int connectId, void* userData);
   static int OnSend(int connectId, void* userData);
   static int OnReceive(int connectId, unsigned char* data, int length, void* userData);

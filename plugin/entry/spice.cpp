@@ -66,7 +66,7 @@ void channelOpened(Lumsar& self) {
   if (self.m_spiceSendFunc) self.m_spiceSendFunc(bytesOf(hello), sizeof hello);
   qInfo() << "Event: Send hello to remote VM! Token:" << token << ", Version["
           << int{lumsar::kProtocolMajor} << "." << int{lumsar::kProtocolMinor} << "]";
-  // Open even when nothing could be sent; the RDP host's HELLO differs here, which is meant.
+  // Open even when nothing could be sent; the RDP host's HELLO differs here, which is intentional.
   storeRelaxed(self.m_channelOpened, true);
 }
 

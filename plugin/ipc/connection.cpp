@@ -16,7 +16,7 @@ int Lumsar::Connect() {
     return lumsar::STATUS_NOT_INITIALIZED;
   }
   if (m_isIpcClientConnected(m_ipcClient)) {
-    qWarning("Connect: Aready connected with IPC server!");  // the misspelling is meant
+    qWarning("Connect: Aready connected with IPC server!");  // the misspelling is intentional
     return lumsar::STATUS_ALREADY_CONNECTED;
   }
   qInfo() << "Connect: Try to connect ipc:" << m_ipcName;
@@ -38,7 +38,7 @@ int Lumsar::Disconnect() {
     return lumsar::STATUS_NOT_INITIALIZED;
   }
   if (!m_isIpcClientConnected(m_ipcClient)) {
-    qWarning("Connect: Client is NOT connected with IPC server!");  // "Connect:" is meant
+    qWarning("Connect: Client is NOT connected with IPC server!");  // "Connect:" is intentional
     return lumsar::STATUS_DISCONNECTED;
   }
   return m_disconnectIpcClient(m_ipcClient);
@@ -81,7 +81,7 @@ int Lumsar::OnSend(int /*connectId*/, void* /*userData*/) {
 int Lumsar::OnClose(int connectId, int error, void* userData) {
   return guarded("OnClose", [=] {
     auto& self = *static_cast<Lumsar*>(userData);
-    // The misspelling is meant.
+    // The misspelling is intentional.
     qWarning() << "Ipc connection disconnet!! connect id:" << connectId << ", error:" << error;
     self.UnredirectAllVCams();
     // Straight from this thread, and whatever the kind of host: an RDP host has no such callable.

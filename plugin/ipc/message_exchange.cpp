@@ -39,14 +39,14 @@ Message frame(int type, int param, const unsigned char* data, unsigned int lengt
   return message;
 }
 
-// The whole message in consecutive pieces; only the last one's result counts.
-int sendInPieces(lumsar::RdpSendFunc send, unsigned char* data, int length) {
+// The complete message in consecutive fragments; only the last one's result counts.
+int sendInFragments(lumsar::RdpSendFunc send, unsigned char* data, int length) {
   int status = lumsar::STATUS_OK;
   while (length > 0) {
-    const int piece = std::min(lumsar::kRdpPieceSize, length);
-    status = send(data, piece);
-    data += piece;
-    length -= piece;
+    const int fragment = std::min(lumsar::kRdpFragmentSize, length);
+    status = send(data, fragment);
+    data += fragment;
+    length -= fragment;
   }
   return status;
 }
@@ -59,14 +59,15 @@ int relayToVm(Lumsar& self, unsigned char* data, int length) {
   }
   const std::uint32_t type = lumsar::MSG_DATA;
   std::memcpy(data + offsetof(RedirMsgHeader, type), &type, sizeof type);
-  switch (self.m_dataChannel) {
+  const int channel = loadRelaxed(self.m_dataChannel);
+  switch (channel) {
     case DATA_CHANNEL_SPICE:
       return self.m_spiceSendFunc ? self.m_spiceSendFunc(data, length) : lumsar::STATUS_OK;
     case DATA_CHANNEL_RDP:
       if (self.m_rdpSendFunc == nullptr) return lumsar::STATUS_OK;
-      return sendInPieces(self.m_rdpSendFunc, data, length);
+      return sendInFragments(self.m_rdpSendFunc, data, length);
     default:
-      qWarning("[%s] >>>>Unknown data channel[%d]<<<<", "OnReceive", self.m_dataChannel);
+      qWarning("[%s] >>>>Unknown data channel[%d]<<<<", "OnReceive", channel);
       return lumsar::STATUS_INVALID_PARAMETER;
   }
 }

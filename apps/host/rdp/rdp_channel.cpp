@@ -48,7 +48,7 @@ void RdpChannel::connected() {
   const UINT16 id =
       freerdp_channels_get_id_by_name(m_entry.context->instance, protocol::kRdpChannelName);
   if (id == 0 || id == 0xFFFF) {
-    return m_inbox.trouble(base::text(
+    return m_inbox.unavailable(base::text(
         "the server does not offer the channel \"{}\"; its administrator has to allow it",
         protocol::kRdpChannelName));
   }
@@ -56,8 +56,9 @@ void RdpChannel::connected() {
   const UINT status = m_entry.pVirtualChannelOpenEx(
       m_initHandle, &handle, const_cast<char*>(protocol::kRdpChannelName), &RdpChannel::openEvent);
   if (status != CHANNEL_RC_OK) {
-    return m_inbox.trouble(base::text("the RDP library does not open the channel \"{}\": error {}",
-                                      protocol::kRdpChannelName, status));
+    return m_inbox.unavailable(
+        base::text("the RDP library does not open the channel \"{}\": error {}",
+                   protocol::kRdpChannelName, status));
   }
   {
     const std::lock_guard lock(m_mutex);
@@ -128,7 +129,7 @@ void RdpChannel::drain() {
       m_message = std::make_shared<SendQueue::Bytes>(std::move(*next));
       m_offset = 0;
     }
-    const std::size_t size = std::min<std::size_t>(kRdpPieceSize, m_message->size() - m_offset);
+    const std::size_t size = std::min<std::size_t>(kRdpFragmentSize, m_message->size() - m_offset);
     auto fragment = std::make_unique<Fragment>(Fragment{m_message});
     const UINT status =
         m_entry.pVirtualChannelWriteEx(m_initHandle, m_openHandle, m_message->data() + m_offset,

@@ -291,7 +291,7 @@ void RdpClient::endIfSilent() {
 
 void RdpClient::end() {
   freerdp_abort_connect(m_instance);
-  // The library waits for a silent server's answer for ever, and for one that takes no bytes.
+  // The library waits indefinitely for a silent server and for one that reads nothing.
   cutSockets(m_target.host, m_target.port);
 }
 

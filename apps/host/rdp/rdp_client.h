@@ -1,4 +1,4 @@
-// RdpClient: one connection to an RDP server that carries nothing but our channel; the picture is
+// RdpClient: one connection to an RDP server that carries nothing but our channel; the desktop is
 // asked for as small as can be and thrown away. Made, run and destroyed on the transport's thread;
 // wake(), endIfSilent() and end() may be called on any other.
 #ifndef LUMSAR_HOST_RDP_RDP_CLIENT_H

@@ -85,7 +85,7 @@ void RdpTransport::run() {
     wasConnected = wasConnected || outcome.wasConnected;
     if (outcome.atLogOn && !wasConnected) ++refusals;
     if (outcome.permanent || refusals == kMaxLogOns) return m_inbox.refused(outcome.why);
-    m_inbox.trouble(outcome.why);
+    m_inbox.unavailable(outcome.why);
     if (outcome.lasted) backOff.reset();
     if (!pause(backOff.next())) return;
   }

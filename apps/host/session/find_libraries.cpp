@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "base/errors.h"
+#include "base/format.h"
 
 namespace lumsar::host {
 
@@ -51,8 +52,10 @@ std::string findIpcLibrary(const fs::path& plugin, const fs::path& directory) {
     places.insert(places.begin(), beside.begin(), beside.end());
   }
   if (auto found = firstIn(places, kIpcLibraryName)) return *found;
-  std::string text = std::string("cannot find ") + kIpcLibraryName + " in";
-  for (const fs::path& place : places) text += "\n  " + place.lexically_normal().string();
+  std::string text = base::text("cannot find {} in", kIpcLibraryName);
+  for (const fs::path& place : places) {
+    text += base::text("\n  {}", place.lexically_normal().string());
+  }
   throw base::Failure(text + "\nname it with --ipc-library PATH");
 }
 

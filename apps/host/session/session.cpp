@@ -129,7 +129,7 @@ void Session::channelOpened() {
   update([](State& state) { state.channelOpen = true; });
   m_deframer.reset();
   m_warned.clear();
-  m_trouble.clear();
+  m_unavailable.clear();
   m_queue.open();
   m_driver->channelEvent(CHANNEL_EVENT_OPENED);
   expectWord();
@@ -174,9 +174,9 @@ void Session::reportDropped() {
            base::text("the VM sent {} bytes that are not a message; dropped", dropped));
 }
 
-void Session::channelTrouble(const std::string& why) {
-  if (why == m_trouble) return;
-  m_trouble = why;
+void Session::channelUnavailable(const std::string& why) {
+  if (why == m_unavailable) return;
+  m_unavailable = why;
   m_report.say("no channel to the VM: " + why);
 }
 

@@ -63,7 +63,7 @@ class Session final : public ChannelListener {
   void channelOpened() override;
   void channelReceived(std::span<const unsigned char> bytes) override;
   void channelClosed(const std::string& why) override;
-  void channelTrouble(const std::string& why) override;
+  void channelUnavailable(const std::string& why) override;
   void channelRefused(const std::string& why) override;
 
   void initialise();
@@ -96,7 +96,7 @@ class Session final : public ChannelListener {
   std::uint64_t m_answeredHello = 0;
   Clock::time_point m_restartsSince;
   int m_restarts = 0;
-  std::string m_trouble;  // the latest that was reported
+  std::string m_unavailable;  // why there is no channel, as last reported
   mutable std::mutex m_mutex;
   State m_state;  // written on this thread, with the lock
 };

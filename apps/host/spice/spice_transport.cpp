@@ -127,7 +127,7 @@ void SpiceTransport::connect() {
                    }),
                    this);
   if (!spice_session_connect(m_session)) {
-    m_inbox.trouble("the SPICE library does not take the address");
+    m_inbox.unavailable("the SPICE library does not accept the address");
     reconnectLater();
   }
 }
@@ -228,7 +228,7 @@ void SpiceTransport::mainEvent(SpiceChannelEvent event) {
   if (lasted) m_backOff.reset();
   m_connectedAt = 0;
   setOpen(false, eventText(event));
-  m_inbox.trouble(eventText(event));
+  m_inbox.unavailable(eventText(event));
   reconnectLater();
 }
 
@@ -251,7 +251,7 @@ bool SpiceTransport::recognise(SpicePortChannel* port) {
 
 // A port that is open already has reported so before.
 void SpiceTransport::portNamed(SpicePortChannel* port) {
-  if (recognise(port) && !m_open) m_inbox.trouble(kPortClosed);
+  if (recognise(port) && !m_open) m_inbox.unavailable(kPortClosed);
 }
 
 void SpiceTransport::guestDid(SpicePortChannel* port, int event) {
@@ -263,7 +263,7 @@ void SpiceTransport::guestDid(SpicePortChannel* port, int event) {
 void SpiceTransport::checkPort() {
   m_portCheck = 0;
   if (m_port != nullptr) return;
-  m_inbox.trouble("the VM has no port named " + m_address.port + "; its definition lacks it");
+  m_inbox.unavailable("the VM has no port named " + m_address.port + "; its definition lacks it");
 }
 
 void SpiceTransport::setOpen(bool open, const std::string& why) {

@@ -8,7 +8,7 @@ namespace lumsar::host {
 
 namespace {
 
-// Small pieces are handed over together, but no more of them than need to be copied at a time.
+// Small parts are handed over together, but no more of them than need to be copied at a time.
 constexpr std::size_t kChunk = 64U << 10U;
 
 }  // namespace
@@ -32,9 +32,9 @@ void Inbox::closed(const std::string& why) {
   put([why](ChannelListener& listener) { listener.channelClosed(why); });
 }
 
-void Inbox::trouble(const std::string& why) {
+void Inbox::unavailable(const std::string& why) {
   const std::lock_guard lock(m_mutex);
-  put([why](ChannelListener& listener) { listener.channelTrouble(why); });
+  put([why](ChannelListener& listener) { listener.channelUnavailable(why); });
 }
 
 void Inbox::refused(const std::string& why) {

@@ -24,7 +24,7 @@ class ChannelListener {
   virtual void channelReceived(std::span<const unsigned char> bytes) = 0;
   virtual void channelClosed(const std::string& why) = 0;
   // The channel cannot be opened now; the transport goes on trying.
-  virtual void channelTrouble(const std::string& why) = 0;
+  virtual void channelUnavailable(const std::string& why) = 0;
   // The channel cannot be opened and trying again would not help; the transport has given up.
   virtual void channelRefused(const std::string& why) = 0;
 
@@ -53,7 +53,7 @@ class Inbox : public std::enable_shared_from_this<Inbox> {
   // perhaps on the executor.
   void whenCapacity(std::function<void()> action);
   void closed(const std::string& why);
-  void trouble(const std::string& why);
+  void unavailable(const std::string& why);
   void refused(const std::string& why);
 
  private:

@@ -68,7 +68,7 @@ void SocketTransport::connect() {
   const auto connected = [this, connection](asio::error_code error, const auto& /*endpoint*/) {
     if (!m_started) return;
     if (error) {
-      m_inbox.trouble(m_address + ": " + error.message());
+      m_inbox.unavailable(m_address + ": " + error.message());
       return connectLater();
     }
     connection->socket.native_non_blocking(true);

@@ -48,6 +48,8 @@ class Commands : public PluginTest {
   }
 };
 
+using LooseCommands = Loose<Commands>;
+
 const std::string kShare = R"({"command": "share", "deviceId": "cam-1"})";
 const std::string kShareSent =
     "{\n    \"command\": \"share\",\n    \"deviceId\": \"cam-1\",\n    \"vmId\": \"vm-7\"\n}\n";
@@ -220,17 +222,16 @@ TEST_F(Commands, FailureChangesNothing) {
   expectSuccess(kUnshareAll, {}, sendOf(5, kUnshareAll));
 }
 
-TEST_F(Commands, RunOnTheCallersThread) {
+TEST_F(LooseCommands, RunOnTheCallersThread) {
   std::thread::id caller;
   std::thread([&] {
     caller = std::this_thread::get_id();
     EXPECT_EQ(ctrl(kUnshareAll), 0);
   }).join();
   for (const IpcCall& call : ipc.takeCalls()) EXPECT_EQ(call.thread, caller);
-  forget();
 }
 
-TEST_F(Commands, OneAtATime) {
+TEST_F(LooseCommands, OneAtATime) {
   std::atomic<int> inside = 0;
   std::atomic<int> most = 0;
   ipc.duringSend = [&] {
@@ -242,10 +243,9 @@ TEST_F(Commands, OneAtATime) {
   EXPECT_EQ(ctrl(kUnshareAll), 0);
   other.join();
   EXPECT_EQ(most, 1);
-  forget();
 }
 
-TEST_F(Commands, DeInitWaitsForACommand) {
+TEST_F(LooseCommands, DeInitWaitsForACommand) {
   std::atomic<bool> sending = false;
   std::atomic<bool> sent = false;
   ipc.duringSend = [&] {
@@ -260,7 +260,6 @@ TEST_F(Commands, DeInitWaitsForACommand) {
   command.join();
   EXPECT_EQ(ipc.take(),
             (Lines{"IsConnected", sendOf(5, kUnshareAll), "IsConnected", "Disconnect", "Destroy"}));
-  forget();
 }
 
 }  // namespace

@@ -7,6 +7,7 @@ namespace lumsar_test {
 namespace {
 
 using ConnectionCallbacks = PluginTest;
+using LooseConnectionCallbacks = Loose<ConnectionCallbacks>;
 
 Lines closedLines(int id, int error) {
   return {warning("Ipc connection disconnet!! connect id: " + std::to_string(id) +
@@ -40,13 +41,12 @@ TEST_F(ConnectionCallbacks, ClosedTellsTheVmAndTheHost) {
   EXPECT_EQ(events[0].length, 0);
 }
 
-TEST_F(ConnectionCallbacks, WithdrawalIsExactly32Bytes) {
+TEST_F(LooseConnectionCallbacks, WithdrawalIsExactly32Bytes) {
   startSpice();
   ipc.closedCallback(1, 0);
   const Bytes expected{0x4D, 0x41, 0x43, 0x56, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
                        0,    0,    0,    0,    0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
   EXPECT_EQ(host.takeBytes(), std::vector<Bytes>{expected});
-  forget();
 }
 
 TEST_F(ConnectionCallbacks, ClosedDoesNotAskForAnOpenChannel) {
@@ -57,15 +57,14 @@ TEST_F(ConnectionCallbacks, ClosedDoesNotAskForAnOpenChannel) {
   EXPECT_EQ(log.take(), closedLines(12, 0));
 }
 
-TEST_F(ConnectionCallbacks, ClosedIsHandledOnTheCallbacksThread) {
+TEST_F(LooseConnectionCallbacks, ClosedIsHandledOnTheCallbacksThread) {
   startSpice();
   EXPECT_EQ(ipc.params->onClose(1, 2, ipc.params->userData), 0);
   EXPECT_EQ(host.takeSent().at(0).thread, std::this_thread::get_id());
   EXPECT_EQ(host.takeEvents(1).at(0).thread, std::this_thread::get_id());
-  forget();
 }
 
-TEST_F(ConnectionCallbacks, TheVmIsToldBeforeTheHost) {
+TEST_F(LooseConnectionCallbacks, TheVmIsToldBeforeTheHost) {
   Lines order;
   const auto send = [&](unsigned char*, int) {
     order.emplace_back("send");
@@ -75,14 +74,12 @@ TEST_F(ConnectionCallbacks, TheVmIsToldBeforeTheHost) {
   ASSERT_EQ(plugin.Init(send, post, "vm-7", kConfig), 0);
   ipc.closedCallback(1, 2);
   EXPECT_EQ(order, (Lines{"send", "event"}));
-  forget();
 }
 
-TEST_F(ConnectionCallbacks, ClosedIgnoresTheSendsResult) {
+TEST_F(LooseConnectionCallbacks, ClosedIgnoresTheSendsResult) {
   startSpice();
   host.sendResult = 99;
   EXPECT_EQ(ipc.closedCallback(1, 2), 0);
-  forget();
 }
 
 TEST_F(ConnectionCallbacks, ClosedTellsAnRdpHostNothing) {
@@ -102,12 +99,11 @@ TEST_F(ConnectionCallbacks, SpiceCallablesServeALossWhateverTheDataChannel) {
   EXPECT_EQ(host.takeEvents(1).size(), 1U);
 }
 
-TEST_F(ConnectionCallbacks, ClosedDoesNotReconnect) {
+TEST_F(LooseConnectionCallbacks, ClosedDoesNotReconnect) {
   startSpice();
   ipc.connected = false;
   ipc.closedCallback(12, 104);
   EXPECT_EQ(ipc.take(), Lines{});
-  forget();
 }
 
 TEST_F(ConnectionCallbacks, ClosedLeavesTheChannelOpen) {
@@ -119,14 +115,13 @@ TEST_F(ConnectionCallbacks, ClosedLeavesTheChannelOpen) {
   EXPECT_EQ(host.takeSent().size(), 1U);
 }
 
-TEST_F(ConnectionCallbacks, DisconnectMayCallBackWhileItHoldsTheLock) {
+TEST_F(LooseConnectionCallbacks, DisconnectMayCallBackWhileItHoldsTheLock) {
   startSpice();
   openSpiceChannel();
   ipc.duringDisconnect = [&] { ipc.closedCallback(12, 0); };
   plugin.DeInit();
   EXPECT_EQ(host.takeBytes(), std::vector<Bytes>{message(2)});
   EXPECT_EQ(host.takeEvents(1).at(0).event, 3);
-  forget();
 }
 
 }  // namespace

@@ -15,6 +15,8 @@ class Events : public PluginTest {
   }
 };
 
+using LooseEvents = Loose<Events>;
+
 const Lines kDelivered = {info("PostEventToSpice: Enter!"), info("PostEventToSpice: Leave!")};
 const Lines kIgnored = {
     info("PostEventToSpice: Enter!"),
@@ -36,7 +38,7 @@ TEST_F(Events, DeviceChangeReachesTheHost) {
   EXPECT_EQ(received, message(8, pattern(3000)));
 }
 
-TEST_F(Events, DeviceChangeIsACopy) {
+TEST_F(LooseEvents, DeviceChangeIsACopy) {
   std::atomic<bool> changed = false;
   Bytes seen;
   std::atomic<bool> done = false;
@@ -54,7 +56,6 @@ TEST_F(Events, DeviceChangeIsACopy) {
   EXPECT_TRUE(log.waitFor(info("PostEventToSpice: Leave!")));
   ASSERT_TRUE(done);
   EXPECT_EQ(seen, bytesOf("cameras"));
-  forget();
 }
 
 TEST_F(Events, DeviceChangeWithoutPayloadHasAnEmptyBuffer) {
@@ -103,24 +104,22 @@ TEST_F(Events, AnRdpHostGetsNone) {
   EXPECT_EQ(log.take(), Lines{info("Camera device change!!!")});
 }
 
-TEST_F(Events, AnRdpHostGetsNoneEvenAfterASpiceSession) {
+TEST_F(LooseEvents, AnRdpHostGetsNoneEvenAfterASpiceSession) {
   startSpice();
   plugin.DeInit();
   startRdp();
   Bytes received = message(8, "cameras");
   EXPECT_EQ(ipc.receiveHere(received), 0);
   EXPECT_EQ(eventThreadLines(), kIgnored);
-  forget();
 }
 
-TEST_F(Events, ASpiceHostAfterAnRdpSessionGetsNone) {
+TEST_F(LooseEvents, ASpiceHostAfterAnRdpSessionGetsNone) {
   startRdp();
   plugin.RdpDeInit();
   startSpice();
   Bytes received = message(8, "cameras");
   EXPECT_EQ(ipc.receiveHere(received), 0);
   EXPECT_EQ(eventThreadLines(), kIgnored) << "the data channel stays the RDP host's";
-  forget();
 }
 
 TEST_F(Events, ReadyHasNoData) {
@@ -139,16 +138,15 @@ TEST_F(Events, ReadyHasNoData) {
   ipc.take();
 }
 
-TEST_F(Events, ReadyDoesNotFollowShareAll) {
+TEST_F(LooseEvents, ReadyDoesNotFollowShareAll) {
   startSpice();
   handle(message(VmHello{.token = openSpiceChannel(), .capabilities = 0x10}));
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   EXPECT_EQ(host.takeEvents().size(), 0U);
   EXPECT_EQ(log.takeElsewhere(), Lines{});
-  forget();
 }
 
-TEST_F(Events, HandlerDoesNotWaitForTheHost) {
+TEST_F(LooseEvents, HandlerDoesNotWaitForTheHost) {
   std::atomic<bool> handled = false;
   std::atomic<bool> posted = false;
   const auto post = [&](lumsar::RedirEvent, char*, int) {
@@ -162,10 +160,9 @@ TEST_F(Events, HandlerDoesNotWaitForTheHost) {
   handled = true;
   EXPECT_TRUE(log.waitFor(info("PostEventToSpice: Leave!")));
   EXPECT_TRUE(posted);
-  forget();
 }
 
-TEST_F(Events, ThreadMayOutliveDeInit) {
+TEST_F(LooseEvents, ThreadMayOutliveDeInit) {
   std::atomic<bool> entered = false;
   std::atomic<bool> goOn = false;
   const auto post = [&](lumsar::RedirEvent, char*, int) {
@@ -179,7 +176,6 @@ TEST_F(Events, ThreadMayOutliveDeInit) {
   forget();
   goOn = true;
   EXPECT_TRUE(log.waitFor(info("PostEventToSpice: Leave!")));
-  forget();
 }
 
 TEST_F(Events, SeveralAtOnce) {

@@ -95,6 +95,8 @@ class NoMemory : public PluginTest {
   }
 };
 
+using LooseNoMemory = Loose<NoMemory>;
+
 TEST_F(NoMemory, ForDataToTheService) {
   startRdp();
   Bytes data = message(1, pattern(54321));
@@ -108,7 +110,7 @@ TEST_F(NoMemory, ForDataToTheService) {
   EXPECT_EQ(ipc.take(), Lines{sendOf(6, pattern(54321))});
 }
 
-TEST_F(NoMemory, ForACommandLeavesNoLockHeld) {
+TEST_F(LooseNoMemory, ForACommandLeavesNoLockHeld) {
   startSpice();
   const std::string command =
       R"({"command":"unshareall","x":")" + std::string(54321, 'x') + R"("})";
@@ -122,10 +124,9 @@ TEST_F(NoMemory, ForACommandLeavesNoLockHeld) {
   ipc.take();
   EXPECT_EQ(ctrl(command), 0);
   EXPECT_EQ(ipc.take(), (Lines{"IsConnected", sendOf(5, command)}));
-  forget();
 }
 
-TEST_F(NoMemory, ForADeviceChange) {
+TEST_F(LooseNoMemory, ForADeviceChange) {
   startSpice();
   Bytes received = message(8, pattern(54321));
   int status = 0;
@@ -139,7 +140,6 @@ TEST_F(NoMemory, ForADeviceChange) {
   EXPECT_EQ(ipc.receive(received), 0);
   EXPECT_EQ(host.takeEvents(1).at(0).data, pattern(54321));
   EXPECT_TRUE(log.waitFor(info("PostEventToSpice: Leave!")));
-  forget();
 }
 
 // The header's length is believed; four gigabytes that cannot be had end the call.
@@ -156,7 +156,7 @@ TEST_F(NoMemory, ForADeviceChangeThatClaimsFourGigabytes) {
   expectStopped("OnReceive");
 }
 
-class NoThread : public PluginTest {};
+class NoThread : public Loose<PluginTest> {};
 
 TEST_F(NoThread, ForADeviceChange) {
   startSpice();
@@ -174,7 +174,6 @@ TEST_F(NoThread, ForADeviceChange) {
   EXPECT_EQ(ipc.receive(received), 0);
   EXPECT_EQ(host.takeEvents(1).at(0).data, bytesOf("cameras"));
   EXPECT_TRUE(log.waitFor(info("PostEventToSpice: Leave!")));
-  forget();
 }
 
 TEST_F(NoThread, ForTheReadyEvent) {
@@ -190,7 +189,6 @@ TEST_F(NoThread, ForTheReadyEvent) {
   handle(hello);
   EXPECT_EQ(host.takeEvents(1).at(0).event, 1);
   EXPECT_TRUE(log.waitFor(info("PostEventToSpice: Leave!")));
-  forget();
 }
 
 }  // namespace

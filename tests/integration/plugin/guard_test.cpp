@@ -18,6 +18,8 @@ class Guard : public PluginTest {
   }
 };
 
+using LooseGuard = Loose<Guard>;
+
 TEST_F(Guard, SendInEvent) {
   startSpice();
   host.sendThrows = "no way";
@@ -28,7 +30,7 @@ TEST_F(Guard, SendInEvent) {
   openSpiceChannel();
 }
 
-TEST_F(Guard, SendOfCameraDataOverSpice) {
+TEST_F(LooseGuard, SendOfCameraDataOverSpice) {
   startSpice();
   openSpiceChannel();
   host.sendThrows = "no way";
@@ -36,7 +38,6 @@ TEST_F(Guard, SendOfCameraDataOverSpice) {
   EXPECT_EQ(log.take(), Lines{stopped("OnReceive")});
   host.sendThrows.clear();
   EXPECT_EQ(ipc.receive(message(6)), 0);
-  forget();
 }
 
 TEST_F(Guard, SendOfCameraDataOverRdpStopsTheRest) {
@@ -58,24 +59,22 @@ TEST_F(Guard, SendOfTheRdpHello) {
   openRdpChannel();
 }
 
-TEST_F(Guard, SendWhenTheServiceIsLost) {
+TEST_F(LooseGuard, SendWhenTheServiceIsLost) {
   startSpice();
   host.sendThrows = "no way";
   EXPECT_EQ(ipc.closedCallback(1, 2), -1);
   EXPECT_EQ(log.take(), (Lines{warning("Ipc connection disconnet!! connect id: 1 , error: 2"),
                                info("UnredirectAllVCams: send cmd to vm!"), stopped("OnClose")}));
-  forget();
 }
 
-TEST_F(Guard, EventWhenTheServiceIsLost) {
+TEST_F(LooseGuard, EventWhenTheServiceIsLost) {
   startSpice();
   host.eventThrows = "no way";
   EXPECT_EQ(ipc.closedCallback(1, 2), -1);
   EXPECT_EQ(log.take().back(), stopped("OnClose"));
-  forget();
 }
 
-TEST_F(Guard, EventOnItsThread) {
+TEST_F(LooseGuard, EventOnItsThread) {
   startSpice();
   host.eventThrows = "no way";
   Bytes received = message(8, pattern(100000));
@@ -87,7 +86,6 @@ TEST_F(Guard, EventOnItsThread) {
   host.eventThrows.clear();
   EXPECT_EQ(ipc.receive(message(8)), 0);
   EXPECT_TRUE(log.waitFor(info("PostEventToSpice: Leave!")));
-  forget();
 }
 
 TEST_F(Guard, ThrownThingsThatAreNoExceptions) {
@@ -131,11 +129,10 @@ TEST_F(Guard, CallableThatCannotBeCopied) {
   *callable.armed = true;
   EXPECT_EQ(plugin.Init(send, host.postEventFunc(), "vm-7", kConfig), -1);
   EXPECT_EQ(log.take().back(), stopped("Init"));
-  forget();
   startSpice();
 }
 
-TEST_F(Guard, LibraryInACommandLeavesNoLockHeld) {
+TEST_F(LooseGuard, LibraryInACommandLeavesNoLockHeld) {
   startSpice();
   ipc.duringSend = [] { throw std::runtime_error("no way"); };
   EXPECT_EQ(ctrl(R"({"command":"unshareall"})"), -1);
@@ -149,10 +146,9 @@ TEST_F(Guard, LibraryInACommandLeavesNoLockHeld) {
   ipc.duringSend = nullptr;
   EXPECT_EQ(ctrl(R"({"command":"unshareall"})"), 0);
   plugin.DeInit();
-  forget();
 }
 
-TEST_F(Guard, LibraryInInitAndDeInit) {
+TEST_F(LooseGuard, LibraryInInitAndDeInit) {
   ipc.duringCall = [](const std::string& call) {
     if (call.starts_with("Create")) throw std::runtime_error("no way");
   };
@@ -171,7 +167,6 @@ TEST_F(Guard, LibraryInInitAndDeInit) {
   ipc.duringDisconnect = nullptr;
   plugin.RdpDeInit();
   EXPECT_EQ(log.take().back(), info("RdpDeInit: Leave!"));
-  forget();
 }
 
 }  // namespace

@@ -39,6 +39,8 @@ class HandlerTest : public PluginTest {
   }
 };
 
+using LooseHandlerTest = Loose<HandlerTest>;
+
 TEST_F(HandlerTest, HelloWithShareAllSharesAllCameras) {
   const VmHello hello{
       .token = openRdpChannel(), .session = 3, .major = 2, .minor = 13, .capabilities = 0x13};
@@ -61,48 +63,43 @@ TEST_F(HandlerTest, HelloWithoutShareAllPostsReady) {
   EXPECT_EQ(ipc.take(), (Lines{"IsConnected", policySend(hello)}));
 }
 
-TEST_F(HandlerTest, OnlyTheShareAllBitDecides) {
+TEST_F(LooseHandlerTest, OnlyTheShareAllBitDecides) {
   const VmHello hello{.token = openRdpChannel(), .session = 1, .capabilities = 0x10};
   handle(message(hello));
   EXPECT_EQ(log.take(), concat({matched(hello, "10"), shared(1)}));
-  forget();
 }
 
-TEST_F(HandlerTest, SessionIsUnsigned16Bit) {
+TEST_F(LooseHandlerTest, SessionIsUnsigned16Bit) {
   const VmHello hello{.token = openRdpChannel(), .session = 0xFFFF, .capabilities = 0x10};
   handle(message(hello));
   EXPECT_EQ(log.take(), concat({matched(hello, "10"), shared(65535)}));
-  forget();
 }
 
-TEST_F(HandlerTest, OtherFieldsOfTheHelloAreNotLookedAt) {
+TEST_F(LooseHandlerTest, OtherFieldsOfTheHelloAreNotLookedAt) {
   const VmHello hello{.token = openRdpChannel(), .session = 1, .capabilities = 0x10};
   Bytes bytes = message(hello);
   for (std::size_t i : {8U, 9U, 10U, 11U, 12U, 15U, 16U, 17U, 24U, 31U}) bytes[i] = 0xEE;
   handle(bytes);
   EXPECT_EQ(log.take(), concat({matched(hello, "10"), shared(1)}));
-  forget();
 }
 
-TEST_F(HandlerTest, ShortLengthIsNotRejected) {
+TEST_F(LooseHandlerTest, ShortLengthIsNotRejected) {
   const VmHello hello{.token = openRdpChannel(), .session = 1, .capabilities = 0x10};
   Bytes bytes = message(hello);
   for (const int length : {1, 31, 35}) {
     plugin.Handler(bytes.data(), length);
     EXPECT_EQ(log.take(), concat({matched(hello, "10"), shared(1)})) << length;
   }
-  forget();
 }
 
-TEST_F(HandlerTest, EachMatchingHelloRepeatsEverything) {
+TEST_F(LooseHandlerTest, EachMatchingHelloRepeatsEverything) {
   const VmHello hello{.token = openRdpChannel(), .session = 1, .capabilities = 0x10};
   handle(message(hello));
   handle(message(hello));
   EXPECT_EQ(ipc.take().size(), 6U);
-  forget();
 }
 
-TEST_F(HandlerTest, WrongTokenIsDropped) {
+TEST_F(LooseHandlerTest, WrongTokenIsDropped) {
   const unsigned int token = openRdpChannel();
   const unsigned int wrong = token ^ 0x8000U;
   handle(message(VmHello{.token = wrong, .major = 9, .capabilities = 0x10}));
@@ -112,14 +109,12 @@ TEST_F(HandlerTest, WrongTokenIsDropped) {
                            "], Own[" + std::to_string(token) + "]")}));
   handle(message(VmHello{.token = token, .capabilities = 0x10}));
   EXPECT_EQ(log.take().size(), 10U) << "the right one still counts";
-  forget();
 }
 
-TEST_F(HandlerTest, BeforeAnyHelloTheTokenIsZero) {
+TEST_F(LooseHandlerTest, BeforeAnyHelloTheTokenIsZero) {
   const VmHello hello{.token = 0, .session = 2, .capabilities = 0x10};
   handle(message(hello));
   EXPECT_EQ(log.take(), concat({matched(hello, "10"), shared(2)}));
-  forget();
 }
 
 TEST_F(HandlerTest, WithoutTheServiceOnlyThePolicyIsAdapted) {
@@ -131,14 +126,13 @@ TEST_F(HandlerTest, WithoutTheServiceOnlyThePolicyIsAdapted) {
   EXPECT_EQ(ipc.take(), Lines{"IsConnected"});
 }
 
-TEST_F(HandlerTest, WithoutTheServiceNoReadyEventFollows) {
+TEST_F(LooseHandlerTest, WithoutTheServiceNoReadyEventFollows) {
   const VmHello hello{.token = openRdpChannel()};
   ipc.connected = false;
   handle(message(hello));
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   EXPECT_EQ(log.take(), concat({matched(hello, "0"),
                                 {warning("[Handler][1386] >>>>IPC is NOT connected!<<<<")}}));
-  forget();
 }
 
 TEST_F(HandlerTest, FailedPolicySendIsNotActedUpon) {

@@ -21,6 +21,8 @@ class Hello : public PluginTest {
   }
 };
 
+using LooseHello = Loose<Hello>;
+
 TEST_F(Hello, FollowsTheVmsChannelOpened) {
   startRdp();
   const TokenWindow window;
@@ -47,23 +49,21 @@ TEST_F(Hello, LogsTheHostsResultAndOpensTheChannelAllTheSame) {
   EXPECT_EQ(host.takeSent().size(), 1U);
 }
 
-TEST_F(Hello, WithdrawsBeforeItGreets) {
+TEST_F(LooseHello, WithdrawsBeforeItGreets) {
   startRdp();
   std::size_t greeted = 99;
   ipc.duringSend = [&] { greeted = host.takeSent().size(); };
   handle(message(3));
   EXPECT_EQ(greeted, 0U);
   ipc.duringSend = nullptr;
-  forget();
 }
 
-TEST_F(Hello, PayloadAndHeaderOfChannelOpenedAreNotRead) {
+TEST_F(LooseHello, PayloadAndHeaderOfChannelOpenedAreNotRead) {
   startRdp();
   Bytes opening = message(3, "junk", 77);
   for (std::size_t i = 16; i < 32; ++i) opening[i] = 0xEE;
   handle(opening);
   EXPECT_EQ(host.takeSent().size(), 1U);
-  forget();
 }
 
 TEST_F(Hello, EachOpeningHasATokenOfItsOwnTime) {
@@ -77,7 +77,7 @@ TEST_F(Hello, EachOpeningHasATokenOfItsOwnTime) {
   }
 }
 
-TEST_F(Hello, NewTokenReplacesTheOldOne) {
+TEST_F(LooseHello, NewTokenReplacesTheOldOne) {
   startRdp();
   const unsigned int first = openRdpChannel();
   unsigned int second = first;
@@ -89,7 +89,6 @@ TEST_F(Hello, NewTokenReplacesTheOldOne) {
   EXPECT_EQ(log.take().at(1),
             warning("[Handler][1392] Token is dismatch! Recv[" + std::to_string(first) + "], Own[" +
                     std::to_string(second) + "]"));
-  forget();
 }
 
 TEST_F(Hello, SpiceAndRdpHellosShareOneToken) {
@@ -101,7 +100,7 @@ TEST_F(Hello, SpiceAndRdpHellosShareOneToken) {
                     "], Own[" + std::to_string(token) + "]"));
 }
 
-TEST_F(Hello, WithoutSendFunctionTheChannelIsClosedAndTheTokenRenewed) {
+TEST_F(LooseHello, WithoutSendFunctionTheChannelIsClosedAndTheTokenRenewed) {
   startSpice();
   const unsigned int token = openSpiceChannel();
   plugin.DeInit();
@@ -123,25 +122,22 @@ TEST_F(Hello, WithoutSendFunctionTheChannelIsClosedAndTheTokenRenewed) {
   ASSERT_TRUE(line.starts_with(prefix)) << line;
   EXPECT_TRUE(window.contains(static_cast<unsigned int>(std::stoul(line.substr(prefix.size())))))
       << line << ", the old one was " << token;
-  forget();
 }
 
-TEST_F(Hello, SpiceHostWithoutRdpFunctionClosesItsChannel) {
+TEST_F(LooseHello, SpiceHostWithoutRdpFunctionClosesItsChannel) {
   startSpice();
   openSpiceChannel();
   handle(message(3));
   EXPECT_EQ(log.take().at(4), critical("RdpSendHello: RDP send data callback is NULL!!!"));
   EXPECT_EQ(ipc.receive(message(6)), 30);
-  forget();
 }
 
-TEST_F(Hello, WithdrawalThatCannotBeSentDoesNotStopIt) {
+TEST_F(LooseHello, WithdrawalThatCannotBeSentDoesNotStopIt) {
   startRdp();
   ipc.sendResults = {5};
   handle(message(3));
   EXPECT_EQ(host.takeSent().size(), 1U);
   EXPECT_EQ(log.take().at(2), warning("Send ipc data failed! error:5"));
-  forget();
 }
 
 }  // namespace

@@ -29,6 +29,8 @@ class IpcSettings : public PluginTest {
   std::string app = applicationDir();
 };
 
+using LooseIpcSettings = Loose<IpcSettings>;
+
 TEST_F(IpcSettings, NameAndPathAreTaken) {
   EXPECT_EQ(settingsOf(R"({"ipc_name":"svc","relative_path":"./ipc"})"),
             concat({settingsLines("svc", "./ipc", app + "/ipc"), {useLine("svc", app + "/ipc")}}));
@@ -94,20 +96,19 @@ const Lines kBothNull = {info("[ParseConfigJson] Enter!"),
                          info(R"([ParseConfigJson] path: "")"),
                          warning("[ParseConfigJson][83] Get [relative_path] value is NULL!")};
 
-class EmptyValues : public IpcSettings, public testing::WithParamInterface<std::string> {};
+class EmptyValues : public Loose<IpcSettings>, public testing::WithParamInterface<std::string> {};
 
 TEST_P(EmptyValues, KeepThePresets) {
   EXPECT_EQ(settingsOf(R"({"ipc_name":)" + GetParam() + R"(,"relative_path":)" + GetParam() + "}"),
             concat({kBothNull,
                     {info("Use ipc lib path: " + inQuotes(app)), info("[ParseConfigJson] Leave!"),
                      useLine("lumsar", app)}}));
-  forget();
 }
 
 INSTANTIATE_TEST_SUITE_P(Values, EmptyValues,
                          testing::Values(R"("")", "5", "true", "null", "{}", R"(["svc"])"));
 
-TEST_F(IpcSettings, NumberAsNameKeepsThePresetAndGoesOn) {
+TEST_F(LooseIpcSettings, NumberAsNameKeepsThePresetAndGoesOn) {
   EXPECT_EQ(settingsOf(R"({"ipc_name":5,"relative_path":"./ipc"})"),
             concat({{info("[ParseConfigJson] Enter!"),
                      warning("[ParseConfigJson][62] Get [ipc_name] value is NULL!"),
@@ -115,46 +116,40 @@ TEST_F(IpcSettings, NumberAsNameKeepsThePresetAndGoesOn) {
                      info(R"([ParseConfigJson] path: "./ipc")"),
                      info("Use ipc lib path: " + inQuotes(app + "/ipc")),
                      info("[ParseConfigJson] Leave!"), useLine("lumsar", app + "/ipc")}}));
-  forget();
 }
 
-TEST_F(IpcSettings, NullNameWithoutPath) {
+TEST_F(LooseIpcSettings, NullNameWithoutPath) {
   EXPECT_EQ(settingsOf(R"({"ipc_name":null})"),
             (Lines{info("[ParseConfigJson] Enter!"),
                    warning("[ParseConfigJson][62] Get [ipc_name] value is NULL!"),
                    info(R"(Use ipc channel name: "lumsar")"),
                    warning("[ParseConfigJson][89] Cannot find item[relative_path]!"),
                    useLine("lumsar", app)}));
-  forget();
 }
 
-TEST_F(IpcSettings, KeysAreCaseSensitive) {
+TEST_F(LooseIpcSettings, KeysAreCaseSensitive) {
   EXPECT_EQ(settingsOf(R"({"IPC_NAME":"svc","Relative_Path":"./ipc"})").at(1),
             warning("[ParseConfigJson][68] Cannot find item[ipc_name]!"));
-  forget();
 }
 
-TEST_F(IpcSettings, TheNameReachesTheLibraryAsUtf8) {
+TEST_F(LooseIpcSettings, TheNameReachesTheLibraryAsUtf8) {
   EXPECT_EQ(spiceInit(R"({"ipc_name":"camera é","relative_path":"./ipc"})"), 0);
   EXPECT_EQ(ipc.take(), (Lines{"Create vm-7", "IsConnected", "Connect camera é"}));
-  forget();
 }
 
-TEST_F(IpcSettings, EachInitStartsFromThePresets) {
+TEST_F(LooseIpcSettings, EachInitStartsFromThePresets) {
   startSpice(R"({"ipc_name":"svc","relative_path":"./ipc"})");
   plugin.DeInit();
   forget();
   EXPECT_EQ(spiceInit(R"({"quality":"9"})"), 0);
   EXPECT_EQ(ipc.take(), (Lines{"Create vm-7", "IsConnected", "Connect lumsar"}));
-  forget();
 }
 
-TEST_F(IpcSettings, RdpIgnoresThePath) {
+TEST_F(LooseIpcSettings, RdpIgnoresThePath) {
   EXPECT_EQ(rdpInit(), 0);
   const Lines lines = log.take();
   EXPECT_EQ(std::ranges::count(lines, useLine("lumsar", "./Device Redirect")), 1);
   EXPECT_EQ(std::ranges::count(lines, info(R"(Use ipc lib path: "")")), 1);
-  forget();
 }
 
 }  // namespace

@@ -36,6 +36,8 @@ class LibraryBinding : public PluginTest {
   std::string app = applicationDir();
 };
 
+using LooseLibraryBinding = Loose<LibraryBinding>;
+
 // What the loader says about a symbol that the library at `path` lacks.
 std::string loaderText(const std::string& path, const char* symbol) {
   void* handle = dlopen(path.c_str(), RTLD_LAZY);
@@ -54,7 +56,6 @@ TEST_P(MissingSymbol, FailsWithOneLineAndUnloads) {
   EXPECT_EQ(objectLines(configFor("without_" + symbol), 1),
             failure(dir, {warning("Load function for " + symbol + " failed! err: " + text)}));
   EXPECT_FALSE(isLibraryLoaded(dir));
-  forget();
   startSpice();
 }
 
@@ -65,13 +66,12 @@ INSTANTIATE_TEST_SUITE_P(Symbols, MissingSymbol,
                                          "VDI_IpcClientSendData", "VDI_IpcClientSyncCall"),
                          [](const auto& symbol) { return std::string(symbol.param); });
 
-TEST_F(LibraryBinding, FirstMissingSymbolIsNamed) {
+TEST_F(LooseLibraryBinding, FirstMissingSymbolIsNamed) {
   const std::string dir = app + "/empty";
   const std::string text = loaderText(dir + "/libvdi_ipc.so", "VDI_CreateIpcClient");
   EXPECT_EQ(objectLines(configFor("empty"), 1),
             failure(dir, {warning("Load function for VDI_CreateIpcClient failed! err: " + text)}));
   EXPECT_FALSE(isLibraryLoaded(dir));
-  forget();
 }
 
 TEST_F(LibraryBinding, FileThatIsNoLibrary) {
@@ -80,7 +80,6 @@ TEST_F(LibraryBinding, FileThatIsNoLibrary) {
 
 TEST_F(LibraryBinding, NoFile) {
   EXPECT_EQ(objectLines(configFor("nowhere"), 1), notLoadable(app + "/nowhere"));
-  forget();
   startSpice();
 }
 
@@ -90,30 +89,27 @@ TEST_F(LibraryBinding, NoSearchPathIsConsulted) {
   EXPECT_EQ(objectLines(configFor("nowhere"), 1), notLoadable(app + "/nowhere"));
 }
 
-TEST_F(LibraryBinding, SymbolsThatTheLibraryLacksItselfAreLookedUpOnlyWhenCalled) {
+TEST_F(LooseLibraryBinding, SymbolsThatTheLibraryLacksItselfAreLookedUpOnlyWhenCalled) {
   EXPECT_EQ(spiceInit(configFor("unresolved")), 0);
-  forget();
 }
 
-TEST_F(LibraryBinding, TrailingSlashStaysAndGivesTwo) {
+TEST_F(LooseLibraryBinding, TrailingSlashStaysAndGivesTwo) {
   const std::string dir = libraryDir() + "/";
   EXPECT_EQ(
       objectLines(configFor("ipc/"), 0),
       (Lines{info("Lumsar::Init: Enter!"), info("lib path: " + inQuotes(dir + "/libvdi_ipc.so"))}));
-  forget();
 }
 
-TEST_F(LibraryBinding, PathIsUtf8) {
+TEST_F(LooseLibraryBinding, PathIsUtf8) {
   const std::string dir = app + "/ipc-é";
   std::error_code exists;
   std::filesystem::create_directory_symlink("ipc", dir, exists);
   EXPECT_EQ(objectLines(configFor("ipc-é"), 0),
             (Lines{info("Lumsar::Init: Enter!"), info("lib path: \"" + dir + "/libvdi_ipc.so\"")}));
   EXPECT_TRUE(isLibraryLoaded(dir));
-  forget();
 }
 
-TEST_F(LibraryBinding, UnloadedByDeInitAndLoadedAgainByInit) {
+TEST_F(LooseLibraryBinding, UnloadedByDeInitAndLoadedAgainByInit) {
   startSpice();
   EXPECT_TRUE(isLibraryLoaded(libraryDir()));
   plugin.DeInit();
@@ -121,10 +117,9 @@ TEST_F(LibraryBinding, UnloadedByDeInitAndLoadedAgainByInit) {
   forget();
   EXPECT_EQ(objectLines(kConfig, 0).size(), 2U);
   EXPECT_TRUE(isLibraryLoaded(libraryDir()));
-  forget();
 }
 
-TEST_F(LibraryBinding, StaysLoadedWhenTheClientCannotBeMade) {
+TEST_F(LooseLibraryBinding, StaysLoadedWhenTheClientCannotBeMade) {
   ipc.makesClient = false;
   EXPECT_EQ(spiceInit(), 1);
   EXPECT_TRUE(isLibraryLoaded(libraryDir()));
@@ -134,10 +129,9 @@ TEST_F(LibraryBinding, StaysLoadedWhenTheClientCannotBeMade) {
   startSpice();
   plugin.DeInit();
   EXPECT_TRUE(isLibraryLoaded(libraryDir())) << "the first reference is lost";
-  forget();
 }
 
-TEST_F(LibraryBinding, ParametersHoldTheFourCallbacksAndTheObject) {
+TEST_F(LooseLibraryBinding, ParametersHoldTheFourCallbacksAndTheObject) {
   startSpice();
   const lumsar::IpcClientParams& params = ipc.paramsCopy;
   EXPECT_EQ(params.onConnect(3, params.userData), 0);
@@ -149,7 +143,6 @@ TEST_F(LibraryBinding, ParametersHoldTheFourCallbacksAndTheObject) {
   EXPECT_EQ(log.take(), Lines{warning("[OnReceive] >>>>Unknown IPC message type[7]<<<<")});
   EXPECT_EQ(params.onClose(3, 4, params.userData), 0);
   EXPECT_EQ(log.take().at(0), warning("Ipc connection disconnet!! connect id: 3 , error: 4"));
-  forget();
 }
 
 TEST_F(LibraryBinding, ParametersStayWhereTheyAre) {
@@ -160,7 +153,6 @@ TEST_F(LibraryBinding, ParametersStayWhereTheyAre) {
   EXPECT_GT(record, object) << "the record lives inside the object";
   EXPECT_LT(record, object + 4096);
   plugin.DeInit();
-  forget();
   startSpice();
   EXPECT_EQ(ipc.params, first);
 }
@@ -194,7 +186,6 @@ INSTANTIATE_TEST_SUITE_P(Lengths, ClientName,
 TEST_F(LibraryBinding, ShorterNameLeavesNothingOfALongerOne) {
   startSpice(kConfig, kForty);
   plugin.DeInit();
-  forget();
   startSpice(kConfig, "vm");
   EXPECT_EQ(std::string(ipc.paramsCopy.clientName, 32), "vm" + std::string(30, '\0'));
 }

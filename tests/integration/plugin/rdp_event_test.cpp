@@ -7,6 +7,7 @@ namespace lumsar_test {
 namespace {
 
 using RdpEvent = PluginTest;
+using LooseRdpEvent = Loose<RdpEvent>;
 
 const Lines kClosed = {info("RdpEvent: Enter! event: 1"),
                        info("RdpEvent: Rdp vchannel is Closed! Unredirect all cameras!"),
@@ -31,17 +32,16 @@ TEST_F(RdpEvent, OpeningLeavesAnOpenChannelOpen) {
   EXPECT_EQ(host.takeSent().size(), 1U);
 }
 
-TEST_F(RdpEvent, ClosingWithdrawsAllCamerasAndClosesTheChannel) {
+TEST_F(LooseRdpEvent, ClosingWithdrawsAllCamerasAndClosesTheChannel) {
   startRdp();
   openRdpChannel();
   plugin.RdpEvent(1);
   EXPECT_EQ(log.take(), concat({kClosed, {info("RdpEvent: Leave!")}}));
   EXPECT_EQ(ipc.take(), Lines{sendOf(5)});
   EXPECT_EQ(ipc.receive(message(6)), 30);
-  forget();
 }
 
-TEST_F(RdpEvent, ClosingClosesTheChannelBeforeItWithdraws) {
+TEST_F(LooseRdpEvent, ClosingClosesTheChannelBeforeItWithdraws) {
   startRdp();
   openRdpChannel();
   int status = -1;
@@ -49,7 +49,6 @@ TEST_F(RdpEvent, ClosingClosesTheChannelBeforeItWithdraws) {
   plugin.RdpEvent(1);
   ipc.duringSend = nullptr;
   EXPECT_EQ(status, 30);
-  forget();
 }
 
 TEST_F(RdpEvent, ClosingWithoutAnyHelloWithdrawsToo) {

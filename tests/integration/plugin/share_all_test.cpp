@@ -7,6 +7,7 @@ namespace lumsar_test {
 namespace {
 
 using ShareAll = PluginTest;
+using LooseShareAll = Loose<ShareAll>;
 
 std::string sessionText(int id) {
   return R"({"sessionId":)" + std::to_string(id) + R"(,"vmId":"vm-7"})";
@@ -54,12 +55,11 @@ TEST_F(ShareAll, BeforeInitializationIs16) {
                                critical("[ShareAll] >>>>lumsar NOT initialized!<<<<\n")}));
 }
 
-TEST_F(ShareAll, AfterDeInitializationIs16) {
+TEST_F(LooseShareAll, AfterDeInitializationIs16) {
   startRdp();
   plugin.RdpDeInit();
   forget();
   EXPECT_EQ(plugin.ShareAll(0), 16);
-  forget();
 }
 
 TEST_F(ShareAll, WorksForASpiceHostToo) {
@@ -78,7 +78,7 @@ TEST_F(ShareAll, DoesNotAskForAConnectionAndReturnsTheSendsError) {
   EXPECT_EQ(ipc.take(), Lines{sendOf(9, sessionText(0))});
 }
 
-TEST_F(ShareAll, TakesNoLock) {
+TEST_F(LooseShareAll, TakesNoLock) {
   startSpice();
   ipc.duringSend = [&] {
     ipc.duringSend = nullptr;
@@ -86,7 +86,6 @@ TEST_F(ShareAll, TakesNoLock) {
   };
   EXPECT_EQ(ctrl(R"({"command":"unshareall"})"), 0);
   EXPECT_EQ(ipc.take().size(), 3U);
-  forget();
 }
 
 }  // namespace

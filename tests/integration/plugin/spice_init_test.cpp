@@ -26,7 +26,9 @@ class SpiceInit : public PluginTest {
   }
 };
 
-TEST_F(FreshPluginTest, FirstInitMakesTheObjectAfterLoggingTheVmId) {
+using LooseSpiceInit = Loose<SpiceInit>;
+
+TEST_F(LooseFreshPluginTest, FirstInitMakesTheObjectAfterLoggingTheVmId) {
   EXPECT_EQ(spiceInit(), 0);
   const Lines lines = log.take();
   ASSERT_GT(lines.size(), 3U);
@@ -37,7 +39,6 @@ TEST_F(FreshPluginTest, FirstInitMakesTheObjectAfterLoggingTheVmId) {
       std::regex(R"(info: Compile time:  [A-Z][a-z]{2} [ 1-3]\d \d{4} ,  \d{2}:\d{2}:\d{2})")))
       << lines[2];
   EXPECT_TRUE(lines[3].starts_with("info: [Init][")) << lines[3];
-  forget();
 }
 
 TEST_F(SpiceInit, LogsEveryStepInOrder) {
@@ -95,14 +96,13 @@ TEST_F(SpiceInit, EmptySendFuncIsRefusedAfterTheConfigurationWasLogged) {
                     {critical("Init: send func or event func is NULL!"), info("Init: Leave!")}}));
 }
 
-TEST_F(SpiceInit, EmptyEventFuncIsRefusedAndNeitherCallableIsStored) {
+TEST_F(LooseSpiceInit, EmptyEventFuncIsRefusedAndNeitherCallableIsStored) {
   EXPECT_EQ(plugin.Init(host.sendFunc(), {}, "vm-7", kConfig), 2);
   EXPECT_EQ(takeLog(),
             concat({begin(kConfig),
                     {critical("Init: send func or event func is NULL!"), info("Init: Leave!")}}));
   plugin.Event(0);
   EXPECT_EQ(host.takeSent().size(), 0U);
-  forget();
 }
 
 TEST_F(SpiceInit, EmptyCallablesWithEmptyConfiguration) {
@@ -114,7 +114,7 @@ TEST_F(SpiceInit, EmptyCallablesWithEmptyConfiguration) {
                    critical("Init: send func or event func is NULL!"), info("Init: Leave!")}));
 }
 
-TEST_F(SpiceInit, SecondInitIsRefusedAndKeepsTheFirstCallables) {
+TEST_F(LooseSpiceInit, SecondInitIsRefusedAndKeepsTheFirstCallables) {
   startSpice();
   int called = 0;
   const auto other = [&](unsigned char*, int) { return ++called; };
@@ -125,15 +125,13 @@ TEST_F(SpiceInit, SecondInitIsRefusedAndKeepsTheFirstCallables) {
   plugin.Event(0);
   EXPECT_EQ(host.takeSent().size(), 1U);
   EXPECT_EQ(called, 0);
-  forget();
 }
 
-TEST_F(SpiceInit, SecondInitKeepsTheVmId) {
+TEST_F(LooseSpiceInit, SecondInitKeepsTheVmId) {
   startSpice();
   EXPECT_EQ(spiceInit(kConfig, "vm-8"), 17);
   plugin.ShareAll(3);
   EXPECT_EQ(ipc.take(), Lines{sendOf(9, R"({"sessionId":3,"vmId":"vm-7"})")});
-  forget();
 }
 
 TEST_F(SpiceInit, MissingLibraryFailsWithOne) {
@@ -152,12 +150,11 @@ TEST_F(SpiceInit, MissingLibraryFailsWithOne) {
             critical("Init: lumsar initialize failed!"), info("Init: Leave!")}}));
 }
 
-TEST_F(SpiceInit, FailedInitKeepsTheCallables) {
+TEST_F(LooseSpiceInit, FailedInitKeepsTheCallables) {
   EXPECT_EQ(spiceInit(configFor("nowhere")), 1);
   forget();
   plugin.Event(0);
   EXPECT_EQ(host.takeSent().size(), 1U);
-  forget();
 }
 
 TEST_F(SpiceInit, ClientThatCannotBeMadeFailsWithOne) {
@@ -211,22 +208,20 @@ TEST_F(SpiceInit, StaysInitializedAfterAFailedConnection) {
   startSpice();
 }
 
-TEST_F(SpiceInit, ConfigurationEndsAtItsFirstZeroByte) {
+TEST_F(LooseSpiceInit, ConfigurationEndsAtItsFirstZeroByte) {
   EXPECT_EQ(spiceInit(kConfig + std::string("\0garbage", 8)), 0);
   EXPECT_EQ(takeLog(), concat({untilConnect(),
                                {info(R"(Connect to  "svc"  SUCCESS!)"), info("Init: Leave!")}}));
-  forget();
 }
 
-TEST_F(SpiceInit, VmIdIsUtf8) {
+TEST_F(LooseSpiceInit, VmIdIsUtf8) {
   startSpice(kConfig, "vm-é");
   plugin.ShareAll(1);
   EXPECT_EQ(ipc.take(), Lines{sendOf(9, R"({"sessionId":1,"vmId":"vm-é"})")});
   EXPECT_STREQ(ipc.params->clientName, "vm-é");
-  forget();
 }
 
-TEST_F(SpiceInit, CallablesAreCopied) {
+TEST_F(LooseSpiceInit, CallablesAreCopied) {
   {
     auto sender = host.sendFunc();
     auto poster = host.postEventFunc();
@@ -239,10 +234,9 @@ TEST_F(SpiceInit, CallablesAreCopied) {
   EXPECT_EQ(host.takeSent().size(), 1U);
   EXPECT_EQ(ipc.closedCallback(1, 0), 0);
   EXPECT_EQ(host.takeEvents(1).size(), 1U);
-  forget();
 }
 
-TEST_F(SpiceInit, InitAfterDeInitTakesTheNewCallables) {
+TEST_F(LooseSpiceInit, InitAfterDeInitTakesTheNewCallables) {
   startSpice();
   plugin.DeInit();
   int called = 0;
@@ -250,7 +244,6 @@ TEST_F(SpiceInit, InitAfterDeInitTakesTheNewCallables) {
   ASSERT_EQ(plugin.Init(other, host.postEventFunc(), "vm-8", kConfig), 0);
   plugin.Event(0);
   EXPECT_EQ(called, 1);
-  forget();
 }
 
 }  // namespace

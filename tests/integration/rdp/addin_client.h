@@ -17,12 +17,12 @@
 #include <thread>
 #include <vector>
 
-namespace lumsar_test {
+namespace lumsar::test {
 
 // The options with which the add-in finds what the tests have built.
 inline std::vector<std::string> addInWords() {
   return {"lumsar", std::string("plugin:") + LUMSAR_PLUGIN,
-          std::string("ipc-library:") + LUMSAR_TEST_IPC};
+          std::string("ipc-library:") + LUMSAR_IPC_LIBRARY};
 }
 
 // An RDP client with one add-in; connects when it is made.
@@ -108,6 +108,6 @@ class AddInClient {
   std::thread m_thread;
 };
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test
 
 #endif

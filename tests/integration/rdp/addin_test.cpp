@@ -5,33 +5,25 @@
 #include "integration/rdp/addin_client.h"
 #include "integration/rdp/rig.h"
 
+namespace lumsar::test {
 namespace {
 
-using namespace lumsar_test;
-
-class RdpAddIn : public Rig {
- protected:
-  RdpAddIn() { setenv("LUMSAR_TEST_SERVICE", path("service").c_str(), 1); }
-  ~RdpAddIn() override { unsetenv("LUMSAR_TEST_DIRECTORY"); }
-};
+class RdpAddIn : public Rig {};
 
 // Nor does it take the client's working directory from it, though the plug-in wants another one.
 TEST_F(RdpAddIn, GivesItsClientTheCameras) {
-  setenv("LUMSAR_TEST_DIRECTORY", std::filesystem::current_path().c_str(), 1);
+  const auto before = std::filesystem::current_path();
   startService();
   startServer();
   {
     const AddInClient client(path("rdp"), path("state"), addInWords());
     ASSERT_TRUE(client.connected());
-    ASSERT_TRUE(server->waitForClient());
-    greet();
-    expectThrough(noise(1'000'000, 1));
-    server->send(message(lumsar::MSG_DATA, noise(70'000, 2)));
-    const auto data = service->messages().nextOf(lumsar::IPC_MSG_DATA);
-    ASSERT_TRUE(data);
-    EXPECT_EQ(payloadOf(*data), noise(70'000, 2));
+    beginSession();
+    EXPECT_EQ(service->directoryAtAccept(), before);
+    expectAtVm(noise(1'000'000, 1));
+    expectAtService(noise(70'000, 2));
   }
-  EXPECT_TRUE(service->waitUntilLeft());
+  EXPECT_TRUE(eventually([this] { return !service->connected(); }));
 }
 
 TEST_F(RdpAddIn, OneClientAfterAnother) {
@@ -40,9 +32,8 @@ TEST_F(RdpAddIn, OneClientAfterAnother) {
   for (int i = 0; i < 2; ++i) {
     const AddInClient client(path("rdp"), path("state"), addInWords());
     ASSERT_TRUE(client.connected());
-    ASSERT_TRUE(server->waitForClient());
-    greet();
-    expectThrough(noise(5000, 1));
+    beginSession();
+    expectAtVm(noise(5000, 1));
   }
 }
 
@@ -51,16 +42,15 @@ TEST_F(RdpAddIn, StaysWithAClientThatConnectsAgain) {
   startService();
   startServer();
   AddInClient client(path("rdp"), path("state"), addInWords());
-  ASSERT_TRUE(server->waitForClient());
-  greet();
+  beginSession();
   for (int i = 0; i < 2; ++i) {
-    service->send(message(lumsar::IPC_MSG_DATA, noise(4U << 20U, 1)));
+    service->send(message(IPC_MSG_DATA, noise(4U << 20U, 1)));
     server->dropClient();
     ASSERT_TRUE(client.connectAgain());
     ASSERT_TRUE(server->waitForClient());
     server->messages().clear();
-    greet();
-    expectThrough(noise(5000, 2));
+    handshake();
+    expectAtVm(noise(5000, 2));
   }
   EXPECT_TRUE(service->connected());
 }
@@ -69,12 +59,10 @@ TEST_F(RdpAddIn, RecoversFromALostCameraService) {
   startService();
   startServer();
   const AddInClient client(path("rdp"), path("state"), addInWords());
-  ASSERT_TRUE(server->waitForClient());
-  greet();
+  beginSession();
   service.reset();
   startService();
-  const auto bytes = server->messages().nextOf(lumsar::MSG_HELLO);
-  ASSERT_TRUE(bytes);
+  EXPECT_TRUE(nextHello());
 }
 
 // The user's desktop is worth more than the cameras.
@@ -90,3 +78,4 @@ TEST_F(RdpAddIn, SaysWhatIsWrongWithItsOptionsAndLetsTheClientConnect) {
 }
 
 }  // namespace
+}  // namespace lumsar::test

@@ -1,79 +1,81 @@
 #include "integration/rdp/camera_service.h"
 
-#include "integration/rdp/unix_socket.h"
+#include <sys/socket.h>
+
 #include "lumsar/assembler.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 
 CameraService::CameraService(const std::string& path)
-    : m_path(path), m_listener(listenAt(path)), m_thread([this] { run(); }) {}
+    : m_path(path), m_listener(path), m_thread([this] { run(); }) {}
 
 CameraService::~CameraService() {
   m_stopping = true;
+  stall(false);
   {
     const std::lock_guard lock(m_mutex);
-    if (m_client >= 0) shutdown(m_client, SHUT_RDWR);
+    if (m_peer.connected()) shutdown(m_peer.fd(), SHUT_RDWR);
   }
   m_thread.join();
-  close(m_listener);
   unlink(m_path.c_str());
 }
 
-void CameraService::send(const Bytes& bytes) {
+void CameraService::send(View bytes) {
   const std::lock_guard lock(m_mutex);
-  for (std::size_t done = 0; done < bytes.size() && m_client >= 0;) {
-    const ssize_t sent = ::send(m_client, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
-    if (sent <= 0) return;
-    done += static_cast<std::size_t>(sent);
-  }
+  m_peer.send(bytes);
+}
+
+void CameraService::sendFrame(std::uint32_t sequence, std::size_t size) {
+  const Bytes body = frameBody(sequence, noise(size, sequence));
+  send(message(IPC_MSG_DATA, record(CameraDataKind::Frame, 0, body, cameraClock())));
+}
+
+void CameraService::stall(bool stalled) {
+  m_stalled = stalled;
+  m_stalled.notify_all();
 }
 
 bool CameraService::connected() {
   const std::lock_guard lock(m_mutex);
-  return m_client >= 0;
+  return m_peer.connected();
 }
 
-bool CameraService::waitUntilLeft(milliseconds patience) {
-  const auto end = std::chrono::steady_clock::now() + patience;
-  while (connected() && std::chrono::steady_clock::now() < end) {
-    std::this_thread::sleep_for(milliseconds(5));
-  }
-  return !connected();
+std::filesystem::path CameraService::directoryAtAccept() {
+  const std::lock_guard lock(m_mutex);
+  return m_directory;
 }
 
 void CameraService::run() {
   while (!m_stopping) {
-    const int client = acceptSoon(m_listener);
-    if (client < 0) continue;
+    RawPeer peer = m_listener.accept(milliseconds(20));
+    if (peer.receive().empty()) continue;  // its name
     {
       const std::lock_guard lock(m_mutex);
-      m_client = client;
+      m_directory = std::filesystem::current_path();
+      m_peer = std::move(peer);
+      m_peer.send(message(IPC_MSG_CONNECT_ACCEPT));
     }
-    serve(client);
+    serve();
     const std::lock_guard lock(m_mutex);
-    close(client);
-    m_client = -1;
+    m_peer.close();
   }
 }
 
-void CameraService::serve(int client) {
-  lumsar::MessageAssembler assembler;
+void CameraService::serve() {
+  MessageAssembler assembler;
   Bytes buffer(256 * 1024);
   ssize_t size = 0;
-  while (!m_stopping && (size = recv(client, buffer.data(), buffer.size(), 0)) > 0) {
-    assembler.append({buffer.data(), static_cast<std::size_t>(size)});
-    for (auto bytes = assembler.next(); !bytes.empty(); bytes = assembler.next()) take(bytes);
-    while (m_stalled && !m_stopping) std::this_thread::sleep_for(milliseconds(5));
+  while (!m_stopping && (size = recv(m_peer.fd(), buffer.data(), buffer.size(), 0)) > 0) {
+    assembler.append(View(buffer).first(static_cast<std::size_t>(size)));
+    for (auto bytes = assembler.next(); !bytes.empty(); bytes = assembler.next()) answer(bytes);
+    m_stalled.wait(true);
   }
 }
 
-void CameraService::take(std::span<unsigned char> bytes) {
-  if (lumsar::readHeader(bytes.data()).type != lumsar::IPC_MSG_CAMERA_LIST) {
-    return m_messages.put(bytes);
-  }
-  constexpr std::string_view cameras = R"({"cameras":[]})";
-  send(message(lumsar::IPC_MSG_CAMERA_LIST,
-               {reinterpret_cast<const unsigned char*>(cameras.data()), cameras.size()}));
+void CameraService::answer(View bytes) {
+  const RedirMsgHeader header = headerOf(bytes);
+  if (header.type != IPC_MSG_CAMERA_LIST) return m_messages.put(bytes);
+  send(callMessage(header.type, R"({"cameras":[]})", callNumber(header)));
 }
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test

@@ -1,17 +1,18 @@
-// CameraService: the test's own camera service, for one plug-in at a time, over the socket that
-// ipc_over_socket.cpp connects to. Listens as long as it lives; its end is a killed service.
-// Answers the list call by itself; everything else waits in messages(). send() from any thread.
+// The test's own camera service, for one host at a time. It listens as long as it lives; its end is
+// a killed service. It answers the list call by itself; everything else waits in messages().
 #ifndef LUMSAR_TESTS_INTEGRATION_RDP_CAMERA_SERVICE_H
 #define LUMSAR_TESTS_INTEGRATION_RDP_CAMERA_SERVICE_H
 
 #include <atomic>
+#include <filesystem>
 #include <mutex>
 #include <string>
 #include <thread>
 
-#include "integration/rdp/messages.h"
+#include "support/message_queue.h"
+#include "support/raw_peer.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 
 class CameraService {
  public:
@@ -21,29 +22,32 @@ class CameraService {
   CameraService& operator=(const CameraService&) = delete;
 
   MessageQueue& messages() { return m_messages; }
-  void send(const Bytes& bytes);
+  // From any thread.
+  void send(View bytes);
+  // A frame that looks like nothing in particular.
+  void sendFrame(std::uint32_t sequence, std::size_t size);
   // Takes nothing as long as it is stalled.
-  void stall(bool stalled) { m_stalled = stalled; }
-  // Whether a plug-in is connected.
+  void stall(bool stalled);
   bool connected();
-  // Waits until none is.
-  bool waitUntilLeft(milliseconds patience = kPatience);
+  // This process's working directory while the latest host was being accepted, and so waited.
+  std::filesystem::path directoryAtAccept();
 
  private:
   void run();
-  void serve(int client);
-  void take(std::span<unsigned char> bytes);
+  void serve();
+  void answer(View bytes);
 
-  std::string m_path;
-  int m_listener;
-  std::mutex m_mutex;  // guards the client's descriptor and keeps messages whole
-  int m_client = -1;
+  const std::string m_path;
+  const RawListener m_listener;
+  std::mutex m_mutex;  // guards the connection's state and keeps messages whole
+  RawPeer m_peer;
+  std::filesystem::path m_directory;
   std::atomic<bool> m_stopping{false};
   std::atomic<bool> m_stalled{false};
   MessageQueue m_messages;
   std::thread m_thread;
 };
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test
 
 #endif

@@ -13,7 +13,7 @@ struct Listener final : ChannelListener {
   void channelOpened() override { log += "opened;"; }
   void channelReceived(std::span<const unsigned char> /*bytes*/) override { log += "received;"; }
   void channelClosed(const std::string& /*why*/) override { log += "closed;"; }
-  void channelTrouble(const std::string& why) override { log += why + ";"; }
+  void channelUnavailable(const std::string& why) override { log += why + ";"; }
   void channelRefused(const std::string& /*why*/) override { log += "refused;"; }
   std::string log;
 };

@@ -6,9 +6,8 @@
 
 #include "integration/rdp/rig.h"
 
+namespace lumsar::test {
 namespace {
-
-using namespace lumsar_test;
 
 class RdpData : public Rig {
  protected:
@@ -17,23 +16,22 @@ class RdpData : public Rig {
 
   // Sends camera data of these payload sizes, many at once, and expects each at the VM.
   void expectAllThrough(const std::vector<std::size_t>& sizes) {
-    startAll();
-    greet();
+    startSession();
     std::size_t sent = 0;
     std::size_t onTheWay = 0;
     for (std::size_t i = 0; i < sizes.size(); ++i) {
       while (sent < sizes.size() && (sent == i || onTheWay + sizes[sent] < kOnTheWay)) {
-        service->send(message(lumsar::IPC_MSG_DATA, noise(sizes[sent], numbered(sent))));
+        service->send(message(IPC_MSG_DATA, noise(sizes[sent], numbered(sent))));
         onTheWay += sizes[sent++];
       }
-      const auto arrived = server->messages().nextOf(lumsar::MSG_DATA);
+      const auto arrived = server->messages().nextOf(MSG_DATA);
       ASSERT_TRUE(arrived && payloadOf(*arrived) == noise(sizes[i], numbered(i)))
           << "payload of " << sizes[i] << " bytes did not arrive as it was";
       onTheWay -= sizes[i];
     }
     EXPECT_EQ(server->strayBytes(), 0U);
-    EXPECT_LE(server->largestPiece(), static_cast<std::size_t>(lumsar::kRdpPieceSize));
-    EXPECT_EQ(host->stop(), 0);
+    EXPECT_LE(server->largestPiece(), static_cast<std::size_t>(kRdpFragmentSize));
+    stopHost();
   }
 
   static std::uint32_t numbered(std::size_t i) { return static_cast<std::uint32_t>(i); }
@@ -48,7 +46,7 @@ TEST_F(RdpData, AroundEveryMultipleOfThePieceSize) {
   if (!all) multiples.insert(multiples.end(), {256, 333, 1000, 2048, 2730});
   std::vector<std::size_t> sizes;
   for (const std::size_t pieces : multiples) {
-    const std::size_t payload = pieces * std::size_t{lumsar::kRdpPieceSize} - lumsar::kHeaderSize;
+    const std::size_t payload = pieces * std::size_t{kRdpFragmentSize} - kHeaderSize;
     for (const std::size_t size : {payload - 1, payload, payload + 1}) sizes.push_back(size);
   }
   expectAllThrough(sizes);
@@ -61,34 +59,31 @@ TEST_F(RdpData, FromOneByteToFourMegabytes) {
 }
 
 TEST_F(RdpData, HostWithNothingToSendSleeps) {
-  startAll();
-  greet();
-  expectThrough(noise(100'000, 1));
+  startSession();
+  expectAtVm(noise(100'000, 1));
   const auto before = host->processorTime();
   ASSERT_GT(before, milliseconds(0));
   std::this_thread::sleep_for(seconds(2));
   EXPECT_LT(host->processorTime() - before, milliseconds(300));
-  EXPECT_EQ(host->stop(), 0);
 }
 
 TEST_F(RdpData, BothWaysAtOnce) {
   constexpr std::size_t kCount = 30;
   constexpr std::size_t kSize = 300'000;
-  startAll();
-  greet();
+  startSession();
   std::thread fromVm([&] {
     for (std::uint32_t i = 0; i < kCount; ++i) {
-      server->send(message(lumsar::MSG_DATA, noise(kSize, 1000 + i)));
+      server->send(message(MSG_DATA, noise(kSize, 1000 + i)));
     }
   });
   std::thread fromService([&] {
     for (std::uint32_t i = 0; i < kCount; ++i) {
-      service->send(message(lumsar::IPC_MSG_DATA, noise(kSize, i)));
+      service->send(message(IPC_MSG_DATA, noise(kSize, i)));
     }
   });
   for (std::uint32_t i = 0; i < kCount; ++i) {
-    const auto down = service->messages().nextOf(lumsar::IPC_MSG_DATA);
-    const auto up = server->messages().nextOf(lumsar::MSG_DATA);
+    const auto down = service->messages().nextOf(IPC_MSG_DATA);
+    const auto up = server->messages().nextOf(MSG_DATA);
     if (!down || !up) {
       ADD_FAILURE() << "the data stopped at number " << i;
       break;
@@ -98,38 +93,33 @@ TEST_F(RdpData, BothWaysAtOnce) {
   }
   fromVm.join();
   fromService.join();
-  EXPECT_EQ(host->stop(), 0);
 }
 
 TEST_F(RdpData, StalledServerLosesWholeFramesOnlyAndNoControlMessage) {
-  startAll();
-  greet();
+  startSession();
   server->stall(true);
-  const auto end = std::chrono::steady_clock::now() + seconds(3);
-  std::uint32_t sequence = 0;
-  while (std::chrono::steady_clock::now() < end) {
-    service->send(frame(sequence++, 1'000'000));
-    std::this_thread::sleep_for(milliseconds(20));
-  }
+  constexpr std::uint32_t kFrames = 150;
+  for (std::uint32_t i = 0; i < kFrames; ++i) service->sendFrame(i, 1'000'000);
   expectGrowthBelow(32L * 1024);
   const Bytes control = noise(5000, 77);
-  service->send(message(lumsar::IPC_MSG_DATA, control));
+  service->send(message(IPC_MSG_DATA, control));
   server->stall(false);
 
   std::size_t frames = 0;
   bool controlArrived = false;
   while (!controlArrived) {
-    const auto arrived = server->messages().nextOf(lumsar::MSG_DATA);
+    const auto arrived = server->messages().nextOf(MSG_DATA);
     ASSERT_TRUE(arrived);
     controlArrived = payloadOf(*arrived) == control;
     frames += controlArrived ? 0 : 1;
   }
   EXPECT_GT(frames, 0U);
-  EXPECT_LT(frames, sequence);
+  EXPECT_LT(frames, kFrames);
   EXPECT_EQ(server->strayBytes(), 0U);
   EXPECT_EQ(server->clients(), 1) << "the connection was lost";
-  EXPECT_EQ(host->stop(), 0);
+  stopHost();
   EXPECT_EQ(host->countOf("\"dropped\":0"), 0);
 }
 
 }  // namespace
+}  // namespace lumsar::test

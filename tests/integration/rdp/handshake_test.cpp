@@ -2,86 +2,78 @@
 // and what comes back, byte for byte.
 #include "integration/rdp/rig.h"
 
+namespace lumsar::test {
 namespace {
-
-using namespace lumsar_test;
 
 class RdpHandshake : public Rig {};
 
 TEST_F(RdpHandshake, OpeningWithdrawsAllCamerasAndSendsHello) {
-  startAll();
+  start();
+  ASSERT_TRUE(server->waitForClient());
   service->messages().clear();
   ASSERT_TRUE(askForHello());
   const auto first = service->messages().next();
   ASSERT_TRUE(first);
-  EXPECT_EQ(*first, message(lumsar::IPC_MSG_UNSHARE_ALL));
-  EXPECT_EQ(host->stop(), 0);
+  EXPECT_EQ(*first, message(IPC_MSG_UNSHARE_ALL));
 }
 
 TEST_F(RdpHandshake, AnswerWithShareAllSharesWithTheSession) {
-  startAll();
+  start();
+  ASSERT_TRUE(server->waitForClient());
   const auto hello = askForHello();
   ASSERT_TRUE(hello);
   answer(*hello, 0x13, 4711);
-  const auto policy = service->messages().nextOf(lumsar::IPC_MSG_POLICY);
+  const auto policy = service->messages().nextOf(IPC_MSG_POLICY);
   ASSERT_TRUE(policy);
   EXPECT_EQ(policy->back(), 0);
   const auto share = service->messages().next();
   ASSERT_TRUE(share);
-  EXPECT_EQ(headerOf(*share).type, lumsar::IPC_MSG_REDIRECT_ALL);
+  EXPECT_EQ(headerOf(*share).type, IPC_MSG_REDIRECT_ALL);
   const Bytes payload = payloadOf(*share);
   EXPECT_NE(std::string(payload.begin(), payload.end()).find("4711"), std::string::npos);
   EXPECT_TRUE(host->says("VM answered, version 1.1"));
-  EXPECT_EQ(host->stop(), 0);
 }
 
 TEST_F(RdpHandshake, AnswerWithoutShareAllSharesNothing) {
-  startService();
-  startServer();
-  startHost({"--ignore-certificate", "--verbose"});
+  start({"--ignore-certificate", "--verbose"});
   ASSERT_TRUE(server->waitForClient());
-  greet(0x03);
+  handshake(0x03);
   EXPECT_FALSE(service->messages().next(milliseconds(300)));
   // An RDP host gives the plug-in nowhere to post its events.
   EXPECT_TRUE(host->says("Post event function is NULL! Ignore this post!"));
   EXPECT_EQ(host->countOf("ready to share cameras"), 0);
-  EXPECT_EQ(host->stop(), 0);
 }
 
 TEST_F(RdpHandshake, WrongTokenIsRefusedAndTheRightOneStillWorks) {
-  startAll();
+  start();
+  ASSERT_TRUE(server->waitForClient());
   auto hello = askForHello();
   ASSERT_TRUE(hello);
-  ASSERT_TRUE(service->messages().nextOf(lumsar::IPC_MSG_UNSHARE_ALL));
-  lumsar::HelloMessage wrong = *hello;
-  wrong.payload.token = static_cast<std::uint16_t>(wrong.payload.token + 1);
-  answer(wrong, 0x13);
+  ASSERT_TRUE(service->messages().nextOf(IPC_MSG_UNSHARE_ALL));
+  answer({.token = static_cast<std::uint16_t>(hello->token + 1)}, 0x13);
   EXPECT_TRUE(host->says("the VM answered an older HELLO"));
   EXPECT_FALSE(service->messages().next(milliseconds(200)));
-  answer(*hello, 0);
-  EXPECT_TRUE(service->messages().nextOf(lumsar::IPC_MSG_POLICY));
-  EXPECT_EQ(host->stop(), 0);
+  answer(*hello);
+  EXPECT_TRUE(service->messages().nextOf(IPC_MSG_POLICY));
 }
 
 TEST_F(RdpHandshake, ChannelClosedAndOpenedAgainByTheVm) {
-  startAll();
-  greet();
+  startSession();
   server->openChannel(false);
-  std::this_thread::sleep_for(milliseconds(100));
+  ASSERT_TRUE(server->settle());
   server->openChannel(true);
   service->messages().clear();
-  greet();
-  expectThrough(noise(100, 1));
+  handshake();
+  expectAtVm(noise(100, 1));
   EXPECT_EQ(server->clients(), 1);
-  EXPECT_EQ(host->stop(), 0);
 }
 
 TEST_F(RdpHandshake, InterruptedHostLeavesTheCameraService) {
-  startAll();
-  greet();
+  startSession();
   EXPECT_TRUE(service->connected());
-  EXPECT_EQ(host->stop(), 0);
-  EXPECT_TRUE(service->waitUntilLeft());
+  stopHost();
+  EXPECT_TRUE(eventually([this] { return !service->connected(); }));
 }
 
 }  // namespace
+}  // namespace lumsar::test

@@ -3,6 +3,8 @@
 #include <freerdp/channels/channels.h>
 #include <freerdp/channels/wtsvc.h>
 #include <freerdp/freerdp.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <winpr/ssl.h>
 #include <winpr/synch.h>
 #include <winpr/tools/makecert.h>
@@ -12,9 +14,7 @@
 #include <array>
 #include <csignal>
 
-#include "integration/rdp/unix_socket.h"
-
-namespace lumsar_test {
+namespace lumsar::test {
 
 namespace {
 
@@ -44,7 +44,7 @@ struct RdpServer::Context {
   rdpContext base;
   HANDLE manager;
   HANDLE channel;
-  lumsar::MessageAssembler* assembler;
+  MessageAssembler* assembler;
 };
 
 void makeCertificate(const std::string& directory, const std::string& name) {
@@ -65,8 +65,7 @@ void makeCertificate(const std::string& directory, const std::string& name) {
   if (!made) throw std::runtime_error("cannot make a certificate in " + directory);
 }
 
-RdpServer::RdpServer(RdpServerSetup setup)
-    : m_setup(std::move(setup)), m_listener(listenAt(m_setup.socket)) {
+RdpServer::RdpServer(RdpServerSetup setup) : m_setup(std::move(setup)), m_listener(m_setup.socket) {
   startLibrary();
   m_wantChannel = m_setup.opensChannel;
   m_thread = std::thread([this] { run(); });
@@ -75,7 +74,6 @@ RdpServer::RdpServer(RdpServerSetup setup)
 RdpServer::~RdpServer() {
   m_stopping = true;
   m_thread.join();
-  close(m_listener);
   unlink(m_setup.socket.c_str());
 }
 
@@ -84,34 +82,26 @@ void RdpServer::send(Bytes bytes) {
   m_outgoing.push_back(std::move(bytes));
 }
 
-bool RdpServer::waitForClient(milliseconds patience) {
-  const auto end = std::chrono::steady_clock::now() + patience;
-  while (!m_activated && std::chrono::steady_clock::now() < end) {
-    std::this_thread::sleep_for(milliseconds(kTick));
-  }
-  return m_activated;
-}
-
-bool RdpServer::waitUntilPainted(milliseconds patience) {
-  const auto end = std::chrono::steady_clock::now() + patience;
-  while (m_toPaint > 0 && std::chrono::steady_clock::now() < end) {
-    std::this_thread::sleep_for(milliseconds(kTick));
-  }
-  return m_toPaint <= 0;
+bool RdpServer::waitForBytes(int size) {
+  return eventually([&] {
+    int waiting = 0;
+    return ioctl(m_socket, FIONREAD, &waiting) == 0 && waiting >= size;
+  });
 }
 
 void RdpServer::run() {
   while (!m_stopping) {
-    const int socket = acceptSoon(m_listener);
-    if (socket >= 0) serve(socket);
+    const RawPeer client = m_listener.accept(milliseconds(20));
+    if (client.connected()) serve(client);
   }
 }
 
-void RdpServer::serve(int socket) {
+void RdpServer::serve(const RawPeer& client) {
   ++m_connections;
+  m_socket = client.fd();
   m_dropClient = false;
-  lumsar::MessageAssembler assembler;
-  freerdp_peer* peer = freerdp_peer_new(socket);
+  MessageAssembler assembler;
+  freerdp_peer* peer = freerdp_peer_new(dup(client.fd()));
   peer->ContextSize = sizeof(Context);
   peer->ContextExtra = this;
   peer->ContextNew = newContext;
@@ -121,7 +111,7 @@ void RdpServer::serve(int socket) {
   configure(peer);
   if (peer->Initialize(peer) == TRUE) talk(peer);
   m_activated = false;
-  shutdown(socket, SHUT_RDWR);  // without a word of farewell
+  shutdown(client.fd(), SHUT_RDWR);  // without a word of farewell
   peer->Disconnect(peer);
   freerdp_peer_context_free(peer);
   freerdp_peer_free(peer);
@@ -168,7 +158,7 @@ void RdpServer::configure(freerdp_peer* peer) {
 
 void RdpServer::talk(freerdp_peer* peer) {
   auto& context = *reinterpret_cast<Context*>(peer->context);
-  while (!m_stopping && !m_dropClient) {
+  for (; !m_stopping && !m_dropClient; ++m_rounds) {
     if (m_stalled) {
       std::this_thread::sleep_for(milliseconds(kTick));
       continue;
@@ -251,7 +241,7 @@ void RdpServer::receive(Context& context) {
     m_largestPiece = std::max<std::size_t>(m_largestPiece, size);
     auto& assembler = *context.assembler;
     assembler.append({reinterpret_cast<const unsigned char*>(buffer.data()), size});
-    while (assembler.fault() != lumsar::MessageAssembler::Fault::None) {
+    while (assembler.fault() != MessageAssembler::Fault::None) {
       m_strayBytes += assembler.skipFault();
     }
     for (auto bytes = assembler.next(); !bytes.empty(); bytes = assembler.next()) {
@@ -260,4 +250,4 @@ void RdpServer::receive(Context& context) {
   }
 }
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test

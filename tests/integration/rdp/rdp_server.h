@@ -13,10 +13,11 @@
 #include <string>
 #include <thread>
 
-#include "integration/rdp/messages.h"
 #include "lumsar/assembler.h"
+#include "support/message_queue.h"
+#include "support/raw_peer.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 
 struct RdpServerSetup {
   std::string socket;       // path to listen at
@@ -35,7 +36,16 @@ class RdpServer {
 
   MessageQueue& messages() { return m_messages; }
   void send(Bytes bytes);
-  bool waitForClient(milliseconds patience = kPatience);
+  bool waitForClient(milliseconds limit = kTimeout) {
+    return eventually([this] { return m_activated.load(); }, limit);
+  }
+  // Until it has done all that it was told before.
+  bool settle() {
+    const int rounds = m_rounds;
+    return eventually([&] { return m_rounds >= rounds + 2; });
+  }
+  // So many bytes wait to be taken, while it is stalled.
+  bool waitForBytes(int size);
 
   void dropClient() { m_dropClient = true; }
   void stall(bool stalled) { m_stalled = stalled; }
@@ -44,7 +54,9 @@ class RdpServer {
 
   // Paints so many small rectangles, a few pixels within the desktop.
   void paint(int rectangles) { m_toPaint = rectangles; }
-  bool waitUntilPainted(milliseconds patience = kPatience);
+  bool waitUntilPainted() {
+    return eventually([this] { return m_toPaint <= 0; });
+  }
   void resizeDesktop(UINT32 width, UINT32 height) {
     m_width = width;
     m_height = height;
@@ -59,7 +71,7 @@ class RdpServer {
   struct Context;
 
   void run();
-  void serve(int socket);
+  void serve(const RawPeer& client);
   void configure(freerdp_peer* peer);
   void talk(freerdp_peer* peer);
   void adjustChannel(Context& context);
@@ -73,7 +85,7 @@ class RdpServer {
   static BOOL accept(freerdp_peer* peer);
 
   RdpServerSetup m_setup;
-  int m_listener;
+  RawListener m_listener;
   MessageQueue m_messages;
   std::mutex m_mutex;
   std::deque<Bytes> m_outgoing;
@@ -85,6 +97,8 @@ class RdpServer {
   std::atomic<int> m_clients{0};
   std::atomic<int> m_connections{0};
   std::atomic<int> m_toPaint{0};
+  std::atomic<int> m_rounds{0};
+  std::atomic<int> m_socket{-1};
   std::atomic<UINT32> m_width{0};  // of the desktop, as the test wants it; 0 for the client's
   std::atomic<UINT32> m_height{0};
   std::atomic<std::size_t> m_largestPiece{0};
@@ -95,6 +109,6 @@ class RdpServer {
 // Makes NAME.crt and NAME.key in `directory`; returns the SHA-256 fingerprint.
 void makeCertificate(const std::string& directory, const std::string& name);
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test
 
 #endif

@@ -1,14 +1,12 @@
 #include "integration/rdp/rig.h"
 
-#include <cstdlib>
 #include <filesystem>
 
-namespace lumsar_test {
-
+namespace lumsar::test {
 namespace {
 
 // The HELLO of an RDP host without its token.
-constexpr unsigned char kHello[] = {
+const Bytes kHello{
     0x4D, 0x41, 0x43, 0x56, 0,    0, 0, 0, 4, 0, 0, 0, 0, 0, 0, 0,
     1,    1,    0,    0,    0x13, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
 };
@@ -16,19 +14,15 @@ constexpr unsigned char kHello[] = {
 }  // namespace
 
 Rig::Rig() {
-  std::string name = "/tmp/lumsar-rdp-test-XXXXXX";
-  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no directory for the test");
-  directory = name;
-  makeCertificate(directory, "server");
+  makeCertificate(directory.path(), "server");
+  std::filesystem::create_directory(path("lumsar"));
+  setenv("XDG_RUNTIME_DIR", directory.path().c_str(), 1);
 }
 
-Rig::~Rig() {
-  if (HasFailure() && host) std::fprintf(stderr, "%s\n", host->output().c_str());
-  host.reset();
-  server.reset();
-  service.reset();
-  std::error_code ignored;
-  std::filesystem::remove_all(directory, ignored);
+void Rig::TearDown() {
+  if (!host) return;
+  if (host->running()) stopHost();
+  if (HasFailure()) std::fprintf(stderr, "%s\n", host->output().c_str());
 }
 
 RdpServerSetup Rig::serverSetup() const {
@@ -38,62 +32,73 @@ RdpServerSetup Rig::serverSetup() const {
           .users = {}};
 }
 
+// On the one channel of an RDP host.
 void Rig::startService() {
-  service.emplace(path("service"));
+  service.emplace(path("lumsar/lumsar.sock"));
 }
 
-void Rig::startHost(const HostProcess::Words& words, const HostProcess::Variables& variables) {
-  HostProcess::Words all{
-      LUMSAR_RDP, "unix:" + path("rdp"), "--ipc-library", LUMSAR_TEST_IPC, "--duration",
-      "600s",     "--timeout",           "600s",          "--json"};
+void Rig::startHost(const Process::Words& words, const Variables& variables) {
+  Process::Words all{LUMSAR_RDP,      "unix:" + path("rdp"),
+                     "--ipc-library", LUMSAR_IPC_LIBRARY,
+                     "--for",         "600s",
+                     "--wait",        "600s",
+                     "--json"};
   all.insert(all.end(), words.begin(), words.end());
-  HostProcess::Variables environment{
-      {"LUMSAR_TEST_SERVICE", path("service")}, {"HOME", directory}, {"TMPDIR", directory}};
-  for (const auto& [name, value] : variables) environment[name] = value;
-  host.emplace(all, environment);
+  Variables environment = variables;
+  environment.insert({{"HOME", directory.path()}, {"TMPDIR", directory.path()}});
+  host.emplace(all, ProcessSetup{.environment = environment});
 }
 
-void Rig::startAll() {
+void Rig::start(const Process::Words& words, const Variables& variables) {
   startService();
   startServer();
-  startHost();
-  ASSERT_TRUE(server->waitForClient());
+  startHost(words, variables);
 }
 
-std::optional<lumsar::HelloMessage> Rig::askForHello() {
-  server->send(message(lumsar::MSG_CHANNEL_OPENED));
-  const auto bytes = server->messages().nextOf(lumsar::MSG_HELLO);
-  if (!bytes || bytes->size() != sizeof(lumsar::HelloMessage)) {
+void Rig::beginSession() {
+  ASSERT_TRUE(server->waitForClient());
+  handshake();
+}
+
+void Rig::expectEnd(int status, const std::string& text) {
+  EXPECT_EQ(host->wait(), status);
+  EXPECT_EQ(host->countOf(text), 1) << host->output();
+}
+
+void Rig::expectQuickStop() {
+  const auto begin = std::chrono::steady_clock::now();
+  stopHost();
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, seconds(5));
+}
+
+std::optional<HelloPayload> Rig::askForHello() {
+  server->send(message(MSG_CHANNEL_OPENED));
+  return nextHello();
+}
+
+std::optional<HelloPayload> Rig::nextHello() {
+  const Bytes bytes = server->messages().nextOf(MSG_HELLO).value_or(Bytes());
+  if (bytes.size() != sizeof(HelloMessage)) {
     ADD_FAILURE() << "no HELLO";
     return std::nullopt;
   }
-  EXPECT_EQ(Bytes(bytes->begin(), bytes->begin() + sizeof kHello),
-            Bytes(std::begin(kHello), std::end(kHello)));
-  lumsar::HelloMessage hello;
-  std::memcpy(&hello, bytes->data(), sizeof hello);
-  EXPECT_LT(hello.payload.token, 10000);
-  EXPECT_EQ(hello.payload.vmSession, 0);
+  EXPECT_EQ(Bytes(bytes.begin(), bytes.begin() + kHeaderSize), kHello);
+  View payload = View(bytes).subspan(kHeaderSize);
+  const auto hello = take<HelloPayload>(payload);
+  EXPECT_LT(hello->token, 10000);
+  EXPECT_EQ(hello->vmSession, 0);
   return hello;
 }
 
-void Rig::answer(const lumsar::HelloMessage& hello, std::uint32_t capabilities,
-                 std::uint16_t session) {
-  lumsar::HelloMessage reply;
-  reply.header.type = lumsar::MSG_HELLO;
-  reply.header.length = sizeof reply.payload;
-  reply.header.vmMajor = 1;
-  reply.header.vmMinor = 1;
-  reply.header.capabilities = capabilities;
-  reply.payload = {.token = hello.payload.token, .vmSession = session};
-  const auto* bytes = reinterpret_cast<const unsigned char*>(&reply);
-  server->send(Bytes(bytes, bytes + sizeof reply));
+void Rig::answer(const HelloPayload& hello, std::uint32_t capabilities, std::uint16_t session) {
+  server->send(helloAnswer({.token = hello.token, .vmSession = session}, capabilities));
 }
 
-void Rig::greet(std::uint32_t capabilities) {
+void Rig::handshake(std::uint32_t capabilities) {
   const auto hello = askForHello();
   ASSERT_TRUE(hello);
   answer(*hello, capabilities);
-  ASSERT_TRUE(service->messages().nextOf(lumsar::IPC_MSG_POLICY));
+  ASSERT_TRUE(service->messages().nextOf(IPC_MSG_POLICY));
   if (host) m_peakMemory = host->peakMemory();
 }
 
@@ -105,11 +110,18 @@ void Rig::expectGrowthBelow(long kibibytes) const {
 #endif
 }
 
-void Rig::expectThrough(const Bytes& payload) {
-  service->send(message(lumsar::IPC_MSG_DATA, payload));
-  const auto arrived = server->messages().nextOf(lumsar::MSG_DATA);
+void Rig::expectAtVm(const Bytes& payload) {
+  service->send(message(IPC_MSG_DATA, payload));
+  const auto arrived = server->messages().nextOf(MSG_DATA);
   ASSERT_TRUE(arrived);
   EXPECT_EQ(payloadOf(*arrived), payload);
 }
 
-}  // namespace lumsar_test
+void Rig::expectAtService(const Bytes& payload) {
+  server->send(message(MSG_DATA, payload));
+  const auto arrived = service->messages().nextOf(IPC_MSG_DATA);
+  ASSERT_TRUE(arrived);
+  EXPECT_EQ(payloadOf(*arrived), payload);
+}
+
+}  // namespace lumsar::test

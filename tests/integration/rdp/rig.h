@@ -1,57 +1,76 @@
-// Rig: what every RDP test needs: a camera service and an RDP server played by the test, and
-// lumsar-rdp between them. One to a test; a fresh directory each.
+// What every RDP test needs: a camera service and an RDP server played by the test, and lumsar-rdp
+// between them. One to a test, with a directory of its own.
 #ifndef LUMSAR_TESTS_INTEGRATION_RDP_RIG_H
 #define LUMSAR_TESTS_INTEGRATION_RDP_RIG_H
 
 #include <gtest/gtest.h>
 
-#include <memory>
+#include <csignal>
 #include <optional>
 #include <string>
 
 #include "integration/rdp/camera_service.h"
-#include "integration/rdp/host_process.h"
 #include "integration/rdp/rdp_server.h"
+#include "support/process.h"
+#include "support/temporary_directory.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
+
+using std::chrono::seconds;
 
 class Rig : public testing::Test {
  protected:
+  using Variables = std::map<std::string, std::string>;
+
   Rig();
-  ~Rig() override;
+  // Ends a host that still runs, which must succeed.
+  void TearDown() override;
 
   RdpServerSetup serverSetup() const;
   void startService();
   void startServer() { server.emplace(serverSetup()); }
   // lumsar-rdp with the server's address, in a script without commands, and `words` after that.
-  void startHost(const HostProcess::Words& words = {"--ignore-certificate"},
-                 const HostProcess::Variables& variables = {});
-  // All three, until the server has its client.
-  void startAll();
+  void startHost(const Process::Words& words = {"--ignore-certificate"},
+                 const Variables& variables = {});
+  // All three.
+  void start(const Process::Words& words = {"--ignore-certificate"},
+             const Variables& variables = {});
+  // The server has its client, and the handshake takes place.
+  void beginSession();
+  void startSession() {
+    start();
+    beginSession();
+  }
+  void stopHost() { EXPECT_EQ(host->stop(SIGINT), 0); }
+  // It ends by itself, and has said this once.
+  void expectEnd(int status, const std::string& text);
+  // In no more than five seconds, whatever the other ends do.
+  void expectQuickStop();
 
   // The VM reports its end open: the plug-in's HELLO, checked byte for byte, in answer.
-  std::optional<lumsar::HelloMessage> askForHello();
-  // The VM's answer to `hello`, with these capabilities.
-  void answer(const lumsar::HelloMessage& hello, std::uint32_t capabilities,
-              std::uint16_t session = 0);
+  std::optional<HelloPayload> askForHello();
+  std::optional<HelloPayload> nextHello();
+  // The VM's answer to `hello`.
+  void answer(const HelloPayload& hello, std::uint32_t capabilities = 0, std::uint16_t session = 0);
   // The whole handshake, until the camera service has the policy.
-  void greet(std::uint32_t capabilities = 0);
-  // The host has grown by less than this since the last greet().
+  void handshake(std::uint32_t capabilities = 0);
+  // The host has grown by less than this since the latest handshake().
   void expectGrowthBelow(long kibibytes) const;
-  // Sends a camera data message of `payload` from the service and expects it at the VM.
-  void expectThrough(const Bytes& payload);
+  // Sends data of this payload and expects it at the other end.
+  void expectAtVm(const Bytes& payload);
+  void expectAtService(const Bytes& payload);
 
-  std::string path(const std::string& name) const { return directory + "/" + name; }
+  std::string path(const std::string& name) const { return directory / name; }
 
-  std::string directory;
+  const TemporaryDirectory directory;
   std::optional<CameraService> service;
   std::optional<RdpServer> server;
-  std::optional<HostProcess> host;
+  std::optional<Process> host;
 
  private:
-  long m_peakMemory = 0;  // KiB, of a host that has been greeted
+  long m_peakMemory = 0;  // KiB, after a handshake
 };
 
-}  // namespace lumsar_test
+}  // namespace lumsar::test
 
 #endif

@@ -1,12 +1,10 @@
 // Whom the RDP host trusts and as whom it logs on.
 #include <cstdlib>
-#include <fstream>
 
 #include "integration/rdp/rig.h"
 
+namespace lumsar::test {
 namespace {
-
-using namespace lumsar_test;
 
 class RdpSecurity : public Rig {
  protected:
@@ -21,23 +19,21 @@ class RdpSecurity : public Rig {
 
   // "password", as such files want it.
   void startServerWithUsers() {
-    std::ofstream(path("users")) << "ada:::8846f7eaee8fb117ad06bdd830b7586c:::\n";
+    startService();
+    writeFile(path("users"), "ada:::8846f7eaee8fb117ad06bdd830b7586c:::\n");
     RdpServerSetup setup = serverSetup();
     setup.users = path("users");
     server.emplace(setup);
   }
 
   void writeCredentials(const std::string& password) {
-    std::ofstream(path("credentials")) << "ada\n" << password << "\n";
+    writeFile(path("credentials"), "ada\n" + password + "\n");
   }
 };
 
 TEST_F(RdpSecurity, UnknownCertificateIsRefusedAndNotTriedAgain) {
-  startService();
-  startServer();
-  startHost({});
-  EXPECT_EQ(host->wait(), 1);
-  EXPECT_EQ(host->countOf("the server's certificate is not trusted"), 1);
+  start({});
+  expectEnd(1, "the server's certificate is not trusted");
   EXPECT_EQ(server->clients(), 0);
 }
 
@@ -45,74 +41,50 @@ TEST_F(RdpSecurity, CertificateWithoutAnyNameIsRefused) {
   const std::string make = "openssl req -x509 -newkey rsa:2048 -nodes -subj / -keyout '" +
                            path("server.key") + "' -out '" + path("server.crt") + "' 2>/dev/null";
   ASSERT_EQ(std::system(make.c_str()), 0);
-  startService();
-  startServer();
-  startHost({});
-  EXPECT_EQ(host->wait(), 1);
-  EXPECT_EQ(host->countOf("the server's certificate is not trusted: it was issued by \"\""), 1);
+  start({});
+  expectEnd(1, "the server's certificate is not trusted: it was issued by \"\"");
   EXPECT_FALSE(proposedFingerprint().empty());
 }
 
 TEST_F(RdpSecurity, NamedFingerprintIsTrusted) {
-  startService();
-  startServer();
-  startHost({});
+  start({});
   const std::string fingerprint = proposedFingerprint();
   ASSERT_FALSE(fingerprint.empty());
   host->wait();
   startHost({"--accept-certificate", fingerprint});
-  ASSERT_TRUE(server->waitForClient());
-  greet();
-  EXPECT_EQ(host->stop(), 0);
+  beginSession();
 }
 
 TEST_F(RdpSecurity, AnotherFingerprintIsNot) {
-  startService();
-  startServer();
-  startHost({"--accept-certificate", std::string(64, 'a')});
-  EXPECT_EQ(host->wait(), 1);
-  EXPECT_EQ(host->countOf("the server's certificate is not trusted"), 1);
+  start({"--accept-certificate", std::string(64, 'a')});
+  expectEnd(1, "the server's certificate is not trusted");
 }
 
 // Vouched for by an authority of this machine, and under the right name.
 TEST_F(RdpSecurity, KnownAuthorityIsTrusted) {
-  startService();
-  startServer();
-  startHost({"--server-name", "test.invalid"}, {{"SSL_CERT_FILE", path("server.crt")}});
-  ASSERT_TRUE(server->waitForClient());
-  greet();
-  EXPECT_EQ(host->stop(), 0);
+  start({"--server-name", "test.invalid"}, {{"SSL_CERT_FILE", path("server.crt")}});
+  beginSession();
 }
 
 TEST_F(RdpSecurity, KnownAuthorityForAnotherServerIsNot) {
-  startService();
-  startServer();
-  startHost({"--server-name", "other.invalid"}, {{"SSL_CERT_FILE", path("server.crt")}});
-  EXPECT_EQ(host->wait(), 1);
-  EXPECT_EQ(host->countOf("for \"test.invalid\", not for \"other.invalid\""), 1) << host->output();
+  start({"--server-name", "other.invalid"}, {{"SSL_CERT_FILE", path("server.crt")}});
+  expectEnd(1, "for \"test.invalid\", not for \"other.invalid\"");
 }
 
 TEST_F(RdpSecurity, NetworkLevelAuthentication) {
-  startService();
   startServerWithUsers();
   writeCredentials("password");
   startHost({"--ignore-certificate", "--credentials", path("credentials")});
-  ASSERT_TRUE(server->waitForClient());
-  greet();
-  EXPECT_EQ(host->stop(), 0);
+  beginSession();
 }
 
 TEST_F(RdpSecurity, CredentialsFromTheEnvironment) {
-  startService();
   startServerWithUsers();
   startHost({"--ignore-certificate"}, {{"LUMSAR_USER", "ada"}, {"LUMSAR_PASSWORD", "password"}});
-  ASSERT_TRUE(server->waitForClient());
-  greet();
-  EXPECT_EQ(host->stop(), 0);
+  beginSession();
 }
 
 TEST_F(RdpSecurity, WrongPasswordIsNotTriedForEver) {
-  startService();
   startServerWithUsers();
   writeCredentials("wrong");
   startHost({"--ignore-certificate", "--credentials", path("credentials")});
@@ -124,29 +96,24 @@ TEST_F(RdpSecurity, WrongPasswordIsNotTriedForEver) {
 
 TEST_F(RdpSecurity, UserWithoutAPassword) {
   startHost({}, {{"LUMSAR_USER", "ada"}});
-  EXPECT_EQ(host->wait(), 2);
-  EXPECT_EQ(host->countOf("LUMSAR_USER is set, and LUMSAR_PASSWORD is not"), 1);
+  expectEnd(2, "LUMSAR_USER is set, and LUMSAR_PASSWORD is not");
   writeCredentials("");
   startHost({"--credentials", path("credentials")});
-  EXPECT_EQ(host->wait(), 1);
-  EXPECT_EQ(host->countOf("cannot read credentials"), 1);
+  expectEnd(1, "cannot read credentials");
 }
 
 TEST_F(RdpSecurity, CredentialsFromAnotherSystem) {
-  startService();
   startServerWithUsers();
-  std::ofstream(path("credentials")) << "ada\r\npassword\r\n";
+  writeFile(path("credentials"), "ada\r\npassword\r\n");
   startHost({"--ignore-certificate", "--credentials", path("credentials")});
-  ASSERT_TRUE(server->waitForClient());
-  greet();
-  EXPECT_EQ(host->stop(), 0);
+  beginSession();
 }
 
 TEST_F(RdpSecurity, ServerThatWantsAUser) {
-  startService();
   startServerWithUsers();
   startHost();
   EXPECT_TRUE(host->says("--credentials")) << host->output();
 }
 
 }  // namespace
+}  // namespace lumsar::test

@@ -2,16 +2,15 @@
 #include "rdp/rdp_transport.h"
 
 #include "integration/rdp/rig.h"
-#include "integration/rdp/unix_socket.h"
 
-namespace lumsar_test {
+namespace lumsar::test {
 namespace {
 
-struct Listener final : lumsar::host::ChannelListener {
+struct Listener final : host::ChannelListener {
   void channelOpened() override {}
   void channelReceived(std::span<const unsigned char> /*bytes*/) override {}
   void channelClosed(const std::string& /*why*/) override {}
-  void channelTrouble(const std::string& why) override { trouble = why; }
+  void channelUnavailable(const std::string& why) override { trouble = why; }
   void channelRefused(const std::string& why) override { trouble = why; }
   std::string trouble;  // the latest
 };
@@ -19,25 +18,24 @@ struct Listener final : lumsar::host::ChannelListener {
 class RdpTransportTest : public Rig {};
 
 TEST_F(RdpTransportTest, ServerThatDoesNotAnswerIsCalledSo) {
-  const int listener = listenAt(path("rdp"));
-  lumsar::host::RdpTarget target;
+  const RawListener listener(path("rdp"));
+  host::RdpTarget target;
   target.host = path("rdp");
   target.answerLimit = seconds(1);
   asio::io_context loop;
-  lumsar::host::SendQueue queue;
+  host::SendQueue queue;
   Listener said;
-  const auto inbox = std::make_shared<lumsar::host::Inbox>(loop.get_executor());
+  const auto inbox = std::make_shared<host::Inbox>(loop.get_executor());
   inbox->listen(said);
-  lumsar::host::RdpTransport transport(loop, queue, *inbox, target);
+  host::RdpTransport transport(loop, queue, *inbox, target);
   transport.start();
-  const auto end = std::chrono::steady_clock::now() + seconds(5);
-  while (said.trouble.empty() && std::chrono::steady_clock::now() < end) {
+  eventually([&] {
     loop.run_for(milliseconds(50));
-  }
+    return !said.trouble.empty();
+  });
   transport.stop();
-  close(listener);
   EXPECT_EQ(said.trouble, path("rdp") + " has not answered within 1 s");
 }
 
 }  // namespace
-}  // namespace lumsar_test
+}  // namespace lumsar::test

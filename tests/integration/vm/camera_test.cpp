@@ -3,10 +3,10 @@
 #include <csignal>
 
 #include "integration/vm/support/pictures.h"
-#include "integration/vm/support/slow_link.h"
 #include "integration/vm/support/spice_vm.h"
+#include "support/slow_line.h"
 
-namespace lumsar::vmtest {
+namespace lumsar::test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -33,24 +33,24 @@ class Cameras : public SpiceVm {
     startReader();
     ASSERT_TRUE(reading());
     guest().run("killall -STOP lumsar-agent");
-    ASSERT_TRUE(eventually(60s, [this] { return user().counter("dropped") > 0; }));
+    ASSERT_TRUE(eventually([this] { return user().counter("dropped") > 0; }, 60s));
   }
 
   std::string device() { return guest().run("guest_reader /dev/video20 0").output; }
   bool cameraIsThere() {
-    return eventually(10s, [this] { return device().starts_with("capture device"); });
+    return eventually([this] { return device().starts_with("capture device"); }, 10s);
   }
   // As long as somebody has it open, a device remains what it was, without pictures.
   bool cameraIsGone() {
     stopReader();
-    return eventually(10s, [this] { return device().starts_with("no capture device"); });
+    return eventually([this] { return device().starts_with("no capture device"); }, 10s);
   }
 
   // Reads in the background, until it is killed.
   void startReader() { guest().start("reader", "guest_reader /dev/video20 1000000"); }
   bool reading() {
     const auto seen = picturesRead();
-    return eventually(20s, [&] { return picturesRead() > seen + 3; });
+    return eventually([&] { return picturesRead() > seen + 3; }, 20s);
   }
   std::size_t picturesRead() {
     return pictureHashes(guest().run("cat /tmp/reader.log").output).size();
@@ -60,7 +60,7 @@ class Cameras : public SpiceVm {
   // Reads `count` pictures as a guest's program and compares them with those that were sent.
   void expectPictures(std::size_t count) {
     const auto result =
-        guest().run("guest_reader /dev/video20 " + std::to_string(count), Milliseconds(40s));
+        guest().run("guest_reader /dev/video20 " + std::to_string(count), milliseconds(40s));
     ASSERT_EQ(result.status, 0) << result.output;
     const auto read = pictureHashes(result.output);
     ASSERT_EQ(read.size(), count);
@@ -112,10 +112,10 @@ TEST_F(Cameras, KilledServiceTakesTheCameraAwayAndBringsItBack) {
 // Frames pile up in front of a guest that takes none: they are dropped, and all else works.
 TEST_F(Cameras, StalledGuest) {
   stall();
-  const long before = user().host().residentKb();
+  const long before = user().host().ownMemory();
   const long droppedBefore = user().counter("dropped");
-  EXPECT_TRUE(eventually(20s, [&] { return user().counter("dropped") > droppedBefore + 60; }));
-  EXPECT_LT(user().host().residentKb() - before, 16 * 1024);
+  EXPECT_TRUE(eventually([&] { return user().counter("dropped") > droppedBefore + 60; }, 20s));
+  EXPECT_LT(user().host().ownMemory() - before, 16 * 1024);
   EXPECT_TRUE(user().command("list"));
   EXPECT_EQ(user().counter("refused"), 0);
   guest().run("killall -CONT lumsar-agent");
@@ -127,11 +127,11 @@ TEST_F(Cameras, StalledGuest) {
 // Pictures wait all the time, and yet what the guest says is heard.
 TEST_F(Cameras, LineThatIsTooThin) {
   const Path line = user().directory() / "line";
-  const SlowLink slow(line, guest().spiceSocket(), 500'000);
+  const SlowLine slow(line.string(), guest().spiceSocket().string(), 500'000);
   share("1920x1080@30", "spice+unix://" + line.string());
   startReader();
   ASSERT_TRUE(reading());
-  EXPECT_TRUE(eventually(30s, [this] { return user().counter("dropped") > 10; }));
+  EXPECT_TRUE(eventually([this] { return user().counter("dropped") > 10; }, 30s));
   stopReader();
   EXPECT_TRUE(user().service().expect("camera 'test:Front' is off"));
 }
@@ -199,4 +199,4 @@ TEST_F(Cameras, EmulatorThatIsKilledAndStartedAgain) {
 }
 
 }  // namespace
-}  // namespace lumsar::vmtest
+}  // namespace lumsar::test

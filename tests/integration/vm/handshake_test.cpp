@@ -5,7 +5,7 @@
 
 #include "integration/vm/support/spice_vm.h"
 
-namespace lumsar::vmtest {
+namespace lumsar::test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -51,11 +51,11 @@ TEST_F(Handshake, EachOpeningOfThePortIsGreeted) {
 TEST_F(Handshake, GarbageInsteadOfAnAnswer) {
   meet("hello sleep:500 random:1000000:60 sleep:600000");
   ASSERT_TRUE(agentSays("hello "));
-  const long before = user().host().residentKb();
-  EXPECT_TRUE(user().host().expect("bytes that are not a message; dropped"));
-  EXPECT_TRUE(eventually(20s, [this] { return user().counter("strayBytes") > 59'900'000; }));
-  EXPECT_LT(user().host().residentKb() - before, 20 * 1024);
-  EXPECT_FALSE(user().host().said("VM answered"));
+  const long before = user().host().ownMemory();
+  EXPECT_TRUE(user().host().expect("bytes that are no message; dropped"));
+  EXPECT_TRUE(eventually([this] { return user().counter("strayBytes") > 59'900'000; }, 20s));
+  EXPECT_LT(user().host().ownMemory() - before, 20 * 1024);
+  EXPECT_FALSE(user().host().hasNext("VM answered"));
   EXPECT_TRUE(nextSessionWorks());
 }
 
@@ -78,16 +78,16 @@ TEST_F(Handshake, WrongToken) {
   meet("hello wrong sleep:600000");
   EXPECT_TRUE(user().host().expect("plug-in warning: [Handler][1392] Token is dismatch!"));
   EXPECT_TRUE(user().host().expect("the VM answered an older HELLO: token "));
-  EXPECT_FALSE(user().host().said("ready to share cameras"));
+  EXPECT_FALSE(user().host().hasNext("ready to share cameras"));
   EXPECT_TRUE(nextSessionWorks());
 }
 
 TEST_F(Handshake, AnswerThatIsRepeatedCountsOnce) {
   meet("hello answers:50000 sleep:600000");
   ASSERT_TRUE(user().host().expect("ready to share cameras"));
-  EXPECT_TRUE(eventually(20s, [this] { return user().counter("bytesFromVm") == 50000 * 36; }));
+  EXPECT_TRUE(eventually([this] { return user().counter("bytesFromVm") == 50000 * 36; }, 20s));
   EXPECT_EQ(user().counter("handshakes"), 1);
-  EXPECT_FALSE(user().host().said("ready to share cameras"));
+  EXPECT_FALSE(user().host().hasNext("ready to share cameras"));
 }
 
 // What lumsar-agent says to an RDP host would make the plug-in begin a conversation of that kind.
@@ -114,10 +114,10 @@ TEST_F(Handshake, MessageCutInHalfByAClosedPort) {
 TEST_F(Handshake, TwoGigabytesAnnounced) {
   meet("hello answer sleep:500 data:2147483647:60000000 wrong sleep:600000");
   ASSERT_TRUE(user().host().expect("VM answered, version 1.1"));
-  const long before = user().host().residentKb();
-  EXPECT_TRUE(user().host().expect("bytes that are not a message; dropped"));
+  const long before = user().host().ownMemory();
+  EXPECT_TRUE(user().host().expect("bytes that are no message; dropped"));
   EXPECT_TRUE(user().host().expect("answered an older HELLO")) << "in the same session";
-  EXPECT_LT(user().host().residentKb() - before, 20 * 1024);
+  EXPECT_LT(user().host().ownMemory() - before, 20 * 1024);
   EXPECT_TRUE(nextSessionWorks());
 }
 
@@ -128,12 +128,14 @@ TEST_F(Handshake, FloodFromTheGuestWhileTheServiceStalls) {
   meet(flood);
   ASSERT_TRUE(user().host().expect("ready to share cameras"));
   user().service().signal(SIGSTOP);
-  const long before = user().host().residentKb();
+  const long before = user().host().ownMemory();
   long most = 0;
-  eventually(3s, [&] {
-    most = std::max(most, user().host().residentKb());
-    return false;
-  });
+  eventually(
+      [&] {
+        most = std::max(most, user().host().ownMemory());
+        return false;
+      },
+      3s);
   // Inbox::kMaxBytes, a message in the assembler, and what the libraries hold.
   EXPECT_LT(most - before, 32 * 1024);
   user().service().signal(SIGCONT);
@@ -160,7 +162,7 @@ TEST_F(LeftOvers, AtAClosedPort) {
   user().host().signal(SIGCONT);
   EXPECT_TRUE(user().host().expect("channel to the VM is closed"));
   guest().run("sleep 1");
-  EXPECT_FALSE(user().host().said("channel to the VM is open"));
+  EXPECT_FALSE(user().host().hasNext("channel to the VM is open"));
   EXPECT_TRUE(nextSessionWorks());
 }
 
@@ -205,4 +207,4 @@ TEST_F(Handshake, ServerThatIsNotThere) {
 }
 
 }  // namespace
-}  // namespace lumsar::vmtest
+}  // namespace lumsar::test

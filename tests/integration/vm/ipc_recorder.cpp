@@ -7,10 +7,10 @@
 #include <cstdlib>
 #include <memory>
 
-#include "integration/vm/support/hash.h"
 #include "lumsar/camera_data.h"
 #include "lumsar/message.h"
 #include "lumsar/vdi_ipc.h"
+#include "support/messages.h"
 
 #define LUMSAR_EXPORT extern "C" __attribute__((visibility("default")))
 
@@ -37,7 +37,7 @@ void record(std::span<const unsigned char> message) {
   if (!header || header->kind != static_cast<std::uint16_t>(CameraDataKind::Frame)) return;
   const auto frame = take<CameraFrame>(rest);
   if (!frame || file == nullptr) return;
-  std::fprintf(file, "picture %u %zu %016llx\n", frame->sequence, rest.size(), vmtest::hash(rest));
+  std::fprintf(file, "picture %u %zu %016llx\n", frame->sequence, rest.size(), test::hash(rest));
   std::fflush(file);
 }
 

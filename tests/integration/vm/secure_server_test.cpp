@@ -9,7 +9,7 @@
 #include "integration/vm/support/pictures.h"
 #include "integration/vm/support/user_side.h"
 
-namespace lumsar::vmtest {
+namespace lumsar::test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -35,8 +35,7 @@ class SecureServer : public testing::Test {
     s_setup.ticket = kTicket;
     s_setup.certificates = testDirectory() / "certificates";
     std::filesystem::create_directory(s_setup.certificates);
-    Child openssl({"sh", "-c", kMakeCertificates, s_setup.certificates.string()},
-                  testDirectory() / "openssl.log");
+    Process openssl({"sh", "-c", kMakeCertificates, s_setup.certificates.string()});
     ASSERT_EQ(openssl.wait(20s), 0) << openssl.output();
     s_guest = std::make_unique<Guest>("secure", testDirectory(), s_setup);
     ASSERT_TRUE(s_guest->boot());
@@ -48,7 +47,7 @@ class SecureServer : public testing::Test {
   void TearDown() override {
     m_user.endHost();
     unsetenv("LUMSAR_TICKET");
-    if (HasFailure()) std::printf("see %s\n", m_user.directory().c_str());
+    if (HasFailure()) m_user.printOutput();
   }
 
   void startWithTicket(const std::string& address, const std::vector<std::string>& options = {}) {
@@ -63,7 +62,8 @@ class SecureServer : public testing::Test {
 
   bool getsIn() { return m_user.host().expect("VM answered, version 1.1"); }
   bool isTold(const std::string& why) {
-    return m_user.host().expect("no channel to the VM: " + why) && !m_user.host().said("is open");
+    return m_user.host().expect("no channel to the VM: " + why) &&
+           !m_user.host().hasNext("is open");
   }
 
   static inline GuestSetup s_setup;
@@ -76,7 +76,7 @@ TEST_F(SecureServer, PicturesThroughTls) {
   ASSERT_TRUE(getsIn());
   ASSERT_TRUE(m_user.command("share 0"));
   ASSERT_TRUE(
-      eventually(10s, [] { return s_guest->run("guest_reader /dev/video20 0").status == 0; }));
+      eventually([] { return s_guest->run("guest_reader /dev/video20 0").status == 0; }, 10s));
   const auto read = s_guest->run("guest_reader /dev/video20 5", 40s);
   ASSERT_EQ(read.status, 0) << read.output;
   expectInOrder(pictureHashes(read.output), m_user.picturesSent());
@@ -141,4 +141,4 @@ TEST_F(SecureServer, CertificateForAnotherSubject) {
 }
 
 }  // namespace
-}  // namespace lumsar::vmtest
+}  // namespace lumsar::test

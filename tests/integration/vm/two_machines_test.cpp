@@ -6,7 +6,7 @@
 #include "integration/vm/support/guest.h"
 #include "integration/vm/support/pictures.h"
 
-namespace lumsar::vmtest {
+namespace lumsar::test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -74,10 +74,13 @@ TEST_F(TwoMachines, CameraOfTheOneIsADeviceOfTheOther) {
   ASSERT_TRUE(user().expectIn("host", "share 0: done (0)", 60s));
   EXPECT_TRUE(user().expectIn("host", "vivid"));
   std::string device;
-  ASSERT_TRUE(eventually(20s, [&] {
-    device = desktop().run("guest_reader /dev/video20 0").output;
-    return device.starts_with("capture device");
-  })) << device;
+  ASSERT_TRUE(eventually(
+      [&] {
+        device = desktop().run("guest_reader /dev/video20 0").output;
+        return device.starts_with("capture device");
+      },
+      20s))
+      << device;
 
   const auto read = desktop().run("guest_reader /dev/video20 10", 120s);
   ASSERT_EQ(read.status, 0) << read.output;
@@ -86,4 +89,4 @@ TEST_F(TwoMachines, CameraOfTheOneIsADeviceOfTheOther) {
 }
 
 }  // namespace
-}  // namespace lumsar::vmtest
+}  // namespace lumsar::test

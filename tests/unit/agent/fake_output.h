@@ -5,7 +5,9 @@
 
 #include "outputs/sink.h"
 
-namespace lumsar::agent::test {
+namespace lumsar::test {
+
+using namespace agent;
 
 struct FakeSinkState {
   bool wanted = false;
@@ -49,6 +51,6 @@ class FakeOutput : public SinkFactory {
   bool m_wanted;
 };
 
-}  // namespace lumsar::agent::test
+}  // namespace lumsar::test
 
 #endif

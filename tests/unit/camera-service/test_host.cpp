@@ -29,19 +29,6 @@ Record parseRecord(std::span<const unsigned char> payload) {
   return record;
 }
 
-Bytes vmRecord(CameraDataKind kind, std::uint32_t camera, std::span<const unsigned char> body) {
-  const CameraDataHeader header = {static_cast<std::uint16_t>(kind), 0, camera, cameraClock()};
-  Bytes record(sizeof header);
-  std::memcpy(record.data(), &header, sizeof header);
-  record.insert(record.end(), body.begin(), body.end());
-  return record;
-}
-
-Bytes vmStatistics(std::uint32_t camera, const CameraStatistics& statistics) {
-  const auto* bytes = reinterpret_cast<const unsigned char*>(&statistics);
-  return vmRecord(CameraDataKind::Statistics, camera, {bytes, sizeof statistics});
-}
-
 void RecordLog::add(std::span<const unsigned char> payload) {
   Record record = parseRecord(payload);
   const std::lock_guard lock(m_mutex);
@@ -70,7 +57,7 @@ void RecordLog::clear() {
 }
 
 Record RecordLog::await(CameraDataKind kind, std::size_t count) const {
-  if (!waitUntil([&] { return this->count(kind) >= count; })) {
+  if (!eventually([&] { return this->count(kind) >= count; })) {
     ADD_FAILURE() << "no record of kind " << static_cast<int>(kind);
     return {};
   }
@@ -79,7 +66,7 @@ Record RecordLog::await(CameraDataKind kind, std::size_t count) const {
 
 bool RecordLog::awaitFrameOf(PictureSize size) const {
   std::size_t seen = all().size();
-  return waitUntil([&] {
+  return eventually([&] {
     const std::vector<Record> records = all();
     for (; seen < records.size(); ++seen) {
       if (records[seen].kind == CameraDataKind::Frame && jpegSize(records[seen].picture) == size &&
@@ -127,8 +114,8 @@ void TestHost::policy(QJsonObject rule) {
 
 void TestHost::fromVm(CameraDataKind kind, std::uint32_t camera,
                       std::span<const unsigned char> body) {
-  const Bytes record = vmRecord(kind, camera, body);
-  send(IPC_MSG_DATA, std::string(record.begin(), record.end()));
+  const Bytes bytes = record(kind, camera, body, cameraClock());
+  EXPECT_EQ(m_client->send(message(IPC_MSG_DATA, bytes)), 0);
 }
 
 QJsonObject TestHost::call(std::uint32_t type) {
@@ -157,7 +144,7 @@ QJsonObject TestHost::camera(const QJsonObject& report, const std::string& id) {
 }
 
 bool TestHost::awaitCamera(const std::string& id) {
-  return waitUntil([&] { return camera(list(), id).value("present").toBool(); });
+  return eventually([&] { return camera(list(), id).value("present").toBool(); });
 }
 
 std::vector<QJsonObject> TestHost::changes() const {
@@ -167,7 +154,7 @@ std::vector<QJsonObject> TestHost::changes() const {
 
 QJsonObject TestHost::awaitChange(const QString& change, std::size_t count) const {
   QJsonObject result;
-  const bool came = waitUntil([&] {
+  const bool came = eventually([&] {
     std::size_t seen = 0;
     for (const QJsonObject& candidate : changes()) {
       if (candidate.value("change").toString() != change || ++seen < count) continue;
@@ -197,8 +184,8 @@ ServiceTest::~ServiceTest() {
 void ServiceTest::start(std::vector<std::string> options) {
   std::vector<std::string> command = {CAMERA_SERVICE, "--verbose", "--ipc-channel", channel};
   command.insert(command.end(), options.begin(), options.end());
-  m_service = std::make_unique<Child>(command, dir / ("service-log" + std::to_string(++m_starts)));
-  EXPECT_TRUE(m_service->awaitOutput("listening at")) << log();
+  m_service = std::make_unique<Process>(command);
+  EXPECT_TRUE(m_service->says("listening at")) << log();
 }
 
 std::uint32_t ServiceTest::watch(TestHost& host, const std::string& device) {
@@ -207,7 +194,7 @@ std::uint32_t ServiceTest::watch(TestHost& host, const std::string& device) {
   host.share(device);
   const std::uint32_t number = host.records.await(CameraDataKind::Announced, before + 1).camera;
   host.fromVm(CameraDataKind::Start, number);
-  const bool came = waitUntil([&] {
+  const bool came = eventually([&] {
     return std::ranges::any_of(host.records.of(CameraDataKind::Frame),
                                [&](const Record& record) { return record.camera == number; });
   });

@@ -11,8 +11,10 @@
 
 #include "ipc/client/client.h"
 #include "lumsar/camera_data.h"
+#include "support/messages.h"
+#include "support/process.h"
+#include "support/temporary_directory.h"
 #include "unit/camera-service/media.h"
-#include "unit/ipc/child.h"
 #include "unit/ipc/recorder.h"
 
 namespace lumsar::test {
@@ -31,8 +33,6 @@ struct Record {
   std::string text;
 };
 Record parseRecord(std::span<const unsigned char> payload);
-Bytes vmRecord(CameraDataKind kind, std::uint32_t camera, std::span<const unsigned char> body = {});
-Bytes vmStatistics(std::uint32_t camera, const CameraStatistics& statistics);
 
 // What a VM has received, by whatever way.
 class RecordLog {
@@ -98,19 +98,16 @@ class ServiceTest : public ::testing::Test {
 
   // Starts the service with these options and waits until it listens.
   void start(std::vector<std::string> options = {});
-  std::string log() const { return m_service ? m_service->output() : ""; }
+  std::string log() { return m_service ? m_service->output() : ""; }
   std::unique_ptr<TestHost> host(const std::string& vmId = "vm-7") {
     return std::make_unique<TestHost>(channel, vmId);
   }
   // Shares `device`, starts it and waits for the first frame; returns the camera's number.
   static std::uint32_t watch(TestHost& host, const std::string& device);
 
-  TempDir dir;
+  TemporaryDirectory dir;
   std::string channel = dir / "s";
-  std::unique_ptr<Child> m_service;
-
- private:
-  int m_starts = 0;
+  std::unique_ptr<Process> m_service;
 };
 
 }  // namespace lumsar::test

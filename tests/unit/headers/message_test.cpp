@@ -101,7 +101,7 @@ TEST(Message, Types) {
   EXPECT_EQ(lumsar::IPC_MSG_REDIRECT_ALL, 9U);
   EXPECT_EQ(lumsar::CAP_BASE_1 | lumsar::CAP_BASE_2, 3U);
   EXPECT_EQ(lumsar::CAP_SHARE_ALL, 0x10U);
-  EXPECT_EQ(lumsar::kRdpPieceSize, 1536);
+  EXPECT_EQ(lumsar::kRdpFragmentSize, 1536);
 }
 
 TEST(Message, EventsAndStatuses) {

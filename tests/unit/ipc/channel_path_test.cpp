@@ -6,7 +6,8 @@
 #include <unistd.h>
 
 #include "base/address.h"
-#include "unit/ipc/support.h"
+
+#include "lumsar/ipc_transport.h"
 
 namespace lumsar::test {
 namespace {

@@ -9,10 +9,10 @@ TEST_F(ClientTest, ASynchronousCallIsAnsweredByItsNumber) {
   IpcClient client(recorder.params());
   const RawPeer peer = connect(client);
   auto answering = std::async(std::launch::async, [&] {
-    const Bytes request = peer.readMessage();
+    const Bytes request = peer.receive();
     const std::uint64_t number = callNumber(readHeader(request.data()));
-    peer.write(message(IPC_MSG_DATA, "between"));
-    peer.write(message(IPC_MSG_CAMERA_LIST, "answer", number));
+    peer.send(message(IPC_MSG_DATA, "between"));
+    peer.send(callMessage(IPC_MSG_CAMERA_LIST, "answer", number));
     return request;
   });
   const Bytes request = message(IPC_MSG_CAMERA_LIST, "question");
@@ -24,7 +24,7 @@ TEST_F(ClientTest, ASynchronousCallIsAnsweredByItsNumber) {
   EXPECT_NE(callNumber(readHeader(answering.get().data())), 0U);
   EXPECT_EQ(request, message(IPC_MSG_CAMERA_LIST, "question")) << "the caller's bytes are its own";
   ASSERT_TRUE(recorder.awaitMessages(1));
-  EXPECT_EQ(payloadOf(recorder.messages().front()), "between");
+  EXPECT_EQ(textOf(payloadOf(recorder.messages().front())), "between");
   EXPECT_EQ(recorder.sends(), 0) << "a call is no send";
 }
 
@@ -32,8 +32,8 @@ TEST_F(ClientTest, AReplyThatDoesNotFit) {
   IpcClient client(recorder.params());
   const RawPeer peer = connect(client);
   auto answering = std::async(std::launch::async, [&] {
-    const Bytes request = peer.readMessage();
-    peer.write(message(1, std::string(1000, 'x'), callNumber(readHeader(request.data()))));
+    const Bytes request = peer.receive();
+    peer.send(callMessage(1, std::string(1000, 'x'), callNumber(readHeader(request.data()))));
   });
   Bytes reply(100, 7);
   unsigned int size = 100;
@@ -47,8 +47,8 @@ TEST_F(ClientTest, ACallHasATimeLimitAndALateReplyIsDropped) {
   const RawPeer peer = connect(client);
   unsigned int size = 0;
   EXPECT_EQ(client.call(message(1), nullptr, &size), IPC_ERROR_REPLY_TIMEOUT);
-  peer.write(message(1, "late", callNumber(readHeader(peer.readMessage().data()))));
-  peer.write(message(IPC_MSG_DATA));
+  peer.send(callMessage(1, "late", callNumber(readHeader(peer.receive().data()))));
+  peer.send(message(IPC_MSG_DATA));
   ASSERT_TRUE(recorder.awaitMessages(1));
   EXPECT_EQ(recorder.messageCount(), 1U);
   EXPECT_TRUE(client.connected());
@@ -61,7 +61,7 @@ TEST_F(ClientTest, ACallEndsWithTheConnection) {
     unsigned int size = 0;
     return client.call(message(1), nullptr, &size);
   });
-  peer.readMessage();
+  peer.receive();
   peer.close();
   EXPECT_EQ(calling.get(), IPC_ERROR_SERVICE_GONE);
 }
@@ -73,7 +73,7 @@ TEST_F(ClientTest, ACallEndsWithDisconnect) {
     unsigned int size = 0;
     return client.call(message(1), nullptr, &size);
   });
-  peer.readMessage();
+  peer.receive();
   EXPECT_EQ(client.disconnect(), 0);
   EXPECT_EQ(calling.get(), IPC_ERROR_DISCONNECTED);
 }
@@ -86,7 +86,7 @@ TEST_F(ClientTest, ACallInsideACallbackIsRefused) {
     result.set_value(client.call(message(1), nullptr, &size));
   };
   const RawPeer peer = connect(client);
-  peer.write(message(IPC_MSG_DATA));
+  peer.send(message(IPC_MSG_DATA));
   EXPECT_EQ(result.get_future().get(), IPC_ERROR_IN_CALLBACK);
 }
 
@@ -96,10 +96,10 @@ TEST_F(ClientTest, CallsOfSeveralThreadsGetTheirOwnReplies) {
   constexpr int kCalls = 100;
   auto answering = std::async(std::launch::async, [&] {
     for (int left = 4 * kCalls; left > 0; --left) {
-      const Bytes first = peer.readMessage();
-      const Bytes second = peer.readMessage(milliseconds(5));
-      if (!second.empty() && --left >= 0) peer.write(second);  // in the wrong order
-      peer.write(first);
+      const Bytes first = peer.receive();
+      const Bytes second = peer.receive(milliseconds(5));
+      if (!second.empty() && --left >= 0) peer.send(second);  // in the wrong order
+      peer.send(first);
     }
   });
   std::vector<std::thread> callers;

@@ -1,7 +1,10 @@
 // Tests of client.h: connecting, in the foreground and in the background, and what can go wrong.
 // Against a service that does what the test says; the library's threads call the recorder.
 #include <sys/resource.h>
+#include <sys/socket.h>
 
+#include "base/address.h"
+#include "ipc/channel_path.h"
 #include "unit/ipc/client_fixture.h"
 
 namespace lumsar::test {
@@ -12,10 +15,10 @@ TEST_F(ClientTest, ConnectReturnsAfterTheWelcome) {
   std::atomic<bool> welcomed = false;
   auto accepted = std::async(std::launch::async, [&] {
     RawPeer peer = service.accept();
-    peer.readMessage();
+    peer.receive();
     std::this_thread::sleep_for(milliseconds(50));
     welcomed = true;
-    peer.write(message(IPC_MSG_CONNECT_ACCEPT));
+    peer.send(message(IPC_MSG_CONNECT_ACCEPT));
     return peer;
   });
   EXPECT_EQ(client.connect(path.c_str()), 0);
@@ -28,15 +31,15 @@ TEST_F(ClientTest, ConnectReturnsAfterTheWelcome) {
 TEST_F(ClientTest, IntroducesItselfByName) {
   IpcClient client(recorder.params());
   const RawPeer peer = connect(client);
-  EXPECT_EQ(readHeader(service.introduction.data()).type, IPC_MSG_CONNECT_REQUEST);
-  EXPECT_EQ(payloadOf(service.introduction), "vm-7");
+  EXPECT_EQ(readHeader(service.request.data()).type, IPC_MSG_CONNECT_REQUEST);
+  EXPECT_EQ(textOf(payloadOf(service.request)), "vm-7");
 }
 
 TEST_F(ClientTest, ANameWithoutTerminatorIsCutAt32Bytes) {
   Recorder unterminated(std::string(40, 'n'));
   IpcClient client(unterminated.params());
   const RawPeer peer = connect(client);
-  EXPECT_EQ(payloadOf(service.introduction), std::string(32, 'n'));
+  EXPECT_EQ(textOf(payloadOf(service.request)), std::string(32, 'n'));
 }
 
 TEST_F(ClientTest, AWelcomeWithACodeIsThatError) {
@@ -52,7 +55,7 @@ TEST_F(ClientTest, ConnectErrors) {
   EXPECT_EQ(client.connect(nullptr), IPC_ERROR_PARAMETER);
   EXPECT_EQ(client.connect((dir / "nobody").c_str()), IPC_ERROR_NO_SERVICE);
   EXPECT_EQ(client.connect(("/" + std::string(200, 'x')).c_str()), IPC_ERROR_PATH_TOO_LONG);
-  { const RawService dead(dir / "dead"); }
+  { const RawListener dead(dir / "dead"); }
   EXPECT_EQ(client.connect((dir / "dead").c_str()), IPC_ERROR_NO_SERVICE);
   EXPECT_EQ(client.connect(path.c_str()), IPC_ERROR_CONNECT_TIMEOUT) << "no welcome comes";
   EXPECT_EQ(recorder.connects(), 0);
@@ -76,7 +79,7 @@ TEST_F(ClientTest, WithoutDescriptorsThereIsNoConnection) {
 
 TEST_F(ClientTest, AServiceThatHangsUpBeforeTheWelcomeRefuses) {
   IpcClient client(recorder.params());
-  auto accepted = std::async(std::launch::async, [this] { service.accept().readMessage(); });
+  auto accepted = std::async(std::launch::async, [this] { service.accept().receive(); });
   EXPECT_EQ(client.connect(path.c_str()), IPC_ERROR_REFUSED);
 }
 
@@ -84,24 +87,23 @@ TEST_F(ClientTest, AWelcomeThatIsNoneEndsTheAttempt) {
   IpcClient client(recorder.params());
   auto garbage = std::async(std::launch::async, [this] {
     const RawPeer peer = service.accept();
-    peer.write(Bytes(64, 'g'));
-    return peer.atEnd();
+    peer.send(Bytes(64, 'g'));
+    return peer.ended();
   });
   EXPECT_EQ(client.connect(path.c_str()), IPC_ERROR_BAD_MAGIC);
   EXPECT_TRUE(garbage.get());
   auto other = std::async(std::launch::async, [this] {
     const RawPeer peer = service.accept();
-    peer.write(message(IPC_MSG_DATA));
-    return peer.atEnd();
+    peer.send(message(IPC_MSG_DATA));
+    return peer.ended();
   });
   EXPECT_EQ(client.connect(path.c_str()), IPC_ERROR_REFUSED);
   EXPECT_TRUE(other.get());
 }
 
 TEST_F(ClientTest, AFullQueueOfNewcomersIsWaitedForOnlySoLong) {
-  std::vector<RawPeer> waiting;  // nobody accepts
   IpcClient client(recorder.params(), kShort);
-  std::vector<base::UniqueFd> sockets;
+  std::vector<UniqueFd> sockets;  // which nobody accepts
   for (int i = 0; i < 64; ++i) {
     base::UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     const base::SocketAddress address = base::toSockaddr({path, {}, 0});
@@ -136,7 +138,7 @@ TEST_F(ClientTest, DisconnectCancelsAnAttempt) {
   EXPECT_EQ(client.connectInBackground(path.c_str()), 0);
   const RawPeer second = service.accept();
   EXPECT_EQ(client.disconnect(), 0);
-  EXPECT_TRUE(second.atEnd());
+  EXPECT_TRUE(second.ended());
   EXPECT_TRUE(recorder.closes().empty());
 }
 

@@ -23,7 +23,7 @@ TEST_F(ClientTest, TheEndOfTheServiceIsReportedOnce) {
 TEST_F(ClientTest, WhatTheServiceSentLastIsDelivered) {
   IpcClient client(recorder.params());
   RawPeer peer = connect(client);
-  for (int i = 0; i < 50; ++i) peer.write(message(IPC_MSG_DATA, std::string(1000, 'x')));
+  for (int i = 0; i < 50; ++i) peer.send(message(IPC_MSG_DATA, std::string(1000, 'x')));
   peer.close();
   ASSERT_TRUE(recorder.awaitClose());
   EXPECT_EQ(recorder.messageCount(), 50U);
@@ -34,8 +34,8 @@ TEST_F(ClientTest, WhatWasSentBeforeDisconnectArrives) {
   const RawPeer peer = connect(client);
   EXPECT_EQ(client.send(message(IPC_MSG_UNSHARE_ALL)), 0);
   EXPECT_EQ(client.disconnect(), 0);
-  EXPECT_EQ(peer.readMessage(), message(IPC_MSG_UNSHARE_ALL));
-  EXPECT_TRUE(peer.atEnd());
+  EXPECT_EQ(peer.receive(), message(IPC_MSG_UNSHARE_ALL));
+  EXPECT_TRUE(peer.ended());
 }
 
 TEST_F(ClientTest, NoCallbackBeginsAfterDisconnect) {
@@ -48,7 +48,7 @@ TEST_F(ClientTest, NoCallbackBeginsAfterDisconnect) {
     IpcClient client(noisy.params());
     const RawPeer peer = connect(client);
     std::thread flood([&] {
-      while (peer.write(message(IPC_MSG_DATA, "x"))) {
+      while (peer.send(message(IPC_MSG_DATA, "x"))) {
       }
     });
     noisy.awaitMessages(1);
@@ -69,7 +69,7 @@ TEST_F(ClientTest, DisconnectDoesNotWaitForACallback) {
   };
   IpcClient client(recorder.params());
   const RawPeer peer = connect(client);
-  peer.write(message(IPC_MSG_DATA));
+  peer.send(message(IPC_MSG_DATA));
   entered.get_future().wait();
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_EQ(client.disconnect(), 0);
@@ -83,9 +83,9 @@ TEST_F(ClientTest, ACallbackMayDisconnect) {
   IpcClient client(recorder.params());
   recorder.duringReceive = [&](unsigned char*, int) { result.set_value(client.disconnect()); };
   const RawPeer peer = connect(client);
-  peer.write(message(IPC_MSG_DATA));
+  peer.send(message(IPC_MSG_DATA));
   EXPECT_EQ(result.get_future().get(), 0);
-  EXPECT_TRUE(peer.atEnd());
+  EXPECT_TRUE(peer.ended());
   EXPECT_TRUE(recorder.closes().empty());
 }
 
@@ -100,7 +100,7 @@ TEST_F(ClientTest, ACallbackMayDestroyTheClient) {
   const std::size_t before = threads();
   peer.close();
   destroyed.get_future().wait();
-  EXPECT_TRUE(waitUntil([&] { return threads() < before; })) << "its thread ends by itself";
+  EXPECT_TRUE(eventually([&] { return threads() < before; })) << "its thread ends by itself";
 }
 
 TEST_F(ClientTest, ACallbackMayConnectAgain) {
@@ -125,21 +125,21 @@ TEST_F(ClientTest, AThrowingCallbackEndsThatCallbackOnly) {
   };
   IpcClient client(recorder.params());
   const RawPeer peer = connect(client);
-  peer.write(message(IPC_MSG_DATA, "1"));
-  peer.write(message(IPC_MSG_DATA, "2"));
+  peer.send(message(IPC_MSG_DATA, "1"));
+  peer.send(message(IPC_MSG_DATA, "2"));
   ASSERT_TRUE(recorder.awaitMessages(1));
-  EXPECT_EQ(payloadOf(recorder.messages().front()), "2");
+  EXPECT_EQ(textOf(payloadOf(recorder.messages().front())), "2");
 }
 
 TEST_F(ClientTest, MissingCallbacksAreLeftOut) {
   IpcClientParams empty;
   IpcClient client(&empty);
   RawPeer peer = connect(client);
-  peer.write(message(IPC_MSG_DATA));
+  peer.send(message(IPC_MSG_DATA));
   EXPECT_EQ(client.send(message(2)), 0);
-  EXPECT_EQ(peer.readMessage(), message(2));
+  EXPECT_EQ(peer.receive(), message(2));
   peer.close();
-  EXPECT_TRUE(waitUntil([&] { return !client.connected(); }));
+  EXPECT_TRUE(eventually([&] { return !client.connected(); }));
 }
 
 TEST_F(ClientTest, NothingIsLeftBehind) {
@@ -152,7 +152,7 @@ TEST_F(ClientTest, NothingIsLeftBehind) {
     own.awaitClose();
     const RawPeer again = connect(client);
   }
-  EXPECT_TRUE(waitUntil([&] { return threads() == threadsBefore; }));
+  EXPECT_TRUE(eventually([&] { return threads() == threadsBefore; }));
   EXPECT_EQ(openDescriptors(), descriptorsBefore);
 }
 

@@ -9,7 +9,9 @@
 #include <future>
 
 #include "ipc/client/client.h"
-#include "unit/ipc/raw_peer.h"
+#include "support/raw_peer.h"
+#include "support/resources.h"
+#include "support/temporary_directory.h"
 #include "unit/ipc/recorder.h"
 
 namespace lumsar::test {
@@ -29,9 +31,9 @@ class ClientTest : public ::testing::Test {
     return accepted.get();
   }
 
-  TempDir dir;
+  TemporaryDirectory dir;
   std::string path = dir / "s";
-  RawService service{path};
+  RawListener service{path};
   Recorder recorder;
 };
 

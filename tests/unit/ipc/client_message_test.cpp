@@ -16,7 +16,7 @@ TEST_F(ClientTest, WholeMessagesOnly) {
   const std::span bytes(stream);
   for (std::size_t at = 0; at < bytes.size();) {
     const std::size_t size = at < 64 ? 1 : 50'021;
-    peer.write(bytes.subspan(at, std::min(size, bytes.size() - at)));
+    peer.send(bytes.subspan(at, std::min(size, bytes.size() - at)));
     at += size;
   }
   ASSERT_TRUE(recorder.awaitMessages(3));
@@ -27,7 +27,7 @@ TEST_F(ClientTest, HalfAMessageIsNotDelivered) {
   IpcClient client(recorder.params());
   RawPeer peer = connect(client);
   const Bytes whole = message(IPC_MSG_DATA, "payload");
-  peer.write(std::span(whole).first(whole.size() - 1));
+  peer.send(std::span(whole).first(whole.size() - 1));
   std::this_thread::sleep_for(milliseconds(50));
   peer.close();
   ASSERT_TRUE(recorder.awaitClose());
@@ -38,7 +38,7 @@ TEST_F(ClientTest, HalfAMessageIsNotDelivered) {
 TEST_F(ClientTest, AnEmptyMessageIsWhole) {
   IpcClient client(recorder.params());
   const RawPeer peer = connect(client);
-  peer.write(message(IPC_MSG_DATA));
+  peer.send(message(IPC_MSG_DATA));
   ASSERT_TRUE(recorder.awaitMessages(1));
   EXPECT_EQ(recorder.messages().front().size(), kHeaderSize);
 }
@@ -46,13 +46,13 @@ TEST_F(ClientTest, AnEmptyMessageIsWhole) {
 TEST_F(ClientTest, GarbageClosesTheConnection) {
   IpcClient client(recorder.params());
   const RawPeer peer = connect(client);
-  peer.write(message(IPC_MSG_DATA, "good"));
-  peer.write(Bytes{'b', 'a', 'd'});
+  peer.send(message(IPC_MSG_DATA, "good"));
+  peer.send(Bytes{'b', 'a', 'd'});
   ASSERT_TRUE(recorder.awaitClose());
   EXPECT_EQ(recorder.messageCount(), 1U) << "what came whole before is delivered";
   EXPECT_EQ(recorder.closes().front(), IPC_ERROR_BAD_MAGIC);
   EXPECT_FALSE(client.connected());
-  EXPECT_TRUE(peer.atEnd());
+  EXPECT_TRUE(peer.ended());
 }
 
 TEST_F(ClientTest, AMessageAboveTheLimitClosesTheConnection) {
@@ -61,7 +61,7 @@ TEST_F(ClientTest, AMessageAboveTheLimitClosesTheConnection) {
   Bytes head = message(IPC_MSG_DATA);
   const std::uint32_t length = kMaxPayload + 1;
   std::memcpy(head.data() + 8, &length, sizeof length);
-  peer.write(head);
+  peer.send(head);
   ASSERT_TRUE(recorder.awaitClose());
   EXPECT_EQ(recorder.closes().front(), IPC_ERROR_TOO_LONG);
 }
@@ -75,7 +75,7 @@ TEST_F(ClientTest, TheCallbackMayWriteIntoTheMessage) {
   const Bytes pair[] = {message(IPC_MSG_DATA, "one"), message(IPC_MSG_DATA, "two")};
   Bytes both = pair[0];
   both.insert(both.end(), pair[1].begin(), pair[1].end());
-  peer.write(both);
+  peer.send(both);
   ASSERT_TRUE(recorder.awaitMessages(2));
   EXPECT_TRUE(client.connected());
 }
@@ -83,9 +83,9 @@ TEST_F(ClientTest, TheCallbackMayWriteIntoTheMessage) {
 TEST_F(ClientTest, TheTransportsOwnTypesAreNotDelivered) {
   IpcClient client(recorder.params());
   const RawPeer peer = connect(client);
-  peer.write(message(IPC_MSG_CONNECT_ACCEPT));
-  peer.write(message(kIpcOwnTypes + 77, "from a newer service"));
-  peer.write(message(IPC_MSG_DATA));
+  peer.send(message(IPC_MSG_CONNECT_ACCEPT));
+  peer.send(message(kIpcOwnTypes + 77, "from a newer service"));
+  peer.send(message(IPC_MSG_DATA));
   ASSERT_TRUE(recorder.awaitMessages(1));
   EXPECT_EQ(readHeader(recorder.messages().front().data()).type, IPC_MSG_DATA);
 }
@@ -96,8 +96,8 @@ TEST_F(ClientTest, ASendArrivesAndIsReported) {
   const Bytes sent = message(IPC_MSG_SHARE, "{}");
   EXPECT_EQ(client.send(sent), 0);
   EXPECT_EQ(client.send(sent), 0);
-  EXPECT_EQ(peer.readMessage(), sent);
-  EXPECT_TRUE(waitUntil([&] { return recorder.sends() == 2; }));
+  EXPECT_EQ(peer.receive(), sent);
+  EXPECT_TRUE(eventually([&] { return recorder.sends() == 2; }));
 }
 
 TEST_F(ClientTest, OnlyWholeMessagesAreSent) {
@@ -111,7 +111,7 @@ TEST_F(ClientTest, OnlyWholeMessagesAreSent) {
   unsigned int size = 0;
   EXPECT_EQ(client.call(bad, nullptr, &size), IPC_ERROR_BAD_MESSAGE);
   EXPECT_EQ(client.send(message(IPC_MSG_SHARE)), 0);
-  EXPECT_EQ(peer.readMessage(), message(IPC_MSG_SHARE)) << "and nothing else came before it";
+  EXPECT_EQ(peer.receive(), message(IPC_MSG_SHARE)) << "and nothing else came before it";
 }
 
 TEST_F(ClientTest, AStuckServiceDoesNotBlockASender) {

@@ -4,7 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "lumsar/vdi_ipc.h"
-#include "unit/ipc/support.h"
+#include "support/eventually.h"
+#include "support/messages.h"
 
 namespace lumsar::test {
 namespace {
@@ -27,10 +28,10 @@ TEST(PendingCallsTest, AReplyGoesToItsCall) {
   const auto one = calls.add(first.call);
   const auto two = calls.add(second.call);
   EXPECT_NE(one, two);
-  calls.complete(two, message(1, "two", two));
-  calls.complete(one, message(1, "one", one));
-  EXPECT_EQ(calls.wait(one, first.call, kPatience), 0);
-  EXPECT_EQ(calls.wait(two, second.call, kPatience), 0);
+  calls.complete(two, callMessage(1, "two", two));
+  calls.complete(one, callMessage(1, "one", one));
+  EXPECT_EQ(calls.wait(one, first.call, kTimeout), 0);
+  EXPECT_EQ(calls.wait(two, second.call, kTimeout), 0);
   EXPECT_EQ(first.buffer[kHeaderSize], 'o');
   EXPECT_EQ(second.buffer[kHeaderSize], 't');
 }
@@ -39,8 +40,8 @@ TEST(PendingCallsTest, TheCallNumberIsZeroAgainForTheCaller) {
   PendingCalls calls;
   Waiting waiting(64);
   const auto number = calls.add(waiting.call);
-  calls.complete(number, message(1, "x", number));
-  EXPECT_EQ(calls.wait(number, waiting.call, kPatience), 0);
+  calls.complete(number, callMessage(1, "x", number));
+  EXPECT_EQ(calls.wait(number, waiting.call, kTimeout), 0);
   EXPECT_EQ(callNumber(readHeader(waiting.buffer.data())), 0U);
 }
 
@@ -48,8 +49,8 @@ TEST(PendingCallsTest, AReplyOfExactlyTheBuffersSizeFits) {
   PendingCalls calls;
   Waiting waiting(kHeaderSize + 3);
   const auto number = calls.add(waiting.call);
-  calls.complete(number, message(1, "abc", number));
-  EXPECT_EQ(calls.wait(number, waiting.call, kPatience), 0);
+  calls.complete(number, callMessage(1, "abc", number));
+  EXPECT_EQ(calls.wait(number, waiting.call, kTimeout), 0);
   EXPECT_EQ(waiting.call.size, kHeaderSize + 3);
 }
 
@@ -57,8 +58,8 @@ TEST(PendingCallsTest, AReplyThatDoesNotFitLeavesTheBufferAlone) {
   PendingCalls calls;
   Waiting waiting(kHeaderSize + 2);
   const auto number = calls.add(waiting.call);
-  calls.complete(number, message(1, "abc", number));
-  EXPECT_EQ(calls.wait(number, waiting.call, kPatience), kIpcReplyTooLarge);
+  calls.complete(number, callMessage(1, "abc", number));
+  EXPECT_EQ(calls.wait(number, waiting.call, kTimeout), kIpcReplyTooLarge);
   EXPECT_EQ(waiting.call.size, kHeaderSize + 3);
   EXPECT_EQ(waiting.buffer, Bytes(kHeaderSize + 2));
 }
@@ -68,7 +69,7 @@ TEST(PendingCallsTest, ALateReplyIsDropped) {
   Waiting waiting(64);
   const auto number = calls.add(waiting.call);
   EXPECT_EQ(calls.wait(number, waiting.call, milliseconds(10)), IPC_ERROR_REPLY_TIMEOUT);
-  calls.complete(number, message(1, "late", number));
+  calls.complete(number, callMessage(1, "late", number));
   EXPECT_EQ(waiting.buffer, Bytes(64));
 }
 
@@ -77,11 +78,11 @@ TEST(PendingCallsTest, FailureEndsWaitingAndLaterCalls) {
   Waiting waiting(64);
   const auto number = calls.add(waiting.call);
   std::thread failing([&] { calls.fail(IPC_ERROR_SERVICE_GONE); });
-  EXPECT_EQ(calls.wait(number, waiting.call, kPatience), IPC_ERROR_SERVICE_GONE);
+  EXPECT_EQ(calls.wait(number, waiting.call, kTimeout), IPC_ERROR_SERVICE_GONE);
   failing.join();
   Waiting later(64);
   const auto next = calls.add(later.call);
-  EXPECT_EQ(calls.wait(next, later.call, kPatience), IPC_ERROR_SERVICE_GONE);
+  EXPECT_EQ(calls.wait(next, later.call, kTimeout), IPC_ERROR_SERVICE_GONE);
 }
 
 }  // namespace

@@ -7,7 +7,8 @@
 #include <mutex>
 
 #include "lumsar/vdi_ipc.h"
-#include "unit/ipc/support.h"
+#include "support/eventually.h"
+#include "support/messages.h"
 
 namespace lumsar::test {
 
@@ -45,13 +46,13 @@ class Recorder {
   std::chrono::steady_clock::time_point closeTime() const { return locked(m_closeTime); }
 
   bool awaitConnect(int count = 1) const {
-    return waitUntil([&] { return connects() >= count; });
+    return eventually([&] { return connects() >= count; });
   }
   bool awaitClose(std::size_t count = 1) const {
-    return waitUntil([&] { return closes().size() >= count; });
+    return eventually([&] { return closes().size() >= count; });
   }
   bool awaitMessages(std::size_t count) const {
-    return waitUntil([&] { return messageCount() >= count; });
+    return eventually([&] { return messageCount() >= count; });
   }
 
  private:

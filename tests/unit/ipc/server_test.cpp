@@ -7,7 +7,9 @@
 
 #include <atomic>
 
-#include "unit/ipc/raw_peer.h"
+#include "support/raw_peer.h"
+#include "support/resources.h"
+#include "support/temporary_directory.h"
 #include "unit/ipc/test_server.h"
 
 namespace lumsar::test {
@@ -18,20 +20,20 @@ using protocol::Message;
 class ServerTest : public ::testing::Test {
  protected:
   RawPeer introduced(const std::string& name = "vm-7") const {
-    RawPeer peer = RawPeer::connect(path);
-    peer.write(message(IPC_MSG_CONNECT_REQUEST, name));
-    EXPECT_EQ(readHeader(peer.readMessage().data()).type, IPC_MSG_CONNECT_ACCEPT);
+    RawPeer peer(path);
+    peer.send(message(IPC_MSG_CONNECT_REQUEST, name));
+    EXPECT_EQ(readHeader(peer.receive().data()).type, IPC_MSG_CONNECT_ACCEPT);
     return peer;
   }
   // The server still serves: a call of another client is answered.
   void expectAlive(TestServer& server) const {
     const RawPeer peer = introduced("witness");
     const std::size_t before = server.messages().size();
-    peer.write(message(IPC_MSG_SHARE, "alive"));
+    peer.send(message(IPC_MSG_SHARE, "alive"));
     EXPECT_TRUE(server.awaitMessages(before + 1));
   }
 
-  TempDir dir;
+  TemporaryDirectory dir;
   std::string path = dir / "s";
 };
 
@@ -45,11 +47,11 @@ TEST_F(ServerTest, WelcomesAClientByName) {
 TEST_F(ServerTest, CarriesMessagesBothWays) {
   TestServer server(path);
   const RawPeer peer = introduced();
-  peer.write(message(IPC_MSG_SHARE, "{}"));
+  peer.send(message(IPC_MSG_SHARE, "{}"));
   ASSERT_TRUE(server.awaitMessages(1));
   EXPECT_EQ(server.messages().front(), message(IPC_MSG_SHARE, "{}"));
   server.send(server.awaitClient(), {textMessage(IPC_MSG_DEVICE_CHANGE, "news")});
-  EXPECT_EQ(peer.readMessage(), message(IPC_MSG_DEVICE_CHANGE, "news"));
+  EXPECT_EQ(peer.receive(), message(IPC_MSG_DEVICE_CHANGE, "news"));
 }
 
 TEST_F(ServerTest, AReplyCarriesTheCallsNumber) {
@@ -59,8 +61,8 @@ TEST_F(ServerTest, AReplyCarriesTheCallsNumber) {
     own.reply(client, readHeader(bytes.data()), textMessage(IPC_MSG_CAMERA_LIST, "list", 3));
   };
   const RawPeer peer = introduced();
-  peer.write(message(IPC_MSG_CAMERA_LIST, {}, 0x1122334455667788));
-  const RedirMsgHeader reply = readHeader(peer.readMessage().data());
+  peer.send(callMessage(IPC_MSG_CAMERA_LIST, {}, 0x1122334455667788));
+  const RedirMsgHeader reply = readHeader(peer.receive().data());
   EXPECT_EQ(callNumber(reply), 0x1122334455667788U);
   EXPECT_EQ(reply.param, 3U);
 }
@@ -68,9 +70,9 @@ TEST_F(ServerTest, AReplyCarriesTheCallsNumber) {
 TEST_F(ServerTest, GarbageEndsThatClientOnly) {
   TestServer server(path);
   const RawPeer good = introduced();
-  const RawPeer stranger = RawPeer::connect(path);
-  stranger.write(Bytes(1000, 'g'));
-  EXPECT_TRUE(stranger.atEnd());
+  const RawPeer stranger(path);
+  stranger.send(Bytes(1000, 'g'));
+  EXPECT_TRUE(stranger.ended());
   ASSERT_TRUE(server.awaitWarning());
   EXPECT_NE(server.warnings().front().find("not a message"), std::string::npos);
   EXPECT_TRUE(server.gone().empty()) << "a stranger is nobody's client";
@@ -80,9 +82,9 @@ TEST_F(ServerTest, GarbageEndsThatClientOnly) {
 TEST_F(ServerTest, GarbageFromAKnownClientEndsIt) {
   TestServer server(path);
   const RawPeer peer = introduced();
-  peer.write(message(IPC_MSG_SHARE, "good"));
-  peer.write(Bytes(100, 'g'));
-  EXPECT_TRUE(peer.atEnd());
+  peer.send(message(IPC_MSG_SHARE, "good"));
+  peer.send(Bytes(100, 'g'));
+  EXPECT_TRUE(peer.ended());
   ASSERT_TRUE(server.awaitGone());
   EXPECT_NE(server.gone().front().find("not a message"), std::string::npos);
   EXPECT_EQ(server.messages().size(), 1U);
@@ -95,8 +97,8 @@ TEST_F(ServerTest, AnOversizedMessageEndsThatClientOnly) {
   Bytes head = message(IPC_MSG_DATA);
   const std::uint32_t length = 0xFFFFFFFF;
   std::memcpy(head.data() + 8, &length, sizeof length);
-  peer.write(head);
-  EXPECT_TRUE(peer.atEnd());
+  peer.send(head);
+  EXPECT_TRUE(peer.ended());
   ASSERT_TRUE(server.awaitGone());
   EXPECT_NE(server.gone().front().find("above the size limit"), std::string::npos);
   expectAlive(server);
@@ -111,7 +113,7 @@ TEST_F(ServerTest, AnAnnouncedLengthCostsNoMemory) {
     peers.push_back(introduced());
     Bytes head = message(IPC_MSG_DATA);
     std::memcpy(head.data() + 8, &kMaxPayload, sizeof kMaxPayload);
-    peers.back().write(head);
+    peers.back().send(head);
   }
   expectAlive(server);
   rusage after = {};
@@ -123,24 +125,24 @@ TEST_F(ServerTest, HalfAMessageAndSilenceHarmsNobody) {
   TestServer server(path);
   const RawPeer half = introduced("half");
   const Bytes whole = message(IPC_MSG_DATA, "a payload in two halves");
-  half.write(std::span(whole).first(40));
+  half.send(std::span(whole).first(40));
   expectAlive(server);
-  half.write(std::span(whole).subspan(40));
-  EXPECT_TRUE(waitUntil([&] { return server.messages().back() == whole; }));
+  half.send(std::span(whole).subspan(40));
+  EXPECT_TRUE(eventually([&] { return server.messages().back() == whole; }));
 }
 
 TEST_F(ServerTest, WhoDoesNotIntroduceItselfIsDropped) {
   TestServer server(path, {.connectTimeout = milliseconds(100)});
-  const RawPeer silent = RawPeer::connect(path);
-  const RawPeer half = RawPeer::connect(path);
+  const RawPeer silent(path);
+  const RawPeer half(path);
   const Bytes introduction = message(IPC_MSG_CONNECT_REQUEST);
-  half.write(std::span(introduction).first(10));
-  EXPECT_TRUE(silent.atEnd());
-  EXPECT_TRUE(half.atEnd());
+  half.send(std::span(introduction).first(10));
+  EXPECT_TRUE(silent.ended());
+  EXPECT_TRUE(half.ended());
   EXPECT_TRUE(server.awaitWarning(2));
-  const RawPeer wrong = RawPeer::connect(path);
-  wrong.write(message(IPC_MSG_SHARE));
-  EXPECT_TRUE(wrong.atEnd());
+  const RawPeer wrong(path);
+  wrong.send(message(IPC_MSG_SHARE));
+  EXPECT_TRUE(wrong.ended());
   ASSERT_TRUE(server.awaitWarning(3));
   EXPECT_NE(server.warnings().back().find("not a connect request"), std::string::npos);
   expectAlive(server);
@@ -151,9 +153,9 @@ TEST_F(ServerTest, ANameOfAnyLengthIsNotTaken) {
   const RawPeer longest = introduced(std::string(256, 'n'));
   const ipc::ClientId client = server.awaitClient();
   EXPECT_EQ(server.clients().at(client), std::string(256, 'n'));
-  const RawPeer stranger = RawPeer::connect(path);
-  stranger.write(message(IPC_MSG_CONNECT_REQUEST, std::string(257, 'n')));
-  EXPECT_TRUE(stranger.atEnd());
+  const RawPeer stranger(path);
+  stranger.send(message(IPC_MSG_CONNECT_REQUEST, std::string(257, 'n')));
+  EXPECT_TRUE(stranger.ended());
   ASSERT_TRUE(server.awaitWarning());
   EXPECT_NE(server.warnings().front().find("longer than 256 bytes"), std::string::npos);
 }
@@ -162,11 +164,11 @@ TEST_F(ServerTest, TooManyClientsAreTurnedAway) {
   TestServer server(path, {.clients = 2});
   const RawPeer first = introduced();
   RawPeer second = introduced();
-  const RawPeer third = RawPeer::connect(path);
-  const Bytes answer = third.readMessage();
+  const RawPeer third(path);
+  const Bytes answer = third.receive();
   ASSERT_FALSE(answer.empty());
   EXPECT_EQ(readHeader(answer.data()).param, std::uint32_t{IPC_ERROR_REFUSED});
-  EXPECT_TRUE(third.atEnd());
+  EXPECT_TRUE(third.ended());
   second.close();
   ASSERT_TRUE(server.awaitGone());
   const RawPeer fourth = introduced();
@@ -197,7 +199,7 @@ TEST_F(ServerTest, AStuckClientLosesFramesAndKeepsControlMessages) {
   std::uint32_t news = 0;
   std::uint32_t frames = 0;
   while (news < 10 || lastFrame < 99) {
-    const Bytes bytes = peer.readMessage();
+    const Bytes bytes = peer.receive();
     ASSERT_FALSE(bytes.empty());
     const RedirMsgHeader header = readHeader(bytes.data());
     if (header.type == IPC_MSG_DEVICE_CHANGE) {
@@ -244,8 +246,8 @@ TEST_F(ServerTest, DisconnectEndsTheClientInsideItsOwnMessage) {
   const RawPeer peer = introduced();
   Bytes two = message(IPC_MSG_SHARE, "1");
   two.insert(two.end(), two.begin(), two.end());
-  peer.write(two);
-  EXPECT_TRUE(peer.atEnd());
+  peer.send(two);
+  EXPECT_TRUE(peer.ended());
   EXPECT_TRUE(server.awaitGone());
   EXPECT_EQ(server.messages().size(), 1U) << "nothing more of it is read";
 }
@@ -256,7 +258,7 @@ TEST_F(ServerTest, WithoutDescriptorsItWaitsAndGoesOn) {
 #endif
   TestServer server(path);
   const RawPeer known = introduced();
-  const RawPeer waiting = RawPeer::connect(path);
+  const RawPeer waiting(path);
   rlimit before = {};
   ::getrlimit(RLIMIT_NOFILE, &before);
   const rlimit none = {openDescriptors(), before.rlim_max};
@@ -268,8 +270,8 @@ TEST_F(ServerTest, WithoutDescriptorsItWaitsAndGoesOn) {
   EXPECT_TRUE(server.awaitMessages(1)) << "those who are connected are served";
   hoard.clear();
   ::setrlimit(RLIMIT_NOFILE, &before);
-  waiting.write(message(IPC_MSG_CONNECT_REQUEST, "late"));
-  EXPECT_EQ(readHeader(waiting.readMessage().data()).type, IPC_MSG_CONNECT_ACCEPT);
+  waiting.send(message(IPC_MSG_CONNECT_REQUEST, "late"));
+  EXPECT_EQ(readHeader(waiting.receive().data()).type, IPC_MSG_CONNECT_ACCEPT);
 }
 
 }  // namespace

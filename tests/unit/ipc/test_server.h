@@ -12,7 +12,8 @@
 #include <optional>
 
 #include "ipc/server/server.h"
-#include "unit/ipc/support.h"
+#include "support/eventually.h"
+#include "support/messages.h"
 
 namespace lumsar::test {
 
@@ -65,18 +66,18 @@ class TestServer : private ipc::IpcServerEvents {
   std::vector<std::string> gone() const { return locked(m_gone); }
   std::vector<std::string> warnings() const { return locked(m_warnings); }
   ipc::ClientId awaitClient(std::size_t count = 1) const {
-    waitUntil([&] { return clients().size() >= count; });
+    eventually([&] { return clients().size() >= count; });
     const auto all = clients();
     return all.empty() ? 0 : all.rbegin()->first;
   }
   bool awaitMessages(std::size_t count) const {
-    return waitUntil([&] { return messages().size() >= count; });
+    return eventually([&] { return messages().size() >= count; });
   }
   bool awaitGone(std::size_t count = 1) const {
-    return waitUntil([&] { return gone().size() >= count; });
+    return eventually([&] { return gone().size() >= count; });
   }
   bool awaitWarning(std::size_t count = 1) const {
-    return waitUntil([&] { return warnings().size() >= count; });
+    return eventually([&] { return warnings().size() >= count; });
   }
 
  private:

@@ -6,8 +6,10 @@
 #include <cstdio>
 #include <memory>
 
-#include "unit/ipc/child.h"
-#include "unit/ipc/raw_peer.h"
+#include "support/process.h"
+#include "support/raw_peer.h"
+#include "support/resources.h"
+#include "support/temporary_directory.h"
 #include "unit/ipc/recorder.h"
 #include "unit/ipc/vdi_library.h"
 
@@ -16,24 +18,20 @@ namespace {
 
 class VdiIpcTest : public ::testing::Test {
  protected:
-  std::unique_ptr<Child> startService(const std::string& user = "") {
-    std::vector<std::string> command = {ECHO_SERVICE, path};
+  std::unique_ptr<Process> startService(const std::string& user = {}) {
+    Process::Words command{ECHO_SERVICE, path};
     if (!user.empty()) command.push_back(user);
-    const std::string log = dir / ("log" + std::to_string(++m_services));
-    auto service = std::make_unique<Child>(command, log);
-    EXPECT_TRUE(service->awaitOutput("ready")) << service->output();
+    auto service = std::make_unique<Process>(command);
+    EXPECT_TRUE(service->says("ready")) << service->output();
     return service;
   }
   static bool mapped() {
     return readFile("/proc/self/maps").find("libvdi_ipc") != std::string::npos;
   }
 
-  TempDir dir;
+  TemporaryDirectory dir;
   std::string path = dir / "s";
   Recorder recorder;
-
- private:
-  int m_services = 0;
 };
 
 TEST_F(VdiIpcTest, ExportsTheEightFunctionsAndNothingElse) {
@@ -159,7 +157,7 @@ TEST_F(VdiIpcTest, NothingStaysBehind) {
       vdi.destroy(second);
     }
     EXPECT_FALSE(mapped()) << "round " << round;
-    EXPECT_TRUE(waitUntil([&] { return threads() == threadsBefore; }));
+    EXPECT_TRUE(eventually([&] { return threads() == threadsBefore; }));
     EXPECT_EQ(openDescriptors(), descriptorsBefore);
   }
 }
@@ -168,7 +166,7 @@ TEST_F(VdiIpcTest, DestroyedInItsOwnCallbackTheLibraryStays) {
   const std::size_t before = threadsAtRest();
   auto vdi = std::make_unique<VdiLibrary>();
   void* client = vdi->create(recorder.params());
-  RawService service(path);
+  RawListener service(path);
   std::thread welcoming([&] { service.welcome(); });
   std::atomic<bool> done = false;
   recorder.duringClose = [&](int) {
@@ -178,8 +176,8 @@ TEST_F(VdiIpcTest, DestroyedInItsOwnCallbackTheLibraryStays) {
   };
   ASSERT_EQ(vdi->connect(client, path.c_str()), 0);
   welcoming.join();
-  EXPECT_TRUE(waitUntil([&] { return done.load(); }));
-  EXPECT_TRUE(waitUntil([&] { return threads() == before; }));
+  EXPECT_TRUE(eventually([&] { return done.load(); }));
+  EXPECT_TRUE(eventually([&] { return threads() == before; }));
   EXPECT_TRUE(mapped()) << "its thread had to return through it";
 }
 
@@ -207,17 +205,17 @@ TEST_F(OtherUserTest, AClientOfAnotherUserIsTurnedAway) {
   const pid_t child = ::fork();
   if (child == 0) {
     if (::setuid(kNobody) != 0) ::_exit(99);
-    const RawPeer peer = RawPeer::connect(path);
-    peer.write(message(IPC_MSG_CONNECT_REQUEST, "intruder"));
-    const Bytes answer = peer.readMessage();
+    const RawPeer peer(path);
+    peer.send(message(IPC_MSG_CONNECT_REQUEST, "intruder"));
+    const Bytes answer = peer.receive();
     const bool refused = answer.size() == kHeaderSize &&
                          readHeader(answer.data()).param == std::uint32_t{IPC_ERROR_OTHER_USER};
-    ::_exit(refused && peer.atEnd() ? 0 : 1);
+    ::_exit(refused && peer.ended() ? 0 : 1);
   }
   int status = 0;
   ::waitpid(child, &status, 0);
   EXPECT_EQ(status, 0);
-  EXPECT_TRUE(service->awaitOutput("another user"));
+  EXPECT_TRUE(service->says("another user"));
 }
 
 }  // namespace

@@ -3,9 +3,10 @@
 #include "ipc/client/writer.h"
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
 #include "lumsar/assembler.h"
-#include "unit/ipc/raw_peer.h"
+#include "support/raw_peer.h"
 
 namespace lumsar::test {
 namespace {
@@ -18,8 +19,8 @@ struct Pair {
     ours = base::UniqueFd(fds[0]);
     theirs = RawPeer(base::UniqueFd(fds[1]));
   }
-  base::UniqueFd ours;
-  RawPeer theirs{base::UniqueFd()};
+  UniqueFd ours;
+  RawPeer theirs;
 };
 
 TEST(WriterTest, MessagesOfSeveralThreadsDoNotInterleave) {
@@ -35,14 +36,14 @@ TEST(WriterTest, MessagesOfSeveralThreadsDoNotInterleave) {
       for (int n = 0; n < kMessages; ++n) {
         EXPECT_EQ(writer
                       .write(pair.ours.get(), bytes.first(kHeaderSize), bytes.subspan(kHeaderSize),
-                             kPatience)
+                             kTimeout)
                       .error,
                   0);
       }
     });
   }
   for (int n = 0; n < kThreads * kMessages; ++n) {
-    const std::string payload = payloadOf(pair.theirs.readMessage());
+    const std::string payload = textOf(payloadOf(pair.theirs.receive()));
     ASSERT_EQ(payload, std::string(10'000, payload.at(0)));
   }
   for (std::thread& sender : senders) sender.join();
@@ -98,7 +99,7 @@ TEST(WriterTest, AReaderThatIsGoneIsAnErrorAndNoSignal) {
   Pair pair;
   pair.theirs.close();
   ipc::Writer writer;
-  EXPECT_EQ(writer.write(pair.ours.get(), message(6), {}, kPatience).error, IPC_ERROR_SERVICE_GONE);
+  EXPECT_EQ(writer.write(pair.ours.get(), message(6), {}, kTimeout).error, IPC_ERROR_SERVICE_GONE);
 }
 
 }  // namespace

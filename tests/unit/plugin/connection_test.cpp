@@ -22,6 +22,8 @@ class Connection : public InsideTest {
   Lines m_calls;
 };
 
+using LooseConnection = Loose<Connection>;
+
 TEST_F(Connection, WithoutAClient) {
   EXPECT_EQ(object->Connect(), 16);
   EXPECT_EQ(log.take(), Lines{warning("Connect: client is NULL!")});
@@ -62,14 +64,13 @@ TEST_F(Connection, ConnectTwice) {
   EXPECT_EQ(ipc.take(), (Lines{"IsConnected", "Connect ", "IsConnected"}));
 }
 
-TEST_F(Connection, ConnectPassesTheLibrarysCodeOn) {
+TEST_F(LooseConnection, ConnectPassesTheLibrarysCodeOn) {
   initObject();
   for (const int code : {1, -7, 16, 34}) {
     ipc.connectResult = code;
     EXPECT_EQ(object->Connect(), code);
     EXPECT_EQ(log.take(), Lines{info(R"(Connect: Try to connect ipc: "")")});
   }
-  forget();
 }
 
 TEST_F(Connection, AsyncConnectAsksForItsOwnName) {
@@ -119,7 +120,7 @@ TEST_F(Connection, IsIpcConnectedAsksTheLibraryEachTime) {
   EXPECT_EQ(ipc.take(), (Lines{"IsConnected", "IsConnected"}));
 }
 
-TEST_F(Connection, OnlyDisconnectHoldsTheMutex) {
+TEST_F(LooseConnection, OnlyDisconnectHoldsTheMutex) {
   initObject();
   watchMutex();
   object->Connect();
@@ -130,7 +131,6 @@ TEST_F(Connection, OnlyDisconnectHoldsTheMutex) {
   m_calls.clear();
   object->Disconnect();
   EXPECT_EQ(m_calls, (Lines{"IsConnected locked", "Disconnect locked"}));
-  forget();
 }
 
 TEST_F(Connection, OnConnectNeedsNoObject) {

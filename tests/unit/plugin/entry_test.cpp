@@ -23,7 +23,9 @@ class Entry : public InsideTest {
   }
 };
 
-TEST_F(Entry, FailedInitKeepsTheCallablesAndStoresNoText) {
+using LooseEntry = Loose<Entry>;
+
+TEST_F(LooseEntry, FailedInitKeepsTheCallablesAndStoresNoText) {
   EXPECT_EQ(spiceInit(configFor("nowhere"), "vm-8"), 1);
   EXPECT_TRUE(object->m_spiceSendFunc);
   EXPECT_TRUE(object->m_spicePostEventFunc);
@@ -31,10 +33,9 @@ TEST_F(Entry, FailedInitKeepsTheCallablesAndStoresNoText) {
   EXPECT_EQ(object->m_ipcName, "");
   EXPECT_EQ(object->m_configJson, "");
   EXPECT_TRUE(object->m_policyJson.isNull());
-  forget();
 }
 
-TEST_F(Entry, FailedRdpInitKeepsTheFunctionAndStoresNoText) {
+TEST_F(LooseEntry, FailedRdpInitKeepsTheFunctionAndStoresNoText) {
   ASSERT_EQ(chdir("/"), 0);
   EXPECT_EQ(rdpInit("vm-8"), 1);
   EXPECT_EQ(object->m_rdpSendFunc, &HostRecord::rdpSend);
@@ -42,15 +43,13 @@ TEST_F(Entry, FailedRdpInitKeepsTheFunctionAndStoresNoText) {
   EXPECT_EQ(object->m_vmId, "");
   EXPECT_EQ(object->m_ipcName, "");
   EXPECT_EQ(object->m_configJson, "");
-  forget();
 }
 
-TEST_F(Entry, InitWithOneCallableStoresNeither) {
+TEST_F(LooseEntry, InitWithOneCallableStoresNeither) {
   EXPECT_EQ(plugin.Init(host.sendFunc(), {}, "vm-7", kConfig), 2);
   EXPECT_FALSE(object->m_spiceSendFunc);
   EXPECT_EQ(plugin.Init({}, host.postEventFunc(), "vm-7", kConfig), 2);
   EXPECT_FALSE(object->m_spicePostEventFunc);
-  forget();
 }
 
 void noEvents(lumsar::RedirEvent /*event*/, char* /*data*/, int /*length*/) {}
@@ -61,7 +60,7 @@ TEST_F(Entry, RdpInitForgetsAnEventFunction) {
   EXPECT_EQ(object->m_rdpPostEventFunc, nullptr);
 }
 
-TEST_F(Entry, RdpInitLoadsFromItsOwnDirectoryWhateverTheConfigurationSays) {
+TEST_F(LooseEntry, RdpInitLoadsFromItsOwnDirectoryWhateverTheConfigurationSays) {
   object->m_defaultConfig = R"({"ipc_name":"svc","relative_path":"./lib"})";
   EXPECT_EQ(rdpInit(), 0);
   EXPECT_EQ(object->m_ipcName, "svc");
@@ -69,10 +68,9 @@ TEST_F(Entry, RdpInitLoadsFromItsOwnDirectoryWhateverTheConfigurationSays) {
   const Lines lines = log.take();
   EXPECT_NE(std::find(lines.begin(), lines.end(), useLine("svc", "./Device Redirect")),
             lines.end());
-  forget();
 }
 
-TEST_F(Entry, RdpInitReadsNoSettingsFromAnEmptyText) {
+TEST_F(LooseEntry, RdpInitReadsNoSettingsFromAnEmptyText) {
   object->m_defaultConfig = "";
   EXPECT_EQ(rdpInit(), 0);
   EXPECT_EQ(
@@ -83,10 +81,9 @@ TEST_F(Entry, RdpInitReadsNoSettingsFromAnEmptyText) {
               {warning("[SetConfigAndPolicy][717] >>>>Lumsar configuration is NULL!!!<<<<\n"),
                info(R"(Connect: Try to connect ipc: "lumsar")"),
                info(R"([RdpInit] Connect to  "lumsar"  SUCCESS!)"), info("[RdpInit] Leave!")}}));
-  forget();
 }
 
-TEST_F(Entry, SpiceChannelOpensOnlyAfterTheHello) {
+TEST_F(LooseEntry, SpiceChannelOpensOnlyAfterTheHello) {
   startSpice();
   bool openWhileSending = true;
   object->m_spiceSendFunc = [&](unsigned char*, int) {
@@ -96,7 +93,6 @@ TEST_F(Entry, SpiceChannelOpensOnlyAfterTheHello) {
   plugin.Event(0);
   EXPECT_FALSE(openWhileSending);
   EXPECT_TRUE(object->m_channelOpened);
-  forget();
 }
 
 bool rdpOpenWhileSending = true;
@@ -105,13 +101,12 @@ int noteRdpFlag(unsigned char* /*data*/, int /*length*/) {
   return 0;
 }
 
-TEST_F(Entry, RdpChannelOpensOnlyAfterTheHello) {
+TEST_F(LooseEntry, RdpChannelOpensOnlyAfterTheHello) {
   startRdp();
   object->m_rdpSendFunc = noteRdpFlag;
   handle(message(3));
   EXPECT_FALSE(rdpOpenWhileSending);
   EXPECT_TRUE(object->m_channelOpened);
-  forget();
 }
 
 // A host may encrypt in place.
@@ -136,7 +131,7 @@ TEST_F(Entry, RdpHelloIsLoggedAsItWasMade) {
   EXPECT_EQ(log.take(), rdpHelloLines(0, object->m_token));
 }
 
-TEST_F(Entry, HandlerChangesNoByte) {
+TEST_F(LooseEntry, HandlerChangesNoByte) {
   startRdp();
   const unsigned int token = openRdpChannel();
   for (Bytes bytes : {message(0, le16(token) + le16(3)), message(1, "data"), message(2), message(3),
@@ -145,7 +140,6 @@ TEST_F(Entry, HandlerChangesNoByte) {
     plugin.Handler(bytes.data(), static_cast<int>(bytes.size()));
     EXPECT_EQ(bytes, before);
   }
-  forget();
 }
 
 TEST_F(Entry, ClosedChannelIsToldBeforeAnUnknownOne) {
@@ -155,7 +149,7 @@ TEST_F(Entry, ClosedChannelIsToldBeforeAnUnknownOne) {
   EXPECT_EQ(log.take(), Lines{critical("OnReceive: spice channel is NOT opened!")});
 }
 
-TEST_F(Entry, OnlyCommandsAndTeardownWaitForTheMutex) {
+TEST_F(LooseEntry, OnlyCommandsAndTeardownWaitForTheMutex) {
   startSpice();
   EXPECT_TRUE(returnsWhileLocked([&] { plugin.Event(0); }));
   EXPECT_TRUE(returnsWhileLocked([&] { plugin.Event(1); }));
@@ -166,10 +160,9 @@ TEST_F(Entry, OnlyCommandsAndTeardownWaitForTheMutex) {
   EXPECT_TRUE(returnsWhileLocked([&] { EXPECT_EQ(plugin.ShareAll(1), 0); }));
   EXPECT_TRUE(returnsWhileLocked([&] { EXPECT_EQ(spiceInit(), 17); }));
   EXPECT_TRUE(returnsWhileLocked([&] { EXPECT_EQ(rdpInit(), 17); }));
-  forget();
 }
 
-TEST_F(Entry, CommandIsLoggedBeforeItWaits) {
+TEST_F(LooseEntry, CommandIsLoggedBeforeItWaits) {
   startSpice();
   const std::string command = R"({"command":"unshareall"})";
   object->m_mutex.lock();
@@ -179,7 +172,6 @@ TEST_F(Entry, CommandIsLoggedBeforeItWaits) {
   EXPECT_EQ(ipc.take(), Lines{}) << "nothing is asked before the lock";
   object->m_mutex.unlock();
   other.join();
-  forget();
 }
 
 }  // namespace

@@ -12,6 +12,8 @@ class Exchange : public InsideTest {
   Bytes text = bytesOf("0123456789");
 };
 
+using LooseExchange = Loose<Exchange>;
+
 TEST_F(Exchange, SendWithoutPayloadIs32Bytes) {
   initObject();
   EXPECT_EQ(object->SendIpcData(5, 0, nullptr, 0), 0);
@@ -48,12 +50,11 @@ TEST_F(Exchange, SendUsesABufferOfItsOwn) {
   EXPECT_EQ(text, bytesOf("0123456789"));
 }
 
-TEST_F(Exchange, SendPassesTheLibrarysCodeOn) {
+TEST_F(LooseExchange, SendPassesTheLibrarysCodeOn) {
   initObject();
   ipc.sendResults = {-8};
   EXPECT_EQ(object->SendIpcData(5, 0, nullptr, 0), -8);
   EXPECT_EQ(log.take(), Lines{warning("Send ipc data failed! error:-8")});
-  forget();
 }
 
 TEST_F(Exchange, WithoutAClient) {
@@ -105,7 +106,7 @@ TEST_F(Exchange, SyncCallWithoutRequestKeepsTheLength) {
   log.clear();
 }
 
-TEST_F(Exchange, SyncCallErrors) {
+TEST_F(LooseExchange, SyncCallErrors) {
   initObject();
   unsigned int size = 0;
   ipc.syncReplySize = 77;
@@ -120,10 +121,9 @@ TEST_F(Exchange, SyncCallErrors) {
     EXPECT_EQ(log.take(),
               Lines{warning("Ipc sync call failed! vd_ipc error:" + std::to_string(code))});
   }
-  forget();
 }
 
-TEST_F(Exchange, TransferSendsTheArrayAsItStands) {
+TEST_F(LooseExchange, TransferSendsTheArrayAsItStands) {
   initObject();
   QByteArray data("ab\0c\0", 5);
   object->m_replyArrived = true;
@@ -132,17 +132,15 @@ TEST_F(Exchange, TransferSendsTheArrayAsItStands) {
   EXPECT_FALSE(object->m_replyArrived);
   ipc.sendResults = {6};
   EXPECT_EQ(object->TransferCmd2CameraService(data, 4), 6);
-  forget();
 }
 
-TEST_F(Exchange, ListClearsTheReplyFlag) {
+TEST_F(LooseExchange, ListClearsTheReplyFlag) {
   initObject();
   object->m_replyArrived = true;
   ipc.syncResult = 1;
   int size = 0;
   EXPECT_EQ(object->HandleGetCameraListCmd(nullptr, size), 35);
   EXPECT_FALSE(object->m_replyArrived);
-  forget();
 }
 
 TEST_F(Exchange, RedirectAllTakesAnyNumberAndNoLock) {
@@ -250,7 +248,7 @@ TEST_F(Exchange, RdpHelloRenewsTheTokenEvenUnsent) {
                                info("RdpSendHello: Leave!")}));
 }
 
-TEST_F(Exchange, EveryCommandReleasesTheMutex) {
+TEST_F(LooseExchange, EveryCommandReleasesTheMutex) {
   startSpice();
   ipc.sendResults = {0, 5};
   int size = 0;
@@ -265,10 +263,9 @@ TEST_F(Exchange, EveryCommandReleasesTheMutex) {
   object->HandleCommand("{}", nullptr, size);
   ASSERT_TRUE(object->m_mutex.tryLock());
   object->m_mutex.unlock();
-  forget();
 }
 
-TEST_F(Exchange, CommandHoldsTheMutexFromTheConnectionCheckOn) {
+TEST_F(LooseExchange, CommandHoldsTheMutexFromTheConnectionCheckOn) {
   startSpice();
   Lines locked;
   ipc.duringCall = [&](const std::string& call) {
@@ -283,7 +280,6 @@ TEST_F(Exchange, CommandHoldsTheMutexFromTheConnectionCheckOn) {
   object->HandleCommand(R"({"command":"list"})", nullptr, size);
   EXPECT_EQ(locked, (Lines{"IsConnected", sendOf(5, R"({"command":"unshareall"})"), "IsConnected",
                            listRequest(0)}));
-  forget();
 }
 
 }  // namespace

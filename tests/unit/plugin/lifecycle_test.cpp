@@ -7,6 +7,7 @@ namespace lumsar_test {
 namespace {
 
 using Lifecycle = InsideTest;
+using LooseLifecycle = Loose<Lifecycle>;
 
 TEST_F(Lifecycle, InitBindsAndMakesTheClient) {
   EXPECT_TRUE(object->Init(libDir(), "vm-7"));
@@ -73,7 +74,7 @@ struct NameCase {
   std::string stored;
 };
 
-class ClientName : public Lifecycle, public testing::WithParamInterface<NameCase> {};
+class ClientName : public Loose<Lifecycle>, public testing::WithParamInterface<NameCase> {};
 
 const std::string kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmn";
 
@@ -84,7 +85,6 @@ TEST_P(ClientName, LeavesTheLastByteAsItWas) {
   std::string expected = stored;
   expected.resize(31, '\0');
   EXPECT_EQ(std::string(object->m_ipcClientParams.clientName, 32), expected + '#');
-  forget();
 }
 
 INSTANTIATE_TEST_SUITE_P(Lengths, ClientName,
@@ -105,7 +105,7 @@ TEST_F(Lifecycle, UninitReleasesClientAndLibrary) {
   EXPECT_FALSE(isLibraryLoaded(libraryDir()));
 }
 
-TEST_F(Lifecycle, LibraryIsStillThereWhenTheClientIsDestroyed) {
+TEST_F(LooseLifecycle, LibraryIsStillThereWhenTheClientIsDestroyed) {
   initObject();
   bool loaded = false;
   bool hadClient = false;
@@ -116,7 +116,6 @@ TEST_F(Lifecycle, LibraryIsStillThereWhenTheClientIsDestroyed) {
   object->Uninit();
   EXPECT_TRUE(loaded);
   EXPECT_TRUE(hadClient);
-  forget();
 }
 
 TEST_F(Lifecycle, UninitTwice) {
@@ -139,7 +138,7 @@ TEST_F(Lifecycle, UninitWithoutClientLeavesTheLibrary) {
   EXPECT_TRUE(isLibraryLoaded(libraryDir()));
 }
 
-TEST_F(Lifecycle, UninitKeepsEverythingElse) {
+TEST_F(LooseLifecycle, UninitKeepsEverythingElse) {
   startSpice();
   openSpiceChannel();
   object->UpdatePolicy(2, 13);
@@ -161,7 +160,6 @@ TEST_F(Lifecycle, UninitKeepsEverythingElse) {
   EXPECT_NE(object->m_createIpcClient, nullptr);
   EXPECT_NE(object->m_ipcClientSyncCall, nullptr);
   EXPECT_STREQ(object->m_ipcClientParams.clientName, "vm-7");
-  forget();
 }
 
 TEST_F(Lifecycle, InitAfterUninitMakesANewClient) {
@@ -175,7 +173,7 @@ TEST_F(Lifecycle, InitAfterUninitMakesANewClient) {
   EXPECT_NE(object->m_ipcClient, first);
 }
 
-TEST_F(Lifecycle, BothHoldTheMutex) {
+TEST_F(LooseLifecycle, BothHoldTheMutex) {
   Lines locked;
   ipc.duringCall = [&](const std::string& call) {
     if (object->m_mutex.tryLock()) {
@@ -189,10 +187,9 @@ TEST_F(Lifecycle, BothHoldTheMutex) {
   EXPECT_EQ(locked, (Lines{"Create vm-7", "Destroy"}));
   EXPECT_TRUE(object->m_mutex.tryLock());
   object->m_mutex.unlock();
-  forget();
 }
 
-TEST_F(Lifecycle, FailedInitReleasesTheMutex) {
+TEST_F(LooseLifecycle, FailedInitReleasesTheMutex) {
   object->Init("/nowhere", "vm-7");
   ipc.makesClient = false;
   object->Init(libDir(), "vm-7");
@@ -201,16 +198,14 @@ TEST_F(Lifecycle, FailedInitReleasesTheMutex) {
   object->Init(libDir(), "vm-7");
   EXPECT_TRUE(object->m_mutex.tryLock());
   object->m_mutex.unlock();
-  forget();
 }
 
-TEST_F(Lifecycle, TextsAreTakenByValue) {
+TEST_F(LooseLifecycle, TextsAreTakenByValue) {
   QString dir = libDir();
   QString name;
   EXPECT_TRUE(object->Init(dir, name));
   EXPECT_EQ(dir, libDir());
   EXPECT_TRUE(name.isEmpty());
-  forget();
 }
 
 }  // namespace

@@ -18,7 +18,7 @@
 #include <span>
 #include <vector>
 
-#include "integration/vm/support/hash.h"
+#include "support/messages.h"
 
 namespace {
 
@@ -118,7 +118,7 @@ int main(int argc, char** argv) {
   reader.begin();
   for (int i = 1; i <= count; ++i) {
     reader.next([&](Picture picture) {
-      std::printf("picture %d %zu %016llx\n", i, picture.size(), lumsar::vmtest::hash(picture));
+      std::printf("picture %d %zu %016llx\n", i, picture.size(), lumsar::test::hash(picture));
       if (i < count || argc < 4) return;
       std::ofstream(argv[3], std::ios::binary)
           .write(reinterpret_cast<const char*>(picture.data()),

@@ -1,22 +1,18 @@
-// The virtual machine of the tests: see guest.h.
 #include "integration/vm/support/guest.h"
-
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 
-namespace lumsar::vmtest {
+#include "support/temporary_directory.h"
+
+namespace lumsar::test {
 
 namespace {
 
 using namespace std::chrono_literals;
 
-constexpr Milliseconds kBootTime = 90s;
+constexpr milliseconds kBootTime = 90s;
 
 std::string environment(const char* name) {
   const char* value = std::getenv(name);
@@ -41,16 +37,7 @@ Path testDirectory() {
 }
 
 int freePort() {
-  const int socketNumber = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof address;
-  auto* general = reinterpret_cast<sockaddr*>(&address);
-  const bool bound = bind(socketNumber, general, size) == 0;
-  const bool known = bound && getsockname(socketNumber, general, &size) == 0;
-  close(socketNumber);
-  return known ? ntohs(address.sin_port) : 0;
+  return RawListener("tcp:0").port();
 }
 
 Guest::Guest(std::string name, Path directory, GuestSetup setup)
@@ -61,7 +48,7 @@ Guest::Guest(std::string name, Path directory, GuestSetup setup)
       m_shellSocket(m_directory / (m_name + ".shell")) {}
 
 Guest::~Guest() {
-  hangUp();
+  m_shell.close();
   if (m_qemu) m_qemu->signal(SIGKILL);
 }
 
@@ -107,14 +94,14 @@ std::vector<std::string> Guest::command() const {
 }
 
 bool Guest::boot() {
-  hangUp();
-  m_qemu = std::make_unique<Child>(command(), m_directory / (m_name + ".qemu"));
+  m_shell.close();
+  m_qemu = std::make_unique<Process>(command());
   return awaitShell();
 }
 
 bool Guest::awaitShell() {
-  hangUp();
-  if (eventually(kBootTime, [this] { return !running() || connectShell(); }) && running()) {
+  m_shell.close();
+  if (eventually([this] { return !running() || connectShell(); }, kBootTime) && running()) {
     return true;
   }
   std::fprintf(stderr, "%s does not come up.\n%s%s\n", m_name.c_str(), m_qemu->output().c_str(),
@@ -124,36 +111,21 @@ bool Guest::awaitShell() {
 
 // The port's socket exists before the guest does; its shell is there when it answers.
 bool Guest::connectShell() {
-  if (m_shell < 0) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    m_shellSocket.string().copy(address.sun_path, sizeof address.sun_path - 1);
-    m_shell = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (connect(m_shell, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-      hangUp();
-      return false;
-    }
-  }
-  return run("true", 500ms).status == 0;
-}
-
-void Guest::hangUp() {
-  if (m_shell >= 0) close(m_shell);
-  m_shell = -1;
+  if (!m_shell.connected()) m_shell = RawPeer(m_shellSocket.string());
+  return m_shell.connected() && run("true", 500ms).status == 0;
 }
 
 void Guest::pullThePlug() {
-  hangUp();
+  m_shell.close();
   m_qemu->signal(SIGKILL);
   m_qemu->wait(5s);
 }
 
 void Guest::order(const std::string& command) {
-  const std::string text = command + "\n";
-  send(m_shell, text.data(), text.size(), MSG_NOSIGNAL);
+  m_shell.send(bytesOf(command + "\n"));
 }
 
-Guest::Result Guest::run(const std::string& command, Milliseconds time) {
+Guest::Result Guest::run(const std::string& command, milliseconds time) {
   const std::string number = std::to_string(++m_commands);
   const std::string begin = "<" + number + ">\n";
   const std::string end = "</" + number + " ";
@@ -162,21 +134,18 @@ Guest::Result Guest::run(const std::string& command, Milliseconds time) {
         "' '$?");
   std::string text;
   Result result;
-  eventually(time, [&] {
-    char buffer[4096];
-    while (true) {
-      const ssize_t size = recv(m_shell, buffer, sizeof buffer, MSG_DONTWAIT);
-      if (size <= 0) break;
-      text.append(buffer, static_cast<std::size_t>(size));
-    }
-    const auto first = text.find(begin);
-    const auto last = text.find(end);
-    if (first == std::string::npos || last == std::string::npos) return false;
-    if (text.find('\n', last) == std::string::npos) return false;
-    result.status = std::atoi(text.c_str() + last + end.size());
-    result.output = text.substr(first + begin.size(), last - first - begin.size());
-    return true;
-  });
+  eventually(
+      [&] {
+        text += textOf(m_shell.read(1U << 20U, 0ms));
+        const auto first = text.find(begin);
+        const auto last = text.find(end);
+        if (first == std::string::npos || last == std::string::npos) return false;
+        if (text.find('\n', last) == std::string::npos) return false;
+        result.status = std::atoi(text.c_str() + last + end.size());
+        result.output = text.substr(first + begin.size(), last - first - begin.size());
+        return true;
+      },
+      time);
   if (result.status < 0) result.output = "no answer: " + text;
   return result;
 }
@@ -185,9 +154,9 @@ void Guest::start(const std::string& name, const std::string& command) {
   run("(exec " + command + ") >/tmp/" + name + ".log 2>&1 & echo $! >/tmp/" + name + ".pid");
 }
 
-bool Guest::expectIn(const std::string& name, const std::string& text, Milliseconds time) {
+bool Guest::expectIn(const std::string& name, const std::string& text, milliseconds time) {
   return eventually(
-      time, [&] { return run("grep -F -q '" + text + "' /tmp/" + name + ".log").status == 0; });
+      [&] { return run("grep -F -q '" + text + "' /tmp/" + name + ".log").status == 0; }, time);
 }
 
-}  // namespace lumsar::vmtest
+}  // namespace lumsar::test

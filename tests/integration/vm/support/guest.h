@@ -3,13 +3,17 @@
 #ifndef LUMSAR_TESTS_INTEGRATION_VM_SUPPORT_GUEST_H
 #define LUMSAR_TESTS_INTEGRATION_VM_SUPPORT_GUEST_H
 
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
 
-#include "integration/vm/support/child.h"
+#include "support/process.h"
+#include "support/raw_peer.h"
 
-namespace lumsar::vmtest {
+namespace lumsar::test {
+
+using Path = std::filesystem::path;
 
 struct GuestSetup {
   Path kernel;
@@ -51,36 +55,35 @@ class Guest {
     std::string output;
   };
   // Runs a shell command. The guest has but one shell: nothing else happens in it meanwhile.
-  Result run(const std::string& command, Milliseconds time = std::chrono::seconds(15));
+  Result run(const std::string& command, milliseconds time = std::chrono::seconds(15));
   // Starts a command that goes on, with its output in the guest's file /tmp/NAME.log.
   void start(const std::string& name, const std::string& command);
   // Waits until the guest's file /tmp/NAME.log holds `text`.
   bool expectIn(const std::string& name, const std::string& text,
-                Milliseconds time = std::chrono::seconds(15));
+                milliseconds time = std::chrono::seconds(15));
   // Sends a command that gets no answer, such as "reboot -f".
   void order(const std::string& command);
 
   // For a SPICE client.
   std::string address() const { return "spice+unix://" + m_spiceSocket.string(); }
   const Path& spiceSocket() const { return m_spiceSocket; }
-  Child& qemu() { return *m_qemu; }
+  Process& qemu() { return *m_qemu; }
 
  private:
   std::vector<std::string> command() const;
   std::string spiceOptions() const;
   bool connectShell();
-  void hangUp();
 
   std::string m_name;
   Path m_directory;
   GuestSetup m_setup;
   Path m_spiceSocket;
   Path m_shellSocket;
-  std::unique_ptr<Child> m_qemu;
-  int m_shell = -1;
+  std::unique_ptr<Process> m_qemu;
+  RawPeer m_shell;
   int m_commands = 0;
 };
 
-}  // namespace lumsar::vmtest
+}  // namespace lumsar::test
 
 #endif

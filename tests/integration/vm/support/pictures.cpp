@@ -1,4 +1,3 @@
-// Comparing pictures: see pictures.h.
 #include "integration/vm/support/pictures.h"
 
 #include <gtest/gtest.h>
@@ -6,7 +5,7 @@
 #include <algorithm>
 #include <sstream>
 
-namespace lumsar::vmtest {
+namespace lumsar::test {
 
 std::vector<std::string> pictureHashes(const std::string& text) {
   std::vector<std::string> hashes;
@@ -33,4 +32,4 @@ void expectInOrder(const std::vector<std::string>& read, const std::vector<std::
   }
 }
 
-}  // namespace lumsar::vmtest
+}  // namespace lumsar::test

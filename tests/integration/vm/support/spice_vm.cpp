@@ -1,10 +1,9 @@
-// The fixture of the tests with a real VM: see spice_vm.h.
 #include "integration/vm/support/spice_vm.h"
 
 #include <cstdio>
 #include <cstdlib>
 
-namespace lumsar::vmtest {
+namespace lumsar::test {
 
 std::unique_ptr<Guest> SpiceVm::s_guest;
 
@@ -20,7 +19,7 @@ void SpiceVm::SetUp() {
 void SpiceVm::TearDown() {
   if (m_user) m_user->endHost();
   if (HasFailure()) {
-    if (m_user) std::printf("see %s\n", m_user->directory().c_str());
+    if (m_user) m_user->printOutput();
     if (s_guest->running()) {
       std::printf("%s\n", s_guest->run("tail -n 30 /tmp/*.log").output.c_str());
     }
@@ -43,4 +42,4 @@ bool SpiceVm::nextSessionWorks() {
   return user().host().expect("VM answered, version 1.1");
 }
 
-}  // namespace lumsar::vmtest
+}  // namespace lumsar::test

@@ -10,7 +10,7 @@
 #include "integration/vm/support/guest.h"
 #include "integration/vm/support/user_side.h"
 
-namespace lumsar::vmtest {
+namespace lumsar::test {
 
 class SpiceVm : public testing::Test {
  protected:
@@ -31,6 +31,6 @@ class SpiceVm : public testing::Test {
   std::unique_ptr<UserSide> m_user;
 };
 
-}  // namespace lumsar::vmtest
+}  // namespace lumsar::test
 
 #endif

@@ -1,22 +1,22 @@
-// The user's machine of the tests: see user_side.h.
 #include "integration/vm/support/user_side.h"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 
 #include "integration/vm/support/pictures.h"
+#include "support/temporary_directory.h"
 
-namespace lumsar::vmtest {
+namespace lumsar::test {
 
 using namespace std::chrono_literals;
 
 UserSide::UserSide(const Path& parent)
     : m_directory(parent / ("user-" + std::to_string(++s_count))),
       m_record(m_directory / "pictures"),
-      m_log(m_directory / "host.log"),
       m_channel(m_directory / "cameras.sock") {
   std::filesystem::create_directories(m_directory);
   // What each program in the guest understands, and what is compared byte by byte.
@@ -24,12 +24,10 @@ UserSide::UserSide(const Path& parent)
 }
 
 bool UserSide::startService(const std::string& format) {
-  m_service = std::make_unique<Child>(
-      std::vector<std::string>{LUMSAR_BIN "/lumsar-camera-service", "--ipc-channel",
-                               m_channel.string(), "--camera", std::string(kCamera) + "," + format,
-                               "--verbose"},
-      m_directory / "service.log");
-  return eventually(10s, [this] { return std::filesystem::exists(m_channel); });
+  m_service = std::make_unique<Process>(
+      std::vector<std::string>{LUMSAR_BIN "/lumsar-camera-service", "--channel", m_channel.string(),
+                               "--camera", std::string(kCamera) + "," + format, "--verbose"});
+  return eventually([this] { return std::filesystem::exists(m_channel); }, 10s);
 }
 
 void UserSide::killService() {
@@ -48,9 +46,10 @@ void UserSide::startHost(const std::string& address, const std::vector<std::stri
                                    (m_directory / "config.json").string(),
                                    "--verbose"};
   command.insert(command.end(), options.begin(), options.end());
-  m_host = std::make_unique<Child>(command, m_log,
-                                   Child::Environment{{"LUMSAR_REAL_IPC", LUMSAR_REAL_IPC},
-                                                      {"LUMSAR_IPC_RECORD", m_record.string()}});
+  m_host = std::make_unique<Process>(
+      command, ProcessSetup{.environment = {{"LUMSAR_REAL_IPC", LUMSAR_REAL_IPC},
+                                            {"LUMSAR_IPC_RECORD", m_record.string()}},
+                            .input = true});
 }
 
 void UserSide::endHost() {
@@ -58,13 +57,18 @@ void UserSide::endHost() {
     m_host->signal(SIGTERM);
     EXPECT_EQ(m_host->wait(5s), 0);
   }
-  m_host.reset();
+}
+
+void UserSide::printOutput() {
+  for (Process* process : {m_host.get(), m_service.get()}) {
+    if (process != nullptr) std::printf("%s\n", process->output().c_str());
+  }
 }
 
 bool UserSide::command(const std::string& line) {
   m_host->skipOutput();
-  m_host->say(line);
-  return m_host->expect(" " + line + ": ") && m_host->saidNext("done (0)");
+  m_host->write(line + "\n");
+  return m_host->expect(" " + line + ": ") && m_host->isNext("done (0)");
 }
 
 long UserSide::counter(const std::string& name) {
@@ -79,4 +83,4 @@ std::vector<std::string> UserSide::picturesSent() const {
   return pictureHashes(readFile(m_record));
 }
 
-}  // namespace lumsar::vmtest
+}  // namespace lumsar::test

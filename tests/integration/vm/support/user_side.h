@@ -3,13 +3,16 @@
 #ifndef LUMSAR_TESTS_INTEGRATION_VM_SUPPORT_USER_SIDE_H
 #define LUMSAR_TESTS_INTEGRATION_VM_SUPPORT_USER_SIDE_H
 
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "integration/vm/support/child.h"
+#include "support/process.h"
 
-namespace lumsar::vmtest {
+namespace lumsar::test {
+
+using Path = std::filesystem::path;
 
 inline constexpr const char* kCamera = "test:Front";
 
@@ -25,10 +28,12 @@ class UserSide {
   void startHost(const std::string& address, const std::vector<std::string>& options = {});
   // Asks it to end, if it still runs, and expects that it does so cleanly.
   void endHost();
+  // What both have written, after a failure.
+  void printOutput();
 
   const Path& directory() const { return m_directory; }
-  Child& host() { return *m_host; }
-  Child& service() { return *m_service; }
+  Process& host() { return *m_host; }
+  Process& service() { return *m_service; }
   // Gives the host a command and waits for its result. False when it failed or did not come.
   bool command(const std::string& line);
   // Gives "status" and returns the number behind `"name": `, -1 when there is none.
@@ -40,12 +45,11 @@ class UserSide {
   static inline int s_count = 0;
   Path m_directory;
   Path m_record;
-  Path m_log;
   Path m_channel;
-  std::unique_ptr<Child> m_service;
-  std::unique_ptr<Child> m_host;
+  std::unique_ptr<Process> m_service;
+  std::unique_ptr<Process> m_host;
 };
 
-}  // namespace lumsar::vmtest
+}  // namespace lumsar::test
 
 #endif

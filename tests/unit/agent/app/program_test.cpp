@@ -6,13 +6,15 @@
 
 #include <csignal>
 
+#include "app/status.h"
 #include "base/files.h"
-#include "unit/agent/eventually.h"
-#include "unit/agent/fake_host.h"
-#include "unit/agent/temp_folder.h"
+#include "support/raw_peer.h"
+#include "support/temporary_directory.h"
 
-namespace lumsar::agent::test {
+namespace lumsar::test {
 namespace {
+
+using namespace agent;
 
 class ProgramTest : public testing::Test {
  protected:
@@ -32,13 +34,13 @@ class ProgramTest : public testing::Test {
   }
   std::string finalStatus() {
     end();
-    return contentOf(options.statusFile);
+    return readFile(options.statusFile);
   }
   static bool has(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
   }
 
-  TempFolder folder;
+  TemporaryDirectory folder;
   Options options;
   std::optional<Program> program;
   std::thread thread;
@@ -47,16 +49,16 @@ class ProgramTest : public testing::Test {
 TEST_F(ProgramTest, SavesWhatTheHostSendsAndLetsGoAtTheEnd) {
   options.save = folder / "saved";
   start();
-  FakeHost host(options.listen);
-  ASSERT_TRUE(host.greet(4711));
+  RawPeer host(options.listen);
+  ASSERT_TRUE(host.handshake(4711));
   host.send(join({announce(1, "Front"), announce(2, "Back")}));
   ASSERT_TRUE(host.receiveRecord(CameraDataKind::Start, 1));
   ASSERT_TRUE(host.receiveRecord(CameraDataKind::Start, 2));
   for (std::uint32_t i = 0; i < 10; ++i) {
-    host.send(join({frame(1, i, picture(20000)), frame(2, i, picture(300))}));
+    host.send(join({frame(1, i, blankJpeg(20000)), frame(2, i, blankJpeg(300))}));
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
-  host.send(frame(2, 11, picture(300)));
+  host.send(frame(2, 11, blankJpeg(300)));
   ASSERT_TRUE(
       eventually([&] { return std::filesystem::exists(folder / "saved/Back-2-000011.jpg"); }));
   const std::string status = finalStatus();
@@ -66,7 +68,7 @@ TEST_F(ProgramTest, SavesWhatTheHostSendsAndLetsGoAtTheEnd) {
   EXPECT_TRUE(has(status, R"("savedFiles":10)")) << status;
   EXPECT_TRUE(host.receiveRecord(CameraDataKind::Stop, 1));
   EXPECT_TRUE(host.receiveRecord(CameraDataKind::Stop, 2));
-  EXPECT_EQ(contentOf(folder / "saved/Front-1-000010.jpg").size(), 20000U);
+  EXPECT_EQ(readFile(folder / "saved/Front-1-000010.jpg").size(), 20000U);
   program.reset();
   EXPECT_FALSE(std::filesystem::exists(folder / "vm.sock"));
 }
@@ -76,8 +78,8 @@ TEST_F(ProgramTest, TheRdpHostIsToldThatTheChannelIsOpen) {
   options.endpoint.shareAll = true;
   options.discard = true;
   start();
-  FakeHost host(options.listen);
-  EXPECT_EQ(host.receive(), message(MSG_CHANNEL_OPENED, {}));
+  RawPeer host(options.listen);
+  EXPECT_EQ(host.receive(), message(MSG_CHANNEL_OPENED));
   host.send(hello(7, 0x13));
   EXPECT_EQ(readHeader(host.receive().data()).capabilities, 0x13U);
 }
@@ -85,14 +87,14 @@ TEST_F(ProgramTest, TheRdpHostIsToldThatTheChannelIsOpen) {
 TEST_F(ProgramTest, ANewHelloAndUnredirectAllDropAllCameras) {
   options.discard = true;
   start();
-  FakeHost host(options.listen);
-  ASSERT_TRUE(host.greet(1));
+  RawPeer host(options.listen);
+  ASSERT_TRUE(host.handshake(1));
   host.send(announce(1, "Front"));
   ASSERT_TRUE(host.receiveRecord(CameraDataKind::Start, 1));
-  ASSERT_TRUE(host.greet(2));
+  ASSERT_TRUE(host.handshake(2));
   host.send(announce(1, "Front again"));
   ASSERT_TRUE(host.receiveRecord(CameraDataKind::Start, 1));
-  host.send(join({message(MSG_UNREDIRECT_ALL, {}), announce(2, "Back")}));
+  host.send(join({message(MSG_UNREDIRECT_ALL), announce(2, "Back")}));
   ASSERT_TRUE(host.receiveRecord(CameraDataKind::Start, 2));
   const std::string status = finalStatus();
   EXPECT_TRUE(host.receiveRecord(CameraDataKind::Stop, 2));
@@ -103,14 +105,14 @@ TEST_F(ProgramTest, ANewHelloAndUnredirectAllDropAllCameras) {
 TEST_F(ProgramTest, OneHostAfterTheOther) {
   options.discard = true;
   start();
-  FakeHost first(options.listen);
-  ASSERT_TRUE(first.greet(1));
+  RawPeer first(options.listen);
+  ASSERT_TRUE(first.handshake(1));
   first.send(announce(1, "Front"));
   ASSERT_TRUE(first.receiveRecord(CameraDataKind::Start, 1));
-  FakeHost second(options.listen);
+  RawPeer second(options.listen);
   ASSERT_TRUE(second.connected());
-  first.leave();
-  EXPECT_TRUE(second.greet(2));
+  first.close();
+  EXPECT_TRUE(second.handshake(2));
   second.send(announce(1, "Front"));
   EXPECT_TRUE(second.receiveRecord(CameraDataKind::Start, 1));
 }
@@ -118,10 +120,10 @@ TEST_F(ProgramTest, OneHostAfterTheOther) {
 TEST_F(ProgramTest, GarbageHurtsOnlyItsOwnSession) {
   options.discard = true;
   start();
-  FakeHost host(options.listen);
-  host.send(join({bytes("leftovers of an old session"), hello(3)}));
+  RawPeer host(options.listen);
+  host.send(join({bytesOf("leftovers of an old session"), hello(3)}));
   EXPECT_EQ(host.receive().size(), 36U);
-  host.send(join({Message(100000, 0x07), hello(4), announce(5, "Front")}));
+  host.send(join({Bytes(100000, 0x07), hello(4), announce(5, "Front")}));
   EXPECT_EQ(host.receive().size(), 36U);
   EXPECT_TRUE(host.receiveRecord(CameraDataKind::Start, 5));
   EXPECT_TRUE(has(finalStatus(), R"("faults":1,"droppedBytes":100027)"));
@@ -130,9 +132,9 @@ TEST_F(ProgramTest, GarbageHurtsOnlyItsOwnSession) {
 TEST_F(ProgramTest, AMessageCutInHalfDoesNotSwallowTheNextHello) {
   options.discard = true;
   start();
-  FakeHost host(options.listen);
-  ASSERT_TRUE(host.greet(1));
-  Message half = message(MSG_DATA, Message(100000, 0x33));
+  RawPeer host(options.listen);
+  ASSERT_TRUE(host.handshake(1));
+  Bytes half = message(MSG_DATA, Bytes(100000, 0x33));
   half.resize(40000);
   host.send(join({half, hello(2)}));
   EXPECT_EQ(host.receive().size(), 36U);
@@ -142,12 +144,12 @@ TEST_F(ProgramTest, ASpiceHostWithABrokenSessionIsSentAwayToBeginAnew) {
   options.discard = true;
   options.endpoint.helloTimeout = std::chrono::milliseconds(300);
   start();
-  FakeHost host(options.listen);
-  ASSERT_TRUE(host.greet());
-  host.send(bytes("these bytes are no message"));
+  RawPeer host(options.listen);
+  ASSERT_TRUE(host.handshake());
+  host.send(bytesOf("these bytes are no message"));
   EXPECT_TRUE(host.ended());
-  FakeHost again(options.listen);
-  EXPECT_TRUE(again.greet());
+  RawPeer again(options.listen);
+  EXPECT_TRUE(again.handshake());
 }
 
 TEST_F(ProgramTest, AnRdpHostThatDoesNotGreetIsAskedAgain) {
@@ -155,9 +157,9 @@ TEST_F(ProgramTest, AnRdpHostThatDoesNotGreetIsAskedAgain) {
   options.endpoint.protocol = Protocol::Rdp;
   options.endpoint.helloTimeout = std::chrono::milliseconds(300);
   start();
-  FakeHost host(options.listen);
-  EXPECT_EQ(host.receive(), message(MSG_CHANNEL_OPENED, {}));
-  EXPECT_EQ(host.receive(), message(MSG_CHANNEL_OPENED, {}));
+  RawPeer host(options.listen);
+  EXPECT_EQ(host.receive(), message(MSG_CHANNEL_OPENED));
+  EXPECT_EQ(host.receive(), message(MSG_CHANNEL_OPENED));
   host.send(hello(7, 0x13));
   EXPECT_EQ(host.receive().size(), 36U);
 }
@@ -166,11 +168,11 @@ TEST_F(ProgramTest, AStrangerWithoutAHelloMakesRoomForTheHost) {
   options.discard = true;
   options.endpoint.helloTimeout = std::chrono::milliseconds(300);
   start();
-  FakeHost stranger(options.listen);
-  const Message whole = hello(1);
-  stranger.send(Message(whole.begin(), whole.begin() + 20));
-  FakeHost host(options.listen);
-  EXPECT_TRUE(host.greet());
+  RawPeer stranger(options.listen);
+  const Bytes whole = hello(1);
+  stranger.send(Bytes(whole.begin(), whole.begin() + 20));
+  RawPeer host(options.listen);
+  EXPECT_TRUE(host.handshake());
   EXPECT_TRUE(stranger.ended());
 }
 
@@ -179,9 +181,9 @@ TEST_F(ProgramTest, AnRdpStrangerIsAskedOnceMoreAndThenMakesRoom) {
   options.endpoint.protocol = Protocol::Rdp;
   options.endpoint.helloTimeout = std::chrono::milliseconds(300);
   start();
-  FakeHost stranger(options.listen);
-  FakeHost host(options.listen);
-  EXPECT_EQ(host.receive(), message(MSG_CHANNEL_OPENED, {}));
+  RawPeer stranger(options.listen);
+  RawPeer host(options.listen);
+  EXPECT_EQ(host.receive(), message(MSG_CHANNEL_OPENED));
   EXPECT_TRUE(stranger.ended());
 }
 
@@ -190,13 +192,13 @@ TEST_F(ProgramTest, AFullDiskStopsTheSavingOfOneCameraOnly) {
   std::filesystem::create_directory(folder / "saved");
   std::filesystem::create_symlink("/dev/full", folder / "saved/Front-1-000001.jpg.part");
   start();
-  FakeHost host(options.listen);
-  ASSERT_TRUE(host.greet());
+  RawPeer host(options.listen);
+  ASSERT_TRUE(host.handshake());
   host.send(join({announce(1, "Front"), announce(2, "Back")}));
   ASSERT_TRUE(host.receiveRecord(CameraDataKind::Start, 2));
-  host.send(join({frame(1, 0, picture()), frame(2, 0, picture())}));
+  host.send(join({frame(1, 0, blankJpeg()), frame(2, 0, blankJpeg())}));
   EXPECT_TRUE(host.receiveRecord(CameraDataKind::Stop, 1));  // nobody looks at it any more
-  host.send(frame(2, 1, picture()));
+  host.send(frame(2, 1, blankJpeg()));
   EXPECT_TRUE(
       eventually([&] { return std::filesystem::exists(folder / "saved/Back-2-000002.jpg"); }));
   EXPECT_TRUE(has(finalStatus(), "No space left on device"));
@@ -205,15 +207,15 @@ TEST_F(ProgramTest, AFullDiskStopsTheSavingOfOneCameraOnly) {
 TEST_F(ProgramTest, SendsStatisticsToTheService) {
   options.discard = true;
   start();
-  FakeHost host(options.listen);
-  ASSERT_TRUE(host.greet());
+  RawPeer host(options.listen);
+  ASSERT_TRUE(host.handshake());
   host.send(announce(1, "Front"));
   ASSERT_TRUE(host.receiveRecord(CameraDataKind::Start, 1));
-  host.send(
-      join({frame(1, 0, picture(500)), frame(1, 3, picture(500)), frame(1, 4, bytes("bad"))}));
+  host.send(join(
+      {frame(1, 0, blankJpeg(500)), frame(1, 3, blankJpeg(500)), frame(1, 4, bytesOf("bad"))}));
   const auto body = host.receiveRecord(CameraDataKind::Statistics, 1);
   ASSERT_TRUE(body);
-  Bytes rest(*body);
+  View rest(*body);
   const auto statistics = take<CameraStatistics>(rest);
   EXPECT_EQ(statistics->frames, 3U);
   EXPECT_EQ(statistics->bytes, 1003U);
@@ -234,35 +236,35 @@ class DirectTest : public ProgramTest {
 
 TEST_F(DirectTest, SeveralServicesComeByThemselves) {
   const std::string address = startDirect();
-  FakeHost one(address);
-  FakeHost two(address);
-  ASSERT_TRUE(one.greet(11));
-  ASSERT_TRUE(two.greet(12));
+  RawPeer one(address);
+  RawPeer two(address);
+  ASSERT_TRUE(one.handshake(11));
+  ASSERT_TRUE(two.handshake(12));
   one.send(announce(1, "Front"));
   two.send(announce(1, "Back"));
   EXPECT_TRUE(one.receiveRecord(CameraDataKind::Start, 1));
   EXPECT_TRUE(two.receiveRecord(CameraDataKind::Start, 1));
-  one.leave();
-  two.send(frame(1, 0, picture()));
+  one.close();
+  two.send(frame(1, 0, blankJpeg()));
   const std::string file = options.statusFile;
   EXPECT_TRUE(eventually([&] {
-    return has(contentOf(file), R"("name":"Front","vendorId":0,"productId":0,"present":false)");
+    return has(readFile(file), R"("name":"Front","vendorId":0,"productId":0,"present":false)");
   }));
-  EXPECT_TRUE(has(contentOf(file), R"("name":"service 2")"));
+  EXPECT_TRUE(has(readFile(file), R"("name":"service 2")"));
 }
 
 TEST_F(DirectTest, StrangersMakeRoomForServices) {
   options.endpoint.helloTimeout = std::chrono::milliseconds(300);
   const std::string address = startDirect();
-  std::vector<std::unique_ptr<FakeHost>> strangers(16);
-  for (auto& stranger : strangers) stranger = std::make_unique<FakeHost>(address);
-  FakeHost service(address);
-  EXPECT_TRUE(service.greet());
+  std::vector<std::unique_ptr<RawPeer>> strangers(16);
+  for (auto& stranger : strangers) stranger = std::make_unique<RawPeer>(address);
+  RawPeer service(address);
+  EXPECT_TRUE(service.handshake());
 }
 
 TEST_F(DirectTest, TheDirectWayNeverAsksForAllCameras) {
   options.endpoint.shareAll = true;
-  FakeHost service(startDirect());
+  RawPeer service(startDirect());
   service.send(hello(1));
   EXPECT_EQ(readHeader(service.receive().data()).capabilities, 3U);
 }
@@ -279,20 +281,20 @@ TEST_F(ProgramTest, EndsByItselfInTime) {
 TEST_F(ProgramTest, ASocketThatIsServedOrIsNoSocketIsRefused) {
   start();
   EXPECT_THROW(Program{options}, base::Failure);
-  std::ofstream(folder / "file") << "precious";
+  writeFile(folder / "file", "precious");
   options.listen = "unix:" + (folder / "file");
   EXPECT_THROW(Program{options}, base::Failure);
-  EXPECT_EQ(contentOf(folder / "file"), "precious");
+  EXPECT_EQ(readFile(folder / "file"), "precious");
 }
 
 TEST(ReplaceFile, AFileThatIsCutShortIsAnErrorWithAReason) {
-  const TempFolder folder;
+  const TemporaryDirectory folder;
   rlimit before{};
   getrlimit(RLIMIT_FSIZE, &before);
   const rlimit small{10, before.rlim_max};
   setrlimit(RLIMIT_FSIZE, &small);
   const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-  const bool good = base::replaceFile(folder / "file", bytes("longer than ten bytes"));
+  const bool good = base::replaceFile(folder / "file", bytesOf("longer than ten bytes"));
   const int error = errno;
   setrlimit(RLIMIT_FSIZE, &before);
   std::signal(SIGXFSZ, handler);
@@ -307,9 +309,9 @@ TEST_F(ProgramTest, AStaleSocketIsReplaced) {
   ASSERT_EQ(bind(stale.get(), address.get(), address.size), 0);
   EXPECT_TRUE(std::filesystem::exists(folder / "vm.sock"));
   start();
-  FakeHost host(options.listen);
-  EXPECT_TRUE(host.greet());
+  RawPeer host(options.listen);
+  EXPECT_TRUE(host.handshake());
 }
 
 }  // namespace
-}  // namespace lumsar::agent::test
+}  // namespace lumsar::test

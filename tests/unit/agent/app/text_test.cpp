@@ -6,8 +6,10 @@
 #include "base/errors.h"
 #include "outputs/web/http_request.h"
 
-namespace lumsar::agent::test {
+namespace lumsar::test {
 namespace {
+
+using namespace agent;
 
 TEST(Json, WritesNestedTexts) {
   JsonWriter json;
@@ -123,4 +125,4 @@ TEST(HttpRequest, OnlyThePageItselfAndPeopleMayAsk) {
 }
 
 }  // namespace
-}  // namespace lumsar::agent::test
+}  // namespace lumsar::test

@@ -10,14 +10,13 @@
 #include <QJsonDocument>
 #include <array>
 #include <csignal>
-#include <cstdlib>
 
-#include "unit/agent/eventually.h"
+#include "support/eventually.h"
 
-namespace lumsar::agent::test {
+namespace lumsar::test {
 namespace {
 
-constexpr std::chrono::seconds kPatience(30);
+constexpr milliseconds kLongTimeout(30000);
 
 std::string executable() {
   for (const char* path :
@@ -43,7 +42,6 @@ std::vector<std::string> commandLine(const std::string& profile) {
           "--window-size=1280,900"};
 }
 
-// Both ends above the descriptors that the browser expects.
 struct Pipe {
   base::UniqueFd reading{-1};
   base::UniqueFd writing{-1};
@@ -71,7 +69,7 @@ Browser::Browser(const std::string& page) {
   const QJsonObject session =
       call("Target.attachToTarget", {{"targetId", target["targetId"]}, {"flatten", true}});
   m_session = session["sessionId"].toString();
-  if (m_session.isEmpty() && m_problem.empty()) m_problem = "no page: " + m_child->log();
+  if (m_session.isEmpty() && m_problem.empty()) m_problem = "no page: " + m_child->output();
 }
 
 void Browser::start() {
@@ -79,12 +77,14 @@ void Browser::start() {
   auto [answers, theirAnswers] = pipeOutOfTheWay();
   m_commands = std::move(commands);
   m_answers = std::move(answers);
-  m_child.emplace(commandLine(m_folder / "profile"), [&] {
+  const auto useDescriptors = [&] {
     dup2(theirCommands.get(), 3);
     dup2(theirAnswers.get(), 4);
-    setenv("HOME", m_folder.path().c_str(), 1);
-    setenv("TMPDIR", m_folder.path().c_str(), 1);
-  });
+  };
+  m_child.emplace(
+      commandLine(m_folder / "profile"),
+      ProcessSetup{.environment = {{"HOME", m_folder.path()}, {"TMPDIR", m_folder.path()}},
+                   .before = useDescriptors});
 }
 
 std::string Browser::evaluate(const std::string& expression) {
@@ -95,7 +95,7 @@ std::string Browser::evaluate(const std::string& expression) {
 }
 
 bool Browser::becomesTrue(const std::string& expression) {
-  return eventually([&] { return evaluate(expression) == "true"; }, kPatience);
+  return eventually([&] { return evaluate(expression) == "true"; }, kLongTimeout);
 }
 
 std::string Browser::screenshot() {
@@ -104,8 +104,7 @@ std::string Browser::screenshot() {
 }
 
 void Browser::kill() {
-  m_child->signal(SIGKILL);
-  m_child->wait();
+  m_child->stop(SIGKILL);
 }
 
 QJsonObject Browser::call(const char* method, const QJsonObject& parameters) {
@@ -119,7 +118,7 @@ QJsonObject Browser::call(const char* method, const QJsonObject& parameters) {
   while (const auto message = receive()) {
     if ((*message)["id"].toInt() == m_calls) return (*message)["result"].toObject();
   }
-  m_problem = std::string(method) + ": no answer: " + m_child->log();
+  m_problem = std::string(method) + ": no answer: " + m_child->output();
   return {};
 }
 
@@ -128,8 +127,7 @@ std::optional<QJsonObject> Browser::receive() {
   while ((end = m_received.find('\0')) == std::string::npos) {
     pollfd entry{m_answers.get(), POLLIN, 0};
     std::array<char, 65536> piece;
-    if (poll(&entry, 1, static_cast<int>(std::chrono::milliseconds(kPatience).count())) <= 0)
-      return {};
+    if (poll(&entry, 1, static_cast<int>(kLongTimeout.count())) <= 0) return {};
     const ssize_t got = read(m_answers.get(), piece.data(), piece.size());
     if (got <= 0) return {};
     m_received.append(piece.data(), static_cast<std::size_t>(got));
@@ -139,4 +137,4 @@ std::optional<QJsonObject> Browser::receive() {
   return QJsonDocument::fromJson(text).object();
 }
 
-}  // namespace lumsar::agent::test
+}  // namespace lumsar::test

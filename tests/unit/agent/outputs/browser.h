@@ -8,9 +8,10 @@
 #include <string>
 
 #include "base/fd.h"
-#include "unit/agent/child.h"
+#include "support/process.h"
+#include "support/temporary_directory.h"
 
-namespace lumsar::agent::test {
+namespace lumsar::test {
 
 class Browser {
  public:
@@ -36,16 +37,16 @@ class Browser {
   QJsonObject call(const char* method, const QJsonObject& parameters);
   std::optional<QJsonObject> receive();
 
-  TempFolder m_folder;
+  TemporaryDirectory m_folder;
   base::UniqueFd m_commands;
   base::UniqueFd m_answers;
-  std::optional<Child> m_child;
+  std::optional<Process> m_child;
   std::string m_received;
   std::string m_problem;
   QString m_session;
   int m_calls = 0;
 };
 
-}  // namespace lumsar::agent::test
+}  // namespace lumsar::test
 
 #endif

@@ -10,7 +10,9 @@
 #include "base/event_fd.h"
 #include "outputs/v4l2/video_system.h"
 
-namespace lumsar::agent::test {
+namespace lumsar::test {
+
+using namespace agent;
 
 struct FakeNode {
   int readers = 0;
@@ -56,7 +58,7 @@ class FakeVideoDevice : public VideoDevice {
     format = m_node.format;
     return true;
   }
-  bool write(base::Bytes picture) override {
+  bool write(View picture) override {
     const std::lock_guard lock(m_video.mutex);
     errno = ENODEV;
     if (m_node.unplugged) return false;
@@ -97,6 +99,6 @@ class FakeVideoSystem : public VideoSystem {
   FakeVideo& m_video;
 };
 
-}  // namespace lumsar::agent::test
+}  // namespace lumsar::test
 
 #endif

@@ -5,10 +5,12 @@
 
 #include <future>
 
-#include "unit/agent/eventually.h"
+#include "support/eventually.h"
 
-namespace lumsar::agent::test {
+namespace lumsar::test {
 namespace {
+
+using namespace agent;
 
 FramePtr numbered(std::uint32_t number) {
   auto frame = std::make_shared<Frame>();
@@ -52,4 +54,4 @@ TEST(FrameWorker, PushNeverWaits) {
 }
 
 }  // namespace
-}  // namespace lumsar::agent::test
+}  // namespace lumsar::test

@@ -7,12 +7,12 @@
 #include <cstdlib>
 #include <initializer_list>
 
-namespace lumsar::agent::test {
+namespace lumsar::test {
 namespace {
 
 class BitWriter {
  public:
-  explicit BitWriter(std::vector<unsigned char>& to) : m_to(to) {}
+  explicit BitWriter(Bytes& to) : m_to(to) {}
   void put(unsigned value, int bits) {
     for (int i = bits; i-- > 0;) {
       m_byte = m_byte << 1U | (value >> i & 1U);
@@ -30,12 +30,12 @@ class BitWriter {
     m_byte = 0;
     m_count = 0;
   }
-  std::vector<unsigned char>& m_to;
+  Bytes& m_to;
   unsigned m_byte = 0;
   int m_count = 0;
 };
 
-void segment(std::vector<unsigned char>& jpeg, unsigned marker, std::vector<unsigned> bytes) {
+void segment(Bytes& jpeg, unsigned marker, std::vector<unsigned> bytes) {
   const auto length = static_cast<unsigned>(bytes.size() + 2);
   bytes.insert(bytes.begin(), {0xFFU, marker, length >> 8U, length & 0xFFU});
   for (const unsigned byte : bytes) jpeg.push_back(static_cast<unsigned char>(byte));
@@ -55,9 +55,8 @@ int clampMean(double value) {
 
 }  // namespace
 
-std::vector<unsigned char> mosaicJpeg(int columns, int rows,
-                                      const std::function<Colour(int x, int y)>& paint) {
-  std::vector<unsigned char> jpeg{0xFF, 0xD8};
+Bytes mosaicJpeg(int columns, int rows, const std::function<Colour(int x, int y)>& paint) {
+  Bytes jpeg{0xFF, 0xD8};
   std::vector<unsigned> quantisation(65, 8);
   quantisation[0] = 0;
   segment(jpeg, 0xDB, quantisation);
@@ -88,4 +87,4 @@ std::vector<unsigned char> mosaicJpeg(int columns, int rows,
   return jpeg;
 }
 
-}  // namespace lumsar::agent::test
+}  // namespace lumsar::test

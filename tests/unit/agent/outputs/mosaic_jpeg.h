@@ -4,9 +4,10 @@
 #define LUMSAR_TESTS_UNIT_AGENT_OUTPUTS_MOSAIC_JPEG_H
 
 #include <functional>
-#include <vector>
 
-namespace lumsar::agent::test {
+#include "support/messages.h"
+
+namespace lumsar::test {
 
 struct Colour {
   double red = 0;  // 0 to 255
@@ -15,9 +16,8 @@ struct Colour {
 };
 
 // `paint` gives the colour of the block in column x and row y; the sizes are in blocks.
-std::vector<unsigned char> mosaicJpeg(int columns, int rows,
-                                      const std::function<Colour(int x, int y)>& paint);
+Bytes mosaicJpeg(int columns, int rows, const std::function<Colour(int x, int y)>& paint);
 
-}  // namespace lumsar::agent::test
+}  // namespace lumsar::test
 
 #endif

@@ -6,11 +6,14 @@
 #include <thread>
 
 #include "app/program.h"
-#include "unit/agent/fake_host.h"
+#include "support/raw_peer.h"
+#include "support/temporary_directory.h"
 #include "unit/agent/outputs/browser.h"
 
-namespace lumsar::agent::test {
+namespace lumsar::test {
 namespace {
+
+using namespace agent;
 
 class RunningProgram {
  public:
@@ -35,12 +38,12 @@ bool reads(Browser& browser, const std::string& text) {
 }
 
 void keep(Browser& browser, const char* name) {
-  std::ofstream(name, std::ios::binary) << browser.screenshot();
+  writeFile(name, browser.screenshot());
 }
 
 TEST(PageStates, SaysWhatIsMissingAndNeverShowsAnOldPictureAsALiveOne) {
   if (!Browser::installed()) GTEST_SKIP() << "no browser; install chromium";
-  const TempFolder folder;
+  const TemporaryDirectory folder;
   Options options;
   options.listen = "unix:" + (folder / "vm.sock");
   options.view = std::uint16_t{0};
@@ -50,8 +53,8 @@ TEST(PageStates, SaysWhatIsMissingAndNeverShowsAnOldPictureAsALiveOne) {
   ASSERT_EQ(browser.problem(), "");
   EXPECT_TRUE(reads(browser, "No host has connected yet"));
 
-  std::optional<FakeHost> host(options.listen);
-  EXPECT_TRUE(host->greet());
+  std::optional<RawPeer> host(options.listen);
+  EXPECT_TRUE(host->handshake());
   EXPECT_TRUE(reads(browser, "No camera is shared yet"));
   keep(browser, "vm-page-empty.png");
 
@@ -71,4 +74,4 @@ TEST(PageStates, SaysWhatIsMissingAndNeverShowsAnOldPictureAsALiveOne) {
 }
 
 }  // namespace
-}  // namespace lumsar::agent::test
+}  // namespace lumsar::test

@@ -4,20 +4,21 @@
 
 #include <atomic>
 #include <cmath>
-#include <fstream>
 #include <set>
 
 #include "app/program.h"
-#include "unit/agent/eventually.h"
-#include "unit/agent/fake_host.h"
+#include "support/raw_peer.h"
+#include "support/temporary_directory.h"
 #include "unit/agent/outputs/browser.h"
 #include "unit/agent/outputs/mosaic_jpeg.h"
 
-namespace lumsar::agent::test {
+namespace lumsar::test {
 namespace {
 
+using namespace agent;
+
 // A landscape whose sun moves on with each picture.
-Message landscape(int columns, int rows, double time, double hue) {
+Bytes landscape(int columns, int rows, double time, double hue) {
   return mosaicJpeg(columns, rows, [=](int x, int y) {
     const double u = static_cast<double>(x) / columns;
     const double v = static_cast<double>(y) / rows;
@@ -39,7 +40,7 @@ class PageTest : public testing::Test {
     program.emplace(options);
     channel = std::thread([this] { program->run(); });
     host.emplace(options.listen);
-    EXPECT_TRUE(host->greet());
+    EXPECT_TRUE(host->handshake());
     host->send(join({camera(1, "usb-046d:082d-7F2E1C", "HD Pro Webcam C920", 1280, 720),
                      camera(2, "test:desk", "Schreibtisch \xe2\x80\x93 <oben>", 640, 480),
                      camera(3, "file:/srv/yard.mp4", "Yard", 640, 360)}));
@@ -50,14 +51,14 @@ class PageTest : public testing::Test {
     program->stop();
     channel.join();
   }
-  static Message camera(std::uint32_t number, std::string_view id, std::string_view name,
-                        std::uint16_t width, std::uint16_t height) {
+  static Bytes camera(std::uint32_t number, std::string_view id, std::string_view name,
+                      std::uint16_t width, std::uint16_t height) {
     return message(MSG_DATA, record(CameraDataKind::Announced, number,
                                     announcedBody(id, name, kEncodingMjpg, width, height)));
   }
   void send(std::uint32_t number, std::uint32_t sequence, int columns, int rows) {
-    const Message jpeg = landscape(columns, rows, sequence * 0.1, 0.5 * (number - 1));
-    const Message body =
+    const Bytes jpeg = landscape(columns, rows, sequence * 0.1, 0.5 * (number - 1));
+    const Bytes body =
         frameBody(sequence, jpeg, kEncodingMjpg, kFrameIsKey,
                   static_cast<std::uint16_t>(columns * 8), static_cast<std::uint16_t>(rows * 8));
     const auto captured = cameraClock() - 7000 * number;
@@ -77,9 +78,9 @@ class PageTest : public testing::Test {
     return "http://127.0.0.1:" + std::to_string(program->viewPort()) + "/";
   }
 
-  TempFolder folder;
+  TemporaryDirectory folder;
   std::optional<Program> program;
-  std::optional<FakeHost> host;
+  std::optional<RawPeer> host;
   std::thread channel;
   std::thread service;
   std::atomic<bool> ended{false};
@@ -102,16 +103,16 @@ TEST_F(PageTest, ShowsLivePicturesInABrowser) {
   const std::string picture = browser.screenshot();
   EXPECT_GT(picture.size(), 30000U);
   EXPECT_TRUE(picture.starts_with("\x89PNG"));
-  std::ofstream("vm-page.png", std::ios::binary) << picture;
+  writeFile("vm-page.png", picture);
   browser.kill();
   // The page watches every camera that it shows, in an order of its own. When the browser has gone,
   // nobody looks any more.
   std::set<std::uint32_t> started;
   std::set<std::uint32_t> stopped;
   while (stopped.size() < 3) {
-    const Message message = host->receive();
+    const Bytes message = host->receive();
     ASSERT_FALSE(message.empty()) << started.size() << " started, " << stopped.size() << " stopped";
-    Bytes rest = Bytes(message).subspan(kHeaderSize);
+    View rest = View(message).subspan(kHeaderSize);
     const auto camera = take<CameraDataHeader>(rest)->camera;
     if (kindOf(message) == CameraDataKind::Start) started.insert(camera);
     if (kindOf(message) == CameraDataKind::Stop) stopped.insert(camera);
@@ -134,4 +135,4 @@ TEST_F(PageTest, ShowsNamesAndNumbersAsTextOnly) {
 }
 
 }  // namespace
-}  // namespace lumsar::agent::test
+}  // namespace lumsar::test

@@ -2,19 +2,21 @@
 // devices that are shared out, broken or unplugged. And who really has a file open.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <atomic>
 
 #include "outputs/jpeg.h"
 #include "outputs/v4l2/video_output.h"
-#include "unit/agent/eventually.h"
+#include "support/eventually.h"
+#include "support/messages.h"
+#include "support/process.h"
+#include "support/temporary_directory.h"
 #include "unit/agent/outputs/fake_video.h"
-#include "unit/agent/temp_folder.h"
-#include "unit/agent/wire.h"
 
-namespace lumsar::agent::test {
+namespace lumsar::test {
 namespace {
+
+using namespace agent;
 
 class VideoSinkTest : public testing::Test {
  protected:
@@ -24,12 +26,11 @@ class VideoSinkTest : public testing::Test {
   }
   std::unique_ptr<Sink> open(const std::string& id, std::uint16_t width = 640,
                              std::uint16_t height = 480) {
-    const Message body = announcedBody(id, id, kEncodingMjpg, width, height);
+    const Bytes body = announcedBody(id, id, kEncodingMjpg, width, height);
     return output->open(protocol::readAnnouncement({.camera = 1}, body).value(), 1, id,
                         [this] { ++changes; });
   }
-  static FramePtr frame(const Message& jpeg, std::uint16_t width = 640,
-                        std::uint16_t height = 480) {
+  static FramePtr frame(const Bytes& jpeg, std::uint16_t width = 640, std::uint16_t height = 480) {
     auto frame = std::make_shared<Frame>();
     frame->format = {0, width, height, kEncodingMjpg, 1};
     frame->data = jpeg;
@@ -55,9 +56,9 @@ TEST_F(VideoSinkTest, IsACameraFromTheBeginningAndWantedWhileOpen) {
   EXPECT_FALSE(sink->hasConsumer());
   video.setReaders("/dev/video0", 1);
   ASSERT_TRUE(eventually([&] { return sink->hasConsumer(); }));
-  sink->deliver(frame(picture()));
+  sink->deliver(frame(blankJpeg()));
   ASSERT_TRUE(eventually([&] { return sink->report().delivered == 1; }));
-  EXPECT_EQ(written("/dev/video0").back(), picture());
+  EXPECT_EQ(written("/dev/video0").back(), blankJpeg());
   video.setReaders("/dev/video0", 0);
   ASSERT_TRUE(eventually([&] { return !sink->hasConsumer(); }));
   EXPECT_TRUE(eventually([&] { return written("/dev/video0").back() == greyJpeg(640, 480); }));
@@ -81,7 +82,7 @@ TEST_F(VideoSinkTest, ChangesTheFormatWhenNobodyElseHasItOpen) {
   ASSERT_TRUE(deviceIs(*sink, "/dev/video0"));
   video.setReaders("/dev/video0", 1);
   ASSERT_TRUE(eventually([&] { return sink->hasConsumer(); }));
-  sink->deliver(frame(picture(), 320, 240));  // smaller: passes through
+  sink->deliver(frame(blankJpeg(), 320, 240));  // smaller: passes through
   ASSERT_TRUE(eventually([&] { return sink->report().delivered == 1; }));
   EXPECT_EQ(video.ask([](auto& all) { return all["/dev/video0"].format.width; }), 640);
   video.setReaders("/dev/video0", 0);
@@ -96,7 +97,7 @@ TEST_F(VideoSinkTest, PicturesThatDoNotFitAreDroppedWithAReason) {
   ASSERT_TRUE(deviceIs(*sink, "/dev/video0"));
   video.setReaders("/dev/video0", 1);
   ASSERT_TRUE(eventually([&] { return sink->hasConsumer(); }));
-  sink->deliver(frame(picture(5000)));
+  sink->deliver(frame(blankJpeg(5000)));
   ASSERT_TRUE(eventually([&] { return sink->report().dropped == 1; }));
   EXPECT_NE(sink->report().error.find("no longer fit"), std::string::npos);
 }
@@ -155,26 +156,21 @@ TEST_F(VideoSinkTest, AnUnpluggedDeviceIsGivenUp) {
   video.setReaders("/dev/video0", 1);
   ASSERT_TRUE(eventually([&] { return sink->hasConsumer(); }));
   video.ask([](auto& all) { return all["/dev/video0"].unplugged = true; });
-  sink->deliver(frame(picture()));
+  sink->deliver(frame(blankJpeg()));
   EXPECT_TRUE(eventually([&] { return sink->report().dropped == 1 && !sink->hasConsumer(); }));
 }
 
 TEST(CountOpeners, SeesOtherProgramsButNotThisOne) {
-  const TempFolder folder;
+  const TemporaryDirectory folder;
   const std::string path = folder / "file";
-  std::ofstream(path) << "x";
+  writeFile(path, "x");
   const base::UniqueFd own(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   bool blind = false;
   EXPECT_EQ(countOpeners(path, blind), 0);
-  const std::string command = "exec 7<" + path + "; exec sleep 30";
-  const pid_t child = fork();
-  if (child == 0) {
-    execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
-    _exit(127);
+  {
+    const Process other({"/bin/sh", "-c", "exec 7<" + path + "; exec sleep 30"});
+    EXPECT_TRUE(eventually([&] { return countOpeners(path, blind) == 1; }));
   }
-  EXPECT_TRUE(eventually([&] { return countOpeners(path, blind) == 1; }));
-  kill(child, SIGKILL);
-  waitpid(child, nullptr, 0);
   EXPECT_EQ(countOpeners(path, blind), 0);
   EXPECT_EQ(countOpeners(folder / "missing", blind), 0);
 }
@@ -202,4 +198,4 @@ TEST(KernelVideo, RefusesWhatIsNoLoopbackDevice) {
 }
 
 }  // namespace
-}  // namespace lumsar::agent::test
+}  // namespace lumsar::test

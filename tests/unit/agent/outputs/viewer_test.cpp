@@ -6,12 +6,14 @@
 #include <sys/socket.h>
 
 #include "app/program.h"
-#include "unit/agent/eventually.h"
-#include "unit/agent/fake_host.h"
-#include "unit/agent/temp_folder.h"
+#include "support/raw_peer.h"
+#include "support/temporary_directory.h"
+#include "unit/agent/http.h"
 
-namespace lumsar::agent::test {
+namespace lumsar::test {
 namespace {
+
+using namespace agent;
 
 bool has(const std::string& text, const std::string& part) {
   return text.find(part) != std::string::npos;
@@ -27,7 +29,7 @@ class ViewerTest : public testing::Test {
     port = program->viewPort();
     thread = std::thread([this] { program->run(); });
     host.emplace(options.listen);
-    EXPECT_TRUE(host->greet());
+    EXPECT_TRUE(host->handshake());
     host->send(announce(1, "Front <b>door"));
     EXPECT_TRUE(eventually([&] { return has(httpGet(port, "/status.json"), "Front"); }));
   }
@@ -36,10 +38,10 @@ class ViewerTest : public testing::Test {
     thread.join();
   }
 
-  TempFolder folder;
+  TemporaryDirectory folder;
   std::uint16_t port = 0;
   std::optional<Program> program;
-  std::optional<FakeHost> host;
+  std::optional<RawPeer> host;
   std::thread thread;
 };
 
@@ -77,7 +79,7 @@ TEST_F(ViewerTest, ACameraRunsOnlyWhileItIsWatched) {
   });
   ASSERT_TRUE(host->receiveRecord(CameraDataKind::Start, 1));
   for (std::uint32_t i = 0; i < 5; ++i) {
-    host->send(frame(1, i, picture()));
+    host->send(frame(1, i, blankJpeg()));
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
   browser.join();
@@ -88,19 +90,19 @@ TEST_F(ViewerTest, GivesOnePicture) {
   std::string answer;
   std::thread browser([&] { answer = httpGet(port, "/camera/1.jpg"); });
   ASSERT_TRUE(host->receiveRecord(CameraDataKind::Start, 1));
-  host->send(frame(1, 0, picture(5000)));
+  host->send(frame(1, 0, blankJpeg(5000)));
   browser.join();
   EXPECT_TRUE(has(answer, "Content-Type: image/jpeg\r\nContent-Length: 5000\r\n"));
-  const Message jpeg = picture(5000);
+  const Bytes jpeg = blankJpeg(5000);
   EXPECT_EQ(bodyOf(answer), std::string(jpeg.begin(), jpeg.end()));
 }
 
 TEST_F(ViewerTest, ASlowBrowserHoldsNothingUp) {
-  const base::UniqueFd lazy = connectTo("tcp:127.0.0.1:" + std::to_string(port));
+  const RawPeer lazy = connectTo(port);
   const std::string request = "GET /camera/1.mjpeg HTTP/1.1\r\n\r\n";
-  ASSERT_GT(send(lazy.get(), request.data(), request.size(), 0), 0);
+  ASSERT_GT(send(lazy.fd(), request.data(), request.size(), 0), 0);
   ASSERT_TRUE(host->receiveRecord(CameraDataKind::Start, 1));
-  const Message large = picture(1U << 20U);
+  const Bytes large = blankJpeg(1U << 20U);
   for (std::uint32_t i = 0; i < 60; ++i) host->send(frame(1, i, large));
   const auto body = host->receiveRecord(CameraDataKind::Statistics, 1);
   ASSERT_TRUE(body);
@@ -114,16 +116,16 @@ TEST_F(ViewerTest, TheStreamEndsWithItsCamera) {
   std::string live;
   std::thread browser([&] { live = httpGet(port, "/camera/1.mjpeg"); });
   ASSERT_TRUE(host->receiveRecord(CameraDataKind::Start, 1));
-  host->send(gone(1, "unplugged"));
+  host->send(removed(1, "unplugged"));
   browser.join();
   EXPECT_TRUE(has(live, "200 OK"));
   EXPECT_TRUE(httpGet(port, "/camera/1.mjpeg").starts_with("HTTP/1.1 404 "));
 }
 
 TEST_F(ViewerTest, ThereIsALimitOfBrowsers) {
-  std::vector<base::UniqueFd> crowd;
+  std::vector<RawPeer> crowd;
   for (int i = 0; i < 32; ++i) {
-    crowd.push_back(connectTo("tcp:127.0.0.1:" + std::to_string(port)));
+    crowd.push_back(connectTo(port));
   }
   EXPECT_TRUE(httpGet(port, "/").starts_with("HTTP/1.1 503 "));
   crowd.clear();
@@ -143,4 +145,4 @@ TEST_F(ViewerTest, ATakenPortIsAFailureWithAdvice) {
 }
 
 }  // namespace
-}  // namespace lumsar::agent::test
+}  // namespace lumsar::test

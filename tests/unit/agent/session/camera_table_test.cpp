@@ -4,11 +4,13 @@
 
 #include <gtest/gtest.h>
 
+#include "support/messages.h"
 #include "unit/agent/fake_output.h"
-#include "unit/agent/wire.h"
 
-namespace lumsar::agent::test {
+namespace lumsar::test {
 namespace {
+
+using namespace agent;
 
 class CameraTableTest : public testing::Test {
  protected:
@@ -19,7 +21,7 @@ class CameraTableTest : public testing::Test {
     outputs.push_back(std::move(owned));
     gallery.emplace(std::move(outputs), [] {});
     table.emplace(*gallery,
-                  [this](Bytes message) { sent.emplace_back(message.begin(), message.end()); });
+                  [this](View message) { sent.emplace_back(message.begin(), message.end()); });
   }
   void announce(std::uint32_t number, const std::string& name) {
     table->takeRecord(record(CameraDataKind::Announced, number, announcedBody("id", name)));
@@ -28,7 +30,7 @@ class CameraTableTest : public testing::Test {
   FakeOutput* output = nullptr;
   std::optional<Gallery> gallery;
   std::optional<CameraTable> table;
-  std::vector<Message> sent;
+  std::vector<Bytes> sent;
 };
 
 TEST_F(CameraTableTest, CamerasComeAndGo) {
@@ -37,7 +39,7 @@ TEST_F(CameraTableTest, CamerasComeAndGo) {
   EXPECT_EQ(table->size(), 2U);
   ASSERT_EQ(sent.size(), 2U);
   EXPECT_EQ(kindOf(sent[1]), CameraDataKind::Start);
-  table->takeRecord(record(CameraDataKind::Removed, 1, bytes("unplugged")));
+  table->takeRecord(record(CameraDataKind::Removed, 1, bytesOf("unplugged")));
   EXPECT_EQ(table->size(), 1U);
   ASSERT_EQ(gallery->removed().size(), 1U);
   EXPECT_EQ(gallery->removed()[0].info.name, "Front");
@@ -47,18 +49,18 @@ TEST_F(CameraTableTest, CamerasComeAndGo) {
 TEST_F(CameraTableTest, FramesGoToTheirCamera) {
   announce(1, "Front");
   announce(2, "Back");
-  table->takeRecord(record(CameraDataKind::Frame, 2, frameBody(0, picture())));
+  table->takeRecord(record(CameraDataKind::Frame, 2, frameBody(0, blankJpeg())));
   EXPECT_EQ(output->sinks[0]->shown.size(), 0U);
   EXPECT_EQ(output->sinks[1]->shown.size(), 1U);
 }
 
 TEST_F(CameraTableTest, SkipsWhatItDoesNotKnow) {
   table->takeRecord({});
-  table->takeRecord(bytes("short"));
+  table->takeRecord(bytesOf("short"));
   table->takeRecord(record(static_cast<CameraDataKind>(4711), 1));
   table->takeRecord(record(CameraDataKind::Removed, 1));
-  table->takeRecord(record(CameraDataKind::Frame, 1, frameBody(0, picture())));
-  table->takeRecord(record(CameraDataKind::Announced, 1, bytes("short")));
+  table->takeRecord(record(CameraDataKind::Frame, 1, frameBody(0, blankJpeg())));
+  table->takeRecord(record(CameraDataKind::Announced, 1, bytesOf("short")));
   table->takeRecord(record(CameraDataKind::Start, 1));
   EXPECT_EQ(table->size(), 0U);
   EXPECT_TRUE(sent.empty());
@@ -118,4 +120,4 @@ TEST_F(CameraTableTest, ASinkThatNeverFinishesIsGivenUpAtTheEnd) {
 }
 
 }  // namespace
-}  // namespace lumsar::agent::test
+}  // namespace lumsar::test

@@ -3,11 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include "support/messages.h"
 #include "unit/agent/fake_output.h"
-#include "unit/agent/wire.h"
 
-namespace lumsar::agent::test {
+namespace lumsar::test {
 namespace {
+
+using namespace agent;
 
 using namespace std::chrono_literals;
 
@@ -20,7 +22,7 @@ class CameraTest : public testing::Test {
     states = output.sinks;
     auto info =
         protocol::readAnnouncement({.camera = 4}, announcedBody("id", "name", encoding)).value();
-    camera.emplace(info, 1, std::move(all), [this](CameraDataKind kind, Bytes body) {
+    camera.emplace(info, 1, std::move(all), [this](CameraDataKind kind, View body) {
       asked.push_back(kind);
       if (kind == CameraDataKind::Statistics) statistics = *take<CameraStatistics>(body);
     });
@@ -29,7 +31,7 @@ class CameraTest : public testing::Test {
     states[sink]->wanted = wanted;
     camera->update(now);
   }
-  void frame(std::uint32_t sequence, const Message& jpeg = picture(), std::uint64_t age = 1000,
+  void frame(std::uint32_t sequence, const Bytes& jpeg = blankJpeg(), std::uint64_t age = 1000,
              std::uint32_t encoding = kEncodingMjpg, std::uint32_t flags = kFrameIsKey) {
     camera->takeFrame({.camera = 4, .time = cameraClock() - age},
                       frameBody(sequence, jpeg, encoding, flags));
@@ -77,7 +79,7 @@ TEST_F(CameraTest, OnlySinksThatWantPicturesGetThem) {
   frame(0);
   EXPECT_EQ(shown(0), 0U);
   EXPECT_EQ(shown(1), 1U);
-  EXPECT_EQ(states[1]->shown[0]->data, picture());
+  EXPECT_EQ(states[1]->shown[0]->data, blankJpeg());
 }
 
 TEST_F(CameraTest, PicturesAfterStopAreNotCounted) {
@@ -89,13 +91,13 @@ TEST_F(CameraTest, PicturesAfterStopAreNotCounted) {
 TEST_F(CameraTest, WhatIsNoJpegIsDroppedAndCounted) {
   open();
   look();
-  frame(0, bytes("no picture"));
+  frame(0, bytesOf("no picture"));
   frame(1, {});
-  Message cut = picture();
+  Bytes cut = blankJpeg();
   cut.pop_back();
   frame(2, cut);
-  frame(3, picture(), 1000, fourcc("YUYV"));
-  camera->takeFrame({.camera = 4}, bytes("short"));
+  frame(3, blankJpeg(), 1000, fourcc("YUYV"));
+  camera->takeFrame({.camera = 4}, bytesOf("short"));
   frame(4);
   const auto status = camera->status();
   EXPECT_EQ(shown(), 1U);
@@ -121,9 +123,9 @@ TEST_F(CameraTest, CountsAcrossTheEndOfTheNumbers) {
 TEST_F(CameraTest, MeasuresLatencyAlsoWhenTheClockIsAhead) {
   open();
   look();
-  frame(0, picture(), 2'000'000);
-  frame(1, picture(), 1'000'000);
-  frame(2, picture(), std::uint64_t{0} - 5'000'000);  // captured in the future
+  frame(0, blankJpeg(), 2'000'000);
+  frame(1, blankJpeg(), 1'000'000);
+  frame(2, blankJpeg(), std::uint64_t{0} - 5'000'000);  // captured in the future
   const auto status = camera->status();
   EXPECT_NEAR(static_cast<double>(status.latencyMedian), 1e6, 1e5);
   EXPECT_NEAR(static_cast<double>(status.latencyWorst), 2e6, 1e5);
@@ -169,7 +171,7 @@ TEST_F(CameraTest, VideoWaitsForAKeyFrameAtTheBeginningAndAfterAGap) {
   open(kEncodingH264);
   look();
   const auto video = [&](std::uint32_t sequence, bool key) {
-    frame(sequence, bytes("nal"), 1000, kEncodingH264, key ? kFrameIsKey : 0);
+    frame(sequence, bytesOf("nal"), 1000, kEncodingH264, key ? kFrameIsKey : 0);
   };
   video(0, false);
   EXPECT_EQ(shown(), 0U);
@@ -188,7 +190,7 @@ TEST_F(CameraTest, VideoWaitsForAKeyFrameAtTheBeginningAndAfterAGap) {
 TEST_F(CameraTest, ASecondWatcherOfVideoNeedsAKeyFrame) {
   open(kEncodingH264, 2);
   look(true, 0);
-  frame(0, bytes("nal"), 1000, kEncodingH264);
+  frame(0, bytesOf("nal"), 1000, kEncodingH264);
   look(true, 1);
   EXPECT_EQ(asked, (Kinds{CameraDataKind::Start, CameraDataKind::KeyFrameRequest}));
 }
@@ -203,4 +205,4 @@ TEST_F(CameraTest, RetiringTellsTheServiceOnlyWhenAsked) {
 }
 
 }  // namespace
-}  // namespace lumsar::agent::test
+}  // namespace lumsar::test

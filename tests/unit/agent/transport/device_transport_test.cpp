@@ -7,11 +7,13 @@
 #include <array>
 #include <cstdlib>
 
-#include "unit/agent/eventually.h"
-#include "unit/agent/temp_folder.h"
+#include "support/eventually.h"
+#include "support/temporary_directory.h"
 
-namespace lumsar::agent::test {
+namespace lumsar::test {
 namespace {
+
+using namespace agent;
 
 // The far end of a line; its near end is a device file.
 class Line {
@@ -87,11 +89,11 @@ TEST(DeviceTransport, WaitsForADeviceThatIsNotThereYet) {
 }
 
 TEST(FindVirtioPort, FindsAPortByItsName) {
-  const TempFolder folder;
+  const TemporaryDirectory folder;
   for (const auto& [port, name] : {std::pair{"vport1p1", "com.redhat.spice.0\n"},
                                    std::pair{"vport1p2", "org.lumsar.camera.0\n"}}) {
     std::filesystem::create_directory(folder / port);
-    std::ofstream(folder / (std::string(port) + "/name")) << name;
+    writeFile(folder / (std::string(port) + "/name"), name);
   }
   EXPECT_EQ(findVirtioPort("org.lumsar.camera.0", folder.path(), "/dev"), "/dev/vport1p2");
   EXPECT_EQ(findVirtioPort("org.lumsar.camera", folder.path(), "/dev"), std::nullopt);
@@ -99,4 +101,4 @@ TEST(FindVirtioPort, FindsAPortByItsName) {
 }
 
 }  // namespace
-}  // namespace lumsar::agent::test
+}  // namespace lumsar::test

@@ -4,8 +4,10 @@
 
 #include "base/version.h"
 #include "json/json.h"
+#include "support/process.h"
+#include "support/raw_peer.h"
+#include "support/temporary_directory.h"
 #include "unit/camera-service/test_host.h"
-#include "unit/ipc/raw_peer.h"
 
 namespace lumsar::test {
 namespace {
@@ -16,16 +18,12 @@ class CommandLineTest : public ServiceTest {
     int code = 0;
     std::string output;
   };
-  Outcome run(std::vector<std::string> arguments) {
-    const std::string file = dir / ("output" + std::to_string(++m_runs));
-    arguments.insert(arguments.begin(), CAMERA_SERVICE);
-    Child child(arguments, file);
-    const int code = child.wait();
-    return {code, readFile(file)};
+  static Outcome run(Process::Words words) {
+    words.insert(words.begin(), CAMERA_SERVICE);
+    Process service(words);
+    const int code = service.wait();
+    return {code, service.output()};
   }
-
- private:
-  int m_runs = 0;
 };
 
 TEST_F(CommandLineTest, HelpAndVersion) {
@@ -87,7 +85,7 @@ TEST_F(CommandLineTest, MayOpenAsManyFilesAsTheSystemAllows) {
   start({"--camera", "test:A"});
   ::setrlimit(RLIMIT_NOFILE, &before);
   rlimit found{};
-  ASSERT_EQ(::prlimit(m_service->pid(), RLIMIT_NOFILE, nullptr, &found), 0);
+  ASSERT_EQ(::prlimit(m_service->id(), RLIMIT_NOFILE, nullptr, &found), 0);
   EXPECT_EQ(found.rlim_cur, before.rlim_max);
 }
 
@@ -100,8 +98,8 @@ TEST_F(CommandLineTest, ASecondServiceIsRefused) {
 }
 
 TEST_F(CommandLineTest, AChannelIsASocketInTheRuntimeDirectory) {
-  Child service({CAMERA_SERVICE, "--ipc-channel", "cams", "--camera", "test:A"}, dir / "log");
-  EXPECT_TRUE(service.awaitOutput("listening at " + dir / "lumsar/cams.sock"));
+  Process service({CAMERA_SERVICE, "--ipc-channel", "cams", "--camera", "test:A"});
+  EXPECT_TRUE(service.says("listening at " + dir / "lumsar/cams.sock"));
   TestHost host("cams");
   EXPECT_TRUE(host.awaitCamera("test:A"));
   service.signal(SIGTERM);
@@ -155,18 +153,18 @@ TEST_F(CommandLineTest, StrangersDoNotDisturbIt) {
   start({"--camera", "test:A,320x240@30"});
   const auto host = this->host();
   watch(*host, "test:A");
-  const RawPeer garbage = RawPeer::connect(channel);
-  garbage.write(Bytes(5000, 'g'));
-  EXPECT_TRUE(garbage.atEnd());
-  const RawPeer silent = RawPeer::connect(channel);
-  const RawPeer half = RawPeer::connect(channel);
-  half.write(message(IPC_MSG_CONNECT_REQUEST, "half"));
+  const RawPeer garbage(channel);
+  garbage.send(Bytes(5000, 'g'));
+  EXPECT_TRUE(garbage.ended());
+  const RawPeer silent(channel);
+  const RawPeer half(channel);
+  half.send(message(IPC_MSG_CONNECT_REQUEST, "half"));
   Bytes begun = message(IPC_MSG_DATA, "payload");
   begun.pop_back();
-  half.write(begun);
+  half.send(begun);
   const std::size_t frames = host->records.count(CameraDataKind::Frame);
   host->records.await(CameraDataKind::Frame, frames + 5);
-  EXPECT_TRUE(m_service->awaitOutput("not a message"));
+  EXPECT_TRUE(m_service->says("not a message"));
 }
 
 }  // namespace

@@ -6,7 +6,7 @@
 #include "base/errors.h"
 #include "base/version.h"
 #include "sources/synthetic.h"
-#include "unit/ipc/support.h"
+#include "support/temporary_directory.h"
 
 namespace lumsar::test {
 namespace {
@@ -52,7 +52,7 @@ TEST(OptionsTest, HelpAndVersionArePrinted) {
 }
 
 TEST(OptionsTest, CamerasAndDirectories) {
-  const TempDir dir;
+  const TemporaryDirectory dir;
   std::ofstream(dir / "p.jpg") << "x";
   const std::string file = "file:" + (dir / "p.jpg");
   const std::string directory = dir.path();

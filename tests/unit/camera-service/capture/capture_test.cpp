@@ -11,8 +11,10 @@
 #include "sources/file_probe.h"
 #include "sources/synthetic.h"
 #include "sources/virtual_cameras.h"
+#include "support/eventually.h"
+#include "support/messages.h"
+#include "support/temporary_directory.h"
 #include "unit/camera-service/media.h"
-#include "unit/ipc/support.h"
 
 namespace lumsar::test {
 namespace {
@@ -81,7 +83,7 @@ class CaptureTest : public ::testing::Test {
   }
   template <class Condition>
   bool await(Condition condition) {
-    return waitUntil([&] {
+    return eventually([&] {
       io.restart();
       io.poll();
       return condition();
@@ -202,7 +204,7 @@ TEST_F(CaptureTest, AnIntervalIsKept) {
 }
 
 TEST_F(CaptureTest, AMovieBeginsAgainAtItsEnd) {
-  const TempDir dir;
+  const TemporaryDirectory dir;
   makeMovie(dir / "m.avi", 160, 120, 6);
   const FileProbe probe = probeFile(dir / "m.avi");
   const std::string path = dir / "m.avi";
@@ -216,7 +218,7 @@ TEST_F(CaptureTest, AMovieBeginsAgainAtItsEnd) {
 }
 
 TEST_F(CaptureTest, AMovieOfOnePictureKeepsItsRate) {
-  const TempDir dir;
+  const TemporaryDirectory dir;
   makeMovie(dir / "m.avi", 160, 120, 1);
   const FileProbe probe = probeFile(dir / "m.avi");
   const std::string path = dir / "m.avi";
@@ -250,7 +252,7 @@ TEST_F(CaptureTest, AFormatThatFailsIsLeftOut) {
 }
 
 TEST_F(CaptureTest, WhenAllFormatsHaveFailedItBeginsAnew) {
-  const TempDir dir;
+  const TemporaryDirectory dir;
   const std::string path = dir / "p.jpg";
   makePicture(path, 64, 64);
   const FileProbe probe = probeFile(path);
@@ -273,7 +275,7 @@ TEST_F(CaptureTest, TroubleEndsWithTheLastReader) {
 }
 
 TEST_F(CaptureTest, ACameraThatFailsIsTriedAgain) {
-  const TempDir dir;
+  const TemporaryDirectory dir;
   const std::string path = dir / "p.jpg";
   makePicture(path, 64, 64);
   const FileProbe probe = probeFile(path);
@@ -290,7 +292,7 @@ TEST_F(CaptureTest, ACameraThatFailsIsTriedAgain) {
 }
 
 TEST_F(CaptureTest, ACameraThatHangsHoldsUpNoOther) {
-  const TempDir dir;
+  const TemporaryDirectory dir;
   const std::string fifo = dir / "fifo";
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);  // opening it waits for a writer
   Reader stuckReader;

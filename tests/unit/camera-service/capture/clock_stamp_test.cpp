@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include "unit/ipc/support.h"
+#include "support/messages.h"
 
 namespace lumsar::test {
 namespace {

@@ -14,7 +14,7 @@ TEST_F(AccessTest, ADeniedCameraIsNotListedAndNotShared) {
   host->share("test:B");
   const QString reason = host->awaitChange("refused").value("reason").toString();
   EXPECT_TRUE(reason.contains("--deny test:B")) << reason.toStdString();
-  EXPECT_TRUE(m_service->awaitOutput("--deny test:B"));
+  EXPECT_TRUE(m_service->says("--deny test:B"));
   EXPECT_EQ(host->records.count(CameraDataKind::Announced), 0U);
 }
 
@@ -55,7 +55,7 @@ TEST_F(AccessTest, ADeniedCameraIsNotAnnouncedToTheHost) {
   start({"--watch", folder, "--deny", "file:secret*"});
   const auto host = this->host();
   makePicture(folder + "/secret.jpg", 64, 64);
-  ASSERT_TRUE(m_service->awaitOutput("is withheld from VM 'vm-7'"));
+  ASSERT_TRUE(m_service->says("is withheld from VM 'vm-7'"));
   makePicture(folder + "/open.jpg", 64, 64);
   EXPECT_EQ(host->awaitChange("added").value("camera").toString(), "file:open.jpg");
 }

@@ -40,7 +40,7 @@ TEST_F(PolicyChangeTest, QualityAndIntervalAreObeyed) {
   watch(*host, "test:A");
   const std::size_t best = host->records.await(CameraDataKind::Frame, 3).picture.size();
   host->policy({{"cameraQuality", 5}, {"cameraFrameInternal", 250}});
-  EXPECT_TRUE(waitUntil(
+  EXPECT_TRUE(eventually(
       [&] { return host->records.of(CameraDataKind::Frame).back().picture.size() < best / 2; }));
   const std::size_t before = host->records.count(CameraDataKind::Frame);
   std::this_thread::sleep_for(milliseconds(1000));
@@ -102,7 +102,7 @@ TEST_F(PolicyChangeTest, H264WhereThereIsAnEncoder) {
   EXPECT_EQ(frame.encoding, kEncodingH264);
   EXPECT_EQ(frame.flags & kFrameIsKey, kFrameIsKey) << "a VM begins with what stands by itself";
   const auto dependsOnOthers = [](const Record& record) { return record.frame.flags == 0; };
-  EXPECT_TRUE(waitUntil([&] {
+  EXPECT_TRUE(eventually([&] {
     return std::ranges::any_of(host->records.of(CameraDataKind::Frame), dependsOnOthers);
   }));
   EXPECT_TRUE(host->changes().empty()) << "nothing had to be corrected";

@@ -1,7 +1,9 @@
 // The whole service: killed, started again, activated by a socket. It is a process of its own.
+#include <fcntl.h>
+
 #include "base/socket_listener.h"
+#include "support/process.h"
 #include "unit/camera-service/test_host.h"
-#include "unit/ipc/raw_peer.h"
 
 namespace lumsar::test {
 namespace {
@@ -38,7 +40,7 @@ TEST_F(RecoveryTest, ActivatedByASocket) {
     early = std::make_unique<TestHost>(channel);
     waiting = early.get();
   });
-  Child service({"/bin/sh", "-c", script}, dir / "log");
+  Process service({"/bin/sh", "-c", script});
   connecting.join();
   ASSERT_NE(waiting, nullptr);
   EXPECT_TRUE(waiting->awaitCamera("test:A")) << service.output();

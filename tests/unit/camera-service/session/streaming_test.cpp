@@ -102,7 +102,7 @@ TEST_F(StreamingTest, ACameraInUseIsNotAnnouncedAgain) {
   const auto host = this->host();
   watch(*host, "test:A");
   host->share("test:A");
-  ASSERT_TRUE(m_service->awaitOutput("already in use by VM 'vm-7'"));
+  ASSERT_TRUE(m_service->says("already in use by VM 'vm-7'"));
   host->command(IPC_MSG_REDIRECT_ALL, {{"sessionId", 1}});
   const std::size_t frames = host->records.count(CameraDataKind::Frame);
   host->records.await(CameraDataKind::Frame, frames + 5);
@@ -130,7 +130,7 @@ TEST_F(StreamingTest, AllCamerasForASession) {
   ASSERT_TRUE(host->awaitCamera("test:A"));
   host->command(IPC_MSG_REDIRECT_ALL, {{"sessionId", 3}});
   EXPECT_EQ(host->records.await(CameraDataKind::Announced).id, "test:A");
-  EXPECT_TRUE(m_service->awaitOutput("test:B' is left out"));
+  EXPECT_TRUE(m_service->says("test:B' is left out"));
   EXPECT_EQ(host->records.count(CameraDataKind::Announced), 1U);
 }
 
@@ -154,7 +154,7 @@ TEST_F(StreamingTest, TwoHostsShareOneCamera) {
   EXPECT_EQ(camera.value("sharedWith").toArray(), (QJsonArray{"vm-1", "vm-2"}));
   EXPECT_EQ(camera.value("readers").toInt(), 2);
   second.reset();
-  EXPECT_TRUE(waitUntil([&] {
+  EXPECT_TRUE(eventually([&] {
     return TestHost::camera(first->status(), "test:A").value("readers").toInt() == 1;
   })) << "its share ends with its host's connection";
   const std::size_t frames = first->records.count(CameraDataKind::Frame);
@@ -167,7 +167,7 @@ TEST_F(StreamingTest, AHostThatIsGoneTurnsTheCameraOff) {
   watch(*first, "test:A");
   first.reset();
   const auto second = host("vm-2");
-  EXPECT_TRUE(waitUntil(
+  EXPECT_TRUE(eventually(
       [&] { return !TestHost::camera(second->status(), "test:A").value("running").toBool(); }));
 }
 
@@ -193,7 +193,7 @@ TEST_F(StreamingTest, RefusalsReachTheUserInThreeWays) {
   const QJsonArray refusals = host->list().value("refusals").toArray();
   ASSERT_EQ(refusals.size(), 1);
   EXPECT_EQ(refusals.at(0).toObject().value("camera").toString(), "test:B");
-  EXPECT_TRUE(m_service->awaitOutput("refused test:B"));
+  EXPECT_TRUE(m_service->says("refused test:B"));
 }
 
 TEST_F(StreamingTest, EveryBadCommandHasAReason) {
@@ -244,7 +244,7 @@ TEST_F(StreamingTest, AStuckHostLosesFramesAndHarmsNobody) {
   };
   const auto good = host("good");
   watch(*good, "test:A");
-  const bool dropped = waitUntil([&] {
+  const bool dropped = eventually([&] {
     for (const QJsonValue& value : good->status().value("hosts").toArray()) {
       const QJsonObject host = value.toObject();
       if (host.value("name").toString() != "stuck") continue;
@@ -279,13 +279,13 @@ TEST_F(StreamingTest, AHostThatTakesNothingForLongHasNoCameraOn) {
   const auto running = [&] {
     return TestHost::camera(good->status(), "test:A").value("running").toBool();
   };
-  EXPECT_TRUE(waitUntil([&] { return !running(); })) << "ten seconds after its last frame";
+  EXPECT_TRUE(eventually([&] { return !running(); })) << "ten seconds after its last frame";
   stop = true;
-  EXPECT_TRUE(waitUntil(running));
+  EXPECT_TRUE(eventually(running));
   const std::size_t frames = stuck.records.count(CameraDataKind::Frame);
   stuck.records.await(CameraDataKind::Frame, frames + 10);
   stuck.fromVm(CameraDataKind::Stop, number);
-  EXPECT_TRUE(waitUntil([&] { return !running(); }));
+  EXPECT_TRUE(eventually([&] { return !running(); }));
 }
 
 TEST_F(StreamingTest, AVmThatStartsAndStopsWithoutEndHoldsUpNobody) {
@@ -312,8 +312,7 @@ std::size_t framesForASlowVm(TestHost& host, std::uint32_t number) {
   slow.rate = 3000;
   for (int i = 0; i < 4; ++i) {
     std::this_thread::sleep_for(milliseconds(300));
-    const auto* bytes = reinterpret_cast<const unsigned char*>(&slow);
-    host.fromVm(CameraDataKind::Statistics, number, {bytes, sizeof slow});
+    host.fromVm(CameraDataKind::Statistics, number, bytesOf(slow));
   }
   const std::size_t before = host.records.count(CameraDataKind::Frame);
   std::this_thread::sleep_for(milliseconds(1000));

@@ -9,7 +9,8 @@
 
 #include "sources/synthetic.h"
 #include "sources/virtual_cameras.h"
-#include "unit/ipc/support.h"
+#include "support/eventually.h"
+#include "support/temporary_directory.h"
 
 namespace lumsar::test {
 namespace {
@@ -22,7 +23,7 @@ struct Watched {
                    [this](const std::string& id) { present.erase(id); }}) {}
   template <class Condition>
   bool await(Condition condition) {
-    return waitUntil([&] {
+    return eventually([&] {
       io.restart();
       io.poll();
       return condition();
@@ -122,7 +123,7 @@ TEST_F(DeviceWatchTest, AWebcamIsKnownByItsPlace) {
 }
 
 TEST_F(DeviceWatchTest, NodesOfOneUsbFunctionAreTwoCameras) {
-  const TempDir nodes;
+  const TemporaryDirectory nodes;
   std::filesystem::create_directory(nodes / "video0");
   std::filesystem::create_directory(nodes / "video2");
   std::ofstream(nodes / "video0/index") << "0\n";

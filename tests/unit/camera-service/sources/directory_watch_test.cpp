@@ -8,7 +8,8 @@
 #include <set>
 #include <stdexcept>
 
-#include "unit/ipc/support.h"
+#include "support/eventually.h"
+#include "support/temporary_directory.h"
 
 namespace lumsar::test {
 namespace {
@@ -28,7 +29,7 @@ class DirectoryWatchTest : public ::testing::Test {
                                                   }});
   }
   bool await(const std::set<std::string>& expected) {
-    return waitUntil([&] {
+    return eventually([&] {
       io.restart();
       io.poll();
       return present == expected;
@@ -36,7 +37,7 @@ class DirectoryWatchTest : public ::testing::Test {
   }
   void write(const std::string& name) const { std::ofstream(dir / name) << "content"; }
 
-  TempDir dir;
+  TemporaryDirectory dir;
   asio::io_context io;
   std::set<std::string> present;
   int appearances = 0;
@@ -77,7 +78,7 @@ TEST_F(DirectoryWatchTest, AFileWrittenAgainAppearsAgain) {
   write("a");
   ASSERT_TRUE(await({"a"}));
   write("a");
-  EXPECT_TRUE(waitUntil([&] {
+  EXPECT_TRUE(eventually([&] {
     io.restart();
     io.poll();
     return appearances == 2;
@@ -95,7 +96,7 @@ TEST_F(DirectoryWatchTest, TemporaryAndHiddenFilesAreNone) {
 
 TEST_F(DirectoryWatchTest, LinksCount) {
   begin();
-  const TempDir elsewhere;
+  const TemporaryDirectory elsewhere;
   std::ofstream(elsewhere / "target") << "content";
   fs::create_symlink(elsewhere / "target", dir / "symbolic");
   fs::create_hard_link(elsewhere / "target", dir / "hard");

@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/temporary_directory.h"
 #include "unit/camera-service/media.h"
-#include "unit/ipc/support.h"
 
 namespace lumsar::test {
 namespace {
@@ -15,7 +15,7 @@ using service::probeFile;
 class FileProbeTest : public ::testing::Test {
  protected:
   FileProbeTest() { gst_init(nullptr, nullptr); }
-  TempDir dir;
+  TemporaryDirectory dir;
 };
 
 TEST_F(FileProbeTest, APicture) {

@@ -109,8 +109,8 @@ TEST_F(FilesTest, AFileThatIsNoPictureIsInTheListUntilItIsGone) {
   std::ofstream(folder + "/bad.jpg") << "this is no picture";
   std::ofstream(folder + "/secret.jpg") << "this is none either";
   start({"--watch", folder, "--deny", "file:secret*"});
-  ASSERT_TRUE(m_service->awaitOutput("'file:bad.jpg' is left out"));
-  ASSERT_TRUE(m_service->awaitOutput("'file:secret.jpg' is left out"));
+  ASSERT_TRUE(m_service->says("'file:bad.jpg' is left out"));
+  ASSERT_TRUE(m_service->says("'file:secret.jpg' is left out"));
   const auto late = this->host();
   const QJsonArray refusals = late->list().value("refusals").toArray();
   ASSERT_EQ(refusals.size(), 1);
@@ -118,7 +118,7 @@ TEST_F(FilesTest, AFileThatIsNoPictureIsInTheListUntilItIsGone) {
   EXPECT_TRUE(
       refusals.at(0).toObject().value("reason").toString().contains("not a readable still image"));
   std::filesystem::remove(folder + "/bad.jpg");
-  EXPECT_TRUE(waitUntil([&] { return late->list().value("refusals").toArray().isEmpty(); }));
+  EXPECT_TRUE(eventually([&] { return late->list().value("refusals").toArray().isEmpty(); }));
 }
 
 TEST_F(FilesTest, ACameraThatFailsIsInTheListUntilItWorks) {
@@ -159,7 +159,7 @@ TEST_F(FilesTest, RulesHoldForANameThatIsNoText) {
   start({"--watch", folder, "--deny", "file:secret-*"});
   const auto host = this->host();
   EXPECT_TRUE(host->awaitCamera("file:open-%FF.jpg"));
-  ASSERT_TRUE(m_service->awaitOutput("'file:secret-%FF.jpg'"));
+  ASSERT_TRUE(m_service->says("'file:secret-%FF.jpg'"));
   EXPECT_EQ(host->list().value("cameras").toArray().size(), 1);
   watch(*host, "file:open-%FF.jpg");
 }

@@ -1,65 +1,43 @@
 // The whole service: sharing straight with a VM over TCP. The VM is a socket in the test.
-#include <arpa/inet.h>
-#include <netinet/in.h>
-
 #include <thread>
 
+#include "support/raw_peer.h"
 #include "unit/camera-service/test_host.h"
-#include "unit/ipc/raw_peer.h"
 
 namespace lumsar::test {
 namespace {
 
-// A VM that listens on the loopback and speaks as the test tells it.
+// A VM that listens on the loopback interface and speaks as the test tells it.
 class TcpVm {
  public:
-  TcpVm() : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    auto* generic = reinterpret_cast<sockaddr*>(&address);
-    EXPECT_EQ(::bind(m_socket.get(), generic, size), 0);
-    EXPECT_EQ(::listen(m_socket.get(), 4), 0);
-    EXPECT_EQ(::getsockname(m_socket.get(), generic, &size), 0);
-    port = ntohs(address.sin_port);
-  }
-  RawPeer accept() const {
-    pollfd ready = {m_socket.get(), POLLIN, 0};
-    EXPECT_EQ(::poll(&ready, 1, static_cast<int>(kPatience.count())), 1) << "nobody connects";
-    return RawPeer(base::UniqueFd(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC)));
-  }
-  // Accepts, reads the greeting into `hello` and answers it, with its token changed by `wrong`.
-  RawPeer greet(int wrong = 0) {
-    RawPeer peer = accept();
-    hello = peer.readMessage();
+  // Accepts, reads the HELLO and answers it, with its token changed by `wrong`.
+  RawPeer handshake(int wrong = 0) {
+    RawPeer peer = listener.accept();
+    EXPECT_TRUE(peer.connected()) << "nobody connects";
+    hello = peer.receive();
     Bytes answer = hello;
     answer[18] = 1;
     answer[kHeaderSize] = static_cast<unsigned char>(answer[kHeaderSize] + wrong);
-    peer.write(answer);
+    peer.send(answer);
     return peer;
   }
   // Up to a record of this kind.
   static Record await(const RawPeer& peer, CameraDataKind kind) {
     for (;;) {
-      const Bytes bytes = peer.readMessage();
+      const Bytes bytes = peer.receive();
       if (bytes.empty()) return {};
-      EXPECT_EQ(readHeader(bytes.data()).type, MSG_DATA);
-      Record record = parseRecord(std::span(bytes).subspan(kHeaderSize));
+      EXPECT_EQ(headerOf(bytes).type, MSG_DATA);
+      Record record = parseRecord(payloadOf(bytes));
       if (record.kind == kind) return record;
     }
   }
   static void send(const RawPeer& peer, CameraDataKind kind, std::uint32_t camera) {
-    const Bytes record = vmRecord(kind, camera);
-    peer.write(message(MSG_DATA, {reinterpret_cast<const char*>(record.data()), record.size()}));
+    peer.send(message(MSG_DATA, record(kind, camera, {}, cameraClock())));
   }
-  void close() { m_socket = base::UniqueFd(); }
 
-  int port = 0;
+  RawListener listener{"tcp:0"};
+  int port = listener.port();
   Bytes hello;
-
- private:
-  base::UniqueFd m_socket;
 };
 
 class ShareTcpTest : public ServiceTest {
@@ -84,7 +62,7 @@ TEST_F(ShareTcpTest, TheWholeRound) {
   ASSERT_TRUE(host->awaitCamera("test:A"));
   TcpVm vm;
   std::thread sharing([&] { shareTcp(*host, document(vm.port)); });
-  const RawPeer peer = vm.greet();
+  const RawPeer peer = vm.handshake();
   const RedirMsgHeader hello = readHeader(vm.hello.data());
   EXPECT_EQ(hello.type, MSG_HELLO);
   EXPECT_EQ(hello.length, sizeof(HelloPayload));
@@ -103,7 +81,7 @@ TEST_F(ShareTcpTest, TheWholeRound) {
   EXPECT_EQ(host->records.count(CameraDataKind::Frame), 0U) << "nothing through the host";
   host->unshare("test:A");
   EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Removed).camera, announced.camera);
-  EXPECT_TRUE(peer.atEnd()) << "an idle connection is closed";
+  EXPECT_TRUE(peer.ended()) << "an idle connection is closed";
 }
 
 TEST_F(ShareTcpTest, TwoCamerasUseOneConnection) {
@@ -115,7 +93,7 @@ TEST_F(ShareTcpTest, TwoCamerasUseOneConnection) {
     shareTcp(*host, document(vm.port, "test:A"));
     shareTcp(*host, document(vm.port, "test:B"));
   });
-  const RawPeer peer = vm.greet();
+  const RawPeer peer = vm.handshake();
   EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Announced).id, "test:A");
   EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Announced).id, "test:B");
   sharing.join();
@@ -126,13 +104,13 @@ TEST_F(ShareTcpTest, AVmThatIsNotThereIsReported) {
   const auto host = this->host();
   ASSERT_TRUE(host->awaitCamera("test:A"));
   TcpVm vm;
-  vm.close();
+  vm.listener.close();
   shareTcp(*host, document(vm.port));
   const QJsonObject failed = host->awaitChange("failed");
   EXPECT_EQ(failed.value("camera").toString(), "test:A");
   EXPECT_TRUE(failed.value("reason").toString().contains("cannot connect"));
   EXPECT_EQ(host->changes().size(), 1U) << "told once for both halves of the command";
-  EXPECT_TRUE(waitUntil([&] {
+  EXPECT_TRUE(eventually([&] {
     return TestHost::camera(host->list(), "test:A").value("sharedWith").toArray().isEmpty();
   }));
 }
@@ -154,9 +132,9 @@ TEST_F(ShareTcpTest, AWrongTokenIsReported) {
   ASSERT_TRUE(host->awaitCamera("test:A"));
   TcpVm vm;
   host->command(IPC_MSG_CONNECT_VM, document(vm.port));
-  const RawPeer peer = vm.greet(1);
+  const RawPeer peer = vm.handshake(1);
   EXPECT_TRUE(host->awaitChange("failed").value("reason").toString().contains("another token"));
-  EXPECT_TRUE(peer.atEnd());
+  EXPECT_TRUE(peer.ended());
 }
 
 TEST_F(ShareTcpTest, AVmThatGoesIsReported) {
@@ -166,7 +144,7 @@ TEST_F(ShareTcpTest, AVmThatGoesIsReported) {
   TcpVm vm;
   host->command(IPC_MSG_SHARE, document(vm.port));
   {
-    const RawPeer peer = vm.greet();
+    const RawPeer peer = vm.handshake();
     const Record announced = TcpVm::await(peer, CameraDataKind::Announced);
     TcpVm::send(peer, CameraDataKind::Start, announced.camera);
     TcpVm::await(peer, CameraDataKind::Frame);
@@ -182,8 +160,8 @@ TEST_F(ShareTcpTest, AVmThatSendsGarbageIsReported) {
   ASSERT_TRUE(host->awaitCamera("test:A"));
   TcpVm vm;
   host->command(IPC_MSG_SHARE, document(vm.port));
-  const RawPeer peer = vm.greet();
-  peer.write(Bytes(100, 'g'));
+  const RawPeer peer = vm.handshake();
+  peer.send(Bytes(100, 'g'));
   EXPECT_TRUE(host->awaitChange("failed").value("reason").toString().contains("not a message"));
 }
 
@@ -193,7 +171,7 @@ TEST_F(ShareTcpTest, AVmThatTakesNothingForLongIsGivenUp) {
   ASSERT_TRUE(host->awaitCamera("test:A"));
   TcpVm vm;
   host->command(IPC_MSG_SHARE, document(vm.port));
-  const RawPeer peer = vm.greet();
+  const RawPeer peer = vm.handshake();
   const Record announced = TcpVm::await(peer, CameraDataKind::Announced);
   TcpVm::send(peer, CameraDataKind::Start, announced.camera);
   TcpVm::await(peer, CameraDataKind::Frame);
@@ -202,8 +180,8 @@ TEST_F(ShareTcpTest, AVmThatTakesNothingForLongIsGivenUp) {
   };
   EXPECT_TRUE(running());
   const milliseconds limit(25000);  // the socket's buffers fill, then ten seconds pass
-  EXPECT_TRUE(waitUntil([&] { return !running(); }, limit));
-  EXPECT_TRUE(waitUntil([&] { return !host->changes().empty(); }, limit)) << "failed";
+  EXPECT_TRUE(eventually([&] { return !running(); }, limit));
+  EXPECT_TRUE(eventually([&] { return !host->changes().empty(); }, limit)) << "failed";
 }
 
 TEST_F(ShareTcpTest, FromTheHostsWayToTcpAndBack) {
@@ -212,7 +190,7 @@ TEST_F(ShareTcpTest, FromTheHostsWayToTcpAndBack) {
   const std::uint32_t number = watch(*host, "test:A");
   TcpVm vm;
   host->command(IPC_MSG_SHARE, document(vm.port));
-  const RawPeer peer = vm.greet();
+  const RawPeer peer = vm.handshake();
   EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Announced).camera, number);
   EXPECT_EQ(host->records.await(CameraDataKind::Removed).camera, number);
   host->fromVm(CameraDataKind::Start, number);
@@ -229,10 +207,10 @@ TEST_F(ShareTcpTest, TheConnectionEndsWithItsHost) {
   ASSERT_TRUE(host->awaitCamera("test:A"));
   TcpVm vm;
   host->command(IPC_MSG_SHARE, document(vm.port));
-  const RawPeer peer = vm.greet();
+  const RawPeer peer = vm.handshake();
   TcpVm::await(peer, CameraDataKind::Announced);
   host.reset();
-  EXPECT_TRUE(peer.atEnd());
+  EXPECT_TRUE(peer.ended());
 }
 
 }  // namespace

@@ -1,0 +1,39 @@
+// Waiting for what another thread or process is bound to do.
+#ifndef LUMSAR_TESTS_SUPPORT_EVENTUALLY_H
+#define LUMSAR_TESTS_SUPPORT_EVENTUALLY_H
+
+#include <chrono>
+#include <thread>
+
+namespace lumsar::test {
+
+using std::chrono::milliseconds;
+
+// Generous, for machines under load; a test that passes never waits that long.
+inline constexpr milliseconds kTimeout{20000};
+
+// True as soon as `condition` is; false when it is not within `limit`.
+template <class Condition>
+bool eventually(Condition condition, milliseconds limit = kTimeout) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() >= deadline) return condition();
+    std::this_thread::sleep_for(milliseconds(1));
+  }
+  return true;
+}
+
+// The same for what happens in `context`, an io_context, which runs while this waits.
+template <class Context, class Condition>
+bool eventuallyIn(Context& context, Condition condition, milliseconds limit = kTimeout) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  while (!condition() && std::chrono::steady_clock::now() < deadline) {
+    context.restart();
+    context.run_one_for(milliseconds(10));
+  }
+  return condition();
+}
+
+}  // namespace lumsar::test
+
+#endif
