@@ -24,9 +24,9 @@ UserSide::UserSide(const Path& parent)
 }
 
 bool UserSide::startService(const std::string& format) {
-  m_service = std::make_unique<Process>(
-      std::vector<std::string>{LUMSAR_BIN "/lumsar-camera-service", "--channel", m_channel.string(),
-                               "--camera", std::string(kCamera) + "," + format, "--verbose"});
+  m_service = std::make_unique<Process>(std::vector<std::string>{
+      LUMSAR_BIN "/lumsar-camera-service", "--ipc-channel", m_channel.string(), "--camera",
+      std::string(kCamera) + "," + format, "--verbose"});
   return eventually([this] { return std::filesystem::exists(m_channel); }, 10s);
 }
 
