@@ -16,7 +16,7 @@ namespace {
 
 using namespace lumsar;
 
-lumsar_test::IpcTable table;
+lumsar::test::IpcTable table;
 IpcClientParams* client = nullptr;
 
 void publishIpcLibrary() {
@@ -32,7 +32,7 @@ void publishIpcLibrary() {
   };
   char digits[17] = {};
   std::to_chars(digits, digits + 16, reinterpret_cast<std::uintptr_t>(&table), 16);
-  setenv(lumsar_test::kIpcTableVariable, digits, 1);
+  setenv(lumsar::test::kIpcTableVariable, digits, 1);
 }
 
 std::vector<unsigned char> message(std::uint32_t type, std::size_t payload) {

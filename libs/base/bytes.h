@@ -14,6 +14,10 @@ inline Bytes bytesOf(std::string_view text) {
   return {reinterpret_cast<const unsigned char*>(text.data()), text.size()};
 }
 
+inline std::string_view textOf(Bytes bytes) {
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
 template <class Fields>
 requires(std::is_trivially_copyable_v<Fields> &&
          !std::is_convertible_v<Fields, std::string_view>) Bytes bytesOf(const Fields& fields) {

@@ -1,5 +1,3 @@
-// Channel names and paths: see channel_path.h. Called by both ends of the transport on any thread.
-// Names are checked here once, so that no name can lead out of the runtime directory.
 #include "ipc/channel_path.h"
 
 #include <sys/socket.h>
@@ -7,12 +5,14 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <cstring>
 
+#include "base/address.h"
 #include "lumsar/ipc_transport.h"
 
 namespace lumsar::ipc {
 namespace {
+
+static_assert(kIpcMaxPath == base::kMaxSocketPath);
 
 std::string runtimeDir() {
   const char* fromEnvironment = std::getenv("XDG_RUNTIME_DIR");
@@ -30,6 +30,7 @@ ChannelPath channelPath(const char* name) {
   std::string path = name;
   const bool fromName = path.front() != '/';
   if (fromName) {
+    // No name may lead out of the runtime directory.
     if (path.find('/') != std::string::npos) return {IPC_ERROR_PARAMETER, {}};
     const std::string dir = runtimeDir();
     if (dir.empty()) return {IPC_ERROR_NO_RUNTIME_DIR, {}};
@@ -37,14 +38,6 @@ ChannelPath channelPath(const char* name) {
   }
   if (path.size() > kIpcMaxPath) return {IPC_ERROR_PATH_TOO_LONG, {}};
   return {0, path, fromName};
-}
-
-sockaddr_un socketAddress(const std::string& path) {
-  sockaddr_un address = {};
-  static_assert(sizeof address.sun_path == kIpcMaxPath + 1);
-  address.sun_family = AF_UNIX;
-  std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-  return address;
 }
 
 bool sameUser(int socket) {

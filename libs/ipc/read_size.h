@@ -1,4 +1,4 @@
-// How much both ends of the transport read at once. Called on any thread.
+// How much both ends of the transport read at once.
 #ifndef LUMSAR_IPC_READ_SIZE_H
 #define LUMSAR_IPC_READ_SIZE_H
 

@@ -36,6 +36,11 @@ std::string compact(const QJsonObject& object) {
   return QJsonDocument(object).toJson(QJsonDocument::Compact).toStdString();
 }
 
+std::string textOrNumber(const QJsonValue& value) {
+  if (value.isDouble()) return QString::number(value.toDouble(), 'g', 15).toStdString();
+  return value.toString().toStdString();
+}
+
 std::string textAt(const QJsonObject& object, const char* key) {
   return object[QLatin1String(key)].toString().toStdString();
 }

@@ -19,6 +19,8 @@ Reading readObject(std::string_view text);
 QJsonObject readFile(const std::string& path);
 
 std::string compact(const QJsonObject& object);
+// A string or a number as text, as people write ids and ports both ways; empty otherwise.
+std::string textOrNumber(const QJsonValue& value);
 std::string textAt(const QJsonObject& object, const char* key);
 QString qt(std::string_view text);
 

@@ -111,7 +111,7 @@ RawPeer RawListener::accept(milliseconds limit) const {
 RawPeer RawListener::welcome(std::uint32_t code) {
   RawPeer peer = accept();
   request = peer.receive();
-  peer.send(message(IPC_MSG_WELCOME, View(), code));
+  peer.send(message(IPC_MSG_CONNECT_ACCEPT, View(), code));
   return peer;
 }
 

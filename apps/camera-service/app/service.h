@@ -2,10 +2,10 @@
 //
 //   DeviceWatch --> Catalogue --> CameraStream --> Share --> IpcServer --> hosts --> VMs
 //        ^                             ^             ^                        |
-//   webcams, VirtualCameras        (Capture)       Host <---- commands -------+
+//   webcams, VirtualCameras        (Capture)   ClientSession <-- commands ----+
 //
-// Everything is bound to the thread that calls run(); cameras' pictures and GStreamer's news are
-// posted to it.
+// Everything runs in the main loop, the io_context of the thread that calls run(); frames and
+// notifications of GStreamer's threads are posted to it.
 #ifndef LUMSAR_CAMERA_SERVICE_APP_SERVICE_H
 #define LUMSAR_CAMERA_SERVICE_APP_SERVICE_H
 
@@ -16,15 +16,15 @@
 #include "ipc/server/server.h"
 #include "session/reports.h"
 #include "sources/device_watch.h"
+#include "sources/directory_watch.h"
 #include "sources/file_cameras.h"
-#include "sources/folder_watch.h"
 
 namespace lumsar::service {
 
 class Service : private ipc::IpcServerEvents {
  public:
   // Starts listening. Throws std::runtime_error with a text for the user.
-  Service(asio::io_context& io, const Options& options, ipc::Listener listener);
+  Service(asio::io_context& io, const Options& options, base::SocketListener listener);
   ~Service() override;
 
   // Serves until SIGINT, SIGTERM or SIGHUP.
@@ -38,23 +38,23 @@ class Service : private ipc::IpcServerEvents {
 
   void onPlugged(CameraInfo info);
   void onUnplugged(const std::string& id);
-  void onTrouble(const Camera& camera, const std::string& why);
+  void onCameraFailed(const Camera& camera, const std::string& why);
   void onUnreadable(const std::string& id, const std::string& why);
-  void offerSubstitute();
+  void offerFallback();
 
   asio::io_context& m_io;
   asio::signal_set m_signals;
   const AccessRules m_access;
-  const bool m_mayOfferSubstitute;
-  asio::thread_pool m_cameraThreads{8};  // one fewer may hang with their devices
+  const bool m_mayOfferFallback;
+  asio::thread_pool m_cameraThreads{8};  // all but one may hang with their devices
   Catalogue m_catalogue;
   StreamTable m_streams;
   ipc::IpcServer m_server;
-  const HostContext m_context;
-  HostTable m_hosts;
+  const SessionContext m_context;
+  SessionTable m_sessions;
   VirtualCameras m_virtual;
   FileCameras m_files;
-  std::vector<std::unique_ptr<FolderWatch>> m_folders;
+  std::vector<std::unique_ptr<DirectoryWatch>> m_directories;
   DeviceWatch m_devices;
   const std::chrono::steady_clock::time_point m_begin = std::chrono::steady_clock::now();
 };

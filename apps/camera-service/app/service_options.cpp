@@ -1,12 +1,12 @@
-// The command line: see options.h. Called once, on the main thread.
 #include "app/service_options.h"
 
-#include <QCommandLineParser>
-#include <QDir>
-#include <QFileInfo>
-#include <stdexcept>
+#include <unistd.h>
 
-#include "app/log.h"
+#include <filesystem>
+
+#include "base/command_line.h"
+#include "base/errors.h"
+#include "base/format.h"
 #include "ipc/channel_path.h"
 #include "lumsar/ipc_transport.h"
 #include "sources/synthetic.h"
@@ -14,110 +14,89 @@
 namespace lumsar::service {
 namespace {
 
-const QCommandLineOption kChannel("ipc-channel", "Listen on channel NAME, or at an absolute path.",
-                                  "NAME", "lumsar");
-const QCommandLineOption kCamera(
-    "camera",
-    "Offer another camera: test:NAME[,WIDTHxHEIGHT[@RATE]] for a synthetic one, file:PATH for a "
-    "picture or movie. May be given several times.",
-    "CAMERA");
-const QCommandLineOption kWatch(
-    "watch", "Offer each picture and movie in folder DIR, as it comes and goes, as a camera.",
-    "DIR");
-const QCommandLineOption kAllow(
-    "allow", "Allow only this camera, by id or name, to all VMs or to one: CAMERA or CAMERA@VM.",
-    "CAMERA");
-const QCommandLineOption kDeny(
-    "deny", "Deny this camera, by id or name, to all VMs or to one: CAMERA or CAMERA@VM.",
-    "CAMERA");
-const QCommandLineOption kStatus("status", "Ask the running service what it does, and exit.");
-const QCommandLineOption kJson("json", "With --status: answer as JSON.");
-const QCommandLineOption kVerbose("verbose", "Log more.");
-const QCommandLineOption kHelp({"h", "help"}, "Show this help.");
-const QCommandLineOption kVersion("version", "Show the version.");
+namespace fs = std::filesystem;
 
-[[noreturn]] void reject(const QCommandLineOption& option, const QString& value,
-                         const std::string& why) {
-  throw std::invalid_argument(
-      joined("--", option.names().last().toStdString(), " ", value.toStdString(), ": ", why));
+bool isReadable(const fs::path& path) {
+  return access(path.c_str(), R_OK) == 0;
 }
 
-void addCamera(const QString& value, Options& options) {
-  const std::string text = value.toStdString();
-  if (text.starts_with("test:")) {
-    try {
-      options.synthetic.push_back(syntheticCamera(text.substr(5)));
-    } catch (const std::invalid_argument& error) {
-      reject(kCamera, value, error.what());
-    }
-  } else if (text.starts_with("file:")) {
-    const QFileInfo file(value.mid(5));
-    if (!file.isFile() || !file.isReadable()) {
-      reject(kCamera, value, "there is no readable file of this name");
-    }
-    options.files.push_back(file.absoluteFilePath().toStdString());
-  } else {
-    reject(kCamera, value, "expected test:NAME,1280x720@30 or file:PATH");
+std::string absolutePath(const fs::path& path) {
+  return fs::absolute(path).lexically_normal().string();
+}
+
+void addCamera(const std::string& value, Options& options) {
+  if (value.starts_with("test:")) {
+    options.synthetic.push_back(syntheticCamera(value.substr(5)));
+    return;
   }
-}
-
-void addFolder(const QString& value, Options& options) {
-  const QFileInfo folder(value);
-  if (!folder.isDir() || !folder.isReadable()) {
-    reject(kWatch, value, "there is no readable folder of this name; make it first");
+  if (!value.starts_with("file:")) {
+    throw base::UsageError(base::text(
+        "\"{}\" is not a valid camera; expected test:NAME,1280x720@30 or file:PATH", value));
   }
-  options.folders.push_back(folder.absoluteFilePath().toStdString());
+  const fs::path file = value.substr(5);
+  if (!fs::is_regular_file(file) || !isReadable(file)) {
+    throw base::UsageError(base::text("there is no readable file {}", file.string()));
+  }
+  options.files.push_back(absolutePath(file));
 }
 
-void addRules(const QCommandLineParser& parser, Options& options) {
-  const auto each = [&](const QCommandLineOption& option, auto add) {
-    for (const QString& value : parser.values(option)) {
-      try {
-        add(value.toStdString());
-      } catch (const std::invalid_argument& error) {
-        reject(option, value, error.what());
-      }
-    }
-  };
-  each(kAllow, [&](const std::string& rule) { options.access.allow(rule); });
-  each(kDeny, [&](const std::string& rule) { options.access.deny(rule); });
+void addDirectory(const std::string& value, Options& options) {
+  if (!fs::is_directory(value) || !isReadable(value)) {
+    throw base::UsageError(base::text("there is no readable directory {}; make it first", value));
+  }
+  options.directories.push_back(absolutePath(value));
 }
 
+// The default one too: it needs a runtime directory.
 void checkChannel(const Options& options) {
   const int error = ipc::channelPath(options.channel.c_str()).error;
-  if (error != 0) reject(kChannel, QString::fromStdString(options.channel), ipcErrorText(error));
+  if (error != 0) throw base::UsageError(base::text("--ipc-channel: {}", ipcErrorText(error)));
+}
+
+void addCameraOptions(base::CommandLine& line, Options& options) {
+  line.group("Cameras besides the webcams (without any camera a synthetic one is offered)");
+  line.option(
+      "--camera CAMERA", [&options](const std::string& value) { addCamera(value, options); },
+      "test:NAME[,WIDTHxHEIGHT[@RATE]] for a synthetic camera, file:PATH for a still image or a "
+      "video file; repeatable");
+  line.option(
+      "--watch DIRECTORY", [&options](const std::string& value) { addDirectory(value, options); },
+      "each still image and video file in DIRECTORY, for as long as it is there; repeatable");
+  line.group("Who may have which camera");
+  line.option(
+      "--allow CAMERA[@VM]", [&options](const std::string& rule) { options.access.allow(rule); },
+      "allow only this camera, by id or name, to all VMs or to one; * and ? match as in file "
+      "names; repeatable");
+  line.option(
+      "--deny CAMERA[@VM]", [&options](const std::string& rule) { options.access.deny(rule); },
+      "deny this camera, by id or name, to all VMs or to one; takes precedence over --allow; "
+      "repeatable");
+}
+
+void addOtherOptions(base::CommandLine& line, Options& options) {
+  line.group("Options");
+  line.option("--ipc-channel NAME", options.channel,
+              base::text("the IPC channel, or the absolute path of its socket (default {})",
+                         options.channel));
+  line.option("--status", options.status, "ask the running service what it is doing, and exit");
+  line.option("--json", options.json, "with --status: answer as JSON");
+  line.option("--verbose", options.verbose, "log more");
 }
 
 }  // namespace
 
-Options readOptions(const QStringList& arguments) {
-  QCommandLineParser parser;
-  parser.setApplicationDescription(
-      "Owns this machine's cameras and streams them, as VMs ask for them, through the hosts that "
-      "are connected.\nWithout a camera and without --camera or --watch it offers a synthetic "
-      "one.");
-  parser.addOptions(
-      {kChannel, kCamera, kWatch, kAllow, kDeny, kStatus, kJson, kVerbose, kHelp, kVersion});
-  if (!parser.parse(arguments)) throw std::invalid_argument(parser.errorText().toStdString());
+std::optional<Options> parseOptions(int argc, const char* const* argv) {
   Options options;
-  if (parser.isSet(kHelp) || parser.isSet(kVersion)) {
-    options.action = Options::Action::PrintAndExit;
-    options.text = parser.isSet(kHelp) ? parser.helpText().toStdString()
-                                       : "lumsar-camera-service " LUMSAR_VERSION "\n";
-    return options;
-  }
-  if (!parser.positionalArguments().isEmpty()) {
-    throw std::invalid_argument("unexpected argument '" +
-                                parser.positionalArguments().first().toStdString() + "'");
-  }
-  if (parser.isSet(kStatus)) options.action = Options::Action::Status;
-  options.json = parser.isSet(kJson);
-  options.verbose = parser.isSet(kVerbose);
-  options.channel = parser.value(kChannel).toStdString();
+  base::CommandLine line("lumsar-camera-service", "[OPTION...]",
+                         "Owns this machine's cameras and streams them to VMs on demand, through "
+                         "the hosts that are\nconnected to it.");
+  addCameraOptions(line, options);
+  addOtherOptions(line, options);
+  line.section("Example",
+               "  lumsar-camera-service --camera test:Front,640x480@15 --deny 'Front@vm-7'");
+  line.section("Exit status", "  0 stopped by a signal, 1 failure, 2 wrong usage");
+  if (!line.parse(argc, argv)) return std::nullopt;
   checkChannel(options);
-  for (const QString& value : parser.values(kCamera)) addCamera(value, options);
-  for (const QString& value : parser.values(kWatch)) addFolder(value, options);
-  addRules(parser, options);
   return options;
 }
 

@@ -1,30 +1,30 @@
-// The command line of lumsar-camera-service. Called once, at the start, on the main thread.
+// The command line of lumsar-camera-service.
 #ifndef LUMSAR_CAMERA_SERVICE_APP_SERVICE_OPTIONS_H
 #define LUMSAR_CAMERA_SERVICE_APP_SERVICE_OPTIONS_H
 
-#include <QStringList>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "protocol/names.h"
 #include "session/access_rules.h"
 #include "sources/virtual_cameras.h"
 
 namespace lumsar::service {
 
 struct Options {
-  enum class Action { Serve, Status, PrintAndExit } action = Action::Serve;
-  std::string channel = "lumsar";
-  bool verbose = false;
+  std::string channel = protocol::kDefaultIpcChannel;
+  bool status = false;  // ask a running service instead of being one
   bool json = false;
+  bool verbose = false;
   std::vector<VirtualCamera> synthetic;
   std::vector<std::string> files;
-  std::vector<std::string> folders;
+  std::vector<std::string> directories;
   AccessRules access;
-  std::string text;  // to be printed, for PrintAndExit
 };
 
-// Throws std::invalid_argument with a text for the user.
-Options readOptions(const QStringList& arguments);
+// Nothing when --help or --version has been answered. Throws UsageError.
+std::optional<Options> parseOptions(int argc, const char* const* argv);
 
 }  // namespace lumsar::service
 

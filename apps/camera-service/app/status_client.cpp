@@ -1,29 +1,30 @@
-// --status: see status_client.h. Main thread.
 #include "app/status_client.h"
 
+#include <QJsonArray>
+#include <QStringList>
 #include <cstring>
-#include <stdexcept>
 #include <vector>
 
-#include "app/log.h"
+#include "base/bytes.h"
+#include "base/errors.h"
+#include "base/format.h"
 #include "ipc/client/client.h"
+#include "json/json.h"
 #include "lumsar/ipc_transport.h"
-#include "session/json.h"
-#include "session/reports.h"
 
 namespace lumsar::service {
 namespace {
 
+using base::text;
+
 void check(int error, const std::string& channel) {
   if (error == 0) return;
-  const char* text = ipcErrorText(error);
-  throw std::runtime_error(joined("no status of channel '", channel, "': ",
-                                  text != nullptr ? text : "unknown error", " (", error, ")"));
+  const char* meaning = ipcErrorText(error);
+  throw base::Failure(text("cannot get the status of channel \"{}\": {} ({})", channel,
+                           meaning != nullptr ? meaning : "unknown error", error));
 }
 
-}  // namespace
-
-std::string askStatus(const std::string& channel, bool json) {
+std::string receiveStatus(const std::string& channel) {
   IpcClientParams params;
   std::strncpy(params.clientName, kStatusClient, kClientNameSize - 1);
   ipc::IpcClient client(&params);
@@ -31,18 +32,69 @@ std::string askStatus(const std::string& channel, bool json) {
   RedirMsgHeader request;
   request.type = IPC_MSG_STATUS;
   std::vector<unsigned char> reply(64U << 10U);
-  for (;;) {
+  for (int error = kIpcReplyTooLarge; error == kIpcReplyTooLarge;) {
     auto size = static_cast<unsigned int>(reply.size());
-    const int error = client.call({reinterpret_cast<const unsigned char*>(&request), kHeaderSize},
-                                  reply.data(), &size);
+    error = client.call(base::bytesOf(request), reply.data(), &size);
     reply.resize(size);
-    if (error == kIpcReplyTooLarge) continue;
-    check(error, channel);
-    break;
+    if (error != kIpcReplyTooLarge) check(error, channel);
   }
-  const auto text = asText(std::span(reply).subspan(kHeaderSize));
-  if (json) return std::string(text) + "\n";
-  return statusText(readJsonObject(text).object);
+  return {reply.begin() + kHeaderSize, reply.end()};
+}
+
+std::string field(const QJsonObject& object, const char* key) {
+  const QJsonValue value = object.value(QLatin1String(key));
+  return value.isBool() ? (value.toBool() ? "yes" : "no") : json::textOrNumber(value);
+}
+
+std::string cameraLine(const QJsonObject& camera) {
+  QStringList vms;
+  const QJsonArray ids = camera.value("sharedWith").toArray();
+  for (const auto& vm : ids) vms.append(vm.toString());
+  const std::string state = !camera.value("present").toBool()  ? "unplugged"
+                            : camera.value("running").toBool() ? "on"
+                                                               : "off";
+  const std::string size = camera.contains("width")
+                               ? text("  {}x{}", field(camera, "width"), field(camera, "height"))
+                               : "";
+  return text("  {}  {}  {}  {}{}  frames {}  bytes {}  encoding {} us  shared with {}\n",
+              field(camera, "number"), field(camera, "id"), field(camera, "name"), state, size,
+              field(camera, "frames"), field(camera, "bytes"), field(camera, "encodeMicroseconds"),
+              vms.isEmpty() ? "no VM" : vms.join(", ").toStdString());
+}
+
+std::string hostLines(const QJsonObject& host) {
+  std::string lines =
+      text("  {}  VM {}  sent {} bytes  queued {}\n", field(host, "name"), field(host, "vmId"),
+           field(host, "bytesOut"), field(host, "bytesQueued"));
+  const QJsonArray shares = host.value("shares").toArray();
+  for (const auto& value : shares) {
+    const QJsonObject share = value.toObject();
+    lines += text("    {}  through {}  started {}  frames {}  bytes {}  dropped {}\n",
+                  field(share, "camera"), field(share, "link"), field(share, "started"),
+                  field(share, "frames"), field(share, "bytes"), field(share, "dropped"));
+  }
+  return lines;
+}
+
+std::string linesOf(const QJsonArray& items, std::string (*line)(const QJsonObject&)) {
+  std::string lines;
+  for (const auto& item : items) lines += line(item.toObject());
+  return items.isEmpty() ? "  none\n" : lines;
+}
+
+std::string statusText(const QJsonObject& status) {
+  return text("lumsar-camera-service {}, process {}, running for {} s at {}\n",
+              field(status, "version"), field(status, "pid"), field(status, "uptimeSeconds"),
+              field(status, "socket")) +
+         "cameras:\n" + linesOf(status.value("cameras").toArray(), cameraLine) + "hosts:\n" +
+         linesOf(status.value("hosts").toArray(), hostLines);
+}
+
+}  // namespace
+
+std::string askStatus(const std::string& channel, bool asJson) {
+  const std::string status = receiveStatus(channel);
+  return asJson ? status + "\n" : statusText(json::readObject(status).object);
 }
 
 }  // namespace lumsar::service

@@ -1,4 +1,4 @@
-// lumsar-camera-service --status: asks the running service what it does. Main thread.
+// lumsar-camera-service --status: asks the running service what it is doing.
 #ifndef LUMSAR_CAMERA_SERVICE_APP_STATUS_CLIENT_H
 #define LUMSAR_CAMERA_SERVICE_APP_STATUS_CLIENT_H
 
@@ -6,12 +6,11 @@
 
 namespace lumsar::service {
 
-// By this name the service knows those who only ask for its status.
+// By this name the service knows clients that only ask for its status.
 inline constexpr const char* kStatusClient = "lumsar --status";
 
-// The status of the service on `channel`, for people or as JSON. Throws std::runtime_error with a
-// text for the user.
-std::string askStatus(const std::string& channel, bool json);
+// The status of the service on `channel`, for people or as JSON. Throws Failure.
+std::string askStatus(const std::string& channel, bool asJson);
 
 }  // namespace lumsar::service
 

@@ -1,5 +1,4 @@
-// What the service knows of a camera before it runs: who it is and which formats it offers.
-// Filled by DeviceWatch, kept by the Catalogue, read everywhere. Plain data, bound to one thread.
+// What the service knows of a camera before it runs: which one it is and which formats it offers.
 #ifndef LUMSAR_CAMERA_SERVICE_CAMERA_CAMERA_INFO_H
 #define LUMSAR_CAMERA_SERVICE_CAMERA_CAMERA_INFO_H
 
@@ -9,7 +8,8 @@
 #include <vector>
 
 #include "capture/camera_format.h"
-#include "capture/gst_ptr.h"
+
+using GstDevice = struct _GstDevice;  // GStreamer's, only passed on here
 
 namespace lumsar::service {
 

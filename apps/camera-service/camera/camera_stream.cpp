@@ -1,10 +1,9 @@
-// CameraStream: see camera_stream.h. Runs on the io_context's thread.
 #include "camera/camera_stream.h"
 
 #include <algorithm>
 #include <stdexcept>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "lumsar/camera_data.h"
 
 namespace lumsar::service {
@@ -13,8 +12,6 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds kBetweenStarts{500};
-constexpr milliseconds kFirstPause{1000};
-constexpr milliseconds kLongestPause{30000};
 constexpr milliseconds kSilence{5000};  // without a frame for this long a camera counts as stuck
 
 using Clock = asio::steady_timer::clock_type;
@@ -22,31 +19,31 @@ using Clock = asio::steady_timer::clock_type;
 }  // namespace
 
 CameraStream::CameraStream(asio::io_context& io, asio::thread_pool& cameraThreads,
-                           const Camera& camera, OnTrouble onTrouble)
+                           const Camera& camera, OnFailure onFailure)
     : m_io(io),
       m_cameraTurns(asio::make_strand(cameraThreads)),
       m_camera(camera),
-      m_onTrouble(std::move(onTrouble)),
+      m_onFailure(std::move(onFailure)),
       m_timer(io) {}
 
-void CameraStream::add(FrameReader& reader) {
-  if (std::ranges::find(m_readers, &reader) != m_readers.end()) return;
-  m_readers.push_back(&reader);
-  if (m_readers.size() == 1) {
+void CameraStream::add(FrameConsumer& consumer) {
+  if (std::ranges::find(m_consumers, &consumer) != m_consumers.end()) return;
+  m_consumers.push_back(&consumer);
+  if (m_consumers.size() == 1) {
     startSoon();
   } else {
     refresh();
   }
 }
 
-void CameraStream::remove(FrameReader& reader) {
-  if (std::erase(m_readers, &reader) > 0) onReaderGone();
+void CameraStream::remove(FrameConsumer& consumer) {
+  if (std::erase(m_consumers, &consumer) > 0) onConsumerRemoved();
 }
 
-void CameraStream::onReaderGone() {
-  if (m_readers.empty()) {
+void CameraStream::onConsumerRemoved() {
+  if (m_consumers.empty()) {
     stop();
-    m_trouble.clear();
+    m_error.clear();
     m_failed.clear();
   } else {
     refresh();
@@ -55,12 +52,15 @@ void CameraStream::onReaderGone() {
 
 void CameraStream::refresh() {
   if (!m_capture) return;
-  CaptureRequest all = m_readers.front()->request();
-  for (const FrameReader* reader : m_readers) all = combined(all, reader->request());
-  const CapturePlan plan = planFor(all);
-  if (m_capture->adapt(plan)) return;
+  if (m_capture->adapt(planFor(combinedRequest()))) return;
   stop();
   startSoon();
+}
+
+CaptureRequest CameraStream::combinedRequest() const {
+  CaptureRequest all = m_consumers.front()->request();
+  for (const FrameConsumer* consumer : m_consumers) all = combined(all, consumer->request());
+  return all;
 }
 
 void CameraStream::requestKeyFrame() {
@@ -87,10 +87,10 @@ void CameraStream::startSoon() {
   startAfter(std::chrono::ceil<milliseconds>(kBetweenStarts - since));
 }
 
-void CameraStream::startAfter(milliseconds pause) {
-  m_timer.expires_after(pause);
+void CameraStream::startAfter(milliseconds delay) {
+  m_timer.expires_after(delay);
   m_timer.async_wait([this](asio::error_code stopped) {
-    if (stopped || m_readers.empty() || m_capture) return;
+    if (stopped || m_consumers.empty() || m_capture) return;
     start();
   });
 }
@@ -98,9 +98,7 @@ void CameraStream::startAfter(milliseconds pause) {
 void CameraStream::start() {
   if (!m_camera.present) return;
   m_lastStart = m_lastSign = Clock::now();
-  CaptureRequest all = m_readers.front()->request();
-  for (const FrameReader* reader : m_readers) all = combined(all, reader->request());
-  const CapturePlan plan = planFor(all);
+  const CapturePlan plan = planFor(combinedRequest());
   m_tried = plan.source;
   if (plan.source.width == 0) return onCaptureFailed("it offers no format that can be read here");
   try {
@@ -108,27 +106,30 @@ void CameraStream::start() {
   } catch (const std::runtime_error& error) {
     return onCaptureFailed(error.what());
   }
-  logInfo("camera '", m_camera.info.id, "' is on: ", plan.source.encoding, " ", plan.source.width,
-          "x", plan.source.height, " from the camera, ",
-          plan.encoding == kEncodingH264 ? "H264 " : "MJPG ", plan.width, "x", plan.height,
-          " sent");
+  base::logInfo("camera '{}' is on: {} {}x{} captured, {} {}x{} sent", m_camera.info.id,
+                plan.source.encoding, plan.source.width, plan.source.height,
+                plan.encoding == kEncodingH264 ? "H264" : "MJPG", plan.width, plan.height);
   watch();
 }
 
 void CameraStream::stop() {
+  switchOff();
+  m_backOff.reset();
+}
+
+void CameraStream::switchOff() {
   m_timer.cancel();
-  m_pause = milliseconds(0);
   if (!m_capture) return;
   m_counters.encodeTime = m_capture->encodeTime();
   m_capture.reset();
-  logInfo("camera '", m_camera.info.id, "' is off");
+  base::logInfo("camera '{}' is off", m_camera.info.id);
 }
 
 void CameraStream::watch() {
   m_timer.expires_at(silentAt());
   m_timer.async_wait([this, watched = std::weak_ptr(m_capture)](asio::error_code stopped) {
     if (stopped || !m_capture || watched.lock() != m_capture) return;
-    if (Clock::now() >= silentAt()) return onCaptureFailed("it delivers no pictures");
+    if (Clock::now() >= silentAt()) return onCaptureFailed("it delivers no frames");
     watch();
   });
 }
@@ -143,24 +144,23 @@ Clock::time_point CameraStream::silentAt() const {
 void CameraStream::onFrame(const CapturedFrame& frame) {
   m_lastSign = Clock::now();
   ++m_counters.frames;
-  m_counters.bytes += frame.picture.size();
-  m_pause = milliseconds(0);
-  m_trouble.clear();
-  const auto takesNoMore = [&](FrameReader* reader) { return !reader->onFrame(frame); };
-  if (std::erase_if(m_readers, takesNoMore) > 0) onReaderGone();
+  m_counters.bytes += frame.data.size();
+  m_backOff.reset();
+  m_error.clear();
+  const auto wantsNoMore = [&](FrameConsumer* consumer) { return !consumer->onFrame(frame); };
+  if (std::erase_if(m_consumers, wantsNoMore) > 0) onConsumerRemoved();
 }
 
 void CameraStream::onCaptureFailed(const std::string& why) {
-  const bool first = m_pause.count() == 0;
-  const milliseconds pause = first ? kFirstPause : std::min(2 * m_pause, kLongestPause);
-  stop();
-  m_pause = pause;
-  m_trouble = why;
+  const bool first = m_backOff.isReset();
+  const milliseconds delay = m_backOff.next();
+  switchOff();
+  m_error = why;
   if (m_lastSign == m_lastStart) leaveOutTriedFormat();
-  logWarning("camera '", m_camera.info.id, "' failed: ", why, "; next try in ", pause.count(),
-             " ms");
-  startAfter(pause);
-  if (first) m_onTrouble(m_camera, why);
+  base::logWarning("camera '{}' failed: {}; retrying in {} ms", m_camera.info.id, why,
+                   delay.count());
+  startAfter(delay);
+  if (first) m_onFailure(m_camera, why);
 }
 
 // It may be the others that work; when none does, all are tried again.
@@ -172,7 +172,7 @@ void CameraStream::leaveOutTriedFormat() {
 CameraStream& StreamTable::of(const Camera& camera) {
   auto& stream = m_streams[camera.number];
   if (!stream) {
-    stream = std::make_unique<CameraStream>(m_io, m_cameraThreads, camera, m_onTrouble);
+    stream = std::make_unique<CameraStream>(m_io, m_cameraThreads, camera, m_onFailure);
   }
   return *stream;
 }

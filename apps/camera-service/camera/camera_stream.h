@@ -1,7 +1,7 @@
-// CameraStream: one camera and those who read from it. The camera runs while there is a reader, by
-// one Capture that suits them all, and not a moment longer. It is not started again at once, lest a
-// VM keep it switching. Trouble with the device is tried again after a growing pause for as long as
-// somebody reads. Bound to the io_context's thread.
+// CameraStream: one camera and its consumers. The camera runs while there is a consumer, by one
+// Capture that suits them all, and not a moment longer. It is not started again at once, so that a
+// VM cannot keep it switching. When the device fails, it is retried with a growing back-off for as
+// long as there is a consumer.
 #ifndef LUMSAR_CAMERA_SERVICE_CAMERA_CAMERA_STREAM_H
 #define LUMSAR_CAMERA_SERVICE_CAMERA_CAMERA_STREAM_H
 
@@ -10,43 +10,44 @@
 #include <map>
 #include <vector>
 
+#include "base/back_off.h"
 #include "camera/camera_info.h"
 #include "capture/capture.h"
 
 namespace lumsar::service {
 
-class FrameReader {
+class FrameConsumer {
  public:
-  virtual ~FrameReader() = default;
+  virtual ~FrameConsumer() = default;
   virtual CaptureRequest request() const = 0;
-  // False: it takes no more, and is removed. Must not add or remove readers of this camera.
+  // False: it is to be removed. Must not add or remove consumers of this camera.
   virtual bool onFrame(const CapturedFrame& frame) = 0;
 };
 
 class CameraStream : private CaptureEvents {
  public:
-  using OnTrouble = std::function<void(const Camera& camera, const std::string& why)>;
+  using OnFailure = std::function<void(const Camera& camera, const std::string& why)>;
   struct Counters {
     std::uint64_t frames = 0;
     std::uint64_t bytes = 0;
-    std::int64_t encodeTime = 0;  // µs a picture
+    std::int64_t encodeTime = 0;  // µs per frame
   };
 
   // `camera` is the catalogue's and outlives the stream.
   CameraStream(asio::io_context& io, asio::thread_pool& cameraThreads, const Camera& camera,
-               OnTrouble onTrouble);
+               OnFailure onFailure);
 
-  void add(FrameReader& reader);
-  void remove(FrameReader& reader);
-  // A reader's request has changed.
+  void add(FrameConsumer& consumer);
+  void remove(FrameConsumer& consumer);
+  // A consumer's request has changed.
   void refresh();
   void requestKeyFrame();
 
   bool running() const { return m_capture != nullptr; }
-  std::size_t readers() const { return m_readers.size(); }
+  std::size_t consumers() const { return m_consumers.size(); }
   const Camera& camera() const { return m_camera; }
-  // Why the last try failed, until the camera gives a picture or nobody reads; else empty.
-  const std::string& trouble() const { return m_trouble; }
+  // Why the camera failed, until it delivers a frame or has no consumer; else empty.
+  const std::string& error() const { return m_error; }
   // How the camera would run for `request`.
   CapturePlan planFor(const CaptureRequest& request) const;
   const CapturePlan* plan() const { return m_capture ? &m_capture->plan() : nullptr; }
@@ -55,11 +56,13 @@ class CameraStream : private CaptureEvents {
  private:
   void onFrame(const CapturedFrame& frame) override;
   void onCaptureFailed(const std::string& why) override;
-  void onReaderGone();
+  void onConsumerRemoved();
+  CaptureRequest combinedRequest() const;
   void startSoon();
-  void startAfter(std::chrono::milliseconds pause);
+  void startAfter(std::chrono::milliseconds delay);
   void start();
   void stop();
+  void switchOff();
   void watch();
   asio::steady_timer::time_point silentAt() const;
   void leaveOutTriedFormat();
@@ -67,16 +70,16 @@ class CameraStream : private CaptureEvents {
   asio::io_context& m_io;
   const Capture::CameraTurns m_cameraTurns;
   const Camera& m_camera;
-  const OnTrouble m_onTrouble;
-  std::vector<FrameReader*> m_readers;
+  const OnFailure m_onFailure;
+  std::vector<FrameConsumer*> m_consumers;
   std::shared_ptr<Capture> m_capture;
-  asio::steady_timer m_timer;  // the pause before the next start, or the watch over a silent camera
+  asio::steady_timer m_timer;  // until the next start, or watching over a silent camera
   asio::steady_timer::time_point m_lastStart;
-  std::chrono::milliseconds m_pause{0};
-  std::string m_trouble;
+  base::BackOff m_backOff{std::chrono::seconds(1), std::chrono::seconds(30)};
+  std::string m_error;
   asio::steady_timer::time_point m_lastSign;  // of life: a frame, or the start
   CameraFormat m_tried;                       // by the last start
-  std::vector<CameraFormat> m_failed;         // without any frame, for those who read now
+  std::vector<CameraFormat> m_failed;         // without any frame, for the present consumers
   Counters m_counters;
 };
 
@@ -84,8 +87,8 @@ class CameraStream : private CaptureEvents {
 class StreamTable {
  public:
   StreamTable(asio::io_context& io, asio::thread_pool& cameraThreads,
-              CameraStream::OnTrouble onTrouble)
-      : m_io(io), m_cameraThreads(cameraThreads), m_onTrouble(std::move(onTrouble)) {}
+              CameraStream::OnFailure onFailure)
+      : m_io(io), m_cameraThreads(cameraThreads), m_onFailure(std::move(onFailure)) {}
 
   CameraStream& of(const Camera& camera);
   const CameraStream* find(std::uint32_t number) const;
@@ -93,7 +96,7 @@ class StreamTable {
  private:
   asio::io_context& m_io;
   asio::thread_pool& m_cameraThreads;
-  const CameraStream::OnTrouble m_onTrouble;
+  const CameraStream::OnFailure m_onFailure;
   std::map<std::uint32_t, std::unique_ptr<CameraStream>> m_streams;
 };
 

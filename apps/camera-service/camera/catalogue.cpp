@@ -1,4 +1,3 @@
-// Catalogue: see catalogue.h. Runs on the io_context's thread.
 #include "camera/catalogue.h"
 
 namespace lumsar::service {

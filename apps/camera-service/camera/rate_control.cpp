@@ -1,4 +1,3 @@
-// RateControl: see rate_control.h. Runs on the io_context's thread.
 #include "camera/rate_control.h"
 
 #include <algorithm>
@@ -7,11 +6,11 @@ namespace lumsar::service {
 namespace {
 
 constexpr double kSlowest = 1;               // frames per second: never less
-constexpr double kFastest = 120;             // a limit above this is none
-constexpr double kBehind = 0.85;             // taken less than this part of what was offered
-constexpr double kKeepsUp = 0.95;            // taken at least this part
-constexpr double kRise = 1.25;               // a report
-constexpr int kPatience = 2;                 // reports; one alone may be an accident
+constexpr double kFastest = 120;             // a limit above this is lifted
+constexpr double kBehind = 0.85;             // delivered less than this part of what was offered
+constexpr double kKeepsUp = 0.95;            // delivered at least this part
+constexpr double kRise = 1.25;               // with each report
+constexpr int kReportsBehind = 2;            // one alone may be an accident
 constexpr std::int64_t kTooShort = 200'000;  // µs: too few frames to judge by
 
 }  // namespace
@@ -25,14 +24,14 @@ void RateControl::update(const CameraStatistics& statistics, std::uint64_t offer
   m_lastTime = now;
   m_lastOffered = offered;
   if (first || frames == 0) return;
-  const double given = static_cast<double>(frames) * 1e6 / static_cast<double>(span);
-  const double taken = statistics.rate / 1000.0;
-  if (taken < kBehind * given) {
-    if (++m_behind >= kPatience) m_limit = std::max(kSlowest, taken);
+  const double sent = static_cast<double>(frames) * 1e6 / static_cast<double>(span);
+  const double delivered = statistics.rate / 1000.0;
+  if (delivered < kBehind * sent) {
+    if (++m_behind >= kReportsBehind) m_limit = std::max(kSlowest, delivered);
     return;
   }
   m_behind = 0;
-  if (m_limit == 0 || taken < kKeepsUp * given) return;
+  if (m_limit == 0 || delivered < kKeepsUp * sent) return;
   m_limit *= kRise;
   if (m_limit > kFastest) m_limit = 0;
 }

@@ -1,6 +1,5 @@
-// RateControl: finds the frame rate that a VM takes, from what it reports about once a second. It
-// falls quickly to what the VM managed and rises carefully while the VM keeps up. One for each
-// share. No clock of its own; bound to one thread.
+// RateControl: finds the frame rate that a VM can take, from its report about once a second. It
+// falls quickly to what the VM managed and rises carefully while the VM keeps up.
 #ifndef LUMSAR_CAMERA_SERVICE_CAMERA_RATE_CONTROL_H
 #define LUMSAR_CAMERA_SERVICE_CAMERA_RATE_CONTROL_H
 
@@ -12,12 +11,12 @@ namespace lumsar::service {
 
 class RateControl {
  public:
-  // `offered`: frames so far that were meant for the VM, also those dropped on the way.
+  // `offered`: frames so far that were meant for the VM, including those that were dropped.
   // `now`: µs on any steady clock.
   void update(const CameraStatistics& statistics, std::uint64_t offered, std::int64_t now);
   void reset() { *this = RateControl(); }
 
-  // µs between frames; 0 when the VM takes whatever comes.
+  // µs between frames; 0 when the VM keeps up with every rate.
   std::int64_t interval() const;
   double limit() const { return m_limit; }  // frames per second, 0 when there is none
 

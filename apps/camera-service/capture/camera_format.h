@@ -1,4 +1,4 @@
-// One format in which a camera offers its frames. Plain data.
+// One format in which a camera offers its frames.
 #ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_CAMERA_FORMAT_H
 #define LUMSAR_CAMERA_SERVICE_CAPTURE_CAMERA_FORMAT_H
 

@@ -1,5 +1,4 @@
-// Capture: see capture.h. Functions on the io_context's thread, except for those marked as running
-// on a streaming thread; these touch nothing but the Tap.
+// Callbacks marked as running on a streaming thread touch nothing but the Tap.
 #include "capture/capture.h"
 
 #include <gst/app/gstappsink.h>
@@ -10,15 +9,15 @@
 #include <cmath>
 #include <stdexcept>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "capture/encoder.h"
 #include "capture/pacer.h"
 #include "lumsar/camera_data.h"
 
 namespace lumsar::service {
 
-// What the pipeline's threads share with the io_context's thread. It outlives the capture for as
-// long as they hold it.
+// What the pipeline's threads share with the main loop. It outlives the capture for as long as they
+// hold it.
 struct Capture::Tap {
   explicit Tap(asio::io_context& context) : io(context) {}
 
@@ -38,28 +37,10 @@ struct Capture::Tap {
         if (const auto alive = weak.lock()) call(*alive);
       });
     } catch (const std::exception& error) {  // not into GStreamer, which called
-      logWarning("news of a running camera was lost: ", error.what());
+      base::logWarning("a notification of a running camera was lost: {}", error.what());
     }
   }
 };
-
-namespace {
-
-// A counted reference for GStreamer's callbacks, released with them.
-template <class T>
-gpointer holdShared(const std::shared_ptr<T>& object) {
-  return std::make_unique<std::shared_ptr<T>>(object).release();
-}
-template <class T>
-void releaseShared(gpointer data) {
-  const std::unique_ptr<std::shared_ptr<T>> owned(static_cast<std::shared_ptr<T>*>(data));
-}
-template <class T>
-T& held(gpointer data) {
-  return **static_cast<std::shared_ptr<T>*>(data);
-}
-
-}  // namespace
 
 std::shared_ptr<Capture> Capture::start(asio::io_context& io, const CameraTurns& cameraTurns,
                                         GstDevice* device, const CapturePlan& plan,
@@ -79,7 +60,7 @@ Capture::Capture(Key /*key*/, asio::io_context& io, const CameraTurns& cameraTur
       m_events(events),
       m_pipeline(buildPipeline(device, plan)),
       m_tap(std::make_shared<Tap>(io)),
-      m_lastPicture(io) {}
+      m_lastFrame(io) {}
 
 Capture::~Capture() {
   asio::post(m_cameraTurns, [pipeline = m_pipeline.bin] {
@@ -89,17 +70,17 @@ Capture::~Capture() {
 
 void Capture::attach() {
   m_tap->interval = m_plan.interval;
-  const auto onPicture = [](GstPad*, GstPadProbeInfo*, gpointer data) -> GstPadProbeReturn {
-    Tap& tap = held<Tap>(data);  // streaming thread
+  const auto onCaptured = [](GstPad*, GstPadProbeInfo*, gpointer data) -> GstPadProbeReturn {
+    Tap& tap = *held<Tap>(data);  // streaming thread
     return tap.pacer.due(g_get_monotonic_time(), tap.interval) ? GST_PAD_PROBE_OK
                                                                : GST_PAD_PROBE_DROP;
   };
   const auto onEncodeBegin = [](GstPad*, GstPadProbeInfo*, gpointer data) -> GstPadProbeReturn {
-    held<Tap>(data).encodeBegin = g_get_monotonic_time();  // streaming thread
+    held<Tap>(data)->encodeBegin = g_get_monotonic_time();  // streaming thread
     return GST_PAD_PROBE_OK;
   };
   const auto onEncodeEnd = [](GstPad*, GstPadProbeInfo*, gpointer data) -> GstPadProbeReturn {
-    Tap& tap = held<Tap>(data);  // streaming thread
+    Tap& tap = *held<Tap>(data);  // streaming thread
     tap.encodeTotal += g_get_monotonic_time() - tap.encodeBegin;
     ++tap.encodeCount;
     return GST_PAD_PROBE_OK;
@@ -109,13 +90,13 @@ void Capture::attach() {
     gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, callback, holdShared(m_tap),
                       releaseShared<Tap>);
   };
-  probe(m_pipeline.format, "src", onPicture);
+  probe(m_pipeline.format, "src", onCaptured);
   probe(m_pipeline.encoder, "sink", onEncodeBegin);
   probe(m_pipeline.encoder, "src", onEncodeEnd);
 
   GstAppSinkCallbacks callbacks = {};
   callbacks.new_sample = [](GstAppSink*, gpointer data) -> GstFlowReturn {
-    Tap& tap = held<Tap>(data);  // streaming thread
+    Tap& tap = *held<Tap>(data);  // streaming thread
     if (!tap.drainPosted.exchange(true)) tap.post([](Capture& capture) { capture.drain(); });
     return GST_FLOW_OK;
   };
@@ -126,7 +107,7 @@ void Capture::attach() {
 void Capture::watchBus() {
   const GstPtr<GstBus> bus(gst_element_get_bus(m_pipeline.bin.get()));
   const auto onMessage = [](GstBus*, GstMessage* message, gpointer data) -> GstBusSyncReply {
-    Tap& tap = held<Tap>(data);  // any thread
+    Tap& tap = *held<Tap>(data);  // any thread
     if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS) {
       tap.post([](Capture& capture) { capture.onEndOfStream(); });
     } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
@@ -149,7 +130,7 @@ void Capture::play() {
     if (gst_element_set_state(pipeline.get(), GST_STATE_PLAYING) != GST_STATE_CHANGE_FAILURE) {
       return;
     }
-    tap->post([](Capture& capture) { capture.m_events.onCaptureFailed("it does not start"); });
+    tap->post([](Capture& capture) { capture.m_events.onCaptureFailed("it did not start"); });
   });
 }
 
@@ -157,7 +138,7 @@ bool Capture::adapt(const CapturePlan& plan) {
   if (plan.source != m_plan.source || plan.encoding != m_plan.encoding) return false;
   if (plan.quality != m_plan.quality && !setEncoderQuality(m_pipeline.encoder, plan)) return false;
   if (plan.width != m_plan.width || plan.height != m_plan.height) {
-    setPictureSize(m_pipeline, plan);
+    setFrameSize(m_pipeline, plan);
   }
   m_tap->interval = plan.interval;
   m_plan = plan;
@@ -189,7 +170,7 @@ void Capture::deliver(GstSample* sample) {
   GstMapInfo map;
   if (gst_buffer_map(buffer, &map, GST_MAP_READ) == FALSE) return;
   CapturedFrame frame;
-  frame.picture = {map.data, map.size};
+  frame.data = {map.data, map.size};
   gst_structure_get_int(caps, "width", &frame.width);
   gst_structure_get_int(caps, "height", &frame.height);
   frame.encoding = m_plan.encoding;
@@ -200,7 +181,7 @@ void Capture::deliver(GstSample* sample) {
   gst_buffer_unmap(buffer, &map);
 }
 
-// A picture's time stamp counts from the pipeline's start; its age leads to the time of day.
+// A frame's time stamp counts from the pipeline's start; its age leads to the time of day.
 std::uint64_t Capture::captureTime(GstSample* sample) const {
   const std::uint64_t now = cameraClock();
   const GstPtr<GstClock> clock(gst_pipeline_get_clock(GST_PIPELINE(m_pipeline.bin.get())));
@@ -216,11 +197,12 @@ std::uint64_t Capture::captureTime(GstSample* sample) const {
   return age > kOldest ? now : now - age / GST_USECOND;
 }
 
-// A movie begins again when its last picture was there as long as the others; a camera has no end.
+// A video file begins again once its last frame has lasted as long as the others; a camera has no
+// end.
 void Capture::onEndOfStream() {
   const double rate = m_plan.source.rate();
-  m_lastPicture.expires_after(std::chrono::milliseconds(rate > 0 ? std::lround(1000 / rate) : 0));
-  m_lastPicture.async_wait([this](asio::error_code stopped) {
+  m_lastFrame.expires_after(std::chrono::milliseconds(rate > 0 ? std::lround(1000 / rate) : 0));
+  m_lastFrame.async_wait([this](asio::error_code stopped) {
     if (!stopped) rewind();
   });
 }

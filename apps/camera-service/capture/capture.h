@@ -1,11 +1,10 @@
-// Capture: one running camera, from its device to encoded pictures.
+// Capture: one running camera, from its device to encoded frames.
 //
-//   CapturePipeline (source ... encoder, sink) -- streaming thread -- post --> io thread: onFrame
-//          ^ frames that come too early are left out behind the source
+//   CapturePipeline (source ... encoder, sink) -- streaming thread -- post --> main loop: onFrame
+//          ^ frames that come too early are dropped behind the source
 //
-// Made, steered and ended on the io_context's thread, where its events are called too. State
-// changes, which may wait for a device, run one after another, in the camera's turns, on threads of
-// their own.
+// State changes, which may wait for a device, run one after another, in the camera's turns, on
+// threads of their own.
 #ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_CAPTURE_H
 #define LUMSAR_CAMERA_SERVICE_CAPTURE_CAPTURE_H
 
@@ -23,7 +22,7 @@
 namespace lumsar::service {
 
 struct CapturedFrame {
-  std::span<const unsigned char> picture;  // valid during the call only
+  std::span<const unsigned char> data;  // valid during the call only
   int width = 0;
   int height = 0;
   std::uint32_t encoding = 0;
@@ -43,7 +42,7 @@ class Capture {
 
  public:
   // One camera's, so that its device is closed before it is opened again. A device that hangs keeps
-  // one thread busy and holds up no other camera.
+  // one thread busy and delays no other camera.
   using CameraTurns = asio::strand<asio::thread_pool::executor_type>;
 
   // Starts the camera. Throws std::runtime_error when the pipeline cannot be built; what fails
@@ -57,10 +56,10 @@ class Capture {
   Capture(const Capture&) = delete;
   Capture& operator=(const Capture&) = delete;
 
-  // Takes on another plan while running. False when that needs a new capture.
+  // Changes to another plan while running. False when that needs a new capture.
   bool adapt(const CapturePlan& plan);
   void requestKeyFrame();
-  // Mean time that the encoder took for a picture, µs.
+  // Mean time that the encoder took for a frame, µs.
   std::int64_t encodeTime() const;
   const CapturePlan& plan() const { return m_plan; }
 
@@ -81,7 +80,7 @@ class Capture {
   CaptureEvents& m_events;
   const CapturePipeline m_pipeline;
   const std::shared_ptr<Tap> m_tap;
-  asio::steady_timer m_lastPicture;  // until its time is over
+  asio::steady_timer m_lastFrame;  // until its time is over
 };
 
 }  // namespace lumsar::service

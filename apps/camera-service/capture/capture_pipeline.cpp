@@ -1,9 +1,8 @@
-// A camera's elements: see capture_pipeline.h. Called on the main thread.
 #include "capture/capture_pipeline.h"
 
 #include <stdexcept>
 
-#include "app/log.h"
+#include "base/format.h"
 #include "capture/device_formats.h"
 #include "capture/encoder.h"
 
@@ -17,12 +16,14 @@ class Chain {
 
   GstElement* add(GstElement* element, const char* what) {
     if (element == nullptr) {
-      throw std::runtime_error(joined("GStreamer has no ", what, "; install gstreamer1.0-plugins-",
-                                      "base and gstreamer1.0-plugins-good"));
+      throw std::runtime_error(
+          base::text("GStreamer lacks {}; install gstreamer1.0-plugins-base and "
+                     "gstreamer1.0-plugins-good",
+                     what));
     }
     gst_bin_add(GST_BIN(m_pipeline), element);
     if (m_last != nullptr && gst_element_link(m_last, element) == FALSE) {
-      throw std::runtime_error(joined("GStreamer cannot link its ", what));
+      throw std::runtime_error(base::text("GStreamer cannot link {}", what));
     }
     return m_last = element;
   }
@@ -49,22 +50,22 @@ CapturePipeline buildPipeline(GstDevice* device, const CapturePlan& plan) {
   Chain chain(bin);
   GstElement* source = gst_device_create_element(device, nullptr);
   if (source == nullptr) throw std::runtime_error("the camera has no source to read from");
-  chain.add(source, "source for this camera");
+  chain.add(source, "a source for this camera");
   pipeline.format = chain.add("capsfilter");
   setCaps(pipeline.format, capsFor(plan.source));
   if (plan.source.encoding == "MJPG") chain.add("jpegdec");
   chain.add("videoconvert");
   chain.add("videoscale");
   pipeline.size = chain.add("capsfilter");
-  setPictureSize(pipeline, plan);
-  pipeline.encoder = chain.add(makeEncoder(plan), "encoder");
+  setFrameSize(pipeline, plan);
+  pipeline.encoder = chain.add(makeEncoder(plan), "an encoder");
   pipeline.sink = chain.add("appsink");
   g_object_set(pipeline.sink, "sync", FALSE, "max-buffers", 2U, "drop", TRUE, nullptr);
   return pipeline;
 }
 
-void setPictureSize(const CapturePipeline& pipeline, const CapturePlan& plan) {
-  // The encoder is quickest, and its pictures smallest, from I420.
+void setFrameSize(const CapturePipeline& pipeline, const CapturePlan& plan) {
+  // The encoder is fastest, and its frames smallest, from I420.
   setCaps(pipeline.size, GstPtr<GstCaps>(gst_caps_new_simple(
                              "video/x-raw", "format", G_TYPE_STRING, "I420", "width", G_TYPE_INT,
                              plan.width, "height", G_TYPE_INT, plan.height, "pixel-aspect-ratio",

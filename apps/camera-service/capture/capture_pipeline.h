@@ -1,4 +1,4 @@
-// The GStreamer elements of one running camera. Built by Capture on the main thread.
+// The GStreamer elements of one running camera.
 //
 //   source - format - [jpegdec] - convert - scale - size - encoder - sink
 //
@@ -15,16 +15,16 @@ namespace lumsar::service {
 struct CapturePipeline {
   std::shared_ptr<GstElement> bin;  // owns the others
   GstElement* format = nullptr;     // lets through the chosen format of the camera
-  GstElement* size = nullptr;       // lets through pictures of the planned size
+  GstElement* size = nullptr;       // lets through frames of the planned size
   GstElement* encoder = nullptr;
-  GstElement* sink = nullptr;  // an appsink that keeps the newest two pictures
+  GstElement* sink = nullptr;  // an appsink that keeps the newest two frames
 };
 
 // Throws std::runtime_error when an element is missing or does not fit.
 CapturePipeline buildPipeline(GstDevice* device, const CapturePlan& plan);
 
 // Also while it runs.
-void setPictureSize(const CapturePipeline& pipeline, const CapturePlan& plan);
+void setFrameSize(const CapturePipeline& pipeline, const CapturePlan& plan);
 
 }  // namespace lumsar::service
 

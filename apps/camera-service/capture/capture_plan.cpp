@@ -1,63 +1,80 @@
-// Planning a capture: see capture_plan.h. Called on the main thread.
 #include "capture/capture_plan.h"
 
 #include <algorithm>
-#include <tuple>
+#include <compare>
 
 #include "lumsar/camera_data.h"
 
 namespace lumsar::service {
 namespace {
 
-constexpr double kSmoothRate = 15;  // a larger picture is not worth fewer frames a second than this
+constexpr double kSmoothRate = 15;  // a larger frame is not worth fewer of them a second
 
 std::int64_t sourceInterval(const CameraFormat& format) {
   if (format.rateNumerator <= 0) return 0;
   return static_cast<std::int64_t>(1e6 / format.rate());
 }
 
-// Place in the wish list; behind its end for formats that are not wished for.
-std::size_t preference(const CameraFormat& format, const std::vector<std::string>& wishes) {
+// Index in the list of wishes; its size for formats that are not in it.
+std::size_t wishIndex(const CameraFormat& format, const std::vector<std::string>& wishes) {
   const std::string name = format.encoding == "YUY2" ? "YUYV" : format.encoding;
   const auto found = std::ranges::find_if(
       wishes, [&](const std::string& wish) { return wish == name || wish == format.encoding; });
   return static_cast<std::size_t>(found - wishes.begin());
 }
 
-CameraFormat chooseSource(const std::vector<CameraFormat>& formats, const PolicyRule& rule) {
-  const auto rank = [&rule](const CameraFormat& format) {
-    const std::size_t place = preference(format, rule.pixelFormats);
-    const bool fits = format.width <= rule.maxWidth && format.height <= rule.maxHeight;
-    const int area = format.width * format.height;
-    // Of those that fit the largest, of the others the smallest, for it must be scaled down.
-    return std::make_tuple(place < rule.pixelFormats.size(), format.rate() >= kSmoothRate, fits,
-                           fits ? area : -area, -static_cast<std::int64_t>(place), format.rate());
-  };
-  if (formats.empty()) return {};
-  return *std::ranges::max_element(formats, {}, rank);
+// How well a format serves a rule. What comes first counts most.
+struct Rank {
+  bool isWished = false;
+  bool isSmooth = false;
+  bool fits = false;  // no need to scale it down
+  int size = 0;       // the largest of those that fit, the smallest of the others
+  std::int64_t wish = 0;
+  double rate = 0;
+
+  auto operator<=>(const Rank&) const = default;
+};
+
+Rank rank(const CameraFormat& format, const PolicyRule& rule) {
+  const std::size_t index = wishIndex(format, rule.pixelFormats);
+  const int area = format.width * format.height;
+  Rank result;
+  result.isWished = index < rule.pixelFormats.size();
+  result.isSmooth = format.rate() >= kSmoothRate;
+  result.fits = format.width <= rule.maxWidth && format.height <= rule.maxHeight;
+  result.size = result.fits ? area : -area;
+  result.wish = -static_cast<std::int64_t>(index);
+  result.rate = format.rate();
+  return result;
 }
 
-int evenAtLeastTwo(std::int64_t side) {
+CameraFormat chooseSource(const std::vector<CameraFormat>& formats, const PolicyRule& rule) {
+  if (formats.empty()) return {};
+  return *std::ranges::max_element(
+      formats, {}, [&rule](const CameraFormat& format) { return rank(format, rule); });
+}
+
+int even(std::int64_t side) {
   return static_cast<int>(std::max<std::int64_t>(side & ~1LL, 2));
 }
 
-void fitInto(int maxWidth, int maxHeight, CapturePlan& plan) {
-  const std::int64_t width = plan.source.width;
-  const std::int64_t height = plan.source.height;
-  plan.width = plan.source.width;
-  plan.height = plan.source.height;
-  if (width <= maxWidth && height <= maxHeight) {
-    if (plan.encoding != kEncodingH264) return;
-    plan.width = evenAtLeastTwo(width);  // H.264 knows no odd sides
-    plan.height = evenAtLeastTwo(height);
-    return;
-  }
-  const bool byWidth = width * maxHeight >= height * maxWidth;
-  plan.width = evenAtLeastTwo(byWidth ? maxWidth : width * maxHeight / height);
-  plan.height = evenAtLeastTwo(byWidth ? height * maxWidth / width : maxHeight);
+FrameSize sentSize(const CapturePlan& plan, const PolicyRule& rule) {
+  const FrameSize size =
+      scaledInto({plan.source.width, plan.source.height}, {rule.maxWidth, rule.maxHeight});
+  if (plan.encoding != kEncodingH264) return size;
+  return {even(size.width), even(size.height)};  // H.264 has no odd sides
 }
 
 }  // namespace
+
+FrameSize scaledInto(FrameSize size, FrameSize limit) {
+  if (size.width <= limit.width && size.height <= limit.height) return size;
+  const std::int64_t width = size.width;
+  const std::int64_t height = size.height;
+  const bool byWidth = width * limit.height >= height * limit.width;
+  return {even(byWidth ? limit.width : width * limit.height / height),
+          even(byWidth ? height * limit.width / width : limit.height)};
+}
 
 CaptureRequest combined(const CaptureRequest& first, const CaptureRequest& second) {
   CaptureRequest result = first;
@@ -78,7 +95,9 @@ CapturePlan planCapture(const std::vector<CameraFormat>& formats, const CaptureR
   CapturePlan plan;
   plan.source = chooseSource(formats, request.rule);
   plan.encoding = request.rule.h264 ? kEncodingH264 : kEncodingMjpg;
-  fitInto(request.rule.maxWidth, request.rule.maxHeight, plan);
+  const FrameSize size = sentSize(plan, request.rule);
+  plan.width = size.width;
+  plan.height = size.height;
   plan.quality = request.rule.quality;
   plan.interval = request.interval > sourceInterval(plan.source) ? request.interval : 0;
   return plan;

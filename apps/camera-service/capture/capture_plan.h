@@ -1,5 +1,5 @@
-// What is asked of a camera by those who look, and what is made of it: which of the camera's
-// formats is taken and how large the pictures leave. Pure functions, called on the main thread.
+// What consumers ask of a camera, and what is made of it: which of the camera's formats is captured
+// and how large frames are sent.
 #ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_CAPTURE_PLAN_H
 #define LUMSAR_CAMERA_SERVICE_CAPTURE_CAPTURE_PLAN_H
 
@@ -16,13 +16,13 @@ struct CaptureRequest {
   std::int64_t interval = 0;  // µs between frames; 0: the camera's own rate
 };
 
-// One camera serves all who look with one picture: within every limit, and as fast as the fastest
-// (for H.264, which bears no gaps, as slow as the slowest).
+// One stream of frames serves all consumers of a camera: within every limit, and as fast as the
+// fastest (for H.264, which bears no gaps, as slow as the slowest).
 CaptureRequest combined(const CaptureRequest& first, const CaptureRequest& second);
 
 struct CapturePlan {
   CameraFormat source;
-  int width = 0;  // of the pictures that leave
+  int width = 0;  // as sent
   int height = 0;
   std::uint32_t encoding = 0;  // kEncodingMjpg or kEncodingH264
   int quality = 0;
@@ -31,6 +31,14 @@ struct CapturePlan {
   // µs from frame to frame, 0 if not known.
   std::int64_t frameInterval() const;
 };
+
+struct FrameSize {
+  int width = 0;
+  int height = 0;
+};
+
+// Scaled down to even sides if it is larger than `limit`.
+FrameSize scaledInto(FrameSize size, FrameSize limit);
 
 CapturePlan planCapture(const std::vector<CameraFormat>& formats, const CaptureRequest& request);
 

@@ -1,15 +1,13 @@
-// The clock in synthetic pictures: see clock_stamp.h. Runs on the camera's streaming thread.
 #include "capture/clock_stamp.h"
 
 #include <gst/video/video.h>
 
 #include <algorithm>
 #include <array>
-#include <chrono>
-#include <cstdio>
 #include <ctime>
 #include <memory>
 
+#include "base/format.h"
 #include "capture/gst_ptr.h"
 
 namespace lumsar::service {
@@ -51,20 +49,16 @@ void drawDigit(const LumaPlane& plane, std::size_t x, std::size_t y, std::size_t
   }
 }
 
-std::string_view timeOfDay(std::array<char, 16>& text) {
-  const auto now = std::chrono::system_clock::now();
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
-  const auto part = now - std::chrono::system_clock::from_time_t(seconds);
+std::string timeOfDay() {
+  std::timespec now = {};
+  std::timespec_get(&now, TIME_UTC);
   std::tm local = {};
-  localtime_r(&seconds, &local);
-  const auto hundredths = std::chrono::duration_cast<std::chrono::milliseconds>(part).count() / 10;
-  const int size =
-      std::snprintf(text.data(), text.size(), "%02d:%02d:%02d.%02d", local.tm_hour % 100,
-                    local.tm_min % 100, local.tm_sec % 100, static_cast<int>(hundredths % 100));
-  return {text.data(), static_cast<std::size_t>(size)};
+  localtime_r(&now.tv_sec, &local);
+  return base::text("{:02}:{:02}:{:02}.{:02}", local.tm_hour, local.tm_min, local.tm_sec,
+                    now.tv_nsec / 10'000'000);
 }
 
-GstPadProbeReturn onPicture(GstPad* /*pad*/, GstPadProbeInfo* probe, gpointer data) {
+GstPadProbeReturn onFrame(GstPad* /*pad*/, GstPadProbeInfo* probe, gpointer data) {
   GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(probe));
   GST_PAD_PROBE_INFO_DATA(probe) = buffer;
   GstVideoFrame frame;
@@ -75,8 +69,7 @@ GstPadProbeReturn onPicture(GstPad* /*pad*/, GstPadProbeInfo* probe, gpointer da
                            static_cast<std::size_t>(GST_VIDEO_FRAME_PLANE_STRIDE(&frame, 0)),
                            static_cast<std::size_t>(GST_VIDEO_FRAME_WIDTH(&frame)),
                            static_cast<std::size_t>(GST_VIDEO_FRAME_HEIGHT(&frame))};
-  std::array<char, 16> text;
-  drawDigits(plane, timeOfDay(text));
+  drawDigits(plane, timeOfDay());
   gst_video_frame_unmap(&frame);
   return GST_PAD_PROBE_OK;
 }
@@ -111,7 +104,7 @@ void stampClock(GstBin* bin, const char* name, int width, int height) {
   auto info = std::make_unique<GstVideoInfo>();
   gst_video_info_set_format(info.get(), GST_VIDEO_FORMAT_I420, static_cast<guint>(width),
                             static_cast<guint>(height));
-  gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, onPicture, info.release(),
+  gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, onFrame, info.release(),
                     [](gpointer data) {
                       const std::unique_ptr<GstVideoInfo> owned(static_cast<GstVideoInfo*>(data));
                     });

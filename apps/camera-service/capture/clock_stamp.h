@@ -1,6 +1,6 @@
-// Draws the time of day, to the hundredth of a second, into the pictures of a synthetic camera.
-// Set up on the main thread, draws on the camera's streaming thread. No fonts, no libraries:
-// seven-segment digits on the luminance plane.
+// Draws the time of day into the frames of a synthetic camera, to the hundredth of a second: who
+// compares it with a clock reads the latency. GStreamer's own overlay shows no fractions of
+// seconds.
 #ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_CLOCK_STAMP_H
 #define LUMSAR_CAMERA_SERVICE_CAPTURE_CLOCK_STAMP_H
 
@@ -18,10 +18,10 @@ struct LumaPlane {
   std::size_t height = 0;
 };
 
-// Draws digits, colons and points, white on black, in the lower left corner.
+// Draws seven-segment digits, colons and points, white on black, in the lower left corner.
 void drawDigits(const LumaPlane& plane, std::string_view text);
 
-// Stamps each I420 picture that leaves the element `name` of `bin`.
+// Stamps each I420 frame that leaves the element `name` of `bin`.
 void stampClock(GstBin* bin, const char* name, int width, int height);
 
 }  // namespace lumsar::service

@@ -1,4 +1,3 @@
-// Picture formats of a device: see device_formats.h. Called on any thread.
 #include "capture/device_formats.h"
 
 #include <algorithm>

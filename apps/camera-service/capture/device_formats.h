@@ -1,5 +1,4 @@
-// The picture formats that a device offers, read from GStreamer's caps. Called by DeviceWatch, on
-// any thread. Reentrant.
+// The formats that a device offers, read from GStreamer's caps.
 #ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_DEVICE_FORMATS_H
 #define LUMSAR_CAMERA_SERVICE_CAPTURE_DEVICE_FORMATS_H
 

@@ -1,4 +1,3 @@
-// Encoders: see encoder.h. Called on the main thread.
 #include "capture/encoder.h"
 
 #include <algorithm>
@@ -6,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "app/log.h"
+#include "base/format.h"
 #include "lumsar/camera_data.h"
 
 namespace lumsar::service {
@@ -17,7 +16,7 @@ struct H264Encoder {
   const char* settings;
 };
 
-// Tuned for delay: no frame waits for a later one. A VM gets two key frames a second at most,
+// Tuned for low latency: no frame waits for a later one. A VM gets two key frames a second at most,
 // however many it asks for.
 constexpr std::array<H264Encoder, 2> kH264Encoders = {
     {{"x264enc",
@@ -35,14 +34,15 @@ unsigned int bitRate(const CapturePlan& plan) {
 
 GstElement* makeBin(const H264Encoder& encoder, unsigned int bitRate) {
   const bool kilobits = std::string(encoder.factory) == "x264enc";
-  const std::string description = joined(
-      encoder.factory, " ", encoder.settings, " bitrate=", bitRate / (kilobits ? 1000 : 1),
-      " ! capsfilter caps=\"video/x-h264,stream-format=(string)byte-stream,alignment=(string)au\"");
+  const std::string description = base::text(
+      "{} {} bitrate={} ! capsfilter "
+      "caps=\"video/x-h264,stream-format=(string)byte-stream,alignment=(string)au\"",
+      encoder.factory, encoder.settings, bitRate / (kilobits ? 1000 : 1));
   return gst_parse_bin_from_description_full(description.c_str(), TRUE, nullptr,
                                              GST_PARSE_FLAG_FATAL_ERRORS, nullptr);
 }
 
-// The first that is installed and takes its settings, which differ between versions.
+// The first that is installed and accepts its settings, which differ between versions.
 const H264Encoder* findH264Encoder() {
   static const H264Encoder* const best = []() -> const H264Encoder* {
     const auto* found = std::ranges::find_if(kH264Encoders, [](const H264Encoder& encoder) {
@@ -58,7 +58,8 @@ GstElement* makeH264Encoder(const CapturePlan& plan) {
   if (encoder == nullptr) throw std::runtime_error("no H.264 encoder is installed");
   GstElement* bin = makeBin(*encoder, bitRate(plan));
   if (bin == nullptr) {
-    throw std::runtime_error(joined("GStreamer cannot make its H.264 encoder ", encoder->factory));
+    throw std::runtime_error(
+        base::text("GStreamer cannot make its H.264 encoder {}", encoder->factory));
   }
   return bin;
 }

@@ -1,5 +1,4 @@
-// The encoders that pictures leave through: JPEG always, H.264 where GStreamer has one. Called on
-// the main thread.
+// The encoders: JPEG always, H.264 where GStreamer has one.
 #ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_ENCODER_H
 #define LUMSAR_CAMERA_SERVICE_CAPTURE_ENCODER_H
 

@@ -1,5 +1,4 @@
-// Owning pointers for GStreamer's counted objects. Used wherever the service touches GStreamer.
-// Reentrant, as unique_ptr is.
+// Owning pointers for GStreamer's counted objects, and shared ones for its callbacks.
 #ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_GST_PTR_H
 #define LUMSAR_CAMERA_SERVICE_CAPTURE_GST_PTR_H
 
@@ -33,6 +32,20 @@ using GstPtr = std::unique_ptr<T, GstRelease>;
 inline std::string takeText(gchar* text) {
   const GstPtr<gchar> owned(text);
   return owned ? owned.get() : "";
+}
+
+// A counted reference as the data of a callback, which GStreamer releases with it.
+template <class T>
+gpointer holdShared(const std::shared_ptr<T>& object) {
+  return std::make_unique<std::shared_ptr<T>>(object).release();
+}
+template <class T>
+const std::shared_ptr<T>& held(gpointer data) {
+  return *static_cast<std::shared_ptr<T>*>(data);
+}
+template <class T>
+void releaseShared(gpointer data) {
+  const std::unique_ptr<std::shared_ptr<T>> owned(static_cast<std::shared_ptr<T>*>(data));
 }
 
 }  // namespace lumsar::service

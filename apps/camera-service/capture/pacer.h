@@ -1,5 +1,4 @@
-// Pacer: picks from a stream of frames those that keep a given distance. Used on a camera's
-// streaming thread and for each VM on the main thread. Bound to one thread.
+// Pacer: picks from a stream of frames those that keep a given interval.
 #ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_PACER_H
 #define LUMSAR_CAMERA_SERVICE_CAPTURE_PACER_H
 
@@ -11,7 +10,7 @@ namespace lumsar::service {
 class Pacer {
  public:
   // Whether the frame of time `now` (µs) is due when frames are `interval` µs apart. Frames come
-  // with jitter, so one that is an eighth too early is taken; the rhythm is kept over time. It is
+  // with jitter, so one that is an eighth too early is due; the rhythm is kept over time. It is
   // lost when a frame is late by a whole interval, or when the interval or the clock has changed.
   bool due(std::int64_t now, std::int64_t interval) {
     if (interval <= 0) return true;

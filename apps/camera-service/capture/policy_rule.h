@@ -1,4 +1,4 @@
-// PolicyRule: how frames are captured and encoded. Plain data.
+// PolicyRule: how frames are captured and encoded.
 #ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_POLICY_RULE_H
 #define LUMSAR_CAMERA_SERVICE_CAPTURE_POLICY_RULE_H
 
@@ -18,7 +18,7 @@ struct PolicyRule {
   int quality = 50;      // JPEG quality, 0 to 100
   int intervalMs = 0;    // between frames; 0: the camera's own rate
   bool h264 = false;     // MJPG otherwise
-  bool followVm = true;  // the rate follows what the VM takes
+  bool followVm = true;  // the rate follows what the VM can take
   std::vector<std::string> pixelFormats = {"MJPG", "YUYV"};  // of the camera, best first
 
   bool operator==(const PolicyRule&) const = default;

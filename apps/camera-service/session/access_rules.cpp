@@ -1,4 +1,3 @@
-// AccessRules: see access_rules.h. Runs on the io_context's thread.
 #include "session/access_rules.h"
 
 #include <fnmatch.h>
@@ -45,10 +44,10 @@ bool AccessRules::Rule::mayFitMore(const CameraInfo& info,
 }
 
 std::string AccessRules::refusal(const CameraInfo& camera, const std::string& vmId,
-                                 bool idIsCut) const {
+                                 bool mayBeCut) const {
   const auto fits = [&](const Rule& rule) { return rule.fits(camera, vmId); };
   const auto denies = [&](const Rule& rule) {
-    return fits(rule) || (idIsCut && rule.mayFitMore(camera, vmId));
+    return fits(rule) || (mayBeCut && rule.mayFitMore(camera, vmId));
   };
   const auto denied = std::ranges::find_if(m_denied, denies);
   if (denied != m_denied.end()) {

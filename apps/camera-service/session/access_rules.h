@@ -1,5 +1,4 @@
-// AccessRules: which cameras may be shared with which VM, from --allow and --deny. Called on the
-// io_context's thread; reentrant once filled.
+// AccessRules: which cameras may be shared with which VM, from --allow and --deny.
 #ifndef LUMSAR_CAMERA_SERVICE_SESSION_ACCESS_RULES_H
 #define LUMSAR_CAMERA_SERVICE_SESSION_ACCESS_RULES_H
 
@@ -20,9 +19,10 @@ class AccessRules {
 
   // Why this camera must not be shared with this VM; empty when it may. A denial always counts; as
   // soon as anything is allowed by a rule, only what is allowed counts.
-  // `idIsCut`: the VM's id may go on, and a denial counts where the rest may be as it says.
+  // `mayBeCut`: only the beginning of the VM's id may be known, and a denial counts where the rest
+  // might match.
   std::string refusal(const CameraInfo& camera, const std::string& vmId,
-                      bool idIsCut = false) const;
+                      bool mayBeCut = false) const;
 
  private:
   struct Rule {

@@ -1,52 +1,52 @@
-// Host: see host.h. Messages in, news out; the commands are in host_commands.cpp and host_tcp.cpp.
-// Runs on the io_context's thread.
+// What comes from a client's host and VM, and what they are told. The commands are in
+// session_commands.cpp and session_tcp.cpp.
 #include "session/client_session.h"
 
 #include <utility>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "capture/encoder.h"
-#include "links/host_link.h"
+#include "json/json.h"
 #include "lumsar/vdi_ipc.h"
-#include "session/json.h"
+#include "transports/host_transport.h"
 
 namespace lumsar::service {
 namespace {
 
 constexpr std::size_t kMaxRefusals = 16;
-// A client brings no more of a VM's id than this; a command or policy tells the whole.
+// A client's name holds no more of a VM's id than this; a command or policy tells all of it.
 constexpr std::size_t kLongestName = kClientNameSize - 1;
 
 }  // namespace
 
-Host::Host(HostContext context, ipc::ClientId client, const std::string& name)
+ClientSession::ClientSession(SessionContext context, ipc::ClientId client, const std::string& name)
     : m_context(context),
       m_client(client),
       m_name(name),
       m_vmId(name),
-      m_hostLink(std::make_shared<HostLink>(context.server, client)) {}
+      m_hostTransport(std::make_shared<HostTransport>(context.server, client)) {}
 
-Host::~Host() {
-  for (const auto& [id, share] : m_shares) share->withdraw("its host is gone");
-  for (const auto& [address, link] : m_tcpLinks) link->close();
+ClientSession::~ClientSession() {
+  for (const auto& [id, share] : m_shares) share->remove("its host has left");
+  for (const auto& [address, transport] : m_tcpTransports) transport->close();
 }
 
-const Share* Host::shareOf(const std::string& cameraId) const {
+const Share* ClientSession::shareOf(const std::string& cameraId) const {
   const auto found = m_shares.find(cameraId);
   return found == m_shares.end() ? nullptr : found->second.get();
 }
 
-std::string Host::refusal(const CameraInfo& camera) const {
-  const bool isCut = m_vmId == m_name && m_name.size() >= kLongestName;
-  return m_context.access.refusal(camera, m_vmId, isCut);
+std::string ClientSession::refusal(const CameraInfo& camera) const {
+  const bool mayBeCut = m_vmId == m_name && m_name.size() >= kLongestName;
+  return m_context.access.refusal(camera, m_vmId, mayBeCut);
 }
 
-void Host::onMessage(std::span<const unsigned char> message) {
+void ClientSession::onMessage(base::Bytes message) {
   const RedirMsgHeader header = readHeader(message.data());
   const auto payload = message.subspan(kHeaderSize);
   switch (header.type) {
     case IPC_MSG_DATA:
-      return onVmData(m_hostLink.get(), payload);
+      return onVmData(m_hostTransport.get(), payload);
     case IPC_MSG_POLICY:
       return onPolicy(payload);
     default:
@@ -54,44 +54,43 @@ void Host::onMessage(std::span<const unsigned char> message) {
   }
 }
 
-void Host::onPolicy(std::span<const unsigned char> payload) {
-  PolicyReading reading = readPolicy(asText(payload), h264Available());
+void ClientSession::onPolicy(base::Bytes payload) {
+  PolicyReading reading = readPolicy(base::textOf(payload), h264Available());
   if (!reading.policy) {
-    return refuse({"refused", {}, nullptr, {}, reading.error + "; the former policy stays"});
+    return report(commandRefused(reading.error + "; the previous policy stays"));
   }
   m_policy = std::move(*reading.policy);
-  rename(m_policy.vmId);
-  logInfo(vmText(), ": new policy with ", m_policy.rules.size(), " rule(s)");
+  setVmId(m_policy.vmId);
+  base::logInfo("{}: new policy with {} rule(s)", vmText(), m_policy.rules.size());
   for (const auto& [id, share] : m_shares) share->setRule(m_policy.ruleFor(share->camera().info));
-  // The same document comes with every greeting of the VM; its corrections are told once.
+  // The same document comes with every handshake of the VM; its corrections are told once.
   const bool known = reading.notes == m_policyNotes;
   m_policyNotes = std::move(reading.notes);
   if (known) return;
   for (const std::string& note : m_policyNotes) {
-    logWarning(vmText(), ": policy: ", note);
-    tell({"policy", {}, nullptr, {}, note});
+    base::logWarning("{}: policy: {}", vmText(), note);
+    tell(policyCorrected(note));
   }
 }
 
-void Host::onVmData(const VmLink* link, std::span<const unsigned char> record) {
+void ClientSession::onVmData(const VmTransport* transport, base::Bytes record) {
   const auto header = take<CameraDataHeader>(record);
-  if (!header) return skipShort();
+  if (!header) return logShortRecord();
   for (const auto& [id, share] : m_shares) {
-    if (share->camera().number != header->camera || share->link().get() != link) continue;
+    if (share->camera().number != header->camera || share->transport().get() != transport) continue;
     return onVmRecord(*header, record, *share);
   }
-  logDebug(vmText(), " speaks of camera ", header->camera, ", which is not shared with it");
+  base::logDebug("{} names camera {}, which is not shared with it", vmText(),
+                 std::uint32_t{header->camera});
 }
 
-// A VM may send any number of them, so they are said once.
-void Host::skipShort() {
-  if (std::exchange(m_saidTooShort, true)) return;
-  logWarning(vmText(),
-             " sent camera data that are too short; dropped, more of them without a word");
+// A VM may send any number of them.
+void ClientSession::logShortRecord() {
+  if (std::exchange(m_loggedShortRecord, true)) return;
+  base::logWarning("{} sent a camera record that is too short; dropped (logged once)", vmText());
 }
 
-void Host::onVmRecord(const CameraDataHeader& header, std::span<const unsigned char> body,
-                      Share& share) {
+void ClientSession::onVmRecord(const CameraDataHeader& header, base::Bytes body, Share& share) {
   switch (static_cast<CameraDataKind>(header.kind)) {
     case CameraDataKind::Start:
       return share.start();
@@ -107,56 +106,53 @@ void Host::onVmRecord(const CameraDataHeader& header, std::span<const unsigned c
   }
 }
 
-void Host::onPlugged(const Camera& camera) {
+void ClientSession::onPlugged(const Camera& camera) {
   const std::string& id = camera.info.id;
-  if (!refusal(camera.info).empty()) {
-    logInfo("camera '", id, "' is kept from ", vmText(), ": ", refusal(camera.info));
-    return;
+  if (const std::string denied = refusal(camera.info); !denied.empty()) {
+    return base::logInfo("camera '{}' is withheld from {}: {}", id, vmText(), denied);
   }
   std::string reason = "plugged in";
-  LinkPtr link;
+  TransportPtr transport;
   if (const auto waiting = m_waiting.extract(id)) {
-    link = waiting.mapped();
+    transport = waiting.mapped();
     reason = "plugged in again and shared again with " + vmText();
-  } else if (m_shareAll && !m_notOfAll.contains(id)) {
-    link = m_hostLink;
+  } else if (m_shareAll && !m_exceptFromAll.contains(id)) {
+    transport = m_hostTransport;
     reason = "plugged in and shared with " + vmText() + ", as all cameras are";
   }
-  tell(deviceChange("added", camera, reason));
-  if (link) shareCamera(camera, link);
+  tell(cameraAdded(camera, reason));
+  if (transport) shareCamera(camera, transport);
 }
 
-void Host::onUnplugged(const Camera& camera) {
+void ClientSession::onUnplugged(const Camera& camera) {
   const std::string& id = camera.info.id;
   if (const auto share = m_shares.extract(id)) {
-    share.mapped()->withdraw("unplugged");
-    m_waiting[id] = share.mapped()->link();
+    share.mapped()->remove("unplugged");
+    m_waiting[id] = share.mapped()->transport();
   }
-  if (refusal(camera.info).empty()) {
-    tell(deviceChange("removed", camera, "unplugged"));
-  }
+  if (refusal(camera.info).empty()) tell(cameraRemoved(camera, "unplugged"));
 }
 
-void Host::onTrouble(const Camera& camera, const std::string& why) {
-  if (shareOf(camera.info.id) == nullptr) return;
-  tell(cameraFailed(camera, why));
+void ClientSession::onCameraFailed(const Camera& camera, const std::string& why) {
+  if (shareOf(camera.info.id) != nullptr) tell(captureFailed(camera, why));
 }
 
-void Host::rename(const std::string& vmId) {
+void ClientSession::setVmId(const std::string& vmId) {
   if (!vmId.empty()) m_vmId = vmId;
 }
 
-void Host::tell(const DeviceChange& change) {
+void ClientSession::tell(const DeviceChange& change) {
   DeviceChange addressed = change;
   addressed.vmId = m_vmId;
-  const std::string text = compactJson(toJson(addressed));
-  logDebug("to ", vmText(), "'s host: ", text);
-  m_context.server.send(m_client, {ipc::Message(IPC_MSG_DEVICE_CHANGE, text)});
+  const std::string text = json::compact(toJson(addressed));
+  base::logDebug("to the host of {}: {}", vmText(), text);
+  m_context.server.send(m_client,
+                        {protocol::Message(IPC_MSG_DEVICE_CHANGE, {base::bytesOf(text)})});
 }
 
-void Host::refuse(DeviceChange change) {
-  logWarning(vmText(), ": ", change.change, change.camera.empty() ? "" : " ", change.camera, ": ",
-             change.reason);
+void ClientSession::report(DeviceChange change) {
+  const std::string camera = change.camera.empty() ? "" : " " + change.camera;
+  base::logWarning("{}: {}{}: {}", vmText(), change.change, camera, change.reason);
   tell(change);
   std::erase_if(m_refusals, [&](const DeviceChange& old) { return old.camera == change.camera; });
   m_refusals.push_back(std::move(change));

@@ -1,9 +1,8 @@
-// Host: one connected host and the VM that it stands for: its policy, its shares, its commands.
+// ClientSession: one connected host and the VM that it stands for: its policy, shares and commands.
 //
-//   command (types 1 to 5, 7, 9) --> Host --> Share --> CameraStream
-//   VM's data (type 6) -----------/      \--> refusals, as device changes (type 8)
+//   commands (types 1 to 5, 7, 9) --> ClientSession --> Share --> CameraStream
+//   the VM's data (type 6) -----------/    \--> device changes (type 8)
 //
-// Made and owned by Service; bound to the io_context's thread.
 #ifndef LUMSAR_CAMERA_SERVICE_SESSION_CLIENT_SESSION_H
 #define LUMSAR_CAMERA_SERVICE_SESSION_CLIENT_SESSION_H
 
@@ -11,23 +10,23 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
-#include <span>
 #include <string>
 #include <vector>
 
 #include "camera/catalogue.h"
 #include "ipc/server/server.h"
-#include "links/tcp_link.h"
 #include "session/access_rules.h"
 #include "session/device_change.h"
 #include "session/policy.h"
 #include "session/share.h"
+#include "transports/tcp_transport.h"
 
 namespace lumsar::service {
 
-// What all hosts share, owned by Service.
-struct HostContext {
+// What all sessions use, owned by Service.
+struct SessionContext {
   asio::io_context& io;
   ipc::IpcServer& server;
   Catalogue& catalogue;
@@ -35,19 +34,19 @@ struct HostContext {
   const AccessRules& access;
 };
 
-class Host {
+class ClientSession {
  public:
-  Host(HostContext context, ipc::ClientId client, const std::string& name);
-  ~Host();
-  Host(const Host&) = delete;
-  Host& operator=(const Host&) = delete;
+  ClientSession(SessionContext context, ipc::ClientId client, const std::string& name);
+  ~ClientSession();
+  ClientSession(const ClientSession&) = delete;
+  ClientSession& operator=(const ClientSession&) = delete;
 
-  void onMessage(std::span<const unsigned char> message);
+  void onMessage(base::Bytes message);
 
-  // News of cameras, for the host and its VM.
+  // Notifications of cameras, for the host and its VM.
   void onPlugged(const Camera& camera);
   void onUnplugged(const Camera& camera);
-  void onTrouble(const Camera& camera, const std::string& why);
+  void onCameraFailed(const Camera& camera, const std::string& why);
   void tell(const DeviceChange& change);
 
   ipc::ClientId client() const { return m_client; }
@@ -62,48 +61,57 @@ class Host {
   const std::vector<std::string>& policyNotes() const { return m_policyNotes; }
 
  private:
-  using LinkPtr = std::shared_ptr<VmLink>;
+  using TransportPtr = std::shared_ptr<VmTransport>;
+  // What a "sharetcp" asks for, as the command has it.
+  struct TcpTarget {
+    std::string camera;
+    std::string ip;
+    std::string port;
 
-  void onCommand(std::uint32_t type, std::span<const unsigned char> payload);
-  void onPolicy(std::span<const unsigned char> payload);
-  void onVmData(const VmLink* link, std::span<const unsigned char> record);
-  void skipShort();
-  void onVmRecord(const CameraDataHeader& header, std::span<const unsigned char> body,
-                  Share& share);
+    bool operator==(const TcpTarget&) const = default;
+  };
+
+  void onCommand(std::uint32_t type, base::Bytes payload);
+  void onPolicy(base::Bytes payload);
+  void onVmData(const VmTransport* transport, base::Bytes record);
+  void logShortRecord();
+  void onVmRecord(const CameraDataHeader& header, base::Bytes body, Share& share);
 
   void share(const QJsonObject& command);
-  void shareAll(const QJsonObject& command);
-  void unshare(const QJsonObject& command);
-  void unshareAll(const std::string& why);
-  void connectVm(const QJsonObject& command);
-  bool failedToConnect(const QJsonObject& command);
-  const Camera* wantedCamera(const QJsonObject& command);
-  void shareCamera(const Camera& camera, const LinkPtr& link);
+  void shareAll(int session);
+  void unshare(const std::string& reference);
+  void unshareAll();
+  const Camera* shareableCamera(const std::string& reference);
+  void shareCamera(const Camera& camera, const TransportPtr& transport);
   void dropShare(const std::string& cameraId, const std::string& why);
 
-  std::shared_ptr<TcpLink> tcpLink(const QJsonObject& command);
+  static TcpTarget tcpTarget(const QJsonObject& command);
+  void connectVm(const TcpTarget& target);
+  bool hasFailed(const TcpTarget& target);
+  std::shared_ptr<TcpTransport> tcpTransport(const TcpTarget& target);
   void onTcpReady(const std::string& address);
-  void onTcpEnd(const std::string& address, const QJsonObject& command, const std::string& why);
-  void dropIdleTcpLinks();
+  void onTcpEnd(const std::string& address, const TcpTarget& target, const std::string& why);
+  void dropIdleTcpTransports();
 
-  void rename(const std::string& vmId);
-  void refuse(DeviceChange change);
+  void setVmId(const std::string& vmId);
+  // Tells the host, logs it and keeps it for the camera list.
+  void report(DeviceChange change);
   std::string vmText() const { return "VM '" + m_vmId + "'"; }
 
-  const HostContext m_context;
+  const SessionContext m_context;
   const ipc::ClientId m_client;
   const std::string m_name;
   std::string m_vmId;
   Policy m_policy;
   std::vector<std::string> m_policyNotes;
-  const LinkPtr m_hostLink;
-  std::map<std::string, std::shared_ptr<TcpLink>> m_tcpLinks;  // by address
-  std::map<std::string, std::unique_ptr<Share>> m_shares;      // by camera id
-  std::map<std::string, LinkPtr> m_waiting;  // shared, unplugged: shared again when it comes back
-  QJsonObject m_refusedConnect;              // a "sharetcp" whose first half has failed already
-  bool m_shareAll = false;                   // cameras plugged in later are shared as well
-  std::set<std::string> m_notOfAll;          // but not these, taken back one by one
-  bool m_saidTooShort = false;
+  const TransportPtr m_hostTransport;
+  std::map<std::string, std::shared_ptr<TcpTransport>> m_tcpTransports;  // by address
+  std::map<std::string, std::unique_ptr<Share>> m_shares;                // by camera id
+  std::map<std::string, TransportPtr> m_waiting;  // unplugged; shared again when plugged in again
+  std::optional<TcpTarget> m_failedTarget;        // of a "sharetcp" that is still to share
+  bool m_shareAll = false;                        // cameras plugged in later are shared as well
+  std::set<std::string> m_exceptFromAll;          // but not these, unshared one by one
+  bool m_loggedShortRecord = false;
   std::deque<DeviceChange> m_refusals;  // the latest of each camera, oldest first
 };
 

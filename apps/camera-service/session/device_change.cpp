@@ -1,28 +1,59 @@
-// DeviceChange: see device_change.h. Called on the io_context's thread.
 #include "session/device_change.h"
 
-#include "session/json.h"
+#include "json/json.h"
 
 namespace lumsar::service {
+namespace {
 
-DeviceChange deviceChange(const char* change, const Camera& camera, const std::string& reason) {
+DeviceChange ofCamera(const char* change, const Camera& camera, const std::string& reason) {
   return {change, camera.info.id, &camera, {}, reason};
 }
 
-DeviceChange fileRefused(const std::string& id, const std::string& why) {
-  return {"refused", id, nullptr, {}, "it is no picture or movie that can be read: " + why};
+}  // namespace
+
+DeviceChange cameraAdded(const Camera& camera, const std::string& reason) {
+  return ofCamera("added", camera, reason);
 }
 
-DeviceChange cameraFailed(const Camera& camera, const std::string& why) {
-  return deviceChange("failed", camera, "the camera does not work: " + why + "; trying again");
+DeviceChange cameraRemoved(const Camera& camera, const std::string& reason) {
+  return ofCamera("removed", camera, reason);
+}
+
+DeviceChange cameraRefused(const Camera& camera, const std::string& reason) {
+  return ofCamera("refused", camera, reason);
+}
+
+DeviceChange cameraFailed(const Camera& camera, const std::string& reason) {
+  return ofCamera("failed", camera, reason);
+}
+
+DeviceChange captureFailed(const Camera& camera, const std::string& why) {
+  return cameraFailed(camera, "the camera does not work: " + why + "; trying again");
+}
+
+DeviceChange commandRefused(const std::string& reason, const std::string& reference,
+                            const Camera* known) {
+  return {"refused", reference, known, {}, reason};
+}
+
+DeviceChange connectionFailed(const std::string& reference, const std::string& reason) {
+  return {"failed", reference, nullptr, {}, reason};
+}
+
+DeviceChange fileRefused(const std::string& id, const std::string& why) {
+  return commandRefused("it is not a readable still image or video file: " + why, id);
+}
+
+DeviceChange policyCorrected(const std::string& note) {
+  return {"policy", {}, nullptr, {}, note};
 }
 
 QJsonObject toJson(const DeviceChange& change) {
-  QJsonObject object = {{"change", change.change}, {"reason", qt(change.reason)}};
-  if (!change.camera.empty()) object["camera"] = qt(change.camera);
-  if (!change.vmId.empty()) object["vmId"] = qt(change.vmId);
+  QJsonObject object = {{"change", change.change}, {"reason", json::qt(change.reason)}};
+  if (!change.camera.empty()) object["camera"] = json::qt(change.camera);
+  if (!change.vmId.empty()) object["vmId"] = json::qt(change.vmId);
   if (change.known != nullptr) {
-    object["name"] = qt(change.known->info.name);
+    object["name"] = json::qt(change.known->info.name);
     object["number"] = static_cast<qint64>(change.known->number);
   }
   return object;

@@ -1,5 +1,5 @@
 // DeviceChange: what a host is told by a device-change message. Commands have no answer of their
-// own, so refusals and failures travel this way too. Called on the io_context's thread.
+// own, so refusals and failures travel this way too.
 //
 //   {"change":"refused","camera":"test:Front","name":"Front","number":0,"vmId":"vm-7",
 //    "reason":"..."}
@@ -15,18 +15,25 @@ namespace lumsar::service {
 
 struct DeviceChange {
   const char* change = "";  // added, removed, refused, failed or policy
-  std::string camera;       // its id, or what the command called it; empty when none is meant
+  std::string camera;       // its id, or what the command called it; empty when none is named
   const Camera* known = nullptr;
   std::string vmId;
   std::string reason;
 };
 
-DeviceChange deviceChange(const char* change, const Camera& camera, const std::string& reason);
-
-// Of a file that is there but no camera.
+DeviceChange cameraAdded(const Camera& camera, const std::string& reason);
+DeviceChange cameraRemoved(const Camera& camera, const std::string& reason);
+DeviceChange cameraRefused(const Camera& camera, const std::string& reason);
+DeviceChange cameraFailed(const Camera& camera, const std::string& reason);
+// Its device does not deliver frames while it is shared.
+DeviceChange captureFailed(const Camera& camera, const std::string& why);
+// A document that cannot be carried out. `reference` is what it calls the camera, if it names one.
+DeviceChange commandRefused(const std::string& reason, const std::string& reference = {},
+                            const Camera* known = nullptr);
+DeviceChange connectionFailed(const std::string& reference, const std::string& reason);
+// A file that is there but cannot be a camera.
 DeviceChange fileRefused(const std::string& id, const std::string& why);
-// Of a camera that fails while it is shared.
-DeviceChange cameraFailed(const Camera& camera, const std::string& why);
+DeviceChange policyCorrected(const std::string& note);
 
 QJsonObject toJson(const DeviceChange& change);
 

@@ -1,15 +1,13 @@
-// The camera policy: see policy.h. Called on the main thread when a policy arrives.
 #include "session/policy.h"
 
 #include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
+#include <QStringList>
 #include <algorithm>
 #include <array>
 #include <cmath>
 
-#include "app/log.h"
-#include "session/json.h"
+#include "base/format.h"
+#include "json/json.h"
 
 namespace lumsar::service {
 namespace {
@@ -22,126 +20,131 @@ constexpr std::array kPixelFormats = {"MJPG", "YUYV", "YUY2", "UYVY", "NV12",
 
 using Notes = std::vector<std::string>;
 
-int clamped(int value, int low, int high, const char* key, Notes& notes) {
-  const int result = std::clamp(value, low, high);
-  if (result != value) {
-    notes.push_back(joined(key, " ", value, " is outside ", low, " to ", high, "; using ", result));
-  }
-  return result;
-}
+// Reads one element of the array "policy"; a key that is missing keeps its default.
+class RuleReader {
+ public:
+  RuleReader(const QJsonObject& object, Notes& notes) : m_object(object), m_notes(notes) {}
 
-int readNumber(const QJsonObject& object, const char* key, int preset, int high, Notes& notes) {
-  const QJsonValue value = object.value(key);
-  if (value.isUndefined()) return preset;
-  bool number = value.isDouble();
-  double result = value.toDouble();
-  if (value.isString()) result = value.toString().toDouble(&number);
-  if (!number || std::isnan(result)) {
-    notes.push_back(joined(key, " is no number; using ", preset));
-    return preset;
-  }
-  const double bounded = std::clamp(result, -1e9, 1e9);
-  return clamped(static_cast<int>(bounded), 0, high, key, notes);
-}
-
-// "W*H", both at least 1.
-void readResolution(const QJsonObject& object, PolicyRule& rule, Notes& notes) {
-  const char* key = "cameraMaxResolution";
-  if (!object.contains(key)) return;
-  const QString text = object.value(key).toString();
-  const QStringList sides = text.split(QLatin1Char('*'));
-  bool first = false;
-  bool second = false;
-  const int width = sides.value(0).toInt(&first);
-  const int height = sides.value(1).toInt(&second);
-  if (sides.size() != 2 || !first || !second || width < 1 || height < 1) {
-    rule.maxWidth = 1920;
-    rule.maxHeight = 1080;
-    notes.push_back(joined(key, " '", text.toStdString(),
-                           "' is not WIDTH*HEIGHT, such as 1280*1280; using 1920*1080"));
-    return;
-  }
-  rule.maxWidth = clamped(width, kMinSide, kMaxSide, key, notes);
-  rule.maxHeight = clamped(height, kMinSide, kMaxSide, key, notes);
-}
-
-void readEncoding(const QJsonObject& object, bool h264Available, PolicyRule& rule, Notes& notes) {
-  const char* key = "cameraEncodeType";
-  if (!object.contains(key)) return;
-  const QString text = object.value(key).toString().toUpper();
-  if (text == QLatin1String("MJPG")) return;
-  if (text != QLatin1String("H264")) {
-    notes.push_back(joined(key, " is neither MJPG nor H264; using MJPG"));
-  } else if (!h264Available) {
-    notes.push_back(joined(key, " H264 needs an H.264 encoder, and none is installed (x264enc, ",
-                           "package gstreamer1.0-plugins-ugly); using MJPG"));
-  } else {
-    rule.h264 = true;
-  }
-}
-
-void readSwitch(const QJsonObject& object, PolicyRule& rule, Notes& notes) {
-  const char* key = "cameraEnableFRC";
-  if (!object.contains(key)) return;
-  const QString text = object.value(key).toString().toUpper();
-  rule.followVm = text != QLatin1String("OFF");
-  if (text != QLatin1String("ON") && text != QLatin1String("OFF")) {
-    notes.push_back(joined(key, " is neither ON nor OFF; using ON"));
-  }
-}
-
-void readPixelFormats(const QJsonObject& object, PolicyRule& rule, Notes& notes) {
-  const char* key = "cameraPixelFormat";
-  if (!object.contains(key)) return;
-  std::vector<std::string> formats;
-  for (const QJsonValue value : object.value(key).toArray()) {
-    const std::string format = value.toString().toUpper().toStdString();
-    if (std::ranges::find(kPixelFormats, format) != kPixelFormats.end()) {
-      formats.push_back(format);
-    } else {
-      notes.push_back(joined(key, " '", format, "' is not known; left out"));
+  // Nothing when it is not clear for which camera it is meant.
+  std::optional<PolicyRule> read(bool h264Available) {
+    if (!readUsbId("cameraVID", m_rule.vendorId) || !readUsbId("cameraPID", m_rule.productId)) {
+      return std::nullopt;
     }
+    readNumber("cameraQuality", m_rule.quality, 100);
+    readNumber("cameraFrameInternal", m_rule.intervalMs, kMaxIntervalMs);
+    readResolution("cameraMaxResolution");
+    readEncoding("cameraEncodeType", h264Available);
+    readFollowVm("cameraEnableFRC");
+    readPixelFormats("cameraPixelFormat");
+    return m_rule;
   }
-  if (!formats.empty()) {
-    rule.pixelFormats = formats;
-  } else {
-    notes.push_back(joined(key, " names no known format; using MJPG, then YUYV"));
-  }
-}
 
-// Empty text or none: any id. False when it is no id; a number is none, as its base is not clear.
-bool readUsbId(const QJsonObject& object, const char* key, std::optional<std::uint16_t>& id,
-               Notes& notes) {
-  if (!object.contains(key)) return true;
-  if (!object.value(key).isString()) {
-    notes.push_back(joined(key, " is no text of four hexadecimal digits; the rule is left out"));
+ private:
+  template <class... Args>
+  void note(fmt::format_string<Args...> format, Args&&... args) {
+    m_notes.push_back(base::text(format, std::forward<Args>(args)...));
+  }
+
+  // False when the rule must be left out. A number has no clear base.
+  bool readUsbId(const char* key, std::optional<std::uint16_t>& id) {
+    const QJsonValue value = m_object.value(QLatin1String(key));
+    if (value.isUndefined()) return true;
+    if (!value.isString()) {
+      note("{} is not a string of four hexadecimal digits; the rule is left out", key);
+      return false;
+    }
+    const QString text = value.toString().trimmed();
+    if (text.isEmpty()) return true;  // any camera
+    bool valid = false;
+    const unsigned int number = text.toUInt(&valid, 16);
+    if (valid && number <= 0xFFFF) {
+      id = static_cast<std::uint16_t>(number);
+      return true;
+    }
+    note("{} '{}' is not a USB id of four hexadecimal digits; the rule is left out", key,
+         text.toStdString());
     return false;
   }
-  const QString text = object.value(key).toString().trimmed();
-  if (text.isEmpty()) return true;
-  bool valid = false;
-  const unsigned int value = text.toUInt(&valid, 16);
-  if (valid && value <= 0xFFFF) {
-    id = static_cast<std::uint16_t>(value);
-    return true;
-  }
-  notes.push_back(joined(key, " '", text.toStdString(),
-                         "' is no USB id of four hexadecimal digits; the rule is left out"));
-  return false;
-}
 
-std::optional<PolicyRule> readRule(const QJsonObject& object, bool h264Available, Notes& notes) {
-  PolicyRule rule;
-  if (!readUsbId(object, "cameraVID", rule.vendorId, notes)) return std::nullopt;
-  if (!readUsbId(object, "cameraPID", rule.productId, notes)) return std::nullopt;
-  rule.quality = readNumber(object, "cameraQuality", rule.quality, 100, notes);
-  rule.intervalMs = readNumber(object, "cameraFrameInternal", 0, kMaxIntervalMs, notes);
-  readResolution(object, rule, notes);
-  readEncoding(object, h264Available, rule, notes);
-  readSwitch(object, rule, notes);
-  readPixelFormats(object, rule, notes);
-  return rule;
-}
+  void readNumber(const char* key, int& result, int high) {
+    const QJsonValue value = m_object.value(QLatin1String(key));
+    if (value.isUndefined()) return;
+    bool valid = value.isDouble();
+    double number = value.toDouble();
+    if (value.isString()) number = value.toString().toDouble(&valid);
+    if (!valid || std::isnan(number)) return note("{} is not a number; using {}", key, result);
+    result = clamped(key, static_cast<int>(std::clamp(number, -1e9, 1e9)), 0, high);
+  }
+
+  int clamped(const char* key, int value, int low, int high) {
+    const int result = std::clamp(value, low, high);
+    if (result != value) {
+      note("{} {} is outside {} to {}; using {}", key, value, low, high, result);
+    }
+    return result;
+  }
+
+  void readResolution(const char* key) {
+    const QJsonValue value = m_object.value(QLatin1String(key));
+    if (value.isUndefined()) return;
+    const QStringList sides = value.toString().split(QLatin1Char('*'));
+    const int width = sides.value(0).toInt();  // 0 when it is not a number
+    const int height = sides.value(1).toInt();
+    if (sides.size() == 2 && width >= 1 && height >= 1) {
+      m_rule.maxWidth = clamped(key, width, kMinSide, kMaxSide);
+      m_rule.maxHeight = clamped(key, height, kMinSide, kMaxSide);
+      return;
+    }
+    m_rule.maxWidth = 1920;
+    m_rule.maxHeight = 1080;
+    note("{} '{}' is not WIDTH*HEIGHT, such as 1280*1280; using 1920*1080", key,
+         value.toString().toStdString());
+  }
+
+  void readEncoding(const char* key, bool h264Available) {
+    const QJsonValue value = m_object.value(QLatin1String(key));
+    if (value.isUndefined()) return;
+    const QString text = value.toString().toUpper();
+    if (text == QLatin1String("MJPG")) return;
+    if (text != QLatin1String("H264")) return note("{} is neither MJPG nor H264; using MJPG", key);
+    m_rule.h264 = h264Available;
+    if (h264Available) return;
+    note(
+        "{} H264 needs an H.264 encoder, and none is installed (x264enc, package "
+        "gstreamer1.0-plugins-ugly); using MJPG",
+        key);
+  }
+
+  void readFollowVm(const char* key) {
+    const QJsonValue value = m_object.value(QLatin1String(key));
+    if (value.isUndefined()) return;
+    const QString text = value.toString().toUpper();
+    m_rule.followVm = text != QLatin1String("OFF");
+    if (m_rule.followVm && text != QLatin1String("ON")) {
+      note("{} is neither ON nor OFF; using ON", key);
+    }
+  }
+
+  void readPixelFormats(const char* key) {
+    const QJsonValue value = m_object.value(QLatin1String(key));
+    if (value.isUndefined()) return;
+    std::vector<std::string> formats;
+    for (const QJsonValue item : value.toArray()) {
+      const std::string format = item.toString().toUpper().toStdString();
+      if (std::ranges::find(kPixelFormats, format) != kPixelFormats.end()) {
+        formats.push_back(format);
+      } else {
+        note("{} '{}' is not known; left out", key, format);
+      }
+    }
+    if (formats.empty()) return note("{} names no known format; using MJPG, then YUYV", key);
+    m_rule.pixelFormats = formats;
+  }
+
+  const QJsonObject& m_object;
+  Notes& m_notes;
+  PolicyRule m_rule;
+};
 
 }  // namespace
 
@@ -161,27 +164,24 @@ const PolicyRule& Policy::ruleFor(const CameraInfo& camera) const {
 }
 
 PolicyReading readPolicy(std::string_view document, bool h264Available) {
+  const json::Reading json = json::readObject(document);
+  if (!json.error.empty()) return {{}, "the policy " + json.error, {}};
+  const QJsonValue rules = json.object.value("policy");
+  if (!rules.isArray()) return {{}, "the policy lacks an array \"policy\"", {}};
   PolicyReading reading;
-  const JsonReading json = readJsonObject(document);
-  if (!json.error.empty()) {
-    reading.error = "the policy " + json.error;
-    return reading;
-  }
-  if (!json.object.value("policy").isArray()) {
-    reading.error = "the policy has no array \"policy\"";
-    return reading;
-  }
-  Policy policy;
+  Policy& policy = reading.policy.emplace();
   policy.rules.clear();
-  policy.vmId = json.object.value("vm_id").toString().toStdString();
-  for (const QJsonValue value : json.object.value("policy").toArray()) {
+  policy.vmId = json::textAt(json.object, "vm_id");
+  for (const QJsonValue value : rules.toArray()) {
     if (!value.isObject()) {
-      reading.notes.emplace_back("an element of \"policy\" is no object; left out");
-    } else if (const auto rule = readRule(value.toObject(), h264Available, reading.notes)) {
+      reading.notes.emplace_back("an element of \"policy\" is not an object; left out");
+      continue;
+    }
+    const QJsonObject object = value.toObject();
+    if (const auto rule = RuleReader(object, reading.notes).read(h264Available)) {
       policy.rules.push_back(*rule);
     }
   }
-  reading.policy = std::move(policy);
   return reading;
 }
 

@@ -1,10 +1,8 @@
 // The camera policy: how cameras are captured and encoded for one VM. Read from the document that
 // a host sends; values out of range are clamped, and each correction has a sentence for the user.
-// Called on the main thread; reentrant.
 #ifndef LUMSAR_CAMERA_SERVICE_SESSION_POLICY_H
 #define LUMSAR_CAMERA_SERVICE_SESSION_POLICY_H
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>

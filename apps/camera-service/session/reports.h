@@ -1,5 +1,4 @@
-// What the service says of itself: the camera list for a host and the status for --status.
-// Called on the io_context's thread; reentrant.
+// What the service reports of itself: the camera list for a host and the status for --status.
 #ifndef LUMSAR_CAMERA_SERVICE_SESSION_REPORTS_H
 #define LUMSAR_CAMERA_SERVICE_SESSION_REPORTS_H
 
@@ -12,18 +11,16 @@
 
 namespace lumsar::service {
 
-using HostTable = std::map<ipc::ClientId, std::unique_ptr<Host>>;
+using SessionTable = std::map<ipc::ClientId, std::unique_ptr<ClientSession>>;
 
-// The cameras that `host` may share, who uses them, what was refused to it of late, and what does
-// not work: `unreadable` are the files that are no cameras.
-QJsonObject cameraList(const Host& host, const HostContext& context, const HostTable& hosts,
+// The cameras that the session's host may share, who uses them, its latest refusals and what does
+// not work: `unreadable` are the files that cannot be cameras.
+QJsonObject cameraList(const ClientSession& session, const SessionContext& context,
+                       const SessionTable& sessions,
                        const std::map<std::string, std::string>& unreadable);
 
-QJsonObject statusReport(const HostContext& context, const HostTable& hosts,
+QJsonObject statusReport(const SessionContext& context, const SessionTable& sessions,
                          std::chrono::steady_clock::duration uptime);
-
-// The status for people.
-std::string statusText(const QJsonObject& status);
 
 }  // namespace lumsar::service
 

@@ -1,129 +1,126 @@
-// Host: the commands share, unshare, unshare all and share all. Runs on the io_context's thread.
-#include "app/log.h"
+// The commands share, unshare, unshare all and share all.
+#include "base/format.h"
+#include "base/log.h"
+#include "json/json.h"
 #include "session/client_session.h"
-#include "session/json.h"
 
 namespace lumsar::service {
 
-void Host::onCommand(std::uint32_t type, std::span<const unsigned char> payload) {
-  JsonReading command;
-  if (!payload.empty() || type != IPC_MSG_UNSHARE_ALL) command = readJsonObject(asText(payload));
-  if (!command.error.empty()) {
-    return refuse({"refused", {}, nullptr, {}, "the command " + command.error});
-  }
-  rename(command.object.value("vmId").toString().toStdString());
+void ClientSession::onCommand(std::uint32_t type, base::Bytes payload) {
+  json::Reading command;
+  const bool needsDocument = type != IPC_MSG_UNSHARE_ALL;
+  if (needsDocument || !payload.empty()) command = json::readObject(base::textOf(payload));
+  if (!command.error.empty()) return report(commandRefused("the command " + command.error));
+  setVmId(json::textAt(command.object, "vmId"));
   switch (type) {
     case IPC_MSG_SHARE:
       return share(command.object);
     case IPC_MSG_CONNECT_VM:
-      return connectVm(command.object);
+      return connectVm(tcpTarget(command.object));
     case IPC_MSG_UNSHARE:
-      return unshare(command.object);
+      return unshare(json::textOrNumber(command.object.value("deviceId")));
     case IPC_MSG_UNSHARE_ALL:
-      return unshareAll("no longer shared");
+      return unshareAll();
     case IPC_MSG_REDIRECT_ALL:
-      return shareAll(command.object);
+      return shareAll(command.object.value("sessionId").toInt(-1));
     default:
-      refuse({"refused",
-              {},
-              nullptr,
-              {},
-              joined("message type ", type, " is not known to this camera service")});
+      report(
+          commandRefused(base::text("message type {} is not known to this camera service", type)));
   }
 }
 
-// The camera that a command names, if it may be shared; else the refusal has been told.
-const Camera* Host::wantedCamera(const QJsonObject& command) {
-  const char* change = "refused";
-  const std::string reference = textOrNumber(command.value("deviceId"));
-  const Camera* camera = m_context.catalogue.find(reference);
-  if (reference.empty()) {
-    refuse({change, {}, nullptr, {}, "the command has no deviceId; take one from the camera list"});
+// The camera that a command names, if it may be shared; null once the refusal is reported.
+const Camera* ClientSession::shareableCamera(const std::string& reference) {
+  const auto refuse = [this](const DeviceChange& change) -> const Camera* {
+    report(change);
     return nullptr;
+  };
+  if (reference.empty()) {
+    return refuse(commandRefused("the command lacks a deviceId; take one from the camera list"));
   }
-  const std::string denied = camera == nullptr ? "" : refusal(camera->info);
+  const Camera* camera = m_context.catalogue.find(reference);
   if (camera == nullptr) {
-    refuse(
-        {change, reference, nullptr, {}, "there is no such camera; the camera list shows the ids"});
-  } else if (!denied.empty()) {
-    refuse(deviceChange(change, *camera, denied));
-  } else if (!camera->present) {
-    refuse(deviceChange(change, *camera, "it is unplugged; plug it in and share it again"));
-  } else {
-    return camera;
+    return refuse(
+        commandRefused("there is no such camera; the camera list shows the ids", reference));
   }
-  return nullptr;
+  const std::string denied = refusal(camera->info);
+  if (!denied.empty()) return refuse(cameraRefused(*camera, denied));
+  if (camera->present) return camera;
+  return refuse(cameraRefused(*camera, "it is unplugged; plug it in and share it again"));
 }
 
-void Host::share(const QJsonObject& command) {
-  const bool overTcp = command.value("command").toString() == QLatin1String("sharetcp");
-  if (overTcp && failedToConnect(command)) return;
-  const Camera* camera = wantedCamera(command);
+void ClientSession::share(const QJsonObject& command) {
+  const bool overTcp = json::textAt(command, "command") == "sharetcp";
+  const TcpTarget target = tcpTarget(command);
+  if (overTcp && hasFailed(target)) return;
+  const Camera* camera = shareableCamera(target.camera);
   if (camera == nullptr) return;
-  const LinkPtr link = overTcp ? tcpLink(command) : m_hostLink;
-  if (!link) return;
-  shareCamera(*camera, link);
+  const TransportPtr transport = overTcp ? tcpTransport(target) : m_hostTransport;
+  if (transport) shareCamera(*camera, transport);
 }
 
-void Host::shareCamera(const Camera& camera, const LinkPtr& link) {
+void ClientSession::shareCamera(const Camera& camera, const TransportPtr& transport) {
   const std::string& id = camera.info.id;
   m_waiting.erase(id);
-  m_notOfAll.erase(id);
+  m_exceptFromAll.erase(id);
   std::erase_if(m_refusals, [&](const DeviceChange& old) { return old.camera == id; });
   const Share* present = shareOf(id);
-  if (present != nullptr && present->link() != link) dropShare(id, "shared another way");
+  if (present != nullptr && present->transport() != transport) {
+    dropShare(id, "shared over another transport");
+  }
   std::unique_ptr<Share>& share = m_shares[id];
   if (!share) {
     const PolicyRule& rule = m_policy.ruleFor(camera.info);
-    share = std::make_unique<Share>(m_context.streams.of(camera), link, rule);
+    share = std::make_unique<Share>(m_context.streams.of(camera), transport, rule);
   }
   // A VM takes a camera that is announced again for a new one and lets go of the one in use.
-  if (share->started()) return logInfo("camera '", id, "' is in use by ", vmText(), " already");
-  logInfo("camera '", id, "' is shared with ", vmText(), " through ", link->name());
+  if (share->started()) {
+    return base::logInfo("camera '{}' is already in use by {}", id, vmText());
+  }
+  base::logInfo("camera '{}' is shared with {} through {}", id, vmText(), transport->name());
   share->announce();
 }
 
-void Host::shareAll(const QJsonObject& command) {
-  logInfo("all cameras for ", vmText(), ", session ", command.value("sessionId").toInt(-1));
+void ClientSession::shareAll(int session) {
+  base::logInfo("sharing all cameras with {}, session {}", vmText(), session);
   m_shareAll = true;
-  m_notOfAll.clear();
+  m_exceptFromAll.clear();
   for (const Camera* camera : m_context.catalogue.all()) {
     if (!camera->present) continue;
     const std::string denied = refusal(camera->info);
-    if (!denied.empty()) {
-      logInfo("camera '", camera->info.id, "' is left out: ", denied);
-      continue;
+    if (denied.empty()) {
+      shareCamera(*camera, m_hostTransport);
+    } else {
+      base::logInfo("camera '{}' is left out: {}", camera->info.id, denied);
     }
-    shareCamera(*camera, m_hostLink);
   }
 }
 
-void Host::unshare(const QJsonObject& command) {
-  const std::string reference = textOrNumber(command.value("deviceId"));
+void ClientSession::unshare(const std::string& reference) {
   const Camera* camera = m_context.catalogue.find(reference);
   const std::string id = camera == nullptr ? reference : camera->info.id;
   const bool waited = m_waiting.erase(id) > 0;
   if (shareOf(id) == nullptr && !waited) {
-    return refuse({"refused", reference, camera, {}, "it is not shared, so it cannot be unshared"});
+    return report(commandRefused("it is not shared, so it cannot be unshared", reference, camera));
   }
-  if (m_shareAll) m_notOfAll.insert(id);
+  if (m_shareAll) m_exceptFromAll.insert(id);
   dropShare(id, "no longer shared");
-  dropIdleTcpLinks();
+  dropIdleTcpTransports();
 }
 
-void Host::unshareAll(const std::string& why) {
+void ClientSession::unshareAll() {
   m_shareAll = false;
-  m_notOfAll.clear();
+  m_exceptFromAll.clear();
   m_waiting.clear();
-  while (!m_shares.empty()) dropShare(m_shares.begin()->first, why);
-  dropIdleTcpLinks();
+  while (!m_shares.empty()) dropShare(m_shares.begin()->first, "no longer shared");
+  dropIdleTcpTransports();
 }
 
-void Host::dropShare(const std::string& cameraId, const std::string& why) {
+void ClientSession::dropShare(const std::string& cameraId, const std::string& why) {
   const auto share = m_shares.extract(cameraId);
   if (!share) return;
-  share.mapped()->withdraw(why);
-  logInfo("camera '", share.key(), "' is ", why, " with ", vmText());
+  share.mapped()->remove(why);
+  base::logInfo("camera '{}' is {} with {}", share.key(), why, vmText());
 }
 
 }  // namespace lumsar::service

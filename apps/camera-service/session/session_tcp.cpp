@@ -1,103 +1,93 @@
-// Host: the command "sharetcp" and the direct connections to the VM that it makes. Runs on the
-// io_context's thread.
+// The command "sharetcp" and the connections to the VM that it makes.
 #include <algorithm>
-#include <charconv>
 #include <utility>
 
-#include "app/log.h"
+#include "base/address.h"
+#include "base/format.h"
+#include "base/log.h"
+#include "json/json.h"
 #include "session/client_session.h"
-#include "session/json.h"
 
 namespace lumsar::service {
-namespace {
 
-// What both halves of a "sharetcp" have in common.
-QJsonObject target(const QJsonObject& command) {
-  QJsonObject result;
-  for (const char* key : {"deviceId", "remoteIp", "remotePort"}) result[key] = command.value(key);
-  return result;
+ClientSession::TcpTarget ClientSession::tcpTarget(const QJsonObject& command) {
+  return {json::textOrNumber(command.value("deviceId")),
+          json::textOrNumber(command.value("remoteIp")),
+          json::textOrNumber(command.value("remotePort"))};
 }
 
-}  // namespace
-
-// First half of "sharetcp"; the share itself follows a moment later. By then the connection may be
+// A "sharetcp" comes twice: to connect, and a moment later to share. By then the connection may be
 // up, or the share waits for it.
-void Host::connectVm(const QJsonObject& command) {
-  m_refusedConnect = {};
-  if (wantedCamera(command) == nullptr || !tcpLink(command)) m_refusedConnect = target(command);
+void ClientSession::connectVm(const TcpTarget& target) {
+  m_failedTarget.reset();
+  if (shareableCamera(target.camera) == nullptr || !tcpTransport(target)) m_failedTarget = target;
 }
 
-// Whether the first half of this command has failed, which was told then. True once.
-bool Host::failedToConnect(const QJsonObject& command) {
-  return !m_refusedConnect.isEmpty() &&
-         std::exchange(m_refusedConnect, QJsonObject()) == target(command);
+// Connecting has failed, which was reported then: sharing is not refused once more.
+bool ClientSession::hasFailed(const TcpTarget& target) {
+  return std::exchange(m_failedTarget, std::nullopt) == target;
 }
 
-// The link to the VM that the command names, connecting if need be; null when it names none.
-std::shared_ptr<TcpLink> Host::tcpLink(const QJsonObject& command) {
-  const std::string ip = textOrNumber(command.value("remoteIp"));
-  const std::string port = textOrNumber(command.value("remotePort"));
-  const std::string reference = textOrNumber(command.value("deviceId"));
+// The connection to the VM that the command names, made if need be; null when it names none.
+std::shared_ptr<TcpTransport> ClientSession::tcpTransport(const TcpTarget& target) {
   asio::error_code error;
-  const auto address = asio::ip::make_address(ip, error);
-  std::uint16_t number = 0;
-  const auto parsed = std::from_chars(port.data(), port.data() + port.size(), number);
-  if (error || parsed.ec != std::errc{} || parsed.ptr != port.data() + port.size() || number == 0) {
-    refuse({"refused",
-            reference,
-            nullptr,
-            {},
-            joined("'", ip, "' port '", port, "' is no address of a VM; remoteIp must be an IP ",
-                   "address and remotePort a number from 1 to 65535")});
+  const auto ip = asio::ip::make_address(target.ip, error);
+  const std::uint16_t port = base::parsePort(target.port).value_or(0);
+  if (error || port == 0) {
+    report(commandRefused(
+        base::text("'{}' port '{}' is not a valid address of a VM; remoteIp must be an IP address "
+                   "and remotePort a number from 1 to 65535",
+                   target.ip, target.port),
+        target.camera));
     return nullptr;
   }
-  const asio::ip::tcp::endpoint endpoint(address, number);
-  const std::string key = addressText(endpoint);
-  std::shared_ptr<TcpLink>& link = m_tcpLinks[key];
-  if (link) return link;
-  link = std::make_shared<TcpLink>(
-      m_context.io, endpoint,
-      TcpLink::Handlers{
-          [this, key] { onTcpReady(key); },
-          [this, key](std::span<const unsigned char> record) {
-            const auto found = m_tcpLinks.find(key);
-            if (found != m_tcpLinks.end()) onVmData(found->second.get(), record);
-          },
-          [this, key, command](const std::string& why) { onTcpEnd(key, command, why); }});
-  logInfo(vmText(), ": connecting to ", key);
-  std::shared_ptr<TcpLink> started = link;
-  started->start();
-  return started;
+  const asio::ip::tcp::endpoint endpoint(ip, port);
+  const std::string address = addressText(endpoint);
+  if (const auto known = m_tcpTransports.find(address); known != m_tcpTransports.end()) {
+    return known->second;
+  }
+  TcpTransport::Handlers handlers{
+      [this, address] { onTcpReady(address); },
+      [this, address](base::Bytes record) {
+        const auto found = m_tcpTransports.find(address);
+        if (found != m_tcpTransports.end()) onVmData(found->second.get(), record);
+      },
+      [this, address, target](const std::string& why) { onTcpEnd(address, target, why); }};
+  auto transport = std::make_shared<TcpTransport>(m_context.io, endpoint, std::move(handlers));
+  m_tcpTransports[address] = transport;
+  base::logInfo("{}: connecting to {}", vmText(), address);
+  transport->start();
+  return transport;
 }
 
-void Host::onTcpReady(const std::string& address) {
+void ClientSession::onTcpReady(const std::string& address) {
   for (const auto& [id, share] : m_shares) {
-    if (share->link()->name() == address) share->announce();
+    if (share->transport()->name() == address) share->announce();
   }
 }
 
-void Host::onTcpEnd(const std::string& address, const QJsonObject& command,
-                    const std::string& why) {
-  const auto link = m_tcpLinks.extract(address);
-  const std::string reason = "the connection to " + vmText() + " by " + address + " ended: " + why;
+void ClientSession::onTcpEnd(const std::string& address, const TcpTarget& target,
+                             const std::string& why) {
+  const auto ended = m_tcpTransports.extract(address);  // lives until it has reported its end
+  std::erase_if(m_waiting, [&](const auto& entry) { return entry.second->name() == address; });
+  const std::string reason =
+      base::text("the connection to {} by {} ended: {}", vmText(), address, why);
   std::vector<const Camera*> cameras;
   for (const auto& [id, share] : m_shares) {
-    if (share->link()->name() == address) cameras.push_back(&share->camera());
-  }
-  std::erase_if(m_waiting, [&](const auto& entry) { return entry.second->name() == address; });
-  if (cameras.empty()) {
-    refuse({"failed", textOrNumber(command.value("deviceId")), nullptr, {}, reason});
-    m_refusedConnect = target(command);
+    if (share->transport()->name() == address) cameras.push_back(&share->camera());
   }
   for (const Camera* camera : cameras) {
     dropShare(camera->info.id, "no longer shared");
-    refuse(deviceChange("failed", *camera, reason + "; share it again"));
+    report(cameraFailed(*camera, reason + "; share it again"));
   }
+  if (!cameras.empty()) return;
+  report(connectionFailed(target.camera, reason));
+  m_failedTarget = target;
 }
 
-void Host::dropIdleTcpLinks() {
-  std::erase_if(m_tcpLinks, [this](const auto& entry) {
-    const auto uses = [&](const auto& item) { return item.second->link() == entry.second; };
+void ClientSession::dropIdleTcpTransports() {
+  std::erase_if(m_tcpTransports, [this](const auto& entry) {
+    const auto uses = [&](const auto& item) { return item.second->transport() == entry.second; };
     const auto waits = [&](const auto& item) { return item.second == entry.second; };
     if (std::ranges::any_of(m_shares, uses) || std::ranges::any_of(m_waiting, waits)) return false;
     entry.second->close();

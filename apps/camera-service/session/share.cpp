@@ -1,82 +1,109 @@
-// Share: see share.h. Runs on the io_context's thread.
 #include "session/share.h"
 
+#include <algorithm>
 #include <chrono>
-#include <utility>
 
-#include "app/log.h"
-#include "links/records.h"
+#include "base/log.h"
+#include "protocol/camera_record.h"
 
 namespace lumsar::service {
 namespace {
 
-constexpr std::int64_t kStuck = 10'000'000;  // µs without a frame that leaves
+constexpr std::int64_t kStallTimeout = 10'000'000;  // µs without a frame that leaves
 
 std::int64_t steadyMicroseconds() {
   using namespace std::chrono;
   return duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count();
 }
 
+std::uint16_t side(int value) {
+  return static_cast<std::uint16_t>(std::clamp(value, 0, 0xFFFF));
+}
+
+protocol::Announcement announcement(const Camera& camera, const CapturePlan& plan) {
+  CameraAnnounced format;
+  format.vendorId = camera.info.vendorId;
+  format.productId = camera.info.productId;
+  format.width = side(plan.width);
+  format.height = side(plan.height);
+  format.frameInterval = static_cast<std::uint32_t>(plan.frameInterval());
+  format.encoding = plan.encoding;
+  return {camera.number, format, camera.info.id, camera.info.name};
+}
+
+CameraFrame fieldsOf(const CapturedFrame& frame) {
+  CameraFrame fields;
+  fields.width = side(frame.width);
+  fields.height = side(frame.height);
+  fields.encoding = frame.encoding;
+  fields.flags = frame.key ? kFrameIsKey : 0;
+  return fields;
+}
+
 }  // namespace
 
-Share::Share(CameraStream& stream, std::shared_ptr<VmLink> link, const PolicyRule& rule)
-    : m_stream(stream), m_link(std::move(link)), m_rule(rule) {}
+Share::Share(CameraStream& stream, std::shared_ptr<VmTransport> transport, const PolicyRule& rule)
+    : m_stream(stream), m_transport(std::move(transport)), m_rule(rule) {
+  m_delivery->share = this;
+}
 
 Share::~Share() {
   stop();
+  m_delivery->share = nullptr;
 }
 
 void Share::announce() {
-  if (!m_link->ready()) return;
-  m_link->send({announcedRecord(m_link->dataType(), camera(), m_stream.planFor(request()))});
+  if (!m_transport->ready()) return;
+  const CapturePlan plan = m_stream.planFor(request());
+  m_transport->send(
+      {protocol::announcedMessage(m_transport->dataType(), announcement(camera(), plan))});
 }
 
-void Share::withdraw(const std::string& why) {
+void Share::remove(const std::string& why) {
   stop();
-  if (m_link->ready()) m_link->send({goneRecord(m_link->dataType(), camera().number, why)});
+  if (!m_transport->ready()) return;
+  m_transport->send({protocol::removedMessage(m_transport->dataType(), camera().number, why)});
 }
 
 void Share::setRule(const PolicyRule& rule) {
   if (rule == m_rule) return;
   m_rule = rule;
   m_rateControl.reset();
-  if (m_started) m_stream.refresh();
+  if (started()) m_stream.refresh();
 }
 
 void Share::start() {
-  if (m_started) return;
-  m_started = true;
+  if (started()) return;
   m_rateControl.reset();
-  read();
+  consume();
 }
 
-void Share::read() {
-  m_counters->needsKey = true;
-  m_counters->droppedSince = false;
-  m_counters->lastLeft = steadyMicroseconds();
-  m_counters->onLeave = nullptr;
+void Share::consume() {
+  m_state = State::Consuming;
+  m_delivery->needsKeyFrame = true;
+  m_delivery->droppedSince = false;
+  m_delivery->lastLeft = steadyMicroseconds();
   m_stream.add(*this);
   m_stream.requestKeyFrame();
 }
 
 void Share::stop() {
-  if (!m_started) return;
-  m_started = false;
-  m_counters->onLeave = nullptr;
+  if (!started()) return;
+  m_state = State::Stopped;
   m_stream.remove(*this);
 }
 
 void Share::requestKeyFrame() {
-  if (m_started) m_stream.requestKeyFrame();
+  if (started()) m_stream.requestKeyFrame();
 }
 
 void Share::onStatistics(const CameraStatistics& statistics) {
-  if (!m_started || !m_rule.followVm) return;
+  if (!started() || !m_rule.followVm) return;
   const double before = m_rateControl.limit();
-  m_rateControl.update(statistics, m_counters->offered, steadyMicroseconds());
+  m_rateControl.update(statistics, m_delivery->counters.offered, steadyMicroseconds());
   if (m_rateControl.limit() == before) return;
-  logDebug("camera '", camera().info.id, "': rate limit now ", m_rateControl.limit(),
-           " per second");
+  base::logDebug("camera '{}': rate limit now {} per second", camera().info.id,
+                 m_rateControl.limit());
   m_stream.refresh();
 }
 
@@ -90,40 +117,50 @@ CaptureRequest Share::request() const {
 }
 
 bool Share::onFrame(const CapturedFrame& frame) {
-  const bool mayBeLeftOut = frame.encoding == kEncodingMjpg;
-  if (mayBeLeftOut && !m_pacer.due(static_cast<std::int64_t>(frame.time), interval())) return true;
-  if (m_counters->needsKey && !frame.key) {
+  const bool maySkip = frame.encoding == kEncodingMjpg;
+  if (maySkip && !m_pacer.due(static_cast<std::int64_t>(frame.time), interval())) return true;
+  if (m_delivery->needsKeyFrame && !frame.key) {
     m_stream.requestKeyFrame();
   } else {
     send(frame);
   }
-  if (!stuck()) return true;
-  logWarning("camera '", camera().info.id, "' is not read for ", m_link->name(),
-             " until that takes its frames again");
-  m_counters->onLeave = [this] { read(); };
+  if (!isStalled()) return true;
+  base::logWarning("camera '{}' is paused for {}, which is stalled", camera().info.id,
+                   m_transport->name());
+  m_state = State::Stalled;
   return false;
 }
 
-bool Share::stuck() const {
-  return m_counters->droppedSince && steadyMicroseconds() - m_counters->lastLeft > kStuck;
+bool Share::isStalled() const {
+  return m_delivery->droppedSince && steadyMicroseconds() - m_delivery->lastLeft > kStallTimeout;
 }
 
 void Share::send(const CapturedFrame& frame) {
-  m_counters->needsKey = false;
-  ++m_counters->offered;
-  m_link->send({frameRecord(m_link->dataType(), camera().number, frame), true,
-                [counters = m_counters](ipc::Message& message) {
-                  setSequence(message, static_cast<std::uint32_t>(++counters->frames));
-                  counters->bytes += message.bytes().size();
-                  counters->droppedSince = false;
-                  counters->lastLeft = steadyMicroseconds();
-                  if (const auto onLeave = std::exchange(counters->onLeave, nullptr)) onLeave();
-                },
-                [counters = m_counters] {
-                  ++counters->dropped;
-                  counters->droppedSince = true;
-                  counters->needsKey = true;
-                }});
+  m_delivery->needsKeyFrame = false;
+  ++m_delivery->counters.offered;
+  m_transport->send(
+      {protocol::frameMessage(m_transport->dataType(), camera().number, frame.time, fieldsOf(frame),
+                              frame.data),
+       true, [delivery = m_delivery](protocol::Message& message) { delivery->onLeave(message); },
+       [delivery = m_delivery] { delivery->onDrop(); }});
+}
+
+void Share::Delivery::onLeave(protocol::Message& frame) {
+  protocol::setSequence(frame, static_cast<std::uint32_t>(++counters.frames));
+  counters.bytes += frame.size();
+  droppedSince = false;
+  lastLeft = steadyMicroseconds();
+  if (share != nullptr) share->onFrameLeft();
+}
+
+void Share::Delivery::onDrop() {
+  ++counters.dropped;
+  droppedSince = true;
+  needsKeyFrame = true;
+}
+
+void Share::onFrameLeft() {
+  if (m_state == State::Stalled) consume();
 }
 
 }  // namespace lumsar::service

@@ -1,12 +1,12 @@
-// DeviceWatch: see device_watch.h. GStreamer reports on threads of its own, from which the news is
-// posted to the io_context's thread.
+// GStreamer reports devices on threads of its own, from which the events are posted to the main
+// loop.
 #include "sources/device_watch.h"
 
 #include <asio/post.hpp>
 #include <fstream>
 #include <stdexcept>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "capture/device_formats.h"
 #include "sources/virtual_cameras.h"
 
@@ -32,8 +32,8 @@ std::string nodeIndex(const GstStructure* properties) {
   return index;
 }
 
-// For a USB camera the place where it is plugged in, so that it is known again; other buses have
-// one place for several cameras. The device file otherwise.
+// For a USB camera the port that it is plugged into, so that it is recognised again; on other buses
+// several cameras share one path. The device file otherwise.
 std::string identify(const GstStructure* properties, const std::string& name) {
   const bool usb = property(properties, "device.bus") == "usb";
   for (const char* key :
@@ -69,17 +69,17 @@ struct DeviceWatch::Inbox {
   asio::io_context& io;
   Events events;
 
-  void post(GstDevice* device, bool plugged, const std::shared_ptr<Inbox>& self) {
+  static void post(const std::shared_ptr<Inbox>& inbox, GstDevice* device, bool plugged) {
     if (isReportedTwice(device)) return;
     try {
-      asio::post(io, [inbox = std::weak_ptr(self), info = describeDevice(device), plugged] {
-        const auto alive = inbox.lock();
+      asio::post(inbox->io, [weak = std::weak_ptr(inbox), info = describeDevice(device), plugged] {
+        const auto alive = weak.lock();
         if (!alive) return;
         if (plugged) alive->events.onPlugged(info);
         if (!plugged) alive->events.onUnplugged(info.id);
       });
     } catch (const std::exception& error) {  // not into GStreamer, which called
-      logWarning("news of a camera was lost: ", error.what());
+      base::logWarning("a notification of a camera was lost: {}", error.what());
     }
   }
 };
@@ -113,31 +113,25 @@ void DeviceWatch::start() {
   gst_device_monitor_set_show_all_devices(m_monitor.get(), TRUE);
   const GstPtr<GstBus> bus(gst_device_monitor_get_bus(m_monitor.get()));
   const auto onMessage = [](GstBus*, GstMessage* message, gpointer data) -> GstBusSyncReply {
-    const auto& inbox = *static_cast<std::shared_ptr<Inbox>*>(data);
     GstDevice* device = nullptr;
     const GstMessageType type = GST_MESSAGE_TYPE(message);
     if (type == GST_MESSAGE_DEVICE_ADDED) gst_message_parse_device_added(message, &device);
     if (type == GST_MESSAGE_DEVICE_REMOVED) gst_message_parse_device_removed(message, &device);
     if (device != nullptr) {
       const GstPtr<GstDevice> owned(device);
-      inbox->post(device, type == GST_MESSAGE_DEVICE_ADDED, inbox);
+      Inbox::post(held<Inbox>(data), device, type == GST_MESSAGE_DEVICE_ADDED);
     }
     gst_message_unref(message);
     return GST_BUS_DROP;
   };
-  gst_bus_set_sync_handler(bus.get(), onMessage,
-                           std::make_unique<std::shared_ptr<Inbox>>(m_inbox).release(),
-                           [](gpointer data) {
-                             const std::unique_ptr<std::shared_ptr<Inbox>> owned(
-                                 static_cast<std::shared_ptr<Inbox>*>(data));
-                           });
+  gst_bus_set_sync_handler(bus.get(), onMessage, holdShared(m_inbox), releaseShared<Inbox>);
   if (gst_device_monitor_start(m_monitor.get()) == FALSE) {
-    throw std::runtime_error("GStreamer's device monitor does not start; is GStreamer installed?");
+    throw std::runtime_error("GStreamer's device monitor did not start; is GStreamer installed?");
   }
   GList* devices = gst_device_monitor_get_devices(m_monitor.get());
   for (GList* item = devices; item != nullptr; item = item->next) {
     const GstPtr<GstDevice> device(static_cast<GstDevice*>(item->data));
-    m_inbox->post(device.get(), true, m_inbox);
+    Inbox::post(m_inbox, device.get(), true);
   }
   g_list_free(devices);
 }

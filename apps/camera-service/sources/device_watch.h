@@ -1,5 +1,5 @@
-// DeviceWatch: GStreamer's device monitor, turned into two events. Sees webcams and virtual cameras
-// alike. Made on the main thread; the events are called on the io_context's thread only.
+// DeviceWatch: GStreamer's device monitor, turned into two events of the main loop. Sees webcams
+// and virtual cameras alike.
 #ifndef LUMSAR_CAMERA_SERVICE_SOURCES_DEVICE_WATCH_H
 #define LUMSAR_CAMERA_SERVICE_SOURCES_DEVICE_WATCH_H
 
@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "camera/camera_info.h"
+#include "capture/gst_ptr.h"
 
 namespace lumsar::service {
 
@@ -18,13 +19,13 @@ class DeviceWatch {
     std::function<void(const std::string& id)> onUnplugged;
   };
 
-  // A device may be announced twice at the start; the receiver sorts that out.
+  // A device may be reported twice at the start; the receiver ignores the second time.
   DeviceWatch(asio::io_context& io, Events events);
   ~DeviceWatch();
   DeviceWatch(const DeviceWatch&) = delete;
   DeviceWatch& operator=(const DeviceWatch&) = delete;
 
-  // Reports what is there, then what comes and goes.
+  // Reports what is present, then what is plugged and unplugged.
   void start();
 
  private:
@@ -34,7 +35,7 @@ class DeviceWatch {
   GstPtr<GstDeviceMonitor> m_monitor;
 };
 
-// What GStreamer says of a device, in the service's words.
+// What GStreamer knows of a device.
 CameraInfo describeDevice(GstDevice* device);
 
 }  // namespace lumsar::service

@@ -1,5 +1,5 @@
-// FileCameras: pictures and movies as cameras. A file becomes a virtual camera once it has been
-// looked into, on a thread of its own; everything else is bound to the io_context's thread.
+// FileCameras: still images and video files as cameras. A file becomes a virtual camera once it has
+// been probed, on a thread of its own.
 #ifndef LUMSAR_CAMERA_SERVICE_SOURCES_FILE_CAMERAS_H
 #define LUMSAR_CAMERA_SERVICE_SOURCES_FILE_CAMERAS_H
 
@@ -24,18 +24,18 @@ class FileCameras {
   FileCameras(const FileCameras&) = delete;
   FileCameras& operator=(const FileCameras&) = delete;
 
-  // The file is there, or is there anew: its camera is plugged in.
+  // The file is there, or was written again: its camera is plugged in.
   void add(const std::string& path);
   void remove(const std::string& path);
-  // Why files that are there are no cameras, by the ids that they would have.
+  // Why files that are there cannot be cameras, by the ids that they would have.
   std::map<std::string, std::string> unreadable() const;
 
  private:
-  // One look into a file; gone when the file is, or was written anew.
+  // Expires when the file is removed or written again.
   struct Probe {};
   struct Entry {
     std::shared_ptr<Probe> probe;  // the latest
-    std::string trouble;           // empty for one that can be read
+    std::string error;             // empty for one that can be read
   };
 
   const std::string& idOf(const std::string& path);

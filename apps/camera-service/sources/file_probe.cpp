@@ -1,5 +1,3 @@
-// Looking into files: see file_probe.h. Probing runs on FileCameras' thread, sources are made on
-// the main thread.
 #include "sources/file_probe.h"
 
 #include <gst/pbutils/pbutils.h>
@@ -7,15 +5,14 @@
 #include <algorithm>
 #include <optional>
 
-#include "app/log.h"
-#include "sources/source_bin.h"
+#include "base/format.h"
+#include "capture/capture_plan.h"
 
 namespace lumsar::service {
 namespace {
 
-constexpr GstClockTime kProbeLimit = 3 * GST_SECOND;
-constexpr int kMaxWidth = 1920;  // as a webcam would; larger files only cost time
-constexpr int kMaxHeight = 1080;
+constexpr GstClockTime kProbeTimeout = 3 * GST_SECOND;
+constexpr FrameSize kMaxSize{1920, 1080};  // as a webcam's; larger frames only cost time
 constexpr int kStillRate = 15;
 constexpr double kMaxRate = 60;
 
@@ -27,20 +24,16 @@ std::string uriOf(const std::string& path) {
   return takeText(gst_filename_to_uri(path.c_str(), nullptr));
 }
 
-void fit(CameraFormat& format) {
-  const double scale = std::min({1.0, static_cast<double>(kMaxWidth) / format.width,
-                                 static_cast<double>(kMaxHeight) / format.height});
-  if (scale == 1.0) return;
-  format.width = std::max(2, static_cast<int>(format.width * scale) & ~1);
-  format.height = std::max(2, static_cast<int>(format.height * scale) & ~1);
-}
-
 FileProbe describe(GstDiscovererVideoInfo* video) {
   FileProbe probe;
   probe.still = gst_discoverer_video_info_is_image(video) != FALSE;
   probe.format.encoding = "I420";
-  probe.format.width = static_cast<int>(gst_discoverer_video_info_get_width(video));
-  probe.format.height = static_cast<int>(gst_discoverer_video_info_get_height(video));
+  const FrameSize size{static_cast<int>(gst_discoverer_video_info_get_width(video)),
+                       static_cast<int>(gst_discoverer_video_info_get_height(video))};
+  if (size.width <= 0 || size.height <= 0) return {"its frames have no size", false, {}};
+  const FrameSize sent = scaledInto(size, kMaxSize);
+  probe.format.width = sent.width;
+  probe.format.height = sent.height;
   probe.format.rateNumerator = static_cast<int>(gst_discoverer_video_info_get_framerate_num(video));
   probe.format.rateDenominator =
       std::max(1, static_cast<int>(gst_discoverer_video_info_get_framerate_denom(video)));
@@ -49,11 +42,6 @@ FileProbe describe(GstDiscovererVideoInfo* video) {
     probe.format.rateNumerator = kStillRate;
     probe.format.rateDenominator = 1;
   }
-  if (probe.format.width <= 0 || probe.format.height <= 0) {
-    probe.error = "its pictures have no size";
-  } else {
-    fit(probe.format);
-  }
   return probe;
 }
 
@@ -61,10 +49,10 @@ FileProbe describe(GstDiscovererVideoInfo* video) {
 std::optional<FileProbe> probeOnce(const std::string& path) {
   GError* error = nullptr;
   const std::unique_ptr<GstDiscoverer, ProbeRelease> discoverer(
-      gst_discoverer_new(kProbeLimit, &error));
+      gst_discoverer_new(kProbeTimeout, &error));
   GstPtr<GError> owned(error);
   if (!discoverer) {
-    return FileProbe{joined("GStreamer cannot look into files: ", error->message), false, {}};
+    return FileProbe{base::text("GStreamer cannot examine files: {}", error->message), false, {}};
   }
   error = nullptr;
   const std::unique_ptr<GstDiscovererInfo, ProbeRelease> info(
@@ -73,7 +61,7 @@ std::optional<FileProbe> probeOnce(const std::string& path) {
   if (info && gst_discoverer_info_get_result(info.get()) == GST_DISCOVERER_TIMEOUT) return {};
   if (error != nullptr) return FileProbe{error->message, false, {}};
   GList* streams = gst_discoverer_info_get_video_streams(info.get());
-  FileProbe probe = {"there is no picture in it", false, {}};
+  FileProbe probe = {"it has no frames", false, {}};
   if (streams != nullptr) probe = describe(static_cast<GstDiscovererVideoInfo*>(streams->data));
   gst_discoverer_stream_info_list_free(streams);
   return probe;
@@ -82,23 +70,25 @@ std::optional<FileProbe> probeOnce(const std::string& path) {
 }  // namespace
 
 FileProbe probeFile(const std::string& path) {
-  for (int i = 0; i < 2; ++i) {  // a system that is busy for a moment is no fault of the file
+  for (int i = 0; i < 2; ++i) {  // a system that is busy for a moment is not the file's fault
     if (const auto probe = probeOnce(path)) return *probe;
   }
-  return {joined("it could not be read within ", kProbeLimit / GST_SECOND, " s"), false, {}};
+  return {base::text("it could not be read within {} s", kProbeTimeout / GST_SECOND), false, {}};
 }
 
 GstElement* makeFileSource(const std::string& path, const FileProbe& probe) {
   const CameraFormat& format = probe.format;
   const std::string rate =
-      joined("video/x-raw,framerate=", format.rateNumerator, "/", format.rateDenominator);
+      base::text("video/x-raw,framerate={}/{}", format.rateNumerator, format.rateDenominator);
+  const std::string repeated =
+      probe.still ? base::text("imagefreeze is-live=true ! {} ! identity silent=true", rate)
+                  : base::text("videorate ! {} ! clocksync", rate);
   // Scaled before it is repeated: once, not for each frame.
-  const std::string description =
-      joined("uridecodebin name=decode caps=video/x-raw expose-all-streams=false ! videoconvert ! ",
-             "videoscale ! video/x-raw,format=I420,pixel-aspect-ratio=1/1,width=", format.width,
-             ",height=", format.height, " ! ",
-             probe.still ? joined("imagefreeze is-live=true ! ", rate, " ! identity silent=true")
-                         : joined("videorate ! ", rate, " ! clocksync"));
+  const std::string description = base::text(
+      "uridecodebin name=decode caps=video/x-raw expose-all-streams=false ! "
+      "videoconvert ! videoscale ! "
+      "video/x-raw,format=I420,pixel-aspect-ratio=1/1,width={},height={} ! {}",
+      format.width, format.height, repeated);
   GstElement* bin = makeSourceBin(description);
   if (bin == nullptr) return nullptr;
   const GstPtr<GstElement> decode(gst_bin_get_by_name(GST_BIN(bin), "decode"));

@@ -1,5 +1,5 @@
-// Finds out whether a file is a picture or a movie, and of which size. Called by FileCameras on its
-// own thread, for it reads the file. Reentrant.
+// Finds out whether a file is a still image or a video, and of which size. Takes as long as reading
+// the file does.
 #ifndef LUMSAR_CAMERA_SERVICE_SOURCES_FILE_PROBE_H
 #define LUMSAR_CAMERA_SERVICE_SOURCES_FILE_PROBE_H
 
@@ -17,7 +17,7 @@ struct FileProbe {
 
 FileProbe probeFile(const std::string& path);
 
-// The source of a camera that shows the file: a picture at a steady rate, a movie at its own.
+// The source of a camera that shows the file: a still image at a steady rate, a video at its own.
 GstElement* makeFileSource(const std::string& path, const FileProbe& probe);
 
 }  // namespace lumsar::service

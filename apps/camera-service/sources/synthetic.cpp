@@ -1,4 +1,3 @@
-// Synthetic cameras: see synthetic.h. The sources are made on the main thread.
 #include "sources/synthetic.h"
 
 #include <array>
@@ -7,9 +6,8 @@
 #include <numeric>
 #include <stdexcept>
 
-#include "app/log.h"
+#include "base/format.h"
 #include "capture/clock_stamp.h"
-#include "sources/source_bin.h"
 
 namespace lumsar::service {
 namespace {
@@ -19,7 +17,7 @@ constexpr int kMinSide = 64;
 constexpr int kMaxSide = 4096;
 constexpr int kMaxRate = 120;
 
-// Reads a number from `text` up to the end or to `separator`, which is taken off as well.
+// Reads a number from `text` up to the end or to `separator`, which is removed as well.
 int takeNumber(std::string_view& text, char separator) {
   int number = -1;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -46,9 +44,10 @@ CameraFormat parseFormat(std::string_view text) {
   if (!text.empty() || !within(format.width, kMinSide, kMaxSide) ||
       !within(format.height, kMinSide, kMaxSide) || !within(format.rateNumerator, 1, kMaxRate) ||
       format.width % 2 != 0 || format.height % 2 != 0) {
-    throw std::invalid_argument(joined("expected WIDTHxHEIGHT@RATE with even sides from ", kMinSide,
-                                       " to ", kMaxSide, " and a rate from 1 to ", kMaxRate,
-                                       ", such as 1280x720@30"));
+    throw std::invalid_argument(base::text(
+        "expected WIDTHxHEIGHT@RATE with even sides from {} to {} and a rate from 1 to {}, "
+        "such as 1280x720@30",
+        kMinSide, kMaxSide, kMaxRate));
   }
   return format;
 }
@@ -65,10 +64,11 @@ std::string pattern(const std::string& name) {
 }
 
 GstElement* makeSource(const std::string& name, const CameraFormat& format) {
-  const std::string description =
-      joined("videotestsrc is-live=true ", pattern(name),
-             " ! video/x-raw,format=I420,width=", format.width, ",height=", format.height,
-             ",framerate=", format.rateNumerator, "/1 ! identity name=clock silent=true");
+  const std::string description = base::text(
+      "videotestsrc is-live=true {} ! "
+      "video/x-raw,format=I420,width={},height={},framerate={}/1 ! "
+      "identity name=clock silent=true",
+      pattern(name), format.width, format.height, format.rateNumerator);
   GstElement* bin = makeSourceBin(description);
   if (bin != nullptr) stampClock(GST_BIN(bin), "clock", format.width, format.height);
   return bin;

@@ -1,6 +1,4 @@
-// Synthetic cameras: a moving picture with the time of day in it. Made from a `test:` camera
-// description or, where there is no camera at all, from the built-in one. Called on the main
-// thread; the clock is drawn on the camera's streaming thread.
+// Synthetic cameras: a moving pattern with the time of day in it.
 #ifndef LUMSAR_CAMERA_SERVICE_SOURCES_SYNTHETIC_H
 #define LUMSAR_CAMERA_SERVICE_SOURCES_SYNTHETIC_H
 

@@ -1,5 +1,5 @@
-// VirtualCameras: see virtual_cameras.h. Two small GObject classes, a device that makes its source
-// by a function and a provider without any search of its own; called on the main thread.
+// Two small GObject classes: a device that makes its source by a function, and a provider without
+// any search of its own.
 #include "sources/virtual_cameras.h"
 
 #include <stdexcept>
@@ -77,10 +77,21 @@ GstPtr<GstDevice> makeDevice(const VirtualCamera& camera) {
 
 }  // namespace
 
+GstElement* makeSourceBin(const std::string& description) {
+  // Not with pads made by the parser: it takes an input that is linked later for an unlinked one.
+  GstElement* bin = gst_parse_bin_from_description_full(description.c_str(), FALSE, nullptr,
+                                                        GST_PARSE_FLAG_NONE, nullptr);
+  if (bin == nullptr) return nullptr;
+  const GstPtr<GstPad> last(gst_bin_find_unlinked_pad(GST_BIN(bin), GST_PAD_SRC));
+  if (last) gst_element_add_pad(bin, gst_ghost_pad_new("src", last.get()));
+  return bin;
+}
+
 VirtualCameras::VirtualCameras() {
   gst_device_provider_register(nullptr, kProviderName, GST_RANK_PRIMARY, providerType());
   m_provider.reset(gst_device_provider_factory_get_by_name(kProviderName));
-  if (!m_provider) throw std::runtime_error("GStreamer refuses the provider of virtual cameras");
+  if (!m_provider)
+    throw std::runtime_error("GStreamer did not register the provider of virtual cameras");
 }
 
 VirtualCameras::~VirtualCameras() = default;

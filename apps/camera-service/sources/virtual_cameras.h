@@ -1,6 +1,5 @@
-// VirtualCameras: cameras that are no devices, offered to GStreamer's device monitor by a provider
+// VirtualCameras: cameras without a device, offered to GStreamer's device monitor by a provider
 // inside this process, so that the rest of the service cannot tell them from webcams.
-// Called on the service's main thread; GStreamer calls the source makers on that thread too.
 #ifndef LUMSAR_CAMERA_SERVICE_SOURCES_VIRTUAL_CAMERAS_H
 #define LUMSAR_CAMERA_SERVICE_SOURCES_VIRTUAL_CAMERAS_H
 
@@ -8,7 +7,8 @@
 #include <map>
 #include <string>
 
-#include "camera/camera_info.h"
+#include "capture/camera_format.h"
+#include "capture/gst_ptr.h"
 
 namespace lumsar::service {
 
@@ -21,6 +21,10 @@ struct VirtualCamera {
   CameraFormat format;
   std::function<GstElement*()> makeSource;  // a new floating element with one source pad
 };
+
+// Such an element from a pipeline description: a bin with its last element's source pad as its own.
+// Null when it cannot be made.
+GstElement* makeSourceBin(const std::string& description);
 
 class VirtualCameras {
  public:

@@ -1,5 +1,4 @@
-// IpcClient: see client.h. Called on any thread; no callback is made and nothing is waited for with
-// the mutex held.
+// No callback is made and nothing is waited for with the mutex held.
 #include "ipc/client/client.h"
 
 #include <system_error>
@@ -48,7 +47,11 @@ int IpcClient::begin(const char* channel, std::shared_ptr<Connection>& connectio
     old->join();
     return true;
   });
-  connection = std::make_shared<Connection>(*m_params, std::move(path), m_limits);
+  try {
+    connection = std::make_shared<Connection>(*m_params, std::move(path), m_timeouts);
+  } catch (const std::system_error&) {
+    return IPC_ERROR_SYSTEM;
+  }
   m_current = connection;
   return 0;
 }

@@ -1,6 +1,5 @@
 // IpcClient: what a handle of libvdi_ipc.so stands for. It holds the current connection and those
-// that are over but whose threads still run. Called through vdi_ipc.cpp and by the service's
-// --status, on any thread. Thread-safe, except for its destruction.
+// that have ended but whose threads still run. Thread-safe, except for its destruction.
 #ifndef LUMSAR_IPC_CLIENT_CLIENT_H
 #define LUMSAR_IPC_CLIENT_CLIENT_H
 
@@ -14,8 +13,8 @@ namespace lumsar::ipc {
 
 class IpcClient {
  public:
-  explicit IpcClient(IpcClientParams* params, ConnectionLimits limits = {})
-      : m_params(params), m_limits(limits) {}
+  explicit IpcClient(IpcClientParams* params, ConnectionTimeouts timeouts = {})
+      : m_params(params), m_timeouts(timeouts) {}
   // Disconnects, waits for a running callback and joins all threads.
   ~IpcClient();
   IpcClient(const IpcClient&) = delete;
@@ -36,7 +35,7 @@ class IpcClient {
   std::shared_ptr<Connection> current() const;
 
   IpcClientParams* const m_params;
-  const ConnectionLimits m_limits;
+  const ConnectionTimeouts m_timeouts;
   mutable std::mutex m_mutex;
   std::shared_ptr<Connection> m_current;
   std::vector<std::shared_ptr<Connection>> m_retired;

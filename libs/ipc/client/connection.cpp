@@ -1,36 +1,49 @@
-// Connection: see connection.h; its beginning is in connection_open.cpp. Everything from run() on
-// runs on the receiving thread, the rest on any of the client's.
+// A connection from its receiving thread's start to its end. Everything from run() on runs on that
+// thread, the rest on any of the client's.
 #include "ipc/client/connection.h"
 
 #include <dlfcn.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <csignal>
 
-#include "ipc/client/signals_blocked.h"
+#include "base/bytes.h"
 #include "ipc/read_size.h"
 
 namespace lumsar::ipc {
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-constexpr std::chrono::milliseconds kEntryGrace{20};
 
 int nextId() {
   static std::atomic<int> last = 0;
   return ++last;
 }
 
-bool wholeMessage(std::span<const unsigned char> message) {
+bool isMessage(std::span<const unsigned char> message) {
   if (message.size() < kHeaderSize) return false;
   const RedirMsgHeader header = readHeader(message.data());
   return header.magic == kMagic && header.length <= kMaxPayload &&
          message.size() == kHeaderSize + header.length;
 }
+
+// The host's signals are for the host's threads: none for this thread, and for those that it
+// starts, for as long as this lives.
+class SignalsBlocked {
+ public:
+  SignalsBlocked() {
+    sigset_t all;
+    sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &m_before);
+  }
+  ~SignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
+  SignalsBlocked(const SignalsBlocked&) = delete;
+  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+ private:
+  sigset_t m_before = {};
+};
 
 // A library whose callback destroys its client cannot wait for the thread that it runs on, and must
 // not be unmapped under it.
@@ -42,62 +55,55 @@ void keepLibraryLoaded() {
 
 }  // namespace
 
-Connection::Connection(const IpcClientParams& params, std::string path, ConnectionLimits limits)
-    : m_params(params),
-      m_path(std::move(path)),
-      m_limits(limits),
-      m_id(nextId()),
-      m_wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+Connection::Connection(const IpcClientParams& params, std::string path, ConnectionTimeouts timeouts)
+    : m_params(params), m_path(std::move(path)), m_timeouts(timeouts), m_id(nextId()) {}
 
 void Connection::start(Opened opened) {
   const SignalsBlocked blocked;
-  m_finished = false;
+  m_threadRuns = true;
   try {
     m_thread = std::thread([self = shared_from_this(), opened] { self->run(opened); });
   } catch (...) {
-    m_finished = true;
-    m_ended = true;
+    m_threadRuns = false;
+    advance(State::Ended);
     throw;
   }
 }
 
 int Connection::send(std::span<const unsigned char> message) {
-  if (!wholeMessage(message)) return IPC_ERROR_BAD_MESSAGE;
-  if (!m_connected) return IPC_ERROR_NOT_CONNECTED;
-  const auto result = m_writer.write(m_socket.get(), message, {}, m_limits.send);
+  if (!isMessage(message)) return IPC_ERROR_BAD_MESSAGE;
+  if (!connected()) return IPC_ERROR_NOT_CONNECTED;
+  const int error = write(message);
+  if (error == 0 && m_params.onSend != nullptr && m_sent++ == 0) m_wake.wake();
+  return error;
+}
+
+int Connection::write(std::span<const unsigned char> first, std::span<const unsigned char> second) {
+  const auto result = m_writer.write(m_socket.get(), first, second, m_timeouts.send);
   if (result.broken) {
     m_endError = result.error;
     ::shutdown(m_socket.get(), SHUT_RDWR);
-  }
-  if (result.error == 0 && m_params.onSend != nullptr && m_sent++ == 0) {
-    ::eventfd_write(m_wake.get(), 1);
   }
   return result.error;
 }
 
 int Connection::call(std::span<const unsigned char> request, unsigned char* reply,
                      unsigned int* replyLength) {
-  if (m_threadId.load() == std::this_thread::get_id()) return IPC_ERROR_IN_CALLBACK;
-  if (!wholeMessage(request)) return IPC_ERROR_BAD_MESSAGE;
-  if (!m_connected) return IPC_ERROR_NOT_CONNECTED;
+  if (onReceivingThread()) return IPC_ERROR_IN_CALLBACK;
+  if (!isMessage(request)) return IPC_ERROR_BAD_MESSAGE;
+  if (!connected()) return IPC_ERROR_NOT_CONNECTED;
   PendingCalls::Call call;
   call.reply = reply;
   call.capacity = reply != nullptr ? *replyLength : 0;
   const std::uint64_t number = m_calls.add(call);
   RedirMsgHeader header = readHeader(request.data());
   setCallNumber(header, number);
-  const auto* head = reinterpret_cast<const unsigned char*>(&header);
-  const auto sent = m_writer.write(m_socket.get(), {head, sizeof header},
-                                   request.subspan(kHeaderSize), m_limits.send);
-  if (sent.error != 0) {
+  const int error = write(base::bytesOf(header), request.subspan(kHeaderSize));
+  if (error != 0) {
     m_calls.forget(number);
-    if (sent.broken) {
-      m_endError = sent.error;
-      ::shutdown(m_socket.get(), SHUT_RDWR);
-    }
-    return sent.error;
+    return error;
   }
-  const int result = m_calls.wait(number, call, m_limits.call);
+  const int result = m_calls.wait(number, call, m_timeouts.call);
   if (result == 0 || result == kIpcReplyTooLarge) {
     *replyLength = static_cast<unsigned int>(call.size);
   }
@@ -106,21 +112,23 @@ int Connection::call(std::span<const unsigned char> request, unsigned char* repl
 
 void Connection::stop() {
   std::unique_lock lock(m_gate);
-  m_stopped = true;
-  m_connected = false;
-  m_ended = true;
+  m_state = State::Stopped;
   // Before the receiving thread can see the socket's end and give that as the reason.
   m_calls.fail(IPC_ERROR_DISCONNECTED);
   if (m_socket) ::shutdown(m_socket.get(), SHUT_RDWR);
-  ::eventfd_write(m_wake.get(), 1);
-  if (m_threadId.load() == std::this_thread::get_id()) return;
-  const auto deadline = Clock::now() + kEntryGrace;
-  m_gateChanged.wait_until(lock, deadline, [this] { return !m_inCallback; });
+  m_wake.wake();
+  if (onReceivingThread()) return;
+  m_callbackEnded.wait_for(lock, kCallbackTimeout, [this] { return !m_inCallback; });
+}
+
+void Connection::advance(State state) {
+  const std::lock_guard lock(m_gate);
+  m_state = std::max(m_state.load(), state);
 }
 
 void Connection::join() {
   if (!m_thread.joinable()) return;
-  if (m_threadId.load() == std::this_thread::get_id()) {
+  if (onReceivingThread()) {
     keepLibraryLoaded();
     m_thread.detach();
   } else {
@@ -134,7 +142,7 @@ void Connection::run(Opened opened) noexcept {
   try {
     error = opened == Opened::Yes ? 0 : open();
     if (error == 0) {
-      enter([this] {
+      callBack([this] {
         if (m_params.onConnect) m_params.onConnect(m_id, m_params.userData);
       });
       error = receive();
@@ -147,7 +155,7 @@ void Connection::run(Opened opened) noexcept {
 
 int Connection::receive() {
   for (;;) {
-    if (const int error = deliverWhole(); error != 0) return error;
+    if (const int error = deliverComplete(); error != 0) return error;
     pollfd fds[] = {{m_wake.get(), POLLIN, 0}, {m_socket.get(), POLLIN, 0}};
     if (::poll(fds, 2, -1) < 0) continue;
     if (fds[0].revents != 0) reportSent();
@@ -165,10 +173,14 @@ int Connection::readSome() {
   return endError != 0 ? endError : IPC_ERROR_SERVICE_GONE;
 }
 
-int Connection::deliverWhole() {
+int Connection::deliverComplete() {
   for (auto message = m_assembler.next(); !message.empty(); message = m_assembler.next()) {
     deliver(message);
   }
+  return receivedFault();
+}
+
+int Connection::receivedFault() const {
   switch (m_assembler.fault()) {
     case MessageAssembler::Fault::Magic:
       return IPC_ERROR_BAD_MAGIC;
@@ -187,48 +199,45 @@ void Connection::deliver(std::span<unsigned char> message) {
     return;
   }
   if (header.type >= kIpcOwnTypes || m_params.onReceive == nullptr) return;
-  enter([&] {
+  callBack([&] {
     m_params.onReceive(m_id, message.data(), static_cast<int>(message.size()), m_params.userData);
   });
 }
 
 void Connection::reportSent() {
-  eventfd_t count = 0;
-  ::eventfd_read(m_wake.get(), &count);
+  m_wake.clear();
   for (unsigned int sent = m_sent.exchange(0); sent > 0; --sent) {
-    enter([this] { m_params.onSend(m_id, m_params.userData); });
+    callBack([this] { m_params.onSend(m_id, m_params.userData); });
   }
 }
 
 void Connection::end(int error) {
-  m_connected = false;
-  m_ended = true;
+  advance(State::Ended);
   m_calls.fail(error);
   if (m_socket) ::shutdown(m_socket.get(), SHUT_RDWR);
-  enter([&] {
+  callBack([&] {
     if (m_params.onClose) m_params.onClose(m_id, error, m_params.userData);
   });
-  m_finished = true;
+  m_threadRuns = false;
 }
 
-// Calls back unless stop() came first. What a callback lets out ends that callback only.
-template <class Call>
-bool Connection::enter(Call callback) {
+// Unless stop() came first. What a callback throws ends that callback only.
+template <class Callback>
+void Connection::callBack(Callback callback) {
   {
     const std::lock_guard lock(m_gate);
-    if (m_stopped) return false;
+    if (m_state == State::Stopped) return;
     m_inCallback = true;
   }
   try {
     callback();
-  } catch (...) {  // the callback's own fault, and its result is not used anyway
+  } catch (...) {  // not into this thread; its result is not used anyway
   }
   {
     const std::lock_guard lock(m_gate);
     m_inCallback = false;
   }
-  m_gateChanged.notify_all();
-  return true;
+  m_callbackEnded.notify_all();
 }
 
 }  // namespace lumsar::ipc

@@ -1,5 +1,4 @@
-// Connection: how it begins, see connection.h. Runs on the thread that connects or, in the
-// background, on the receiving thread.
+// How a connection begins: on the thread that connects or, in the background, on the receiving one.
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -7,31 +6,23 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/address.h"
+#include "base/deadline.h"
 #include "ipc/channel_path.h"
 #include "ipc/client/connection.h"
+#include "protocol/message.h"
 
 namespace lumsar::ipc {
-namespace {
 
 using Clock = std::chrono::steady_clock;
 
-int milliseconds(Clock::duration duration) {
-  const auto count = std::chrono::ceil<std::chrono::milliseconds>(duration).count();
-  return static_cast<int>(std::max<decltype(count)>(count, 0));
-}
-
-}  // namespace
-
 int Connection::open() {
-  const Clock::time_point deadline = Clock::now() + m_limits.connect;
-  int error = m_wake ? connectSocket(deadline) : IPC_ERROR_SYSTEM;
-  if (error == 0) error = introduce();
-  if (error == 0) error = awaitWelcome(deadline);
-  const std::lock_guard lock(m_gate);
-  if (m_stopped) error = IPC_ERROR_DISCONNECTED;
-  m_connected = error == 0;
-  m_ended = error != 0;
-  return error;
+  const Clock::time_point deadline = Clock::now() + m_timeouts.connect;
+  int error = connectSocket(deadline);
+  if (error == 0) error = requestConnection();
+  if (error == 0) error = awaitAccept(deadline);
+  advance(error == 0 ? State::Connected : State::Ended);
+  return m_state == State::Stopped ? IPC_ERROR_DISCONNECTED : error;
 }
 
 int Connection::connectSocket(Clock::time_point deadline) {
@@ -41,9 +32,8 @@ int Connection::connectSocket(Clock::time_point deadline) {
     const std::lock_guard lock(m_gate);
     m_socket = std::move(socket);
   }
-  const sockaddr_un address = socketAddress(m_path);
-  const auto* target = reinterpret_cast<const sockaddr*>(&address);
-  while (::connect(m_socket.get(), target, sizeof address) != 0) {
+  const base::SocketAddress service = base::toSockaddr({m_path, {}, 0});
+  while (::connect(m_socket.get(), service.get(), service.size) != 0) {
     switch (errno) {
       case EINTR:
         break;
@@ -67,27 +57,22 @@ int Connection::connectSocket(Clock::time_point deadline) {
   return sameUser(m_socket.get()) ? 0 : IPC_ERROR_OTHER_USER;
 }
 
-int Connection::introduce() {
-  RedirMsgHeader header;
-  header.type = IPC_MSG_INTRODUCTION;
-  header.length = static_cast<std::uint32_t>(::strnlen(m_params.clientName, kClientNameSize));
-  const auto* head = reinterpret_cast<const unsigned char*>(&header);
-  const auto* name = reinterpret_cast<const unsigned char*>(m_params.clientName);
-  const auto result = m_writer.write(m_socket.get(), {head, sizeof header}, {name, header.length},
-                                     m_limits.connect);
+int Connection::requestConnection() {
+  const std::string_view name(m_params.clientName, ::strnlen(m_params.clientName, kClientNameSize));
+  const protocol::Message request(IPC_MSG_CONNECT_REQUEST, {base::bytesOf(name)});
+  const auto result = m_writer.write(m_socket.get(), request.bytes(), {}, m_timeouts.connect);
   return result.error == IPC_ERROR_SEND_TIMEOUT ? IPC_ERROR_CONNECT_TIMEOUT : 0;
 }
 
-int Connection::awaitWelcome(Clock::time_point deadline) {
+int Connection::awaitAccept(Clock::time_point deadline) {
   for (;;) {
     const std::span<unsigned char> message = m_assembler.next();
     if (!message.empty()) {
       const RedirMsgHeader header = readHeader(message.data());
-      if (header.type != IPC_MSG_WELCOME) return IPC_ERROR_REFUSED;
+      if (header.type != IPC_MSG_CONNECT_ACCEPT) return IPC_ERROR_REFUSED;
       return static_cast<int>(header.param);
     }
-    if (m_assembler.fault() == MessageAssembler::Fault::Magic) return IPC_ERROR_BAD_MAGIC;
-    if (m_assembler.fault() == MessageAssembler::Fault::TooLong) return IPC_ERROR_TOO_LONG;
+    if (const int error = receivedFault(); error != 0) return error;
     if (const int error = pause(POLLIN, deadline); error != 0) return error;
     const int error = readSome();
     if (error != 0) return error == IPC_ERROR_SERVICE_GONE ? IPC_ERROR_REFUSED : error;
@@ -99,7 +84,7 @@ int Connection::pause(int events, Clock::time_point deadline) const {
   pollfd fds[] = {{m_wake.get(), POLLIN, 0}, {m_socket.get(), static_cast<short>(events), 0}};
   const nfds_t count = events == 0 ? 1 : 2;
   for (;;) {
-    const int ready = ::poll(fds, count, milliseconds(deadline - Clock::now()));
+    const int ready = ::poll(fds, count, base::pollTimeout(deadline));
     if (ready < 0 && errno == EINTR) continue;
     if (fds[0].revents != 0) return IPC_ERROR_DISCONNECTED;
     return ready > 0 ? 0 : IPC_ERROR_CONNECT_TIMEOUT;

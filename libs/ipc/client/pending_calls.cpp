@@ -1,5 +1,3 @@
-// PendingCalls: see pending_calls.h. Called by Connection, on callers' threads and the receiving
-// thread.
 #include "ipc/client/pending_calls.h"
 
 #include <algorithm>
@@ -21,9 +19,9 @@ std::uint64_t PendingCalls::add(Call& call) {
   return number;
 }
 
-int PendingCalls::wait(std::uint64_t number, Call& call, std::chrono::milliseconds limit) {
+int PendingCalls::wait(std::uint64_t number, Call& call, std::chrono::milliseconds timeout) {
   std::unique_lock lock(m_mutex);
-  const auto deadline = std::chrono::steady_clock::now() + limit;
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
   const bool done = m_changed.wait_until(lock, deadline, [&call] { return call.done; });
   m_calls.erase(number);
   return done ? call.result : IPC_ERROR_REPLY_TIMEOUT;

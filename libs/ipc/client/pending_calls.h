@@ -1,5 +1,4 @@
-// PendingCalls: the synchronous calls of one connection that wait for their reply. Callers register
-// and wait on their own threads; the receiving thread hands replies over. Thread-safe.
+// PendingCalls: the synchronous calls of one connection that wait for their reply. Thread-safe.
 // A reply goes straight from the receive buffer to the caller's.
 #ifndef LUMSAR_IPC_CLIENT_PENDING_CALLS_H
 #define LUMSAR_IPC_CLIENT_PENDING_CALLS_H
@@ -25,11 +24,11 @@ class PendingCalls {
 
   // Registers `call`, which must stay where it is until wait() or forget(). Returns its number.
   std::uint64_t add(Call& call);
-  // Waits for the reply, at most `limit`. Returns 0, kIpcReplyTooLarge or an IpcError.
-  int wait(std::uint64_t number, Call& call, std::chrono::milliseconds limit);
+  // Waits for the reply. Returns 0, kIpcReplyTooLarge or an IpcError.
+  int wait(std::uint64_t number, Call& call, std::chrono::milliseconds timeout);
   void forget(std::uint64_t number);
 
-  // Receiving thread: hands a reply over; one that nobody waits for is dropped.
+  // Hands a reply over; a late one is dropped.
   void complete(std::uint64_t number, std::span<const unsigned char> reply);
   // Ends all calls, now and to come, with `error`.
   void fail(int error);

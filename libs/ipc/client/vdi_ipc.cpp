@@ -1,8 +1,5 @@
-// The eight functions of libvdi_ipc.so (lumsar/vdi_ipc.h), bound by name. Called by the plug-in on
-// its host's threads and on the library's own. No exception leaves them; codes are in
-// lumsar/ipc_transport.h.
-//
-// A channel name N is the socket $XDG_RUNTIME_DIR/lumsar/N.sock; an absolute path is the socket.
+// The eight functions of libvdi_ipc.so, bound by name and called on any thread. No exception leaves
+// them; what they return is in lumsar/ipc_transport.h.
 #include "lumsar/vdi_ipc.h"
 
 #include <memory>
@@ -44,8 +41,8 @@ LUMSAR_EXPORT void VDI_DestroyIpcClient(void* client) {
   const std::unique_ptr<IpcClient> owned(static_cast<IpcClient*>(client));
 }
 
-// Returns when the service has welcomed the client, at the latest after kIpcConnectLimit. onConnect
-// follows on the library's thread.
+// Returns when the service has accepted the client, at the latest after kIpcConnectTimeout.
+// onConnect follows on the library's thread.
 LUMSAR_EXPORT int VDI_ConnectIpcClient(void* client, const char* ipcName) {
   return withClient(client, [=](IpcClient& c) { return c.connect(ipcName); });
 }
@@ -55,7 +52,7 @@ LUMSAR_EXPORT int VDI_AsyncConnectIpcClient(void* client, const char* ipcName) {
   return withClient(client, [=](IpcClient& c) { return c.connectInBackground(ipcName); });
 }
 
-// After this no callback is begun, onClose neither. Does not wait for one that is running; one that
+// After this no callback begins, not even onClose. Does not wait for one that is running; one that
 // was about to begin has 20 ms to do so. Whoever frees what callbacks use destroys the client
 // first, which waits.
 LUMSAR_EXPORT int VDI_DisconnectIpcClient(void* client) {
@@ -66,8 +63,8 @@ LUMSAR_EXPORT bool VDI_IsIpcClientConnected(void* client) {
   return withClient(client, [](IpcClient& c) { return c.connected() ? 1 : 0; }) == 1;
 }
 
-// Returns when the system has taken the message, at the latest after kIpcSendLimit. onSend follows
-// on the library's thread.
+// Returns when the system has taken the message, at the latest after kIpcSendTimeout. onSend
+// follows on the library's thread.
 LUMSAR_EXPORT int VDI_IpcClientSendData(void* client, const unsigned char* data, int length) {
   if (data == nullptr || length <= 0) return lumsar::IPC_ERROR_PARAMETER;
   return withClient(client, [=](IpcClient& c) {
@@ -75,7 +72,7 @@ LUMSAR_EXPORT int VDI_IpcClientSendData(void* client, const unsigned char* data,
   });
 }
 
-// Waits for the reply, at most kIpcCallLimit. A reply that does not fit leaves `reply` untouched
+// Waits for the reply, at most kIpcCallTimeout. A reply that does not fit leaves `reply` untouched
 // and its size in `*replyLength`. Refused inside a callback of the same client.
 LUMSAR_EXPORT int VDI_IpcClientSyncCall(void* client, const unsigned char* request,
                                         unsigned int requestLength, unsigned char* reply,

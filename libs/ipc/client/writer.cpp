@@ -1,5 +1,4 @@
-// Writer: see writer.h. Called on any of the client's threads, by Connection.
-// A turn, not a lock held while sending: a waiting thread can then give up in time.
+// A turn, not a lock held while sending: a thread that waits for it can then give up in time.
 #include "ipc/client/writer.h"
 
 #include <poll.h>
@@ -9,6 +8,7 @@
 #include <array>
 #include <cerrno>
 
+#include "base/deadline.h"
 #include "lumsar/ipc_transport.h"
 
 namespace lumsar::ipc {
@@ -21,11 +21,11 @@ iovec view(std::span<const unsigned char> bytes) {
 }
 
 // False when the deadline passes before the socket takes data again.
-bool awaitRoom(int socket, Clock::time_point deadline) {
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-  if (left.count() <= 0) return false;
-  pollfd room = {socket, POLLOUT, 0};
-  const int ready = ::poll(&room, 1, static_cast<int>(left.count()));
+bool awaitCapacity(int socket, Clock::time_point deadline) {
+  const int left = base::pollTimeout(deadline);
+  if (left == 0) return false;
+  pollfd writable = {socket, POLLOUT, 0};
+  const int ready = ::poll(&writable, 1, left);
   return ready > 0 || (ready < 0 && errno == EINTR);
 }
 
@@ -52,7 +52,7 @@ Writer::Result writeAll(int socket, std::array<iovec, 2> parts, Clock::time_poin
     }
     if (errno == EINTR) continue;
     if (errno != EAGAIN && errno != ENOBUFS) return {IPC_ERROR_SERVICE_GONE, done > 0};
-    if (!awaitRoom(socket, deadline)) return {IPC_ERROR_SEND_TIMEOUT, done > 0};
+    if (!awaitCapacity(socket, deadline)) return {IPC_ERROR_SEND_TIMEOUT, done > 0};
   }
   return {};
 }
@@ -61,8 +61,8 @@ Writer::Result writeAll(int socket, std::array<iovec, 2> parts, Clock::time_poin
 
 Writer::Result Writer::write(int socket, std::span<const unsigned char> first,
                              std::span<const unsigned char> second,
-                             std::chrono::milliseconds limit) {
-  const Clock::time_point deadline = Clock::now() + limit;
+                             std::chrono::milliseconds timeout) {
+  const Clock::time_point deadline = Clock::now() + timeout;
   {
     std::unique_lock lock(m_mutex);
     if (!m_turn.wait_until(lock, deadline, [this] { return !m_busy; })) {
@@ -77,7 +77,7 @@ Writer::Result Writer::write(int socket, std::span<const unsigned char> first,
     m_busy = false;
     if (result.broken) m_broken = result.error;
   }
-  m_turn.notify_all();  // of a broken connection all have to hear
+  m_turn.notify_all();  // all have to learn of a broken connection
   return result;
 }
 

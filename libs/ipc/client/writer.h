@@ -1,6 +1,5 @@
-// Writer: sends whole messages over one socket, one after another, each within a time limit.
-// Used by Connection; called on any of the client's threads.
-// Thread-safe: messages of several threads never interleave.
+// Writer: sends complete messages over one socket, each within a timeout. Thread-safe: messages of
+// several threads never interleave.
 #ifndef LUMSAR_IPC_CLIENT_WRITER_H
 #define LUMSAR_IPC_CLIENT_WRITER_H
 
@@ -17,12 +16,12 @@ class Writer {
  public:
   struct Result {
     int error = 0;        // 0 or an IpcError
-    bool broken = false;  // the message went out in part: the stream is of no more use
+    bool broken = false;  // the message went out in part: the stream is of no use any more
   };
 
-  // Sends `first` and `second` as one message. Waits at most `limit`, its turn included.
+  // Sends `first` and `second` as one message. The timeout includes waiting for its turn.
   Result write(int socket, std::span<const unsigned char> first,
-               std::span<const unsigned char> second, std::chrono::milliseconds limit);
+               std::span<const unsigned char> second, std::chrono::milliseconds timeout);
 
  private:
   std::mutex m_mutex;

@@ -1,4 +1,3 @@
-// MessageStream: see message_stream.h. Runs on the io_context's thread.
 // Each pending operation holds a reference to the stream, so it lives until the last one is over.
 #include "ipc/server/message_stream.h"
 
@@ -15,15 +14,17 @@ namespace {
 std::string reason(const asio::error_code& error) {
   if (error == asio::error::eof || error == asio::error::connection_reset ||
       error == asio::error::broken_pipe) {
-    return "the other side closed the connection";
+    return "the peer closed the connection";
   }
   return error.message();
 }
 
 }  // namespace
 
-MessageStream::MessageStream(Socket socket, QueueLimits limits)
-    : m_socket(std::move(socket)), m_queue(limits) {
+MessageStream::MessageStream(Socket socket, protocol::QueueLimits limits)
+    : m_socket(std::move(socket)), m_queue(limits, [](Outgoing& dropped) {
+        if (dropped.onDrop) dropped.onDrop();
+      }) {
   m_socket.native_non_blocking(true);
 }
 
@@ -51,35 +52,37 @@ void MessageStream::onRead(std::size_t size) {
     m_handlers.onMessage(message);
   }
   if (!open()) return;
-  switch (m_assembler.fault()) {
-    case MessageAssembler::Fault::Magic:
-      return end("it sent bytes that begin no message");
-    case MessageAssembler::Fault::TooLong:
-      return end("it announced a message above the limit of " + std::to_string(kMaxPayload) +
-                 " bytes");
-    case MessageAssembler::Fault::None:
-      read();
-  }
+  const auto fault = m_assembler.fault();
+  if (fault != MessageAssembler::Fault::None) return end(std::string("it ") + faultText(fault));
+  read();
 }
 
 void MessageStream::send(Outgoing outgoing) {
   if (!open() || m_closing) return;
-  if (!m_queue.push(std::move(outgoing))) {
+  if (!enqueue(std::move(outgoing))) {
     // Not from inside the sender's call: it may be going through its list of receivers.
     asio::post(m_socket.get_executor(), [self = shared_from_this()] {
-      if (self->open()) self->end("it takes no data: too many messages wait for it");
+      if (self->open()) self->end("it has stopped reading: too many messages wait for it");
     });
     return;
   }
   if (!m_inFlight) write();
 }
 
+bool MessageStream::enqueue(Outgoing outgoing) {
+  const std::size_t size = outgoing.message.size();
+  if (!outgoing.frame) return m_queue.pushControl(std::move(outgoing), size);
+  m_queue.pushFrame(std::move(outgoing), size);
+  return true;
+}
+
 void MessageStream::write() {
-  m_inFlight = m_queue.pop();
-  if (!m_inFlight) {
+  auto next = m_queue.pop();
+  if (!next) {
     if (m_closing) close();
     return;
   }
+  m_inFlight = std::move(next->entry);
   if (m_inFlight->onLeave) m_inFlight->onLeave(m_inFlight->message);
   const auto bytes = m_inFlight->message.bytes();
   asio::async_write(m_socket, asio::buffer(bytes.data(), bytes.size()),
@@ -112,7 +115,7 @@ void MessageStream::end(const std::string& why) {
 MessageStream::Counters MessageStream::counters() const {
   Counters counters = m_counters;
   counters.framesDropped = m_queue.dropped();
-  counters.bytesQueued = m_queue.bytes() + (m_inFlight ? m_inFlight->message.bytes().size() : 0);
+  counters.bytesQueued = m_queue.bytes() + (m_inFlight ? m_inFlight->message.size() : 0);
   return counters;
 }
 

@@ -1,6 +1,6 @@
-// MessageStream: whole messages over one connected socket, both ways, with a bounded queue. Under
-// each client of IpcServer and under the service's direct connections to VMs. Everything happens
-// on the io_context's one thread; handlers are called there.
+// MessageStream: complete messages over one connected socket, both ways, with a bounded queue.
+// Under each client of IpcServer and under the service's own connections to VMs. Bound to the
+// thread that runs the io_context, which calls the handlers.
 #ifndef LUMSAR_IPC_SERVER_MESSAGE_STREAM_H
 #define LUMSAR_IPC_SERVER_MESSAGE_STREAM_H
 
@@ -11,17 +11,31 @@
 #include <span>
 #include <string>
 
-#include "ipc/server/outgoing.h"
 #include "lumsar/assembler.h"
+#include "protocol/frame_queue.h"
+#include "protocol/message.h"
 
 namespace lumsar::ipc {
+
+// A frame may be dropped while it waits; control messages never are.
+struct Outgoing {
+  protocol::Message message;
+  bool frame = false;
+  std::function<void(protocol::Message&)> onLeave = {};  // just before it is written to the socket
+  std::function<void()> onDrop = {};
+};
+
+// More frames than these would only be old ones. A receiver that leaves more control messages than
+// these waiting is disconnected.
+inline constexpr protocol::QueueLimits kStreamLimits{
+    .frames = 4, .frameBytes = 16U << 20U, .controlBytes = 1U << 20U};
 
 class MessageStream : public std::enable_shared_from_this<MessageStream> {
  public:
   using Socket = asio::generic::stream_protocol::socket;
   struct Handlers {
     std::function<void(std::span<unsigned char> message)> onMessage;
-    // The stream is at its end, by fault or by the other side; never after close().
+    // An error ended the stream, or the peer did; never after close().
     std::function<void(const std::string& why)> onEnd;
   };
   struct Counters {
@@ -31,7 +45,7 @@ class MessageStream : public std::enable_shared_from_this<MessageStream> {
     std::size_t bytesQueued = 0;
   };
 
-  explicit MessageStream(Socket socket, QueueLimits limits = {});
+  explicit MessageStream(Socket socket, protocol::QueueLimits limits = kStreamLimits);
 
   void start(Handlers handlers);
   void send(Outgoing outgoing);
@@ -43,6 +57,7 @@ class MessageStream : public std::enable_shared_from_this<MessageStream> {
   Counters counters() const;
 
  private:
+  bool enqueue(Outgoing outgoing);
   void read();
   void onRead(std::size_t size);
   void write();
@@ -51,7 +66,7 @@ class MessageStream : public std::enable_shared_from_this<MessageStream> {
   Socket m_socket;
   Handlers m_handlers;
   MessageAssembler m_assembler;
-  OutQueue m_queue;
+  protocol::FrameQueue<Outgoing> m_queue;
   std::optional<Outgoing> m_inFlight;
   bool m_closing = false;
   Counters m_counters;

@@ -1,5 +1,4 @@
-// IpcServer: see server.h. Runs on the io_context's thread.
-// A stranger's fault ends that stranger's connection, with a line for the log, and nothing else.
+// A client's error ends that client's connection, with a line for the log, and nothing else.
 #include "ipc/server/server.h"
 
 #include <fcntl.h>
@@ -20,24 +19,24 @@ using Local = asio::local::stream_protocol;
 
 struct IpcServer::Session {
   Session(asio::io_context& io, ClientId number, std::shared_ptr<MessageStream> messages)
-      : id(number), stream(std::move(messages)), introductionLimit(io) {}
+      : id(number), stream(std::move(messages)), connectTimer(io) {}
   ~Session() { stream->close(); }
 
   const ClientId id;
   const std::shared_ptr<MessageStream> stream;
-  asio::steady_timer introductionLimit;
-  bool introduced = false;
+  asio::steady_timer connectTimer;
+  bool accepted = false;
 };
 
-IpcServer::IpcServer(asio::io_context& io, Listener listener, IpcServerEvents& events,
+IpcServer::IpcServer(asio::io_context& io, base::SocketListener listener, IpcServerEvents& events,
                      ServerLimits limits)
     : m_io(io),
       m_listener(std::move(listener)),
       m_acceptor(io),
-      m_acceptPause(io),
+      m_acceptRetry(io),
       m_events(events),
       m_limits(limits) {
-  // A duplicate: the listener keeps its own and with it the care for the file.
+  // A duplicate: the listener keeps its own and with it the ownership of the file.
   m_acceptor.assign(Local(), ::fcntl(m_listener.get(), F_DUPFD_CLOEXEC, 0));
   m_acceptor.native_non_blocking(true);
   accept();
@@ -52,16 +51,16 @@ void IpcServer::accept() {
   m_acceptor.async_accept([this](asio::error_code error, Local::socket socket) {
     if (error == asio::error::operation_aborted) return;
     if (!error) {
-      m_saidNoAccept = false;
+      m_loggedNoAccept = false;
       admit(std::move(socket));
       return accept();
     }
     // Out of descriptors: trying again at once would only spin.
-    if (!std::exchange(m_saidNoAccept, true)) {
+    if (!std::exchange(m_loggedNoAccept, true)) {
       m_events.onWarning("cannot accept a client: " + error.message() + "; trying again");
     }
-    m_acceptPause.expires_after(std::chrono::milliseconds(100));
-    m_acceptPause.async_wait([this](asio::error_code stopped) {
+    m_acceptRetry.expires_after(std::chrono::milliseconds(100));
+    m_acceptRetry.async_wait([this](asio::error_code stopped) {
       if (!stopped) accept();
     });
   });
@@ -77,9 +76,9 @@ void IpcServer::admit(Local::socket socket) {
   auto session = std::make_unique<Session>(m_io, ++m_lastId, std::move(stream));
   Session& newcomer = *session;
   m_sessions[newcomer.id] = std::move(session);
-  newcomer.introductionLimit.expires_after(m_limits.introduction);
-  newcomer.introductionLimit.async_wait([this, id = newcomer.id](asio::error_code stopped) {
-    if (!stopped) onSessionEnd(id, "it did not introduce itself in time");
+  newcomer.connectTimer.expires_after(m_limits.connectTimeout);
+  newcomer.connectTimer.async_wait([this, id = newcomer.id](asio::error_code stopped) {
+    if (!stopped) onSessionEnd(id, "it did not send a connect request in time");
   });
   newcomer.stream->start(
       {[this, &newcomer](std::span<unsigned char> message) { onSessionMessage(newcomer, message); },
@@ -87,28 +86,28 @@ void IpcServer::admit(Local::socket socket) {
 }
 
 void IpcServer::refuse(MessageStream& stream, int error, const std::string& why) {
-  m_events.onWarning("a client was turned away: " + why);
-  stream.send({Message(IPC_MSG_WELCOME, 0, static_cast<std::uint32_t>(error))});
+  m_events.onWarning("a client was refused: " + why);
+  stream.send({protocol::Message(IPC_MSG_CONNECT_ACCEPT, 0, static_cast<std::uint32_t>(error))});
   stream.closeAfterSending();
 }
 
 void IpcServer::onSessionMessage(Session& session, std::span<unsigned char> message) {
-  if (!session.introduced) return onIntroduction(session, message);
+  if (!session.accepted) return onConnectRequest(session, message);
   m_events.onMessage(session.id, message);
 }
 
-void IpcServer::onIntroduction(Session& session, std::span<unsigned char> message) {
-  if (readHeader(message.data()).type != IPC_MSG_INTRODUCTION) {
-    return onSessionEnd(session.id, "its first message was no introduction");
+void IpcServer::onConnectRequest(Session& session, std::span<unsigned char> message) {
+  if (readHeader(message.data()).type != IPC_MSG_CONNECT_REQUEST) {
+    return onSessionEnd(session.id, "its first message was not a connect request");
   }
   const auto name = message.subspan(kHeaderSize);
   if (name.size() > kLongestName) {
     return onSessionEnd(session.id,
                         "its name is longer than " + std::to_string(kLongestName) + " bytes");
   }
-  session.introductionLimit.cancel();
-  session.introduced = true;
-  session.stream->send({Message(IPC_MSG_WELCOME, 0)});
+  session.connectTimer.cancel();
+  session.accepted = true;
+  session.stream->send({protocol::Message(IPC_MSG_CONNECT_ACCEPT)});
   m_events.onClient(session.id, std::string(name.begin(), name.end()));
 }
 
@@ -124,8 +123,8 @@ void IpcServer::onSessionEnd(ClientId id, const std::string& why) {
   const auto session = takeOut(id);
   if (!session) return;
   session->stream->close();
-  if (session->introduced) return m_events.onClientGone(id, why);
-  m_events.onWarning("a client that had not introduced itself was dropped: " + why);
+  if (session->accepted) return m_events.onClientGone(id, why);
+  m_events.onWarning("a client was disconnected before it was accepted: " + why);
 }
 
 void IpcServer::send(ClientId client, Outgoing outgoing) {
@@ -133,7 +132,7 @@ void IpcServer::send(ClientId client, Outgoing outgoing) {
   if (found != m_sessions.end()) found->second->stream->send(std::move(outgoing));
 }
 
-void IpcServer::reply(ClientId client, const RedirMsgHeader& request, Message message) {
+void IpcServer::reply(ClientId client, const RedirMsgHeader& request, protocol::Message message) {
   RedirMsgHeader header = message.header();
   setCallNumber(header, callNumber(request));
   message.setHeader(header);

@@ -1,11 +1,9 @@
-// IpcServer: the service's side of the transport. Accepts clients of the same user, takes their
-// introduction, carries whole messages both ways and keeps a bounded queue for each.
+// IpcServer: the service's side of the transport. Accepts clients of the same user, waits for their
+// connect request and carries complete messages both ways.
 //
-//   Listener --accept--> Session (user check, introduction) --> IpcServerEvents
-//                           |  MessageStream, OutQueue
+//   SocketListener --> Session (user check, connect request, MessageStream) --> IpcServerEvents
 //
-// Everything runs on the io_context's one thread; the events are called there and may call any
-// member of the server.
+// Bound to the thread that runs the io_context; the events may call any member of the server.
 #ifndef LUMSAR_IPC_SERVER_SERVER_H
 #define LUMSAR_IPC_SERVER_SERVER_H
 
@@ -19,7 +17,7 @@
 #include <span>
 #include <string>
 
-#include "ipc/server/listener.h"
+#include "base/socket_listener.h"
 #include "ipc/server/message_stream.h"
 
 namespace lumsar::ipc {
@@ -33,31 +31,31 @@ class IpcServerEvents {
   // `message` is valid during the call only.
   virtual void onMessage(ClientId client, std::span<unsigned char> message) = 0;
   virtual void onClientGone(ClientId client, const std::string& why) = 0;
-  // Something that the log should say: who was turned away, and why.
+  // For the log: who was refused, and why.
   virtual void onWarning(const std::string& text) = 0;
 };
 
 struct ServerLimits {
   std::size_t clients = 64;
-  std::chrono::milliseconds introduction{5000};  // for the first message of a newcomer
-  QueueLimits queue = {};
+  std::chrono::milliseconds connectTimeout{5000};  // for a newcomer's connect request
+  protocol::QueueLimits queue = kStreamLimits;
 };
 
 class IpcServer {
  public:
-  IpcServer(asio::io_context& io, Listener listener, IpcServerEvents& events,
+  IpcServer(asio::io_context& io, base::SocketListener listener, IpcServerEvents& events,
             ServerLimits limits = {});
   ~IpcServer();
   IpcServer(const IpcServer&) = delete;
   IpcServer& operator=(const IpcServer&) = delete;
 
-  // Messages to a client that is gone are dropped.
+  // Messages to a client that has left are dropped.
   void send(ClientId client, Outgoing outgoing);
   // Answers the synchronous call `request`.
-  void reply(ClientId client, const RedirMsgHeader& request, Message message);
+  void reply(ClientId client, const RedirMsgHeader& request, protocol::Message message);
   void disconnect(ClientId client, const std::string& why);
   MessageStream::Counters counters(ClientId client) const;
-  const std::string& path() const { return m_listener.path(); }
+  const std::string& path() const { return m_listener.name(); }
 
  private:
   struct Session;
@@ -65,16 +63,16 @@ class IpcServer {
   void accept();
   void admit(asio::local::stream_protocol::socket socket);
   void onSessionMessage(Session& session, std::span<unsigned char> message);
-  void onIntroduction(Session& session, std::span<unsigned char> message);
+  void onConnectRequest(Session& session, std::span<unsigned char> message);
   void onSessionEnd(ClientId id, const std::string& why);
   void refuse(MessageStream& stream, int error, const std::string& why);
   std::unique_ptr<Session> takeOut(ClientId id);
 
   asio::io_context& m_io;
-  Listener m_listener;
+  base::SocketListener m_listener;
   asio::local::stream_protocol::acceptor m_acceptor;
-  asio::steady_timer m_acceptPause;
-  bool m_saidNoAccept = false;
+  asio::steady_timer m_acceptRetry;
+  bool m_loggedNoAccept = false;
   IpcServerEvents& m_events;
   const ServerLimits m_limits;
   std::map<ClientId, std::unique_ptr<Session>> m_sessions;

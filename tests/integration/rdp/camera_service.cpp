@@ -53,7 +53,7 @@ void CameraService::run() {
       const std::lock_guard lock(m_mutex);
       m_directory = std::filesystem::current_path();
       m_peer = std::move(peer);
-      m_peer.send(message(IPC_MSG_WELCOME));
+      m_peer.send(message(IPC_MSG_CONNECT_ACCEPT));
     }
     serve();
     const std::lock_guard lock(m_mutex);

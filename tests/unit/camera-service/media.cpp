@@ -3,7 +3,7 @@
 
 #include <stdexcept>
 
-#include "app/log.h"
+#include "base/format.h"
 #include "capture/gst_ptr.h"
 
 namespace lumsar::test {
@@ -28,15 +28,16 @@ void runPipeline(const std::string& description, const std::string& path) {
 }  // namespace
 
 void makePicture(const std::string& path, int width, int height) {
-  runPipeline(service::joined("videotestsrc num-buffers=1 ! video/x-raw,width=", width,
-                              ",height=", height, " ! jpegenc"),
+  runPipeline(base::text("videotestsrc num-buffers=1 ! video/x-raw,width={},height={} ! jpegenc",
+                         width, height),
               path);
 }
 
 void makeMovie(const std::string& path, int width, int height, int frames) {
-  runPipeline(service::joined("videotestsrc pattern=ball num-buffers=", frames,
-                              " ! video/x-raw,format=I420,framerate=30/1,width=", width,
-                              ",height=", height, " ! jpegenc ! avimux"),
+  runPipeline(base::text("videotestsrc pattern=ball num-buffers={} ! "
+                         "video/x-raw,format=I420,framerate=30/1,width={},height={} ! "
+                         "jpegenc ! avimux",
+                         frames, width, height),
               path);
 }
 

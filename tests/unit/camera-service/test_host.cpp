@@ -3,11 +3,10 @@
 
 #include <algorithm>
 
-#include "session/json.h"
+#include "base/bytes.h"
+#include "json/json.h"
 
 namespace lumsar::test {
-
-using service::asText;
 
 Record parseRecord(std::span<const unsigned char> payload) {
   Record record;
@@ -25,7 +24,7 @@ Record parseRecord(std::span<const unsigned char> payload) {
     record.frame = take<CameraFrame>(payload).value_or(CameraFrame{});
     record.picture.assign(payload.begin(), payload.end());
   } else {
-    record.text = asText(payload);
+    record.text = base::textOf(payload);
   }
   return record;
 }
@@ -89,7 +88,7 @@ TestHost::TestHost(const std::string& channel, const std::string& vmId)
     if (type == IPC_MSG_DATA) records.add(payload);
     if (type != IPC_MSG_DEVICE_CHANGE) return;
     const std::lock_guard lock(m_mutex);
-    m_changes.push_back(service::readJsonObject(asText(payload)).object);
+    m_changes.push_back(json::readObject(base::textOf(payload)).object);
   };
   m_client = std::make_unique<ipc::IpcClient>(recorder.params());
   EXPECT_EQ(m_client->connect(channel.c_str()), 0);
@@ -100,17 +99,17 @@ void TestHost::send(std::uint32_t type, const std::string& text) {
 }
 
 void TestHost::command(std::uint32_t type, QJsonObject object) {
-  object["vmId"] = service::qt(m_vmId);
-  send(type, service::compactJson(object));
+  object["vmId"] = json::qt(m_vmId);
+  send(type, json::compact(object));
 }
 
 void TestHost::policy(QJsonObject rule) {
   const QJsonObject document = {{"command", "setpolicy"},
                                 {"policy", QJsonArray{rule}},
                                 {"version", "1.1"},
-                                {"vm_id", service::qt(m_vmId)},
+                                {"vm_id", json::qt(m_vmId)},
                                 {"rdrName", "lumsar"}};
-  send(IPC_MSG_POLICY, service::compactJson(document) + std::string(1, '\0'));
+  send(IPC_MSG_POLICY, json::compact(document) + std::string(1, '\0'));
 }
 
 void TestHost::fromVm(CameraDataKind kind, std::uint32_t camera,
@@ -124,8 +123,8 @@ QJsonObject TestHost::call(std::uint32_t type) {
   auto size = static_cast<unsigned int>(reply.size());
   EXPECT_EQ(m_client->call(message(type), reply.data(), &size), 0);
   EXPECT_EQ(readHeader(reply.data()).param, 0U);
-  const auto text = asText(std::span(reply).first(size).subspan(kHeaderSize));
-  const service::JsonReading json = service::readJsonObject(text);
+  const auto text = base::textOf(std::span(reply).first(size).subspan(kHeaderSize));
+  const json::Reading json = json::readObject(text);
   EXPECT_EQ(json.error, "");
   return json.object;
 }
@@ -139,7 +138,7 @@ QJsonObject TestHost::status() {
 
 QJsonObject TestHost::camera(const QJsonObject& report, const std::string& id) {
   for (const QJsonValue& value : report.value("cameras").toArray()) {
-    if (value.toObject().value("id").toString() == service::qt(id)) return value.toObject();
+    if (value.toObject().value("id").toString() == json::qt(id)) return value.toObject();
   }
   return {};
 }
@@ -169,7 +168,7 @@ QJsonObject TestHost::awaitChange(const QString& change, std::size_t count) cons
 }
 
 QJsonObject TestHost::withDevice(const char* command, const std::string& device) {
-  return {{"command", command}, {"deviceId", service::qt(device)}};
+  return {{"command", command}, {"deviceId", json::qt(device)}};
 }
 
 ServiceTest::ServiceTest() {

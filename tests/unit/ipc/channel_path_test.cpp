@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/address.h"
+
 #include "lumsar/ipc_transport.h"
 
 namespace lumsar::test {
@@ -51,7 +53,8 @@ TEST(ChannelPath, ARelativeRuntimeDirectoryIsNone) {
 TEST(ChannelPath, AtMost107Bytes) {
   const std::string longest = "/" + std::string(kIpcMaxPath - 1, 'x');
   EXPECT_EQ(channelPath(longest.c_str()).error, 0);
-  EXPECT_STREQ(ipc::socketAddress(longest).sun_path, longest.c_str());
+  const base::SocketAddress address = base::toSockaddr({longest, {}, 0});
+  EXPECT_STREQ(address.get()->sa_data, longest.c_str());
   EXPECT_EQ(channelPath((longest + "x").c_str()).error, IPC_ERROR_PATH_TOO_LONG);
 }
 

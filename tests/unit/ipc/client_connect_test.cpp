@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 
+#include "base/address.h"
 #include "ipc/channel_path.h"
 #include "unit/ipc/client_fixture.h"
 
@@ -17,7 +18,7 @@ TEST_F(ClientTest, ConnectReturnsAfterTheWelcome) {
     peer.receive();
     std::this_thread::sleep_for(milliseconds(50));
     welcomed = true;
-    peer.send(message(IPC_MSG_WELCOME));
+    peer.send(message(IPC_MSG_CONNECT_ACCEPT));
     return peer;
   });
   EXPECT_EQ(client.connect(path.c_str()), 0);
@@ -30,7 +31,7 @@ TEST_F(ClientTest, ConnectReturnsAfterTheWelcome) {
 TEST_F(ClientTest, IntroducesItselfByName) {
   IpcClient client(recorder.params());
   const RawPeer peer = connect(client);
-  EXPECT_EQ(readHeader(service.request.data()).type, IPC_MSG_INTRODUCTION);
+  EXPECT_EQ(readHeader(service.request.data()).type, IPC_MSG_CONNECT_REQUEST);
   EXPECT_EQ(textOf(payloadOf(service.request)), "vm-7");
 }
 
@@ -105,8 +106,8 @@ TEST_F(ClientTest, AFullQueueOfNewcomersIsWaitedForOnlySoLong) {
   std::vector<UniqueFd> sockets;  // which nobody accepts
   for (int i = 0; i < 64; ++i) {
     base::UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    const sockaddr_un address = ipc::socketAddress(path);
-    ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    const base::SocketAddress address = base::toSockaddr({path, {}, 0});
+    ::connect(socket.get(), address.get(), address.size);
     sockets.push_back(std::move(socket));
   }
   EXPECT_EQ(client.connect(path.c_str()), IPC_ERROR_CONNECT_TIMEOUT);

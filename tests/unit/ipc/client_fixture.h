@@ -16,11 +16,11 @@
 
 namespace lumsar::test {
 
-using ipc::ConnectionLimits;
+using ipc::ConnectionTimeouts;
 using ipc::IpcClient;
 
-inline constexpr ConnectionLimits kShort = {milliseconds(300), milliseconds(200),
-                                            milliseconds(200)};
+inline constexpr ConnectionTimeouts kShort = {milliseconds(300), milliseconds(200),
+                                              milliseconds(200)};
 
 class ClientTest : public ::testing::Test {
  protected:

@@ -83,7 +83,7 @@ TEST_F(ClientTest, TheCallbackMayWriteIntoTheMessage) {
 TEST_F(ClientTest, TheTransportsOwnTypesAreNotDelivered) {
   IpcClient client(recorder.params());
   const RawPeer peer = connect(client);
-  peer.send(message(IPC_MSG_WELCOME));
+  peer.send(message(IPC_MSG_CONNECT_ACCEPT));
   peer.send(message(kIpcOwnTypes + 77, "from a newer service"));
   peer.send(message(IPC_MSG_DATA));
   ASSERT_TRUE(recorder.awaitMessages(1));

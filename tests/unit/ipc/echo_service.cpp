@@ -19,10 +19,7 @@ class Echo : public ipc::IpcServerEvents {
   void onClient(ipc::ClientId, const std::string&) override {}
   void onMessage(ipc::ClientId client, std::span<unsigned char> bytes) override {
     const RedirMsgHeader header = readHeader(bytes.data());
-    const auto payload = bytes.subspan(kHeaderSize);
-    ipc::Message answer(header.type, std::string_view(reinterpret_cast<const char*>(payload.data()),
-                                                      payload.size()));
-    server->reply(client, header, std::move(answer));
+    server->reply(client, header, {header.type, {bytes.subspan(kHeaderSize)}});
   }
   void onClientGone(ipc::ClientId, const std::string&) override {}
   void onWarning(const std::string& text) override { std::fprintf(stderr, "%s\n", text.c_str()); }
@@ -36,7 +33,9 @@ int main(int argc, char** argv) {
   try {
     asio::io_context io(1);
     Echo echo;
-    ipc::IpcServer server(io, ipc::Listener::at(argv[1]), echo);
+    ipc::IpcServer server(
+        io, base::SocketListener::at({argv[1], {}, 0}, base::SocketListener::Directory::Make),
+        echo);
     echo.server = &server;
     std::puts("ready");
     std::fflush(stdout);

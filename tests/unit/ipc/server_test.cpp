@@ -15,14 +15,14 @@
 namespace lumsar::test {
 namespace {
 
-using ipc::Message;
+using protocol::Message;
 
 class ServerTest : public ::testing::Test {
  protected:
   RawPeer introduced(const std::string& name = "vm-7") const {
     RawPeer peer(path);
-    peer.send(message(IPC_MSG_INTRODUCTION, name));
-    EXPECT_EQ(readHeader(peer.receive().data()).type, IPC_MSG_WELCOME);
+    peer.send(message(IPC_MSG_CONNECT_REQUEST, name));
+    EXPECT_EQ(readHeader(peer.receive().data()).type, IPC_MSG_CONNECT_ACCEPT);
     return peer;
   }
   // The server still serves: a call of another client is answered.
@@ -50,7 +50,7 @@ TEST_F(ServerTest, CarriesMessagesBothWays) {
   peer.send(message(IPC_MSG_SHARE, "{}"));
   ASSERT_TRUE(server.awaitMessages(1));
   EXPECT_EQ(server.messages().front(), message(IPC_MSG_SHARE, "{}"));
-  server.send(server.awaitClient(), {Message(IPC_MSG_DEVICE_CHANGE, "news")});
+  server.send(server.awaitClient(), {textMessage(IPC_MSG_DEVICE_CHANGE, "news")});
   EXPECT_EQ(peer.receive(), message(IPC_MSG_DEVICE_CHANGE, "news"));
 }
 
@@ -58,7 +58,7 @@ TEST_F(ServerTest, AReplyCarriesTheCallsNumber) {
   TestServer server(path);
   server.duringMessage = [](ipc::IpcServer& own, ipc::ClientId client,
                             std::span<unsigned char> bytes) {
-    own.reply(client, readHeader(bytes.data()), Message(IPC_MSG_CAMERA_LIST, "list", 3));
+    own.reply(client, readHeader(bytes.data()), textMessage(IPC_MSG_CAMERA_LIST, "list", 3));
   };
   const RawPeer peer = introduced();
   peer.send(callMessage(IPC_MSG_CAMERA_LIST, {}, 0x1122334455667788));
@@ -74,7 +74,7 @@ TEST_F(ServerTest, GarbageEndsThatClientOnly) {
   stranger.send(Bytes(1000, 'g'));
   EXPECT_TRUE(stranger.ended());
   ASSERT_TRUE(server.awaitWarning());
-  EXPECT_NE(server.warnings().front().find("no message"), std::string::npos);
+  EXPECT_NE(server.warnings().front().find("not a message"), std::string::npos);
   EXPECT_TRUE(server.gone().empty()) << "a stranger is nobody's client";
   expectAlive(server);
 }
@@ -86,7 +86,7 @@ TEST_F(ServerTest, GarbageFromAKnownClientEndsIt) {
   peer.send(Bytes(100, 'g'));
   EXPECT_TRUE(peer.ended());
   ASSERT_TRUE(server.awaitGone());
-  EXPECT_NE(server.gone().front().find("no message"), std::string::npos);
+  EXPECT_NE(server.gone().front().find("not a message"), std::string::npos);
   EXPECT_EQ(server.messages().size(), 1U);
   expectAlive(server);
 }
@@ -100,7 +100,7 @@ TEST_F(ServerTest, AnOversizedMessageEndsThatClientOnly) {
   peer.send(head);
   EXPECT_TRUE(peer.ended());
   ASSERT_TRUE(server.awaitGone());
-  EXPECT_NE(server.gone().front().find("above the limit"), std::string::npos);
+  EXPECT_NE(server.gone().front().find("above the size limit"), std::string::npos);
   expectAlive(server);
 }
 
@@ -132,10 +132,10 @@ TEST_F(ServerTest, HalfAMessageAndSilenceHarmsNobody) {
 }
 
 TEST_F(ServerTest, WhoDoesNotIntroduceItselfIsDropped) {
-  TestServer server(path, {.introduction = milliseconds(100)});
+  TestServer server(path, {.connectTimeout = milliseconds(100)});
   const RawPeer silent(path);
   const RawPeer half(path);
-  const Bytes introduction = message(IPC_MSG_INTRODUCTION);
+  const Bytes introduction = message(IPC_MSG_CONNECT_REQUEST);
   half.send(std::span(introduction).first(10));
   EXPECT_TRUE(silent.ended());
   EXPECT_TRUE(half.ended());
@@ -144,7 +144,7 @@ TEST_F(ServerTest, WhoDoesNotIntroduceItselfIsDropped) {
   wrong.send(message(IPC_MSG_SHARE));
   EXPECT_TRUE(wrong.ended());
   ASSERT_TRUE(server.awaitWarning(3));
-  EXPECT_NE(server.warnings().back().find("no introduction"), std::string::npos);
+  EXPECT_NE(server.warnings().back().find("not a connect request"), std::string::npos);
   expectAlive(server);
 }
 
@@ -154,7 +154,7 @@ TEST_F(ServerTest, ANameOfAnyLengthIsNotTaken) {
   const ipc::ClientId client = server.awaitClient();
   EXPECT_EQ(server.clients().at(client), std::string(256, 'n'));
   const RawPeer stranger(path);
-  stranger.send(message(IPC_MSG_INTRODUCTION, std::string(257, 'n')));
+  stranger.send(message(IPC_MSG_CONNECT_REQUEST, std::string(257, 'n')));
   EXPECT_TRUE(stranger.ended());
   ASSERT_TRUE(server.awaitWarning());
   EXPECT_NE(server.warnings().front().find("longer than 256 bytes"), std::string::npos);
@@ -188,7 +188,7 @@ TEST_F(ServerTest, AStuckClientLosesFramesAndKeepsControlMessages) {
                            ++left;
                          },
                          [&] { ++dropped; }});
-    if (i % 10 == 0) server.send(client, {Message(IPC_MSG_DEVICE_CHANGE, "news", i)});
+    if (i % 10 == 0) server.send(client, {textMessage(IPC_MSG_DEVICE_CHANGE, "news", i)});
   }
   const auto counters = server.counters(client);
   EXPECT_EQ(counters.framesDropped, static_cast<std::uint64_t>(dropped));
@@ -221,10 +221,10 @@ TEST_F(ServerTest, AClientThatTakesNoControlMessagesIsGivenUp) {
   const RawPeer peer = introduced();
   const ipc::ClientId client = server.awaitClient();
   for (int i = 0; i < 600; ++i) {
-    server.send(client, {Message(IPC_MSG_DEVICE_CHANGE, std::string(1000, 'x'))});
+    server.send(client, {textMessage(IPC_MSG_DEVICE_CHANGE, std::string(1000, 'x'))});
   }
   ASSERT_TRUE(server.awaitGone());
-  EXPECT_NE(server.gone().front().find("takes no data"), std::string::npos);
+  EXPECT_NE(server.gone().front().find("has stopped reading"), std::string::npos);
   expectAlive(server);
 }
 
@@ -270,8 +270,8 @@ TEST_F(ServerTest, WithoutDescriptorsItWaitsAndGoesOn) {
   EXPECT_TRUE(server.awaitMessages(1)) << "those who are connected are served";
   hoard.clear();
   ::setrlimit(RLIMIT_NOFILE, &before);
-  waiting.send(message(IPC_MSG_INTRODUCTION, "late"));
-  EXPECT_EQ(readHeader(waiting.receive().data()).type, IPC_MSG_WELCOME);
+  waiting.send(message(IPC_MSG_CONNECT_REQUEST, "late"));
+  EXPECT_EQ(readHeader(waiting.receive().data()).type, IPC_MSG_CONNECT_ACCEPT);
 }
 
 }  // namespace

@@ -17,11 +17,17 @@
 
 namespace lumsar::test {
 
+inline protocol::Message textMessage(std::uint32_t type, std::string_view text,
+                                     std::uint32_t param = 0) {
+  return {type, {base::bytesOf(text)}, param};
+}
+
 class TestServer : private ipc::IpcServerEvents {
  public:
   explicit TestServer(const std::string& path, ipc::ServerLimits limits = {})
-      : TestServer(ipc::Listener::at(path), limits) {}
-  explicit TestServer(ipc::Listener listener, ipc::ServerLimits limits = {})
+      : TestServer(base::SocketListener::at({path, {}, 0}, base::SocketListener::Directory::Make),
+                   limits) {}
+  explicit TestServer(base::SocketListener listener, ipc::ServerLimits limits = {})
       : m_work(asio::make_work_guard(m_io)) {
     m_server.emplace(m_io, std::move(listener), static_cast<ipc::IpcServerEvents&>(*this), limits);
     m_thread = std::thread([this] { m_io.run(); });

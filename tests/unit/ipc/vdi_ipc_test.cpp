@@ -206,7 +206,7 @@ TEST_F(OtherUserTest, AClientOfAnotherUserIsTurnedAway) {
   if (child == 0) {
     if (::setuid(kNobody) != 0) ::_exit(99);
     const RawPeer peer(path);
-    peer.send(message(IPC_MSG_INTRODUCTION, "intruder"));
+    peer.send(message(IPC_MSG_CONNECT_REQUEST, "intruder"));
     const Bytes answer = peer.receive();
     const bool refused = answer.size() == kHeaderSize &&
                          readHeader(answer.data()).param == std::uint32_t{IPC_ERROR_OTHER_USER};

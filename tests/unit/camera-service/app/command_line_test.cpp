@@ -2,7 +2,8 @@
 // own.
 #include <sys/resource.h>
 
-#include "session/json.h"
+#include "base/version.h"
+#include "json/json.h"
 #include "support/process.h"
 #include "support/raw_peer.h"
 #include "support/temporary_directory.h"
@@ -29,7 +30,8 @@ TEST_F(CommandLineTest, HelpAndVersion) {
   const Outcome help = run({"--help"});
   EXPECT_EQ(help.code, 0);
   EXPECT_NE(help.output.find("--camera"), std::string::npos);
-  EXPECT_EQ(run({"--version"}).output, "lumsar-camera-service " LUMSAR_VERSION "\n");
+  EXPECT_EQ(run({"--version"}).output,
+            std::string("lumsar-camera-service ") + base::kVersion + "\n");
 }
 
 TEST_F(CommandLineTest, WrongUsageIsExitCode2) {
@@ -111,14 +113,14 @@ TEST_F(CommandLineTest, StatusForPeopleAndPrograms) {
   host->records.await(CameraDataKind::Frame, 5);
   const Outcome people = run({"--status", "--ipc-channel", channel});
   EXPECT_EQ(people.code, 0);
-  for (const char* part : {"test:A", "320x240", "vm-7", "watched yes", "encode"}) {
+  for (const char* part : {"test:A", "320x240", "vm-7", "started yes", "encoding"}) {
     EXPECT_NE(people.output.find(part), std::string::npos) << people.output;
   }
   const Outcome program = run({"--status", "--json", "--ipc-channel", channel});
   EXPECT_EQ(program.code, 0);
   std::string text = program.output;
   text.erase(text.find_last_not_of('\n') + 1);
-  const service::JsonReading json = service::readJsonObject(text);
+  const json::Reading json = json::readObject(text);
   ASSERT_EQ(json.error, "");
   const QJsonObject camera = TestHost::camera(json.object, "test:A");
   EXPECT_TRUE(camera.value("running").toBool());
@@ -137,7 +139,7 @@ TEST_F(CommandLineTest, StatusForPeopleAndPrograms) {
     found = true;
   }
   EXPECT_TRUE(found);
-  EXPECT_EQ(json.object.value("hosts").toArray().size(), 1) << "who asks is no host";
+  EXPECT_EQ(json.object.value("hosts").toArray().size(), 1) << "who asks is not a host";
   EXPECT_EQ(log().find("--status"), std::string::npos) << log();
 }
 
@@ -156,13 +158,13 @@ TEST_F(CommandLineTest, StrangersDoNotDisturbIt) {
   EXPECT_TRUE(garbage.ended());
   const RawPeer silent(channel);
   const RawPeer half(channel);
-  half.send(message(IPC_MSG_INTRODUCTION, "half"));
+  half.send(message(IPC_MSG_CONNECT_REQUEST, "half"));
   Bytes begun = message(IPC_MSG_DATA, "payload");
   begun.pop_back();
   half.send(begun);
   const std::size_t frames = host->records.count(CameraDataKind::Frame);
   host->records.await(CameraDataKind::Frame, frames + 5);
-  EXPECT_TRUE(m_service->says("begin no message"));
+  EXPECT_TRUE(m_service->says("not a message"));
 }
 
 }  // namespace

@@ -3,9 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
-#include <stdexcept>
-
+#include "base/errors.h"
+#include "base/version.h"
 #include "sources/synthetic.h"
 #include "support/temporary_directory.h"
 
@@ -14,54 +13,57 @@ namespace {
 
 using service::Options;
 
-Options read(const QStringList& arguments) {
-  static int argc = 1;
-  static char name[] = "lumsar-camera-service";
-  static char* argv[] = {name, nullptr};
-  static const QCoreApplication application(argc, argv);
+std::optional<Options> parse(std::vector<const char*> arguments) {
   ::setenv("XDG_RUNTIME_DIR", "/tmp", 1);
-  return service::readOptions(QStringList{"lumsar-camera-service"} + arguments);
+  arguments.insert(arguments.begin(), "lumsar-camera-service");
+  return service::parseOptions(static_cast<int>(arguments.size()), arguments.data());
 }
 
-std::string errorOf(const QStringList& arguments) {
+std::string printed(const char* argument) {
+  ::testing::internal::CaptureStdout();
+  EXPECT_FALSE(parse({argument}));
+  return ::testing::internal::GetCapturedStdout();
+}
+
+std::string errorOf(const std::vector<const char*>& arguments) {
   try {
-    read(arguments);
-  } catch (const std::invalid_argument& error) {
+    parse(arguments);
+  } catch (const base::UsageError& error) {
     return error.what();
   }
   return {};
 }
 
 TEST(OptionsTest, Defaults) {
-  const Options options = read({});
-  EXPECT_EQ(options.action, Options::Action::Serve);
+  const Options options = *parse({});
+  EXPECT_FALSE(options.status);
   EXPECT_EQ(options.channel, "lumsar");
   EXPECT_FALSE(options.verbose);
   EXPECT_TRUE(options.synthetic.empty());
 }
 
 TEST(OptionsTest, HelpAndVersionArePrinted) {
-  const Options help = read({"--help"});
-  EXPECT_EQ(help.action, Options::Action::PrintAndExit);
+  const std::string help = printed("--help");
   for (const char* option : {"--ipc-channel", "--camera", "--watch", "--allow", "--deny",
                              "--status", "--json", "--verbose", "--version"}) {
-    EXPECT_NE(help.text.find(option), std::string::npos) << option;
+    EXPECT_NE(help.find(option), std::string::npos) << option;
   }
-  EXPECT_EQ(read({"--version"}).text, "lumsar-camera-service " LUMSAR_VERSION "\n");
+  EXPECT_EQ(printed("--version"), std::string("lumsar-camera-service ") + base::kVersion + "\n");
 }
 
-TEST(OptionsTest, CamerasAndFolders) {
+TEST(OptionsTest, CamerasAndDirectories) {
   const TemporaryDirectory dir;
   std::ofstream(dir / "p.jpg") << "x";
+  const std::string file = "file:" + (dir / "p.jpg");
+  const std::string directory = dir.path();
   const Options options =
-      read({"--camera", "test:Front,640x480@15", "--camera",
-            QString::fromStdString("file:" + (dir / "p.jpg")), "--watch",
-            QString::fromStdString(dir.path()), "--status", "--json", "--ipc-channel", "other"});
+      *parse({"--camera", "test:Front,640x480@15", "--camera", file.c_str(), "--watch",
+              directory.c_str(), "--status", "--json", "--ipc-channel", "other"});
   ASSERT_EQ(options.synthetic.size(), 1U);
   EXPECT_EQ(options.synthetic.front().id, "test:Front");
   EXPECT_EQ(options.files, std::vector<std::string>{dir / "p.jpg"});
-  EXPECT_EQ(options.folders, std::vector<std::string>{dir.path()});
-  EXPECT_EQ(options.action, Options::Action::Status);
+  EXPECT_EQ(options.directories, std::vector<std::string>{dir.path()});
+  EXPECT_TRUE(options.status);
   EXPECT_TRUE(options.json);
   EXPECT_EQ(options.channel, "other");
 }
@@ -73,7 +75,8 @@ TEST(OptionsTest, MistakesAreSaid) {
   EXPECT_NE(errorOf({"--camera", "test:"}).find("name"), std::string::npos);
   EXPECT_NE(errorOf({"--camera", "file:/no/such/file"}).find("no readable file"),
             std::string::npos);
-  EXPECT_NE(errorOf({"--watch", "/no/such/folder"}).find("no readable folder"), std::string::npos);
+  EXPECT_NE(errorOf({"--watch", "/no/such/directory"}).find("no readable directory"),
+            std::string::npos);
   EXPECT_NE(errorOf({"--deny", ""}).find("CAMERA"), std::string::npos);
   EXPECT_NE(errorOf({"--ipc-channel", "a/b"}).find("cannot be used"), std::string::npos);
 }

@@ -9,8 +9,8 @@
 #include "capture/encoder.h"
 #include "lumsar/camera_data.h"
 #include "sources/file_probe.h"
-#include "sources/source_bin.h"
 #include "sources/synthetic.h"
+#include "sources/virtual_cameras.h"
 #include "support/eventually.h"
 #include "support/messages.h"
 #include "support/temporary_directory.h"
@@ -21,7 +21,7 @@ namespace {
 
 using namespace service;
 
-struct Reader : FrameReader {
+struct Reader : FrameConsumer {
   CaptureRequest wanted;
   int frames = 0;
   std::size_t bytes = 0;
@@ -32,8 +32,8 @@ struct Reader : FrameReader {
   CaptureRequest request() const override { return wanted; }
   bool onFrame(const CapturedFrame& frame) override {
     ++frames;
-    bytes = frame.picture.size();
-    size = jpegSize(frame.picture);
+    bytes = frame.data.size();
+    size = jpegSize(frame.data);
     age = static_cast<std::int64_t>(cameraClock() - frame.time);
     return takesMore;
   }
@@ -182,7 +182,7 @@ TEST_F(CaptureTest, AReaderThatTakesNoMoreIsRemoved) {
   camera.add(other);
   ASSERT_TRUE(await([&] { return one.frames > 0; }));
   one.takesMore = false;
-  ASSERT_TRUE(await([&] { return camera.readers() == 1; }));
+  ASSERT_TRUE(await([&] { return camera.consumers() == 1; }));
   const int frames = other.frames;
   EXPECT_TRUE(await([&] { return other.frames > frames; }));
   other.takesMore = false;
@@ -269,9 +269,9 @@ TEST_F(CaptureTest, TroubleEndsWithTheLastReader) {
   CameraStream& camera = stream({"x", "x", {"I420", 64, 64, 30, 1}, [] { return nullptr; }});
   Reader reader;
   camera.add(reader);
-  EXPECT_NE(camera.trouble(), "");
+  EXPECT_NE(camera.error(), "");
   camera.remove(reader);
-  EXPECT_EQ(camera.trouble(), "") << "nobody tries again";
+  EXPECT_EQ(camera.error(), "") << "nothing is retried";
 }
 
 TEST_F(CaptureTest, ACameraThatFailsIsTriedAgain) {
@@ -287,7 +287,7 @@ TEST_F(CaptureTest, ACameraThatFailsIsTriedAgain) {
   ASSERT_TRUE(await([&] { return !troubles.empty(); }));
   EXPECT_FALSE(camera.running());
   std::filesystem::rename(dir / "away", path);
-  EXPECT_TRUE(await([&] { return reader.frames > 0; })) << "after the first pause of a second";
+  EXPECT_TRUE(await([&] { return reader.frames > 0; })) << "after the first back-off of a second";
   EXPECT_EQ(troubles.size(), 1U) << "told once";
 }
 
@@ -343,6 +343,24 @@ TEST_F(CaptureTest, ACameraWithoutSourceIsTrouble) {
   camera.remove(reader);
 }
 
+TEST_F(CaptureTest, ACameraThatKeepsFailingIsToldOnceAndRetriedLessOften) {
+  int attempts = 0;
+  const auto makeNoSource = [&]() -> GstElement* {
+    ++attempts;
+    return nullptr;
+  };
+  CameraStream& camera = stream({"x", "x", {"I420", 64, 64, 30, 1}, makeNoSource});
+  Reader reader;
+  camera.add(reader);
+  EXPECT_EQ(attempts, 1);
+  runFor(milliseconds(1300));
+  EXPECT_EQ(attempts, 2);
+  runFor(milliseconds(1300));
+  EXPECT_EQ(attempts, 2) << "two seconds after the second attempt, not one";
+  EXPECT_EQ(troubles.size(), 1U);
+  camera.remove(reader);
+}
+
 TEST_F(CaptureTest, ACameraWithoutUsableFormatIsTrouble) {
   CameraStream& camera = stream(syntheticCamera("F,320x240"));
   plugged.info.formats.clear();
@@ -361,7 +379,7 @@ TEST_F(CaptureTest, H264WhereThereIsAnEncoder) {
     Bytes begin;
     bool onFrame(const CapturedFrame& frame) override {
       if (frames == 0) firstIsKey = frame.key;
-      if (frames++ == 0) begin.assign(frame.picture.begin(), frame.picture.begin() + 4);
+      if (frames++ == 0) begin.assign(frame.data.begin(), frame.data.begin() + 4);
       return true;
     }
   } reader;

@@ -55,7 +55,7 @@ TEST_F(AccessTest, ADeniedCameraIsNotAnnouncedToTheHost) {
   start({"--watch", folder, "--deny", "file:secret*"});
   const auto host = this->host();
   makePicture(folder + "/secret.jpg", 64, 64);
-  ASSERT_TRUE(m_service->says("is kept from VM 'vm-7'"));
+  ASSERT_TRUE(m_service->says("is withheld from VM 'vm-7'"));
   makePicture(folder + "/open.jpg", 64, 64);
   EXPECT_EQ(host->awaitChange("added").value("camera").toString(), "file:open.jpg");
 }

@@ -101,10 +101,14 @@ TEST_F(PolicyChangeTest, H264WhereThereIsAnEncoder) {
   const CameraFrame frame = host->records.await(CameraDataKind::Frame).frame;
   EXPECT_EQ(frame.encoding, kEncodingH264);
   EXPECT_EQ(frame.flags & kFrameIsKey, kFrameIsKey) << "a VM begins with what stands by itself";
+  const auto dependsOnOthers = [](const Record& record) { return record.frame.flags == 0; };
+  EXPECT_TRUE(eventually([&] {
+    return std::ranges::any_of(host->records.of(CameraDataKind::Frame), dependsOnOthers);
+  }));
   EXPECT_TRUE(host->changes().empty()) << "nothing had to be corrected";
 }
 
-// A folder with all of GStreamer's plug-ins but the H.264 encoders.
+// A directory with all of GStreamer's plug-ins but the H.264 encoders.
 void linkPluginsWithoutH264(const std::string& folder) {
   const std::unique_ptr<GstPlugin, decltype(&gst_object_unref)> plugin(
       gst_registry_find_plugin(gst_registry_get(), "coreelements"), gst_object_unref);

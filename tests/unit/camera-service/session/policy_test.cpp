@@ -74,11 +74,11 @@ TEST(PolicyTest, CorrectionsAreSaid) {
        {Correction{R"("cameraQuality":101)", "outside 0 to 100; using 100"},
         Correction{R"("cameraQuality":-1)", "using 0"},
         Correction{R"("cameraQuality":1e99)", "using 100"},
-        Correction{R"("cameraQuality":"much")", "no number; using 50"},
-        Correction{R"("cameraQuality":"nan")", "no number; using 50"},
+        Correction{R"("cameraQuality":"much")", "not a number; using 50"},
+        Correction{R"("cameraQuality":"nan")", "not a number; using 50"},
         Correction{R"("cameraQuality":"inf")", "using 100"},
         Correction{R"("cameraFrameInternal":999999)", "using 10000"},
-        Correction{R"("cameraFrameInternal":null)", "no number; using 0"},
+        Correction{R"("cameraFrameInternal":null)", "not a number; using 0"},
         Correction{R"("cameraMaxResolution":"*")", "using 1920*1080"},
         Correction{R"("cameraMaxResolution":"640")", "using 1920*1080"},
         Correction{R"("cameraMaxResolution":"1*2*3")", "using 1920*1080"},
@@ -91,10 +91,10 @@ TEST(PolicyTest, CorrectionsAreSaid) {
         Correction{R"("cameraEnableFRC":"MAYBE")", "using ON"},
         Correction{R"("cameraPixelFormat":["XYZ","MJPG"])", "'XYZ' is not known"},
         Correction{R"("cameraPixelFormat":"MJPG")", "names no known format"},
-        Correction{R"("cameraVID":"webcam")", "no USB id"},
-        Correction{R"("cameraPID":"12345")", "no USB id"},
-        Correction{R"("cameraVID":1133)", "no text"},
-        Correction{R"("cameraPID":null)", "no text"}}) {
+        Correction{R"("cameraVID":"webcam")", "not a USB id"},
+        Correction{R"("cameraPID":"12345")", "not a USB id"},
+        Correction{R"("cameraVID":1133)", "not a string"},
+        Correction{R"("cameraPID":null)", "not a string"}}) {
     const PolicyReading reading = readRule(c.members);
     ASSERT_TRUE(reading.policy.has_value()) << c.members;
     ASSERT_EQ(reading.notes.size(), 1U) << c.members;

@@ -1,7 +1,7 @@
 // The whole service: killed, started again, activated by a socket. It is a process of its own.
 #include <fcntl.h>
 
-#include "ipc/server/listener.h"
+#include "base/socket_listener.h"
 #include "support/process.h"
 #include "unit/camera-service/test_host.h"
 
@@ -27,7 +27,8 @@ TEST_F(RecoveryTest, KilledAndStartedAgain) {
 }
 
 TEST_F(RecoveryTest, ActivatedByASocket) {
-  const auto listener = ipc::Listener::at(channel);
+  const auto listener =
+      base::SocketListener::at({channel, {}, 0}, base::SocketListener::Directory::Make);
   // A shell gives the socket its number and itself the service's process id, as a manager would.
   const std::string script = "exec 3<&" + std::to_string(listener.get()) +
                              "; LISTEN_FDS=1 LISTEN_PID=$$ exec " CAMERA_SERVICE

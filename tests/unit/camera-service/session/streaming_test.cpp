@@ -11,7 +11,7 @@ TEST_F(StreamingTest, WithoutAnyCameraASyntheticOneIsOffered) {
   start();
   const auto host = this->host();
   const QJsonArray cameras = host->list().value("cameras").toArray();
-  ASSERT_GE(cameras.size(), 1) << "a real camera, or the substitute";
+  ASSERT_GE(cameras.size(), 1) << "a real camera, or the fallback";
   const QJsonObject camera = cameras.at(0).toObject();
   for (const char* key : {"id", "name", "number", "vendorId", "productId", "formats", "sharedWith",
                           "inUse", "present"}) {
@@ -102,7 +102,7 @@ TEST_F(StreamingTest, ACameraInUseIsNotAnnouncedAgain) {
   const auto host = this->host();
   watch(*host, "test:A");
   host->share("test:A");
-  ASSERT_TRUE(m_service->says("in use by VM 'vm-7' already"));
+  ASSERT_TRUE(m_service->says("already in use by VM 'vm-7'"));
   host->command(IPC_MSG_REDIRECT_ALL, {{"sessionId", 1}});
   const std::size_t frames = host->records.count(CameraDataKind::Frame);
   host->records.await(CameraDataKind::Frame, frames + 5);
@@ -207,9 +207,9 @@ TEST_F(StreamingTest, EveryBadCommandHasAReason) {
   host->send(IPC_MSG_SHARE, "no json");
   expectRefusal("not JSON");
   host->send(IPC_MSG_SHARE, "[1,2]");
-  expectRefusal("no JSON object");
+  expectRefusal("not a JSON object");
   host->send(IPC_MSG_SHARE, "{}");
-  expectRefusal("no deviceId");
+  expectRefusal("lacks a deviceId");
   host->send(IPC_MSG_SHARE, std::string(100'000, '['));
   expectRefusal("not JSON");
   host->unshare("test:A");
@@ -217,9 +217,9 @@ TEST_F(StreamingTest, EveryBadCommandHasAReason) {
   host->send(77, "{}");
   expectRefusal("type 77");
   host->send(IPC_MSG_CONNECT_VM, R"({"deviceId":"test:A","remoteIp":"nowhere","remotePort":1})");
-  expectRefusal("no address");
+  expectRefusal("not a valid address");
   host->send(IPC_MSG_CONNECT_VM, R"({"deviceId":"test:A","remoteIp":"127.0.0.1","remotePort":0})");
-  expectRefusal("no address");
+  expectRefusal("not a valid address");
   EXPECT_FALSE(host->list().isEmpty()) << "and the service goes on";
 }
 

@@ -99,7 +99,7 @@ TEST_F(FilesTest, AFileThatIsNoPictureIsSaidAndTheOthersGoOn) {
   std::ofstream(folder + "/bad.jpg") << "this is no picture";
   const QJsonObject refused = host->awaitChange("refused");
   EXPECT_EQ(refused.value("camera").toString(), "file:bad.jpg");
-  EXPECT_TRUE(refused.value("reason").toString().contains("no picture"));
+  EXPECT_TRUE(refused.value("reason").toString().contains("not a readable still image"));
   makePicture(folder + "/good.jpg", 64, 64);
   EXPECT_TRUE(host->awaitCamera("file:good.jpg"));
   EXPECT_TRUE(TestHost::camera(host->list(), "file:bad.jpg").isEmpty());
@@ -115,7 +115,8 @@ TEST_F(FilesTest, AFileThatIsNoPictureIsInTheListUntilItIsGone) {
   const QJsonArray refusals = late->list().value("refusals").toArray();
   ASSERT_EQ(refusals.size(), 1);
   EXPECT_EQ(refusals.at(0).toObject().value("camera").toString(), "file:bad.jpg");
-  EXPECT_TRUE(refusals.at(0).toObject().value("reason").toString().contains("no picture"));
+  EXPECT_TRUE(
+      refusals.at(0).toObject().value("reason").toString().contains("not a readable still image"));
   std::filesystem::remove(folder + "/bad.jpg");
   EXPECT_TRUE(eventually([&] { return late->list().value("refusals").toArray().isEmpty(); }));
 }

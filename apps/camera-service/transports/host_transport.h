@@ -1,16 +1,16 @@
-// HostLink: the way to a VM through its host's connection to the service. Made by Host; bound to
-// the io_context's thread.
-#ifndef LUMSAR_CAMERA_SERVICE_LINKS_HOST_LINK_H
-#define LUMSAR_CAMERA_SERVICE_LINKS_HOST_LINK_H
+// HostTransport: to a VM through its host's connection to the service.
+#ifndef LUMSAR_CAMERA_SERVICE_TRANSPORTS_HOST_TRANSPORT_H
+#define LUMSAR_CAMERA_SERVICE_TRANSPORTS_HOST_TRANSPORT_H
 
 #include "ipc/server/server.h"
-#include "links/vm_link.h"
+#include "transports/vm_transport.h"
 
 namespace lumsar::service {
 
-class HostLink : public VmLink {
+class HostTransport : public VmTransport {
  public:
-  HostLink(ipc::IpcServer& server, ipc::ClientId client) : m_server(server), m_client(client) {}
+  HostTransport(ipc::IpcServer& server, ipc::ClientId client)
+      : m_server(server), m_client(client) {}
 
   bool ready() const override { return true; }
   std::uint32_t dataType() const override { return IPC_MSG_DATA; }

@@ -1,15 +1,14 @@
-// FolderWatch: see folder_watch.h. Runs on the io_context's thread.
-#include "sources/folder_watch.h"
+#include "sources/directory_watch.h"
 
 #include <sys/inotify.h>
 
 #include <asio/buffer.hpp>
-#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
 
-#include "app/log.h"
+#include "base/format.h"
+#include "base/log.h"
 
 namespace lumsar::service {
 namespace {
@@ -22,7 +21,7 @@ bool isTemporary(const std::string& name) {
          name.ends_with(".tmp");
 }
 
-// A link is there at once; nobody writes and closes it.
+// A link is complete at once; nobody writes and closes it.
 bool isLink(const fs::path& path) {
   std::error_code error;
   return fs::is_symlink(path, error) || fs::hard_link_count(path, error) > 1;
@@ -30,19 +29,20 @@ bool isLink(const fs::path& path) {
 
 }  // namespace
 
-FolderWatch::FolderWatch(asio::io_context& io, std::string folder, Events events)
-    : m_folder(std::move(folder)), m_events(std::move(events)), m_inotify(io) {
+DirectoryWatch::DirectoryWatch(asio::io_context& io, std::string directory, Events events)
+    : m_directory(std::move(directory)), m_events(std::move(events)), m_inotify(io) {
   m_inotify.assign(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
   constexpr std::uint32_t kWanted = IN_CLOSE_WRITE | IN_MOVED_TO | IN_CREATE | IN_DELETE |
                                     IN_MOVED_FROM | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
-  if (::inotify_add_watch(m_inotify.native_handle(), m_folder.c_str(), kWanted) < 0) {
-    throw std::runtime_error("cannot watch the folder " + m_folder + ": " + std::strerror(errno));
+  if (::inotify_add_watch(m_inotify.native_handle(), m_directory.c_str(), kWanted) < 0) {
+    throw std::runtime_error(
+        base::text("cannot watch the directory {}: {}", m_directory, base::systemError()));
   }
   read();
   scan();
 }
 
-void FolderWatch::read() {
+void DirectoryWatch::read() {
   m_inotify.async_read_some(
       asio::buffer(m_buffer), [this](asio::error_code error, std::size_t size) {
         if (error) return;
@@ -58,46 +58,48 @@ void FolderWatch::read() {
       });
 }
 
-void FolderWatch::onEvent(const inotify_event& event, const std::string& name) {
+void DirectoryWatch::onEvent(const inotify_event& event, const std::string& name) {
   if ((event.mask & IN_Q_OVERFLOW) != 0) return scan();
   if ((event.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) != 0) {
-    logWarning("the watched folder ", m_folder, " is gone; restart the service to watch it again");
-    while (!m_files.empty()) vanished(*m_files.begin());
+    base::logWarning(
+        "the watched directory {} has been removed; restart the service to watch it again",
+        m_directory);
+    while (!m_files.empty()) onDisappeared(*m_files.begin());
     return;
   }
   if (name.empty() || isTemporary(name)) return;
-  if ((event.mask & (IN_DELETE | IN_MOVED_FROM)) != 0) return vanished(name);
-  if ((event.mask & IN_CREATE) != 0 && !isLink(fs::path(m_folder) / name)) return;
-  appeared(name);
+  if ((event.mask & (IN_DELETE | IN_MOVED_FROM)) != 0) return onDisappeared(name);
+  if ((event.mask & IN_CREATE) != 0 && !isLink(fs::path(m_directory) / name)) return;
+  onAppeared(name);
 }
 
-void FolderWatch::scan() {
+void DirectoryWatch::scan() {
   std::set<std::string> present;
   std::error_code error;
-  for (const auto& entry : fs::directory_iterator(m_folder, error)) {
+  for (const auto& entry : fs::directory_iterator(m_directory, error)) {
     const std::string name = entry.path().filename().string();
     if (!isTemporary(name)) present.insert(name);
   }
   const std::set<std::string> known = m_files;
   for (const std::string& name : known) {
-    if (!present.contains(name)) vanished(name);
+    if (!present.contains(name)) onDisappeared(name);
   }
   for (const std::string& name : present) {
-    if (!known.contains(name)) appeared(name);
+    if (!known.contains(name)) onAppeared(name);
   }
 }
 
-void FolderWatch::appeared(const std::string& name) {
-  const fs::path path = fs::path(m_folder) / name;
+void DirectoryWatch::onAppeared(const std::string& name) {
+  const fs::path path = fs::path(m_directory) / name;
   std::error_code error;
   if (!fs::is_regular_file(path, error)) return;
   m_files.insert(name);
   m_events.onFile(path.string());
 }
 
-void FolderWatch::vanished(const std::string& name) {
-  const std::string path = (fs::path(m_folder) / name).string();
-  if (m_files.erase(name) > 0) m_events.onGone(path);
+void DirectoryWatch::onDisappeared(const std::string& name) {
+  const std::string path = (fs::path(m_directory) / name).string();
+  if (m_files.erase(name) > 0) m_events.onRemoved(path);
 }
 
 }  // namespace lumsar::service

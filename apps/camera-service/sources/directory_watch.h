@@ -1,7 +1,6 @@
-// FolderWatch: tells which files appear in a folder and vanish from it. Bound to the io_context's
-// thread, where its events are called.
-#ifndef LUMSAR_CAMERA_SERVICE_SOURCES_FOLDER_WATCH_H
-#define LUMSAR_CAMERA_SERVICE_SOURCES_FOLDER_WATCH_H
+// DirectoryWatch: reports the files that appear in a directory and disappear from it.
+#ifndef LUMSAR_CAMERA_SERVICE_SOURCES_DIRECTORY_WATCH_H
+#define LUMSAR_CAMERA_SERVICE_SOURCES_DIRECTORY_WATCH_H
 
 #include <array>
 #include <asio/io_context.hpp>
@@ -14,24 +13,24 @@ struct inotify_event;
 
 namespace lumsar::service {
 
-class FolderWatch {
+class DirectoryWatch {
  public:
   struct Events {
     std::function<void(const std::string& path)> onFile;  // complete: written and closed
-    std::function<void(const std::string& path)> onGone;
+    std::function<void(const std::string& path)> onRemoved;
   };
 
-  // Reports what is there, then changes. Throws std::runtime_error with a text for the user.
-  FolderWatch(asio::io_context& io, std::string folder, Events events);
+  // Reports what is there, then what changes. Throws std::runtime_error with a text for the user.
+  DirectoryWatch(asio::io_context& io, std::string directory, Events events);
 
  private:
   void read();
   void onEvent(const inotify_event& event, const std::string& name);
   void scan();
-  void appeared(const std::string& name);
-  void vanished(const std::string& name);
+  void onAppeared(const std::string& name);
+  void onDisappeared(const std::string& name);
 
-  const std::string m_folder;
+  const std::string m_directory;
   const Events m_events;
   asio::posix::stream_descriptor m_inotify;
   std::set<std::string> m_files;

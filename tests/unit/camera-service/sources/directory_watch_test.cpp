@@ -1,6 +1,6 @@
-// Tests of folder_watch.h: files that appear and vanish, half-written ones. The test runs the
+// Tests of directory_watch.h: files that appear and vanish, half-written ones. The test runs the
 // io_context itself.
-#include "sources/folder_watch.h"
+#include "sources/directory_watch.h"
 
 #include <gtest/gtest.h>
 #include <sys/mount.h>
@@ -16,17 +16,17 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class FolderWatchTest : public ::testing::Test {
+class DirectoryWatchTest : public ::testing::Test {
  protected:
   void begin() {
     watch.emplace(io, dir.path(),
-                  service::FolderWatch::Events{[this](const std::string& path) {
-                                                 ++appearances;
-                                                 present.insert(fs::path(path).filename());
-                                               },
-                                               [this](const std::string& path) {
-                                                 present.erase(fs::path(path).filename());
-                                               }});
+                  service::DirectoryWatch::Events{[this](const std::string& path) {
+                                                    ++appearances;
+                                                    present.insert(fs::path(path).filename());
+                                                  },
+                                                  [this](const std::string& path) {
+                                                    present.erase(fs::path(path).filename());
+                                                  }});
   }
   bool await(const std::set<std::string>& expected) {
     return eventually([&] {
@@ -41,17 +41,17 @@ class FolderWatchTest : public ::testing::Test {
   asio::io_context io;
   std::set<std::string> present;
   int appearances = 0;
-  std::optional<service::FolderWatch> watch;
+  std::optional<service::DirectoryWatch> watch;
 };
 
-TEST_F(FolderWatchTest, FilesThatAreThere) {
+TEST_F(DirectoryWatchTest, FilesThatAreThere) {
   write("a");
   fs::create_directory(dir / "folder");
   begin();
   EXPECT_TRUE(await({"a"}));
 }
 
-TEST_F(FolderWatchTest, FilesThatComeAndGo) {
+TEST_F(DirectoryWatchTest, FilesThatComeAndGo) {
   begin();
   write("a");
   EXPECT_TRUE(await({"a"}));
@@ -63,7 +63,7 @@ TEST_F(FolderWatchTest, FilesThatComeAndGo) {
   EXPECT_TRUE(await({"c"}));
 }
 
-TEST_F(FolderWatchTest, AFileThatIsStillWrittenIsNotThereYet) {
+TEST_F(DirectoryWatchTest, AFileThatIsStillWrittenIsNotThereYet) {
   begin();
   std::ofstream file(dir / "slow");
   file << "half" << std::flush;
@@ -73,7 +73,7 @@ TEST_F(FolderWatchTest, AFileThatIsStillWrittenIsNotThereYet) {
   EXPECT_TRUE(await({"slow"}));
 }
 
-TEST_F(FolderWatchTest, AFileWrittenAgainAppearsAgain) {
+TEST_F(DirectoryWatchTest, AFileWrittenAgainAppearsAgain) {
   begin();
   write("a");
   ASSERT_TRUE(await({"a"}));
@@ -85,7 +85,7 @@ TEST_F(FolderWatchTest, AFileWrittenAgainAppearsAgain) {
   }));
 }
 
-TEST_F(FolderWatchTest, TemporaryAndHiddenFilesAreNone) {
+TEST_F(DirectoryWatchTest, TemporaryAndHiddenFilesAreNone) {
   begin();
   for (const char* name : {".hidden", "x.part", "x.tmp", "x~"}) write(name);
   write("real");
@@ -94,7 +94,7 @@ TEST_F(FolderWatchTest, TemporaryAndHiddenFilesAreNone) {
   EXPECT_TRUE(await({"real", "x"}));
 }
 
-TEST_F(FolderWatchTest, LinksCount) {
+TEST_F(DirectoryWatchTest, LinksCount) {
   begin();
   const TemporaryDirectory elsewhere;
   std::ofstream(elsewhere / "target") << "content";
@@ -104,7 +104,7 @@ TEST_F(FolderWatchTest, LinksCount) {
   EXPECT_TRUE(await({"symbolic", "hard"}));
 }
 
-TEST_F(FolderWatchTest, AFolderThatVanishesTakesItsFilesAlong) {
+TEST_F(DirectoryWatchTest, AFolderThatVanishesTakesItsFilesAlong) {
   write("a");
   begin();
   ASSERT_TRUE(await({"a"}));
@@ -112,7 +112,7 @@ TEST_F(FolderWatchTest, AFolderThatVanishesTakesItsFilesAlong) {
   EXPECT_TRUE(await({}));
 }
 
-TEST_F(FolderWatchTest, AFolderThatIsUnmountedTakesItsFilesAlong) {
+TEST_F(DirectoryWatchTest, AFolderThatIsUnmountedTakesItsFilesAlong) {
   if (::mount("tmpfs", dir.path().c_str(), "tmpfs", 0, nullptr) != 0) {
     GTEST_SKIP() << "mounting needs root: " << std::strerror(errno);
   }
@@ -123,9 +123,9 @@ TEST_F(FolderWatchTest, AFolderThatIsUnmountedTakesItsFilesAlong) {
   EXPECT_TRUE(await({}));
 }
 
-TEST_F(FolderWatchTest, AFolderThatIsNotThereIsSaid) {
-  const auto events = service::FolderWatch::Events{};
-  EXPECT_THROW(service::FolderWatch(io, dir / "missing", events), std::runtime_error);
+TEST_F(DirectoryWatchTest, AFolderThatIsNotThereIsSaid) {
+  const auto events = service::DirectoryWatch::Events{};
+  EXPECT_THROW(service::DirectoryWatch(io, dir / "missing", events), std::runtime_error);
 }
 
 }  // namespace

@@ -162,7 +162,7 @@ TEST_F(ShareTcpTest, AVmThatSendsGarbageIsReported) {
   host->command(IPC_MSG_SHARE, document(vm.port));
   const RawPeer peer = vm.handshake();
   peer.send(Bytes(100, 'g'));
-  EXPECT_TRUE(host->awaitChange("failed").value("reason").toString().contains("no message"));
+  EXPECT_TRUE(host->awaitChange("failed").value("reason").toString().contains("not a message"));
 }
 
 TEST_F(ShareTcpTest, AVmThatTakesNothingForLongIsGivenUp) {

@@ -1,0 +1,25 @@
+// VmTransport: what carries a share's messages to a VM, through its host or straight over TCP.
+#ifndef LUMSAR_CAMERA_SERVICE_TRANSPORTS_VM_TRANSPORT_H
+#define LUMSAR_CAMERA_SERVICE_TRANSPORTS_VM_TRANSPORT_H
+
+#include <string>
+
+#include "ipc/server/message_stream.h"
+
+namespace lumsar::service {
+
+class VmTransport {
+ public:
+  virtual ~VmTransport() = default;
+  // Until then nothing can be sent.
+  virtual bool ready() const = 0;
+  // The type of the messages that carry camera data.
+  virtual std::uint32_t dataType() const = 0;
+  virtual void send(ipc::Outgoing outgoing) = 0;
+  // For people: "host" or "tcp 10.0.0.7:5000".
+  virtual std::string name() const = 0;
+};
+
+}  // namespace lumsar::service
+
+#endif
