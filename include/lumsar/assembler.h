@@ -1,8 +1,7 @@
 // MessageAssembler: cuts a byte stream into complete messages. Used wherever messages arrive in
 // fragments: by hosts before Handler, by the guest agent, by both ends of an IPC connection. No
 // I/O, no thread: reentrant, each object bound to one thread at a time.
-#ifndef LUMSAR_ASSEMBLER_H
-#define LUMSAR_ASSEMBLER_H
+#pragma once
 
 #include <algorithm>
 #include <cstddef>
@@ -126,5 +125,3 @@ constexpr const char* faultText(MessageAssembler::Fault fault) {
 }
 
 }  // namespace lumsar
-
-#endif

@@ -4,8 +4,7 @@
 //
 // All numbers are little-endian, all texts UTF-8 without terminator. A receiver skips kinds that it
 // does not know and ignores bytes after the fields that it knows, so that records can grow.
-#ifndef LUMSAR_CAMERA_DATA_H
-#define LUMSAR_CAMERA_DATA_H
+#pragma once
 
 #include <chrono>
 #include <cstddef>
@@ -106,5 +105,3 @@ inline std::optional<std::string_view> takeText(std::span<const unsigned char>& 
 }
 
 }  // namespace lumsar
-
-#endif

@@ -13,8 +13,7 @@
 //
 // A synchronous call is a message whose `reserved` bytes hold a call number other than 0; the
 // service's answer carries the same number. In all other messages they are 0.
-#ifndef LUMSAR_IPC_TRANSPORT_H
-#define LUMSAR_IPC_TRANSPORT_H
+#pragma once
 
 #include <chrono>
 #include <cstddef>
@@ -120,5 +119,3 @@ inline void setCallNumber(RedirMsgHeader& header, std::uint64_t number) {
 }
 
 }  // namespace lumsar
-
-#endif

@@ -8,8 +8,7 @@
 //   +-------+-------+-------+-------+---+---+---+---+-------+---------------+----------
 //
 // All numbers are little-endian; `length` counts the payload only.
-#ifndef LUMSAR_MESSAGE_H
-#define LUMSAR_MESSAGE_H
+#pragma once
 
 #include <bit>
 #include <cstddef>
@@ -101,5 +100,3 @@ inline std::uint32_t readField(const void* data, std::size_t offset) {
 }
 
 }  // namespace lumsar
-
-#endif

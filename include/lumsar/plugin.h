@@ -14,8 +14,7 @@
 // HELLO), on threads of the IPC library (camera data, un-redirect all, event 3) and on threads of
 // the plug-in (events 1 and 2), possibly at the same time. An exception that a callable lets out is
 // logged and ends that call only.
-#ifndef LUMSAR_PLUGIN_H
-#define LUMSAR_PLUGIN_H
+#pragma once
 
 #include <dlfcn.h>
 
@@ -140,5 +139,3 @@ class Plugin {
 };
 
 }  // namespace lumsar
-
-#endif

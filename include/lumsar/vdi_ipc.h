@@ -1,8 +1,7 @@
 // The IPC client library `libvdi_ipc.so`, as the plug-in sees it: the types of its eight
 // functions, of the four callbacks that it calls, and the record that hands the callbacks over.
 // For those who implement such a library and for those who test one.
-#ifndef LUMSAR_VDI_IPC_H
-#define LUMSAR_VDI_IPC_H
+#pragma once
 
 #include <cstddef>
 
@@ -54,5 +53,3 @@ using VDI_IpcClientSyncCall_t = int(void* client, const unsigned char* request,
                                     unsigned int* replyLength);
 
 }  // namespace lumsar
-
-#endif

@@ -1,6 +1,5 @@
 // Addresses as people write them: unix:PATH, tcp:PORT (loopback), tcp:HOST:PORT, tcp:[IPV6]:PORT.
-#ifndef LUMSAR_BASE_ADDRESS_H
-#define LUMSAR_BASE_ADDRESS_H
+#pragma once
 
 #include <sys/socket.h>
 
@@ -53,5 +52,3 @@ SocketAddress toSockaddr(const Address& address);
 std::string localAddress(int socket);
 
 }  // namespace lumsar::base
-
-#endif

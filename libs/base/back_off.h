@@ -1,6 +1,5 @@
 // The growing pauses between the attempts to do something.
-#ifndef LUMSAR_BASE_BACK_OFF_H
-#define LUMSAR_BASE_BACK_OFF_H
+#pragma once
 
 #include <algorithm>
 #include <chrono>
@@ -28,5 +27,3 @@ class BackOff {
 };
 
 }  // namespace lumsar::base
-
-#endif

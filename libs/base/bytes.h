@@ -1,6 +1,5 @@
 // Bytes that are only looked at, and the bytes of a text or of a struct that goes onto the wire.
-#ifndef LUMSAR_BASE_BYTES_H
-#define LUMSAR_BASE_BYTES_H
+#pragma once
 
 #include <span>
 #include <string_view>
@@ -25,5 +24,3 @@ requires(std::is_trivially_copyable_v<Fields> &&
 }
 
 }  // namespace lumsar::base
-
-#endif

@@ -1,6 +1,5 @@
 // The command line of all programs: one grammar, and the same words for the same mistakes.
-#ifndef LUMSAR_BASE_COMMAND_LINE_H
-#define LUMSAR_BASE_COMMAND_LINE_H
+#pragma once
 
 #include <chrono>
 #include <concepts>
@@ -118,5 +117,3 @@ CommandLine::Take choice(Value& result, std::vector<std::pair<std::string, Value
 int runProgram(const char* name, const std::function<int()>& body);
 
 }  // namespace lumsar::base
-
-#endif

@@ -1,6 +1,5 @@
 // From a deadline to what poll() takes.
-#ifndef LUMSAR_BASE_DEADLINE_H
-#define LUMSAR_BASE_DEADLINE_H
+#pragma once
 
 #include <algorithm>
 #include <chrono>
@@ -17,5 +16,3 @@ inline int pollTimeout(std::chrono::steady_clock::time_point deadline) {
 }
 
 }  // namespace lumsar::base
-
-#endif

@@ -1,6 +1,5 @@
 // Durations as people write them.
-#ifndef LUMSAR_BASE_DURATION_H
-#define LUMSAR_BASE_DURATION_H
+#pragma once
 
 #include <chrono>
 #include <string_view>
@@ -12,5 +11,3 @@ namespace lumsar::base {
 std::chrono::milliseconds parseDuration(std::string_view text);
 
 }  // namespace lumsar::base
-
-#endif

@@ -1,6 +1,5 @@
 // A library that is loaded at run time and stays loaded. Not for static programs.
-#ifndef LUMSAR_BASE_DYNAMIC_LIBRARY_H
-#define LUMSAR_BASE_DYNAMIC_LIBRARY_H
+#pragma once
 
 #include <dlfcn.h>
 
@@ -30,5 +29,3 @@ class DynamicLibrary {
 };
 
 }  // namespace lumsar::base
-
-#endif

@@ -1,6 +1,5 @@
 // The two errors that end a program with a text for its user.
-#ifndef LUMSAR_BASE_ERRORS_H
-#define LUMSAR_BASE_ERRORS_H
+#pragma once
 
 #include <stdexcept>
 
@@ -19,5 +18,3 @@ class Failure : public std::runtime_error {
 };
 
 }  // namespace lumsar::base
-
-#endif

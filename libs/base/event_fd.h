@@ -1,6 +1,5 @@
 // A descriptor that makes a thread's poll() return. wake() is thread-safe.
-#ifndef LUMSAR_BASE_EVENT_FD_H
-#define LUMSAR_BASE_EVENT_FD_H
+#pragma once
 
 #include <sys/eventfd.h>
 
@@ -30,5 +29,3 @@ class EventFd {
 };
 
 }  // namespace lumsar::base
-
-#endif

@@ -1,6 +1,5 @@
 // A file descriptor that closes itself.
-#ifndef LUMSAR_BASE_FD_H
-#define LUMSAR_BASE_FD_H
+#pragma once
 
 #include <unistd.h>
 
@@ -31,5 +30,3 @@ class UniqueFd {
 };
 
 }  // namespace lumsar::base
-
-#endif

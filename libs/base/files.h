@@ -1,6 +1,5 @@
 // Writing all bytes, and writing a file that appears only when it is whole.
-#ifndef LUMSAR_BASE_FILES_H
-#define LUMSAR_BASE_FILES_H
+#pragma once
 
 #include <string>
 
@@ -18,5 +17,3 @@ bool sendAll(int socket, Bytes bytes);
 bool replaceFile(const std::string& path, Bytes content);
 
 }  // namespace lumsar::base
-
-#endif

@@ -1,6 +1,5 @@
 // Builds texts; the compiler checks the format string against its arguments.
-#ifndef LUMSAR_BASE_FORMAT_H
-#define LUMSAR_BASE_FORMAT_H
+#pragma once
 
 #include <fmt/core.h>
 
@@ -18,5 +17,3 @@ std::string text(fmt::format_string<Args...> format, Args&&... args) {
 std::string systemError(int error = errno);
 
 }  // namespace lumsar::base
-
-#endif

@@ -1,6 +1,5 @@
 // The latest latencies, for their median, and the worst of all.
-#ifndef LUMSAR_BASE_LATENCY_H
-#define LUMSAR_BASE_LATENCY_H
+#pragma once
 
 #include <algorithm>
 #include <cstdint>
@@ -38,5 +37,3 @@ class Latencies {
 };
 
 }  // namespace lumsar::base
-
-#endif

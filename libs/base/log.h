@@ -1,7 +1,6 @@
 // The log of all programs: lines on standard error, for a terminal or for the journal.
 // Thread-safe: each line is one write, and what comes from a peer cannot forge another.
-#ifndef LUMSAR_BASE_LOG_H
-#define LUMSAR_BASE_LOG_H
+#pragma once
 
 #include <string_view>
 
@@ -38,5 +37,3 @@ void logDebug(fmt::format_string<Args...> format, Args&&... args) {
 }
 
 }  // namespace lumsar::base
-
-#endif

@@ -1,6 +1,5 @@
 // A listening socket: made at an address, or inherited from a service manager.
-#ifndef LUMSAR_BASE_SOCKET_LISTENER_H
-#define LUMSAR_BASE_SOCKET_LISTENER_H
+#pragma once
 
 #include <sys/types.h>
 
@@ -54,5 +53,3 @@ class SocketListener {
 };
 
 }  // namespace lumsar::base
-
-#endif

@@ -1,6 +1,5 @@
 // A directory that goes with its object and with all that is in it.
-#ifndef LUMSAR_BASE_TEMPORARY_DIRECTORY_H
-#define LUMSAR_BASE_TEMPORARY_DIRECTORY_H
+#pragma once
 
 #include <cstdlib>
 #include <filesystem>
@@ -42,5 +41,3 @@ class TemporaryDirectory {
 };
 
 }  // namespace lumsar::base
-
-#endif

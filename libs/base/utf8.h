@@ -1,6 +1,5 @@
 // Texts from outside: checked, cleaned, shortened.
-#ifndef LUMSAR_BASE_UTF8_H
-#define LUMSAR_BASE_UTF8_H
+#pragma once
 
 #include <string>
 #include <string_view>
@@ -21,5 +20,3 @@ std::string escapeInvalid(std::string_view bytes);
 std::string_view shortened(std::string_view text, std::size_t longest);
 
 }  // namespace lumsar::base
-
-#endif

@@ -1,6 +1,5 @@
 // From a channel's name to the path of its socket, and the check of who is at the other end.
-#ifndef LUMSAR_IPC_CHANNEL_PATH_H
-#define LUMSAR_IPC_CHANNEL_PATH_H
+#pragma once
 
 #include <string>
 
@@ -19,5 +18,3 @@ ChannelPath channelPath(const char* name);
 bool sameUser(int socket);
 
 }  // namespace lumsar::ipc
-
-#endif

@@ -1,6 +1,5 @@
 // How much both ends of the transport read at once.
-#ifndef LUMSAR_IPC_READ_SIZE_H
-#define LUMSAR_IPC_READ_SIZE_H
+#pragma once
 
 #include <algorithm>
 #include <cstddef>
@@ -15,5 +14,3 @@ inline std::size_t readSize(std::size_t missing) {
 }
 
 }  // namespace lumsar::ipc
-
-#endif

@@ -1,6 +1,5 @@
 // Qt's JSON with the strings of the standard library.
-#ifndef LUMSAR_JSON_JSON_H
-#define LUMSAR_JSON_JSON_H
+#pragma once
 
 #include <QJsonObject>
 #include <string>
@@ -25,5 +24,3 @@ std::string textAt(const QJsonObject& object, const char* key);
 QString qt(std::string_view text);
 
 }  // namespace lumsar::json
-
-#endif

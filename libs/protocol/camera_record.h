@@ -1,7 +1,6 @@
 // Camera records (lumsar/camera_data.h): the messages that carry one, and what is read from them.
 // `type` is the message's type: IPC_MSG_DATA through a host, MSG_DATA on a channel to a VM.
-#ifndef LUMSAR_PROTOCOL_CAMERA_RECORD_H
-#define LUMSAR_PROTOCOL_CAMERA_RECORD_H
+#pragma once
 
 #include <optional>
 #include <string>
@@ -42,5 +41,3 @@ std::optional<Announcement> readAnnouncement(const CameraDataHeader& header, Byt
 std::string encodingName(std::uint32_t encoding);
 
 }  // namespace lumsar::protocol
-
-#endif

@@ -1,7 +1,6 @@
 // The queue between who makes messages and who takes them: frames are dropped, oldest first, when
 // the receiver is slow; control messages are never dropped, but bounded. Not thread-safe.
-#ifndef LUMSAR_PROTOCOL_FRAME_QUEUE_H
-#define LUMSAR_PROTOCOL_FRAME_QUEUE_H
+#pragma once
 
 #include <algorithm>
 #include <cstdint>
@@ -107,5 +106,3 @@ class FrameQueue {
 };
 
 }  // namespace lumsar::protocol
-
-#endif

@@ -1,6 +1,5 @@
 // The handshake: a HELLO with a token, and the guest agent's answer with the same token.
-#ifndef LUMSAR_PROTOCOL_HELLO_H
-#define LUMSAR_PROTOCOL_HELLO_H
+#pragma once
 
 #include <optional>
 
@@ -26,5 +25,3 @@ Message answerMessage(const RedirMsgHeader& hello, const HelloAnswer& answer);
 std::optional<HelloMessage> readHello(Bytes message);
 
 }  // namespace lumsar::protocol
-
-#endif

@@ -1,6 +1,5 @@
 // A message in the one buffer that is sent: allocated once, its payload written once.
-#ifndef LUMSAR_PROTOCOL_MESSAGE_H
-#define LUMSAR_PROTOCOL_MESSAGE_H
+#pragma once
 
 #include <cstring>
 #include <initializer_list>
@@ -54,5 +53,3 @@ class Message {
 };
 
 }  // namespace lumsar::protocol
-
-#endif

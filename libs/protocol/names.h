@@ -1,6 +1,5 @@
 // The names under which the parties find each other.
-#ifndef LUMSAR_PROTOCOL_NAMES_H
-#define LUMSAR_PROTOCOL_NAMES_H
+#pragma once
 
 namespace lumsar::protocol {
 
@@ -9,5 +8,3 @@ inline constexpr char kSpicePortName[] = "org.lumsar.camera.0";
 inline constexpr char kDefaultIpcChannel[] = "lumsar";
 
 }  // namespace lumsar::protocol
-
-#endif

@@ -1,7 +1,6 @@
 // Events to the host, each from a short-lived thread of its own so that the raiser never waits for
 // the host. Threads are detached and may outlive the de-initialisation.
-#ifndef LUMSAR_PLUGIN_CHANNEL_EVENT_POST_H
-#define LUMSAR_PLUGIN_CHANNEL_EVENT_POST_H
+#pragma once
 
 #include <memory>
 
@@ -13,5 +12,3 @@ void RaiseEvent(lumsar::RedirEvent event, std::unique_ptr<char[]> data, int leng
 // Body of the thread: calls the host's event function, if the kind of host has one, and frees
 // `data` (made by array new, or null).
 void PostEventToSpice(lumsar::RedirEvent event, char* data, int length);
-
-#endif

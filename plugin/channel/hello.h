@@ -1,7 +1,6 @@
 // The HELLO that opens the conversation with the VM, the same for both kinds of host but for its
 // capability bits.
-#ifndef LUMSAR_PLUGIN_CHANNEL_HELLO_H
-#define LUMSAR_PLUGIN_CHANNEL_HELLO_H
+#pragma once
 
 #include "lumsar/message.h"
 
@@ -19,5 +18,3 @@ inline lumsar::HelloMessage makeHello(std::uint32_t capabilities, std::uint16_t 
 inline unsigned char* bytesOf(lumsar::HelloMessage& hello) {
   return reinterpret_cast<unsigned char*>(&hello);
 }
-
-#endif

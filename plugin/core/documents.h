@@ -1,6 +1,5 @@
 // What the JSON documents have in common. Used by the commands and the policy.
-#ifndef LUMSAR_PLUGIN_CORE_DOCUMENTS_H
-#define LUMSAR_PLUGIN_CORE_DOCUMENTS_H
+#pragma once
 
 #include <QDebug>
 #include <QJsonDocument>
@@ -23,5 +22,3 @@ inline bool isJson(const QJsonDocument& document, const QJsonParseError& error) 
 inline QString versionText(unsigned short major, unsigned short minor) {
   return QStringLiteral("%1.%2").arg(major).arg(minor);
 }
-
-#endif

@@ -1,7 +1,4 @@
 // What leaves the library: everything else is hidden.
-#ifndef LUMSAR_PLUGIN_CORE_EXPORT_H
-#define LUMSAR_PLUGIN_CORE_EXPORT_H
+#pragma once
 
 #define LUMSAR_EXPORT __attribute__((visibility("default")))
-
-#endif

@@ -1,7 +1,6 @@
 // The nine exported functions; what they do and who calls them stands in lumsar/plugin.h, whose
 // types they must match.
-#ifndef LUMSAR_PLUGIN_CORE_EXPORTS_H
-#define LUMSAR_PLUGIN_CORE_EXPORTS_H
+#pragma once
 
 #include <string>
 #include <type_traits>
@@ -33,5 +32,3 @@ static_assert(std::is_same_v<decltype(RdpEvent), lumsar::RdpEventFunc>);
 static_assert(std::is_same_v<decltype(Handler), lumsar::HandlerFunc>);
 static_assert(std::is_same_v<decltype(ShareAll), lumsar::ShareAllFunc>);
 static_assert(std::is_same_v<decltype(RdpDeInit), lumsar::RdpDeInitFunc>);
-
-#endif

@@ -1,6 +1,5 @@
 // The exception boundary around the body of each exported function, IPC callback and thread.
-#ifndef LUMSAR_PLUGIN_CORE_GUARD_H
-#define LUMSAR_PLUGIN_CORE_GUARD_H
+#pragma once
 
 #include <cxxabi.h>
 
@@ -35,5 +34,3 @@ int guarded(const char* function, Body&& body) {
   }
   return lumsar::STATUS_EXCEPTION;
 }
-
-#endif

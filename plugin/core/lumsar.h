@@ -10,8 +10,7 @@
 // thread: the host's, the IPC library's for the On... callbacks and what they call, or that of
 // KeepIpcConnection. The host's calling order (initialise, use, de-initialise) keeps the client,
 // the callables and the texts steady while others read them.
-#ifndef LUMSAR_PLUGIN_CORE_LUMSAR_H
-#define LUMSAR_PLUGIN_CORE_LUMSAR_H
+#pragma once
 
 #include <QByteArray>
 #include <QMutex>
@@ -133,5 +132,3 @@ class LUMSAR_EXPORT Lumsar : public QObject {
   std::thread m_keepAliveThread;  // never started here
   bool m_keepAliveRunning = false;
 };
-
-#endif

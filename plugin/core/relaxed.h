@@ -1,7 +1,6 @@
 // Access to plain fields that two threads may touch at once, such as a flag that the host's thread
 // clears while the IPC library's thread reads it: no tearing, no ordering, no cost.
-#ifndef LUMSAR_PLUGIN_CORE_RELAXED_H
-#define LUMSAR_PLUGIN_CORE_RELAXED_H
+#pragma once
 
 #include <atomic>
 #include <type_traits>
@@ -15,5 +14,3 @@ template <class T>
 void storeRelaxed(T& field, std::type_identity_t<T> value) {
   std::atomic_ref<T>(field).store(value, std::memory_order_relaxed);
 }
-
-#endif

@@ -1,6 +1,5 @@
 // The part of an initialisation that both kinds of host share.
-#ifndef LUMSAR_PLUGIN_ENTRY_HOST_START_H
-#define LUMSAR_PLUGIN_ENTRY_HOST_START_H
+#pragma once
 
 #include <QString>
 
@@ -20,5 +19,3 @@ void readSettings(HostStart& start);
 
 // Initialises the object, builds its documents and connects it to the camera service; a Status.
 int startHost(Lumsar& self, const HostStart& start);
-
-#endif

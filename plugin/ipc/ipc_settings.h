@@ -1,6 +1,5 @@
 // The IPC settings in the host's configuration. Used by the entry points at initialisation.
-#ifndef LUMSAR_PLUGIN_IPC_IPC_SETTINGS_H
-#define LUMSAR_PLUGIN_IPC_IPC_SETTINGS_H
+#pragma once
 
 #include <QString>
 #include <string>
@@ -9,5 +8,3 @@
 // `ipcName` is replaced by a non-empty name; a non-empty path is appended to `libDir`. True when
 // the text is JSON and holds both keys; otherwise what has not been read keeps its value.
 bool ParseConfigJson(const std::string& configText, QString* ipcName, QString* libDir);
-
-#endif

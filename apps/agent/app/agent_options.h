@@ -1,6 +1,5 @@
 // The command line of lumsar-agent.
-#ifndef LUMSAR_AGENT_APP_AGENT_OPTIONS_H
-#define LUMSAR_AGENT_APP_AGENT_OPTIONS_H
+#pragma once
 
 #include <chrono>
 #include <cstdint>
@@ -41,5 +40,3 @@ std::optional<Options> parseOptions(int argc, const char* const* argv);
 std::string helpText();
 
 }  // namespace lumsar::agent
-
-#endif

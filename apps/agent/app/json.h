@@ -1,6 +1,5 @@
 // Writes one JSON text from the outside in, with its commas and quotation marks.
-#ifndef LUMSAR_AGENT_APP_JSON_H
-#define LUMSAR_AGENT_APP_JSON_H
+#pragma once
 
 #include <concepts>
 #include <string>
@@ -39,5 +38,3 @@ class JsonWriter {
 };
 
 }  // namespace lumsar::agent
-
-#endif

@@ -1,7 +1,6 @@
 // Program: the whole of lumsar-agent. One loop on one thread, the channel thread, polls the
 // connections and handles what they bring; outputs that may be slow have threads of their own.
-#ifndef LUMSAR_AGENT_APP_PROGRAM_H
-#define LUMSAR_AGENT_APP_PROGRAM_H
+#pragma once
 
 #include <atomic>
 #include <memory>
@@ -60,5 +59,3 @@ class Program {
 };
 
 }  // namespace lumsar::agent
-
-#endif

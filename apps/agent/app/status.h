@@ -1,7 +1,6 @@
 // What the program says of itself: one JSON text, printed at the end, kept in a file, shown on the
 // page.
-#ifndef LUMSAR_AGENT_APP_STATUS_H
-#define LUMSAR_AGENT_APP_STATUS_H
+#pragma once
 
 #include <string>
 #include <vector>
@@ -22,5 +21,3 @@ struct Status {
 std::string toJson(const Status& status);
 
 }  // namespace lumsar::agent
-
-#endif

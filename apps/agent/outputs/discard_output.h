@@ -1,6 +1,5 @@
 // DiscardOutput: consumes every camera and only counts its frames, for measurements.
-#ifndef LUMSAR_AGENT_OUTPUTS_DISCARD_OUTPUT_H
-#define LUMSAR_AGENT_OUTPUTS_DISCARD_OUTPUT_H
+#pragma once
 
 #include "outputs/sink.h"
 
@@ -29,5 +28,3 @@ class DiscardOutput : public SinkFactory {
 };
 
 }  // namespace lumsar::agent
-
-#endif

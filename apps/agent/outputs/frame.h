@@ -1,6 +1,5 @@
 // One frame on its way from the connection to the sinks, which share it unchanged on any thread.
-#ifndef LUMSAR_AGENT_OUTPUTS_FRAME_H
-#define LUMSAR_AGENT_OUTPUTS_FRAME_H
+#pragma once
 
 #include <cstdint>
 #include <memory>
@@ -19,5 +18,3 @@ struct Frame {
 using FramePtr = std::shared_ptr<const Frame>;
 
 }  // namespace lumsar::agent
-
-#endif

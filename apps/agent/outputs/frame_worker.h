@@ -1,7 +1,6 @@
 // FrameWorker: a bounded queue of frames, the oldest of which is dropped when it is full, and the
 // thread that works on them. push(), close() and the counters are thread-safe.
-#ifndef LUMSAR_AGENT_OUTPUTS_FRAME_WORKER_H
-#define LUMSAR_AGENT_OUTPUTS_FRAME_WORKER_H
+#pragma once
 
 #include <condition_variable>
 #include <cstdint>
@@ -42,5 +41,3 @@ class FrameWorker {
 };
 
 }  // namespace lumsar::agent
-
-#endif

@@ -1,6 +1,5 @@
 // As much of JPEG as is needed without a codec: whether bytes are complete, and a grey image.
-#ifndef LUMSAR_AGENT_OUTPUTS_JPEG_H
-#define LUMSAR_AGENT_OUTPUTS_JPEG_H
+#pragma once
 
 #include <cstdint>
 #include <span>
@@ -19,5 +18,3 @@ inline bool isCompleteJpeg(std::span<const unsigned char> data) {
 std::vector<unsigned char> greyJpeg(std::uint16_t width, std::uint16_t height);
 
 }  // namespace lumsar::agent
-
-#endif

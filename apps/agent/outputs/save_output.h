@@ -1,7 +1,6 @@
 // SaveOutput: saves frames in a directory, one file each or one growing file per camera. Each sink
 // writes on a thread of its own.
-#ifndef LUMSAR_AGENT_OUTPUTS_SAVE_OUTPUT_H
-#define LUMSAR_AGENT_OUTPUTS_SAVE_OUTPUT_H
+#pragma once
 
 #include "outputs/sink.h"
 
@@ -27,5 +26,3 @@ class SaveOutput : public SinkFactory {
 };
 
 }  // namespace lumsar::agent
-
-#endif

@@ -3,8 +3,7 @@
 //
 //   Camera --deliver()----> Sink: queue, newest wins --> its thread --> disk, device, browser
 //          <-hasConsumer()- (changed() wakes the channel thread when the answer changes)
-#ifndef LUMSAR_AGENT_OUTPUTS_SINK_H
-#define LUMSAR_AGENT_OUTPUTS_SINK_H
+#pragma once
 
 #include <cstdint>
 #include <functional>
@@ -48,5 +47,3 @@ class SinkFactory {
 };
 
 }  // namespace lumsar::agent
-
-#endif

@@ -1,7 +1,6 @@
 // Camera: one announced camera. Asks the service for frames while a sink has a consumer, counts
 // what arrives, delivers complete frames to the sinks.
-#ifndef LUMSAR_AGENT_SESSION_CAMERA_H
-#define LUMSAR_AGENT_SESSION_CAMERA_H
+#pragma once
 
 #include <chrono>
 #include <functional>
@@ -91,5 +90,3 @@ class Camera {
 };
 
 }  // namespace lumsar::agent
-
-#endif

@@ -1,6 +1,5 @@
 // CameraTable: the cameras of one connection, by the service's numbers.
-#ifndef LUMSAR_AGENT_SESSION_CAMERA_TABLE_H
-#define LUMSAR_AGENT_SESSION_CAMERA_TABLE_H
+#pragma once
 
 #include <functional>
 #include <map>
@@ -38,5 +37,3 @@ class CameraTable {
 };
 
 }  // namespace lumsar::agent
-
-#endif

@@ -1,7 +1,6 @@
 // Connection: one peer, a host or a camera service that has connected without one: its transport,
 // its end of the protocol, its cameras. Bound to the channel thread.
-#ifndef LUMSAR_AGENT_SESSION_CONNECTION_H
-#define LUMSAR_AGENT_SESSION_CONNECTION_H
+#pragma once
 
 #include <poll.h>
 
@@ -83,5 +82,3 @@ class Connection : private EndpointEvents {
 };
 
 }  // namespace lumsar::agent
-
-#endif

@@ -1,6 +1,5 @@
 // What is counted of one camera.
-#ifndef LUMSAR_AGENT_SESSION_COUNTERS_H
-#define LUMSAR_AGENT_SESSION_COUNTERS_H
+#pragma once
 
 #include <cstdint>
 #include <optional>
@@ -31,5 +30,3 @@ struct Counters {
 };
 
 }  // namespace lumsar::agent
-
-#endif

@@ -4,8 +4,7 @@
 //    opened() --> waiting for a HELLO --HELLO--> established --error--> waiting for a HELLO
 //                         ^                         |  ^         (an error drops all cameras)
 //                         +--------closed()---------+  +--HELLO-- (begins a new session)
-#ifndef LUMSAR_AGENT_SESSION_ENDPOINT_H
-#define LUMSAR_AGENT_SESSION_ENDPOINT_H
+#pragma once
 
 #include <chrono>
 #include <cstddef>
@@ -88,5 +87,3 @@ class Endpoint {
 };
 
 }  // namespace lumsar::agent
-
-#endif

@@ -1,7 +1,6 @@
 // Gallery: makes the cameras of all connections with their sinks, and keeps those that have been
 // removed until their sinks have finished.
-#ifndef LUMSAR_AGENT_SESSION_GALLERY_H
-#define LUMSAR_AGENT_SESSION_GALLERY_H
+#pragma once
 
 #include <chrono>
 #include <deque>
@@ -43,5 +42,3 @@ class Gallery {
 };
 
 }  // namespace lumsar::agent
-
-#endif

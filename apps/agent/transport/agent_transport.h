@@ -2,8 +2,7 @@
 //
 //   without a peer: attach() when descriptor() is readable, and regularly besides
 //   with a peer:    read() and write() as poll says; -1 means that it has disconnected
-#ifndef LUMSAR_AGENT_TRANSPORT_AGENT_TRANSPORT_H
-#define LUMSAR_AGENT_TRANSPORT_AGENT_TRANSPORT_H
+#pragma once
 
 #include <sys/types.h>
 
@@ -35,5 +34,3 @@ class Transport {
 };
 
 }  // namespace lumsar::agent
-
-#endif

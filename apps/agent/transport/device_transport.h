@@ -1,7 +1,6 @@
 // DeviceTransport: a character device as the transport to the host: a virtio port of a SPICE VM, a
 // serial line. The device can appear and disappear, and so can the client at its other end.
-#ifndef LUMSAR_AGENT_TRANSPORT_DEVICE_TRANSPORT_H
-#define LUMSAR_AGENT_TRANSPORT_DEVICE_TRANSPORT_H
+#pragma once
 
 #include <functional>
 #include <optional>
@@ -44,5 +43,3 @@ class DeviceTransport : public Transport {
 };
 
 }  // namespace lumsar::agent
-
-#endif

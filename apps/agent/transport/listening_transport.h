@@ -1,7 +1,6 @@
 // Stream sockets as transports: ListenTransport accepts one host at a time, SocketTransport is a
 // connection that exists already.
-#ifndef LUMSAR_AGENT_TRANSPORT_LISTENING_TRANSPORT_H
-#define LUMSAR_AGENT_TRANSPORT_LISTENING_TRANSPORT_H
+#pragma once
 
 #include "base/socket_listener.h"
 #include "transport/agent_transport.h"
@@ -44,5 +43,3 @@ class ListenTransport : public SocketTransport {
 };
 
 }  // namespace lumsar::agent
-
-#endif

@@ -1,8 +1,7 @@
 // XrdpTransport: the channel "lumsar" of the RDP session in which this program runs, through the
 // library that xrdp has for programs inside its sessions. It is loaded when asked for, so that
 // nothing here depends on xrdp.
-#ifndef LUMSAR_AGENT_TRANSPORT_XRDP_TRANSPORT_H
-#define LUMSAR_AGENT_TRANSPORT_XRDP_TRANSPORT_H
+#pragma once
 
 #include <chrono>
 
@@ -50,5 +49,3 @@ class XrdpTransport : public Transport {
 };
 
 }  // namespace lumsar::agent
-
-#endif

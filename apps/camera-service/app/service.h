@@ -6,8 +6,7 @@
 //
 // Everything runs in the main loop, the io_context of the thread that calls run(); frames and
 // notifications of GStreamer's threads are posted to it.
-#ifndef LUMSAR_CAMERA_SERVICE_APP_SERVICE_H
-#define LUMSAR_CAMERA_SERVICE_APP_SERVICE_H
+#pragma once
 
 #include <asio/io_context.hpp>
 #include <asio/signal_set.hpp>
@@ -60,5 +59,3 @@ class Service : private ipc::IpcServerEvents {
 };
 
 }  // namespace lumsar::service
-
-#endif

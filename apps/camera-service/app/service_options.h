@@ -1,6 +1,5 @@
 // The command line of lumsar-camera-service.
-#ifndef LUMSAR_CAMERA_SERVICE_APP_SERVICE_OPTIONS_H
-#define LUMSAR_CAMERA_SERVICE_APP_SERVICE_OPTIONS_H
+#pragma once
 
 #include <optional>
 #include <string>
@@ -27,5 +26,3 @@ struct Options {
 std::optional<Options> parseOptions(int argc, const char* const* argv);
 
 }  // namespace lumsar::service
-
-#endif

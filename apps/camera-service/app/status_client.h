@@ -1,6 +1,5 @@
 // lumsar-camera-service --status: asks the running service what it is doing.
-#ifndef LUMSAR_CAMERA_SERVICE_APP_STATUS_CLIENT_H
-#define LUMSAR_CAMERA_SERVICE_APP_STATUS_CLIENT_H
+#pragma once
 
 #include <string>
 
@@ -13,5 +12,3 @@ inline constexpr const char* kStatusClient = "lumsar --status";
 std::string askStatus(const std::string& channel, bool asJson);
 
 }  // namespace lumsar::service
-
-#endif

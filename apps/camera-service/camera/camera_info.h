@@ -1,6 +1,5 @@
 // What the service knows of a camera before it runs: which one it is and which formats it offers.
-#ifndef LUMSAR_CAMERA_SERVICE_CAMERA_CAMERA_INFO_H
-#define LUMSAR_CAMERA_SERVICE_CAMERA_CAMERA_INFO_H
+#pragma once
 
 #include <cstdint>
 #include <memory>
@@ -30,5 +29,3 @@ struct Camera {
 };
 
 }  // namespace lumsar::service
-
-#endif

@@ -2,8 +2,7 @@
 // Capture that suits them all, and not a moment longer. It is not started again at once, so that a
 // VM cannot keep it switching. When the device fails, it is retried with a growing back-off for as
 // long as there is a consumer.
-#ifndef LUMSAR_CAMERA_SERVICE_CAMERA_CAMERA_STREAM_H
-#define LUMSAR_CAMERA_SERVICE_CAMERA_CAMERA_STREAM_H
+#pragma once
 
 #include <asio/steady_timer.hpp>
 #include <functional>
@@ -101,5 +100,3 @@ class StreamTable {
 };
 
 }  // namespace lumsar::service
-
-#endif

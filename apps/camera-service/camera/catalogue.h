@@ -1,7 +1,6 @@
 // Catalogue: all cameras that the service has seen since its start, present or not, and how people
 // and VMs refer to them.
-#ifndef LUMSAR_CAMERA_SERVICE_CAMERA_CATALOGUE_H
-#define LUMSAR_CAMERA_SERVICE_CAMERA_CATALOGUE_H
+#pragma once
 
 #include <map>
 #include <string>
@@ -29,5 +28,3 @@ class Catalogue {
 };
 
 }  // namespace lumsar::service
-
-#endif

@@ -1,7 +1,6 @@
 // RateControl: finds the frame rate that a VM can take, from its report about once a second. It
 // falls quickly to what the VM managed and rises carefully while the VM keeps up.
-#ifndef LUMSAR_CAMERA_SERVICE_CAMERA_RATE_CONTROL_H
-#define LUMSAR_CAMERA_SERVICE_CAMERA_RATE_CONTROL_H
+#pragma once
 
 #include <cstdint>
 
@@ -28,5 +27,3 @@ class RateControl {
 };
 
 }  // namespace lumsar::service
-
-#endif

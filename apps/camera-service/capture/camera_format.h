@@ -1,6 +1,5 @@
 // One format in which a camera offers its frames.
-#ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_CAMERA_FORMAT_H
-#define LUMSAR_CAMERA_SERVICE_CAPTURE_CAMERA_FORMAT_H
+#pragma once
 
 #include <string>
 
@@ -18,5 +17,3 @@ struct CameraFormat {
 };
 
 }  // namespace lumsar::service
-
-#endif

@@ -5,8 +5,7 @@
 //
 // State changes, which may wait for a device, run one after another, in the camera's turns, on
 // threads of their own.
-#ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_CAPTURE_H
-#define LUMSAR_CAMERA_SERVICE_CAPTURE_CAPTURE_H
+#pragma once
 
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
@@ -84,5 +83,3 @@ class Capture {
 };
 
 }  // namespace lumsar::service
-
-#endif

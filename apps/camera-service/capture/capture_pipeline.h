@@ -2,8 +2,7 @@
 //
 //   source - format - [jpegdec] - convert - scale - size - encoder - sink
 //
-#ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_CAPTURE_PIPELINE_H
-#define LUMSAR_CAMERA_SERVICE_CAPTURE_CAPTURE_PIPELINE_H
+#pragma once
 
 #include <memory>
 
@@ -27,5 +26,3 @@ CapturePipeline buildPipeline(GstDevice* device, const CapturePlan& plan);
 void setFrameSize(const CapturePipeline& pipeline, const CapturePlan& plan);
 
 }  // namespace lumsar::service
-
-#endif

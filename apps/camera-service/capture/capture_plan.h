@@ -1,7 +1,6 @@
 // What consumers ask of a camera, and what is made of it: which of the camera's formats is captured
 // and how large frames are sent.
-#ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_CAPTURE_PLAN_H
-#define LUMSAR_CAMERA_SERVICE_CAPTURE_CAPTURE_PLAN_H
+#pragma once
 
 #include <cstdint>
 #include <vector>
@@ -43,5 +42,3 @@ FrameSize scaledInto(FrameSize size, FrameSize limit);
 CapturePlan planCapture(const std::vector<CameraFormat>& formats, const CaptureRequest& request);
 
 }  // namespace lumsar::service
-
-#endif

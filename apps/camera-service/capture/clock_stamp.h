@@ -1,8 +1,7 @@
 // Draws the time of day into the frames of a synthetic camera, to the hundredth of a second: who
 // compares it with a clock reads the latency. GStreamer's own overlay shows no fractions of
 // seconds.
-#ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_CLOCK_STAMP_H
-#define LUMSAR_CAMERA_SERVICE_CAPTURE_CLOCK_STAMP_H
+#pragma once
 
 #include <gst/gst.h>
 
@@ -25,5 +24,3 @@ void drawDigits(const LumaPlane& plane, std::string_view text);
 void stampClock(GstBin* bin, const char* name, int width, int height);
 
 }  // namespace lumsar::service
-
-#endif

@@ -1,6 +1,5 @@
 // The formats that a device offers, read from GStreamer's caps.
-#ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_DEVICE_FORMATS_H
-#define LUMSAR_CAMERA_SERVICE_CAPTURE_DEVICE_FORMATS_H
+#pragma once
 
 #include <vector>
 
@@ -16,5 +15,3 @@ std::vector<CameraFormat> formatsOf(const GstCaps* caps);
 GstPtr<GstCaps> capsFor(const CameraFormat& format);
 
 }  // namespace lumsar::service
-
-#endif

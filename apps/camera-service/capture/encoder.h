@@ -1,6 +1,5 @@
 // The encoders: JPEG always, H.264 where GStreamer has one.
-#ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_ENCODER_H
-#define LUMSAR_CAMERA_SERVICE_CAPTURE_ENCODER_H
+#pragma once
 
 #include "capture/capture_plan.h"
 #include "capture/gst_ptr.h"
@@ -17,5 +16,3 @@ GstElement* makeEncoder(const CapturePlan& plan);
 bool setEncoderQuality(GstElement* encoder, const CapturePlan& plan);
 
 }  // namespace lumsar::service
-
-#endif

@@ -1,6 +1,5 @@
 // Owning pointers for GStreamer's counted objects, and shared ones for its callbacks.
-#ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_GST_PTR_H
-#define LUMSAR_CAMERA_SERVICE_CAPTURE_GST_PTR_H
+#pragma once
 
 #include <gst/gst.h>
 
@@ -49,5 +48,3 @@ void releaseShared(gpointer data) {
 }
 
 }  // namespace lumsar::service
-
-#endif

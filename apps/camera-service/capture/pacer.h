@@ -1,6 +1,5 @@
 // Pacer: picks from a stream of frames those that keep a given interval.
-#ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_PACER_H
-#define LUMSAR_CAMERA_SERVICE_CAPTURE_PACER_H
+#pragma once
 
 #include <cstdint>
 #include <limits>
@@ -25,5 +24,3 @@ class Pacer {
 };
 
 }  // namespace lumsar::service
-
-#endif

@@ -1,6 +1,5 @@
 // PolicyRule: how frames are captured and encoded.
-#ifndef LUMSAR_CAMERA_SERVICE_CAPTURE_POLICY_RULE_H
-#define LUMSAR_CAMERA_SERVICE_CAPTURE_POLICY_RULE_H
+#pragma once
 
 #include <cstdint>
 #include <optional>
@@ -25,5 +24,3 @@ struct PolicyRule {
 };
 
 }  // namespace lumsar::service
-
-#endif

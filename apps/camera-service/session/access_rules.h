@@ -1,6 +1,5 @@
 // AccessRules: which cameras may be shared with which VM, from --allow and --deny.
-#ifndef LUMSAR_CAMERA_SERVICE_SESSION_ACCESS_RULES_H
-#define LUMSAR_CAMERA_SERVICE_SESSION_ACCESS_RULES_H
+#pragma once
 
 #include <string>
 #include <vector>
@@ -40,5 +39,3 @@ class AccessRules {
 };
 
 }  // namespace lumsar::service
-
-#endif

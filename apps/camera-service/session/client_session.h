@@ -3,8 +3,7 @@
 //   commands (types 1 to 5, 7, 9) --> ClientSession --> Share --> CameraStream
 //   the VM's data (type 6) -----------/    \--> device changes (type 8)
 //
-#ifndef LUMSAR_CAMERA_SERVICE_SESSION_CLIENT_SESSION_H
-#define LUMSAR_CAMERA_SERVICE_SESSION_CLIENT_SESSION_H
+#pragma once
 
 #include <QJsonObject>
 #include <deque>
@@ -116,5 +115,3 @@ class ClientSession {
 };
 
 }  // namespace lumsar::service
-
-#endif

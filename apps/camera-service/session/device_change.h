@@ -3,8 +3,7 @@
 //
 //   {"change":"refused","camera":"test:Front","name":"Front","number":0,"vmId":"vm-7",
 //    "reason":"..."}
-#ifndef LUMSAR_CAMERA_SERVICE_SESSION_DEVICE_CHANGE_H
-#define LUMSAR_CAMERA_SERVICE_SESSION_DEVICE_CHANGE_H
+#pragma once
 
 #include <QJsonObject>
 #include <string>
@@ -38,5 +37,3 @@ DeviceChange policyCorrected(const std::string& note);
 QJsonObject toJson(const DeviceChange& change);
 
 }  // namespace lumsar::service
-
-#endif

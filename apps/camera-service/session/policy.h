@@ -1,7 +1,6 @@
 // The camera policy: how cameras are captured and encoded for one VM. Read from the document that
 // a host sends; values out of range are clamped, and each correction has a sentence for the user.
-#ifndef LUMSAR_CAMERA_SERVICE_SESSION_POLICY_H
-#define LUMSAR_CAMERA_SERVICE_SESSION_POLICY_H
+#pragma once
 
 #include <optional>
 #include <string>
@@ -31,5 +30,3 @@ struct PolicyReading {
 PolicyReading readPolicy(std::string_view document, bool h264Available);
 
 }  // namespace lumsar::service
-
-#endif

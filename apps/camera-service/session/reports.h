@@ -1,6 +1,5 @@
 // What the service reports of itself: the camera list for a host and the status for --status.
-#ifndef LUMSAR_CAMERA_SERVICE_SESSION_REPORTS_H
-#define LUMSAR_CAMERA_SERVICE_SESSION_REPORTS_H
+#pragma once
 
 #include <QJsonObject>
 #include <chrono>
@@ -23,5 +22,3 @@ QJsonObject statusReport(const SessionContext& context, const SessionTable& sess
                          std::chrono::steady_clock::duration uptime);
 
 }  // namespace lumsar::service
-
-#endif

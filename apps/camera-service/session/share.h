@@ -1,8 +1,7 @@
 // Share: one camera shared with one VM over one transport. Announced when made, it streams between
 // the VM's Start and Stop, and says Removed when it ends. While its transport is stalled, it does
 // not consume frames.
-#ifndef LUMSAR_CAMERA_SERVICE_SESSION_SHARE_H
-#define LUMSAR_CAMERA_SERVICE_SESSION_SHARE_H
+#pragma once
 
 #include <memory>
 
@@ -79,5 +78,3 @@ class Share : private FrameConsumer {
 };
 
 }  // namespace lumsar::service
-
-#endif

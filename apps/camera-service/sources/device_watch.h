@@ -1,7 +1,6 @@
 // DeviceWatch: GStreamer's device monitor, turned into two events of the main loop. Sees webcams
 // and virtual cameras alike.
-#ifndef LUMSAR_CAMERA_SERVICE_SOURCES_DEVICE_WATCH_H
-#define LUMSAR_CAMERA_SERVICE_SOURCES_DEVICE_WATCH_H
+#pragma once
 
 #include <asio/io_context.hpp>
 #include <functional>
@@ -39,5 +38,3 @@ class DeviceWatch {
 CameraInfo describeDevice(GstDevice* device);
 
 }  // namespace lumsar::service
-
-#endif

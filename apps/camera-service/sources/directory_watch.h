@@ -1,6 +1,5 @@
 // DirectoryWatch: reports the files that appear in a directory and disappear from it.
-#ifndef LUMSAR_CAMERA_SERVICE_SOURCES_DIRECTORY_WATCH_H
-#define LUMSAR_CAMERA_SERVICE_SOURCES_DIRECTORY_WATCH_H
+#pragma once
 
 #include <array>
 #include <asio/io_context.hpp>
@@ -38,5 +37,3 @@ class DirectoryWatch {
 };
 
 }  // namespace lumsar::service
-
-#endif

@@ -1,7 +1,6 @@
 // FileCameras: still images and video files as cameras. A file becomes a virtual camera once it has
 // been probed, on a thread of its own.
-#ifndef LUMSAR_CAMERA_SERVICE_SOURCES_FILE_CAMERAS_H
-#define LUMSAR_CAMERA_SERVICE_SOURCES_FILE_CAMERAS_H
+#pragma once
 
 #include <asio/io_context.hpp>
 #include <asio/thread_pool.hpp>
@@ -50,5 +49,3 @@ class FileCameras {
 };
 
 }  // namespace lumsar::service
-
-#endif

@@ -1,7 +1,6 @@
 // Finds out whether a file is a still image or a video, and of which size. Takes as long as reading
 // the file does.
-#ifndef LUMSAR_CAMERA_SERVICE_SOURCES_FILE_PROBE_H
-#define LUMSAR_CAMERA_SERVICE_SOURCES_FILE_PROBE_H
+#pragma once
 
 #include <string>
 
@@ -21,5 +20,3 @@ FileProbe probeFile(const std::string& path);
 GstElement* makeFileSource(const std::string& path, const FileProbe& probe);
 
 }  // namespace lumsar::service
-
-#endif

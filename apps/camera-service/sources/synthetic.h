@@ -1,6 +1,5 @@
 // Synthetic cameras: a moving pattern with the time of day in it.
-#ifndef LUMSAR_CAMERA_SERVICE_SOURCES_SYNTHETIC_H
-#define LUMSAR_CAMERA_SERVICE_SOURCES_SYNTHETIC_H
+#pragma once
 
 #include <string>
 
@@ -13,5 +12,3 @@ namespace lumsar::service {
 VirtualCamera syntheticCamera(const std::string& description);
 
 }  // namespace lumsar::service
-
-#endif

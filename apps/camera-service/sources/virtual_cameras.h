@@ -1,7 +1,6 @@
 // VirtualCameras: cameras without a device, offered to GStreamer's device monitor by a provider
 // inside this process, so that the rest of the service cannot tell them from webcams.
-#ifndef LUMSAR_CAMERA_SERVICE_SOURCES_VIRTUAL_CAMERAS_H
-#define LUMSAR_CAMERA_SERVICE_SOURCES_VIRTUAL_CAMERAS_H
+#pragma once
 
 #include <functional>
 #include <map>
@@ -43,5 +42,3 @@ class VirtualCameras {
 };
 
 }  // namespace lumsar::service
-
-#endif

@@ -1,6 +1,5 @@
 // HostTransport: to a VM through its host's connection to the service.
-#ifndef LUMSAR_CAMERA_SERVICE_TRANSPORTS_HOST_TRANSPORT_H
-#define LUMSAR_CAMERA_SERVICE_TRANSPORTS_HOST_TRANSPORT_H
+#pragma once
 
 #include "ipc/server/server.h"
 #include "transports/vm_transport.h"
@@ -23,5 +22,3 @@ class HostTransport : public VmTransport {
 };
 
 }  // namespace lumsar::service
-
-#endif

@@ -3,8 +3,7 @@
 //
 //   connect --> MSG_HELLO (token) --> VM's MSG_HELLO (same token) --> ready: MSG_DATA both ways
 //
-#ifndef LUMSAR_CAMERA_SERVICE_TRANSPORTS_TCP_TRANSPORT_H
-#define LUMSAR_CAMERA_SERVICE_TRANSPORTS_TCP_TRANSPORT_H
+#pragma once
 
 #include <asio/ip/tcp.hpp>
 #include <asio/steady_timer.hpp>
@@ -55,5 +54,3 @@ class TcpTransport : public VmTransport, public std::enable_shared_from_this<Tcp
 std::string addressText(const asio::ip::tcp::endpoint& endpoint);
 
 }  // namespace lumsar::service
-
-#endif

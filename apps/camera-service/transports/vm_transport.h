@@ -1,6 +1,5 @@
 // VmTransport: what carries a share's messages to a VM, through its host or straight over TCP.
-#ifndef LUMSAR_CAMERA_SERVICE_TRANSPORTS_VM_TRANSPORT_H
-#define LUMSAR_CAMERA_SERVICE_TRANSPORTS_VM_TRANSPORT_H
+#pragma once
 
 #include <string>
 
@@ -21,5 +20,3 @@ class VmTransport {
 };
 
 }  // namespace lumsar::service
-
-#endif

@@ -1,7 +1,6 @@
 // Console: reads command lines from standard input on a thread of its own; with line editing and
 // history where it is a terminal.
-#ifndef LUMSAR_HOST_APP_CONSOLE_H
-#define LUMSAR_HOST_APP_CONSOLE_H
+#pragma once
 
 #include <functional>
 #include <mutex>
@@ -48,5 +47,3 @@ class Console {
 };
 
 }  // namespace lumsar::host
-
-#endif

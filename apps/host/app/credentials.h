@@ -1,7 +1,6 @@
 // Secrets come from files or the environment, never from the command line, which everybody can
 // read.
-#ifndef LUMSAR_HOST_APP_CREDENTIALS_H
-#define LUMSAR_HOST_APP_CREDENTIALS_H
+#pragma once
 
 #include <cstdlib>
 #include <fstream>
@@ -36,5 +35,3 @@ inline std::vector<std::string> readLines(const std::string& file, std::size_t c
 }
 
 }  // namespace lumsar::host
-
-#endif

@@ -1,6 +1,5 @@
 // The host program: everything but its kind of channel.
-#ifndef LUMSAR_HOST_APP_HOST_APP_H
-#define LUMSAR_HOST_APP_HOST_APP_H
+#pragma once
 
 #include <asio/io_context.hpp>
 #include <functional>
@@ -21,5 +20,3 @@ int runHostProgram(int argc, char** argv, const HostCommandLine& commandLine,
                    const MakeTransport& makeTransport);
 
 }  // namespace lumsar::host
-
-#endif

@@ -1,6 +1,5 @@
 // The command line that all host programs share.
-#ifndef LUMSAR_HOST_APP_HOST_OPTIONS_H
-#define LUMSAR_HOST_APP_HOST_OPTIONS_H
+#pragma once
 
 #include <chrono>
 #include <functional>
@@ -39,5 +38,3 @@ struct HostCommandLine {
 std::optional<Options> parseOptions(int argc, char** argv, const HostCommandLine& commandLine);
 
 }  // namespace lumsar::host
-
-#endif

@@ -1,6 +1,5 @@
 // The command line of lumsar-rdp: where the server is, who logs on, and whom to trust.
-#ifndef LUMSAR_HOST_APP_RDP_OPTIONS_H
-#define LUMSAR_HOST_APP_RDP_OPTIONS_H
+#pragma once
 
 #include <string>
 
@@ -28,5 +27,3 @@ std::string parseFingerprint(const std::string& text);
 RdpTarget rdpTarget(const Options& options, const RdpOptions& own);
 
 }  // namespace lumsar::host
-
-#endif

@@ -1,6 +1,5 @@
 // What a host did, for people and programs that ask for it.
-#ifndef LUMSAR_HOST_APP_SUMMARY_H
-#define LUMSAR_HOST_APP_SUMMARY_H
+#pragma once
 
 #include <QJsonObject>
 
@@ -14,5 +13,3 @@ QJsonObject statusOf(const CameraHost& host, Protocol protocol);
 QJsonObject summaryOf(const CameraHost& host, Protocol protocol);
 
 }  // namespace lumsar::host
-
-#endif

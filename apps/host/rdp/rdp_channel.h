@@ -8,8 +8,7 @@
 // The library's thread reads nothing while it has fragments to write, and a write lasts until the
 // line has taken the bytes. So it gets its next batch only when it has none left, and never while
 // it reports that: it would go on writing and hear neither the server nor its own user.
-#ifndef LUMSAR_HOST_RDP_RDP_CHANNEL_H
-#define LUMSAR_HOST_RDP_RDP_CHANNEL_H
+#pragma once
 
 #include <freerdp/svc.h>
 
@@ -76,5 +75,3 @@ class RdpChannel {
 };
 
 }  // namespace lumsar::host
-
-#endif

@@ -1,8 +1,7 @@
 // RdpClient: one connection to an RDP server that carries nothing but our channel; the desktop is
 // asked for as small as can be and thrown away. Made, run and destroyed on the transport's thread;
 // wake(), endIfSilent() and end() may be called on any other.
-#ifndef LUMSAR_HOST_RDP_RDP_CLIENT_H
-#define LUMSAR_HOST_RDP_RDP_CLIENT_H
+#pragma once
 
 #include <freerdp/error.h>
 #include <freerdp/event.h>
@@ -98,5 +97,3 @@ class RdpClient {
 };
 
 }  // namespace lumsar::host
-
-#endif

@@ -1,7 +1,6 @@
 // RdpTransport: the channel to the VM as a static virtual channel of an RDP connection of its own.
 // The RDP library lives on a thread of its own, one RdpClient after another.
-#ifndef LUMSAR_HOST_RDP_RDP_TRANSPORT_H
-#define LUMSAR_HOST_RDP_RDP_TRANSPORT_H
+#pragma once
 
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
@@ -57,5 +56,3 @@ class RdpTransport final : public Transport {
 };
 
 }  // namespace lumsar::host
-
-#endif

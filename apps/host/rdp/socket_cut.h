@@ -1,7 +1,6 @@
 // Shuts down this process's connections to one address, so that a library that waits on one of them
 // without a time limit sees its end. Called on any thread.
-#ifndef LUMSAR_HOST_RDP_SOCKET_CUT_H
-#define LUMSAR_HOST_RDP_SOCKET_CUT_H
+#pragma once
 
 #include <cstdint>
 #include <string>
@@ -13,5 +12,3 @@ namespace lumsar::host {
 void cutSockets(const std::string& host, std::uint16_t port);
 
 }  // namespace lumsar::host
-
-#endif

@@ -1,7 +1,6 @@
 // CallWatch: tells, while a call of the plug-in is still under way, that it takes too long.
 // Calls are made on the plug-in's thread, watched on the main loop.
-#ifndef LUMSAR_HOST_SESSION_CALL_WATCH_H
-#define LUMSAR_HOST_SESSION_CALL_WATCH_H
+#pragma once
 
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
@@ -35,5 +34,3 @@ class CallWatch {
 };
 
 }  // namespace lumsar::host
-
-#endif

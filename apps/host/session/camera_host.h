@@ -4,8 +4,7 @@
 //
 //   main loop:        Transport --Inbox-->    Session, Commands, ServiceWatch   : plug-in's thread
 //                     Transport <--SendQueue-- plug-in (any of its threads)
-#ifndef LUMSAR_HOST_SESSION_CAMERA_HOST_H
-#define LUMSAR_HOST_SESSION_CAMERA_HOST_H
+#pragma once
 
 #include <asio/io_context.hpp>
 #include <asio/thread_pool.hpp>
@@ -75,5 +74,3 @@ class CameraHost {
 };
 
 }  // namespace lumsar::host
-
-#endif

@@ -1,6 +1,5 @@
 // CameraList: the cameras of this machine, as the camera service listed them.
-#ifndef LUMSAR_HOST_SESSION_CAMERA_LIST_H
-#define LUMSAR_HOST_SESSION_CAMERA_LIST_H
+#pragma once
 
 #include <optional>
 #include <string>
@@ -30,5 +29,3 @@ ListReply askForList(const Plugin& plugin);
 CameraList readList(const std::string& text);
 
 }  // namespace lumsar::host
-
-#endif

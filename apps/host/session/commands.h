@@ -1,8 +1,7 @@
 // Commands: the host's commands in words, such as "share 0", as JSON commands to the plug-in, and
 // the memory of what the user asked for, so that it also holds after a recovery.
 // Bound to the thread that calls the plug-in, except for results() and anyFailed().
-#ifndef LUMSAR_HOST_SESSION_COMMANDS_H
-#define LUMSAR_HOST_SESSION_COMMANDS_H
+#pragma once
 
 #include <QJsonObject>
 #include <filesystem>
@@ -82,5 +81,3 @@ class Commands {
 };
 
 }  // namespace lumsar::host
-
-#endif

@@ -1,6 +1,5 @@
 // Deframer: cuts the VM's byte stream into complete messages and resynchronises where it has to.
-#ifndef LUMSAR_HOST_SESSION_DEFRAMER_H
-#define LUMSAR_HOST_SESSION_DEFRAMER_H
+#pragma once
 
 #include <span>
 #include <utility>
@@ -32,5 +31,3 @@ class Deframer {
 };
 
 }  // namespace lumsar::host
-
-#endif

@@ -1,6 +1,5 @@
 // Finds the plug-in and the IPC library where they are built or installed.
-#ifndef LUMSAR_HOST_SESSION_FIND_LIBRARIES_H
-#define LUMSAR_HOST_SESSION_FIND_LIBRARIES_H
+#pragma once
 
 #include <filesystem>
 #include <string>
@@ -17,5 +16,3 @@ std::string findIpcLibrary(const std::filesystem::path& plugin,
                            const std::filesystem::path& directory);
 
 }  // namespace lumsar::host
-
-#endif

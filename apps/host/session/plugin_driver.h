@@ -1,7 +1,6 @@
 // PluginDriver: what differs between a SPICE and an RDP host in how the plug-in is driven, and
 // nothing else.
-#ifndef LUMSAR_HOST_SESSION_PLUGIN_DRIVER_H
-#define LUMSAR_HOST_SESSION_PLUGIN_DRIVER_H
+#pragma once
 
 #include <functional>
 #include <memory>
@@ -46,5 +45,3 @@ std::unique_ptr<PluginDriver> makeDriver(const Plugin& plugin, const DriverSetup
                                          SendQueue& queue, PluginDriver::EventSink events);
 
 }  // namespace lumsar::host
-
-#endif

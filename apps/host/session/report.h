@@ -1,7 +1,6 @@
 // Report: everything that the host says, one line at a time, and status codes in words.
 // Thread-safe.
-#ifndef LUMSAR_HOST_SESSION_REPORT_H
-#define LUMSAR_HOST_SESSION_REPORT_H
+#pragma once
 
 #include <functional>
 #include <mutex>
@@ -39,5 +38,3 @@ class PluginLog {
 };
 
 }  // namespace lumsar::host
-
-#endif

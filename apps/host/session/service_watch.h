@@ -1,7 +1,6 @@
 // ServiceWatch: asks repeatedly whether the camera service is still there, for a host that the
 // plug-in does not tell. Bound to the thread that calls the plug-in.
-#ifndef LUMSAR_HOST_SESSION_SERVICE_WATCH_H
-#define LUMSAR_HOST_SESSION_SERVICE_WATCH_H
+#pragma once
 
 #include <asio/any_io_executor.hpp>
 #include <asio/steady_timer.hpp>
@@ -40,5 +39,3 @@ class ServiceWatch {
 };
 
 }  // namespace lumsar::host
-
-#endif

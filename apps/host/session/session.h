@@ -1,7 +1,6 @@
 // Session: drives the plug-in from the channel's state, hands it the VM's messages, and recovers
 // from a lost camera service or VM. Bound to the thread that calls the plug-in, except for state().
-#ifndef LUMSAR_HOST_SESSION_SESSION_H
-#define LUMSAR_HOST_SESSION_SESSION_H
+#pragma once
 
 #include <asio/steady_timer.hpp>
 #include <chrono>
@@ -102,5 +101,3 @@ class Session final : public ChannelListener {
 };
 
 }  // namespace lumsar::host
-
-#endif

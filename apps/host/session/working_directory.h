@@ -1,6 +1,5 @@
 // A working directory that is left again.
-#ifndef LUMSAR_HOST_SESSION_WORKING_DIRECTORY_H
-#define LUMSAR_HOST_SESSION_WORKING_DIRECTORY_H
+#pragma once
 
 #include <filesystem>
 
@@ -24,5 +23,3 @@ class WorkingDirectory {
 };
 
 }  // namespace lumsar::host
-
-#endif

@@ -1,7 +1,6 @@
 // SpiceTransport: the channel as a SPICE port channel, through the SPICE client library.
 // The library lives on a thread of its own with the default GLib context.
-#ifndef LUMSAR_HOST_SPICE_SPICE_TRANSPORT_H
-#define LUMSAR_HOST_SPICE_SPICE_TRANSPORT_H
+#pragma once
 
 #include <spice-client.h>
 
@@ -76,5 +75,3 @@ class SpiceTransport final : public Transport {
 };
 
 }  // namespace lumsar::host
-
-#endif

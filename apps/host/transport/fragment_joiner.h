@@ -1,7 +1,6 @@
 // FragmentJoiner: makes complete messages of the fragments in which the plug-in hands them over.
 // The fragments of one message come from one thread; those of another thread's may come between.
-#ifndef LUMSAR_HOST_TRANSPORT_FRAGMENT_JOINER_H
-#define LUMSAR_HOST_TRANSPORT_FRAGMENT_JOINER_H
+#pragma once
 
 #include <algorithm>
 #include <map>
@@ -55,5 +54,3 @@ class FragmentJoiner {
 };
 
 }  // namespace lumsar::host
-
-#endif

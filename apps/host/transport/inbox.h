@@ -1,8 +1,7 @@
 // Inbox: carries what a transport reports to a ChannelListener on another thread, in order. When
 // the listener falls behind by kMaxBytes, the transport has to wait, so that the peer is slowed
 // down instead of filling this machine's memory.
-#ifndef LUMSAR_HOST_TRANSPORT_INBOX_H
-#define LUMSAR_HOST_TRANSPORT_INBOX_H
+#pragma once
 
 #include <asio/any_io_executor.hpp>
 #include <condition_variable>
@@ -78,5 +77,3 @@ class Inbox : public std::enable_shared_from_this<Inbox> {
 };
 
 }  // namespace lumsar::host
-
-#endif

@@ -1,8 +1,7 @@
 // SendQueue: what the plug-in wants sent to the VM, as complete messages in order, until a
 // transport takes them. Pushing never blocks; when the VM is slow, the oldest frames are dropped.
 // Thread-safe.
-#ifndef LUMSAR_HOST_TRANSPORT_SEND_QUEUE_H
-#define LUMSAR_HOST_TRANSPORT_SEND_QUEUE_H
+#pragma once
 
 #include <cstdint>
 #include <functional>
@@ -67,5 +66,3 @@ class SendQueue {
 };
 
 }  // namespace lumsar::host
-
-#endif

@@ -1,6 +1,5 @@
 // SocketTransport: the channel as a Unix or TCP stream socket on which the guest agent listens.
-#ifndef LUMSAR_HOST_TRANSPORT_SOCKET_TRANSPORT_H
-#define LUMSAR_HOST_TRANSPORT_SOCKET_TRANSPORT_H
+#pragma once
 
 #include <array>
 #include <asio/generic/stream_protocol.hpp>
@@ -61,5 +60,3 @@ class SocketTransport final : public Transport {
 };
 
 }  // namespace lumsar::host
-
-#endif

@@ -1,7 +1,6 @@
 // Transport: the host's end of the channel to the VM, whatever carries it. It puts what happens on
 // the channel into an Inbox and sends what the SendQueue holds.
-#ifndef LUMSAR_HOST_TRANSPORT_TRANSPORT_H
-#define LUMSAR_HOST_TRANSPORT_TRANSPORT_H
+#pragma once
 
 namespace lumsar::host {
 
@@ -18,5 +17,3 @@ class Transport {
 };
 
 }  // namespace lumsar::host
-
-#endif

@@ -1,7 +1,6 @@
 // IpcClient: what a handle of libvdi_ipc.so stands for. It holds the current connection and those
 // that have ended but whose threads still run. Thread-safe, except for its destruction.
-#ifndef LUMSAR_IPC_CLIENT_CLIENT_H
-#define LUMSAR_IPC_CLIENT_CLIENT_H
+#pragma once
 
 #include <memory>
 #include <mutex>
@@ -42,5 +41,3 @@ class IpcClient {
 };
 
 }  // namespace lumsar::ipc
-
-#endif

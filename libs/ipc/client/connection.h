@@ -11,8 +11,7 @@
 //   join()  <-------------------------
 //
 // Thread-safe, except that join() must come last.
-#ifndef LUMSAR_IPC_CLIENT_CONNECTION_H
-#define LUMSAR_IPC_CLIENT_CONNECTION_H
+#pragma once
 
 #include <atomic>
 #include <chrono>
@@ -117,5 +116,3 @@ class Connection : public std::enable_shared_from_this<Connection> {
 };
 
 }  // namespace lumsar::ipc
-
-#endif

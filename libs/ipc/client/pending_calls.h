@@ -1,7 +1,6 @@
 // PendingCalls: the synchronous calls of one connection that wait for their reply. Thread-safe.
 // A reply goes straight from the receive buffer to the caller's.
-#ifndef LUMSAR_IPC_CLIENT_PENDING_CALLS_H
-#define LUMSAR_IPC_CLIENT_PENDING_CALLS_H
+#pragma once
 
 #include <chrono>
 #include <condition_variable>
@@ -42,5 +41,3 @@ class PendingCalls {
 };
 
 }  // namespace lumsar::ipc
-
-#endif

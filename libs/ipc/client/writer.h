@@ -1,7 +1,6 @@
 // Writer: sends complete messages over one socket, each within a timeout. Thread-safe: messages of
 // several threads never interleave.
-#ifndef LUMSAR_IPC_CLIENT_WRITER_H
-#define LUMSAR_IPC_CLIENT_WRITER_H
+#pragma once
 
 #include <sys/uio.h>
 
@@ -31,5 +30,3 @@ class Writer {
 };
 
 }  // namespace lumsar::ipc
-
-#endif

@@ -1,8 +1,7 @@
 // MessageStream: complete messages over one connected socket, both ways, with a bounded queue.
 // Under each client of IpcServer and under the service's own connections to VMs. Bound to the
 // thread that runs the io_context, which calls the handlers.
-#ifndef LUMSAR_IPC_SERVER_MESSAGE_STREAM_H
-#define LUMSAR_IPC_SERVER_MESSAGE_STREAM_H
+#pragma once
 
 #include <asio/generic/stream_protocol.hpp>
 #include <functional>
@@ -73,5 +72,3 @@ class MessageStream : public std::enable_shared_from_this<MessageStream> {
 };
 
 }  // namespace lumsar::ipc
-
-#endif

@@ -4,8 +4,7 @@
 //   SocketListener --> Session (user check, connect request, MessageStream) --> IpcServerEvents
 //
 // Bound to the thread that runs the io_context; the events may call any member of the server.
-#ifndef LUMSAR_IPC_SERVER_SERVER_H
-#define LUMSAR_IPC_SERVER_SERVER_H
+#pragma once
 
 #include <asio/io_context.hpp>
 #include <asio/local/stream_protocol.hpp>
@@ -80,5 +79,3 @@ class IpcServer {
 };
 
 }  // namespace lumsar::ipc
-
-#endif

@@ -1,6 +1,5 @@
 // VideoOutput: gives each camera a v4l2loopback device, which programs in the VM open as a webcam.
-#ifndef LUMSAR_AGENT_OUTPUTS_V4L2_VIDEO_OUTPUT_H
-#define LUMSAR_AGENT_OUTPUTS_V4L2_VIDEO_OUTPUT_H
+#pragma once
 
 #include "outputs/v4l2/video_sink.h"
 
@@ -21,5 +20,3 @@ class VideoOutput : public SinkFactory {
 };
 
 }  // namespace lumsar::agent
-
-#endif

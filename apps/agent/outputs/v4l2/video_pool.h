@@ -1,6 +1,5 @@
 // VideoPool: which v4l2loopback device belongs to which camera. Thread-safe.
-#ifndef LUMSAR_AGENT_OUTPUTS_V4L2_VIDEO_POOL_H
-#define LUMSAR_AGENT_OUTPUTS_V4L2_VIDEO_POOL_H
+#pragma once
 
 #include <map>
 #include <memory>
@@ -36,5 +35,3 @@ class VideoPool {
 };
 
 }  // namespace lumsar::agent
-
-#endif

@@ -4,8 +4,7 @@
 //   find a device -> set the format -> grey image --a program opens it--> frames
 //                         ^                    ^                             |
 //                         +--other format------+----- no program has it open +
-#ifndef LUMSAR_AGENT_OUTPUTS_V4L2_VIDEO_SINK_H
-#define LUMSAR_AGENT_OUTPUTS_V4L2_VIDEO_SINK_H
+#pragma once
 
 #include <atomic>
 #include <chrono>
@@ -77,5 +76,3 @@ class VideoSink final : public Sink {
 };
 
 }  // namespace lumsar::agent
-
-#endif

@@ -1,7 +1,6 @@
 // The seam between the video device sink and the kernel: listing loopback devices, opening one,
 // setting its format, writing to it, finding out who else has it open. VideoSystem is thread-safe.
-#ifndef LUMSAR_AGENT_OUTPUTS_V4L2_VIDEO_SYSTEM_H
-#define LUMSAR_AGENT_OUTPUTS_V4L2_VIDEO_SYSTEM_H
+#pragma once
 
 #include <cstdint>
 #include <memory>
@@ -49,5 +48,3 @@ int countOpeners(const std::string& path, bool& incomplete);
 std::unique_ptr<VideoSystem> kernelVideoSystem();
 
 }  // namespace lumsar::agent
-
-#endif

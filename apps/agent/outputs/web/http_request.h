@@ -1,6 +1,5 @@
 // Reading one HTTP request.
-#ifndef LUMSAR_AGENT_OUTPUTS_WEB_HTTP_REQUEST_H
-#define LUMSAR_AGENT_OUTPUTS_WEB_HTTP_REQUEST_H
+#pragma once
 
 #include <map>
 #include <optional>
@@ -27,5 +26,3 @@ std::string readRequestHead(int socket);
 bool isFromHere(const HttpRequest& request);
 
 }  // namespace lumsar::agent
-
-#endif

@@ -1,7 +1,6 @@
 // HttpServer: as much of HTTP as the page needs: GET on the loopback interface, one request per
 // connection, a bounded number of connections, each on a thread of its own.
-#ifndef LUMSAR_AGENT_OUTPUTS_WEB_HTTP_SERVER_H
-#define LUMSAR_AGENT_OUTPUTS_WEB_HTTP_SERVER_H
+#pragma once
 
 #include <atomic>
 #include <functional>
@@ -70,5 +69,3 @@ class HttpServer {
 };
 
 }  // namespace lumsar::agent
-
-#endif

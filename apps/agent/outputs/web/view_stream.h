@@ -1,8 +1,7 @@
 // ViewStream: one camera's frames on their way to the viewers of the page. Each viewer gets the
 // newest frame as soon as it is ready for one; frames for which no viewer was ready are dropped.
 // Shared by the camera's sink and the HTTP connections' threads. Thread-safe.
-#ifndef LUMSAR_AGENT_OUTPUTS_WEB_VIEW_STREAM_H
-#define LUMSAR_AGENT_OUTPUTS_WEB_VIEW_STREAM_H
+#pragma once
 
 #include <chrono>
 #include <condition_variable>
@@ -54,5 +53,3 @@ class ViewStream {
 };
 
 }  // namespace lumsar::agent
-
-#endif

@@ -3,8 +3,7 @@
 //
 //   /             the page            /camera/N.mjpeg   live, N is the camera's handle
 //   /status.json  what --json prints  /camera/N.jpg     one frame
-#ifndef LUMSAR_AGENT_OUTPUTS_WEB_VIEWER_H
-#define LUMSAR_AGENT_OUTPUTS_WEB_VIEWER_H
+#pragma once
 
 #include <map>
 #include <memory>
@@ -61,5 +60,3 @@ class Viewer {
 extern const char* const kPage;
 
 }  // namespace lumsar::agent
-
-#endif
