@@ -18,6 +18,8 @@
 #include <fstream>
 #include <system_error>
 
+#include "support/text.h"
+
 namespace lumsar::test {
 namespace {
 
@@ -69,12 +71,6 @@ std::vector<char*> pointersTo(Process::Words& words) {
   for (std::string& word : words) pointers.push_back(word.data());
   pointers.push_back(nullptr);
   return pointers;
-}
-
-int occurrences(const std::string& in, const std::string& text) {
-  int found = 0;
-  for (auto at = in.find(text); at != std::string::npos; at = in.find(text, at + 1)) ++found;
-  return found;
 }
 
 }  // namespace

@@ -2,29 +2,30 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <fstream>
 
 #include "base/dynamic_library.h"
 #include "base/fd.h"
-#include "base/temporary_directory.h"
+#include "support/temporary_directory.h"
 
-namespace lumsar::base {
+namespace lumsar::test {
 namespace {
 
-std::string contentOf(const std::string& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
+using namespace base;
+using base::bytesOf;
+using test::TemporaryDirectory;
 
 TEST(Files, AreReplacedWhole) {
   const TemporaryDirectory dir;
   EXPECT_TRUE(replaceFile(dir / "f", bytesOf("first, and longer")));
   EXPECT_TRUE(replaceFile(dir / "f", bytesOf("second")));
-  EXPECT_EQ(contentOf(dir / "f"), "second");
+  EXPECT_EQ(readFile(dir / "f"), "second");
   EXPECT_FALSE(std::filesystem::exists(dir / "f.part"));
 }
 
@@ -47,6 +48,22 @@ TEST(Files, AFullDiskIsSaid) {
   EXPECT_EQ(errno, ENOSPC);
 }
 
+TEST(Files, ALimitOfTheirSizeIsSaidAndLeavesNothing) {
+  const TemporaryDirectory dir;
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  const rlimit small{10, before.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &small);
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  const bool good = replaceFile(dir / "file", bytesOf("longer than ten bytes"));
+  const int error = errno;
+  setrlimit(RLIMIT_FSIZE, &before);
+  std::signal(SIGXFSZ, handler);
+  EXPECT_FALSE(good);
+  EXPECT_EQ(error, EFBIG);
+  EXPECT_TRUE(dir.files().empty());
+}
+
 TEST(Files, APeerThatIsGoneRaisesNoSignal) {
   std::array<int, 2> pair{};
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair.data()), 0);
@@ -61,7 +78,7 @@ TEST(TemporaryDirectory, GoesWithAllThatIsInIt) {
   std::string path;
   {
     const TemporaryDirectory dir;
-    path = dir.path().string();
+    path = dir.path();
     std::filesystem::create_directories(dir / "a/b");
   }
   EXPECT_FALSE(std::filesystem::exists(path));
@@ -85,4 +102,4 @@ TEST(DynamicLibrary, BindsFunctionsAndSaysWhatIsMissing) {
 }
 
 }  // namespace
-}  // namespace lumsar::base
+}  // namespace lumsar::test

@@ -10,6 +10,7 @@
 #include "support/process.h"
 #include "support/raw_peer.h"
 #include "support/temporary_directory.h"
+#include "support/text.h"
 
 namespace lumsar::test {
 namespace {
@@ -18,10 +19,6 @@ namespace {
 Process agentWith(Process::Words words, const std::function<void()>& before = {}) {
   words.insert(words.begin(), LUMSAR_AGENT);
   return Process(words, {.errorsApart = true, .before = before});
-}
-
-bool has(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
 }
 
 TEST(Process, TellsItsVersionAndHelp) {

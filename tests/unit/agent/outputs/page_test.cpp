@@ -6,11 +6,9 @@
 #include <cmath>
 #include <set>
 
-#include "app/program.h"
-#include "support/raw_peer.h"
-#include "support/temporary_directory.h"
 #include "unit/agent/outputs/browser.h"
 #include "unit/agent/outputs/mosaic_jpeg.h"
+#include "unit/agent/program_fixture.h"
 
 namespace lumsar::test {
 namespace {
@@ -31,25 +29,18 @@ Bytes landscape(int columns, int rows, double time, double hue) {
   });
 }
 
-class PageTest : public testing::Test {
+class PageTest : public ProgramFixture {
  protected:
   PageTest() {
-    Options options;
-    options.listen = "unix:" + (folder / "vm.sock");
-    options.view = std::uint16_t{0};
-    program.emplace(options);
-    channel = std::thread([this] { program->run(); });
-    host.emplace(options.listen);
-    EXPECT_TRUE(host->handshake());
-    host->send(join({camera(1, "usb-046d:082d-7F2E1C", "HD Pro Webcam C920", 1280, 720),
-                     camera(2, "test:desk", "Schreibtisch \xe2\x80\x93 <oben>", 640, 480),
-                     camera(3, "file:/srv/yard.mp4", "Yard", 640, 360)}));
+    startWithPage();
+    host = newHost();
+    host.send(join({camera(1, "usb-046d:082d-7F2E1C", "HD Pro Webcam C920", 1280, 720),
+                    camera(2, "test:desk", "Schreibtisch \xe2\x80\x93 <oben>", 640, 480),
+                    camera(3, "file:/srv/yard.mp4", "Yard", 640, 360)}));
   }
   ~PageTest() override {
     ended = true;
     if (service.joinable()) service.join();
-    program->stop();
-    channel.join();
   }
   static Bytes camera(std::uint32_t number, std::string_view id, std::string_view name,
                       std::uint16_t width, std::uint16_t height) {
@@ -62,7 +53,7 @@ class PageTest : public testing::Test {
         frameBody(sequence, jpeg, kEncodingMjpg, kFrameIsKey,
                   static_cast<std::uint16_t>(columns * 8), static_cast<std::uint16_t>(rows * 8));
     const auto captured = cameraClock() - 7000 * number;
-    host->send(message(MSG_DATA, record(CameraDataKind::Frame, number, body, captured)));
+    host.send(message(MSG_DATA, record(CameraDataKind::Frame, number, body, captured)));
   }
   // The third camera gives no pictures.
   void stream() {
@@ -74,14 +65,8 @@ class PageTest : public testing::Test {
       }
     });
   }
-  std::string page() const {
-    return "http://127.0.0.1:" + std::to_string(program->viewPort()) + "/";
-  }
 
-  TemporaryDirectory folder;
-  std::optional<Program> program;
-  std::optional<RawPeer> host;
-  std::thread channel;
+  RawPeer host;
   std::thread service;
   std::atomic<bool> ended{false};
 };
@@ -110,7 +95,7 @@ TEST_F(PageTest, ShowsLivePicturesInABrowser) {
   std::set<std::uint32_t> started;
   std::set<std::uint32_t> stopped;
   while (stopped.size() < 3) {
-    const Bytes message = host->receive();
+    const Bytes message = host.receive();
     ASSERT_FALSE(message.empty()) << started.size() << " started, " << stopped.size() << " stopped";
     View rest = View(message).subspan(kHeaderSize);
     const auto camera = take<CameraDataHeader>(rest)->camera;

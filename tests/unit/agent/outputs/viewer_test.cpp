@@ -5,44 +5,23 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
-#include "app/program.h"
-#include "support/raw_peer.h"
-#include "support/temporary_directory.h"
 #include "unit/agent/http.h"
+#include "unit/agent/program_fixture.h"
 
 namespace lumsar::test {
 namespace {
 
 using namespace agent;
 
-bool has(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
-
-class ViewerTest : public testing::Test {
+class ViewerTest : public ProgramFixture {
  protected:
   ViewerTest() {
-    Options options;
-    options.listen = "unix:" + (folder / "vm.sock");
-    options.view = std::uint16_t{0};
-    program.emplace(options);
-    port = program->viewPort();
-    thread = std::thread([this] { program->run(); });
-    host.emplace(options.listen);
-    EXPECT_TRUE(host->handshake());
-    host->send(announce(1, "Front <b>door"));
+    host.send(announce(1, "Front <b>door"));
     EXPECT_TRUE(eventually([&] { return has(httpGet(port, "/status.json"), "Front"); }));
   }
-  ~ViewerTest() override {
-    program->stop();
-    thread.join();
-  }
 
-  TemporaryDirectory folder;
-  std::uint16_t port = 0;
-  std::optional<Program> program;
-  std::optional<RawPeer> host;
-  std::thread thread;
+  const std::uint16_t port = startWithPage();
+  const RawPeer host = newHost();
 };
 
 TEST_F(ViewerTest, ShowsAPageThatNeedsNothingElse) {
@@ -77,20 +56,20 @@ TEST_F(ViewerTest, ACameraRunsOnlyWhileItIsWatched) {
         "--lumsar-picture\r\nContent-Type: image/jpeg\r\nContent-Length: 1000\r\n\r\n\xff\xd8"));
     EXPECT_TRUE(has(live, "\xff\xd9\r\n--lumsar-picture\r\n"));
   });
-  ASSERT_TRUE(host->receiveRecord(CameraDataKind::Start, 1));
+  ASSERT_TRUE(host.receiveRecord(CameraDataKind::Start, 1));
   for (std::uint32_t i = 0; i < 5; ++i) {
-    host->send(frame(1, i, blankJpeg()));
+    host.send(frame(1, i, blankJpeg()));
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
   browser.join();
-  EXPECT_TRUE(host->receiveRecord(CameraDataKind::Stop, 1));
+  EXPECT_TRUE(host.receiveRecord(CameraDataKind::Stop, 1));
 }
 
 TEST_F(ViewerTest, GivesOnePicture) {
   std::string answer;
   std::thread browser([&] { answer = httpGet(port, "/camera/1.jpg"); });
-  ASSERT_TRUE(host->receiveRecord(CameraDataKind::Start, 1));
-  host->send(frame(1, 0, blankJpeg(5000)));
+  ASSERT_TRUE(host.receiveRecord(CameraDataKind::Start, 1));
+  host.send(frame(1, 0, blankJpeg(5000)));
   browser.join();
   EXPECT_TRUE(has(answer, "Content-Type: image/jpeg\r\nContent-Length: 5000\r\n"));
   const Bytes jpeg = blankJpeg(5000);
@@ -101,10 +80,10 @@ TEST_F(ViewerTest, ASlowBrowserHoldsNothingUp) {
   const RawPeer lazy = connectTo(port);
   const std::string request = "GET /camera/1.mjpeg HTTP/1.1\r\n\r\n";
   ASSERT_GT(send(lazy.fd(), request.data(), request.size(), 0), 0);
-  ASSERT_TRUE(host->receiveRecord(CameraDataKind::Start, 1));
+  ASSERT_TRUE(host.receiveRecord(CameraDataKind::Start, 1));
   const Bytes large = blankJpeg(1U << 20U);
-  for (std::uint32_t i = 0; i < 60; ++i) host->send(frame(1, i, large));
-  const auto body = host->receiveRecord(CameraDataKind::Statistics, 1);
+  for (std::uint32_t i = 0; i < 60; ++i) host.send(frame(1, i, large));
+  const auto body = host.receiveRecord(CameraDataKind::Statistics, 1);
   ASSERT_TRUE(body);
   EXPECT_TRUE(eventually([&] {
     const std::string status = bodyOf(httpGet(port, "/status.json"));
@@ -115,8 +94,8 @@ TEST_F(ViewerTest, ASlowBrowserHoldsNothingUp) {
 TEST_F(ViewerTest, TheStreamEndsWithItsCamera) {
   std::string live;
   std::thread browser([&] { live = httpGet(port, "/camera/1.mjpeg"); });
-  ASSERT_TRUE(host->receiveRecord(CameraDataKind::Start, 1));
-  host->send(removed(1, "unplugged"));
+  ASSERT_TRUE(host.receiveRecord(CameraDataKind::Start, 1));
+  host.send(removed(1, "unplugged"));
   browser.join();
   EXPECT_TRUE(has(live, "200 OK"));
   EXPECT_TRUE(httpGet(port, "/camera/1.mjpeg").starts_with("HTTP/1.1 404 "));
@@ -133,7 +112,6 @@ TEST_F(ViewerTest, ThereIsALimitOfBrowsers) {
 }
 
 TEST_F(ViewerTest, ATakenPortIsAFailureWithAdvice) {
-  Options options;
   options.listen = "unix:" + (folder / "other.sock");
   options.view = port;
   try {

@@ -1,0 +1,21 @@
+// Looking for parts of texts.
+#ifndef LUMSAR_TESTS_SUPPORT_TEXT_H
+#define LUMSAR_TESTS_SUPPORT_TEXT_H
+
+#include <string_view>
+
+namespace lumsar::test {
+
+inline bool has(std::string_view text, std::string_view part) {
+  return text.find(part) != std::string_view::npos;
+}
+
+inline int occurrences(std::string_view text, std::string_view part) {
+  int found = 0;
+  for (auto at = text.find(part); at != text.npos; at = text.find(part, at + 1)) ++found;
+  return found;
+}
+
+}  // namespace lumsar::test
+
+#endif
