@@ -16,7 +16,6 @@ TEST_F(ClientTest, ConnectReturnsAfterTheWelcome) {
   auto accepted = std::async(std::launch::async, [&] {
     RawPeer peer = service.accept();
     peer.receive();
-    std::this_thread::sleep_for(milliseconds(50));
     welcomed = true;
     peer.send(message(IPC_MSG_CONNECT_ACCEPT));
     return peer;

@@ -28,7 +28,6 @@ TEST_F(ClientTest, HalfAMessageIsNotDelivered) {
   RawPeer peer = connect(client);
   const Bytes whole = message(IPC_MSG_DATA, "payload");
   peer.send(std::span(whole).first(whole.size() - 1));
-  std::this_thread::sleep_for(milliseconds(50));
   peer.close();
   ASSERT_TRUE(recorder.awaitClose());
   EXPECT_TRUE(recorder.messages().empty());
@@ -130,7 +129,7 @@ TEST_F(ClientTest, DisconnectFreesAStuckSender) {
   const RawPeer peer = connect(client);
   const Bytes huge = message(IPC_MSG_DATA, std::string(8U << 20U, 'x'));
   auto sending = std::async(std::launch::async, [&] { return client.send(huge); });
-  std::this_thread::sleep_for(milliseconds(50));
+  EXPECT_EQ(peer.read(1).size(), 1U) << "it is under way";
   EXPECT_EQ(client.disconnect(), 0);
   EXPECT_NE(sending.get(), 0);
 }

@@ -3,6 +3,7 @@
 #ifndef LUMSAR_TESTS_UNIT_AGENT_OUTPUTS_FAKE_VIDEO_H
 #define LUMSAR_TESTS_UNIT_AGENT_OUTPUTS_FAKE_VIDEO_H
 
+#include <atomic>
 #include <cerrno>
 #include <map>
 #include <mutex>
@@ -29,6 +30,7 @@ class FakeVideo {
  public:
   std::mutex mutex;
   std::map<std::string, FakeNode> nodes;
+  std::atomic<int> searches{0};
 
   void setReaders(const std::string& path, int readers) {
     const std::lock_guard lock(mutex);
@@ -83,6 +85,7 @@ class FakeVideoSystem : public VideoSystem {
   explicit FakeVideoSystem(FakeVideo& video) : m_video(video) {}
   std::vector<std::string> loopbackDevices() override {
     const std::lock_guard lock(m_video.mutex);
+    ++m_video.searches;
     std::vector<std::string> paths;
     for (const auto& [path, node] : m_video.nodes) paths.push_back(path);
     return paths;

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <future>
 
 #include "support/eventually.h"
@@ -22,13 +23,15 @@ TEST(FrameWorker, DropsTheOldestWhenTheWorkIsSlow) {
   std::promise<void> go;
   auto gate = go.get_future().share();
   std::vector<std::uint32_t> seen;
+  std::atomic<bool> busy{false};
   FrameWorker worker(2, [&](const Frame& frame) {
+    busy = true;
     gate.wait();
     seen.push_back(frame.format.sequence);
     return frame.format.sequence != 4;
   });
   worker.push(numbered(1));
-  std::this_thread::sleep_for(std::chrono::milliseconds(50));  // it is being worked on
+  ASSERT_TRUE(eventually([&] { return busy.load(); }));
   for (std::uint32_t i = 2; i <= 5; ++i) worker.push(numbered(i));
   EXPECT_EQ(worker.dropped(), 2U);
   go.set_value();

@@ -140,7 +140,7 @@ TEST_F(VideoSinkTest, EachBrokenDeviceIsSaidOnce) {
   video.nodes["/dev/video1"].broken = true;
   testing::internal::CaptureStderr();
   const auto sink = open("front");
-  std::this_thread::sleep_for(std::chrono::milliseconds(4500));  // two searches more
+  ASSERT_TRUE(eventually([&] { return video.searches >= 3; }));
   const std::string log = testing::internal::GetCapturedStderr();
   for (const std::string line : {"cannot use /dev/video0", "cannot use /dev/video1"}) {
     const auto first = log.find(line);
