@@ -31,6 +31,8 @@ class BadInput : public PluginTest {
   }
 };
 
+using BadInputOverSpice = OverSpice<BadInput>;
+
 using LooseBadInput = Loose<BadInput>;
 
 class NoJson : public BadInput, public testing::WithParamInterface<std::string> {};
@@ -62,16 +64,14 @@ INSTANTIATE_TEST_SUITE_P(Texts, NoJson,
                                          "\xFF\xFE\xFD", nested(100000), std::string(100000, '['),
                                          std::string(100000, '{'), std::string(1000000, ' ')));
 
-TEST_F(BadInput, DeepButWithinTheParsersLimit) {
-  startSpice();
+TEST_F(BadInputOverSpice, DeepButWithinTheParsersLimit) {
   const std::string command = R"({"command":"unshareall","x":)" + nested(500) + "}";
   EXPECT_EQ(ctrl(command), 0);
   EXPECT_EQ(ipc.take(), (Lines{"IsConnected", sendOf(5, command)}));
   expectStillWorks();
 }
 
-TEST_F(BadInput, HugeCommand) {
-  startSpice();
+TEST_F(BadInputOverSpice, HugeCommand) {
   const std::string command =
       R"({"command":"unshareall","x":")" + std::string(4U << 20U, 'a') + R"("})";
   EXPECT_EQ(ctrl(command), 0);
@@ -89,8 +89,7 @@ TEST_F(BadInput, HugeConfiguration) {
   expectStillWorks();
 }
 
-TEST_F(BadInput, InvalidUtf8IsReplaced) {
-  startSpice();
+TEST_F(BadInputOverSpice, InvalidUtf8IsReplaced) {
   EXPECT_EQ(ctrl("{\"command\":\"unshareall\",\"x\":\"a\xFFz\"}"), 0);
   EXPECT_EQ(
       ipc.take(),
@@ -125,15 +124,13 @@ TEST_F(BadInput, ByteOrderMarkAloneIsAnEmptyText) {
   expectStillWorks();
 }
 
-TEST_F(BadInput, CommandThatBeginsWithAZeroByteIsEmpty) {
-  startSpice();
+TEST_F(BadInputOverSpice, CommandThatBeginsWithAZeroByteIsEmpty) {
   EXPECT_EQ(ctrl(std::string("\0{}", 3)), 11);
   EXPECT_EQ(log.take().at(2), info("[ HandleCommand ] cmd: \"\" ,output_size: 0"));
   expectStillWorks();
 }
 
-TEST_F(BadInput, EscapedZeroInAJsonText) {
-  startSpice();
+TEST_F(BadInputOverSpice, EscapedZeroInAJsonText) {
   const std::string command = R"({"command":"unshare\u0000all","deviceId":"\u0000"})";
   EXPECT_EQ(ctrl(command), 7);
   EXPECT_EQ(ctrl(R"({"command":"share","deviceId":"a\u0000b"})"), 0);
@@ -175,8 +172,7 @@ TEST_F(BadInput, LongPath) {
   expectStillWorks();
 }
 
-TEST_F(BadInput, EveryChannelEvent) {
-  startSpice();
+TEST_F(BadInputOverSpice, EveryChannelEvent) {
   for (int event = 2; event < 256; ++event) {
     plugin.Event(event);
     plugin.Event(-event);
@@ -188,8 +184,7 @@ TEST_F(BadInput, EveryChannelEvent) {
   expectStillWorks();
 }
 
-TEST_F(BadInput, EveryMessageType) {
-  startSpice();
+TEST_F(BadInputOverSpice, EveryMessageType) {
   for (std::uint32_t type = 4; type < 300; ++type) {
     handle(message(type));
     EXPECT_EQ(log.take(), Lines{warning("[Handler][1413] Receive unknown message type:" +
@@ -202,8 +197,7 @@ TEST_F(BadInput, EveryMessageType) {
   expectStillWorks();
 }
 
-TEST_F(BadInput, EveryMagicThatIsOneBitOff) {
-  startSpice();
+TEST_F(BadInputOverSpice, EveryMagicThatIsOneBitOff) {
   for (std::size_t bit = 0; bit < 32; ++bit) {
     Bytes bytes = message(1, "abc");
     bytes[bit / 8] = static_cast<unsigned char>(bytes[bit / 8] ^ (1U << (bit % 8)));
@@ -216,8 +210,7 @@ TEST_F(BadInput, EveryMagicThatIsOneBitOff) {
 }
 
 // A header that claims more than any message can hold ends the call, and nothing is sent.
-TEST_F(BadInput, DataThatClaimMoreThanAMessageHolds) {
-  startSpice();
+TEST_F(BadInputOverSpice, DataThatClaimMoreThanAMessageHolds) {
   for (const std::uint32_t length : {0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU}) {
     Bytes bytes = message(1, "abc");
     const Bytes claimed = le32(length);

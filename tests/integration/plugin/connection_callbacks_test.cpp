@@ -7,7 +7,9 @@ namespace lumsar::test {
 namespace {
 
 using ConnectionCallbacks = PluginTest;
+using ConnectionCallbacksOverSpice = OverSpice<ConnectionCallbacks>;
 using LooseConnectionCallbacks = Loose<ConnectionCallbacks>;
+using LooseConnectionCallbacksOverSpice = OverSpice<LooseConnectionCallbacks>;
 
 Lines closedLines(int id, int error) {
   return {warning("Ipc connection disconnet!! connect id: " + std::to_string(id) +
@@ -15,21 +17,18 @@ Lines closedLines(int id, int error) {
           info("UnredirectAllVCams: send cmd to vm!")};
 }
 
-TEST_F(ConnectionCallbacks, ConnectedIsLogged) {
-  startSpice();
+TEST_F(ConnectionCallbacksOverSpice, ConnectedIsLogged) {
   EXPECT_EQ(ipc.connectedCallback(12), 0);
   EXPECT_EQ(log.take(), Lines{info("client id[ 12 ] connect success!")});
   EXPECT_EQ(ipc.connectedCallback(-1), 0);
   EXPECT_EQ(log.take(), Lines{info("client id[ -1 ] connect success!")});
 }
 
-TEST_F(ConnectionCallbacks, SentDoesNothing) {
-  startSpice();
+TEST_F(ConnectionCallbacksOverSpice, SentDoesNothing) {
   EXPECT_EQ(ipc.sentCallback(12), 0);
 }
 
-TEST_F(ConnectionCallbacks, ClosedTellsTheVmAndTheHost) {
-  startSpice();
+TEST_F(ConnectionCallbacksOverSpice, ClosedTellsTheVmAndTheHost) {
   openSpiceChannel();
   EXPECT_EQ(ipc.closedCallback(12, 104), 0);
   EXPECT_EQ(log.take(), closedLines(12, 104));
@@ -41,24 +40,21 @@ TEST_F(ConnectionCallbacks, ClosedTellsTheVmAndTheHost) {
   EXPECT_EQ(events[0].length, 0);
 }
 
-TEST_F(LooseConnectionCallbacks, WithdrawalIsExactly32Bytes) {
-  startSpice();
+TEST_F(LooseConnectionCallbacksOverSpice, WithdrawalIsExactly32Bytes) {
   ipc.closedCallback(1, 0);
   const Bytes expected{0x4D, 0x41, 0x43, 0x56, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
                        0,    0,    0,    0,    0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
   EXPECT_EQ(host.takeBytes(), std::vector<Bytes>{expected});
 }
 
-TEST_F(ConnectionCallbacks, ClosedDoesNotAskForAnOpenChannel) {
-  startSpice();
+TEST_F(ConnectionCallbacksOverSpice, ClosedDoesNotAskForAnOpenChannel) {
   EXPECT_EQ(ipc.closedCallback(12, 0), 0);
   EXPECT_EQ(host.takeSent().size(), 1U);
   EXPECT_EQ(host.takeEvents(1).size(), 1U);
   EXPECT_EQ(log.take(), closedLines(12, 0));
 }
 
-TEST_F(LooseConnectionCallbacks, ClosedIsHandledOnTheCallbacksThread) {
-  startSpice();
+TEST_F(LooseConnectionCallbacksOverSpice, ClosedIsHandledOnTheCallbacksThread) {
   EXPECT_EQ(ipc.params->onClose(1, 2, ipc.params->userData), 0);
   EXPECT_EQ(host.takeSent().at(0).thread, std::this_thread::get_id());
   EXPECT_EQ(host.takeEvents(1).at(0).thread, std::this_thread::get_id());
@@ -76,8 +72,7 @@ TEST_F(LooseConnectionCallbacks, TheVmIsToldBeforeTheHost) {
   EXPECT_EQ(order, (Lines{"send", "event"}));
 }
 
-TEST_F(LooseConnectionCallbacks, ClosedIgnoresTheSendsResult) {
-  startSpice();
+TEST_F(LooseConnectionCallbacksOverSpice, ClosedIgnoresTheSendsResult) {
   host.sendResult = 99;
   EXPECT_EQ(ipc.closedCallback(1, 2), 0);
 }
@@ -89,8 +84,7 @@ TEST_F(ConnectionCallbacks, ClosedTellsAnRdpHostNothing) {
   EXPECT_EQ(log.take(), closedLines(12, 104));
 }
 
-TEST_F(ConnectionCallbacks, SpiceCallablesServeALossWhateverTheDataChannel) {
-  startSpice();
+TEST_F(ConnectionCallbacksOverSpice, SpiceCallablesServeALossWhateverTheDataChannel) {
   plugin.DeInit();
   startRdp();
   EXPECT_EQ(ipc.closedCallback(12, 104), 0);
@@ -99,15 +93,13 @@ TEST_F(ConnectionCallbacks, SpiceCallablesServeALossWhateverTheDataChannel) {
   EXPECT_EQ(host.takeEvents(1).size(), 1U);
 }
 
-TEST_F(LooseConnectionCallbacks, ClosedDoesNotReconnect) {
-  startSpice();
+TEST_F(LooseConnectionCallbacksOverSpice, ClosedDoesNotReconnect) {
   ipc.connected = false;
   ipc.closedCallback(12, 104);
   EXPECT_EQ(ipc.take(), Lines{});
 }
 
-TEST_F(ConnectionCallbacks, ClosedLeavesTheChannelOpen) {
-  startSpice();
+TEST_F(ConnectionCallbacksOverSpice, ClosedLeavesTheChannelOpen) {
   openSpiceChannel();
   ipc.closedCallback(12, 104);
   forget();
@@ -115,8 +107,7 @@ TEST_F(ConnectionCallbacks, ClosedLeavesTheChannelOpen) {
   EXPECT_EQ(host.takeSent().size(), 1U);
 }
 
-TEST_F(LooseConnectionCallbacks, DisconnectMayCallBackWhileItHoldsTheLock) {
-  startSpice();
+TEST_F(LooseConnectionCallbacksOverSpice, DisconnectMayCallBackWhileItHoldsTheLock) {
   openSpiceChannel();
   ipc.duringDisconnect = [&] { ipc.closedCallback(12, 0); };
   plugin.DeInit();

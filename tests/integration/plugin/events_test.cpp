@@ -14,6 +14,8 @@ class Events : public PluginTest {
   }
 };
 
+using EventsOverSpice = OverSpice<Events>;
+
 using LooseEvents = Loose<Events>;
 
 const Lines kDelivered = {info("PostEventToSpice: Enter!"), info("PostEventToSpice: Leave!")};
@@ -22,8 +24,7 @@ const Lines kIgnored = {
     warning("[PostEventToSpice] Post event function is NULL! Ignore this post!"),
     info("PostEventToSpice: Leave!")};
 
-TEST_F(Events, DeviceChangeReachesTheHost) {
-  startSpice();
+TEST_F(EventsOverSpice, DeviceChangeReachesTheHost) {
   Bytes received = message(8, pattern(3000));
   EXPECT_EQ(ipc.receiveHere(received), 0);
   const std::vector<Posted> events = host.takeEvents(1);
@@ -57,8 +58,7 @@ TEST_F(LooseEvents, DeviceChangeIsACopy) {
   EXPECT_EQ(seen, bytesOf("cameras"));
 }
 
-TEST_F(Events, DeviceChangeWithoutPayloadHasAnEmptyBuffer) {
-  startSpice();
+TEST_F(EventsOverSpice, DeviceChangeWithoutPayloadHasAnEmptyBuffer) {
   EXPECT_EQ(ipc.receive(message(8)), 0);
   const std::vector<Posted> events = host.takeEvents(1);
   ASSERT_EQ(events.size(), 1U);
@@ -69,8 +69,7 @@ TEST_F(Events, DeviceChangeWithoutPayloadHasAnEmptyBuffer) {
   EXPECT_EQ(log.take(), concat({{info("Camera device change!!!")}, kDelivered}));
 }
 
-TEST_F(Events, DeviceChangeTakesTheHeadersLength) {
-  startSpice();
+TEST_F(EventsOverSpice, DeviceChangeTakesTheHeadersLength) {
   Bytes received = message(8, "0123456789");
   received[8] = 4;
   EXPECT_EQ(ipc.receive(received), 0);
@@ -82,8 +81,7 @@ TEST_F(Events, DeviceChangeTakesTheHeadersLength) {
   eventThreadLines();
 }
 
-TEST_F(Events, DeviceChangeNeedsNoOpenChannel) {
-  startSpice();
+TEST_F(EventsOverSpice, DeviceChangeNeedsNoOpenChannel) {
   openSpiceChannel();
   EXPECT_EQ(ipc.receive(message(8, "open")), 0);
   EXPECT_EQ(host.takeEvents(1).size(), 1U);
@@ -121,8 +119,7 @@ TEST_F(LooseEvents, ASpiceHostAfterAnRdpSessionGetsNone) {
   EXPECT_EQ(eventThreadLines(), kIgnored) << "the data channel stays the RDP host's";
 }
 
-TEST_F(Events, ReadyHasNoData) {
-  startSpice();
+TEST_F(EventsOverSpice, ReadyHasNoData) {
   handle(message(VmHello{.token = openSpiceChannel()}));
   const std::vector<Posted> events = host.takeEvents(1);
   ASSERT_EQ(events.size(), 1U);
@@ -177,8 +174,7 @@ TEST_F(LooseEvents, ThreadMayOutliveDeInit) {
   EXPECT_TRUE(log.waitFor(info("PostEventToSpice: Leave!")));
 }
 
-TEST_F(Events, SeveralAtOnce) {
-  startSpice();
+TEST_F(EventsOverSpice, SeveralAtOnce) {
   for (int i = 0; i < 20; ++i) EXPECT_EQ(ipc.receive(message(8, "cameras")), 0);
   std::size_t received = 0;
   while (received < 20) {

@@ -95,7 +95,7 @@ class NoMemory : public PluginTest {
   }
 };
 
-using LooseNoMemory = Loose<NoMemory>;
+using LooseNoMemory = OverSpice<Loose<NoMemory>>;
 
 TEST_F(NoMemory, ForDataToTheService) {
   startRdp();
@@ -111,7 +111,6 @@ TEST_F(NoMemory, ForDataToTheService) {
 }
 
 TEST_F(LooseNoMemory, ForACommandLeavesNoLockHeld) {
-  startSpice();
   const std::string command =
       R"({"command":"unshareall","x":")" + std::string(54321, 'x') + R"("})";
   int status = 0;
@@ -127,7 +126,6 @@ TEST_F(LooseNoMemory, ForACommandLeavesNoLockHeld) {
 }
 
 TEST_F(LooseNoMemory, ForADeviceChange) {
-  startSpice();
   Bytes received = message(8, pattern(54321));
   int status = 0;
   {
@@ -156,10 +154,9 @@ TEST_F(NoMemory, ForADeviceChangeThatClaimsFourGigabytes) {
   expectStopped("OnReceive");
 }
 
-class NoThread : public Loose<PluginTest> {};
+class NoThread : public Loose<OverSpice<PluginTest>> {};
 
 TEST_F(NoThread, ForADeviceChange) {
-  startSpice();
   Bytes received = message(8, "cameras");
   int status = 0;
   {
@@ -177,7 +174,6 @@ TEST_F(NoThread, ForADeviceChange) {
 }
 
 TEST_F(NoThread, ForTheReadyEvent) {
-  startSpice();
   Bytes hello = message(VmHello{.token = openSpiceChannel()});
   {
     const FailingThreads failing;

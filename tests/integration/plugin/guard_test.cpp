@@ -18,6 +18,7 @@ class Guard : public PluginTest {
 };
 
 using LooseGuard = Loose<Guard>;
+using LooseGuardOverSpice = OverSpice<LooseGuard>;
 
 TEST_F(Guard, SendInEvent) {
   startSpice();
@@ -29,8 +30,7 @@ TEST_F(Guard, SendInEvent) {
   openSpiceChannel();
 }
 
-TEST_F(LooseGuard, SendOfCameraDataOverSpice) {
-  startSpice();
+TEST_F(LooseGuardOverSpice, SendOfCameraDataOverSpice) {
   openSpiceChannel();
   host.sendThrows = "no way";
   EXPECT_EQ(ipc.receive(message(6)), -1);
@@ -58,23 +58,20 @@ TEST_F(Guard, SendOfTheRdpHello) {
   openRdpChannel();
 }
 
-TEST_F(LooseGuard, SendWhenTheServiceIsLost) {
-  startSpice();
+TEST_F(LooseGuardOverSpice, SendWhenTheServiceIsLost) {
   host.sendThrows = "no way";
   EXPECT_EQ(ipc.closedCallback(1, 2), -1);
   EXPECT_EQ(log.take(), (Lines{warning("Ipc connection disconnet!! connect id: 1 , error: 2"),
                                info("UnredirectAllVCams: send cmd to vm!"), stopped("OnClose")}));
 }
 
-TEST_F(LooseGuard, EventWhenTheServiceIsLost) {
-  startSpice();
+TEST_F(LooseGuardOverSpice, EventWhenTheServiceIsLost) {
   host.eventThrows = "no way";
   EXPECT_EQ(ipc.closedCallback(1, 2), -1);
   EXPECT_EQ(log.take().back(), stopped("OnClose"));
 }
 
-TEST_F(LooseGuard, EventOnItsThread) {
-  startSpice();
+TEST_F(LooseGuardOverSpice, EventOnItsThread) {
   host.eventThrows = "no way";
   Bytes received = message(8, pattern(100000));
   EXPECT_EQ(ipc.receiveHere(received), 0);
@@ -131,8 +128,7 @@ TEST_F(Guard, CallableThatCannotBeCopied) {
   startSpice();
 }
 
-TEST_F(LooseGuard, LibraryInACommandLeavesNoLockHeld) {
-  startSpice();
+TEST_F(LooseGuardOverSpice, LibraryInACommandLeavesNoLockHeld) {
   ipc.duringSend = [] { throw std::runtime_error("no way"); };
   EXPECT_EQ(ctrl(R"({"command":"unshareall"})"), -1);
   EXPECT_EQ(log.take().back(), stopped("Ctrl"));

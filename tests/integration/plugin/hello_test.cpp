@@ -21,10 +21,12 @@ class Hello : public PluginTest {
   }
 };
 
-using LooseHello = Loose<Hello>;
+using HelloOverRdp = OverRdp<Hello>;
 
-TEST_F(Hello, FollowsTheVmsChannelOpened) {
-  startRdp();
+using LooseHello = Loose<Hello>;
+using LooseHelloOverRdp = OverRdp<LooseHello>;
+
+TEST_F(HelloOverRdp, FollowsTheVmsChannelOpened) {
   const TokenWindow window;
   handle(message(3));
   const std::vector<Sent> sent = host.takeSent();
@@ -37,8 +39,7 @@ TEST_F(Hello, FollowsTheVmsChannelOpened) {
   EXPECT_EQ(ipc.take(), Lines{sendOf(5)});
 }
 
-TEST_F(Hello, LogsTheHostsResultAndOpensTheChannelAllTheSame) {
-  startRdp();
+TEST_F(HelloOverRdp, LogsTheHostsResultAndOpensTheChannelAllTheSame) {
   host.sendResult = -3;
   handle(message(3));
   const unsigned int token = readLe16(host.takeBytes().at(0), 32);
@@ -49,8 +50,7 @@ TEST_F(Hello, LogsTheHostsResultAndOpensTheChannelAllTheSame) {
   EXPECT_EQ(host.takeSent().size(), 1U);
 }
 
-TEST_F(LooseHello, WithdrawsBeforeItGreets) {
-  startRdp();
+TEST_F(LooseHelloOverRdp, WithdrawsBeforeItGreets) {
   std::size_t greeted = 99;
   ipc.duringSend = [&] { greeted = host.takeSent().size(); };
   handle(message(3));
@@ -58,16 +58,14 @@ TEST_F(LooseHello, WithdrawsBeforeItGreets) {
   ipc.duringSend = nullptr;
 }
 
-TEST_F(LooseHello, PayloadAndHeaderOfChannelOpenedAreNotRead) {
-  startRdp();
+TEST_F(LooseHelloOverRdp, PayloadAndHeaderOfChannelOpenedAreNotRead) {
   Bytes opening = message(3, "junk", 77);
   for (std::size_t i = 16; i < 32; ++i) opening[i] = 0xEE;
   handle(opening);
   EXPECT_EQ(host.takeSent().size(), 1U);
 }
 
-TEST_F(Hello, EachOpeningHasATokenOfItsOwnTime) {
-  startRdp();
+TEST_F(HelloOverRdp, EachOpeningHasATokenOfItsOwnTime) {
   for (int i = 0; i < 3; ++i) {
     const TokenWindow window;
     const unsigned int token = openRdpChannel();
@@ -77,8 +75,7 @@ TEST_F(Hello, EachOpeningHasATokenOfItsOwnTime) {
   }
 }
 
-TEST_F(LooseHello, NewTokenReplacesTheOldOne) {
-  startRdp();
+TEST_F(LooseHelloOverRdp, NewTokenReplacesTheOldOne) {
   const unsigned int first = openRdpChannel();
   unsigned int second = first;
   while (second == first) {
@@ -132,8 +129,7 @@ TEST_F(LooseHello, SpiceHostWithoutRdpFunctionClosesItsChannel) {
   EXPECT_EQ(ipc.receive(message(6)), 30);
 }
 
-TEST_F(LooseHello, WithdrawalThatCannotBeSentDoesNotStopIt) {
-  startRdp();
+TEST_F(LooseHelloOverRdp, WithdrawalThatCannotBeSentDoesNotStopIt) {
   ipc.sendResults = {5};
   handle(message(3));
   EXPECT_EQ(host.takeSent().size(), 1U);

@@ -6,14 +6,14 @@ namespace lumsar::test {
 namespace {
 
 using RdpEvent = PluginTest;
-using LooseRdpEvent = Loose<RdpEvent>;
+using RdpEventInSession = OverRdp<RdpEvent>;
+using LooseRdpEvent = OverRdp<Loose<RdpEvent>>;
 
 const Lines kClosed = {info("RdpEvent: Enter! event: 1"),
                        info("RdpEvent: Rdp vchannel is Closed! Unredirect all cameras!"),
                        info("Unredirect all cameras!")};
 
-TEST_F(RdpEvent, OpeningSendsNothing) {
-  startRdp();
+TEST_F(RdpEventInSession, OpeningSendsNothing) {
   plugin.RdpEvent(0);
   EXPECT_EQ(log.take(),
             (Lines{info("RdpEvent: Enter! event: 0"), info("RdpEvent: Rdp vchannel is Opened!"),
@@ -22,8 +22,7 @@ TEST_F(RdpEvent, OpeningSendsNothing) {
   EXPECT_EQ(log.take(), Lines{critical("OnReceive: spice channel is NOT opened!")});
 }
 
-TEST_F(RdpEvent, OpeningLeavesAnOpenChannelOpen) {
-  startRdp();
+TEST_F(RdpEventInSession, OpeningLeavesAnOpenChannelOpen) {
   openRdpChannel();
   plugin.RdpEvent(0);
   forget();
@@ -32,7 +31,6 @@ TEST_F(RdpEvent, OpeningLeavesAnOpenChannelOpen) {
 }
 
 TEST_F(LooseRdpEvent, ClosingWithdrawsAllCamerasAndClosesTheChannel) {
-  startRdp();
   openRdpChannel();
   plugin.RdpEvent(1);
   EXPECT_EQ(log.take(), concat({kClosed, {info("RdpEvent: Leave!")}}));
@@ -41,7 +39,6 @@ TEST_F(LooseRdpEvent, ClosingWithdrawsAllCamerasAndClosesTheChannel) {
 }
 
 TEST_F(LooseRdpEvent, ClosingClosesTheChannelBeforeItWithdraws) {
-  startRdp();
   openRdpChannel();
   int status = -1;
   ipc.duringSend = [&] { status = ipc.receive(message(6)); };
@@ -50,8 +47,7 @@ TEST_F(LooseRdpEvent, ClosingClosesTheChannelBeforeItWithdraws) {
   EXPECT_EQ(status, 30);
 }
 
-TEST_F(RdpEvent, ClosingWithoutAnyHelloWithdrawsToo) {
-  startRdp();
+TEST_F(RdpEventInSession, ClosingWithoutAnyHelloWithdrawsToo) {
   plugin.RdpEvent(1);
   EXPECT_EQ(log.take(), concat({kClosed, {info("RdpEvent: Leave!")}}));
   EXPECT_EQ(ipc.take(), Lines{sendOf(5)});
@@ -67,10 +63,9 @@ TEST_F(FreshPluginTest, RdpEventBeforeRdpInitMakesTheObject) {
             concat({kClosed, {warning("SendIpcData: client is NULL!"), info("RdpEvent: Leave!")}}));
 }
 
-class OtherRdpEvent : public RdpEvent, public testing::WithParamInterface<int> {};
+class OtherRdpEvent : public OverRdp<RdpEvent>, public testing::WithParamInterface<int> {};
 
 TEST_P(OtherRdpEvent, IsUnsupportedAndChangesNothing) {
-  startRdp();
   openRdpChannel();
   plugin.RdpEvent(GetParam());
   const std::string number = std::to_string(GetParam());

@@ -187,9 +187,9 @@ TEST_F(LooseRdpInit, DropsTheEventFunctionOfNobody) {
 }
 
 using RdpDeInit = PluginTest;
+using RdpDeInitInSession = OverRdp<RdpDeInit>;
 
-TEST_F(RdpDeInit, DeInitializesBetweenItsOwnLines) {
-  startRdp();
+TEST_F(RdpDeInitInSession, DeInitializesBetweenItsOwnLines) {
   plugin.RdpDeInit();
   EXPECT_EQ(log.take(), concat({{info("RdpDeInit: Enter!"), info("DeInit: Enter!")},
                                 unloadLines(),
@@ -205,8 +205,7 @@ TEST_F(RdpDeInit, WithoutInitStillLeaves) {
                    critical("DeInit: lumsar NOT initialized!"), info("RdpDeInit: Leave!")}));
 }
 
-TEST_F(RdpDeInit, RdpInitMayFollow) {
-  startRdp();
+TEST_F(RdpDeInitInSession, RdpInitMayFollow) {
   plugin.RdpDeInit();
   startRdp("vm-8");
   plugin.ShareAll(1);
@@ -214,8 +213,7 @@ TEST_F(RdpDeInit, RdpInitMayFollow) {
   forget();
 }
 
-TEST_F(RdpDeInit, KeepsTheSendFunction) {
-  startRdp();
+TEST_F(RdpDeInitInSession, KeepsTheSendFunction) {
   plugin.RdpDeInit();
   startSpice();
   openRdpChannel();

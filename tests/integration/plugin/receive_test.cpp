@@ -7,6 +7,8 @@ namespace lumsar::test {
 namespace {
 
 using Receive = PluginTest;
+using ReceiveOverSpice = OverSpice<Receive>;
+using ReceiveOverRdp = OverRdp<Receive>;
 
 // A message whose header is full of bytes that must pass through.
 Bytes fullMessage(std::uint32_t type, const Bytes& payload) {
@@ -15,8 +17,7 @@ Bytes fullMessage(std::uint32_t type, const Bytes& payload) {
   return bytes;
 }
 
-TEST_F(Receive, CameraDataReachASpiceHostInTheSameBuffer) {
-  startSpice();
+TEST_F(ReceiveOverSpice, CameraDataReachASpiceHostInTheSameBuffer) {
   openSpiceChannel();
   Bytes received = fullMessage(6, pattern(5000));
   EXPECT_EQ(ipc.receive(received), 0);
@@ -28,8 +29,7 @@ TEST_F(Receive, CameraDataReachASpiceHostInTheSameBuffer) {
   EXPECT_NE(sent[0].thread, std::this_thread::get_id());
 }
 
-TEST_F(Receive, OnTheCallbacksOwnThread) {
-  startSpice();
+TEST_F(ReceiveOverSpice, OnTheCallbacksOwnThread) {
   openSpiceChannel();
   Bytes received = message(6);
   EXPECT_EQ(ipc.receiveHere(received), 0);
@@ -54,24 +54,21 @@ TEST_P(ReceiveResult, OfAnRdpHostIsPassedOn) {
 
 INSTANTIATE_TEST_SUITE_P(Results, ReceiveResult, testing::Values(0, 1, -1, 42));
 
-TEST_F(Receive, TheCallbacksLengthCountsNotTheHeaders) {
-  startSpice();
+TEST_F(ReceiveOverSpice, TheCallbacksLengthCountsNotTheHeaders) {
   openSpiceChannel();
   Bytes received = message(6, "abc") + bytesOf("more");
   EXPECT_EQ(ipc.receive(received), 0);
   EXPECT_EQ(host.takeBytes(), std::vector<Bytes>{message(1, "abc") + bytesOf("more")});
 }
 
-TEST_F(Receive, CameraDataForAClosedSpiceChannelAreDropped) {
-  startSpice();
+TEST_F(ReceiveOverSpice, CameraDataForAClosedSpiceChannelAreDropped) {
   Bytes received = message(6, "abc");
   EXPECT_EQ(ipc.receive(received), 30);
   EXPECT_EQ(received, message(6, "abc"));
   EXPECT_EQ(log.take(), Lines{critical("OnReceive: spice channel is NOT opened!")});
 }
 
-TEST_F(Receive, CameraDataForAClosedRdpChannelAreDropped) {
-  startRdp();
+TEST_F(ReceiveOverRdp, CameraDataForAClosedRdpChannelAreDropped) {
   EXPECT_EQ(ipc.receive(message(6, "abc")), 30);
   EXPECT_EQ(log.take(), Lines{critical("OnReceive: spice channel is NOT opened!")});
 }
@@ -81,10 +78,9 @@ struct PieceCase {
   std::vector<std::size_t> pieces;
 };
 
-class RdpPieces : public Receive, public testing::WithParamInterface<PieceCase> {};
+class RdpPieces : public OverRdp<Receive>, public testing::WithParamInterface<PieceCase> {};
 
 TEST_P(RdpPieces, AreConsecutiveAndOfThatSize) {
-  startRdp();
   openRdpChannel();
   Bytes received = fullMessage(6, pattern(GetParam().size - 32));
   EXPECT_EQ(ipc.receive(received), 0);
@@ -105,8 +101,7 @@ INSTANTIATE_TEST_SUITE_P(Sizes, RdpPieces,
                                          PieceCase{3072, {1536, 1536}},
                                          PieceCase{4000, {1536, 1536, 928}}));
 
-TEST_F(Receive, AFailingPieceDoesNotStopTheRest) {
-  startRdp();
+TEST_F(ReceiveOverRdp, AFailingPieceDoesNotStopTheRest) {
   openRdpChannel();
   host.sendResults = {-1, 7};
   host.sendResult = 5;
@@ -114,18 +109,16 @@ TEST_F(Receive, AFailingPieceDoesNotStopTheRest) {
   EXPECT_EQ(host.takeSent().size(), 3U);
 }
 
-TEST_F(Receive, OnlyTheLastPiecesResultCounts) {
-  startRdp();
+TEST_F(ReceiveOverRdp, OnlyTheLastPiecesResultCounts) {
   openRdpChannel();
   host.sendResults = {3, 4, 0};
   EXPECT_EQ(ipc.receive(message(6, pattern(3968))), 0);
   EXPECT_EQ(host.takeSent().size(), 3U);
 }
 
-class RdpLength : public Receive, public testing::WithParamInterface<int> {};
+class RdpLength : public OverRdp<Receive>, public testing::WithParamInterface<int> {};
 
 TEST_P(RdpLength, ThatIsNotPositiveSendsNothing) {
-  startRdp();
   openRdpChannel();
   Bytes received = message(6, "abc");
   host.sendResult = 9;
@@ -163,16 +156,14 @@ TEST_F(Receive, AroundEveryMultipleOfThePieceSizeUpToFourMegabytes) {
   forget();
 }
 
-TEST_F(Receive, SpiceLengthIsPassedOnWhateverItIs) {
-  startSpice();
+TEST_F(ReceiveOverSpice, SpiceLengthIsPassedOnWhateverItIs) {
   openSpiceChannel();
   Bytes received = message(6, "abc");
   EXPECT_EQ(ipc.receive(received.data(), 33), 0);
   EXPECT_EQ(host.takeSent().at(0).bytes.size(), 33U);
 }
 
-TEST_F(Receive, RdpHostWithoutSendFunctionDropsTheData) {
-  startSpice();
+TEST_F(ReceiveOverSpice, RdpHostWithoutSendFunctionDropsTheData) {
   openSpiceChannel();
   plugin.DeInit();
   ASSERT_EQ(plugin.RdpInit("vm-7", nullptr), 0);
@@ -180,8 +171,7 @@ TEST_F(Receive, RdpHostWithoutSendFunctionDropsTheData) {
   EXPECT_EQ(ipc.receive(message(6, "abc")), 0) << "the channel is open, nobody sends";
 }
 
-TEST_F(Receive, RdpHostsDataNeverGoToASpiceCallable) {
-  startSpice();
+TEST_F(ReceiveOverSpice, RdpHostsDataNeverGoToASpiceCallable) {
   plugin.DeInit();
   startRdp();
   openRdpChannel();
@@ -189,10 +179,9 @@ TEST_F(Receive, RdpHostsDataNeverGoToASpiceCallable) {
   EXPECT_EQ(host.takeSent().size(), 2U);
 }
 
-class UnknownType : public Receive, public testing::WithParamInterface<std::uint32_t> {};
+class UnknownType : public OverSpice<Receive>, public testing::WithParamInterface<std::uint32_t> {};
 
 TEST_P(UnknownType, IsRefused) {
-  startSpice();
   openSpiceChannel();
   Bytes received = message(GetParam(), "abc");
   EXPECT_EQ(ipc.receive(received), 2);
@@ -205,10 +194,9 @@ INSTANTIATE_TEST_SUITE_P(Types, UnknownType,
                          testing::Values(0U, 1U, 2U, 3U, 4U, 5U, 7U, 9U, 10U, 0x106U, 0x06000000U,
                                          0x7FFFFFFFU, 0xFFFFFFFFU));
 
-class WrongMagic : public Receive, public testing::WithParamInterface<std::string> {};
+class WrongMagic : public OverSpice<Receive>, public testing::WithParamInterface<std::string> {};
 
 TEST_P(WrongMagic, IsRefusedWhateverTheType) {
-  startSpice();
   openSpiceChannel();
   for (const std::uint32_t type : {6U, 8U, 7U}) {
     Bytes received = message(type, "abc");

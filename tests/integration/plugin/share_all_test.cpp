@@ -20,10 +20,9 @@ Lines sharedLines(int id, const Lines& beforeLeave = {}) {
        {info("[RedirectAll] Leave!"), info("[ShareAll] Leave!")}});
 }
 
-class ShareAllSession : public ShareAll, public testing::WithParamInterface<int> {};
+class ShareAllSession : public OverRdp<ShareAll>, public testing::WithParamInterface<int> {};
 
 TEST_P(ShareAllSession, IsSentToTheService) {
-  startRdp();
   EXPECT_EQ(plugin.ShareAll(GetParam()), 0);
   EXPECT_EQ(log.take(), sharedLines(GetParam()));
   EXPECT_EQ(ipc.take(), Lines{sendOf(9, sessionText(GetParam()))});
@@ -31,10 +30,9 @@ TEST_P(ShareAllSession, IsSentToTheService) {
 
 INSTANTIATE_TEST_SUITE_P(Ids, ShareAllSession, testing::Values(0, 1, 3, 65536, 2147483647));
 
-class NegativeSession : public ShareAll, public testing::WithParamInterface<int> {};
+class NegativeSession : public OverRdp<ShareAll>, public testing::WithParamInterface<int> {};
 
 TEST_P(NegativeSession, IsRefused) {
-  startRdp();
   EXPECT_EQ(plugin.ShareAll(GetParam()), 2);
   const std::string id = std::to_string(GetParam());
   EXPECT_EQ(log.take(), (Lines{info("[ShareAll] Enter! session id: " + id),

@@ -6,13 +6,13 @@ namespace lumsar::test {
 namespace {
 
 using SpiceCtrl = PluginTest;
-using LooseSpiceCtrl = Loose<SpiceCtrl>;
-using SpiceDeInit = PluginTest;
+using SpiceCtrlInSession = OverSpice<SpiceCtrl>;
+using LooseSpiceCtrl = OverSpice<Loose<SpiceCtrl>>;
+using SpiceDeInit = OverSpice<PluginTest>;
 
 const std::string kUnshareAll = R"({"command":"unshareall"})";
 
-TEST_F(SpiceCtrl, SuccessIsFramedByDebugLines) {
-  startSpice();
+TEST_F(SpiceCtrlInSession, SuccessIsFramedByDebugLines) {
   EXPECT_EQ(ctrl(kUnshareAll), 0);
   EXPECT_EQ(log.take(), concat({{debug("Ctrl: Enter!")},
                                 commandLines(kUnshareAll),
@@ -20,8 +20,7 @@ TEST_F(SpiceCtrl, SuccessIsFramedByDebugLines) {
   EXPECT_EQ(ipc.take(), (Lines{"IsConnected", sendOf(5, kUnshareAll)}));
 }
 
-TEST_F(SpiceCtrl, FailureNamesTheCommand) {
-  startSpice();
+TEST_F(SpiceCtrlInSession, FailureNamesTheCommand) {
   const std::string command = R"({"command":"dance"})";
   EXPECT_EQ(ctrl(command), 7);
   EXPECT_EQ(log.take(),
@@ -45,8 +44,7 @@ TEST_F(SpiceCtrl, BeforeInitThereIsNoConnection) {
                      debug("Ctrl: Leave!")}}));
 }
 
-TEST_F(SpiceCtrl, CommandEndsAtItsFirstZeroByte) {
-  startSpice();
+TEST_F(SpiceCtrlInSession, CommandEndsAtItsFirstZeroByte) {
   EXPECT_EQ(ctrl(kUnshareAll + std::string("\0tail", 5)), 0);
   EXPECT_EQ(log.take(), concat({{debug("Ctrl: Enter!")},
                                 commandLines(kUnshareAll),
@@ -55,13 +53,11 @@ TEST_F(SpiceCtrl, CommandEndsAtItsFirstZeroByte) {
 }
 
 TEST_F(LooseSpiceCtrl, PassesTheServicesErrorOn) {
-  startSpice();
   ipc.sendResults = {-77};
   EXPECT_EQ(ctrl(kUnshareAll), -77);
 }
 
 TEST_F(LooseSpiceCtrl, LeavesOutputAlone) {
-  startSpice();
   std::string output(16, 'x');
   int size = 12;
   for (const char* command :
@@ -91,7 +87,6 @@ TEST_F(FreshPluginTest, DeInitWithoutInit) {
 }
 
 TEST_F(SpiceDeInit, DisconnectsAndReleases) {
-  startSpice();
   plugin.DeInit();
   EXPECT_EQ(log.take(),
             concat({{info("DeInit: Enter!")}, unloadLines(), {info("DeInit: Leave!")}}));
@@ -100,7 +95,6 @@ TEST_F(SpiceDeInit, DisconnectsAndReleases) {
 }
 
 TEST_F(SpiceDeInit, IgnoresTheStatusOfTheDisconnection) {
-  startSpice();
   ipc.disconnectResult = 3;
   plugin.DeInit();
   EXPECT_EQ(log.take(),
@@ -109,7 +103,6 @@ TEST_F(SpiceDeInit, IgnoresTheStatusOfTheDisconnection) {
 }
 
 TEST_F(SpiceDeInit, TwiceIsRefused) {
-  startSpice();
   plugin.DeInit();
   forget();
   plugin.DeInit();
@@ -118,7 +111,6 @@ TEST_F(SpiceDeInit, TwiceIsRefused) {
 }
 
 TEST_F(SpiceDeInit, SendsNothingToTheVmAndKeepsTheCallables) {
-  startSpice();
   openSpiceChannel();
   plugin.DeInit();
   EXPECT_EQ(host.takeSent().size(), 0U);
@@ -129,7 +121,6 @@ TEST_F(SpiceDeInit, SendsNothingToTheVmAndKeepsTheCallables) {
 }
 
 TEST_F(SpiceDeInit, CallbacksThatComeLaterStillFindTheObject) {
-  startSpice();
   const IpcClientParams params = *ipc.params;
   plugin.DeInit();
   forget();

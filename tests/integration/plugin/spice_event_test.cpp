@@ -24,10 +24,11 @@ class SpiceEvent : public PluginTest {
   }
 };
 
-using LooseSpiceEvent = Loose<SpiceEvent>;
+using SpiceEventInSession = OverSpice<SpiceEvent>;
 
-TEST_F(SpiceEvent, OpeningSendsTheHello) {
-  startSpice();
+using LooseSpiceEvent = OverSpice<Loose<SpiceEvent>>;
+
+TEST_F(SpiceEventInSession, OpeningSendsTheHello) {
   const TokenWindow window;
   plugin.Event(0);
   const std::vector<Sent> sent = host.takeSent();
@@ -40,8 +41,7 @@ TEST_F(SpiceEvent, OpeningSendsTheHello) {
   EXPECT_EQ(log.take(), opened(token));
 }
 
-TEST_F(SpiceEvent, EachOpeningSendsAFreshToken) {
-  startSpice();
+TEST_F(SpiceEventInSession, EachOpeningSendsAFreshToken) {
   std::vector<unsigned int> tokens;
   for (int i = 0; i < 3; ++i) {
     const TokenWindow window;
@@ -56,8 +56,7 @@ TEST_F(SpiceEvent, EachOpeningSendsAFreshToken) {
   EXPECT_FALSE(tokens[0] == tokens[1] && tokens[1] == tokens[2]);
 }
 
-TEST_F(SpiceEvent, OpeningOpensTheChannelForCameraData) {
-  startSpice();
+TEST_F(SpiceEventInSession, OpeningOpensTheChannelForCameraData) {
   EXPECT_EQ(ipc.receive(message(6, "jpeg")), 30);
   forget();
   openSpiceChannel();
@@ -78,8 +77,7 @@ TEST_F(SpiceEvent, OpeningWithoutSendFuncSendsNothingButOpensTheChannel) {
   EXPECT_EQ(host.takeBytes(), std::vector<Bytes>{message(1)});
 }
 
-TEST_F(SpiceEvent, SendResultIsIgnored) {
-  startSpice();
+TEST_F(SpiceEventInSession, SendResultIsIgnored) {
   host.sendResult = -1;
   plugin.Event(0);
   const std::vector<Bytes> sent = host.takeBytes();
@@ -91,7 +89,6 @@ TEST_F(SpiceEvent, SendResultIsIgnored) {
 }
 
 TEST_F(LooseSpiceEvent, TheTokenIsWhatTheVmMustEcho) {
-  startSpice();
   const unsigned int token = openSpiceChannel();
   handle(message(VmHello{.token = token}));
   EXPECT_EQ(log.takeHere().front(), info("[Handler] Receive HELLO from remote VM!"));
@@ -99,8 +96,7 @@ TEST_F(LooseSpiceEvent, TheTokenIsWhatTheVmMustEcho) {
   EXPECT_TRUE(log.waitFor(info("PostEventToSpice: Leave!")));
 }
 
-TEST_F(SpiceEvent, ClosingWithdrawsAllCamerasAndClosesTheChannel) {
-  startSpice();
+TEST_F(SpiceEventInSession, ClosingWithdrawsAllCamerasAndClosesTheChannel) {
   openSpiceChannel();
   plugin.Event(1);
   EXPECT_EQ(log.take(), closed());
@@ -109,15 +105,13 @@ TEST_F(SpiceEvent, ClosingWithdrawsAllCamerasAndClosesTheChannel) {
   EXPECT_EQ(log.take(), Lines{critical("OnReceive: spice channel is NOT opened!")});
 }
 
-TEST_F(SpiceEvent, ClosingWithoutAnyHelloWithdrawsToo) {
-  startSpice();
+TEST_F(SpiceEventInSession, ClosingWithoutAnyHelloWithdrawsToo) {
   plugin.Event(1);
   EXPECT_EQ(log.take(), closed());
   EXPECT_EQ(ipc.take(), Lines{sendOf(5)});
 }
 
 TEST_F(LooseSpiceEvent, ClosingClosesTheChannelBeforeItWithdraws) {
-  startSpice();
   openSpiceChannel();
   int status = -1;
   ipc.duringSend = [&] { status = ipc.receive(message(6)); };
@@ -131,16 +125,14 @@ TEST_F(SpiceEvent, ClosingWithoutAClientWarns) {
   EXPECT_EQ(log.take(), concat({closed(), {warning("SendIpcData: client is NULL!")}}));
 }
 
-TEST_F(SpiceEvent, ClosingWhenTheServiceRefusesWarns) {
-  startSpice();
+TEST_F(SpiceEventInSession, ClosingWhenTheServiceRefusesWarns) {
   ipc.sendResults = {9};
   plugin.Event(1);
   EXPECT_EQ(log.take(), concat({closed(), {warning("Send ipc data failed! error:9")}}));
   EXPECT_EQ(ipc.take(), Lines{sendOf(5)});
 }
 
-TEST_F(SpiceEvent, TheFlagOutlivesDeInit) {
-  startSpice();
+TEST_F(SpiceEventInSession, TheFlagOutlivesDeInit) {
   openSpiceChannel();
   plugin.DeInit();
   startSpice();
@@ -148,10 +140,9 @@ TEST_F(SpiceEvent, TheFlagOutlivesDeInit) {
   EXPECT_EQ(host.takeSent().size(), 1U);
 }
 
-class OtherSpiceEvent : public SpiceEvent, public testing::WithParamInterface<int> {};
+class OtherSpiceEvent : public OverSpice<SpiceEvent>, public testing::WithParamInterface<int> {};
 
 TEST_P(OtherSpiceEvent, IsUnsupportedAndChangesNothing) {
-  startSpice();
   openSpiceChannel();
   plugin.Event(GetParam());
   EXPECT_EQ(log.take(), Lines{warning("Unsupported channel event: " + std::to_string(GetParam()))});

@@ -26,6 +26,7 @@ class SpiceInit : public PluginTest {
 };
 
 using LooseSpiceInit = Loose<SpiceInit>;
+using LooseSpiceInitInSession = OverSpice<LooseSpiceInit>;
 
 TEST_F(LooseFreshPluginTest, FirstInitMakesTheObjectAfterLoggingTheVmId) {
   EXPECT_EQ(spiceInit(), 0);
@@ -113,8 +114,7 @@ TEST_F(SpiceInit, EmptyCallablesWithEmptyConfiguration) {
                    critical("Init: send func or event func is NULL!"), info("Init: Leave!")}));
 }
 
-TEST_F(LooseSpiceInit, SecondInitIsRefusedAndKeepsTheFirstCallables) {
-  startSpice();
+TEST_F(LooseSpiceInitInSession, SecondInitIsRefusedAndKeepsTheFirstCallables) {
   int called = 0;
   const auto other = [&](unsigned char*, int) { return ++called; };
   EXPECT_EQ(plugin.Init(other, host.postEventFunc(), "vm-8", "{}"), 17);
@@ -126,8 +126,7 @@ TEST_F(LooseSpiceInit, SecondInitIsRefusedAndKeepsTheFirstCallables) {
   EXPECT_EQ(called, 0);
 }
 
-TEST_F(LooseSpiceInit, SecondInitKeepsTheVmId) {
-  startSpice();
+TEST_F(LooseSpiceInitInSession, SecondInitKeepsTheVmId) {
   EXPECT_EQ(spiceInit(kConfig, "vm-8"), 17);
   plugin.ShareAll(3);
   EXPECT_EQ(ipc.take(), Lines{sendOf(9, R"({"sessionId":3,"vmId":"vm-7"})")});
@@ -235,8 +234,7 @@ TEST_F(LooseSpiceInit, CallablesAreCopied) {
   EXPECT_EQ(host.takeEvents(1).size(), 1U);
 }
 
-TEST_F(LooseSpiceInit, InitAfterDeInitTakesTheNewCallables) {
-  startSpice();
+TEST_F(LooseSpiceInitInSession, InitAfterDeInitTakesTheNewCallables) {
   plugin.DeInit();
   int called = 0;
   const auto other = [&](unsigned char*, int) { return ++called; };

@@ -73,6 +73,24 @@ class Loose : public Fixture {
 };
 using LooseFreshPluginTest = Loose<FreshPluginTest>;
 
+// For tests that begin with a host of one kind being served.
+template <class Fixture>
+class OverSpice : public Fixture {
+ protected:
+  void SetUp() override {
+    Fixture::SetUp();
+    this->startSpice();
+  }
+};
+template <class Fixture>
+class OverRdp : public Fixture {
+ protected:
+  void SetUp() override {
+    Fixture::SetUp();
+    this->startRdp();
+  }
+};
+
 }  // namespace lumsar::test
 
 #endif

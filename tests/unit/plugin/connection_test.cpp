@@ -21,7 +21,9 @@ class Connection : public InsideTest {
   Lines m_calls;
 };
 
-using LooseConnection = Loose<Connection>;
+using ConnectionInitialized = Initialized<Connection>;
+
+using LooseConnection = Initialized<Loose<Connection>>;
 
 TEST_F(Connection, WithoutAClient) {
   EXPECT_EQ(object->Connect(), 16);
@@ -35,8 +37,7 @@ TEST_F(Connection, WithoutAClient) {
   EXPECT_FALSE(isLocked());
 }
 
-TEST_F(Connection, AfterUninitThereIsNoClient) {
-  initObject();
+TEST_F(ConnectionInitialized, AfterUninitThereIsNoClient) {
   object->Uninit();
   forget();
   EXPECT_EQ(object->Connect(), 16);
@@ -46,16 +47,14 @@ TEST_F(Connection, AfterUninitThereIsNoClient) {
   EXPECT_EQ(log.take().size(), 4U);
 }
 
-TEST_F(Connection, ConnectUsesTheStoredName) {
-  initObject();
+TEST_F(ConnectionInitialized, ConnectUsesTheStoredName) {
   object->m_ipcName = "camera é";
   EXPECT_EQ(object->Connect(), 0);
   EXPECT_EQ(log.take(), Lines{info("Connect: Try to connect ipc: \"camera é\"")});
   EXPECT_EQ(ipc.take(), (Lines{"IsConnected", "Connect camera é"}));
 }
 
-TEST_F(Connection, ConnectTwice) {
-  initObject();
+TEST_F(ConnectionInitialized, ConnectTwice) {
   EXPECT_EQ(object->Connect(), 0);
   EXPECT_EQ(object->Connect(), 34);
   EXPECT_EQ(log.take(), (Lines{info(R"(Connect: Try to connect ipc: "")"),
@@ -64,7 +63,6 @@ TEST_F(Connection, ConnectTwice) {
 }
 
 TEST_F(LooseConnection, ConnectPassesTheLibrarysCodeOn) {
-  initObject();
   for (const int code : {1, -7, 16, 34}) {
     ipc.connectResult = code;
     EXPECT_EQ(object->Connect(), code);
@@ -72,8 +70,7 @@ TEST_F(LooseConnection, ConnectPassesTheLibrarysCodeOn) {
   }
 }
 
-TEST_F(Connection, AsyncConnectAsksForItsOwnName) {
-  initObject();
+TEST_F(ConnectionInitialized, AsyncConnectAsksForItsOwnName) {
   object->m_ipcName = "svc";
   ipc.connected = true;
   EXPECT_EQ(object->AsyncConnect("öther"), 0);
@@ -84,8 +81,7 @@ TEST_F(Connection, AsyncConnectAsksForItsOwnName) {
   EXPECT_EQ(ipc.take(), Lines{"AsyncConnect "});
 }
 
-TEST_F(Connection, DisconnectKeepsTheClient) {
-  initObject();
+TEST_F(ConnectionInitialized, DisconnectKeepsTheClient) {
   ipc.connected = true;
   void* client = object->m_ipcClient;
   EXPECT_EQ(object->Disconnect(), 0);
@@ -94,16 +90,14 @@ TEST_F(Connection, DisconnectKeepsTheClient) {
   EXPECT_TRUE(object->m_initialized);
 }
 
-TEST_F(Connection, DisconnectWhileNotConnected) {
-  initObject();
+TEST_F(ConnectionInitialized, DisconnectWhileNotConnected) {
   EXPECT_EQ(object->Disconnect(), 31);
   EXPECT_EQ(log.take(), Lines{warning("Connect: Client is NOT connected with IPC server!")});
   EXPECT_EQ(ipc.take(), Lines{"IsConnected"});
   EXPECT_FALSE(isLocked());
 }
 
-TEST_F(Connection, DisconnectPassesTheLibrarysCodeOn) {
-  initObject();
+TEST_F(ConnectionInitialized, DisconnectPassesTheLibrarysCodeOn) {
   ipc.connected = true;
   ipc.disconnectResult = -3;
   EXPECT_EQ(object->Disconnect(), -3);
@@ -111,8 +105,7 @@ TEST_F(Connection, DisconnectPassesTheLibrarysCodeOn) {
   EXPECT_FALSE(isLocked());
 }
 
-TEST_F(Connection, IsIpcConnectedAsksTheLibraryEachTime) {
-  initObject();
+TEST_F(ConnectionInitialized, IsIpcConnectedAsksTheLibraryEachTime) {
   EXPECT_FALSE(object->IsIpcConnected());
   ipc.connected = true;
   EXPECT_TRUE(object->IsIpcConnected());
@@ -120,7 +113,6 @@ TEST_F(Connection, IsIpcConnectedAsksTheLibraryEachTime) {
 }
 
 TEST_F(LooseConnection, OnlyDisconnectHoldsTheMutex) {
-  initObject();
   watchMutex();
   object->Connect();
   object->AsyncConnect("svc");

@@ -24,6 +24,7 @@ class Entry : public InsideTest {
 };
 
 using LooseEntry = Loose<Entry>;
+using LooseEntryOverSpice = OverSpice<LooseEntry>;
 
 TEST_F(LooseEntry, FailedInitKeepsTheCallablesAndStoresNoText) {
   EXPECT_EQ(spiceInit(configFor("nowhere"), "vm-8"), 1);
@@ -83,8 +84,7 @@ TEST_F(LooseEntry, RdpInitReadsNoSettingsFromAnEmptyText) {
                info(R"([RdpInit] Connect to  "lumsar"  SUCCESS!)"), info("[RdpInit] Leave!")}}));
 }
 
-TEST_F(LooseEntry, SpiceChannelOpensOnlyAfterTheHello) {
-  startSpice();
+TEST_F(LooseEntryOverSpice, SpiceChannelOpensOnlyAfterTheHello) {
   bool openWhileSending = true;
   object->m_spiceSendFunc = [&](unsigned char*, int) {
     openWhileSending = object->m_channelOpened;
@@ -149,8 +149,7 @@ TEST_F(Entry, ClosedChannelIsToldBeforeAnUnknownOne) {
   EXPECT_EQ(log.take(), Lines{critical("OnReceive: spice channel is NOT opened!")});
 }
 
-TEST_F(LooseEntry, OnlyCommandsAndTeardownWaitForTheMutex) {
-  startSpice();
+TEST_F(LooseEntryOverSpice, OnlyCommandsAndTeardownWaitForTheMutex) {
   EXPECT_TRUE(returnsWhileLocked([&] { plugin.Event(0); }));
   EXPECT_TRUE(returnsWhileLocked([&] { plugin.Event(1); }));
   EXPECT_TRUE(returnsWhileLocked([&] { plugin.RdpEvent(0); }));
@@ -162,8 +161,7 @@ TEST_F(LooseEntry, OnlyCommandsAndTeardownWaitForTheMutex) {
   EXPECT_TRUE(returnsWhileLocked([&] { EXPECT_EQ(rdpInit(), 17); }));
 }
 
-TEST_F(LooseEntry, CommandIsLoggedBeforeItWaits) {
-  startSpice();
+TEST_F(LooseEntryOverSpice, CommandIsLoggedBeforeItWaits) {
   const std::string command = R"({"command":"unshareall"})";
   object->m_mutex.lock();
   std::thread other([&] { EXPECT_EQ(ctrl(command), 0); });

@@ -11,46 +11,43 @@ class Exchange : public InsideTest {
   Bytes text = bytesOf("0123456789");
 };
 
-using LooseExchange = Loose<Exchange>;
+using ExchangeInitialized = Initialized<Exchange>;
 
-TEST_F(Exchange, SendWithoutPayloadIs32Bytes) {
-  initObject();
+using LooseExchange = Loose<Exchange>;
+using LooseExchangeInitialized = Initialized<LooseExchange>;
+
+TEST_F(ExchangeInitialized, SendWithoutPayloadIs32Bytes) {
   EXPECT_EQ(object->SendIpcData(5, 0, nullptr, 0), 0);
   EXPECT_EQ(ipc.take(),
             Lines{"SendData " + show(Bytes{0x4D, 0x41, 0x43, 0x56, 5, 0, 0, 0} + Bytes(24))});
 }
 
-TEST_F(Exchange, SendFramesThePayload) {
-  initObject();
+TEST_F(ExchangeInitialized, SendFramesThePayload) {
   EXPECT_EQ(object->SendIpcData(2, 0, text.data(), 10), 0);
   EXPECT_EQ(ipc.take(), Lines{"SendData " + show(bytesOf("MACV") + le32(2) + le32(10) + Bytes(20) +
                                                  bytesOf("0123456789"))});
 }
 
-TEST_F(Exchange, SendCarriesTypeAndParamWhole) {
-  initObject();
+TEST_F(ExchangeInitialized, SendCarriesTypeAndParamWhole) {
   EXPECT_EQ(object->SendIpcData(0x04030201, -2, text.data(), 1), 0);
   EXPECT_EQ(ipc.take(), Lines{"SendData " + show(bytesOf("MACV") + Bytes{1, 2, 3, 4} + le32(1) +
                                                  le32(0xFFFFFFFEU) + Bytes(16) + bytesOf("0"))});
 }
 
-TEST_F(Exchange, NullDataKeepsTheLengthInTheHeader) {
-  initObject();
+TEST_F(ExchangeInitialized, NullDataKeepsTheLengthInTheHeader) {
   EXPECT_EQ(object->SendIpcData(5, 0, nullptr, 10), 0);
   EXPECT_EQ(ipc.take(),
             Lines{"SendData " + show(bytesOf("MACV") + le32(5) + le32(10) + Bytes(20))});
 }
 
-TEST_F(Exchange, SendUsesABufferOfItsOwn) {
-  initObject();
+TEST_F(ExchangeInitialized, SendUsesABufferOfItsOwn) {
   object->SendIpcData(2, 0, text.data(), 10);
   const auto* sent = static_cast<const unsigned char*>(ipc.takeCalls().at(0).address);
   EXPECT_TRUE(sent + 42 <= text.data() || sent >= text.data() + text.size());
   EXPECT_EQ(text, bytesOf("0123456789"));
 }
 
-TEST_F(LooseExchange, SendPassesTheLibrarysCodeOn) {
-  initObject();
+TEST_F(LooseExchangeInitialized, SendPassesTheLibrarysCodeOn) {
   ipc.sendResults = {-8};
   EXPECT_EQ(object->SendIpcData(5, 0, nullptr, 0), -8);
   EXPECT_EQ(log.take(), Lines{warning("Send ipc data failed! error:-8")});
@@ -84,8 +81,7 @@ TEST_F(Exchange, WithoutAClient) {
   EXPECT_EQ(outputSize, 5);
 }
 
-TEST_F(Exchange, SyncCallFramesItsRequest) {
-  initObject();
+TEST_F(ExchangeInitialized, SyncCallFramesItsRequest) {
   ipc.syncReply = bytesOf("any reply");
   Bytes reply(20);
   unsigned int size = 20;
@@ -96,8 +92,7 @@ TEST_F(Exchange, SyncCallFramesItsRequest) {
   EXPECT_EQ(log.take(), Lines{debug("IpcSyncCall: get result! size: 9")});
 }
 
-TEST_F(Exchange, SyncCallWithoutRequestKeepsTheLength) {
-  initObject();
+TEST_F(ExchangeInitialized, SyncCallWithoutRequestKeepsTheLength) {
   unsigned int size = 0;
   EXPECT_EQ(object->IpcSyncCall(1, nullptr, 7, nullptr, &size), 0);
   EXPECT_EQ(ipc.take(), Lines{"SyncCall " + show(bytesOf("MACV") + le32(1) + le32(7) + Bytes(20)) +
@@ -105,8 +100,7 @@ TEST_F(Exchange, SyncCallWithoutRequestKeepsTheLength) {
   log.clear();
 }
 
-TEST_F(LooseExchange, SyncCallErrors) {
-  initObject();
+TEST_F(LooseExchangeInitialized, SyncCallErrors) {
   unsigned int size = 0;
   ipc.syncReplySize = 77;
   ipc.syncResult = 8;
@@ -122,8 +116,7 @@ TEST_F(LooseExchange, SyncCallErrors) {
   }
 }
 
-TEST_F(LooseExchange, TransferSendsTheArrayAsItStands) {
-  initObject();
+TEST_F(LooseExchangeInitialized, TransferSendsTheArrayAsItStands) {
   QByteArray data("ab\0c\0", 5);
   object->m_replyArrived = true;
   EXPECT_EQ(object->TransferCmd2CameraService(data, 4), 0);
@@ -133,8 +126,7 @@ TEST_F(LooseExchange, TransferSendsTheArrayAsItStands) {
   EXPECT_EQ(object->TransferCmd2CameraService(data, 4), 6);
 }
 
-TEST_F(LooseExchange, ListClearsTheReplyFlag) {
-  initObject();
+TEST_F(LooseExchangeInitialized, ListClearsTheReplyFlag) {
   object->m_replyArrived = true;
   ipc.syncResult = 1;
   int size = 0;
@@ -142,8 +134,7 @@ TEST_F(LooseExchange, ListClearsTheReplyFlag) {
   EXPECT_FALSE(object->m_replyArrived);
 }
 
-TEST_F(Exchange, RedirectAllTakesAnyNumberAndNoLock) {
-  initObject();
+TEST_F(ExchangeInitialized, RedirectAllTakesAnyNumberAndNoLock) {
   object->m_vmId = "vm-7";
   ASSERT_TRUE(object->m_mutex.tryLock());
   EXPECT_EQ(object->RedirectAll(-1), 0);

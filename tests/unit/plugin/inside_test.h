@@ -27,6 +27,16 @@ class InsideTest : public FreshPluginTest {
   Lumsar* object = nullptr;
 };
 
+// For tests that begin with a bound library and a client.
+template <class Fixture>
+class Initialized : public Fixture {
+ protected:
+  void SetUp() override {
+    Fixture::SetUp();
+    this->initObject();
+  }
+};
+
 }  // namespace lumsar::test
 
 #endif

@@ -38,11 +38,12 @@ class KeepAlive : public InsideTest {
   Clock::time_point m_begin;
 };
 
+using KeepAliveInitialized = Initialized<KeepAlive>;
+
 const std::string kReconnecting =
     warning("KeepIpcConnection: IPC is disconnected with server! Reconnecting...");
 
-TEST_F(KeepAlive, FlagFalseFromTheStartNeverSleeps) {
-  initObject();
+TEST_F(KeepAliveInitialized, FlagFalseFromTheStartNeverSleeps) {
   const auto begin = Clock::now();
   Lumsar::KeepIpcConnection(object);
   EXPECT_LT(Clock::now() - begin, milliseconds(1000));
@@ -68,8 +69,7 @@ TEST_F(KeepAlive, WithoutAClientWarnsAndSleepsOnAfterASignal) {
                    info("KeepIpcConnection: Leave!")}));
 }
 
-TEST_F(KeepAlive, WhileConnectedItOnlyAsks) {
-  initObject();
+TEST_F(KeepAliveInitialized, WhileConnectedItOnlyAsks) {
   ipc.connected = true;
   start();
   stopAfter(milliseconds(1000));
@@ -78,8 +78,7 @@ TEST_F(KeepAlive, WhileConnectedItOnlyAsks) {
   EXPECT_EQ(ipc.take(), Lines{"IsConnected"});
 }
 
-TEST_F(KeepAlive, ReconnectsEveryThreeSecondsUntilItWorks) {
-  initObject();
+TEST_F(KeepAliveInitialized, ReconnectsEveryThreeSecondsUntilItWorks) {
   object->m_ipcName = "svc";
   ipc.connectResult = 111;
   start();
@@ -99,8 +98,7 @@ TEST_F(KeepAlive, ReconnectsEveryThreeSecondsUntilItWorks) {
   EXPECT_GE(attempts[1] - attempts[0], milliseconds(2990));
 }
 
-TEST_F(KeepAlive, SuccessEndsTheReconnecting) {
-  initObject();
+TEST_F(KeepAliveInitialized, SuccessEndsTheReconnecting) {
   object->m_ipcName = "svc";
   start();
   stopAfter(milliseconds(4500));

@@ -6,6 +6,7 @@ namespace lumsar::test {
 namespace {
 
 using Lifecycle = InsideTest;
+using LifecycleInitialized = Initialized<Lifecycle>;
 using LooseLifecycle = Loose<Lifecycle>;
 
 TEST_F(Lifecycle, InitBindsAndMakesTheClient) {
@@ -17,8 +18,7 @@ TEST_F(Lifecycle, InitBindsAndMakesTheClient) {
   EXPECT_NE(object->m_libraryHandle, nullptr);
 }
 
-TEST_F(Lifecycle, InitFillsTheRecord) {
-  initObject();
+TEST_F(LifecycleInitialized, InitFillsTheRecord) {
   const IpcClientParams& params = object->m_ipcClientParams;
   EXPECT_EQ(ipc.params, &params);
   EXPECT_EQ(params.onConnect, &Lumsar::OnConnect);
@@ -29,8 +29,7 @@ TEST_F(Lifecycle, InitFillsTheRecord) {
   EXPECT_EQ(ipc.paramsCopy.userData, object) << "filled before the client is made";
 }
 
-TEST_F(Lifecycle, InitTwiceKeepsTheFirstClient) {
-  initObject();
+TEST_F(LifecycleInitialized, InitTwiceKeepsTheFirstClient) {
   void* client = object->m_ipcClient;
   EXPECT_FALSE(object->Init("/nowhere", "vm-8"));
   EXPECT_EQ(log.take(), (Lines{info("Lumsar::Init: Enter!"), warning("Already initialized!")}));
@@ -93,8 +92,7 @@ INSTANTIATE_TEST_SUITE_P(Lengths, ClientName,
                                          NameCase{32, kAlphabet.substr(0, 31)},
                                          NameCase{40, kAlphabet.substr(0, 31)}));
 
-TEST_F(Lifecycle, UninitReleasesClientAndLibrary) {
-  initObject();
+TEST_F(LifecycleInitialized, UninitReleasesClientAndLibrary) {
   object->Uninit();
   EXPECT_EQ(log.take(), unloadLines());
   EXPECT_EQ(ipc.take(), Lines{"Destroy"}) << "it does not disconnect";
@@ -117,8 +115,7 @@ TEST_F(LooseLifecycle, LibraryIsStillThereWhenTheClientIsDestroyed) {
   EXPECT_TRUE(hadClient);
 }
 
-TEST_F(Lifecycle, UninitTwice) {
-  initObject();
+TEST_F(LifecycleInitialized, UninitTwice) {
   object->Uninit();
   forget();
   object->Uninit();
@@ -127,8 +124,7 @@ TEST_F(Lifecycle, UninitTwice) {
   object->m_mutex.unlock();
 }
 
-TEST_F(Lifecycle, UninitWithoutClientLeavesTheLibrary) {
-  initObject();
+TEST_F(LifecycleInitialized, UninitWithoutClientLeavesTheLibrary) {
   object->m_ipcClient = nullptr;
   object->Uninit();
   EXPECT_EQ(log.take(), (Lines{info("Lumsar::Uninit: Enter!"), info("Lumsar::Uninit: Leave!")}));
@@ -161,8 +157,7 @@ TEST_F(LooseLifecycle, UninitKeepsEverythingElse) {
   EXPECT_STREQ(object->m_ipcClientParams.clientName, "vm-7");
 }
 
-TEST_F(Lifecycle, InitAfterUninitMakesANewClient) {
-  initObject();
+TEST_F(LifecycleInitialized, InitAfterUninitMakesANewClient) {
   void* first = object->m_ipcClient;
   object->Uninit();
   forget();
