@@ -176,6 +176,7 @@ ServiceTest::ServiceTest() {
 }
 
 ServiceTest::~ServiceTest() {
+  m_host.reset();
   if (!m_service) return;
   m_service->signal(SIGTERM);
   EXPECT_EQ(m_service->wait(), 0) << log();

@@ -70,6 +70,7 @@ class TestHost {
   // The entry of `id` in the list's or status's cameras; empty when there is none.
   static QJsonObject camera(const QJsonObject& report, const std::string& id);
   bool awaitCamera(const std::string& id);
+  bool isRunning(const std::string& id) { return camera(status(), id).value("running").toBool(); }
 
   std::vector<QJsonObject> changes() const;
   // The first device change with this "change"; fails the test when it does not come.
@@ -99,8 +100,13 @@ class ServiceTest : public ::testing::Test {
   // Starts the service with these options and waits until it listens.
   void start(std::vector<std::string> options = {});
   std::string log() { return m_service ? m_service->output() : ""; }
-  std::unique_ptr<TestHost> host(const std::string& vmId = "vm-7") {
+  std::unique_ptr<TestHost> newHost(const std::string& vmId = "vm-7") {
     return std::make_unique<TestHost>(channel, vmId);
+  }
+  // The one of most tests, which connects when it is first asked for.
+  TestHost& host() {
+    if (!m_host) m_host = newHost();
+    return *m_host;
   }
   // Shares `device`, starts it and waits for the first frame; returns the camera's number.
   static std::uint32_t watch(TestHost& host, const std::string& device);
@@ -108,6 +114,7 @@ class ServiceTest : public ::testing::Test {
   TemporaryDirectory dir;
   std::string channel = dir / "s";
   std::unique_ptr<Process> m_service;
+  std::unique_ptr<TestHost> m_host;
 };
 
 }  // namespace lumsar::test

@@ -51,7 +51,7 @@ TEST_F(CommandLineTest, WithoutRuntimeDirectoryItSaysWhatToDo) {
 TEST_F(CommandLineTest, StopsCleanlyOnEachSignal) {
   for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
     start({"--camera", "test:A,320x240@30"});
-    const auto host = this->host();
+    const auto host = newHost();
     watch(*host, "test:A");
     m_service->signal(signal);
     EXPECT_EQ(m_service->wait(), 0) << log();
@@ -94,7 +94,7 @@ TEST_F(CommandLineTest, ASecondServiceIsRefused) {
   const Outcome second = run({"--ipc-channel", channel});
   EXPECT_EQ(second.code, 1);
   EXPECT_NE(second.output.find("already running"), std::string::npos);
-  EXPECT_TRUE(host()->awaitCamera("test:A")) << "the first goes on";
+  EXPECT_TRUE(newHost()->awaitCamera("test:A")) << "the first goes on";
 }
 
 TEST_F(CommandLineTest, AChannelIsASocketInTheRuntimeDirectory) {
@@ -108,9 +108,8 @@ TEST_F(CommandLineTest, AChannelIsASocketInTheRuntimeDirectory) {
 
 TEST_F(CommandLineTest, StatusForPeopleAndPrograms) {
   start({"--camera", "test:A,320x240@30"});
-  const auto host = this->host();
-  watch(*host, "test:A");
-  host->records.await(CameraDataKind::Frame, 5);
+  watch(host(), "test:A");
+  host().records.await(CameraDataKind::Frame, 5);
   const Outcome people = run({"--status", "--ipc-channel", channel});
   EXPECT_EQ(people.code, 0);
   for (const char* part : {"test:A", "320x240", "vm-7", "started yes", "encoding"}) {
@@ -151,8 +150,7 @@ TEST_F(CommandLineTest, StatusWithoutServiceIsExitCode1) {
 
 TEST_F(CommandLineTest, StrangersDoNotDisturbIt) {
   start({"--camera", "test:A,320x240@30"});
-  const auto host = this->host();
-  watch(*host, "test:A");
+  watch(host(), "test:A");
   const RawPeer garbage(channel);
   garbage.send(Bytes(5000, 'g'));
   EXPECT_TRUE(garbage.ended());
@@ -162,8 +160,8 @@ TEST_F(CommandLineTest, StrangersDoNotDisturbIt) {
   Bytes begun = message(IPC_MSG_DATA, "payload");
   begun.pop_back();
   half.send(begun);
-  const std::size_t frames = host->records.count(CameraDataKind::Frame);
-  host->records.await(CameraDataKind::Frame, frames + 5);
+  const std::size_t frames = host().records.count(CameraDataKind::Frame);
+  host().records.await(CameraDataKind::Frame, frames + 5);
   EXPECT_TRUE(m_service->says("not a message"));
 }
 

@@ -8,20 +8,19 @@ class AccessTest : public ServiceTest {};
 
 TEST_F(AccessTest, ADeniedCameraIsNotListedAndNotShared) {
   start({"--camera", "test:A,320x240", "--camera", "test:B,320x240", "--deny", "test:B"});
-  const auto host = this->host();
-  ASSERT_TRUE(host->awaitCamera("test:A"));
-  EXPECT_TRUE(TestHost::camera(host->list(), "test:B").isEmpty());
-  host->share("test:B");
-  const QString reason = host->awaitChange("refused").value("reason").toString();
+  ASSERT_TRUE(host().awaitCamera("test:A"));
+  EXPECT_TRUE(TestHost::camera(host().list(), "test:B").isEmpty());
+  host().share("test:B");
+  const QString reason = host().awaitChange("refused").value("reason").toString();
   EXPECT_TRUE(reason.contains("--deny test:B")) << reason.toStdString();
   EXPECT_TRUE(m_service->says("--deny test:B"));
-  EXPECT_EQ(host->records.count(CameraDataKind::Announced), 0U);
+  EXPECT_EQ(host().records.count(CameraDataKind::Announced), 0U);
 }
 
 TEST_F(AccessTest, DenialsMayBeForOneVm) {
   start({"--camera", "test:A,320x240", "--deny", "A@vm-9"});
-  const auto good = host("vm-7");
-  const auto bad = host("vm-9");
+  const auto good = newHost("vm-7");
+  const auto bad = newHost("vm-9");
   EXPECT_TRUE(good->awaitCamera("test:A"));
   EXPECT_TRUE(TestHost::camera(bad->list(), "test:A").isEmpty());
   good->share("test:A");
@@ -42,22 +41,21 @@ TEST_F(AccessTest, ADenialForAVmHoldsBeforeItsWholeIdIsKnown) {
 
 TEST_F(AccessTest, OnlyWhatIsAllowed) {
   start({"--camera", "test:A,320x240", "--camera", "test:B,320x240", "--allow", "B"});
-  const auto host = this->host();
-  ASSERT_TRUE(host->awaitCamera("test:B"));
-  EXPECT_TRUE(TestHost::camera(host->list(), "test:A").isEmpty());
-  host->share("0");
-  EXPECT_TRUE(host->awaitChange("refused").value("reason").toString().contains("--allow"));
+  ASSERT_TRUE(host().awaitCamera("test:B"));
+  EXPECT_TRUE(TestHost::camera(host().list(), "test:A").isEmpty());
+  host().share("0");
+  EXPECT_TRUE(host().awaitChange("refused").value("reason").toString().contains("--allow"));
 }
 
 TEST_F(AccessTest, ADeniedCameraIsNotAnnouncedToTheHost) {
   const std::string folder = dir / "cameras";
   std::filesystem::create_directory(folder);
   start({"--watch", folder, "--deny", "file:secret*"});
-  const auto host = this->host();
+  host();  // sees what comes from now on
   makePicture(folder + "/secret.jpg", 64, 64);
   ASSERT_TRUE(m_service->says("is withheld from VM 'vm-7'"));
   makePicture(folder + "/open.jpg", 64, 64);
-  EXPECT_EQ(host->awaitChange("added").value("camera").toString(), "file:open.jpg");
+  EXPECT_EQ(host().awaitChange("added").value("camera").toString(), "file:open.jpg");
 }
 
 }  // namespace

@@ -12,22 +12,20 @@ class PolicyChangeTest : public ServiceTest {
 
 TEST_F(PolicyChangeTest, ThePictureSizeChangesWhileRunning) {
   start({"--camera", "test:A,640x480@30"});
-  const auto host = this->host();
-  watch(*host, "test:A");
-  EXPECT_TRUE(host->records.awaitFrameOf({640, 480}));
-  host->policy({{"cameraMaxResolution", "320*320"}});
-  EXPECT_TRUE(host->records.awaitFrameOf({320, 240}));
-  host->policy({{"cameraMaxResolution", "4000*4000"}});
-  EXPECT_TRUE(host->records.awaitFrameOf({640, 480}));
+  watch(host(), "test:A");
+  EXPECT_TRUE(host().records.awaitFrameOf({640, 480}));
+  host().policy({{"cameraMaxResolution", "320*320"}});
+  EXPECT_TRUE(host().records.awaitFrameOf({320, 240}));
+  host().policy({{"cameraMaxResolution", "4000*4000"}});
+  EXPECT_TRUE(host().records.awaitFrameOf({640, 480}));
 }
 
 TEST_F(PolicyChangeTest, APolicyBeforeTheShareIsAnnounced) {
   start({"--camera", "test:A,640x480@30"});
-  const auto host = this->host();
-  ASSERT_TRUE(host->awaitCamera("test:A"));
-  host->policy({{"cameraMaxResolution", "160*160"}, {"cameraFrameInternal", 200}});
-  host->share("test:A");
-  const Record announced = host->records.await(CameraDataKind::Announced);
+  ASSERT_TRUE(host().awaitCamera("test:A"));
+  host().policy({{"cameraMaxResolution", "160*160"}, {"cameraFrameInternal", 200}});
+  host().share("test:A");
+  const Record announced = host().records.await(CameraDataKind::Announced);
   EXPECT_EQ(announced.announced.width, 160);
   EXPECT_EQ(announced.announced.height, 120);
   EXPECT_EQ(announced.announced.frameInterval, 200'000U);
@@ -35,22 +33,21 @@ TEST_F(PolicyChangeTest, APolicyBeforeTheShareIsAnnounced) {
 
 TEST_F(PolicyChangeTest, QualityAndIntervalAreObeyed) {
   start({"--camera", "test:A,320x240@30"});
-  const auto host = this->host();
-  host->policy({{"cameraQuality", 95}});
-  watch(*host, "test:A");
-  const std::size_t best = host->records.await(CameraDataKind::Frame, 3).picture.size();
-  host->policy({{"cameraQuality", 5}, {"cameraFrameInternal", 250}});
+  host().policy({{"cameraQuality", 95}});
+  watch(host(), "test:A");
+  const std::size_t best = host().records.await(CameraDataKind::Frame, 3).picture.size();
+  host().policy({{"cameraQuality", 5}, {"cameraFrameInternal", 250}});
   EXPECT_TRUE(eventually(
-      [&] { return host->records.of(CameraDataKind::Frame).back().picture.size() < best / 2; }));
-  const std::size_t before = host->records.count(CameraDataKind::Frame);
+      [&] { return host().records.of(CameraDataKind::Frame).back().picture.size() < best / 2; }));
+  const std::size_t before = host().records.count(CameraDataKind::Frame);
   std::this_thread::sleep_for(milliseconds(1000));
-  EXPECT_LE(host->records.count(CameraDataKind::Frame) - before, 6U);
+  EXPECT_LE(host().records.count(CameraDataKind::Frame) - before, 6U);
 }
 
 TEST_F(PolicyChangeTest, PoliciesOfTwoHostsAreBothObeyed) {
   start({"--camera", "test:A,640x480@30"});
-  const auto first = host("vm-1");
-  const auto second = host("vm-2");
+  const auto first = newHost("vm-1");
+  const auto second = newHost("vm-2");
   second->policy({{"cameraMaxResolution", "160*160"}, {"cameraFrameInternal", 500}});
   watch(*first, "test:A");
   watch(*second, "test:A");
@@ -67,45 +64,42 @@ TEST_F(PolicyChangeTest, PoliciesOfTwoHostsAreBothObeyed) {
 
 TEST_F(PolicyChangeTest, CorrectionsAreTold) {
   start({"--camera", "test:A,320x240"});
-  const auto host = this->host();
-  host->policy({{"cameraQuality", 300}});
-  const QString note = host->awaitChange("policy").value("reason").toString();
+  host().policy({{"cameraQuality", 300}});
+  const QString note = host().awaitChange("policy").value("reason").toString();
   EXPECT_TRUE(note.contains("cameraQuality 300 is outside 0 to 100; using 100"))
       << note.toStdString();
-  EXPECT_EQ(host->list().value("policyNotes").toArray(), QJsonArray{note});
-  host->policy({{"cameraQuality", 300}});
-  host->policy({{"cameraQuality", 50}});
-  EXPECT_TRUE(host->list().value("policyNotes").toArray().isEmpty());
-  EXPECT_EQ(host->changes().size(), 1U) << "the same correction is told once";
+  EXPECT_EQ(host().list().value("policyNotes").toArray(), QJsonArray{note});
+  host().policy({{"cameraQuality", 300}});
+  host().policy({{"cameraQuality", 50}});
+  EXPECT_TRUE(host().list().value("policyNotes").toArray().isEmpty());
+  EXPECT_EQ(host().changes().size(), 1U) << "the same correction is told once";
 }
 
 TEST_F(PolicyChangeTest, NonsenseIsRefusedAndTheFormerPolicyStays) {
   start({"--camera", "test:A,640x480@30"});
-  const auto host = this->host();
-  host->policy({{"cameraMaxResolution", "320*320"}});
-  watch(*host, "test:A");
-  EXPECT_TRUE(host->records.awaitFrameOf({320, 240}));
-  host->send(IPC_MSG_POLICY, "nonsense");
-  EXPECT_TRUE(host->awaitChange("refused").value("reason").toString().contains("not JSON"));
-  host->send(IPC_MSG_POLICY, std::string(1, '\0'));
-  host->awaitChange("refused", 2);
-  EXPECT_TRUE(host->records.awaitFrameOf({320, 240}));
+  host().policy({{"cameraMaxResolution", "320*320"}});
+  watch(host(), "test:A");
+  EXPECT_TRUE(host().records.awaitFrameOf({320, 240}));
+  host().send(IPC_MSG_POLICY, "nonsense");
+  EXPECT_TRUE(host().awaitChange("refused").value("reason").toString().contains("not JSON"));
+  host().send(IPC_MSG_POLICY, std::string(1, '\0'));
+  host().awaitChange("refused", 2);
+  EXPECT_TRUE(host().records.awaitFrameOf({320, 240}));
 }
 
 TEST_F(PolicyChangeTest, H264WhereThereIsAnEncoder) {
   if (!service::h264Available()) GTEST_SKIP() << "no H.264 encoder is installed";
   start({"--camera", "test:A,320x240@30"});
-  const auto host = this->host();
-  host->policy({{"cameraEncodeType", "H264"}});
-  watch(*host, "test:A");
-  const CameraFrame frame = host->records.await(CameraDataKind::Frame).frame;
+  host().policy({{"cameraEncodeType", "H264"}});
+  watch(host(), "test:A");
+  const CameraFrame frame = host().records.await(CameraDataKind::Frame).frame;
   EXPECT_EQ(frame.encoding, kEncodingH264);
   EXPECT_EQ(frame.flags & kFrameIsKey, kFrameIsKey) << "a VM begins with what stands by itself";
   const auto dependsOnOthers = [](const Record& record) { return record.frame.flags == 0; };
   EXPECT_TRUE(eventually([&] {
-    return std::ranges::any_of(host->records.of(CameraDataKind::Frame), dependsOnOthers);
+    return std::ranges::any_of(host().records.of(CameraDataKind::Frame), dependsOnOthers);
   }));
-  EXPECT_TRUE(host->changes().empty()) << "nothing had to be corrected";
+  EXPECT_TRUE(host().changes().empty()) << "nothing had to be corrected";
 }
 
 // A directory with all of GStreamer's plug-ins but the H.264 encoders.
@@ -126,13 +120,12 @@ TEST_F(PolicyChangeTest, WithoutAnH264EncoderItFallsBackAndSaysSo) {
   ::setenv("GST_PLUGIN_SYSTEM_PATH_1_0", (dir / "plugins").c_str(), 1);
   ::setenv("GST_REGISTRY", (dir / "registry").c_str(), 1);
   start({"--camera", "test:A,320x240@30"});
-  const auto host = this->host();
-  host->policy({{"cameraEncodeType", "H264"}});
-  const QString note = host->awaitChange("policy").value("reason").toString();
+  host().policy({{"cameraEncodeType", "H264"}});
+  const QString note = host().awaitChange("policy").value("reason").toString();
   EXPECT_TRUE(note.contains("needs an H.264 encoder")) << note.toStdString();
   EXPECT_TRUE(note.contains("using MJPG")) << note.toStdString();
-  watch(*host, "test:A");
-  EXPECT_EQ(host->records.await(CameraDataKind::Frame).frame.encoding, kEncodingMjpg);
+  watch(host(), "test:A");
+  EXPECT_EQ(host().records.await(CameraDataKind::Frame).frame.encoding, kEncodingMjpg);
 }
 
 }  // namespace

@@ -12,18 +12,17 @@ class RecoveryTest : public ServiceTest {};
 
 TEST_F(RecoveryTest, KilledAndStartedAgain) {
   start({"--camera", "test:A,320x240@30"});
-  const auto host = this->host();
-  watch(*host, "test:A");
+  watch(host(), "test:A");
   const auto begin = std::chrono::steady_clock::now();
   m_service->signal(SIGKILL);
-  ASSERT_TRUE(host->recorder.awaitClose());
-  EXPECT_LT(host->recorder.closeTime() - begin, milliseconds(100));
+  ASSERT_TRUE(host().recorder.awaitClose());
+  EXPECT_LT(host().recorder.closeTime() - begin, milliseconds(100));
   m_service->wait();
   EXPECT_TRUE(std::filesystem::exists(channel)) << "a killed service leaves its socket";
   start({"--camera", "test:A,320x240@30"});
-  EXPECT_EQ(host->client().connect(channel.c_str()), 0);
-  host->records.clear();
-  watch(*host, "test:A");
+  EXPECT_EQ(host().client().connect(channel.c_str()), 0);
+  host().records.clear();
+  watch(host(), "test:A");
 }
 
 TEST_F(RecoveryTest, ActivatedByASocket) {

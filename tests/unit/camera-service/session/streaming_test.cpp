@@ -9,8 +9,7 @@ class StreamingTest : public ServiceTest {};
 
 TEST_F(StreamingTest, WithoutAnyCameraASyntheticOneIsOffered) {
   start();
-  const auto host = this->host();
-  const QJsonArray cameras = host->list().value("cameras").toArray();
+  const QJsonArray cameras = host().list().value("cameras").toArray();
   ASSERT_GE(cameras.size(), 1) << "a real camera, or the fallback";
   const QJsonObject camera = cameras.at(0).toObject();
   for (const char* key : {"id", "name", "number", "vendorId", "productId", "formats", "sharedWith",
@@ -22,24 +21,23 @@ TEST_F(StreamingTest, WithoutAnyCameraASyntheticOneIsOffered) {
 
 TEST_F(StreamingTest, ASharedCameraIsAnnouncedAndStreamsWhenStarted) {
   start({"--camera", "test:Front,640x480@30"});
-  const auto host = this->host();
-  ASSERT_TRUE(host->awaitCamera("test:Front"));
-  host->share("test:Front");
-  const Record announced = host->records.await(CameraDataKind::Announced);
+  ASSERT_TRUE(host().awaitCamera("test:Front"));
+  host().share("test:Front");
+  const Record announced = host().records.await(CameraDataKind::Announced);
   EXPECT_EQ(announced.id, "test:Front");
   EXPECT_EQ(announced.name, "Front");
   EXPECT_EQ(announced.announced.width, 640);
   EXPECT_EQ(announced.announced.encoding, kEncodingMjpg);
   EXPECT_EQ(announced.announced.frameInterval, 33'333U);
   std::this_thread::sleep_for(milliseconds(200));
-  EXPECT_EQ(host->records.count(CameraDataKind::Frame), 0U) << "not before the VM's start";
-  EXPECT_FALSE(TestHost::camera(host->status(), "test:Front").value("running").toBool());
+  EXPECT_EQ(host().records.count(CameraDataKind::Frame), 0U) << "not before the VM's start";
+  EXPECT_FALSE(host().isRunning("test:Front"));
 
-  host->fromVm(CameraDataKind::Start, announced.camera);
-  host->records.await(CameraDataKind::Frame, 10);
+  host().fromVm(CameraDataKind::Start, announced.camera);
+  host().records.await(CameraDataKind::Frame, 10);
   std::uint32_t sequence = 0;
   std::uint64_t time = 0;
-  for (const Record& frame : host->records.of(CameraDataKind::Frame)) {
+  for (const Record& frame : host().records.of(CameraDataKind::Frame)) {
     EXPECT_EQ(frame.camera, announced.camera);
     EXPECT_EQ(jpegSize(frame.picture), (PictureSize{640, 480}));
     EXPECT_EQ(frame.frame.sequence, ++sequence);
@@ -50,104 +48,97 @@ TEST_F(StreamingTest, ASharedCameraIsAnnouncedAndStreamsWhenStarted) {
     EXPECT_LT(frame.arrival - frame.time, 2'000'000U);
     time = frame.time;
   }
-  const QJsonObject status = TestHost::camera(host->status(), "test:Front");
+  const QJsonObject status = TestHost::camera(host().status(), "test:Front");
   EXPECT_TRUE(status.value("running").toBool());
   EXPECT_TRUE(status.value("inUse").toBool());
 }
 
 TEST_F(StreamingTest, StopTurnsTheCameraOff) {
   start({"--camera", "test:Front,320x240@30"});
-  const auto host = this->host();
-  const std::uint32_t number = watch(*host, "test:Front");
-  host->fromVm(CameraDataKind::Stop, number);
-  EXPECT_FALSE(TestHost::camera(host->status(), "test:Front").value("running").toBool());
-  const std::size_t frames = host->records.count(CameraDataKind::Frame);
+  const std::uint32_t number = watch(host(), "test:Front");
+  host().fromVm(CameraDataKind::Stop, number);
+  EXPECT_FALSE(host().isRunning("test:Front"));
+  const std::size_t frames = host().records.count(CameraDataKind::Frame);
   std::this_thread::sleep_for(milliseconds(150));
-  EXPECT_EQ(host->records.count(CameraDataKind::Frame), frames);
-  EXPECT_EQ(host->records.count(CameraDataKind::Removed), 0U) << "it is still shared";
-  host->fromVm(CameraDataKind::Start, number);
-  host->records.await(CameraDataKind::Frame, frames + 3);
+  EXPECT_EQ(host().records.count(CameraDataKind::Frame), frames);
+  EXPECT_EQ(host().records.count(CameraDataKind::Removed), 0U) << "it is still shared";
+  host().fromVm(CameraDataKind::Start, number);
+  host().records.await(CameraDataKind::Frame, frames + 3);
 }
 
 TEST_F(StreamingTest, UnshareSaysGone) {
   start({"--camera", "test:Front,320x240@30"});
-  const auto host = this->host();
-  const std::uint32_t number = watch(*host, "test:Front");
-  EXPECT_EQ(TestHost::camera(host->list(), "test:Front").value("sharedWith").toArray(),
+  const std::uint32_t number = watch(host(), "test:Front");
+  EXPECT_EQ(TestHost::camera(host().list(), "test:Front").value("sharedWith").toArray(),
             QJsonArray{"vm-7"});
-  host->unshare("test:Front");
-  const Record gone = host->records.await(CameraDataKind::Removed);
+  host().unshare("test:Front");
+  const Record gone = host().records.await(CameraDataKind::Removed);
   EXPECT_EQ(gone.camera, number);
   EXPECT_FALSE(gone.text.empty());
-  const QJsonObject camera = TestHost::camera(host->status(), "test:Front");
+  const QJsonObject camera = TestHost::camera(host().status(), "test:Front");
   EXPECT_FALSE(camera.value("running").toBool());
   EXPECT_TRUE(camera.value("sharedWith").toArray().isEmpty());
-  host->fromVm(CameraDataKind::Start, number);
-  EXPECT_FALSE(TestHost::camera(host->status(), "test:Front").value("running").toBool());
+  host().fromVm(CameraDataKind::Start, number);
+  EXPECT_FALSE(host().isRunning("test:Front"));
 }
 
 TEST_F(StreamingTest, ACameraMayBeNamedByNumberOrName) {
   start({"--camera", "test:Front,320x240", "--camera", "test:Desk,320x240"});
-  const auto host = this->host();
-  ASSERT_TRUE(host->awaitCamera("test:Desk"));
-  const int number = TestHost::camera(host->list(), "test:Desk").value("number").toInt();
-  host->command(IPC_MSG_SHARE, {{"command", "share"}, {"deviceId", number}});
-  EXPECT_EQ(host->records.await(CameraDataKind::Announced).id, "test:Desk");
-  host->share("Front");
-  EXPECT_EQ(host->records.await(CameraDataKind::Announced, 2).id, "test:Front");
+  ASSERT_TRUE(host().awaitCamera("test:Desk"));
+  const int number = TestHost::camera(host().list(), "test:Desk").value("number").toInt();
+  host().command(IPC_MSG_SHARE, {{"command", "share"}, {"deviceId", number}});
+  EXPECT_EQ(host().records.await(CameraDataKind::Announced).id, "test:Desk");
+  host().share("Front");
+  EXPECT_EQ(host().records.await(CameraDataKind::Announced, 2).id, "test:Front");
 }
 
 TEST_F(StreamingTest, ACameraInUseIsNotAnnouncedAgain) {
   start({"--camera", "test:A,320x240@30"});
-  const auto host = this->host();
-  watch(*host, "test:A");
-  host->share("test:A");
+  watch(host(), "test:A");
+  host().share("test:A");
   ASSERT_TRUE(m_service->says("already in use by VM 'vm-7'"));
-  host->command(IPC_MSG_REDIRECT_ALL, {{"sessionId", 1}});
-  const std::size_t frames = host->records.count(CameraDataKind::Frame);
-  host->records.await(CameraDataKind::Frame, frames + 5);
-  EXPECT_EQ(host->records.count(CameraDataKind::Announced), 1U);
-  EXPECT_EQ(host->records.count(CameraDataKind::Removed), 0U);
+  host().command(IPC_MSG_REDIRECT_ALL, {{"sessionId", 1}});
+  const std::size_t frames = host().records.count(CameraDataKind::Frame);
+  host().records.await(CameraDataKind::Frame, frames + 5);
+  EXPECT_EQ(host().records.count(CameraDataKind::Announced), 1U);
+  EXPECT_EQ(host().records.count(CameraDataKind::Removed), 0U);
 }
 
 TEST_F(StreamingTest, UnshareAllWithAndWithoutDocument) {
   start({"--camera", "test:A,320x240", "--camera", "test:B,320x240"});
-  const auto host = this->host();
-  ASSERT_TRUE(host->awaitCamera("test:B"));
+  ASSERT_TRUE(host().awaitCamera("test:B"));
   for (const std::string document : {"", R"({"command":"unshareall"})"}) {
-    host->records.clear();
-    host->share("test:A");
-    host->share("test:B");
-    host->records.await(CameraDataKind::Announced, 2);
-    host->send(IPC_MSG_UNSHARE_ALL, document);
-    host->records.await(CameraDataKind::Removed, 2);
+    host().records.clear();
+    host().share("test:A");
+    host().share("test:B");
+    host().records.await(CameraDataKind::Announced, 2);
+    host().send(IPC_MSG_UNSHARE_ALL, document);
+    host().records.await(CameraDataKind::Removed, 2);
   }
 }
 
 TEST_F(StreamingTest, AllCamerasForASession) {
   start({"--camera", "test:A,320x240", "--camera", "test:B,320x240", "--deny", "test:B"});
-  const auto host = this->host();
-  ASSERT_TRUE(host->awaitCamera("test:A"));
-  host->command(IPC_MSG_REDIRECT_ALL, {{"sessionId", 3}});
-  EXPECT_EQ(host->records.await(CameraDataKind::Announced).id, "test:A");
+  ASSERT_TRUE(host().awaitCamera("test:A"));
+  host().command(IPC_MSG_REDIRECT_ALL, {{"sessionId", 3}});
+  EXPECT_EQ(host().records.await(CameraDataKind::Announced).id, "test:A");
   EXPECT_TRUE(m_service->says("test:B' is left out"));
-  EXPECT_EQ(host->records.count(CameraDataKind::Announced), 1U);
+  EXPECT_EQ(host().records.count(CameraDataKind::Announced), 1U);
 }
 
 TEST_F(StreamingTest, TwoCamerasAtOnce) {
   start({"--camera", "test:A,320x240@30", "--camera", "test:B,160x120@30"});
-  const auto host = this->host();
-  const std::uint32_t a = watch(*host, "test:A");
-  const std::uint32_t b = watch(*host, "test:B");
+  const std::uint32_t a = watch(host(), "test:A");
+  const std::uint32_t b = watch(host(), "test:B");
   EXPECT_NE(a, b);
-  EXPECT_TRUE(host->records.awaitFrameOf({320, 240}));
-  EXPECT_TRUE(host->records.awaitFrameOf({160, 120}));
+  EXPECT_TRUE(host().records.awaitFrameOf({320, 240}));
+  EXPECT_TRUE(host().records.awaitFrameOf({160, 120}));
 }
 
 TEST_F(StreamingTest, TwoHostsShareOneCamera) {
   start({"--camera", "test:A,320x240@30"});
-  const auto first = host("vm-1");
-  auto second = host("vm-2");
+  const auto first = newHost("vm-1");
+  auto second = newHost("vm-2");
   watch(*first, "test:A");
   watch(*second, "test:A");
   const QJsonObject camera = TestHost::camera(first->status(), "test:A");
@@ -163,34 +154,31 @@ TEST_F(StreamingTest, TwoHostsShareOneCamera) {
 
 TEST_F(StreamingTest, AHostThatIsGoneTurnsTheCameraOff) {
   start({"--camera", "test:A,320x240@30"});
-  auto first = host("vm-1");
+  auto first = newHost("vm-1");
   watch(*first, "test:A");
   first.reset();
-  const auto second = host("vm-2");
-  EXPECT_TRUE(eventually(
-      [&] { return !TestHost::camera(second->status(), "test:A").value("running").toBool(); }));
+  const auto second = newHost("vm-2");
+  EXPECT_TRUE(eventually([&] { return !second->isRunning("test:A"); }));
 }
 
 TEST_F(StreamingTest, WhatAVmSaysOfOtherCamerasIsNothing) {
   start({"--camera", "test:A,320x240@30"});
-  const auto host = this->host();
-  ASSERT_TRUE(host->awaitCamera("test:A"));
-  host->fromVm(CameraDataKind::Start, 0);
-  host->fromVm(CameraDataKind::Start, 4711);
-  host->fromVm(static_cast<CameraDataKind>(99), 0);
-  host->send(IPC_MSG_DATA, "short");
-  EXPECT_FALSE(TestHost::camera(host->status(), "test:A").value("running").toBool());
+  ASSERT_TRUE(host().awaitCamera("test:A"));
+  host().fromVm(CameraDataKind::Start, 0);
+  host().fromVm(CameraDataKind::Start, 4711);
+  host().fromVm(static_cast<CameraDataKind>(99), 0);
+  host().send(IPC_MSG_DATA, "short");
+  EXPECT_FALSE(host().isRunning("test:A"));
 }
 
 TEST_F(StreamingTest, RefusalsReachTheUserInThreeWays) {
   start({"--camera", "test:A,320x240"});
-  const auto host = this->host();
-  host->share("test:B");
-  const QJsonObject change = host->awaitChange("refused");
+  host().share("test:B");
+  const QJsonObject change = host().awaitChange("refused");
   EXPECT_EQ(change.value("camera").toString(), "test:B");
   EXPECT_EQ(change.value("vmId").toString(), "vm-7");
   EXPECT_TRUE(change.value("reason").toString().contains("no such camera"));
-  const QJsonArray refusals = host->list().value("refusals").toArray();
+  const QJsonArray refusals = host().list().value("refusals").toArray();
   ASSERT_EQ(refusals.size(), 1);
   EXPECT_EQ(refusals.at(0).toObject().value("camera").toString(), "test:B");
   EXPECT_TRUE(m_service->says("refused test:B"));
@@ -198,36 +186,34 @@ TEST_F(StreamingTest, RefusalsReachTheUserInThreeWays) {
 
 TEST_F(StreamingTest, EveryBadCommandHasAReason) {
   start({"--camera", "test:A,320x240"});
-  const auto host = this->host();
   std::size_t count = 0;
   const auto expectRefusal = [&](const char* part) {
-    const QString reason = host->awaitChange("refused", ++count).value("reason").toString();
+    const QString reason = host().awaitChange("refused", ++count).value("reason").toString();
     EXPECT_TRUE(reason.contains(part)) << reason.toStdString();
   };
-  host->send(IPC_MSG_SHARE, "no json");
+  host().send(IPC_MSG_SHARE, "no json");
   expectRefusal("not JSON");
-  host->send(IPC_MSG_SHARE, "[1,2]");
+  host().send(IPC_MSG_SHARE, "[1,2]");
   expectRefusal("not a JSON object");
-  host->send(IPC_MSG_SHARE, "{}");
+  host().send(IPC_MSG_SHARE, "{}");
   expectRefusal("lacks a deviceId");
-  host->send(IPC_MSG_SHARE, std::string(100'000, '['));
+  host().send(IPC_MSG_SHARE, std::string(100'000, '['));
   expectRefusal("not JSON");
-  host->unshare("test:A");
+  host().unshare("test:A");
   expectRefusal("not shared");
-  host->send(77, "{}");
+  host().send(77, "{}");
   expectRefusal("type 77");
-  host->send(IPC_MSG_CONNECT_VM, R"({"deviceId":"test:A","remoteIp":"nowhere","remotePort":1})");
+  host().send(IPC_MSG_CONNECT_VM, R"({"deviceId":"test:A","remoteIp":"nowhere","remotePort":1})");
   expectRefusal("not a valid address");
-  host->send(IPC_MSG_CONNECT_VM, R"({"deviceId":"test:A","remoteIp":"127.0.0.1","remotePort":0})");
+  host().send(IPC_MSG_CONNECT_VM, R"({"deviceId":"test:A","remoteIp":"127.0.0.1","remotePort":0})");
   expectRefusal("not a valid address");
-  EXPECT_FALSE(host->list().isEmpty()) << "and the service goes on";
+  EXPECT_FALSE(host().list().isEmpty()) << "and the service goes on";
 }
 
 TEST_F(StreamingTest, DataThatAreTooShortAreSaidOnce) {
   start({"--camera", "test:A,320x240"});
-  const auto host = this->host();
-  for (int i = 0; i < 100; ++i) host->send(IPC_MSG_DATA, "short");
-  host->list();
+  for (int i = 0; i < 100; ++i) host().send(IPC_MSG_DATA, "short");
+  host().list();
   const std::string lines = log();
   const auto first = lines.find("too short");
   ASSERT_NE(first, std::string::npos);
@@ -242,7 +228,7 @@ TEST_F(StreamingTest, AStuckHostLosesFramesAndHarmsNobody) {
   stuck.recorder.duringReceive = [&](unsigned char*, int) {
     while (!stop) std::this_thread::sleep_for(milliseconds(1));
   };
-  const auto good = host("good");
+  const auto good = newHost("good");
   watch(*good, "test:A");
   const bool dropped = eventually([&] {
     for (const QJsonValue& value : good->status().value("hosts").toArray()) {
@@ -267,7 +253,7 @@ std::size_t occurrences(const std::string& text, const std::string& part) {
 
 TEST_F(StreamingTest, AHostThatTakesNothingForLongHasNoCameraOn) {
   start({"--camera", "test:A,1280x720@30"});
-  const auto good = host("good");
+  const auto good = newHost("good");
   TestHost stuck(channel, "stuck");
   std::atomic<bool> stop = false;
   const std::uint32_t number = watch(stuck, "test:A");
@@ -276,9 +262,7 @@ TEST_F(StreamingTest, AHostThatTakesNothingForLongHasNoCameraOn) {
     const std::span message(data, static_cast<std::size_t>(length));
     if (readHeader(data).type == IPC_MSG_DATA) stuck.records.add(message.subspan(kHeaderSize));
   };
-  const auto running = [&] {
-    return TestHost::camera(good->status(), "test:A").value("running").toBool();
-  };
+  const auto running = [&] { return good->isRunning("test:A"); };
   EXPECT_TRUE(eventually([&] { return !running(); })) << "ten seconds after its last frame";
   stop = true;
   EXPECT_TRUE(eventually(running));
@@ -291,8 +275,8 @@ TEST_F(StreamingTest, AHostThatTakesNothingForLongHasNoCameraOn) {
 TEST_F(StreamingTest, AVmThatStartsAndStopsWithoutEndHoldsUpNobody) {
   makePicture(dir / "p.jpg", 640, 480);
   start({"--camera", "file:" + (dir / "p.jpg")});
-  const auto good = host("good");
-  const auto restless = host("restless");
+  const auto good = newHost("good");
+  const auto restless = newHost("restless");
   const std::uint32_t number = watch(*restless, "file:p.jpg");
   for (int i = 0; i < 1000; ++i) {
     restless->fromVm(CameraDataKind::Stop, number);
@@ -321,17 +305,15 @@ std::size_t framesForASlowVm(TestHost& host, std::uint32_t number) {
 
 TEST_F(StreamingTest, TheRateFollowsWhatTheVmTakes) {
   start({"--camera", "test:A,160x120@30"});
-  const auto host = this->host();
-  const std::size_t frames = framesForASlowVm(*host, watch(*host, "test:A"));
+  const std::size_t frames = framesForASlowVm(host(), watch(host(), "test:A"));
   EXPECT_LE(frames, 8U);
   EXPECT_GE(frames, 1U);
 }
 
 TEST_F(StreamingTest, WithoutRateControlItDoesNot) {
   start({"--camera", "test:A,160x120@30"});
-  const auto host = this->host();
-  host->policy({{"cameraEnableFRC", "OFF"}});
-  EXPECT_GE(framesForASlowVm(*host, watch(*host, "test:A")), 15U);
+  host().policy({{"cameraEnableFRC", "OFF"}});
+  EXPECT_GE(framesForASlowVm(host(), watch(host(), "test:A")), 15U);
 }
 
 }  // namespace

@@ -58,10 +58,9 @@ class ShareTcpTest : public ServiceTest {
 
 TEST_F(ShareTcpTest, TheWholeRound) {
   start({"--camera", "test:A,320x240@30"});
-  const auto host = this->host();
-  ASSERT_TRUE(host->awaitCamera("test:A"));
+  ASSERT_TRUE(host().awaitCamera("test:A"));
   TcpVm vm;
-  std::thread sharing([&] { shareTcp(*host, document(vm.port)); });
+  std::thread sharing([&] { shareTcp(host(), document(vm.port)); });
   const RawPeer peer = vm.handshake();
   const RedirMsgHeader hello = readHeader(vm.hello.data());
   EXPECT_EQ(hello.type, MSG_HELLO);
@@ -78,20 +77,19 @@ TEST_F(ShareTcpTest, TheWholeRound) {
     EXPECT_EQ(frame.frame.sequence, sequence);
   }
   sharing.join();
-  EXPECT_EQ(host->records.count(CameraDataKind::Frame), 0U) << "nothing through the host";
-  host->unshare("test:A");
+  EXPECT_EQ(host().records.count(CameraDataKind::Frame), 0U) << "nothing through the host";
+  host().unshare("test:A");
   EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Removed).camera, announced.camera);
   EXPECT_TRUE(peer.ended()) << "an idle connection is closed";
 }
 
 TEST_F(ShareTcpTest, TwoCamerasUseOneConnection) {
   start({"--camera", "test:A,320x240", "--camera", "test:B,320x240"});
-  const auto host = this->host();
-  ASSERT_TRUE(host->awaitCamera("test:B"));
+  ASSERT_TRUE(host().awaitCamera("test:B"));
   TcpVm vm;
   std::thread sharing([&] {
-    shareTcp(*host, document(vm.port, "test:A"));
-    shareTcp(*host, document(vm.port, "test:B"));
+    shareTcp(host(), document(vm.port, "test:A"));
+    shareTcp(host(), document(vm.port, "test:B"));
   });
   const RawPeer peer = vm.handshake();
   EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Announced).id, "test:A");
@@ -101,109 +99,99 @@ TEST_F(ShareTcpTest, TwoCamerasUseOneConnection) {
 
 TEST_F(ShareTcpTest, AVmThatIsNotThereIsReported) {
   start({"--camera", "test:A,320x240"});
-  const auto host = this->host();
-  ASSERT_TRUE(host->awaitCamera("test:A"));
+  ASSERT_TRUE(host().awaitCamera("test:A"));
   TcpVm vm;
   vm.listener.close();
-  shareTcp(*host, document(vm.port));
-  const QJsonObject failed = host->awaitChange("failed");
+  shareTcp(host(), document(vm.port));
+  const QJsonObject failed = host().awaitChange("failed");
   EXPECT_EQ(failed.value("camera").toString(), "test:A");
   EXPECT_TRUE(failed.value("reason").toString().contains("cannot connect"));
-  EXPECT_EQ(host->changes().size(), 1U) << "told once for both halves of the command";
+  EXPECT_EQ(host().changes().size(), 1U) << "told once for both halves of the command";
   EXPECT_TRUE(eventually([&] {
-    return TestHost::camera(host->list(), "test:A").value("sharedWith").toArray().isEmpty();
+    return TestHost::camera(host().list(), "test:A").value("sharedWith").toArray().isEmpty();
   }));
 }
 
 TEST_F(ShareTcpTest, AWrongCommandIsToldOnce) {
   start({"--camera", "test:A,320x240"});
-  const auto host = this->host();
-  ASSERT_TRUE(host->awaitCamera("test:A"));
-  shareTcp(*host, document(1, "test:unknown"));
-  shareTcp(*host, document(0));
-  host->awaitChange("refused", 2);
-  host->list();
-  EXPECT_EQ(host->changes().size(), 2U);
+  ASSERT_TRUE(host().awaitCamera("test:A"));
+  shareTcp(host(), document(1, "test:unknown"));
+  shareTcp(host(), document(0));
+  host().awaitChange("refused", 2);
+  host().list();
+  EXPECT_EQ(host().changes().size(), 2U);
 }
 
 TEST_F(ShareTcpTest, AWrongTokenIsReported) {
   start({"--camera", "test:A,320x240"});
-  const auto host = this->host();
-  ASSERT_TRUE(host->awaitCamera("test:A"));
+  ASSERT_TRUE(host().awaitCamera("test:A"));
   TcpVm vm;
-  host->command(IPC_MSG_CONNECT_VM, document(vm.port));
+  host().command(IPC_MSG_CONNECT_VM, document(vm.port));
   const RawPeer peer = vm.handshake(1);
-  EXPECT_TRUE(host->awaitChange("failed").value("reason").toString().contains("another token"));
+  EXPECT_TRUE(host().awaitChange("failed").value("reason").toString().contains("another token"));
   EXPECT_TRUE(peer.ended());
 }
 
 TEST_F(ShareTcpTest, AVmThatGoesIsReported) {
   start({"--camera", "test:A,320x240@30"});
-  const auto host = this->host();
-  ASSERT_TRUE(host->awaitCamera("test:A"));
+  ASSERT_TRUE(host().awaitCamera("test:A"));
   TcpVm vm;
-  host->command(IPC_MSG_SHARE, document(vm.port));
+  host().command(IPC_MSG_SHARE, document(vm.port));
   {
     const RawPeer peer = vm.handshake();
     const Record announced = TcpVm::await(peer, CameraDataKind::Announced);
     TcpVm::send(peer, CameraDataKind::Start, announced.camera);
     TcpVm::await(peer, CameraDataKind::Frame);
   }
-  EXPECT_EQ(host->awaitChange("failed").value("camera").toString(), "test:A");
-  EXPECT_FALSE(TestHost::camera(host->status(), "test:A").value("running").toBool());
-  EXPECT_EQ(host->list().value("refusals").toArray().size(), 1);
+  EXPECT_EQ(host().awaitChange("failed").value("camera").toString(), "test:A");
+  EXPECT_FALSE(host().isRunning("test:A"));
+  EXPECT_EQ(host().list().value("refusals").toArray().size(), 1);
 }
 
 TEST_F(ShareTcpTest, AVmThatSendsGarbageIsReported) {
   start({"--camera", "test:A,320x240@30"});
-  const auto host = this->host();
-  ASSERT_TRUE(host->awaitCamera("test:A"));
+  ASSERT_TRUE(host().awaitCamera("test:A"));
   TcpVm vm;
-  host->command(IPC_MSG_SHARE, document(vm.port));
+  host().command(IPC_MSG_SHARE, document(vm.port));
   const RawPeer peer = vm.handshake();
   peer.send(Bytes(100, 'g'));
-  EXPECT_TRUE(host->awaitChange("failed").value("reason").toString().contains("not a message"));
+  EXPECT_TRUE(host().awaitChange("failed").value("reason").toString().contains("not a message"));
 }
 
 TEST_F(ShareTcpTest, AVmThatTakesNothingForLongIsGivenUp) {
   start({"--camera", "test:A,1280x720@30"});
-  const auto host = this->host();
-  ASSERT_TRUE(host->awaitCamera("test:A"));
+  ASSERT_TRUE(host().awaitCamera("test:A"));
   TcpVm vm;
-  host->command(IPC_MSG_SHARE, document(vm.port));
+  host().command(IPC_MSG_SHARE, document(vm.port));
   const RawPeer peer = vm.handshake();
   const Record announced = TcpVm::await(peer, CameraDataKind::Announced);
   TcpVm::send(peer, CameraDataKind::Start, announced.camera);
   TcpVm::await(peer, CameraDataKind::Frame);
-  const auto running = [&] {
-    return TestHost::camera(host->status(), "test:A").value("running").toBool();
-  };
+  const auto running = [&] { return host().isRunning("test:A"); };
   EXPECT_TRUE(running());
   const milliseconds limit(25000);  // the socket's buffers fill, then ten seconds pass
   EXPECT_TRUE(eventually([&] { return !running(); }, limit));
-  EXPECT_TRUE(eventually([&] { return !host->changes().empty(); }, limit)) << "failed";
+  EXPECT_TRUE(eventually([&] { return !host().changes().empty(); }, limit)) << "failed";
 }
 
 TEST_F(ShareTcpTest, FromTheHostsWayToTcpAndBack) {
   start({"--camera", "test:A,320x240@30"});
-  const auto host = this->host();
-  const std::uint32_t number = watch(*host, "test:A");
+  const std::uint32_t number = watch(host(), "test:A");
   TcpVm vm;
-  host->command(IPC_MSG_SHARE, document(vm.port));
+  host().command(IPC_MSG_SHARE, document(vm.port));
   const RawPeer peer = vm.handshake();
   EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Announced).camera, number);
-  EXPECT_EQ(host->records.await(CameraDataKind::Removed).camera, number);
-  host->fromVm(CameraDataKind::Start, number);
-  EXPECT_FALSE(TestHost::camera(host->status(), "test:A").value("running").toBool())
-      << "the camera is no longer shared this way";
-  host->share("test:A");
+  EXPECT_EQ(host().records.await(CameraDataKind::Removed).camera, number);
+  host().fromVm(CameraDataKind::Start, number);
+  EXPECT_FALSE(host().isRunning("test:A")) << "the camera is no longer shared this way";
+  host().share("test:A");
   EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Removed).camera, number);
-  host->records.await(CameraDataKind::Announced, 2);
+  host().records.await(CameraDataKind::Announced, 2);
 }
 
 TEST_F(ShareTcpTest, TheConnectionEndsWithItsHost) {
   start({"--camera", "test:A,320x240@30"});
-  auto host = this->host();
+  auto host = newHost();
   ASSERT_TRUE(host->awaitCamera("test:A"));
   TcpVm vm;
   host->command(IPC_MSG_SHARE, document(vm.port));
