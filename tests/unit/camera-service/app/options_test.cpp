@@ -53,7 +53,7 @@ TEST(OptionsTest, HelpAndVersionArePrinted) {
 
 TEST(OptionsTest, CamerasAndDirectories) {
   const TemporaryDirectory dir;
-  std::ofstream(dir / "p.jpg") << "x";
+  writeFile(dir / "p.jpg", "x");
   const std::string file = "file:" + (dir / "p.jpg");
   const std::string directory = dir.path();
   const Options options =

@@ -81,13 +81,20 @@ class CaptureTest : public ::testing::Test {
     g_list_free(devices);
     return found;
   }
+  // With `reader` as its consumer.
+  CameraStream& read(const VirtualCamera& source) {
+    CameraStream& camera = stream(source);
+    camera.add(reader);
+    return camera;
+  }
+  VirtualCamera fileCamera(const std::string& name) const {
+    const std::string path = dir / name;
+    const FileProbe probe = probeFile(path);
+    return {"file:" + name, name, probe.format, [=] { return makeFileSource(path, probe); }};
+  }
   template <class Condition>
   bool await(Condition condition) {
-    return eventually([&] {
-      io.restart();
-      io.poll();
-      return condition();
-    });
+    return eventuallyIn(io, condition);
   }
   void runFor(milliseconds time) {
     io.restart();
@@ -100,7 +107,9 @@ class CaptureTest : public ::testing::Test {
   asio::thread_pool cameraThreads{2};
   VirtualCameras cameras;
   const StartedProvider provider;
+  const TemporaryDirectory dir;
   Camera plugged;
+  Reader reader;
   std::vector<std::string> troubles;
   std::optional<CameraStream> made;
 };
@@ -108,8 +117,6 @@ class CaptureTest : public ::testing::Test {
 TEST_F(CaptureTest, RunsWhileThereIsAReader) {
   CameraStream& camera = stream(syntheticCamera("F,320x240@30"));
   EXPECT_FALSE(camera.running());
-  Reader reader;
-  camera.add(reader);
   EXPECT_TRUE(camera.running());
   ASSERT_TRUE(await([&] { return reader.frames >= 3; }));
   EXPECT_EQ(reader.size, (PictureSize{320, 240}));
@@ -126,7 +133,6 @@ TEST_F(CaptureTest, RunsWhileThereIsAReader) {
 
 TEST_F(CaptureTest, SizeAndQualityChangeWhileRunning) {
   CameraStream& camera = stream(syntheticCamera("F,640x480@30"));
-  Reader reader;
   reader.wanted.rule.quality = 90;
   camera.add(reader);
   ASSERT_TRUE(await([&] { return reader.frames >= 3; }));
@@ -151,7 +157,7 @@ TEST_F(CaptureTest, AWebcamsFormatsAreDecodedAndScaled) {
         stream({"cam:" + encoding, encoding, {encoding, 640, 480, 30, 1}, [=] {
                   return makeSourceBin("videotestsrc is-live=true ! " + caps + tail);
                 }});
-    Reader reader;
+    reader = Reader();
     reader.wanted.rule.maxWidth = 320;
     camera.add(reader);
     EXPECT_TRUE(await([&] { return reader.frames >= 3; })) << encoding;
@@ -191,7 +197,6 @@ TEST_F(CaptureTest, AReaderThatTakesNoMoreIsRemoved) {
 
 TEST_F(CaptureTest, AnIntervalIsKept) {
   CameraStream& camera = stream(syntheticCamera("F,160x120@60"));
-  Reader reader;
   reader.wanted.interval = 100'000;
   camera.add(reader);
   ASSERT_TRUE(await([&] { return reader.frames > 0; }));
@@ -204,28 +209,16 @@ TEST_F(CaptureTest, AnIntervalIsKept) {
 }
 
 TEST_F(CaptureTest, AMovieBeginsAgainAtItsEnd) {
-  const TemporaryDirectory dir;
   makeMovie(dir / "m.avi", 160, 120, 6);
-  const FileProbe probe = probeFile(dir / "m.avi");
-  const std::string path = dir / "m.avi";
-  CameraStream& camera =
-      stream({"file:m", "m", probe.format, [=] { return makeFileSource(path, probe); }});
-  Reader reader;
-  camera.add(reader);
+  read(fileCamera("m.avi"));
   EXPECT_TRUE(await([&] { return reader.frames >= 20; })) << reader.frames;
   EXPECT_EQ(reader.size, (PictureSize{160, 120}));
   EXPECT_TRUE(troubles.empty());
 }
 
 TEST_F(CaptureTest, AMovieOfOnePictureKeepsItsRate) {
-  const TemporaryDirectory dir;
   makeMovie(dir / "m.avi", 160, 120, 1);
-  const FileProbe probe = probeFile(dir / "m.avi");
-  const std::string path = dir / "m.avi";
-  CameraStream& camera =
-      stream({"file:m", "m", probe.format, [=] { return makeFileSource(path, probe); }});
-  Reader reader;
-  camera.add(reader);
+  read(fileCamera("m.avi"));
   ASSERT_TRUE(await([&] { return reader.frames > 0; }));
   reader.frames = 0;
   runFor(milliseconds(1000));
@@ -241,7 +234,6 @@ TEST_F(CaptureTest, AFormatThatFailsIsLeftOut) {
                     "video/x-raw,width=160,height=120,framerate=30/1 ! identity");
               }});
   plugged.info.formats.push_back({"I420", 640, 480, 30, 1});  // preferred, and wrong
-  Reader reader;
   camera.add(reader);
   ASSERT_TRUE(await([&] { return !troubles.empty(); }));
   EXPECT_TRUE(await([&] { return reader.frames > 0; }));
@@ -252,51 +244,37 @@ TEST_F(CaptureTest, AFormatThatFailsIsLeftOut) {
 }
 
 TEST_F(CaptureTest, WhenAllFormatsHaveFailedItBeginsAnew) {
-  const TemporaryDirectory dir;
-  const std::string path = dir / "p.jpg";
-  makePicture(path, 64, 64);
-  const FileProbe probe = probeFile(path);
-  std::filesystem::rename(path, dir / "away");
-  CameraStream& camera =
-      stream({"file:p", "p", probe.format, [=] { return makeFileSource(path, probe); }});
-  Reader reader;
-  camera.add(reader);
+  makePicture(dir / "p.jpg", 64, 64);
+  const VirtualCamera source = fileCamera("p.jpg");
+  std::filesystem::rename(dir / "p.jpg", dir / "away");
+  CameraStream& camera = read(source);
   ASSERT_TRUE(await([&] { return !troubles.empty(); }));
-  EXPECT_EQ(camera.planFor({}).source, probe.format);
+  EXPECT_EQ(camera.planFor({}).source, source.format);
 }
 
 TEST_F(CaptureTest, TroubleEndsWithTheLastReader) {
-  CameraStream& camera = stream({"x", "x", {"I420", 64, 64, 30, 1}, [] { return nullptr; }});
-  Reader reader;
-  camera.add(reader);
+  CameraStream& camera = read({"x", "x", {"I420", 64, 64, 30, 1}, [] { return nullptr; }});
   EXPECT_NE(camera.error(), "");
   camera.remove(reader);
   EXPECT_EQ(camera.error(), "") << "nothing is retried";
 }
 
 TEST_F(CaptureTest, ACameraThatFailsIsTriedAgain) {
-  const TemporaryDirectory dir;
-  const std::string path = dir / "p.jpg";
-  makePicture(path, 64, 64);
-  const FileProbe probe = probeFile(path);
-  std::filesystem::rename(path, dir / "away");
-  CameraStream& camera =
-      stream({"file:p", "p", probe.format, [=] { return makeFileSource(path, probe); }});
-  Reader reader;
-  camera.add(reader);
+  makePicture(dir / "p.jpg", 64, 64);
+  const VirtualCamera source = fileCamera("p.jpg");
+  std::filesystem::rename(dir / "p.jpg", dir / "away");
+  CameraStream& camera = read(source);
   ASSERT_TRUE(await([&] { return !troubles.empty(); }));
   EXPECT_FALSE(camera.running());
-  std::filesystem::rename(dir / "away", path);
+  std::filesystem::rename(dir / "away", dir / "p.jpg");
   EXPECT_TRUE(await([&] { return reader.frames > 0; })) << "after the first back-off of a second";
   EXPECT_EQ(troubles.size(), 1U) << "told once";
 }
 
 TEST_F(CaptureTest, ACameraThatHangsHoldsUpNoOther) {
-  const TemporaryDirectory dir;
   const std::string fifo = dir / "fifo";
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);  // opening it waits for a writer
   Reader stuckReader;
-  Reader reader;
   cameras.plug({"stuck", "stuck", {"I420", 64, 64, 30, 1}, [=] {
                   return makeSourceBin("filesrc location=" + fifo + " ! jpegdec");
                 }});
@@ -306,7 +284,7 @@ TEST_F(CaptureTest, ACameraThatHangsHoldsUpNoOther) {
   hanging.info.device = device({"stuck", "stuck", {}, {}});
   CameraStream stuck(io, cameraThreads, hanging, [](const Camera&, const std::string&) {});
   stuck.add(stuckReader);
-  CameraStream& camera = stream(syntheticCamera("F,320x240@30"));
+  CameraStream& camera = read(syntheticCamera("F,320x240@30"));
   camera.add(reader);
   EXPECT_TRUE(await([&] { return reader.frames > 0; }));
   stuck.remove(stuckReader);
@@ -325,19 +303,18 @@ TEST_F(CaptureTest, KeyFramesAreNotMadeWithoutEnd) {
       camera->requestKeyFrame();
       return true;
     }
-  } reader;
-  reader.camera = &camera;
-  reader.wanted.rule.h264 = true;
-  camera.add(reader);
-  ASSERT_TRUE(await([&] { return reader.frames >= 45; }));
-  EXPECT_GE(reader.keys, 2);
-  EXPECT_LE(reader.keys, 10);
+  } insistent;
+  insistent.camera = &camera;
+  insistent.wanted.rule.h264 = true;
+  camera.add(insistent);
+  ASSERT_TRUE(await([&] { return insistent.frames >= 45; }));
+  EXPECT_GE(insistent.keys, 2);
+  EXPECT_LE(insistent.keys, 10);
+  camera.remove(insistent);
 }
 
 TEST_F(CaptureTest, ACameraWithoutSourceIsTrouble) {
-  CameraStream& camera = stream({"x", "x", {"I420", 64, 64, 30, 1}, [] { return nullptr; }});
-  Reader reader;
-  camera.add(reader);
+  CameraStream& camera = read({"x", "x", {"I420", 64, 64, 30, 1}, [] { return nullptr; }});
   ASSERT_EQ(troubles.size(), 1U);
   EXPECT_NE(troubles.front().find("no source"), std::string::npos);
   camera.remove(reader);
@@ -349,9 +326,7 @@ TEST_F(CaptureTest, ACameraThatKeepsFailingIsToldOnceAndRetriedLessOften) {
     ++attempts;
     return nullptr;
   };
-  CameraStream& camera = stream({"x", "x", {"I420", 64, 64, 30, 1}, makeNoSource});
-  Reader reader;
-  camera.add(reader);
+  CameraStream& camera = read({"x", "x", {"I420", 64, 64, 30, 1}, makeNoSource});
   EXPECT_EQ(attempts, 1);
   runFor(milliseconds(1300));
   EXPECT_EQ(attempts, 2);
@@ -364,7 +339,6 @@ TEST_F(CaptureTest, ACameraThatKeepsFailingIsToldOnceAndRetriedLessOften) {
 TEST_F(CaptureTest, ACameraWithoutUsableFormatIsTrouble) {
   CameraStream& camera = stream(syntheticCamera("F,320x240"));
   plugged.info.formats.clear();
-  Reader reader;
   camera.add(reader);
   ASSERT_EQ(troubles.size(), 1U);
   EXPECT_NE(troubles.front().find("no format"), std::string::npos);
@@ -382,12 +356,13 @@ TEST_F(CaptureTest, H264WhereThereIsAnEncoder) {
       if (frames++ == 0) begin.assign(frame.data.begin(), frame.data.begin() + 4);
       return true;
     }
-  } reader;
-  reader.wanted.rule.h264 = true;
-  camera.add(reader);
-  ASSERT_TRUE(await([&] { return reader.frames >= 10; }));
-  EXPECT_TRUE(reader.firstIsKey);
-  EXPECT_EQ(reader.begin, (Bytes{0, 0, 0, 1}));
+  } beginner;
+  beginner.wanted.rule.h264 = true;
+  camera.add(beginner);
+  ASSERT_TRUE(await([&] { return beginner.frames >= 10; }));
+  EXPECT_TRUE(beginner.firstIsKey);
+  camera.remove(beginner);
+  EXPECT_EQ(beginner.begin, (Bytes{0, 0, 0, 1}));
 }
 
 }  // namespace

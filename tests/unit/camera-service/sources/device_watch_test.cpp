@@ -23,11 +23,7 @@ struct Watched {
                    [this](const std::string& id) { present.erase(id); }}) {}
   template <class Condition>
   bool await(Condition condition) {
-    return eventually([&] {
-      io.restart();
-      io.poll();
-      return condition();
-    });
+    return eventuallyIn(io, condition);
   }
   bool awaitCamera(const std::string& id, bool there = true) {
     return await([&] { return present.contains(id) == there; });
@@ -126,8 +122,8 @@ TEST_F(DeviceWatchTest, NodesOfOneUsbFunctionAreTwoCameras) {
   const TemporaryDirectory nodes;
   std::filesystem::create_directory(nodes / "video0");
   std::filesystem::create_directory(nodes / "video2");
-  std::ofstream(nodes / "video0/index") << "0\n";
-  std::ofstream(nodes / "video2/index") << "2\n";
+  writeFile(nodes / "video0/index", "0\n");
+  writeFile(nodes / "video2/index", "2\n");
   const auto properties = [&](const std::string& node) {
     return "p,device.bus=usb,device.bus_path=\"usb-0:5:1.0\",device.path=\"/dev/" + node +
            "\",sysfs.path=\"" + (nodes / node) + "\"";

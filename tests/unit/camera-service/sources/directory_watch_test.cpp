@@ -29,13 +29,9 @@ class DirectoryWatchTest : public ::testing::Test {
                                                   }});
   }
   bool await(const std::set<std::string>& expected) {
-    return eventually([&] {
-      io.restart();
-      io.poll();
-      return present == expected;
-    });
+    return eventuallyIn(io, [&] { return present == expected; });
   }
-  void write(const std::string& name) const { std::ofstream(dir / name) << "content"; }
+  void write(const std::string& name) const { writeFile(dir / name, "content"); }
 
   TemporaryDirectory dir;
   asio::io_context io;
@@ -78,11 +74,7 @@ TEST_F(DirectoryWatchTest, AFileWrittenAgainAppearsAgain) {
   write("a");
   ASSERT_TRUE(await({"a"}));
   write("a");
-  EXPECT_TRUE(eventually([&] {
-    io.restart();
-    io.poll();
-    return appearances == 2;
-  }));
+  EXPECT_TRUE(eventuallyIn(io, [&] { return appearances == 2; }));
 }
 
 TEST_F(DirectoryWatchTest, TemporaryAndHiddenFilesAreNone) {
@@ -97,7 +89,7 @@ TEST_F(DirectoryWatchTest, TemporaryAndHiddenFilesAreNone) {
 TEST_F(DirectoryWatchTest, LinksCount) {
   begin();
   const TemporaryDirectory elsewhere;
-  std::ofstream(elsewhere / "target") << "content";
+  writeFile(elsewhere / "target", "content");
   fs::create_symlink(elsewhere / "target", dir / "symbolic");
   fs::create_hard_link(elsewhere / "target", dir / "hard");
   fs::create_symlink(elsewhere / "nothing", dir / "dangling");

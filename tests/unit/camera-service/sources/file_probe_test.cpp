@@ -49,7 +49,7 @@ TEST_F(FileProbeTest, AnyNameWillDo) {
 }
 
 TEST_F(FileProbeTest, WhatIsNeitherHasAReason) {
-  std::ofstream(dir / "text.jpg") << "this is no picture";
+  writeFile(dir / "text.jpg", "this is no picture");
   std::ofstream(dir / "empty.jpg");
   for (const char* name : {"text.jpg", "empty.jpg", "missing.jpg"}) {
     EXPECT_NE(probeFile(dir / name).error, "") << name;

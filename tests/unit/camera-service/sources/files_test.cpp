@@ -90,7 +90,7 @@ TEST_F(FilesTest, WithAllSharedANewCameraIsSharedToo) {
 TEST_F(FilesTest, AFileThatIsNoPictureIsSaidAndTheOthersGoOn) {
   start({"--watch", folder});
   host();
-  std::ofstream(folder + "/bad.jpg") << "this is no picture";
+  writeFile(folder + "/bad.jpg", "this is no picture");
   const QJsonObject refused = host().awaitChange("refused");
   EXPECT_EQ(refused.value("camera").toString(), "file:bad.jpg");
   EXPECT_TRUE(refused.value("reason").toString().contains("not a readable still image"));
@@ -100,8 +100,8 @@ TEST_F(FilesTest, AFileThatIsNoPictureIsSaidAndTheOthersGoOn) {
 }
 
 TEST_F(FilesTest, AFileThatIsNoPictureIsInTheListUntilItIsGone) {
-  std::ofstream(folder + "/bad.jpg") << "this is no picture";
-  std::ofstream(folder + "/secret.jpg") << "this is none either";
+  writeFile(folder + "/bad.jpg", "this is no picture");
+  writeFile(folder + "/secret.jpg", "this is none either");
   start({"--watch", folder, "--deny", "file:secret*"});
   ASSERT_TRUE(m_service->says("'file:bad.jpg' is left out"));
   ASSERT_TRUE(m_service->says("'file:secret.jpg' is left out"));

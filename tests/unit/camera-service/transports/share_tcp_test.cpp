@@ -21,28 +21,42 @@ class TcpVm {
     peer.send(answer);
     return peer;
   }
-  // Up to a record of this kind.
-  static Record await(const RawPeer& peer, CameraDataKind kind) {
-    for (;;) {
-      const Bytes bytes = peer.receive();
-      if (bytes.empty()) return {};
-      EXPECT_EQ(headerOf(bytes).type, MSG_DATA);
-      Record record = parseRecord(payloadOf(bytes));
-      if (record.kind == kind) return record;
-    }
-  }
-  static void send(const RawPeer& peer, CameraDataKind kind, std::uint32_t camera) {
-    peer.send(message(MSG_DATA, record(kind, camera, {}, cameraClock())));
-  }
-
   RawListener listener{"tcp:0"};
   int port = listener.port();
   Bytes hello;
 };
 
+// Up to a record of this kind.
+Record await(const RawPeer& peer, CameraDataKind kind) {
+  for (;;) {
+    const Bytes bytes = peer.receive();
+    if (bytes.empty()) return {};
+    EXPECT_EQ(headerOf(bytes).type, MSG_DATA);
+    Record record = parseRecord(payloadOf(bytes));
+    if (record.kind == kind) return record;
+  }
+}
+
 class ShareTcpTest : public ServiceTest {
  protected:
-  static QJsonObject document(int port, const char* device = "test:A") {
+  // With camera "test:A" of this format.
+  void startCamera(const std::string& format = "320x240@30") {
+    start({"--camera", "test:A," + format});
+    ASSERT_TRUE(host().awaitCamera("test:A"));
+  }
+  // Shares it with the VM, which has answered the HELLO.
+  RawPeer share() {
+    host().command(IPC_MSG_SHARE, document());
+    return vm.handshake();
+  }
+  // The VM waits for its announcement, starts it and gets a frame.
+  static void startStreaming(const RawPeer& peer) {
+    const std::uint32_t camera = await(peer, CameraDataKind::Announced).camera;
+    peer.send(message(MSG_DATA, record(CameraDataKind::Start, camera)));
+    await(peer, CameraDataKind::Frame);
+  }
+  QJsonObject document(const char* device = "test:A") const { return document(vm.port, device); }
+  static QJsonObject document(int port, const char* device) {
     return {{"command", "sharetcp"},
             {"deviceId", device},
             {"remoteIp", "127.0.0.1"},
@@ -54,13 +68,13 @@ class ShareTcpTest : public ServiceTest {
     std::this_thread::sleep_for(milliseconds(200));
     host.command(IPC_MSG_SHARE, document);
   }
+
+  TcpVm vm;
 };
 
 TEST_F(ShareTcpTest, TheWholeRound) {
-  start({"--camera", "test:A,320x240@30"});
-  ASSERT_TRUE(host().awaitCamera("test:A"));
-  TcpVm vm;
-  std::thread sharing([&] { shareTcp(host(), document(vm.port)); });
+  startCamera();
+  std::thread sharing([&] { shareTcp(host(), document()); });
   const RawPeer peer = vm.handshake();
   const RedirMsgHeader hello = readHeader(vm.hello.data());
   EXPECT_EQ(hello.type, MSG_HELLO);
@@ -68,41 +82,38 @@ TEST_F(ShareTcpTest, TheWholeRound) {
   EXPECT_EQ(hello.clientMajor, 1);
   EXPECT_EQ(hello.clientMinor, 1);
   EXPECT_EQ(hello.capabilities, 0x03U);
-  const Record announced = TcpVm::await(peer, CameraDataKind::Announced);
+  const Record announced = await(peer, CameraDataKind::Announced);
   EXPECT_EQ(announced.id, "test:A");
-  TcpVm::send(peer, CameraDataKind::Start, announced.camera);
+  peer.send(message(MSG_DATA, record(CameraDataKind::Start, announced.camera)));
   for (std::uint32_t sequence = 1; sequence <= 5; ++sequence) {
-    const Record frame = TcpVm::await(peer, CameraDataKind::Frame);
+    const Record frame = await(peer, CameraDataKind::Frame);
     EXPECT_EQ(jpegSize(frame.picture), (PictureSize{320, 240}));
     EXPECT_EQ(frame.frame.sequence, sequence);
   }
   sharing.join();
   EXPECT_EQ(host().records.count(CameraDataKind::Frame), 0U) << "nothing through the host";
   host().unshare("test:A");
-  EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Removed).camera, announced.camera);
+  EXPECT_EQ(await(peer, CameraDataKind::Removed).camera, announced.camera);
   EXPECT_TRUE(peer.ended()) << "an idle connection is closed";
 }
 
 TEST_F(ShareTcpTest, TwoCamerasUseOneConnection) {
   start({"--camera", "test:A,320x240", "--camera", "test:B,320x240"});
   ASSERT_TRUE(host().awaitCamera("test:B"));
-  TcpVm vm;
   std::thread sharing([&] {
-    shareTcp(host(), document(vm.port, "test:A"));
-    shareTcp(host(), document(vm.port, "test:B"));
+    shareTcp(host(), document("test:A"));
+    shareTcp(host(), document("test:B"));
   });
   const RawPeer peer = vm.handshake();
-  EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Announced).id, "test:A");
-  EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Announced).id, "test:B");
+  EXPECT_EQ(await(peer, CameraDataKind::Announced).id, "test:A");
+  EXPECT_EQ(await(peer, CameraDataKind::Announced).id, "test:B");
   sharing.join();
 }
 
 TEST_F(ShareTcpTest, AVmThatIsNotThereIsReported) {
-  start({"--camera", "test:A,320x240"});
-  ASSERT_TRUE(host().awaitCamera("test:A"));
-  TcpVm vm;
+  startCamera();
   vm.listener.close();
-  shareTcp(host(), document(vm.port));
+  shareTcp(host(), document());
   const QJsonObject failed = host().awaitChange("failed");
   EXPECT_EQ(failed.value("camera").toString(), "test:A");
   EXPECT_TRUE(failed.value("reason").toString().contains("cannot connect"));
@@ -113,60 +124,41 @@ TEST_F(ShareTcpTest, AVmThatIsNotThereIsReported) {
 }
 
 TEST_F(ShareTcpTest, AWrongCommandIsToldOnce) {
-  start({"--camera", "test:A,320x240"});
-  ASSERT_TRUE(host().awaitCamera("test:A"));
+  startCamera();
   shareTcp(host(), document(1, "test:unknown"));
-  shareTcp(host(), document(0));
+  shareTcp(host(), document(0, "test:A"));
   host().awaitChange("refused", 2);
   host().list();
   EXPECT_EQ(host().changes().size(), 2U);
 }
 
 TEST_F(ShareTcpTest, AWrongTokenIsReported) {
-  start({"--camera", "test:A,320x240"});
-  ASSERT_TRUE(host().awaitCamera("test:A"));
-  TcpVm vm;
-  host().command(IPC_MSG_CONNECT_VM, document(vm.port));
+  startCamera();
+  host().command(IPC_MSG_CONNECT_VM, document());
   const RawPeer peer = vm.handshake(1);
   EXPECT_TRUE(host().awaitChange("failed").value("reason").toString().contains("another token"));
   EXPECT_TRUE(peer.ended());
 }
 
 TEST_F(ShareTcpTest, AVmThatGoesIsReported) {
-  start({"--camera", "test:A,320x240@30"});
-  ASSERT_TRUE(host().awaitCamera("test:A"));
-  TcpVm vm;
-  host().command(IPC_MSG_SHARE, document(vm.port));
-  {
-    const RawPeer peer = vm.handshake();
-    const Record announced = TcpVm::await(peer, CameraDataKind::Announced);
-    TcpVm::send(peer, CameraDataKind::Start, announced.camera);
-    TcpVm::await(peer, CameraDataKind::Frame);
-  }
+  startCamera();
+  startStreaming(share());
   EXPECT_EQ(host().awaitChange("failed").value("camera").toString(), "test:A");
   EXPECT_FALSE(host().isRunning("test:A"));
   EXPECT_EQ(host().list().value("refusals").toArray().size(), 1);
 }
 
 TEST_F(ShareTcpTest, AVmThatSendsGarbageIsReported) {
-  start({"--camera", "test:A,320x240@30"});
-  ASSERT_TRUE(host().awaitCamera("test:A"));
-  TcpVm vm;
-  host().command(IPC_MSG_SHARE, document(vm.port));
-  const RawPeer peer = vm.handshake();
+  startCamera();
+  const RawPeer peer = share();
   peer.send(Bytes(100, 'g'));
   EXPECT_TRUE(host().awaitChange("failed").value("reason").toString().contains("not a message"));
 }
 
 TEST_F(ShareTcpTest, AVmThatTakesNothingForLongIsGivenUp) {
-  start({"--camera", "test:A,1280x720@30"});
-  ASSERT_TRUE(host().awaitCamera("test:A"));
-  TcpVm vm;
-  host().command(IPC_MSG_SHARE, document(vm.port));
-  const RawPeer peer = vm.handshake();
-  const Record announced = TcpVm::await(peer, CameraDataKind::Announced);
-  TcpVm::send(peer, CameraDataKind::Start, announced.camera);
-  TcpVm::await(peer, CameraDataKind::Frame);
+  startCamera("1280x720@30");
+  const RawPeer peer = share();
+  startStreaming(peer);
   const auto running = [&] { return host().isRunning("test:A"); };
   EXPECT_TRUE(running());
   const milliseconds limit(25000);  // the socket's buffers fill, then ten seconds pass
@@ -177,27 +169,21 @@ TEST_F(ShareTcpTest, AVmThatTakesNothingForLongIsGivenUp) {
 TEST_F(ShareTcpTest, FromTheHostsWayToTcpAndBack) {
   start({"--camera", "test:A,320x240@30"});
   const std::uint32_t number = watch(host(), "test:A");
-  TcpVm vm;
-  host().command(IPC_MSG_SHARE, document(vm.port));
-  const RawPeer peer = vm.handshake();
-  EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Announced).camera, number);
+  const RawPeer peer = share();
+  EXPECT_EQ(await(peer, CameraDataKind::Announced).camera, number);
   EXPECT_EQ(host().records.await(CameraDataKind::Removed).camera, number);
   host().fromVm(CameraDataKind::Start, number);
   EXPECT_FALSE(host().isRunning("test:A")) << "the camera is no longer shared this way";
   host().share("test:A");
-  EXPECT_EQ(TcpVm::await(peer, CameraDataKind::Removed).camera, number);
+  EXPECT_EQ(await(peer, CameraDataKind::Removed).camera, number);
   host().records.await(CameraDataKind::Announced, 2);
 }
 
 TEST_F(ShareTcpTest, TheConnectionEndsWithItsHost) {
-  start({"--camera", "test:A,320x240@30"});
-  auto host = newHost();
-  ASSERT_TRUE(host->awaitCamera("test:A"));
-  TcpVm vm;
-  host->command(IPC_MSG_SHARE, document(vm.port));
-  const RawPeer peer = vm.handshake();
-  TcpVm::await(peer, CameraDataKind::Announced);
-  host.reset();
+  startCamera();
+  const RawPeer peer = share();
+  await(peer, CameraDataKind::Announced);
+  m_host.reset();
   EXPECT_TRUE(peer.ended());
 }
 
