@@ -31,7 +31,7 @@ std::string directoryOf(const std::string& path) {
 // Holds the lock on the directory for as long as the descriptor is open.
 UniqueFd lockDirectory(const std::string& directory) {
   if (mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST) {
-    fail(text("cannot make the directory {}", directory),
+    fail(text("cannot create the directory {}", directory),
          "check that its parent exists and is writable");
   }
   UniqueFd lock(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));

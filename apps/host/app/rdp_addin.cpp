@@ -144,7 +144,7 @@ bool isLoaded = false;
 // Says so when there will be no cameras. The client is not told: it would not connect at all.
 void enter(const CHANNEL_ENTRY_POINTS_FREERDP_EX& entry, void* initHandle) {
   try {
-    if (isLoaded) throw std::runtime_error("the channel is loaded already");
+    if (isLoaded) throw std::runtime_error("the channel is already loaded");
     auto addIn =
         std::make_unique<AddIn>(parseArguments(static_cast<ADDIN_ARGV*>(entry.pExtendedData)));
     addIn->channel().setOnTerminated([owned = addIn.get()] {
@@ -152,7 +152,7 @@ void enter(const CHANNEL_ENTRY_POINTS_FREERDP_EX& entry, void* initHandle) {
       isLoaded = false;
     });
     if (!addIn->channel().enter(entry, initHandle)) {
-      throw std::runtime_error("the client does not take the channel");
+      throw std::runtime_error("the client refused the channel");
     }
     isLoaded = true;
     static_cast<void>(addIn.release());  // the client's, until it terminates the channel

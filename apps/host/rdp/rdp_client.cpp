@@ -269,7 +269,8 @@ std::string RdpClient::lastError() const {
   if (error == FREERDP_ERROR_SUCCESS) return server() + " ended the connection";
   if (isPermanent(error)) {
     return server() + " refused " +
-           (m_target.user.empty() ? "a user without a name" : "user \"" + m_target.user + "\"") +
+           (m_target.user.empty() ? "a log-on without a user name"
+                                  : "user \"" + m_target.user + "\"") +
            ": " + freerdp_get_last_error_string(error);
   }
   std::string why = server() + ": " + freerdp_get_last_error_string(error);
@@ -278,7 +279,7 @@ std::string RdpClient::lastError() const {
            "\" with this password, or allows no channels.";
   }
   if (error == FREERDP_ERROR_SECURITY_NEGO_CONNECT_FAILED && m_target.user.empty()) {
-    why += " It may want a user: add --credentials FILE.";
+    why += " It may require a user: add --credentials FILE.";
   }
   return why;
 }

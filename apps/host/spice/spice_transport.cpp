@@ -40,7 +40,7 @@ const char* eventText(SpiceChannelEvent event) {
       return "TLS failed: is the server's certificate of an authority in --ca-file, and made out "
              "for this host or for --host-subject?";
     case SPICE_CHANNEL_ERROR_LINK:
-      return "the server refused the link";
+      return "the server refused the connection";
     case SPICE_CHANNEL_ERROR_AUTH:
       return "the server refused the ticket";
     case SPICE_CHANNEL_ERROR_IO:

@@ -50,7 +50,7 @@ TEST_F(RdpRecovery, NoRoomForTemporaryFilesForAWhile) {
   beginSession();
   std::filesystem::rename(temporary, path("elsewhere"));
   service.reset();
-  EXPECT_TRUE(host->says("cannot make a directory"));
+  EXPECT_TRUE(host->says("cannot create a directory"));
   std::filesystem::rename(path("elsewhere"), temporary);
   startService();
   EXPECT_TRUE(host->says("connected to the camera service", 2));
