@@ -125,7 +125,7 @@ void Connection::update(Clock::time_point now) {
 }
 
 // An emulator delivers what it has held back for a closed port only when the port is written to:
-// without this a host's HELLO may stay behind frames that a previous program did not read.
+// without this a host's HELLO may stay queued after frames that a previous program did not read.
 void Connection::wakeUpHost(Clock::time_point now) {
   if (!m_wakeUpProbeTime || now < *m_wakeUpProbeTime) return;
   m_wakeUpProbeTime.reset();

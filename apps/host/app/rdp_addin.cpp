@@ -1,5 +1,5 @@
 // The add-in for RDP clients on FreeRDP's library, such as xfreerdp: "/vc:lumsar" gives them the
-// cameras. One host without a console, on a thread of its own, for as long as the client lives.
+// cameras. One host without a console, on its own thread, for as long as the client lives.
 //
 //   client's thread:  VirtualChannelEntryEx, then whatever RdpChannel is told
 //   own thread:       what RdpChannel sends
@@ -138,7 +138,7 @@ class AddIn {
   std::thread m_thread;
 };
 
-// The plug-in serves one host a process.
+// The plug-in serves one host per process.
 bool isLoaded = false;
 
 // Says so when there will be no cameras. The client is not told: it would not connect at all.

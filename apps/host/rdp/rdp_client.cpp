@@ -19,7 +19,7 @@ constexpr UINT32 kWidth = 640;
 constexpr UINT32 kHeight = 480;
 // A server may stall this long while bytes wait for it.
 constexpr UINT32 kStallMs = 30000;
-// What ends sooner than this is not a success, and the back-off goes on growing.
+// What ends sooner than this is not a success, and the back-off keeps growing.
 constexpr std::chrono::seconds kLasting{10};
 
 void assign(char*& setting, const std::string& value) {
@@ -71,7 +71,7 @@ bool isPermanent(UINT32 error) {
   }
 }
 
-// By another client of the same session, or by its user; that was meant.
+// By another client of the same session, or by its user: intentional.
 bool isTakenAway(UINT32 error) {
   return error == FREERDP_ERROR_DISCONNECTED_BY_OTHER_CONNECTION ||
          error == FREERDP_ERROR_LOGOFF_BY_USER;

@@ -191,7 +191,7 @@ bool Commands::serviceAnswers() {
   return status == STATUS_OK || status == STATUS_LIST_ERROR;
 }
 
-// By its id, its number in the list or its name, also one that has been shared and is gone.
+// By its id, its number in the list or its name, also one that was shared and has been removed.
 std::optional<ListedCamera> Commands::findCamera(const std::string& word) const {
   std::vector<ListedCamera> cameras = m_list.cameras;
   for (const auto& [id, share] : m_shared) cameras.push_back({id, share.name});

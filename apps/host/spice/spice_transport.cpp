@@ -12,7 +12,7 @@ constexpr int kMaxOutstanding = 1;
 constexpr std::chrono::milliseconds kFirstBackOff{250};
 constexpr std::chrono::milliseconds kLongestBackOff{5000};
 // Two clients of one server take the connection from each other: what ends sooner than this is not
-// a success, and the back-off goes on growing.
+// a success, and the back-off keeps growing.
 constexpr gint64 kLastingUs = 10'000'000;
 // The server announces all its ports at once, right after it has accepted us.
 constexpr unsigned kPortTimeoutMs = 3000;
