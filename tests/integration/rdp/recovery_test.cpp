@@ -61,7 +61,7 @@ TEST_F(RdpRecovery, CameraServiceKilledAndBack) {
   service.reset();
   EXPECT_TRUE(host->says("camera service lost"));
   startService();
-  // The VM has noticed nothing; the host greets it anew in the name of its channel.
+  // The VM has noticed nothing; the host repeats the handshake in the name of its channel.
   const auto hello = nextHello();
   ASSERT_TRUE(hello);
   answer(*hello, 0x10, 3);

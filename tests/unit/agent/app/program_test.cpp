@@ -196,7 +196,7 @@ TEST_F(ProgramTest, AFullDiskStopsTheSavingOfOneCameraOnly) {
   host.send(join({announce(1, "Front"), announce(2, "Back")}));
   ASSERT_TRUE(host.receiveRecord(CameraDataKind::Start, 2));
   host.send(join({frame(1, 0, blankJpeg()), frame(2, 0, blankJpeg())}));
-  EXPECT_TRUE(host.receiveRecord(CameraDataKind::Stop, 1));  // nobody looks at it any more
+  EXPECT_TRUE(host.receiveRecord(CameraDataKind::Stop, 1));  // it no longer has a consumer
   host.send(frame(2, 1, blankJpeg()));
   EXPECT_TRUE(
       eventually([&] { return std::filesystem::exists(folder / "saved/Back-2-000002.jpg"); }));

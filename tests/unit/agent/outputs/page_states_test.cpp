@@ -41,7 +41,7 @@ void keep(Browser& browser, const char* name) {
   writeFile(name, browser.screenshot());
 }
 
-TEST(PageStates, SaysWhatIsMissingAndNeverShowsAnOldPictureAsALiveOne) {
+TEST(PageStates, SaysWhatIsMissingAndNeverShowsAnOldFrameAsALiveOne) {
   if (!Browser::installed()) GTEST_SKIP() << "no browser; install chromium";
   const TemporaryDirectory folder;
   Options options;

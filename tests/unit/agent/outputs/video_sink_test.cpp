@@ -1,5 +1,5 @@
-// VideoSink on a fake device: wanted while a program has it open, pictures as they are, formats,
-// devices that are shared out, broken or unplugged. And who really has a file open.
+// VideoSink on a fake device: has a consumer while a program has it open, frames as they are,
+// formats, devices that are shared out, broken or unplugged. And who really has a file open.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
@@ -91,7 +91,7 @@ TEST_F(VideoSinkTest, ChangesTheFormatWhenNobodyElseHasItOpen) {
   EXPECT_TRUE(eventually([&] { return written("/dev/video0").back() == greyJpeg(320, 240); }));
 }
 
-TEST_F(VideoSinkTest, PicturesThatDoNotFitAreDroppedWithAReason) {
+TEST_F(VideoSinkTest, FramesThatDoNotFitAreDroppedWithAReason) {
   nodes({"/dev/video0"});
   const auto sink = open("front", 16, 16);
   ASSERT_TRUE(deviceIs(*sink, "/dev/video0"));
@@ -175,7 +175,7 @@ TEST(CountOpeners, SeesOtherProgramsButNotThisOne) {
   EXPECT_EQ(countOpeners(folder / "missing", blind), 0);
 }
 
-TEST(GreyJpeg, IsAWholePictureOfItsSize) {
+TEST(GreyJpeg, IsACompleteImageOfItsSize) {
   const auto jpeg = greyJpeg(640, 480);
   EXPECT_TRUE(isCompleteJpeg(jpeg));
   EXPECT_EQ(jpeg.size(), 1950U);

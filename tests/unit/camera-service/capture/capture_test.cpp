@@ -1,4 +1,4 @@
-// Tests of capture.h and camera_stream.h: pictures from a running camera. The test runs the
+// Tests of capture.h and camera_stream.h: frames from a running camera. The test runs the
 // io_context itself.
 #include "capture/capture.h"
 
@@ -160,7 +160,7 @@ TEST_F(CaptureTest, AWebcamsFormatsAreDecodedAndScaled) {
   }
 }
 
-TEST_F(CaptureTest, TwoReadersShareOnePictureWithinBothLimits) {
+TEST_F(CaptureTest, TwoConsumersShareOneFrameWithinBothLimits) {
   CameraStream& camera = stream(syntheticCamera("F,640x480@30"));
   Reader large;
   Reader small;
@@ -203,7 +203,7 @@ TEST_F(CaptureTest, AnIntervalIsKept) {
   EXPECT_LE(time, milliseconds(6000));
 }
 
-TEST_F(CaptureTest, AMovieBeginsAgainAtItsEnd) {
+TEST_F(CaptureTest, AVideoFileBeginsAgainAtItsEnd) {
   const TemporaryDirectory dir;
   makeMovie(dir / "m.avi", 160, 120, 6);
   const FileProbe probe = probeFile(dir / "m.avi");
@@ -217,7 +217,7 @@ TEST_F(CaptureTest, AMovieBeginsAgainAtItsEnd) {
   EXPECT_TRUE(troubles.empty());
 }
 
-TEST_F(CaptureTest, AMovieOfOnePictureKeepsItsRate) {
+TEST_F(CaptureTest, AVideoFileOfOneFrameKeepsItsRate) {
   const TemporaryDirectory dir;
   makeMovie(dir / "m.avi", 160, 120, 1);
   const FileProbe probe = probeFile(dir / "m.avi");

@@ -1,4 +1,4 @@
-// Tests of file_probe.h: pictures, movies and files that are neither. Test's main thread.
+// Tests of file_probe.h: still images, video files and files that are neither. Test's main thread.
 #include "sources/file_probe.h"
 
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@ class FileProbeTest : public ::testing::Test {
   TemporaryDirectory dir;
 };
 
-TEST_F(FileProbeTest, APicture) {
+TEST_F(FileProbeTest, AStillImage) {
   makePicture(dir / "p.jpg", 640, 480);
   const FileProbe probe = probeFile(dir / "p.jpg");
   EXPECT_EQ(probe.error, "");
@@ -26,7 +26,7 @@ TEST_F(FileProbeTest, APicture) {
   EXPECT_EQ(probe.format, (service::CameraFormat{"I420", 640, 480, 15, 1}));
 }
 
-TEST_F(FileProbeTest, AMovieKeepsItsRate) {
+TEST_F(FileProbeTest, AVideoFileKeepsItsRate) {
   makeMovie(dir / "m.avi", 320, 240, 5);
   const FileProbe probe = probeFile(dir / "m.avi");
   EXPECT_EQ(probe.error, "");
@@ -34,7 +34,7 @@ TEST_F(FileProbeTest, AMovieKeepsItsRate) {
   EXPECT_EQ(probe.format, (service::CameraFormat{"I420", 320, 240, 30, 1}));
 }
 
-TEST_F(FileProbeTest, ALargePictureIsAsLargeAsAWebcams) {
+TEST_F(FileProbeTest, ALargeImageIsAsLargeAsAWebcams) {
   makePicture(dir / "large.jpg", 4000, 3000);
   const FileProbe probe = probeFile(dir / "large.jpg");
   EXPECT_EQ(probe.format.width, 1440);
@@ -49,7 +49,7 @@ TEST_F(FileProbeTest, AnyNameWillDo) {
 }
 
 TEST_F(FileProbeTest, WhatIsNeitherHasAReason) {
-  std::ofstream(dir / "text.jpg") << "this is no picture";
+  std::ofstream(dir / "text.jpg") << "this is not an image";
   std::ofstream(dir / "empty.jpg");
   for (const char* name : {"text.jpg", "empty.jpg", "missing.jpg"}) {
     EXPECT_NE(probeFile(dir / name).error, "") << name;

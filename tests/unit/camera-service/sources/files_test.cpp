@@ -1,4 +1,5 @@
-// The whole service: pictures and movies as cameras, plugged and unplugged in a watched folder.
+// The whole service: still images and video files as cameras, plugged and unplugged in a watched
+// folder.
 #include "unit/camera-service/test_host.h"
 
 namespace lumsar::test {
@@ -10,7 +11,7 @@ class FilesTest : public ServiceTest {
   std::string folder = dir / "cameras";
 };
 
-TEST_F(FilesTest, APictureIsACamera) {
+TEST_F(FilesTest, AStillImageIsACamera) {
   makePicture(dir / "still.jpg", 320, 200);
   start({"--camera", "file:" + (dir / "still.jpg")});
   const auto host = this->host();
@@ -19,7 +20,7 @@ TEST_F(FilesTest, APictureIsACamera) {
   EXPECT_EQ(TestHost::camera(host->list(), "file:still.jpg").value("name").toString(), "still");
 }
 
-TEST_F(FilesTest, AMovieIsACamera) {
+TEST_F(FilesTest, AVideoFileIsACamera) {
   makeMovie(dir / "m.avi", 160, 120, 6);
   start({"--camera", "file:" + (dir / "m.avi")});
   const auto host = this->host();
@@ -93,10 +94,10 @@ TEST_F(FilesTest, WithAllSharedANewCameraIsSharedToo) {
   EXPECT_EQ(host->records.await(CameraDataKind::Announced).id, "file:a.jpg");
 }
 
-TEST_F(FilesTest, AFileThatIsNoPictureIsSaidAndTheOthersGoOn) {
+TEST_F(FilesTest, AFileThatIsNotAnImageIsReportedAndTheOthersGoOn) {
   start({"--watch", folder});
   const auto host = this->host();
-  std::ofstream(folder + "/bad.jpg") << "this is no picture";
+  std::ofstream(folder + "/bad.jpg") << "this is not an image";
   const QJsonObject refused = host->awaitChange("refused");
   EXPECT_EQ(refused.value("camera").toString(), "file:bad.jpg");
   EXPECT_TRUE(refused.value("reason").toString().contains("not a readable still image"));
@@ -105,8 +106,8 @@ TEST_F(FilesTest, AFileThatIsNoPictureIsSaidAndTheOthersGoOn) {
   EXPECT_TRUE(TestHost::camera(host->list(), "file:bad.jpg").isEmpty());
 }
 
-TEST_F(FilesTest, AFileThatIsNoPictureIsInTheListUntilItIsGone) {
-  std::ofstream(folder + "/bad.jpg") << "this is no picture";
+TEST_F(FilesTest, AFileThatIsNotAnImageIsListedUntilItIsRemoved) {
+  std::ofstream(folder + "/bad.jpg") << "this is not an image";
   std::ofstream(folder + "/secret.jpg") << "this is none either";
   start({"--watch", folder, "--deny", "file:secret*"});
   ASSERT_TRUE(m_service->says("'file:bad.jpg' is left out"));
@@ -181,7 +182,7 @@ TEST_F(FilesTest, FilesOfOneNameKeepTheirIds) {
   EXPECT_TRUE(TestHost::camera(host->list(), "file:x.jpg").isEmpty());
 }
 
-TEST_F(FilesTest, APictureWrittenAnewIsTheSameCamera) {
+TEST_F(FilesTest, AnImageWrittenAgainIsTheSameCamera) {
   makePicture(folder + "/a.jpg", 320, 240);
   start({"--watch", folder});
   const auto host = this->host();
