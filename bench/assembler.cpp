@@ -1,4 +1,4 @@
-// How fast does the assembler cut a stream into messages, by the size of the pieces that arrive?
+// How fast does the assembler deframe a stream, by the size of the fragments that arrive?
 #include <benchmark/benchmark.h>
 
 #include <cstring>
@@ -17,14 +17,14 @@ std::vector<unsigned char> stream() {
   return bytes;
 }
 
-void pictures(benchmark::State& state) {
+void frames(benchmark::State& state) {
   const std::vector<unsigned char> bytes = stream();
-  const auto piece = static_cast<std::size_t>(state.range(0));
+  const auto fragment = static_cast<std::size_t>(state.range(0));
   lumsar::MessageAssembler assembler;
   for (auto _ : state) {
     std::span<const unsigned char> rest(bytes);
     while (!rest.empty()) {
-      const std::size_t size = std::min(piece, rest.size());
+      const std::size_t size = std::min(fragment, rest.size());
       assembler.append(rest.first(size));
       rest = rest.subspan(size);
     }
@@ -32,7 +32,7 @@ void pictures(benchmark::State& state) {
   }
   state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes.size()));
 }
-BENCHMARK(pictures)->Arg(1536)->Arg(4096)->Arg(32768)->Arg(200'000);
+BENCHMARK(frames)->Arg(1536)->Arg(4096)->Arg(32768)->Arg(200'000);
 
 }  // namespace
 

@@ -1,4 +1,4 @@
-// What does a message cost inside the plug-in: a picture on its way to the VM, for both kinds of
+// What does a message cost inside the plug-in: a frame on its way to the VM, for both kinds of
 // host, and the VM's data on their way to the camera service? Host and IPC library do nothing here.
 #include <benchmark/benchmark.h>
 
@@ -85,11 +85,11 @@ class Session {
   bool m_spice;
 };
 
-void pictureToVm(benchmark::State& state, bool spice) {
+void frameToVm(benchmark::State& state, bool spice) {
   const Session session(spice);
-  auto picture = message(IPC_MSG_DATA, static_cast<std::size_t>(state.range(0)));
+  auto frame = message(IPC_MSG_DATA, static_cast<std::size_t>(state.range(0)));
   for (auto _ : state) {
-    if (session.toVm(picture) != 0) state.SkipWithError("the plug-in did not send the picture");
+    if (session.toVm(frame) != 0) state.SkipWithError("the plug-in did not send the frame");
   }
 }
 
@@ -107,8 +107,8 @@ int main(int argc, char** argv) {
   publishIpcLibrary();
   // An RDP host's IPC library lies below the working directory.
   std::filesystem::current_path(LUMSAR_IPC_DIRECTORY "/..");
-  benchmark::RegisterBenchmark("picture to a SPICE VM", pictureToVm, true)->Range(1 << 10, 4 << 20);
-  benchmark::RegisterBenchmark("picture to an RDP VM", pictureToVm, false)->Range(1 << 10, 4 << 20);
+  benchmark::RegisterBenchmark("frame to a SPICE VM", frameToVm, true)->Range(1 << 10, 4 << 20);
+  benchmark::RegisterBenchmark("frame to an RDP VM", frameToVm, false)->Range(1 << 10, 4 << 20);
   benchmark::RegisterBenchmark("data to the service", dataToService)->Range(64, 64 << 10);
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;

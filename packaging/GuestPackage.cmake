@@ -1,6 +1,6 @@
 # The package for a guest: everything that lumsar-agent needs there, and nothing of the other programs.
 # `cmake --build BUILD --target package` makes lumsar-agent_VERSION_ARCHITECTURE.deb; the same files for
-# other systems: `DESTDIR=FOLDER cmake --install BUILD --component guest --prefix /usr`.
+# other systems: `DESTDIR=DIRECTORY cmake --install BUILD --component guest --prefix /usr`.
 lumsar_component(GUEST_PACKAGE "package for the guest, with --target package"
   lumsar-agent-static "nothing, but build lumsar-agent-static" DPKG_DEB dpkg)
 if(NOT LUMSAR_GUEST_PACKAGE)

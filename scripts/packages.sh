@@ -37,7 +37,7 @@ openssl                          cmd:openssl
 chromium                         cmd:chromium
 gstreamer1.0-plugins-ugly        file:/usr/lib/*/gstreamer-1.0/libgstx264.so
 '
-# For a real VM as the other side.
+# For a real VM as the peer.
 vm_packages='
 qemu-system-x86                  cmd:qemu-system-x86_64
 libspice-client-glib-2.0-dev     pc:spice-client-glib-2.0
@@ -52,7 +52,7 @@ fuzz_packages='
 clang                            cmd:clang++
 libclang-rt-14-dev               file:/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a
 '
-# For the longer tests: programs that are not ours as the other side.
+# For the longer tests: programs that are not ours as the peer.
 long_packages='
 xrdp                             file:/usr/sbin/xrdp
 tigervnc-standalone-server       cmd:Xvnc
@@ -102,7 +102,7 @@ need_packages() {
   [ -n "${missing// /}" ] || return 0
   if ! command -v apt-get >/dev/null; then
     echo "Missing (names of Debian's packages): $missing" >&2
-    echo "Install what brings them on this system, then run this again." >&2
+    echo "Install what provides them on this system, then run this again." >&2
     exit 1
   fi
   echo "Installing: $missing"
@@ -117,7 +117,7 @@ want_packages() {
   command -v apt-get >/dev/null || return 0
   for package in $(missing_of "$1"); do
     echo "Installing: $package"
-    install_packages "$package" || echo "  not to be had here; the tests that use it are skipped"
+    install_packages "$package" || echo "  not available here; the tests that use it are skipped"
   done
 }
 

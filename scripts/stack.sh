@@ -1,11 +1,11 @@
 # shellcheck shell=bash disable=SC2154
-# Starts and stops the whole stack in a private runtime directory: camera service, VM's side, host.
+# Starts and stops the whole stack (camera service, guest agent, host) in a private runtime directory.
 # Sourced by ./demo and the end-to-end tests; bin is the directory of the built programs.
 
 stack_begin() {
   run=$(mktemp -d "${TMPDIR:-/tmp}/lumsar-stack-XXXXXX")
   export XDG_RUNTIME_DIR=$run
-  mkdir -m 700 "$run/plug" "$run/pictures"
+  mkdir -m 700 "$run/plug" "$run/frames"
   service_pid='' vm_pid='' host_pid=''
   trap stack_end EXIT
   trap 'exit 130' INT
@@ -75,12 +75,12 @@ start_vm() {
   "$bin/lumsar-agent" --protocol "$kind" --listen "unix:$run/vm.sock" --status-file "$run/vm.json" "$@" \
     >>"$run/vm.log" 2>&1 &
   vm_pid=$!
-  wait_until 10 "the VM side's start" test -S "$run/vm.sock"
+  wait_until 10 "the guest agent's start" test -S "$run/vm.sock"
 }
 
 stop_vm() {
   kill "$vm_pid"
-  wait "$vm_pid" || stack_fail "the VM's side ended with $?"
+  wait "$vm_pid" || stack_fail "the guest agent ended with $?"
   vm_pid=''
 }
 
@@ -105,7 +105,7 @@ tell() {
 }
 host_has_done() { [ "$(grep -cF "$1: done" "$run/host.log")" -gt "$2" ]; }
 
-# The host says goodbye; its summary is in host.json afterwards.
+# Ends the host, which leaves its summary in host.json.
 stop_host() {
   echo quit >&9
   exec 9>&-
@@ -123,6 +123,6 @@ cameras_flow() {
   local before
   wait_until 10 "$1 cameras in the VM" vm_is "[.cameras[] | select(.present)] | length == $1"
   before=$(frames_of)
-  wait_until 10 "pictures of $1 cameras" vm_is \
+  wait_until 10 "frames of $1 cameras" vm_is \
     "[.cameras[] | select(.present) | .frames] | min > $before + $2"
 }

@@ -1,4 +1,4 @@
-// MessageAssembler: cuts a byte stream into complete messages. Used wherever messages arrive in
+// MessageAssembler: deframes a byte stream into complete messages. Used wherever messages arrive in
 // fragments: by hosts before Handler, by the guest agent, by both ends of an IPC connection. No
 // I/O, no thread: reentrant, each object bound to one thread at a time.
 #pragma once
@@ -23,7 +23,7 @@ class MessageAssembler {
 
   explicit MessageAssembler(std::uint32_t maxPayload = kMaxPayload) : m_maxPayload(maxPayload) {}
 
-  // Room for `size` bytes to be read into, valid until the next call of any other member.
+  // Space for `size` bytes to be read into, valid until the next call of any other member.
   // Follow it by commit() with the number of bytes that really came.
   std::span<unsigned char> prepare(std::size_t size) {
     dropDelivered();
@@ -108,7 +108,7 @@ class MessageAssembler {
   std::uint32_t m_maxPayload;
   std::vector<unsigned char> m_buffer;
   std::size_t m_begin = 0;  // first byte not yet delivered
-  std::size_t m_end = 0;    // behind the last byte received
+  std::size_t m_end = 0;    // after the last byte received
 };
 
 // What a sender at fault did; empty for none.

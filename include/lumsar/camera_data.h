@@ -1,6 +1,6 @@
-// What travels inside camera data messages (MSG_DATA, IPC_MSG_DATA): one record a message, a fixed
-// 16-byte header and a body by kind. The plug-in carries it unread; the camera service and the
-// guest agent use it. Standalone: the standard library only. docs/protocol.md draws it.
+// What travels inside camera data messages (MSG_DATA, IPC_MSG_DATA): one record per message, a
+// fixed 16-byte header and a body by kind. The plug-in passes it on unread; the camera service and
+// the guest agent use it. Standalone: the standard library only. docs/protocol.md shows it.
 //
 // All numbers are little-endian, all texts UTF-8 without terminator. A receiver skips kinds that it
 // does not know and ignores bytes after the fields that it knows, so that records can grow.
@@ -19,7 +19,7 @@ namespace lumsar {
 
 enum class CameraDataKind : std::uint16_t {
   Announced = 1,        // service to VM: a camera is shared; body CameraAnnounced, id, name
-  Removed = 2,          // service to VM: it no longer is; body: why, as text
+  Removed = 2,          // service to VM: it no longer is; body: the reason, as text
   Frame = 3,            // service to VM: body CameraFrame and one complete encoded frame
   Start = 4,            // VM to service: the camera has a consumer; no body
   Stop = 5,             // VM to service: it no longer has one; no body
@@ -31,7 +31,7 @@ enum class CameraDataKind : std::uint16_t {
 struct CameraDataHeader {
   std::uint16_t kind = 0;
   std::uint16_t zero = 0;
-  std::uint32_t camera = 0;  // the service's number of the camera, never used again for another
+  std::uint32_t camera = 0;  // the service's number for the camera, never reused for another
   std::uint64_t time = 0;    // µs since 1970 (UTC) on the sender's clock: for a frame, its capture
 };
 static_assert(sizeof(CameraDataHeader) == 16);
@@ -59,7 +59,7 @@ static_assert(sizeof(CameraAnnounced) == 20);
 inline constexpr std::uint32_t kFrameIsKey = 1;  // independently decodable; set on every MJPG frame
 
 struct CameraFrame {
-  std::uint32_t sequence = 0;  // counts up by one a frame that leaves the service for this VM
+  std::uint32_t sequence = 0;  // one more with each frame that leaves the service for this VM
   std::uint16_t width = 0;
   std::uint16_t height = 0;
   std::uint32_t encoding = 0;

@@ -46,7 +46,7 @@ enum IpcError : int {
   IPC_ERROR_ALREADY_CONNECTED = 107,  // connected, or a connection is being made
   IPC_ERROR_NOT_CONNECTED = 108,
   IPC_ERROR_BAD_MESSAGE = 109,    // to be sent: magic, size or length do not agree; not sent
-  IPC_ERROR_SEND_TIMEOUT = 110,   // the service took nothing for kIpcSendTimeout
+  IPC_ERROR_SEND_TIMEOUT = 110,   // the service read nothing for kIpcSendTimeout
   IPC_ERROR_SERVICE_GONE = 111,   // the service closed the connection, ended or was killed
   IPC_ERROR_BAD_MAGIC = 112,      // received: bytes that are not a message; connection closed
   IPC_ERROR_TOO_LONG = 113,       // received: a message above kMaxPayload; connection closed
@@ -61,7 +61,7 @@ inline constexpr std::chrono::milliseconds kIpcSendTimeout{2000};
 inline constexpr std::chrono::milliseconds kIpcCallTimeout{5000};
 inline constexpr std::size_t kIpcMaxPath = 107;
 
-// What a code means and what to do about it; null for a code that is not the library's.
+// What a code means and what to do about it; null if the code is not the library's.
 constexpr const char* ipcErrorText(int error) {
   switch (error) {
     case 8:

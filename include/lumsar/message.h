@@ -1,5 +1,5 @@
 // The binary message: the one 32-byte header of everything that crosses the VM channel and the
-// connection to the camera service, and the message types of both. Included by all sides.
+// connection to the camera service, and the message types of both. Included by all parties.
 // Standalone: the standard library only.
 //
 //    0       4       8       12      16  17  18  19  20      24              32
@@ -28,9 +28,9 @@ struct RedirMsgHeader {
   std::uint32_t type = 0;
   std::uint32_t length = 0;      // payload bytes after the header
   std::uint32_t param = 0;       // free for the sender; the plug-in writes 0
-  std::uint8_t clientMajor = 0;  // protocol version of the plug-in's side, in a HELLO
+  std::uint8_t clientMajor = 0;  // protocol version of the plug-in, in a HELLO
   std::uint8_t clientMinor = 0;
-  std::uint8_t vmMajor = 0;  // protocol version of the VM's side, in the VM's HELLO
+  std::uint8_t vmMajor = 0;  // protocol version of the guest agent, in its HELLO
   std::uint8_t vmMinor = 0;
   std::uint32_t capabilities = 0;  // CAP_* bits, in a HELLO
   std::uint8_t reserved[8] = {};
@@ -60,8 +60,8 @@ enum IpcMsgType : std::uint32_t {
   IPC_MSG_REDIRECT_ALL = 9,   // command document
 };
 
-// Capability bits of a HELLO. The first two are announced by every HELLO of the plug-in and
-// interpreted by nobody.
+// Capability bits of a HELLO. The first two are set in every HELLO of the plug-in and not
+// interpreted.
 enum Capability : std::uint32_t {
   CAP_BASE_1 = 0x01,
   CAP_BASE_2 = 0x02,

@@ -12,7 +12,7 @@
 // Threads: the functions may be called on any thread; commands and teardown wait for each other
 // inside the plug-in. The host's callables are called on the caller's thread (a
 // HELLO), on threads of the IPC library (camera data, un-redirect all, event 3) and on threads of
-// the plug-in (events 1 and 2), possibly at the same time. An exception that a callable lets out is
+// the plug-in (events 1 and 2), possibly at the same time. An exception that a callable throws is
 // logged and ends that call only.
 #pragma once
 
@@ -28,7 +28,7 @@ namespace lumsar {
 enum RedirEvent : int {
   REDIR_EVENT_READY = 1,          // the VM has answered the HELLO; no data
   REDIR_EVENT_DEVICE_CHANGE = 2,  // the service's cameras changed; data are the service's
-  REDIR_EVENT_IPC_CLOSED = 3,     // the connection to the camera service is gone; no data
+  REDIR_EVENT_IPC_CLOSED = 3,     // the connection to the camera service was lost; no data
 };
 
 // Channel events that the host gives to Event and RdpEvent.
@@ -39,7 +39,7 @@ enum ChannelEvent : int {
 
 enum Status : int {
   STATUS_OK = 0,
-  STATUS_INIT_FAILED = 1,        // the IPC library could not be bound or made no client
+  STATUS_INIT_FAILED = 1,        // the IPC library could not be bound or created no client
   STATUS_INVALID_PARAMETER = 2,  // also: unknown message type or data channel
   STATUS_INVALID_MAGIC = 5,      // a message does not begin with the magic number
   STATUS_UNKNOWN_COMMAND = 7,    // no "command", or one that is not supported
@@ -70,10 +70,10 @@ using RdpSendFunc = int (*)(unsigned char* data, int length);
 
 // Initialises the plug-in and connects it to the camera service. The callables are copied. An empty
 // `config` means the built-in configuration. After a failed connection the plug-in stays
-// initialised: call DeInit before the next try.
+// initialised: call DeInit before the next attempt.
 using InitFunc = int(const SpiceSendFunc& sendFunc, const SpicePostEventFunc& postEventFunc,
                      const std::string& vmId, const std::string& config);
-// Tells of a ChannelEvent. Opening sends a HELLO, closing withdraws all cameras.
+// Reports a ChannelEvent. Opening sends a HELLO, closing unshares all cameras.
 using EventFunc = void(int event);
 // Carries out one JSON command. Only "list" uses `output`: a buffer of `outputLength` bytes that
 // holds a zero byte on entry; `outputLength` becomes the length of the answer. A buffer that is too
@@ -93,8 +93,8 @@ using HandlerFunc = void(unsigned char* data, int length);
 using ShareAllFunc = int(int sessionId);
 using RdpDeInitFunc = void();
 
-// Loads the plug-in and binds its nine functions. The plug-in stays in the process for good, for
-// its threads may outlive the loader. Throws std::runtime_error with the loader's text.
+// Loads the plug-in and binds its nine functions. The plug-in stays in the process, as its
+// threads may outlive the loader. Throws std::runtime_error with the loader's text.
 class Plugin {
  public:
   explicit Plugin(const std::string& path)

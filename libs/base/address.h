@@ -33,7 +33,7 @@ std::optional<HostAndPort> splitHostAndPort(std::string_view text);
 // Digits only; 0 is a valid port here.
 std::optional<std::uint16_t> parsePort(std::string_view text);
 
-// Throws UsageError when the system has no room for this path.
+// Throws UsageError when the path is too long for the system.
 inline constexpr std::size_t kMaxSocketPath = 107;
 void checkSocketPath(const std::string& path);
 

@@ -1,4 +1,4 @@
-// The growing pauses between the attempts to do something.
+// The growing intervals between retries.
 #pragma once
 
 #include <algorithm>

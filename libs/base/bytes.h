@@ -1,4 +1,4 @@
-// Bytes that are only looked at, and the bytes of a text or of a struct that goes onto the wire.
+// Views of bytes, such as those of a text or of a struct that goes onto the wire.
 #pragma once
 
 #include <span>

@@ -1,4 +1,4 @@
-// Writing all bytes, and writing a file that appears only when it is whole.
+// Writing all bytes, and writing a file that appears only when it is complete.
 #pragma once
 
 #include <string>
@@ -13,7 +13,7 @@ bool writeAll(int fd, Bytes bytes);
 bool sendAll(int socket, Bytes bytes);
 
 // Replaces the file at `path` by one of mode 0600 with this content. On failure false with errno
-// set; the former file is then still there, and no temporary one.
+// set; the previous file then remains, and no temporary one.
 bool replaceFile(const std::string& path, Bytes content);
 
 }  // namespace lumsar::base

@@ -49,7 +49,7 @@ bool isVerbose() {
 void writeLog(LogLevel level, std::string_view line) {
   if (level == LogLevel::Debug && !g_verbose) return;
   const std::string whole = prefix(level) + clean(line, std::string::npos, ' ') + '\n';
-  if (write(STDERR_FILENO, whole.data(), whole.size()) < 0) return;  // nobody left to tell
+  if (write(STDERR_FILENO, whole.data(), whole.size()) < 0) return;  // nowhere to report it
 }
 
 }  // namespace lumsar::base

@@ -31,7 +31,7 @@ std::string directoryOf(const std::string& path) {
 // Holds the lock on the directory for as long as the descriptor is open.
 UniqueFd lockDirectory(const std::string& directory) {
   if (mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST) {
-    fail(text("cannot make the directory {}", directory),
+    fail(text("cannot create the directory {}", directory),
          "check that its parent exists and is writable");
   }
   UniqueFd lock(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -90,7 +90,7 @@ UniqueFd bound(const Address& address, const SocketAddress& target) {
   if (!result) fail(text("cannot listen on {}", address.text()), "close other programs");
   const int on = 1;
   setsockopt(result.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-  // Before bind, which gives the file this mode: there is no moment in which others may connect.
+  // Before bind, which gives the file this mode: others can connect at no time.
   if (address.isUnix() && fchmod(result.get(), 0600) != 0) {
     fail(text("cannot make the socket {} private", address.path), "try again");
   }

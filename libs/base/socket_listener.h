@@ -26,7 +26,7 @@ class SocketListener {
   // programs that start at once.
   enum class Directory { AsItIs, Make, MakePrivate };
 
-  // Replaces a socket that nobody serves, refuses one that is served and any other file. Only this
+  // Replaces a stale socket; refuses one that is served and any other file. Only this
   // user can connect to a Unix socket. Throws Failure.
   static SocketListener at(const Address& address, Directory directory = Directory::AsItIs);
   // The one that a service manager hands over (LISTEN_FDS, LISTEN_PID), if it does. Throws Failure

@@ -20,7 +20,7 @@ class TemporaryDirectory {
         text("{}/lumsar-XXXXXX", parent != nullptr && *parent != '\0' ? parent : "/tmp");
     if (mkdtemp(name.data()) == nullptr) {
       throw Failure(
-          text("cannot make a directory such as {}: {}; set TMPDIR to a directory that "
+          text("cannot create a directory such as {}: {}; set TMPDIR to a directory that "
                "can be written",
                name, systemError()));
     }

@@ -12,7 +12,7 @@ struct Reading {
   std::string error;  // "is not JSON: ..." and the like; empty when it was read
 };
 
-// Zero bytes at the end are taken off.
+// Zero bytes at the end are ignored.
 Reading readObject(std::string_view text);
 // Throws Failure when the file cannot be read or does not hold a JSON object.
 QJsonObject readFile(const std::string& path);

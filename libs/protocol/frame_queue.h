@@ -1,4 +1,4 @@
-// The queue between who makes messages and who takes them: frames are dropped, oldest first, when
+// The queue between a sender and a receiver of messages: frames are dropped, oldest first, when
 // the receiver is slow; control messages are never dropped, but bounded. Not thread-safe.
 #pragma once
 
@@ -40,7 +40,7 @@ class FrameQueue {
     }
   }
 
-  // False when the control messages would exceed their limit: the receiver takes nothing any more.
+  // False when the control messages would exceed their limit: the receiver has stalled.
   [[nodiscard]] bool pushControl(Entry entry, std::size_t size) {
     if (m_controls.count > 0 && m_controls.bytes + size > m_limits.controlBytes) return false;
     add({std::move(entry), size, false});

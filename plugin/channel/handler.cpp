@@ -1,4 +1,4 @@
-// Handler and ShareAll: the VM's messages, one complete message a call, and the sharing of all
+// Handler and ShareAll: the VM's messages, one complete message per call, and the sharing of all
 // cameras with a VM session. Called by the host on the thread on which it receives.
 #include <QDebug>
 #include <cstring>
@@ -98,7 +98,7 @@ void handle(unsigned char* data, int len) {
     qCritical("[%s][%d] Invalid magic:0x%x!", kFunction, 1340, magic);
     return;
   }
-  // The host delivers complete messages: from here on the header is believed.
+  // The host delivers complete messages: from here on the header is trusted.
   dispatch(*self, data, lumsar::readHeader(data));
 }
 

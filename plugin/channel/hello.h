@@ -1,4 +1,4 @@
-// The HELLO that opens the conversation with the VM, the same for both kinds of host but for its
+// The HELLO that begins the handshake with the VM, the same for both kinds of host but for its
 // capability bits.
 #pragma once
 

@@ -25,7 +25,7 @@ QJsonValue valueOr(const QJsonObject& config, const QString& key, const char* ab
   return config.contains(key) ? config[key] : QJsonValue(QLatin1String(absent));
 }
 
-// One width for both sides, meant: there is no key for the height.
+// One width for both sides is intentional: there is no key for the height.
 QString maxResolution(const QJsonObject& config) {
   const QString key = QStringLiteral("max_width");
   if (!config.contains(key)) return QStringLiteral("1920*1080");
@@ -45,7 +45,7 @@ QJsonObject cameraPolicy(const QJsonObject& config) {
   policy[QStringLiteral("cameraEncodeType")] =
       valueOr(config, QStringLiteral("encode_type"), "H264");
   policy[QStringLiteral("cameraCodec")] = valueOr(config, QStringLiteral("codec"), "Auto");
-  // Read as "enable_FRC" although the built-in configuration spells it "encode_FRC"; meant.
+  // Read as "enable_FRC" although the built-in configuration spells it "encode_FRC": intentional.
   policy[QStringLiteral("cameraEnableFRC")] = valueOr(config, QStringLiteral("enable_FRC"), "ON");
   policy[QStringLiteral("cameraPixelFormat")] =
       QJsonArray{QStringLiteral("MJPG"), QStringLiteral("YUYV")};

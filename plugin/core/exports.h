@@ -1,4 +1,4 @@
-// The nine exported functions; what they do and who calls them stands in lumsar/plugin.h, whose
+// The nine exported functions; what they do and who calls them is in lumsar/plugin.h, whose
 // types they must match.
 #pragma once
 

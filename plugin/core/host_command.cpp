@@ -49,7 +49,7 @@ QByteArray withVmId(const Lumsar& self, QJsonObject object) {
 }
 
 // The end of a command that was relayed, or understood and refused. One that failed on its way, was
-// no JSON or came without a connection ends with its warning.
+// not JSON or came without a connection ends with its warning.
 int leave(int status) {
   qDebug("HandleCommand: Leave!");
   return status;

@@ -1,4 +1,4 @@
-// The object's making and its two lifecycle operations.
+// The object's creation and its two lifecycle operations.
 // Called by the entry points on the host's threads.
 #include "core/lumsar.h"
 

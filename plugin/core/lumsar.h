@@ -53,7 +53,7 @@ class LUMSAR_EXPORT Lumsar : public QObject {
   // Carries out one JSON command of the host; a Status. `output` and `outputSize`: see
   // HandleGetCameraListCmd.
   int HandleCommand(QString cmd, char* output, int& outputSize);
-  // Asks the service for its cameras. `output` has room for `outputSize` bytes and holds a zero
+  // Asks the service for its cameras. `output` has `outputSize` bytes and holds a zero
   // byte on entry; on return it holds the list, zero-terminated, and `outputSize` its length. A
   // null or too small buffer gives 0 and in `outputSize` the size that is needed.
   int HandleGetCameraListCmd(char* output, int& outputSize);
@@ -80,9 +80,9 @@ class LUMSAR_EXPORT Lumsar : public QObject {
   // As SendIpcData, and waits for the reply. `*replyLength`: capacity on entry, size on return.
   int IpcSyncCall(int type, unsigned char* request, unsigned int requestLength,
                   unsigned char* reply, unsigned int* replyLength);
-  // Tells the service to withdraw all shared cameras.
+  // Tells the service to unshare all cameras.
   int UnredirectAll();
-  // Tells the VM to withdraw all virtual cameras; over SPICE only, an RDP VM is never told.
+  // Tells the VM to remove all virtual cameras, over SPICE only; an RDP VM is never told.
   int UnredirectAllVCams();
 
   // The IPC library's callbacks. `data` is one complete message in the library's own buffer.

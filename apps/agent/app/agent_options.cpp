@@ -83,11 +83,11 @@ void addOtherOptions(base::CommandLine& line, Options& options) {
   line.option("--share-all", options.endpoint.shareAll,
               "ask the host to share all cameras at once");
   line.option("--session N", options.endpoint.session,
-              "this VM's session number, told to the host (default 1)");
+              "this VM's session number, reported to the host (default 1)");
   line.option(
       "--vm-version A.B",
       [&options](const std::string& value) { setVersion(options.endpoint, value); },
-      "the protocol version told to the host (default 1.1)");
+      "the protocol version reported to the host (default 1.1)");
   line.option("--verbose", options.verbose, "log more");
   line.group("For tests of the host");
   line.option("--wrong-token", options.endpoint.wrongToken,
@@ -95,16 +95,15 @@ void addOtherOptions(base::CommandLine& line, Options& options) {
 }
 
 base::CommandLine commandLine(Options& options) {
-  base::CommandLine line("lumsar-agent", "[host] [outputs] [options]",
+  base::CommandLine line("lumsar-agent", "[OPTION...]",
                          "The guest agent of camera redirection: receives the cameras that a host "
                          "shares with this VM.");
   addHostOptions(line, options);
   addOutputOptions(line, options);
   addOtherOptions(line, options);
-  line.section("Example, cameras as /dev/videoN in a VM that is shown over SPICE",
+  line.section("Example: cameras as /dev/videoN in a VM that is used over SPICE",
                "  modprobe v4l2loopback devices=4 && lumsar-agent --v4l2");
-  line.section("Exit status",
-               "  0 ended as asked, also by Ctrl-C; 1 failure; 2 wrong command line");
+  line.section("Exit status", "  0 ended as requested or by Ctrl-C, 1 failure, 2 wrong usage");
   return line;
 }
 

@@ -1,5 +1,5 @@
-// Program: the whole of lumsar-agent. One loop on one thread, the channel thread, polls the
-// connections and handles what they bring; outputs that may be slow have threads of their own.
+// Program: all of lumsar-agent. One loop on one thread, the channel thread, polls the
+// connections and handles what they bring; outputs that may be slow have their own threads.
 #pragma once
 
 #include <atomic>
@@ -24,8 +24,8 @@ class Program {
   ~Program();
 
   // Returns when stop() was called, the time is over, or `endSignal` (a signalfd, or -1) is
-  // readable. By then everything is written and the status is final. False when a disk does not
-  // take what is left to write: a thread hangs there, so this object cannot be destroyed.
+  // readable. By then everything is written and the status is final. False when a disk
+  // hangs: its thread still runs, so this object cannot be destroyed.
   bool run(int endSignal = -1);
   void stop();  // thread-safe
 

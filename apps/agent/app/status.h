@@ -1,4 +1,4 @@
-// What the program says of itself: one JSON text, printed at the end, kept in a file, shown on the
+// The status of the program: one JSON text, printed at the end, kept in a file, shown on the
 // page.
 #pragma once
 

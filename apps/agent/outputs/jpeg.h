@@ -1,4 +1,4 @@
-// As much of JPEG as is needed without a codec: whether bytes are complete, and a grey image.
+// The little JPEG that is needed without a codec: whether bytes are complete, and a grey image.
 #pragma once
 
 #include <cstdint>

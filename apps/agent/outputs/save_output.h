@@ -1,5 +1,5 @@
 // SaveOutput: saves frames in a directory, one file each or one growing file per camera. Each sink
-// writes on a thread of its own.
+// writes on its own thread.
 #pragma once
 
 #include "outputs/sink.h"

@@ -21,7 +21,7 @@ struct SinkReport {
   std::uint64_t files = 0;      // completely written
   std::string path;             // of the files
   std::string device;
-  std::string error;  // why this sink gave up
+  std::string error;  // why this sink failed
 };
 
 class Sink {

@@ -117,7 +117,7 @@ void Connection::streamFault() {
 
 void Connection::update(Clock::time_point now) {
   if (!m_transport->attached()) tryAttach();
-  if (m_unsent.size() > kMaxUnsent) return disconnect("reads nothing that is sent, disconnected");
+  if (m_unsent.size() > kMaxUnsent) return disconnect("has stopped reading, disconnected");
   if (now - m_lastRead > kStallTimeout) m_endpoint.stalled();
   wakeUpHost(now);
   checkHello(now);
@@ -125,7 +125,7 @@ void Connection::update(Clock::time_point now) {
 }
 
 // An emulator delivers what it has held back for a closed port only when the port is written to:
-// without this a host's HELLO may stay behind frames that a previous program did not read.
+// without this a host's HELLO may stay queued after frames that a previous program did not read.
 void Connection::wakeUpHost(Clock::time_point now) {
   if (!m_wakeUpProbeTime || now < *m_wakeUpProbeTime) return;
   m_wakeUpProbeTime.reset();
@@ -149,14 +149,14 @@ void Connection::checkHello(Clock::time_point now) {
     return disconnect("sends no new HELLO, disconnected so that it can start again");
   }
   if (exclusive) {
-    return disconnect("connected, but sends no HELLO; disconnected to make room for others");
+    return disconnect("connected, but sends no HELLO; disconnected so that others can connect");
   }
   base::logWarning("{}: connected, but sends no HELLO; still waiting", m_transport->name());
   m_hello = Hello::NotExpected;
 }
 
 void Connection::finish() {
-  m_cameras.dropAll("this program ends", true);
+  m_cameras.dropAll("lumsar-agent is stopping", true);
   for (flush(); m_transport->attached() && !m_unsent.empty(); flush()) {
     pollfd writable{m_transport->descriptor(), POLLOUT, 0};
     // A peer that has disconnected stays writable as well.

@@ -1,4 +1,4 @@
-// What is counted of one camera.
+// What is counted for one camera.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// Transport: how the bytes of one peer at a time get here and back. No call blocks.
+// Transport: carries the bytes of one peer at a time, both ways. No call blocks.
 //
 //   without a peer: attach() when descriptor() is readable, and regularly besides
 //   with a peer:    read() and write() as poll says; -1 means that it has disconnected
@@ -18,7 +18,7 @@ class Transport {
   // What to poll; -1 while there is nothing to poll.
   virtual int descriptor() const = 0;
   virtual bool attached() const = 0;
-  // Looks for a peer. True when a new one is there.
+  // Accepts a peer. True when a new one is there.
   virtual bool attach() = 0;
   // How many bytes were transferred, 0 for none at the moment, -1 when the peer has disconnected.
   virtual ssize_t read(std::span<unsigned char> to) = 0;

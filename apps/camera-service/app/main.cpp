@@ -16,7 +16,7 @@ namespace lumsar::service {
 namespace {
 
 // Debian 12's GStreamer (1.22.0) leaves five files open each time a webcam is switched on; with the
-// usual limit of 1024 the service would not outlive two hundred times.
+// usual limit of 1024 the service would fail after two hundred times.
 void allowManyFiles() {
   rlimit limit{};
   if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
@@ -39,7 +39,7 @@ base::SocketListener listenAt(const std::string& channel) {
 }
 
 void serve(const Options& options) {
-  std::signal(SIGPIPE, SIG_IGN);  // a reader of the log that has left must not end the service
+  std::signal(SIGPIPE, SIG_IGN);  // a closed log must not end the service
   allowManyFiles();
   gst_init(nullptr, nullptr);
   asio::io_context io(1);

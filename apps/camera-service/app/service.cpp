@@ -120,7 +120,7 @@ void Service::onUnreadable(const std::string& id, const std::string& why) {
   for (const auto& [client, session] : m_sessions) session->tell(change);
 }
 
-// Where there is no camera at all, a synthetic one is offered until there is one.
+// While there is no camera at all, a synthetic one is offered.
 void Service::offerFallback() {
   if (!m_mayOfferFallback) return;
   const VirtualCamera fallback = syntheticCamera(kFallbackCamera);

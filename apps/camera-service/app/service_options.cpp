@@ -42,7 +42,7 @@ void addCamera(const std::string& value, Options& options) {
 
 void addDirectory(const std::string& value, Options& options) {
   if (!fs::is_directory(value) || !isReadable(value)) {
-    throw base::UsageError(base::text("there is no readable directory {}; make it first", value));
+    throw base::UsageError(base::text("there is no readable directory {}; create it first", value));
   }
   options.directories.push_back(absolutePath(value));
 }
@@ -62,7 +62,7 @@ void addCameraOptions(base::CommandLine& line, Options& options) {
   line.option(
       "--watch DIRECTORY", [&options](const std::string& value) { addDirectory(value, options); },
       "each still image and video file in DIRECTORY, for as long as it is there; repeatable");
-  line.group("Who may have which camera");
+  line.group("Which VM may have which camera");
   line.option(
       "--allow CAMERA[@VM]", [&options](const std::string& rule) { options.access.allow(rule); },
       "allow only this camera, by id or name, to all VMs or to one; * and ? match as in file "

@@ -1,10 +1,10 @@
 // Capture: one running camera, from its device to encoded frames.
 //
 //   CapturePipeline (source ... encoder, sink) -- streaming thread -- post --> main loop: onFrame
-//          ^ frames that come too early are dropped behind the source
+//          ^ frames that come too early are dropped after the source
 //
 // State changes, which may wait for a device, run one after another, in the camera's turns, on
-// threads of their own.
+// their own threads.
 #pragma once
 
 #include <asio/io_context.hpp>

@@ -1,5 +1,5 @@
-// Draws the time of day into the frames of a synthetic camera, to the hundredth of a second: who
-// compares it with a clock reads the latency. GStreamer's own overlay shows no fractions of
+// Draws the time of day into the frames of a synthetic camera, to the hundredth of a second:
+// comparing it with a clock shows the latency. GStreamer's own overlay shows no fractions of
 // seconds.
 #pragma once
 

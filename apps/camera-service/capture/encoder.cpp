@@ -59,7 +59,7 @@ GstElement* makeH264Encoder(const CapturePlan& plan) {
   GstElement* bin = makeBin(*encoder, bitRate(plan));
   if (bin == nullptr) {
     throw std::runtime_error(
-        base::text("GStreamer cannot make its H.264 encoder {}", encoder->factory));
+        base::text("GStreamer cannot create its H.264 encoder {}", encoder->factory));
   }
   return bin;
 }

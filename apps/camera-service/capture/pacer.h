@@ -9,8 +9,8 @@ namespace lumsar::service {
 class Pacer {
  public:
   // Whether the frame of time `now` (µs) is due when frames are `interval` µs apart. Frames come
-  // with jitter, so one that is an eighth too early is due; the rhythm is kept over time. It is
-  // lost when a frame is late by a whole interval, or when the interval or the clock has changed.
+  // with jitter, so one that is an eighth too early is due; the rhythm is kept over time. It
+  // starts over when a frame is late by a full interval, or when the interval or the clock changed.
   bool due(std::int64_t now, std::int64_t interval) {
     if (interval <= 0) return true;
     const bool rhythmLost = now > m_next + interval || m_next - now > 2 * interval;

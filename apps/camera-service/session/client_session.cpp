@@ -27,7 +27,7 @@ ClientSession::ClientSession(SessionContext context, ipc::ClientId client, const
       m_hostTransport(std::make_shared<HostTransport>(context.server, client)) {}
 
 ClientSession::~ClientSession() {
-  for (const auto& [id, share] : m_shares) share->remove("its host has left");
+  for (const auto& [id, share] : m_shares) share->remove("its host has disconnected");
   for (const auto& [address, transport] : m_tcpTransports) transport->close();
 }
 

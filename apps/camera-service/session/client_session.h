@@ -61,7 +61,7 @@ class ClientSession {
 
  private:
   using TransportPtr = std::shared_ptr<VmTransport>;
-  // What a "sharetcp" asks for, as the command has it.
+  // What a "sharetcp" asks for, as in the command.
   struct TcpTarget {
     std::string camera;
     std::string ip;

@@ -25,7 +25,7 @@ class RuleReader {
  public:
   RuleReader(const QJsonObject& object, Notes& notes) : m_object(object), m_notes(notes) {}
 
-  // Nothing when it is not clear for which camera it is meant.
+  // Nothing when it is not clear to which camera it applies.
   std::optional<PolicyRule> read(bool h264Available) {
     if (!readUsbId("cameraVID", m_rule.vendorId) || !readUsbId("cameraPID", m_rule.productId)) {
       return std::nullopt;

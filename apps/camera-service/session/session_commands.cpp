@@ -73,7 +73,7 @@ void ClientSession::shareCamera(const Camera& camera, const TransportPtr& transp
     const PolicyRule& rule = m_policy.ruleFor(camera.info);
     share = std::make_unique<Share>(m_context.streams.of(camera), transport, rule);
   }
-  // A VM takes a camera that is announced again for a new one and lets go of the one in use.
+  // A VM would take a camera that is announced again for a new one and drop the one in use.
   if (share->started()) {
     return base::logInfo("camera '{}' is already in use by {}", id, vmText());
   }

@@ -23,7 +23,7 @@ void ClientSession::connectVm(const TcpTarget& target) {
   if (shareableCamera(target.camera) == nullptr || !tcpTransport(target)) m_failedTarget = target;
 }
 
-// Connecting has failed, which was reported then: sharing is not refused once more.
+// Connecting failed and that was reported: sharing is not refused again.
 bool ClientSession::hasFailed(const TcpTarget& target) {
   return std::exchange(m_failedTarget, std::nullopt) == target;
 }

@@ -30,7 +30,7 @@ class Share : private FrameConsumer {
   void remove(const std::string& why);
   void setRule(const PolicyRule& rule);
 
-  // What the VM says.
+  // What the VM reports.
   void start();
   void stop();
   void requestKeyFrame();

@@ -21,7 +21,7 @@ bool isTemporary(const std::string& name) {
          name.ends_with(".tmp");
 }
 
-// A link is complete at once; nobody writes and closes it.
+// A link is complete at once; it is not written and closed.
 bool isLink(const fs::path& path) {
   std::error_code error;
   return fs::is_symlink(path, error) || fs::hard_link_count(path, error) > 1;

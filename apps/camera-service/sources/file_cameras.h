@@ -1,5 +1,5 @@
 // FileCameras: still images and video files as cameras. A file becomes a virtual camera once it has
-// been probed, on a thread of its own.
+// been probed, on its own thread.
 #pragma once
 
 #include <asio/io_context.hpp>

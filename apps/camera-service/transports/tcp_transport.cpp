@@ -11,7 +11,7 @@ namespace lumsar::service {
 namespace {
 
 constexpr std::chrono::milliseconds kDrainTimeout{1000};  // for what is queued at the end
-// The system ends a connection whose VM acknowledges nothing, or has no capacity, for this long.
+// The system ends a connection whose VM acknowledges nothing or accepts no data for this long.
 constexpr unsigned int kStalledMs = 10000;
 
 }  // namespace

@@ -17,7 +17,7 @@ constexpr std::size_t kLongestLine = std::size_t{64} << 10U;
 // How soon a busy host is asked again.
 constexpr int kBusyMs = 50;
 
-// The library calls back without context; there is one console a process.
+// The library calls back without context; there is one console per process.
 Console* theConsole = nullptr;
 void (*takeLineOf)(Console*, const char*) = nullptr;
 

@@ -1,4 +1,4 @@
-// Console: reads command lines from standard input on a thread of its own; with line editing and
+// Console: reads command lines from standard input on its own thread; with line editing and
 // history where it is a terminal.
 #pragma once
 

@@ -1,5 +1,4 @@
-// Secrets come from files or the environment, never from the command line, which everybody can
-// read.
+// Secrets come from files or the environment, as everybody can read a command line.
 #pragma once
 
 #include <cstdlib>

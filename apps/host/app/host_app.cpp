@@ -55,7 +55,7 @@ class HostApp {
 
  private:
   void watchSignals() {
-    // A reader of our output that goes away must not take the cameras from the VM without a word.
+    // A closed pipe of our output must not end the program without unsharing the cameras.
     std::signal(SIGPIPE, SIG_IGN);
     // Unless we are to outlive the terminal.
     if (std::signal(SIGHUP, SIG_DFL) == SIG_IGN) {

@@ -1,4 +1,4 @@
-// The host program: everything but its kind of channel.
+// The host program, except for its kind of channel.
 #pragma once
 
 #include <asio/io_context.hpp>

@@ -47,7 +47,8 @@ void addRun(base::CommandLine& line, Options& options) {
               "stop TIME after the commands: 500ms, 10s, 5m or 8h");
   line.option("--timeout TIME", options.timeout,
               "how long to wait for the VM's answer (default 30s)");
-  line.option("--json", options.json, "print one JSON object at the end, and the rest on stderr");
+  line.option("--json", options.json,
+              "print one JSON object at the end, everything else on stderr");
   line.option("--verbose", options.verbose, "show the plug-in's log");
 }
 

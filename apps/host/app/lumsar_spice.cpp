@@ -27,7 +27,6 @@ struct SpiceOptions {
   }
 };
 
-// From a file or the environment, never from the command line, which everybody can read.
 std::string ticket(const std::string& file) {
   return file.empty() ? environment("LUMSAR_TICKET") : readLines(file, 1, "a ticket").front();
 }

@@ -1,5 +1,5 @@
 // The add-in for RDP clients on FreeRDP's library, such as xfreerdp: "/vc:lumsar" gives them the
-// cameras. One host without a console, on a thread of its own, for as long as the client lives.
+// cameras. One host without a console, on its own thread, for as long as the client lives.
 //
 //   client's thread:  VirtualChannelEntryEx, then whatever RdpChannel is told
 //   own thread:       what RdpChannel sends
@@ -138,13 +138,13 @@ class AddIn {
   std::thread m_thread;
 };
 
-// The plug-in serves one host a process.
+// The plug-in serves one host per process.
 bool isLoaded = false;
 
 // Says so when there will be no cameras. The client is not told: it would not connect at all.
 void enter(const CHANNEL_ENTRY_POINTS_FREERDP_EX& entry, void* initHandle) {
   try {
-    if (isLoaded) throw std::runtime_error("the channel is loaded already");
+    if (isLoaded) throw std::runtime_error("the channel is already loaded");
     auto addIn =
         std::make_unique<AddIn>(parseArguments(static_cast<ADDIN_ARGV*>(entry.pExtendedData)));
     addIn->channel().setOnTerminated([owned = addIn.get()] {
@@ -152,7 +152,7 @@ void enter(const CHANNEL_ENTRY_POINTS_FREERDP_EX& entry, void* initHandle) {
       isLoaded = false;
     });
     if (!addIn->channel().enter(entry, initHandle)) {
-      throw std::runtime_error("the client does not take the channel");
+      throw std::runtime_error("the client refused the channel");
     }
     isLoaded = true;
     static_cast<void>(addIn.release());  // the client's, until it terminates the channel

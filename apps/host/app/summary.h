@@ -1,4 +1,4 @@
-// What a host did, for people and programs that ask for it.
+// The summary of what a host did, for people and programs.
 #pragma once
 
 #include <QJsonObject>
@@ -7,9 +7,9 @@
 
 namespace lumsar::host {
 
-// What is connected and what went through.
+// What is connected and what was delivered.
 QJsonObject statusOf(const CameraHost& host, Protocol protocol);
-// The same and what became of each command.
+// The same, and the result of each command.
 QJsonObject summaryOf(const CameraHost& host, Protocol protocol);
 
 }  // namespace lumsar::host

@@ -39,7 +39,7 @@ void RdpChannel::initEvent(void* self, void* /*handle*/, UINT event, void* /*dat
       action();
     }
   } catch (const std::exception&) {
-    // Out of memory: there is no channel then.
+    // Out of memory: no channel.
   }
 }
 

@@ -2,12 +2,12 @@
 // lumsar-rdp or any client that loads the add-in. The library calls it on the thread that runs the
 // client's loop.
 //
-//   SendQueue --complete messages--> fragments, at most kBatch in the library's hands --> server
+//   SendQueue --complete messages--> fragments, at most kBatch in the library --> server
 //   Inbox     <--bytes as they come---------------------------------------------------- server
 //
 // The library's thread reads nothing while it has fragments to write, and a write lasts until the
-// line has taken the bytes. So it gets its next batch only when it has none left, and never while
-// it reports that: it would go on writing and hear neither the server nor its own user.
+// network has accepted the bytes. So it gets its next batch only when it has none left, and never
+// while it reports that: it would keep writing and serve neither the server nor its own user.
 #pragma once
 
 #include <freerdp/svc.h>
@@ -35,7 +35,7 @@ class RdpChannel {
   // the client has terminated it.
   bool enter(const CHANNEL_ENTRY_POINTS_FREERDP_EX& entry, void* initHandle);
 
-  // Called on the library's thread when the client has done with the channel for good. May destroy
+  // Called on the library's thread when the client no longer uses the channel. May destroy
   // this object.
   void setOnTerminated(std::function<void()> action) { m_onTerminated = std::move(action); }
 

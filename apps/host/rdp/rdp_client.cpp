@@ -19,7 +19,7 @@ constexpr UINT32 kWidth = 640;
 constexpr UINT32 kHeight = 480;
 // A server may stall this long while bytes wait for it.
 constexpr UINT32 kStallMs = 30000;
-// What ends sooner than this is not a success, and the back-off goes on growing.
+// What ends sooner than this is not a success, and the back-off keeps growing.
 constexpr std::chrono::seconds kLasting{10};
 
 void assign(char*& setting, const std::string& value) {
@@ -71,7 +71,7 @@ bool isPermanent(UINT32 error) {
   }
 }
 
-// By another client of the same session, or by its user; that was meant.
+// By another client of the same session, or by its user: intentional.
 bool isTakenAway(UINT32 error) {
   return error == FREERDP_ERROR_DISCONNECTED_BY_OTHER_CONNECTION ||
          error == FREERDP_ERROR_LOGOFF_BY_USER;
@@ -269,7 +269,8 @@ std::string RdpClient::lastError() const {
   if (error == FREERDP_ERROR_SUCCESS) return server() + " ended the connection";
   if (isPermanent(error)) {
     return server() + " refused " +
-           (m_target.user.empty() ? "a user without a name" : "user \"" + m_target.user + "\"") +
+           (m_target.user.empty() ? "a log-on without a user name"
+                                  : "user \"" + m_target.user + "\"") +
            ": " + freerdp_get_last_error_string(error);
   }
   std::string why = server() + ": " + freerdp_get_last_error_string(error);
@@ -278,7 +279,7 @@ std::string RdpClient::lastError() const {
            "\" with this password, or allows no channels.";
   }
   if (error == FREERDP_ERROR_SECURITY_NEGO_CONNECT_FAILED && m_target.user.empty()) {
-    why += " It may want a user: add --credentials FILE.";
+    why += " It may require a user: add --credentials FILE.";
   }
   return why;
 }

@@ -1,5 +1,5 @@
 // RdpClient: one connection to an RDP server that carries nothing but our channel; the desktop is
-// asked for as small as can be and thrown away. Made, run and destroyed on the transport's thread;
+// requested as small as possible and discarded. Made, run and destroyed on the transport's thread;
 // wake(), endIfSilent() and end() may be called on any other.
 #pragma once
 
@@ -21,14 +21,14 @@ struct RdpTarget {
   std::string host;  // name, IP address, or the absolute path of a Unix socket
   std::uint16_t port = 3389;
   std::string serverName;  // the name in the server's certificate, if it is not `host`
-  std::string user;        // may be empty: then there is no network level authentication
+  std::string user;        // empty: no network-level authentication
   std::string domain;
   std::string password;
   std::string acceptedFingerprint;  // SHA-256 of a certificate to trust, "ab:cd:..."
   bool ignoreCertificate = false;   // for tests
   std::string stateDirectory;       // for the RDP library, writable
   bool verbose = false;
-  // The library has a limit for TCP's answer only, not for the server's.
+  // The library has a timeout for TCP's answer only, not for the server's.
   std::chrono::seconds answerLimit{20};
 };
 
@@ -38,7 +38,7 @@ class RdpClient {
     bool wasConnected = false;
     bool lasted = false;     // connected for so long that it may be tried again soon
     bool permanent = false;  // trying again would fail again
-    bool atLogOn = false;    // perhaps refused: many servers say no more than goodbye
+    bool atLogOn = false;    // perhaps refused: many servers just hang up
     std::string why;
   };
 
@@ -53,7 +53,7 @@ class RdpClient {
   // There may be something to send.
   void wake() { SetEvent(m_wake.get()); }
 
-  // Ends an attempt to connect that lasts longer than the target's limit, also one to which the
+  // Ends an attempt to connect that lasts longer than the target's timeout, also one to which the
   // server has redirected a connection.
   void endIfSilent();
   void end();

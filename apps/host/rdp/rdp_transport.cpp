@@ -60,7 +60,7 @@ void RdpTransport::stop() {
     std::unique_lock lock(m_mutex);
     m_stopping = true;
     m_changed.notify_all();
-    // The library forgets an end that comes before it has begun.
+    // The library loses a request to end that comes before it has begun.
     while (m_attempt != nullptr) {
       m_attempt->client.end();
       m_changed.wait_for(lock, kEndInterval);
@@ -81,7 +81,7 @@ void RdpTransport::run() {
   int refusals = 0;
   while (true) {
     const RdpClient::Outcome outcome = attempt();
-    // Who has been let in once is known.
+    // A user who was accepted once is not refused now.
     wasConnected = wasConnected || outcome.wasConnected;
     if (outcome.atLogOn && !wasConnected) ++refusals;
     if (outcome.permanent || refusals == kMaxLogOns) return m_inbox.refused(outcome.why);

@@ -1,5 +1,5 @@
 // RdpTransport: the channel to the VM as a static virtual channel of an RDP connection of its own.
-// The RDP library lives on a thread of its own, one RdpClient after another.
+// The RDP library lives on its own thread, one RdpClient after another.
 #pragma once
 
 #include <asio/io_context.hpp>

@@ -1,5 +1,5 @@
 // Shuts down this process's connections to one address, so that a library that waits on one of them
-// without a time limit sees its end. Called on any thread.
+// without a timeout sees its end. Called on any thread.
 #pragma once
 
 #include <cstdint>

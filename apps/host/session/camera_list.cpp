@@ -53,7 +53,7 @@ CameraList readList(const std::string& text) {
     list.description += describeCamera(list.cameras.size(), camera);
     list.cameras.push_back({textAt(camera, "id"), textAt(camera, "name")});
   }
-  if (cameras.isEmpty()) list.description += "  no camera\n";
+  if (cameras.isEmpty()) list.description += "  no cameras\n";
   const QJsonArray refusals = document[QStringLiteral("refusals")].toArray();
   for (const auto& refusal : refusals) list.description += describeRefusal(refusal.toObject());
   const QJsonArray notes = document[QStringLiteral("policyNotes")].toArray();

@@ -48,14 +48,14 @@ Commands::Commands(const Plugin& plugin, Report& report, std::function<std::stri
       m_keepsResults(keepsResults) {}
 
 std::string Commands::help() {
-  return "  list                     cameras of this machine\n"
+  return "  list                     list the cameras of this machine\n"
          "  share ID                 share a camera with the VM (ID or its number in the list)\n"
          "  share-tcp ID HOST PORT   share it over a direct connection to the VM\n"
          "  share-all [SESSION]      share all cameras with a session of the VM (default 0)\n"
          "  unshare ID               stop sharing a camera\n"
          "  unshare-all              stop sharing all cameras\n"
-         "  policy FILE              replace the camera policy by the JSON object in FILE\n"
-         "  status                   what is connected and what went through\n"
+         "  policy FILE              replace the camera policy with the JSON object in FILE\n"
+         "  status                   show what is connected and what was delivered\n"
          "  help, quit";
 }
 
@@ -191,7 +191,7 @@ bool Commands::serviceAnswers() {
   return status == STATUS_OK || status == STATUS_LIST_ERROR;
 }
 
-// By its id, its number in the list or its name, also one that has been shared and is gone.
+// By its id, its number in the list or its name, also one that was shared and has been removed.
 std::optional<ListedCamera> Commands::findCamera(const std::string& word) const {
   std::vector<ListedCamera> cameras = m_list.cameras;
   for (const auto& [id, share] : m_shared) cameras.push_back({id, share.name});

@@ -1,5 +1,5 @@
 // Commands: the host's commands in words, such as "share 0", as JSON commands to the plug-in, and
-// the memory of what the user asked for, so that it also holds after a recovery.
+// remembers what the user asked for, so that it can be repeated after a recovery.
 // Bound to the thread that calls the plug-in, except for results() and anyFailed().
 #pragma once
 

@@ -22,7 +22,7 @@ std::span<unsigned char> Deframer::next() {
   }
 }
 
-// What a guest agent sends that has heard nothing begins no handshake, but is not an error either.
+// The wake-up probe begins no handshake, but is not an error either.
 bool Deframer::isProbe() const {
   const auto bytes = m_assembler.waiting();
   return protocol::readRecord(bytes, CameraDataKind::WakeUpProbe) &&

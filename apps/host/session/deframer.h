@@ -1,4 +1,4 @@
-// Deframer: cuts the VM's byte stream into complete messages and resynchronises where it has to.
+// Deframer: deframes the VM's byte stream and resynchronises it after an error.
 #pragma once
 
 #include <span>

@@ -49,7 +49,7 @@ class SpiceDriver final : public PluginDriver {
       const QJsonObject given = json::readFile(setup.configFile);
       for (auto item = given.begin(); item != given.end(); ++item) config[item.key()] = *item;
     }
-    // This process makes no Qt application object, so the directory can be given whole. The
+    // This process has no Qt application object, so the directory can be given in full. The
     // plug-in turns each "./" into "/".
     const std::string directory = fs::canonical(setup.ipcLibrary).parent_path().string();
     if (directory.find("./") != std::string::npos) {
@@ -77,7 +77,7 @@ class RdpDriver final : public PluginDriver {
   }
 
   // An RDP host's IPC library is always loaded from this directory below the working directory. It
-  // exists only during the call, so that a killed client leaves nothing behind.
+  // exists only during the call, so that a killed client leaves nothing on disk.
   int init() override {
     const base::TemporaryDirectory directory;
     const fs::path home = directory.path() / "Device Redirect";
@@ -97,7 +97,7 @@ class RdpDriver final : public PluginDriver {
   bool tellsOfLostService() const override { return false; }
 
  private:
-  // A plain function: the plug-in's RDP side has no room for more.
+  // A plain function: the plug-in's RDP interface takes no state.
   static int send(unsigned char* data, int length) {
     return s_queue->push({data, static_cast<std::size_t>(length)});
   }

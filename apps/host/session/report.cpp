@@ -27,7 +27,7 @@ const char* statusWords(int status) {
     case STATUS_OK:
       return "done";
     case STATUS_INIT_FAILED:
-      return "the IPC library cannot be loaded or makes no client";
+      return "the IPC library cannot be loaded or cannot create a client";
     case STATUS_INVALID_PARAMETER:
       return "invalid parameter";
     case STATUS_INVALID_MAGIC:
@@ -35,29 +35,29 @@ const char* statusWords(int status) {
     case STATUS_UNKNOWN_COMMAND:
       return "unknown command";
     case STATUS_NOT_JSON:
-      return "the command is not JSON";
+      return "the command is not valid JSON";
     case STATUS_MISSING_ITEM:
       return "the command lacks an item";
     case STATUS_NO_OBJECT:
       return "out of memory";
     case STATUS_REPLY_TOO_LARGE:
-      return "the answer does not fit";
+      return "the answer does not fit into the buffer";
     case STATUS_NOT_INITIALIZED:
       return "the plug-in is not initialised";
     case STATUS_ALREADY_INITIALIZED:
-      return "the plug-in is initialised already";
+      return "the plug-in is already initialised";
     case STATUS_NOT_CONNECTED:
       return "the camera service is not connected";
     case STATUS_DISCONNECTED:
       return "not connected";
     case STATUS_ALREADY_CONNECTED:
-      return "connected already";
+      return "already connected";
     case STATUS_LIST_CALL_FAILED:
       return "the camera service does not answer";
     case STATUS_LIST_ERROR:
       return "the camera service cannot list its cameras";
     case STATUS_EXCEPTION:
-      return "the plug-in stopped an exception, see its log";
+      return "the plug-in stopped an exception; see its log";
     default:
       break;
   }

@@ -75,7 +75,7 @@ void Session::update(Change change) {
 void Session::stop() {
   m_retry.cancel();
   m_silence.cancel();
-  // The service takes back what was shared when its connection ends.
+  // The service unshares everything when its connection ends.
   if (m_state.initialised) m_driver->deInit();
   update([](State& state) { state.initialised = state.channelOpen = false; });
 }
@@ -150,7 +150,7 @@ void Session::channelClosed(const std::string& why) {
   m_silence.cancel();
   update([](State& state) { state.channelOpen = false; });
   m_driver->channelEvent(CHANNEL_EVENT_CLOSED);
-  // Only now: what the closing itself has sent must not greet the next VM.
+  // Only now: what closing itself has sent must not reach the next VM.
   m_queue.close();
 }
 
@@ -189,7 +189,7 @@ void Session::handle(std::span<unsigned char> message) {
   if (!m_state.initialised) return;  // the plug-in could only complain
   const RedirMsgHeader header = readHeader(message.data());
   if (header.type == MSG_HELLO) return handleHello(message);
-  // An RDP host's part of the handshake would undo ours.
+  // An RDP agent's part of the handshake would undo ours.
   if (header.type == MSG_CHANNEL_OPENED && !m_driver->vmOpensChannel()) {
     return warnOnce(
         Warning::RdpAgent,
@@ -244,7 +244,7 @@ void Session::handshakeCompleted(const RedirMsgHeader& header) {
   m_actions.onHandshake((header.capabilities & CAP_SHARE_ALL) != 0);
 }
 
-// Once a channel: the VM may do it as often as it likes.
+// Once per channel: the VM may do it any number of times.
 void Session::warnOnce(Warning warning, const std::string& line) {
   if (m_warned.insert(warning).second) m_report.say(line);
 }

@@ -12,7 +12,7 @@ constexpr int kMaxOutstanding = 1;
 constexpr std::chrono::milliseconds kFirstBackOff{250};
 constexpr std::chrono::milliseconds kLongestBackOff{5000};
 // Two clients of one server take the connection from each other: what ends sooner than this is not
-// a success, and the back-off goes on growing.
+// a success, and the back-off keeps growing.
 constexpr gint64 kLastingUs = 10'000'000;
 // The server announces all its ports at once, right after it has accepted us.
 constexpr unsigned kPortTimeoutMs = 3000;
@@ -40,7 +40,7 @@ const char* eventText(SpiceChannelEvent event) {
       return "TLS failed: is the server's certificate of an authority in --ca-file, and made out "
              "for this host or for --host-subject?";
     case SPICE_CHANNEL_ERROR_LINK:
-      return "the server refused the link";
+      return "the server refused the connection";
     case SPICE_CHANNEL_ERROR_AUTH:
       return "the server refused the ticket";
     case SPICE_CHANNEL_ERROR_IO:

@@ -1,5 +1,5 @@
 // SpiceTransport: the channel as a SPICE port channel, through the SPICE client library.
-// The library lives on a thread of its own with the default GLib context.
+// The library lives on its own thread with the default GLib context.
 #pragma once
 
 #include <spice-client.h>

@@ -1,5 +1,5 @@
-// FragmentJoiner: makes complete messages of the fragments in which the plug-in hands them over.
-// The fragments of one message come from one thread; those of another thread's may come between.
+// FragmentJoiner: joins the fragments that the plug-in passes on into complete messages. The
+// fragments of one message come from one thread; another thread's may come in between.
 #pragma once
 
 #include <algorithm>
@@ -35,7 +35,7 @@ class FragmentJoiner {
     return header.magic == kMagic && header.length <= kMaxPayload;
   }
 
-  // What has begun is thrown away, once it is complete.
+  // What has begun is dropped once it is complete.
   void discard() {
     for (auto& [thread, partial] : m_partial) partial.discarded = true;
   }

@@ -1,6 +1,6 @@
 // Inbox: carries what a transport reports to a ChannelListener on another thread, in order. When
-// the listener falls behind by kMaxBytes, the transport has to wait, so that the peer is slowed
-// down instead of filling this machine's memory.
+// the listener lags by kMaxBytes, the transport has to wait: back-pressure on the peer instead of
+// a full memory here.
 #pragma once
 
 #include <asio/any_io_executor.hpp>
@@ -19,12 +19,12 @@ namespace lumsar::host {
 class ChannelListener {
  public:
   virtual void channelOpened() = 0;
-  // Some bytes of the stream, cut anywhere; valid during the call.
+  // The next bytes of the stream, at any boundary; valid during the call.
   virtual void channelReceived(std::span<const unsigned char> bytes) = 0;
   virtual void channelClosed(const std::string& why) = 0;
-  // The channel cannot be opened now; the transport goes on trying.
+  // The channel cannot be opened now; the transport retries.
   virtual void channelUnavailable(const std::string& why) = 0;
-  // The channel cannot be opened and trying again would not help; the transport has given up.
+  // The channel cannot be opened, and the transport does not retry, as that would not help.
   virtual void channelRefused(const std::string& why) = 0;
 
  protected:
@@ -41,12 +41,12 @@ class Inbox : public std::enable_shared_from_this<Inbox> {
 
   // Before the transport starts.
   void listen(ChannelListener& listener) { m_listener = &listener; }
-  // What waits is dropped, and nobody blocks any more. Thread-safe.
+  // Drops what waits; no call blocks any more. Thread-safe.
   void end();
 
   // By the transport, on any one thread.
   void opened();
-  // Blocks while the listener is too far behind.
+  // Blocks while the listener lags too far.
   void received(std::span<const unsigned char> bytes);
   // For a thread that must not block: calls `action` once received() would not, perhaps at once,
   // perhaps on the executor.

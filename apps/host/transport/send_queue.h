@@ -15,8 +15,8 @@
 
 namespace lumsar::host {
 
-// A few frames wait for the VM, so that they stay fresh. A VM that lets this much of the control
-// messages pile up reads nothing at all.
+// A few frames wait for the VM, so that they stay fresh. A VM that leaves this much of the control
+// messages unread has stalled.
 inline constexpr protocol::QueueLimits kSendLimits{
     .frames = 8, .frameBytes = 16U << 20U, .controlBytes = 16U << 20U};
 
@@ -45,8 +45,7 @@ class SendQueue {
   // The next message, empty when there is none.
   std::optional<Bytes> pop();
 
-  // While it is closed, nothing leaves it: what came up then is for nobody. Both begin with an
-  // empty queue.
+  // While it is closed, nothing leaves it. Opening and closing both empty the queue.
   void open() { reset(true); }
   void close() { reset(false); }
 

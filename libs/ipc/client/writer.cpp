@@ -1,4 +1,4 @@
-// A turn, not a lock held while sending: a thread that waits for it can then give up in time.
+// A turn, not a lock held while sending: a thread that waits for it can then time out.
 #include "ipc/client/writer.h"
 
 #include <poll.h>

@@ -15,7 +15,7 @@ class Writer {
  public:
   struct Result {
     int error = 0;        // 0 or an IpcError
-    bool broken = false;  // the message went out in part: the stream is of no use any more
+    bool broken = false;  // the message was sent in part: the stream is unusable
   };
 
   // Sends `first` and `second` as one message. The timeout includes waiting for its turn.

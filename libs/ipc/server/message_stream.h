@@ -24,7 +24,7 @@ struct Outgoing {
   std::function<void()> onDrop = {};
 };
 
-// More frames than these would only be old ones. A receiver that leaves more control messages than
+// Any more frames would only be outdated. A receiver that leaves more control messages than
 // these waiting is disconnected.
 inline constexpr protocol::QueueLimits kStreamLimits{
     .frames = 4, .frameBytes = 16U << 20U, .controlBytes = 1U << 20U};

@@ -1,4 +1,4 @@
-// IpcServer: the service's side of the transport. Accepts clients of the same user, waits for their
+// IpcServer: the service's end of the transport. Accepts clients of the same user, waits for their
 // connect request and carries complete messages both ways.
 //
 //   SocketListener --> Session (user check, connect request, MessageStream) --> IpcServerEvents
@@ -48,7 +48,7 @@ class IpcServer {
   IpcServer(const IpcServer&) = delete;
   IpcServer& operator=(const IpcServer&) = delete;
 
-  // Messages to a client that has left are dropped.
+  // Messages to a disconnected client are dropped.
   void send(ClientId client, Outgoing outgoing);
   // Answers the synchronous call `request`.
   void reply(ClientId client, const RedirMsgHeader& request, protocol::Message message);

@@ -72,7 +72,7 @@ TEST_F(RdpBadInput, FloodToASlowService) {
   expectGrowthBelow(24L * 1024);
 }
 
-// One that takes nothing is given up, and what the VM sends must not pile up meanwhile.
+// A stalled service is dropped, and what the VM sends until then must not pile up.
 TEST_F(RdpBadInput, FloodWhileTheServiceHangs) {
   startSession();
   service->stall(true);
@@ -102,8 +102,8 @@ TEST_F(RdpBadInput, VmThatBeginsAgainAndAgain) {
   EXPECT_LT(hellos, 30U);
 }
 
-// Nobody looks at the picture, and nothing of it may be kept.
-TEST_F(RdpBadInput, PictureWithoutEnd) {
+// The desktop has no consumer, and nothing of it may be kept.
+TEST_F(RdpBadInput, DesktopWithoutEnd) {
   startSession();
   server->paint(1'000'000);
   ASSERT_TRUE(server->waitUntilPainted());

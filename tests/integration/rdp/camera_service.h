@@ -26,7 +26,7 @@ class CameraService {
   void send(View bytes);
   // A frame that looks like nothing in particular.
   void sendFrame(std::uint32_t sequence, std::size_t size);
-  // Takes nothing as long as it is stalled.
+  // Reads nothing as long as it is stalled.
   void stall(bool stalled);
   bool connected();
   // This process's working directory while the latest host was being accepted, and so waited.

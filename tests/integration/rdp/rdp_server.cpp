@@ -111,7 +111,7 @@ void RdpServer::serve(const RawPeer& client) {
   configure(peer);
   if (peer->Initialize(peer) == TRUE) talk(peer);
   m_activated = false;
-  shutdown(client.fd(), SHUT_RDWR);  // without a word of farewell
+  shutdown(client.fd(), SHUT_RDWR);  // without a disconnect message
   peer->Disconnect(peer);
   freerdp_peer_context_free(peer);
   freerdp_peer_free(peer);

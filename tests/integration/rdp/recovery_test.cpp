@@ -50,7 +50,7 @@ TEST_F(RdpRecovery, NoRoomForTemporaryFilesForAWhile) {
   beginSession();
   std::filesystem::rename(temporary, path("elsewhere"));
   service.reset();
-  EXPECT_TRUE(host->says("cannot make a directory"));
+  EXPECT_TRUE(host->says("cannot create a directory"));
   std::filesystem::rename(path("elsewhere"), temporary);
   startService();
   EXPECT_TRUE(host->says("connected to the camera service", 2));
@@ -61,7 +61,7 @@ TEST_F(RdpRecovery, CameraServiceKilledAndBack) {
   service.reset();
   EXPECT_TRUE(host->says("camera service lost"));
   startService();
-  // The VM has noticed nothing; the host greets it anew in the name of its channel.
+  // The VM has noticed nothing; the host repeats the handshake in the name of its channel.
   const auto hello = nextHello();
   ASSERT_TRUE(hello);
   answer(*hello, 0x10, 3);

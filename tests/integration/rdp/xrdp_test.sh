@@ -79,7 +79,7 @@ expect() {  # WHAT COMMAND...: the command succeeds within 20 s
 }
 
 pictures() { find "$work/pictures" -name '*.jpg' 2>/dev/null | wc -l; }
-more_pictures_than() { [ "$(pictures)" -gt "$1" ]; }
+more_frames_than() { [ "$(pictures)" -gt "$1" ]; }
 listens() { (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null; }
 
 display=$(free_display 30)
@@ -144,14 +144,14 @@ rdp() {  # PORT OPTION...
 
 test_lumsar_rdp() {
   start host1 rdp "$port" --duration 5s
-  expect "pictures come through xrdp" more_pictures_than 60
+  expect "frames come through xrdp" more_frames_than 60
   expect "the host is done" grep -q '"handshakes":1' "$work/host1.log"
-  expect "the VM's side sees the client leave" grep -q 'host: disconnected' "$work/vm.log"
+  expect "the guest agent sees the client leave" grep -q 'host: disconnected' "$work/vm.log"
 
   local before
   before=$(pictures)
   start host2 rdp "$port" --duration 5s
-  expect "pictures come to the client that came back" more_pictures_than $((before + 60))
+  expect "frames come to the client that came back" more_frames_than $((before + 60))
   expect "the second host is done" grep -q '"handshakes":1' "$work/host2.log"
 
   start host3 rdp "$((port + 1))" --duration 1s --timeout 20s
@@ -170,16 +170,16 @@ test_xfreerdp() {
   start xfreerdp env "DISPLAY=:$screen" xfreerdp "/v:127.0.0.1:$port" /u:na /p:na /sec:tls \
     "/cert:fingerprint:sha256:$fingerprint" /vc:lumsar
   xfreerdp=$!
-  expect "pictures come from xfreerdp with the add-in" more_pictures_than 60
+  expect "frames come from xfreerdp with the add-in" more_frames_than 60
 
   kill -KILL "$service"
   expect "the add-in misses the killed service" grep -q 'camera service lost' "$work/xfreerdp.log"
   before=$(pictures)
   start_service
-  expect "pictures come from the service that came back" more_pictures_than $((before + 60))
+  expect "frames come from the service that came back" more_frames_than $((before + 60))
 
   kill "$xfreerdp"
-  expect "the VM's side sees xfreerdp leave" grep -q 'host: disconnected' "$work/vm.log"
+  expect "the guest agent sees xfreerdp leave" grep -q 'host: disconnected' "$work/vm.log"
 }
 
 if [ "$client" = xfreerdp ]; then test_xfreerdp; else test_lumsar_rdp; fi

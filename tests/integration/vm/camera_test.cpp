@@ -1,5 +1,5 @@
 // Cameras of the user's machine inside a real guest: devices that its programs open, with the
-// pictures that the camera service has sent.
+// frames that the camera service has sent.
 #include <csignal>
 
 #include "integration/vm/support/pictures.h"
@@ -27,7 +27,7 @@ class Cameras : public SpiceVm {
     ASSERT_TRUE(user().host().expect("VM answered"));
   }
 
-  // A camera is being read when the VM's side stops to take anything.
+  // A camera is being read when the guest agent stalls.
   void stall() {
     share("1920x1080@30");
     startReader();
@@ -40,7 +40,7 @@ class Cameras : public SpiceVm {
   bool cameraIsThere() {
     return eventually([this] { return device().starts_with("capture device"); }, 10s);
   }
-  // As long as somebody has it open, a device remains what it was, without pictures.
+  // As long as a program has it open, a device remains what it was, without frames.
   bool cameraIsGone() {
     stopReader();
     return eventually([this] { return device().starts_with("no capture device"); }, 10s);
@@ -57,7 +57,7 @@ class Cameras : public SpiceVm {
   }
   void stopReader() { guest().run("killall guest_reader; true"); }
 
-  // Reads `count` pictures as a guest's program and compares them with those that were sent.
+  // Reads `count` frames as a guest's program and compares them with those that were sent.
   void expectPictures(std::size_t count) {
     const auto result =
         guest().run("guest_reader /dev/video20 " + std::to_string(count), milliseconds(40s));
@@ -74,7 +74,7 @@ TEST_F(Cameras, SharedCameraIsACaptureDevice) {
   EXPECT_NE(device().find("MJPG 320x240"), std::string::npos) << device();
 }
 
-TEST_F(Cameras, PicturesAreThoseThatTheServiceSent) {
+TEST_F(Cameras, FramesAreThoseThatTheServiceSent) {
   share();
   expectPictures(25);
 }
@@ -124,7 +124,7 @@ TEST_F(Cameras, StalledGuest) {
   EXPECT_TRUE(cameraIsGone());
 }
 
-// Pictures wait all the time, and yet what the guest says is heard.
+// Frames wait all the time, and yet what the guest says is heard.
 TEST_F(Cameras, LineThatIsTooThin) {
   const Path line = user().directory() / "line";
   const SlowLine slow(line.string(), guest().spiceSocket().string(), 500'000);

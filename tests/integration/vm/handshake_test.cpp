@@ -1,4 +1,4 @@
-// The beginning of a session between a real guest and lumsar-spice, with a VM's side that does as
+// The beginning of a session between a real guest and lumsar-spice, with a guest agent that does as
 // it is told: what is said, and what becomes of those who say it wrong.
 #include <algorithm>
 #include <csignal>
@@ -65,7 +65,7 @@ TEST_F(Handshake, GarbageBeforeTheAnswerIsSkipped) {
   EXPECT_TRUE(user().host().expect("VM answered, version 1.1"));
 }
 
-// A VM's side that has heard nothing for a while.
+// A guest agent that has heard nothing for a while.
 TEST_F(Handshake, KnockIsNoTrouble) {
   meet(
       "hex:4d41435601000000100000000000000000000000000000000000000000000000"
@@ -121,7 +121,7 @@ TEST_F(Handshake, TwoGigabytesAnnounced) {
   EXPECT_TRUE(nextSessionWorks());
 }
 
-// The service takes nothing: the guest has to wait, and what it sends must not pile up here.
+// The service is stalled: the guest has to wait, and what it sends must not pile up here.
 TEST_F(Handshake, FloodFromTheGuestWhileTheServiceStalls) {
   std::string flood = "hello answer sleep:500";
   for (int i = 0; i < 80; ++i) flood += " data:1000000:1000000";
@@ -142,8 +142,8 @@ TEST_F(Handshake, FloodFromTheGuestWhileTheServiceStalls) {
   EXPECT_TRUE(nextSessionWorks());
 }
 
-// A client that does not read makes the emulator keep what the VM's side has sent, also beyond that
-// side's end.
+// A client that does not read makes the emulator keep what the guest agent has sent, also beyond
+// the agent's end.
 class LeftOvers : public Handshake {
  protected:
   void SetUp() override {

@@ -1,5 +1,5 @@
 // An IPC library that passes everything on to the real one ($LUMSAR_REAL_IPC) and writes down each
-// picture that the service sends, one line with number, size and hash, in $LUMSAR_IPC_RECORD.
+// frame that the service sends, one line with number, size and hash, in $LUMSAR_IPC_RECORD.
 // Loaded by the plug-in in place of the real one; the callbacks come on the real one's threads.
 #include <dlfcn.h>
 

@@ -71,7 +71,7 @@ class SecureServer : public testing::Test {
   UserSide m_user{testDirectory()};
 };
 
-TEST_F(SecureServer, PicturesThroughTls) {
+TEST_F(SecureServer, FramesThroughTls) {
   startWithTicket(encrypted("127.0.0.1"), {"--ca-file", authority()});
   ASSERT_TRUE(getsIn());
   ASSERT_TRUE(m_user.command("share 0"));

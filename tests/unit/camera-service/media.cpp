@@ -1,4 +1,3 @@
-// Pictures for tests: see media.h. Test's main thread.
 #include "unit/camera-service/media.h"
 
 #include <stdexcept>

@@ -1,4 +1,5 @@
-// Pictures and movies for tests, made by GStreamer, and a look into JPEG data. Test's main thread.
+// Still images and video files for tests, made by GStreamer, and a look into JPEG data. Test's main
+// thread.
 #ifndef LUMSAR_TESTS_UNIT_CAMERA_SERVICE_MEDIA_H
 #define LUMSAR_TESTS_UNIT_CAMERA_SERVICE_MEDIA_H
 

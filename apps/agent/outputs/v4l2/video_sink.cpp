@@ -12,7 +12,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Programs open all cameras for a moment just to query them; that makes no consumer.
+// Programs open all cameras for a moment just to query them; that is not a consumer.
 constexpr auto kQueryTime = 100ms;
 // In case a notification was missed.
 constexpr auto kReaderCheckInterval = 5s;

@@ -40,9 +40,8 @@ class VideoSystem {
   virtual std::unique_ptr<VideoDevice> open(const std::string& path, std::string& why) = 0;
 };
 
-// How many other programs have the device (or file) open. Looks through /proc, which shows
-// programs of other users only to root: `incomplete` becomes true
-// if some were hidden.
+// How many other programs have the device (or file) open. Searches /proc, which shows programs
+// of other users only to root: `incomplete` becomes true if some were hidden.
 int countOpeners(const std::string& path, bool& incomplete);
 
 std::unique_ptr<VideoSystem> kernelVideoSystem();

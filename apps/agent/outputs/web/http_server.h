@@ -1,5 +1,5 @@
-// HttpServer: as much of HTTP as the page needs: GET on the loopback interface, one request per
-// connection, a bounded number of connections, each on a thread of its own.
+// HttpServer: just the HTTP that the page needs: GET on the loopback interface, one request per
+// connection, a bounded number of connections, each on its own thread.
 #pragma once
 
 #include <atomic>
@@ -36,7 +36,7 @@ class HttpResponse {
 
 class HttpServer {
  public:
-  // Called on a thread of its own.
+  // Called on its own thread.
   using Handler = std::function<void(const std::string& path, HttpResponse& response)>;
 
   // Throws base::Failure when the port is in use.

@@ -1,13 +1,13 @@
-// guest_agent: a VM's side that does what it is told, right or wrong. Runs in the guest of the
+// guest_agent: an agent that does what it is told, right or wrong. Runs in the guest of the
 // tests.
 //   guest_agent PORT-NAME STEP...
 // Steps: hello           wait for a HELLO and print it in hex
 //        answer[:A.B]    answer the latest HELLO, as version A.B (default 1.1)
 //        answers:COUNT   answer it so many times
-//        serve           behave: answer each HELLO, for ever
+//        serve           behave: answer each HELLO, indefinitely
 //        wrong           answer it with another token
 //        hex:BYTES       send these bytes
-//        random:COUNT:N  send so many bytes that are no message, N times
+//        random:COUNT:N  send so many bytes that are not a message, N times
 //        data:LENGTH:N   announce a message with LENGTH bytes of payload, send N of them
 //        message         wait for one more message and print its type and length
 //        close, open     the port

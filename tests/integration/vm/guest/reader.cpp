@@ -1,8 +1,8 @@
 // guest_reader: a program as any that uses a camera. Runs in the guest of the tests and of the
 // demonstration.
 //   guest_reader DEVICE COUNT [FILE]
-// Prints what the device is, then a line for each of COUNT pictures: its number, size in bytes and
-// hash. FILE receives the last picture. Exit code 1: no capture device, or no picture in time.
+// Prints what the device is, then a line for each of COUNT frames: its number, size in bytes and
+// hash. FILE receives the last frame. Exit code 1: no capture device, or no frame in time.
 #include <fcntl.h>
 #include <linux/videodev2.h>
 #include <poll.h>
@@ -68,7 +68,7 @@ class Reader {
     ask(VIDIOC_STREAMON, &type, "VIDIOC_STREAMON");
   }
 
-  // Hands the next picture to `use`.
+  // Passes the next frame to `use`.
   template <class Use>
   void next(Use use) {
     pollfd readable{m_device, POLLIN, 0};

@@ -44,7 +44,7 @@ class Guest {
 
   // Boots and waits for the shell. False, with the console on stderr, when it does not come.
   bool boot();
-  // Waits for the shell after the guest has started anew by itself.
+  // Waits for the shell after the guest has rebooted by itself.
   bool awaitShell();
   // As if the power failed.
   void pullThePlug();
@@ -54,7 +54,7 @@ class Guest {
     int status = -1;  // -1: no answer in time
     std::string output;
   };
-  // Runs a shell command. The guest has but one shell: nothing else happens in it meanwhile.
+  // Runs a shell command. The guest has but one shell: nothing else happens in it at that time.
   Result run(const std::string& command, milliseconds time = std::chrono::seconds(15));
   // Starts a command that goes on, with its output in the guest's file /tmp/NAME.log.
   void start(const std::string& name, const std::string& command);

@@ -19,15 +19,15 @@ std::vector<std::string> pictureHashes(const std::string& text) {
 }
 
 void expectInOrder(const std::vector<std::string>& read, const std::vector<std::string>& sent) {
-  // The device may begin with a picture that it still holds.
+  // The device may begin with a frame that it still holds.
   auto picture = read.begin();
   while (picture != read.end() && std::ranges::find(sent, *picture) == sent.end()) ++picture;
-  EXPECT_LE(picture - read.begin(), 2) << "pictures that nobody has sent";
+  EXPECT_LE(picture - read.begin(), 2) << "frames that were never sent";
   auto from = sent.begin();
   for (; picture != read.end(); ++picture) {
     const auto found = std::find(from, sent.end(), *picture);
-    ASSERT_NE(found, sent.end()) << "picture " << picture - read.begin() + 1 << " of "
-                                 << read.size() << ", " << *picture << ", is torn or too late";
+    ASSERT_NE(found, sent.end()) << "frame " << picture - read.begin() + 1 << " of " << read.size()
+                                 << ", " << *picture << ", is torn or too late";
     from = found + 1;
   }
 }

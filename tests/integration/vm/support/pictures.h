@@ -10,7 +10,7 @@ namespace lumsar::test {
 // The hashes in lines "picture NUMBER SIZE HASH".
 std::vector<std::string> pictureHashes(const std::string& text);
 
-// Expects each picture read to be one that was sent, in their order; some may have been left out.
+// Expects each frame read to be one that was sent, in their order; some may have been left out.
 void expectInOrder(const std::vector<std::string>& read, const std::vector<std::string>& sent);
 
 }  // namespace lumsar::test

@@ -1,4 +1,4 @@
-// UserSide: the user's machine: a camera service and lumsar-spice, with a record of the pictures
+// UserSide: the user's machine: a camera service and lumsar-spice, with a record of the frames
 // that the service has sent. Bound to the test's thread.
 #ifndef LUMSAR_TESTS_INTEGRATION_VM_SUPPORT_USER_SIDE_H
 #define LUMSAR_TESTS_INTEGRATION_VM_SUPPORT_USER_SIDE_H
@@ -38,7 +38,7 @@ class UserSide {
   bool command(const std::string& line);
   // Gives "status" and returns the number behind `"name": `, -1 when there is none.
   long counter(const std::string& name);
-  // Hashes of the pictures that the service has sent, in order.
+  // Hashes of the frames that the service has sent, in order.
   std::vector<std::string> picturesSent() const;
 
  private:

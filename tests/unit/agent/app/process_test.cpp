@@ -94,7 +94,7 @@ TEST(Process, AFileThatMayNotGrowIsAnErrorAndNotTheEnd) {
   for (std::uint32_t i = 0; i < 4; ++i) host.send(frame(1, i, blankJpeg(3000)));
   EXPECT_TRUE(child.says("File too large; it is no longer saved"));
   EXPECT_TRUE(host.receiveRecord(CameraDataKind::Stop, 1));
-  EXPECT_EQ(readFile(folder / "Front-1.mjpeg").size(), 9000U);  // whole pictures only
+  EXPECT_EQ(readFile(folder / "Front-1.mjpeg").size(), 9000U);  // complete frames only
   EXPECT_EQ(child.stop(SIGTERM), 0);
 }
 

@@ -1,4 +1,4 @@
-// Colour JPEGs made of flat 8 by 8 blocks: pictures that a browser shows, without an encoder.
+// Colour JPEGs made of flat 8 by 8 blocks: images that a browser shows, without an encoder.
 // Used by the test of the page.
 #ifndef LUMSAR_TESTS_UNIT_AGENT_OUTPUTS_MOSAIC_JPEG_H
 #define LUMSAR_TESTS_UNIT_AGENT_OUTPUTS_MOSAIC_JPEG_H

@@ -1,4 +1,4 @@
-// The page in a real browser without a screen: it watches the cameras, shows their pictures, and
+// The page in a real browser without a screen: it watches the cameras, shows their frames, and
 // leaves a screenshot, vm-page.png, in the test's working directory.
 #include <gtest/gtest.h>
 
@@ -15,7 +15,7 @@ namespace {
 
 using namespace agent;
 
-// A landscape whose sun moves on with each picture.
+// A landscape whose sun moves on with each frame.
 Bytes landscape(int columns, int rows, double time, double hue) {
   return mosaicJpeg(columns, rows, [=](int x, int y) {
     const double u = static_cast<double>(x) / columns;
@@ -55,7 +55,7 @@ class PageTest : public ProgramFixture {
     const auto captured = cameraClock() - 7000 * number;
     host.send(message(MSG_DATA, record(CameraDataKind::Frame, number, body, captured)));
   }
-  // The third camera gives no pictures.
+  // The third camera sends no frames.
   void stream() {
     service = std::thread([this] {
       for (std::uint32_t i = 0; !ended; ++i) {
@@ -71,7 +71,7 @@ class PageTest : public ProgramFixture {
   std::atomic<bool> ended{false};
 };
 
-TEST_F(PageTest, ShowsLivePicturesInABrowser) {
+TEST_F(PageTest, ShowsLiveFramesInABrowser) {
   if (!Browser::installed()) GTEST_SKIP() << "no browser; install chromium";
   stream();
   Browser browser(page());
@@ -91,7 +91,7 @@ TEST_F(PageTest, ShowsLivePicturesInABrowser) {
   writeFile("vm-page.png", picture);
   browser.kill();
   // The page watches every camera that it shows, in an order of its own. When the browser has gone,
-  // nobody looks any more.
+  // they no longer have a consumer.
   std::set<std::uint32_t> started;
   std::set<std::uint32_t> stopped;
   while (stopped.size() < 3) {

@@ -44,7 +44,7 @@ class SaveOutputTest : public testing::Test {
   std::unique_ptr<Sink> sink;
 };
 
-TEST_F(SaveOutputTest, WritesOneFileAPicture) {
+TEST_F(SaveOutputTest, WritesOneFilePerFrame) {
   open(SaveAs::Images);
   show(blankJpeg(100));
   show(blankJpeg(200));
@@ -54,7 +54,7 @@ TEST_F(SaveOutputTest, WritesOneFileAPicture) {
   EXPECT_EQ(sink->report().path, folder / "Front-1-*.jpg");
 }
 
-TEST_F(SaveOutputTest, WritesOneMovieACamera) {
+TEST_F(SaveOutputTest, WritesOneVideoFilePerCamera) {
   open(SaveAs::VideoFile);
   show(blankJpeg(100));
   show(blankJpeg(200));
@@ -86,7 +86,7 @@ TEST_F(SaveOutputTest, AFullDiskEndsTheSavingOfThisCameraWithAReason) {
   EXPECT_EQ(folder.files(), std::vector<std::string>{"Front-1-000001.jpg"});
 }
 
-TEST_F(SaveOutputTest, AFullDiskUnderAMovieLeavesWholePictures) {
+TEST_F(SaveOutputTest, AFullDiskUnderAVideoFileLeavesCompleteFrames) {
   std::filesystem::create_symlink("/dev/full", folder / "Front-1.mjpeg");
   open(SaveAs::VideoFile);
   show(blankJpeg());

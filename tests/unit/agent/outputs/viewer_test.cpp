@@ -66,7 +66,7 @@ TEST_F(ViewerTest, ACameraRunsOnlyWhileItIsWatched) {
   EXPECT_TRUE(host.receiveRecord(CameraDataKind::Stop, 1));
 }
 
-TEST_F(ViewerTest, GivesOnePicture) {
+TEST_F(ViewerTest, SendsOneImage) {
   std::string answer;
   std::thread browser([&] { answer = httpGet(port, "/camera/1.jpg"); });
   ASSERT_TRUE(host.receiveRecord(CameraDataKind::Start, 1));

@@ -1,4 +1,4 @@
-// Camera: asked for while somebody looks, counted right, whole pictures only.
+// Camera: started while it has a consumer, counted right, complete frames only.
 #include "session/camera.h"
 
 #include <gtest/gtest.h>
@@ -73,7 +73,7 @@ TEST_F(CameraTest, StartsOnceAndStopsAWhileAfterTheLastLook) {
   EXPECT_EQ(asked, (Kinds{CameraDataKind::Start, CameraDataKind::Stop}));
 }
 
-TEST_F(CameraTest, OnlySinksThatWantPicturesGetThem) {
+TEST_F(CameraTest, OnlySinksWithAConsumerGetFrames) {
   open(kEncodingMjpg, 2);
   look(true, 1);
   frame(0);
@@ -82,7 +82,7 @@ TEST_F(CameraTest, OnlySinksThatWantPicturesGetThem) {
   EXPECT_EQ(states[1]->shown[0]->data, blankJpeg());
 }
 
-TEST_F(CameraTest, PicturesAfterStopAreNotCounted) {
+TEST_F(CameraTest, FramesAfterStopAreNotCounted) {
   open();
   frame(0);
   EXPECT_EQ(camera->status().counters.frames, 0U);

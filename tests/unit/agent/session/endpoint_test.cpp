@@ -127,7 +127,7 @@ TEST_F(EndpointTest, AssemblesPiecesOfEverySize) {
   EXPECT_EQ(faults, 0);
 }
 
-TEST_F(EndpointTest, AssemblesLargePicturesFromRdpPieces) {
+TEST_F(EndpointTest, AssemblesLargeFramesFromRdpFragments) {
   start({.protocol = Protocol::Rdp});
   receive(hello(7));
   for (const std::size_t size : {1536U, 1535U, 1537U, 3072U, 1536U - 32U, 4U << 20U}) {

@@ -1,4 +1,4 @@
-// Tests of capture_plan.h: which format is taken and how large pictures leave. Test's main thread.
+// Tests of capture_plan.h: which format is taken and how large frames leave. Test's main thread.
 #include "capture/capture_plan.h"
 
 #include <gtest/gtest.h>
@@ -94,7 +94,7 @@ TEST(CapturePlanTest, AFormatThatIsNotWishedForIsTheLastResort) {
   EXPECT_FALSE(planCapture(kWebcam, request).source.encoding.empty());
 }
 
-TEST(CapturePlanTest, ASmoothPictureIsWorthMoreThanALargeOne) {
+TEST(CapturePlanTest, ASmoothVideoIsWorthMoreThanALargeOne) {
   CaptureRequest request = within(4000, 4000);
   request.rule.pixelFormats = {"YUYV"};
   EXPECT_EQ(planCapture(kWebcam, request).source, kWebcam[0]);

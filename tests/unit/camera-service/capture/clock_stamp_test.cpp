@@ -1,4 +1,4 @@
-// Tests of clock_stamp.h: digits stay inside the picture, whatever its size. Test's main thread.
+// Tests of clock_stamp.h: digits stay inside the frame, whatever its size. Test's main thread.
 #include "capture/clock_stamp.h"
 
 #include <gtest/gtest.h>
@@ -33,7 +33,7 @@ TEST(ClockStampTest, DifferentTimesLookDifferent) {
   EXPECT_NE(first, second);
 }
 
-TEST(ClockStampTest, StaysInsideSmallPictures) {
+TEST(ClockStampTest, StaysInsideSmallFrames) {
   for (const std::size_t width : {2U, 10U, 64U, 320U}) {
     for (const std::size_t height : {2U, 12U, 13U, 64U}) {
       Bytes pixels((height + 2) * (width + 8), kUntouched);

@@ -10,7 +10,7 @@ class PolicyChangeTest : public ServiceTest {
   PolicyChangeTest() { gst_init(nullptr, nullptr); }
 };
 
-TEST_F(PolicyChangeTest, ThePictureSizeChangesWhileRunning) {
+TEST_F(PolicyChangeTest, TheFrameSizeChangesWhileRunning) {
   start({"--camera", "test:A,640x480@30"});
   watch(host(), "test:A");
   EXPECT_TRUE(host().records.awaitFrameOf({640, 480}));
