@@ -1,6 +1,5 @@
 // Looking for parts of texts.
-#ifndef LUMSAR_TESTS_SUPPORT_TEXT_H
-#define LUMSAR_TESTS_SUPPORT_TEXT_H
+#pragma once
 
 #include <string_view>
 
@@ -17,5 +16,3 @@ inline int occurrences(std::string_view text, std::string_view part) {
 }
 
 }  // namespace lumsar::test
-
-#endif

@@ -1,6 +1,5 @@
 // Pictures and movies for tests, made by GStreamer, and a look into JPEG data. Test's main thread.
-#ifndef LUMSAR_TESTS_UNIT_CAMERA_SERVICE_MEDIA_H
-#define LUMSAR_TESTS_UNIT_CAMERA_SERVICE_MEDIA_H
+#pragma once
 
 #include <span>
 #include <string>
@@ -20,5 +19,3 @@ struct PictureSize {
 PictureSize jpegSize(std::span<const unsigned char> jpeg);
 
 }  // namespace lumsar::test
-
-#endif

@@ -1,7 +1,6 @@
 // A client and a raw service for the tests of client.h and connection.h. The library's threads call
 // the recorder.
-#ifndef LUMSAR_TESTS_UNIT_IPC_CLIENT_FIXTURE_H
-#define LUMSAR_TESTS_UNIT_IPC_CLIENT_FIXTURE_H
+#pragma once
 
 #include <gtest/gtest.h>
 
@@ -38,5 +37,3 @@ class ClientTest : public ::testing::Test {
 };
 
 }  // namespace lumsar::test
-
-#endif

@@ -1,7 +1,6 @@
 // Recorder: the four callbacks of a client, written down with their threads. The callbacks run on
 // the library's threads, the questions are asked by the test. Thread-safe.
-#ifndef LUMSAR_TESTS_UNIT_IPC_RECORDER_H
-#define LUMSAR_TESTS_UNIT_IPC_RECORDER_H
+#pragma once
 
 #include <functional>
 #include <mutex>
@@ -104,5 +103,3 @@ class Recorder {
 };
 
 }  // namespace lumsar::test
-
-#endif
