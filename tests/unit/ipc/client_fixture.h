@@ -23,10 +23,11 @@ inline constexpr ConnectionTimeouts kShort = {milliseconds(300), milliseconds(20
 
 class ClientTest : public ::testing::Test {
  protected:
-  // Connects `client` to the raw service and returns the service's end.
-  RawPeer connect(IpcClient& client) {
+  // Connects a client to the raw service and returns the service's end.
+  RawPeer connect() { return connect(client); }
+  RawPeer connect(IpcClient& which) {
     auto accepted = std::async(std::launch::async, [this] { return service.welcome(); });
-    EXPECT_EQ(client.connect(path.c_str()), 0);
+    EXPECT_EQ(which.connect(path.c_str()), 0);
     return accepted.get();
   }
 
@@ -34,6 +35,7 @@ class ClientTest : public ::testing::Test {
   std::string path = dir / "s";
   RawListener service{path};
   Recorder recorder;
+  IpcClient client{recorder.params()};
 };
 
 }  // namespace lumsar::test
