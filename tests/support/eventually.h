@@ -1,6 +1,5 @@
 // Waiting for what another thread or process is bound to do.
-#ifndef LUMSAR_TESTS_SUPPORT_EVENTUALLY_H
-#define LUMSAR_TESTS_SUPPORT_EVENTUALLY_H
+#pragma once
 
 #include <chrono>
 #include <thread>
@@ -35,5 +34,3 @@ bool eventuallyIn(Context& context, Condition condition, milliseconds limit = kT
 }
 
 }  // namespace lumsar::test
-
-#endif

@@ -1,6 +1,5 @@
 // A queue of messages on which a test waits. Thread-safe.
-#ifndef LUMSAR_TESTS_SUPPORT_MESSAGE_QUEUE_H
-#define LUMSAR_TESTS_SUPPORT_MESSAGE_QUEUE_H
+#pragma once
 
 #include <condition_variable>
 #include <deque>
@@ -54,5 +53,3 @@ class MessageQueue {
 };
 
 }  // namespace lumsar::test
-
-#endif

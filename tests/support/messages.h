@@ -1,6 +1,5 @@
 // Messages and camera records as tests make and take them apart.
-#ifndef LUMSAR_TESTS_SUPPORT_MESSAGES_H
-#define LUMSAR_TESTS_SUPPORT_MESSAGES_H
+#pragma once
 
 #include <cstdint>
 #include <initializer_list>
@@ -148,5 +147,3 @@ inline unsigned long long hash(View bytes) {
 }
 
 }  // namespace lumsar::test
-
-#endif

@@ -1,7 +1,6 @@
 // A program that a test starts. What it writes is kept and can be waited for. It is killed with the
 // object, and the processes that it has started with it; it does not outlive the test program.
-#ifndef LUMSAR_TESTS_SUPPORT_PROCESS_H
-#define LUMSAR_TESTS_SUPPORT_PROCESS_H
+#pragma once
 
 #include <sys/types.h>
 
@@ -85,5 +84,3 @@ class Process {
 };
 
 }  // namespace lumsar::test
-
-#endif

@@ -1,6 +1,5 @@
 // Plain stream sockets that do exactly what a test says, right or wrong.
-#ifndef LUMSAR_TESTS_SUPPORT_RAW_PEER_H
-#define LUMSAR_TESTS_SUPPORT_RAW_PEER_H
+#pragma once
 
 #include <optional>
 #include <string>
@@ -62,5 +61,3 @@ class RawListener {
 };
 
 }  // namespace lumsar::test
-
-#endif

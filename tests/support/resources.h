@@ -1,6 +1,5 @@
 // What this process holds, to be compared before and after.
-#ifndef LUMSAR_TESTS_SUPPORT_RESOURCES_H
-#define LUMSAR_TESTS_SUPPORT_RESOURCES_H
+#pragma once
 
 #include <chrono>
 #include <cstddef>
@@ -29,5 +28,3 @@ inline std::size_t threadsAtRest() {
 }
 
 }  // namespace lumsar::test
-
-#endif

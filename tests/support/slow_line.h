@@ -1,7 +1,6 @@
 // A line between clients and a server, both on Unix sockets, that carries no more than so many
 // bytes a second to the server, and whatever comes to the client. One thread a connection.
-#ifndef LUMSAR_TESTS_SUPPORT_SLOW_LINE_H
-#define LUMSAR_TESTS_SUPPORT_SLOW_LINE_H
+#pragma once
 
 #include <atomic>
 #include <list>
@@ -32,5 +31,3 @@ class SlowLine {
 };
 
 }  // namespace lumsar::test
-
-#endif

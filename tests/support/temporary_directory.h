@@ -1,6 +1,5 @@
 // A directory that is removed with the object, and whole files as texts.
-#ifndef LUMSAR_TESTS_SUPPORT_TEMPORARY_DIRECTORY_H
-#define LUMSAR_TESTS_SUPPORT_TEMPORARY_DIRECTORY_H
+#pragma once
 
 #include <algorithm>
 #include <filesystem>
@@ -39,5 +38,3 @@ inline void writeFile(const std::string& path, std::string_view content) {
 }
 
 }  // namespace lumsar::test
-
-#endif

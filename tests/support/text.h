@@ -1,13 +1,14 @@
-// Looking for parts of texts.
-#ifndef LUMSAR_TESTS_SUPPORT_TEXT_H
-#define LUMSAR_TESTS_SUPPORT_TEXT_H
+// Looking for parts of texts, and the texts of exceptions.
+#pragma once
 
+#include <exception>
+#include <string>
 #include <string_view>
 
 namespace lumsar::test {
 
 inline bool has(std::string_view text, std::string_view part) {
-  return text.find(part) != std::string_view::npos;
+  return text.find(part) != text.npos;
 }
 
 inline int occurrences(std::string_view text, std::string_view part) {
@@ -16,6 +17,15 @@ inline int occurrences(std::string_view text, std::string_view part) {
   return found;
 }
 
-}  // namespace lumsar::test
+// What is said by the Error that `action` throws; "no error" when it throws none.
+template <class Error = std::exception, class Action>
+std::string errorOf(Action action) {
+  try {
+    action();
+  } catch (const Error& error) {
+    return error.what();
+  }
+  return "no error";
+}
 
-#endif
+}  // namespace lumsar::test

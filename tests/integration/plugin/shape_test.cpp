@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "lumsar/plugin.h"
+#include "support/text.h"
 
 namespace lumsar::test {
 namespace {
@@ -128,12 +129,7 @@ TEST(Shape, StaysMappedAfterDlclose) {
 }
 
 std::string failureOf(const std::string& path) {
-  try {
-    const Plugin plugin(path);
-  } catch (const std::runtime_error& error) {
-    return error.what();
-  }
-  return "loaded";
+  return errorOf<std::runtime_error>([&] { const Plugin plugin(path); });
 }
 
 TEST(Loader, MissingFile) {

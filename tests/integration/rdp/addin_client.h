@@ -1,8 +1,7 @@
 // AddInClient: an RDP client that knows nothing of the cameras but the name of one add-in, as
 // xfreerdp does, without a screen. Its loop runs on a thread of its own; the test's thread makes
 // and destroys it.
-#ifndef LUMSAR_TESTS_INTEGRATION_RDP_ADDIN_CLIENT_H
-#define LUMSAR_TESTS_INTEGRATION_RDP_ADDIN_CLIENT_H
+#pragma once
 
 #include <dlfcn.h>
 #include <freerdp/channels/channels.h>
@@ -109,5 +108,3 @@ class AddInClient {
 };
 
 }  // namespace lumsar::test
-
-#endif

@@ -1,7 +1,6 @@
 // The test's own camera service, for one host at a time. It listens as long as it lives; its end is
 // a killed service. It answers the list call by itself; everything else waits in messages().
-#ifndef LUMSAR_TESTS_INTEGRATION_RDP_CAMERA_SERVICE_H
-#define LUMSAR_TESTS_INTEGRATION_RDP_CAMERA_SERVICE_H
+#pragma once
 
 #include <atomic>
 #include <filesystem>
@@ -49,5 +48,3 @@ class CameraService {
 };
 
 }  // namespace lumsar::test
-
-#endif

@@ -2,8 +2,7 @@
 // only use is the channel "lumsar". The test plays the VM: it sends bytes and takes messages.
 //
 // The server's thread serves one client at a time; all members are thread-safe.
-#ifndef LUMSAR_TESTS_INTEGRATION_RDP_RDP_SERVER_H
-#define LUMSAR_TESTS_INTEGRATION_RDP_RDP_SERVER_H
+#pragma once
 
 #include <freerdp/peer.h>
 
@@ -110,5 +109,3 @@ class RdpServer {
 void makeCertificate(const std::string& directory, const std::string& name);
 
 }  // namespace lumsar::test
-
-#endif

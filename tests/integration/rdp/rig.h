@@ -1,7 +1,6 @@
 // What every RDP test needs: a camera service and an RDP server played by the test, and lumsar-rdp
 // between them. One to a test, with a directory of its own.
-#ifndef LUMSAR_TESTS_INTEGRATION_RDP_RIG_H
-#define LUMSAR_TESTS_INTEGRATION_RDP_RIG_H
+#pragma once
 
 #include <gtest/gtest.h>
 
@@ -72,5 +71,3 @@ class Rig : public testing::Test {
 };
 
 }  // namespace lumsar::test
-
-#endif

@@ -1,8 +1,7 @@
 // What the IPC library for tests and the test program share: a table of eight functions that stands
 // for the library's body. The program fills it and publishes its address in the environment; the
 // library, which the plug-in loads and unloads as it likes, forwards every call to it.
-#ifndef LUMSAR_TESTS_SUPPORT_IPC_STUB_STUB_H
-#define LUMSAR_TESTS_SUPPORT_IPC_STUB_STUB_H
+#pragma once
 
 #include "lumsar/vdi_ipc.h"
 
@@ -23,5 +22,3 @@ struct IpcTable {
 inline constexpr const char* kIpcTableVariable = "LUMSAR_TEST_IPC_TABLE";
 
 }  // namespace lumsar::test
-
-#endif

@@ -1,8 +1,7 @@
 // The log lines of operations that many tests pass through, so that each test can name its whole
 // list of lines.
 // `config` and `path` are texts as the host gave them or as they must come out.
-#ifndef LUMSAR_TESTS_SUPPORT_PLUGIN_EXPECTED_LINES_H
-#define LUMSAR_TESTS_SUPPORT_PLUGIN_EXPECTED_LINES_H
+#pragma once
 
 #include <string>
 
@@ -46,5 +45,3 @@ Lines commandLines(const std::string& command, int outputSize = 0);
 Lines rdpHelloLines(int result, unsigned int token);
 
 }  // namespace lumsar::test
-
-#endif

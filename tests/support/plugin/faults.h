@@ -2,8 +2,7 @@
 // Linked only into programs that ask for it, for it takes the place of the process's allocator
 // (with a sanitizer: of its operator new) and of pthread_create.
 // State is per thread: what other threads allocate is neither counted nor failed.
-#ifndef LUMSAR_TESTS_SUPPORT_PLUGIN_FAULTS_H
-#define LUMSAR_TESTS_SUPPORT_PLUGIN_FAULTS_H
+#pragma once
 
 #include <cstddef>
 
@@ -33,5 +32,3 @@ class FailingThreads {
 };
 
 }  // namespace lumsar::test
-
-#endif

@@ -1,7 +1,6 @@
 // HostRecord: the host's callables, which record bytes, addresses and threads.
 // One per process, for an RDP host's send function is a plain function.
-#ifndef LUMSAR_TESTS_SUPPORT_PLUGIN_HOST_RECORD_H
-#define LUMSAR_TESTS_SUPPORT_PLUGIN_HOST_RECORD_H
+#pragma once
 
 #include <condition_variable>
 #include <cstddef>
@@ -61,5 +60,3 @@ class HostRecord {
 };
 
 }  // namespace lumsar::test
-
-#endif

@@ -2,8 +2,7 @@
 // scripts them, records each call whole, and calls the plug-in's four callbacks.
 // Called by the plug-in on any thread; scripted and read by the test on its own.
 // One per process, for there is one plug-in per process.
-#ifndef LUMSAR_TESTS_SUPPORT_PLUGIN_IPC_PEER_H
-#define LUMSAR_TESTS_SUPPORT_PLUGIN_IPC_PEER_H
+#pragma once
 
 #include <atomic>
 #include <chrono>
@@ -100,5 +99,3 @@ std::string sendOf(std::uint32_t type, const Bytes& payload);
 std::string listRequest(unsigned int capacity);
 
 }  // namespace lumsar::test
-
-#endif

@@ -2,8 +2,7 @@
 // Installed as the process's message handler by main(); lines may come on any thread.
 // A line is compared as one text, "<level>: <text>", with "[category]" behind the level when the
 // category is not "default".
-#ifndef LUMSAR_TESTS_SUPPORT_PLUGIN_LOG_RECORD_H
-#define LUMSAR_TESTS_SUPPORT_PLUGIN_LOG_RECORD_H
+#pragma once
 
 #include <QString>
 #include <condition_variable>
@@ -66,5 +65,3 @@ class LogRecord {
 };
 
 }  // namespace lumsar::test
-
-#endif

@@ -3,8 +3,7 @@
 // Each test needs a process of its own, for the plug-in has one object per process; ctest gives it.
 // A test must name everything: whatever log line, IPC call or send it leaves untaken fails it,
 // unless its fixture is Loose.
-#ifndef LUMSAR_TESTS_PLUGIN_TEST_H
-#define LUMSAR_TESTS_PLUGIN_TEST_H
+#pragma once
 
 #include <gtest/gtest.h>
 
@@ -92,5 +91,3 @@ class OverRdp : public Fixture {
 };
 
 }  // namespace lumsar::test
-
-#endif

@@ -1,7 +1,6 @@
 // TokenWindow: the tokens that a HELLO made since its construction can carry. A token is drawn from
 // Qt's generator, seeded with the second and millisecond of the wall clock.
-#ifndef LUMSAR_TESTS_SUPPORT_PLUGIN_TOKEN_H
-#define LUMSAR_TESTS_SUPPORT_PLUGIN_TOKEN_H
+#pragma once
 
 #include <QTime>
 
@@ -16,5 +15,3 @@ class TokenWindow {
 };
 
 }  // namespace lumsar::test
-
-#endif

@@ -1,8 +1,7 @@
 // Bytes of messages, written out by hand and not with the plug-in's own headers, so that a mistake
 // in those shows.
 // show() turns bytes into text without loss, for comparisons that can be read.
-#ifndef LUMSAR_TESTS_SUPPORT_PLUGIN_WIRE_H
-#define LUMSAR_TESTS_SUPPORT_PLUGIN_WIRE_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -41,5 +40,3 @@ Bytes pattern(std::size_t size);
 std::string show(const Bytes& bytes);
 
 }  // namespace lumsar::test
-
-#endif

@@ -1,7 +1,6 @@
 // A SinkFactory whose sinks want what the test says and remember what they were shown.
 // Used by the tests of lumsar-agent, on one thread.
-#ifndef LUMSAR_TESTS_UNIT_AGENT_FAKE_OUTPUT_H
-#define LUMSAR_TESTS_UNIT_AGENT_FAKE_OUTPUT_H
+#pragma once
 
 #include "outputs/sink.h"
 
@@ -52,5 +51,3 @@ class FakeOutput : public SinkFactory {
 };
 
 }  // namespace lumsar::test
-
-#endif

@@ -1,6 +1,5 @@
 // A plain browser: requests to the page's server on 127.0.0.1.
-#ifndef LUMSAR_TESTS_UNIT_AGENT_HTTP_H
-#define LUMSAR_TESTS_UNIT_AGENT_HTTP_H
+#pragma once
 
 #include <string>
 
@@ -29,5 +28,3 @@ inline std::string bodyOf(const std::string& answer) {
 }
 
 }  // namespace lumsar::test
-
-#endif

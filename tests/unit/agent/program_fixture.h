@@ -1,6 +1,5 @@
 // The whole program in this process, with its sockets and files in a directory of the test.
-#ifndef LUMSAR_TESTS_UNIT_AGENT_PROGRAM_FIXTURE_H
-#define LUMSAR_TESTS_UNIT_AGENT_PROGRAM_FIXTURE_H
+#pragma once
 
 #include <gtest/gtest.h>
 
@@ -76,5 +75,3 @@ class ProgramFixture : public testing::Test {
 };
 
 }  // namespace lumsar::test
-
-#endif

@@ -3,17 +3,15 @@
 #include <gtest/gtest.h>
 
 #include "base/errors.h"
+#include "support/text.h"
 
-namespace lumsar::base {
+namespace lumsar::test {
 namespace {
 
+using namespace base;
+
 std::string refusal(const std::string& address) {
-  try {
-    toSockaddr(parseAddress(address));
-  } catch (const UsageError& error) {
-    return error.what();
-  }
-  return {};
+  return errorOf<UsageError>([&] { toSockaddr(parseAddress(address)); });
 }
 
 TEST(Address, HasAPathOrAHostAndAPort) {
@@ -44,7 +42,7 @@ TEST(Address, IsRefusedWithAReason) {
 }
 
 TEST(Address, OfASocketHasRoomFor107Bytes) {
-  EXPECT_EQ(refusal("unix:" + std::string(107, 'x')), "");
+  EXPECT_EQ(refusal("unix:" + std::string(107, 'x')), "no error");
   EXPECT_NE(refusal("unix:" + std::string(108, 'x')).find("too long; at most 107 bytes"),
             std::string::npos);
   EXPECT_THROW(toSockaddr({std::string(108, 'x'), {}, 0}), UsageError);
@@ -73,4 +71,4 @@ TEST(HostAndPort, AreSplit) {
 }
 
 }  // namespace
-}  // namespace lumsar::base
+}  // namespace lumsar::test

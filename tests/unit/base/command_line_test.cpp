@@ -4,10 +4,12 @@
 
 #include "base/errors.h"
 #include "base/version.h"
+#include "support/text.h"
 
-namespace lumsar::base {
+namespace lumsar::test {
 namespace {
 
+using namespace base;
 using namespace std::chrono_literals;
 
 enum class Protocol { Spice, Rdp };
@@ -72,12 +74,7 @@ Options parse(const std::vector<const char*>& words) {
 
 std::string refusal(const std::vector<const char*>& words, bool argument = true) {
   Options options;
-  try {
-    parse(lineFor(options, argument), words);
-  } catch (const UsageError& error) {
-    return error.what();
-  }
-  return "not refused";
+  return errorOf<UsageError>([&] { parse(lineFor(options, argument), words); });
 }
 
 TEST(CommandLine, TakesValuesOfAllKinds) {
@@ -211,4 +208,4 @@ TEST(RunProgram, TurnsErrorsIntoExitStatuses) {
 }
 
 }  // namespace
-}  // namespace lumsar::base
+}  // namespace lumsar::test

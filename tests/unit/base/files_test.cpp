@@ -13,6 +13,7 @@
 #include "base/dynamic_library.h"
 #include "base/fd.h"
 #include "support/temporary_directory.h"
+#include "support/text.h"
 
 namespace lumsar::test {
 namespace {
@@ -89,16 +90,8 @@ TEST(DynamicLibrary, BindsFunctionsAndSaysWhatIsMissing) {
   double (*cosine)(double) = nullptr;
   library.bind("cos", cosine);
   EXPECT_EQ(cosine(0), 1);
-  const auto textOf = [](auto action) {
-    try {
-      action();
-    } catch (const Failure& failure) {
-      return std::string(failure.what());
-    }
-    return std::string();
-  };
-  EXPECT_NE(textOf([&] { library.bind("no_such", cosine); }).find("no_such"), std::string::npos);
-  EXPECT_NE(textOf([] { DynamicLibrary("libno-such.so"); }).find("libno-such"), std::string::npos);
+  EXPECT_TRUE(has(errorOf<Failure>([&] { library.bind("no_such", cosine); }), "no_such"));
+  EXPECT_TRUE(has(errorOf<Failure>([] { DynamicLibrary("libno-such.so"); }), "libno-such"));
 }
 
 }  // namespace

@@ -5,8 +5,10 @@
 #include "base/bytes.h"
 #include "base/event_fd.h"
 
-namespace lumsar::base {
+namespace lumsar::test {
 namespace {
+
+using namespace base;
 
 TEST(Format, BuildsTexts) {
   const std::string name = "Front door";
@@ -55,4 +57,4 @@ TEST(EventFd, IsReadableUntilItIsCleared) {
 }
 
 }  // namespace
-}  // namespace lumsar::base
+}  // namespace lumsar::test

@@ -6,8 +6,10 @@
 
 #include <cstdlib>
 
-namespace lumsar::base {
+namespace lumsar::test {
 namespace {
+
+using namespace base;
 
 // What `write` logs.
 template <class Write>
@@ -61,4 +63,4 @@ TEST_F(Log, IgnoresTheJournalOfAnotherStream) {
 }
 
 }  // namespace
-}  // namespace lumsar::base
+}  // namespace lumsar::test

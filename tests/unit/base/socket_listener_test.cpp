@@ -10,10 +10,15 @@
 #include <fstream>
 
 #include "base/format.h"
-#include "base/temporary_directory.h"
+#include "support/raw_peer.h"
+#include "support/temporary_directory.h"
+#include "support/text.h"
 
-namespace lumsar::base {
+namespace lumsar::test {
 namespace {
+
+using namespace base;
+using test::TemporaryDirectory;
 
 using Directory = SocketListener::Directory;
 
@@ -26,30 +31,9 @@ unsigned int modeOf(const std::string& path) {
   return ::lstat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
 }
 
-UniqueFd connectTo(const Address& address) {
-  const SocketAddress target = toSockaddr(address);
-  UniqueFd fd(::socket(target.storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (::connect(fd.get(), target.get(), target.size) != 0) fd.reset();
-  return fd;
-}
-
-// A listening socket whose file nobody removes.
-UniqueFd bareListener(const std::string& path) {
-  const SocketAddress target = toSockaddr(unixAddress(path));
-  UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  EXPECT_EQ(::bind(fd.get(), target.get(), target.size), 0) << systemError();
-  EXPECT_EQ(::listen(fd.get(), 4), 0);
-  return fd;
-}
-
 template <class Error>
-std::string errorOf(const Address& address, Directory directory = Directory::AsItIs) {
-  try {
-    const SocketListener listener = SocketListener::at(address, directory);
-  } catch (const Error& error) {
-    return error.what();
-  }
-  return {};
+std::string listenError(const Address& address, Directory directory = Directory::AsItIs) {
+  return errorOf<Error>([&] { SocketListener::at(address, directory); });
 }
 
 TEST(SocketListener, DirectoryAndSocketAreTheUsersOwn) {
@@ -60,7 +44,7 @@ TEST(SocketListener, DirectoryAndSocketAreTheUsersOwn) {
   EXPECT_EQ(modeOf(dir / "lumsar"), 0700U);
   EXPECT_EQ(modeOf(dir / "lumsar/x.sock"), 0600U);
   EXPECT_EQ(listener.name(), dir / "lumsar/x.sock");
-  EXPECT_TRUE(connectTo(unixAddress(dir / "lumsar/x.sock")));
+  EXPECT_TRUE(RawPeer(dir / "lumsar/x.sock").connected());
 }
 
 TEST(SocketListener, ALooseDirectoryIsMadePrivateOrLeftAsItIs) {
@@ -84,35 +68,36 @@ TEST(SocketListener, TheFileGoesWithTheListener) {
 
 TEST(SocketListener, ASuccessorsFileStays) {
   const TemporaryDirectory dir;
-  UniqueFd successor;
+  std::optional<RawListener> successor;
   {
     const auto listener = SocketListener::at(unixAddress(dir / "x.sock"));
     std::filesystem::rename(dir / "x.sock", dir / "former.sock");
-    successor = bareListener(dir / "x.sock");
+    successor.emplace(dir / "x.sock");
   }
   EXPECT_TRUE(std::filesystem::exists(dir / "x.sock"));
 }
 
 TEST(SocketListener, AStaleSocketIsReplaced) {
   const TemporaryDirectory dir;
-  bareListener(dir / "x.sock").reset();
+  { const RawListener dead(dir / "x.sock"); }
   ASSERT_TRUE(std::filesystem::exists(dir / "x.sock"));
   const auto listener = SocketListener::at(unixAddress(dir / "x.sock"));
-  EXPECT_TRUE(connectTo(unixAddress(dir / "x.sock")));
+  EXPECT_TRUE(RawPeer(dir / "x.sock").connected());
 }
 
 TEST(SocketListener, ALiveSocketIsRefused) {
   const TemporaryDirectory dir;
   const auto listener = SocketListener::at(unixAddress(dir / "x.sock"));
-  EXPECT_NE(errorOf<AddressInUse>(unixAddress(dir / "x.sock")).find("another program serves it"),
-            std::string::npos);
-  EXPECT_TRUE(connectTo(unixAddress(dir / "x.sock")));
+  EXPECT_NE(
+      listenError<AddressInUse>(unixAddress(dir / "x.sock")).find("another program serves it"),
+      std::string::npos);
+  EXPECT_TRUE(RawPeer(dir / "x.sock").connected());
 }
 
 TEST(SocketListener, AFileThatIsNotASocketIsLeftAlone) {
   const TemporaryDirectory dir;
   std::ofstream(dir / "x.sock") << "precious";
-  EXPECT_NE(errorOf<Failure>(unixAddress(dir / "x.sock")).find("a file that is not a socket"),
+  EXPECT_NE(listenError<Failure>(unixAddress(dir / "x.sock")).find("a file that is not a socket"),
             std::string::npos);
   EXPECT_EQ(std::filesystem::file_size(dir / "x.sock"), 8U);
 }
@@ -120,21 +105,22 @@ TEST(SocketListener, AFileThatIsNotASocketIsLeftAlone) {
 TEST(SocketListener, AMissingDirectoryIsSaid) {
   const TemporaryDirectory dir;
   const Address address = unixAddress(dir / "no/such/x.sock");
-  EXPECT_NE(errorOf<Failure>(address, Directory::Make).find("cannot create the directory"),
+  EXPECT_NE(listenError<Failure>(address, Directory::Make).find("cannot make the directory"),
             std::string::npos);
-  EXPECT_NE(errorOf<Failure>(address).find("check that its directory exists"), std::string::npos);
+  EXPECT_NE(listenError<Failure>(address).find("check that its directory exists"),
+            std::string::npos);
 }
 
 TEST(SocketListener, ListensOnLoopbackUnlessToldOtherwise) {
   const auto loopback = SocketListener::at(parseAddress("tcp:0"));
   EXPECT_TRUE(loopback.name().starts_with("tcp:127.0.0.1:")) << loopback.name();
-  EXPECT_TRUE(connectTo(parseAddress(loopback.name())));
+  EXPECT_TRUE(RawPeer(loopback.name()).connected());
   EXPECT_TRUE(SocketListener::at(parseAddress("tcp:0.0.0.0:0")).name().starts_with("tcp:0.0.0.0:"));
 }
 
 TEST(SocketListener, ATakenPortIsSaidToBeTaken) {
   const auto first = SocketListener::at(parseAddress("tcp:0"));
-  const std::string error = errorOf<AddressInUse>(parseAddress(first.name()));
+  const std::string error = listenError<AddressInUse>(parseAddress(first.name()));
   EXPECT_NE(error.find("already in use; stop the program"), std::string::npos) << error;
 }
 
@@ -154,9 +140,9 @@ int inheritIn(const std::string& path, bool good) {
     ::waitpid(child, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
-  const UniqueFd manager = bareListener(path);
-  const UniqueFd probe = connectTo(unixAddress(path));
-  const int copy = ::fcntl(good ? manager.get() : probe.get(), F_DUPFD, 64);
+  const RawListener manager(path);
+  const RawPeer probe(path);
+  const int copy = ::fcntl(good ? manager.fd() : probe.fd(), F_DUPFD, 64);
   ::dup2(copy, 3);
   ::setenv("LISTEN_PID", std::to_string(::getpid()).c_str(), 1);
   ::setenv("LISTEN_FDS", "1", 1);
@@ -185,4 +171,4 @@ TEST(SocketListener, AManagersSocketOfAnotherKindIsRefused) {
 }
 
 }  // namespace
-}  // namespace lumsar::base
+}  // namespace lumsar::test

@@ -6,10 +6,12 @@
 #include "base/duration.h"
 #include "base/errors.h"
 #include "base/latency.h"
+#include "support/text.h"
 
-namespace lumsar::base {
+namespace lumsar::test {
 namespace {
 
+using namespace base;
 using namespace std::chrono_literals;
 
 TEST(Duration, TakesAllUnitsAndFractions) {
@@ -24,12 +26,7 @@ TEST(Duration, TakesAllUnitsAndFractions) {
 }
 
 std::string refusal(const char* duration) {
-  try {
-    parseDuration(duration);
-  } catch (const UsageError& error) {
-    return error.what();
-  }
-  return "not refused";
+  return errorOf<UsageError>([&] { parseDuration(duration); });
 }
 
 TEST(Duration, RefusesTheRestAndSaysWhatIsExpected) {
@@ -78,4 +75,4 @@ TEST(Latencies, KnowMedianAndWorst) {
 }
 
 }  // namespace
-}  // namespace lumsar::base
+}  // namespace lumsar::test

@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
-namespace lumsar::base {
+namespace lumsar::test {
 namespace {
+
+using namespace base;
 
 TEST(Utf8, MakesPeersTextsHarmless) {
   EXPECT_EQ(clean("a\nb\x1b[31m\x7f"), "a?b?[31m?");
@@ -38,4 +40,4 @@ TEST(Utf8, KnowsTheLengthOfASequence) {
 }
 
 }  // namespace
-}  // namespace lumsar::base
+}  // namespace lumsar::test

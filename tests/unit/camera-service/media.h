@@ -1,7 +1,5 @@
-// Still images and video files for tests, made by GStreamer, and a look into JPEG data. Test's main
-// thread.
-#ifndef LUMSAR_TESTS_UNIT_CAMERA_SERVICE_MEDIA_H
-#define LUMSAR_TESTS_UNIT_CAMERA_SERVICE_MEDIA_H
+// Pictures and movies for tests, made by GStreamer, and a look into JPEG data. Test's main thread.
+#pragma once
 
 #include <span>
 #include <string>
@@ -21,5 +19,3 @@ struct PictureSize {
 PictureSize jpegSize(std::span<const unsigned char> jpeg);
 
 }  // namespace lumsar::test
-
-#endif

@@ -1,7 +1,6 @@
 // A camera service in a process of its own, and hosts that talk to it as the plug-in would, with
 // the VM's part played by the test. Test's main thread; records arrive on the client's threads.
-#ifndef LUMSAR_TESTS_UNIT_CAMERA_SERVICE_TEST_HOST_H
-#define LUMSAR_TESTS_UNIT_CAMERA_SERVICE_TEST_HOST_H
+#pragma once
 
 #include <gtest/gtest.h>
 
@@ -118,5 +117,3 @@ class ServiceTest : public ::testing::Test {
 };
 
 }  // namespace lumsar::test
-
-#endif

@@ -6,8 +6,7 @@ namespace lumsar::test {
 namespace {
 
 TEST_F(ClientTest, ASynchronousCallIsAnsweredByItsNumber) {
-  IpcClient client(recorder.params());
-  const RawPeer peer = connect(client);
+  const RawPeer peer = connect();
   auto answering = std::async(std::launch::async, [&] {
     const Bytes request = peer.receive();
     const std::uint64_t number = callNumber(readHeader(request.data()));
@@ -29,8 +28,7 @@ TEST_F(ClientTest, ASynchronousCallIsAnsweredByItsNumber) {
 }
 
 TEST_F(ClientTest, AReplyThatDoesNotFit) {
-  IpcClient client(recorder.params());
-  const RawPeer peer = connect(client);
+  const RawPeer peer = connect();
   auto answering = std::async(std::launch::async, [&] {
     const Bytes request = peer.receive();
     peer.send(callMessage(1, std::string(1000, 'x'), callNumber(readHeader(request.data()))));
@@ -43,20 +41,19 @@ TEST_F(ClientTest, AReplyThatDoesNotFit) {
 }
 
 TEST_F(ClientTest, ACallHasATimeLimitAndALateReplyIsDropped) {
-  IpcClient client(recorder.params(), kShort);
-  const RawPeer peer = connect(client);
+  IpcClient own(recorder.params(), kShort);
+  const RawPeer peer = connect(own);
   unsigned int size = 0;
-  EXPECT_EQ(client.call(message(1), nullptr, &size), IPC_ERROR_REPLY_TIMEOUT);
+  EXPECT_EQ(own.call(message(1), nullptr, &size), IPC_ERROR_REPLY_TIMEOUT);
   peer.send(callMessage(1, "late", callNumber(readHeader(peer.receive().data()))));
   peer.send(message(IPC_MSG_DATA));
   ASSERT_TRUE(recorder.awaitMessages(1));
   EXPECT_EQ(recorder.messageCount(), 1U);
-  EXPECT_TRUE(client.connected());
+  EXPECT_TRUE(own.connected());
 }
 
 TEST_F(ClientTest, ACallEndsWithTheConnection) {
-  IpcClient client(recorder.params());
-  RawPeer peer = connect(client);
+  RawPeer peer = connect();
   auto calling = std::async(std::launch::async, [&] {
     unsigned int size = 0;
     return client.call(message(1), nullptr, &size);
@@ -67,8 +64,7 @@ TEST_F(ClientTest, ACallEndsWithTheConnection) {
 }
 
 TEST_F(ClientTest, ACallEndsWithDisconnect) {
-  IpcClient client(recorder.params());
-  const RawPeer peer = connect(client);
+  const RawPeer peer = connect();
   auto calling = std::async(std::launch::async, [&] {
     unsigned int size = 0;
     return client.call(message(1), nullptr, &size);
@@ -80,19 +76,18 @@ TEST_F(ClientTest, ACallEndsWithDisconnect) {
 
 TEST_F(ClientTest, ACallInsideACallbackIsRefused) {
   std::promise<int> result;
-  IpcClient client(recorder.params());
+  IpcClient own(recorder.params());
   recorder.duringReceive = [&](unsigned char*, int) {
     unsigned int size = 0;
-    result.set_value(client.call(message(1), nullptr, &size));
+    result.set_value(own.call(message(1), nullptr, &size));
   };
-  const RawPeer peer = connect(client);
+  const RawPeer peer = connect(own);
   peer.send(message(IPC_MSG_DATA));
   EXPECT_EQ(result.get_future().get(), IPC_ERROR_IN_CALLBACK);
 }
 
 TEST_F(ClientTest, CallsOfSeveralThreadsGetTheirOwnReplies) {
-  IpcClient client(recorder.params());
-  const RawPeer peer = connect(client);
+  const RawPeer peer = connect();
   constexpr int kCalls = 100;
   auto answering = std::async(std::launch::async, [&] {
     for (int left = 4 * kCalls; left > 0; --left) {

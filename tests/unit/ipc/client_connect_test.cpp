@@ -11,7 +11,6 @@ namespace lumsar::test {
 namespace {
 
 TEST_F(ClientTest, ConnectReturnsAfterTheWelcome) {
-  IpcClient client(recorder.params());
   std::atomic<bool> welcomed = false;
   auto accepted = std::async(std::launch::async, [&] {
     RawPeer peer = service.accept();
@@ -28,21 +27,19 @@ TEST_F(ClientTest, ConnectReturnsAfterTheWelcome) {
 }
 
 TEST_F(ClientTest, IntroducesItselfByName) {
-  IpcClient client(recorder.params());
-  const RawPeer peer = connect(client);
+  const RawPeer peer = connect();
   EXPECT_EQ(readHeader(service.request.data()).type, IPC_MSG_CONNECT_REQUEST);
   EXPECT_EQ(textOf(payloadOf(service.request)), "vm-7");
 }
 
 TEST_F(ClientTest, ANameWithoutTerminatorIsCutAt32Bytes) {
   Recorder unterminated(std::string(40, 'n'));
-  IpcClient client(unterminated.params());
-  const RawPeer peer = connect(client);
+  IpcClient own(unterminated.params());
+  const RawPeer peer = connect(own);
   EXPECT_EQ(textOf(payloadOf(service.request)), std::string(32, 'n'));
 }
 
 TEST_F(ClientTest, AWelcomeWithACodeIsThatError) {
-  IpcClient client(recorder.params());
   auto accepted =
       std::async(std::launch::async, [this] { return service.welcome(IPC_ERROR_OTHER_USER); });
   EXPECT_EQ(client.connect(path.c_str()), IPC_ERROR_OTHER_USER);
@@ -50,13 +47,13 @@ TEST_F(ClientTest, AWelcomeWithACodeIsThatError) {
 }
 
 TEST_F(ClientTest, ConnectErrors) {
-  IpcClient client(recorder.params(), kShort);
-  EXPECT_EQ(client.connect(nullptr), IPC_ERROR_PARAMETER);
-  EXPECT_EQ(client.connect((dir / "nobody").c_str()), IPC_ERROR_NO_SERVICE);
-  EXPECT_EQ(client.connect(("/" + std::string(200, 'x')).c_str()), IPC_ERROR_PATH_TOO_LONG);
+  IpcClient own(recorder.params(), kShort);
+  EXPECT_EQ(own.connect(nullptr), IPC_ERROR_PARAMETER);
+  EXPECT_EQ(own.connect((dir / "nobody").c_str()), IPC_ERROR_NO_SERVICE);
+  EXPECT_EQ(own.connect(("/" + std::string(200, 'x')).c_str()), IPC_ERROR_PATH_TOO_LONG);
   { const RawListener dead(dir / "dead"); }
-  EXPECT_EQ(client.connect((dir / "dead").c_str()), IPC_ERROR_NO_SERVICE);
-  EXPECT_EQ(client.connect(path.c_str()), IPC_ERROR_CONNECT_TIMEOUT) << "no welcome comes";
+  EXPECT_EQ(own.connect((dir / "dead").c_str()), IPC_ERROR_NO_SERVICE);
+  EXPECT_EQ(own.connect(path.c_str()), IPC_ERROR_CONNECT_TIMEOUT) << "no welcome comes";
   EXPECT_EQ(recorder.connects(), 0);
   EXPECT_TRUE(recorder.closes().empty());
 }
@@ -65,25 +62,22 @@ TEST_F(ClientTest, WithoutDescriptorsThereIsNoConnection) {
 #ifdef __SANITIZE_ADDRESS__
   GTEST_SKIP() << "the sanitizer's own checks need descriptors";
 #endif
-  IpcClient client(recorder.params());
   rlimit before = {};
   ::getrlimit(RLIMIT_NOFILE, &before);
   const rlimit none = {0, before.rlim_max};
   ::setrlimit(RLIMIT_NOFILE, &none);
   EXPECT_EQ(client.connect(path.c_str()), IPC_ERROR_SYSTEM);
   ::setrlimit(RLIMIT_NOFILE, &before);
-  const RawPeer peer = connect(client);
+  const RawPeer peer = connect();
   EXPECT_TRUE(client.connected());
 }
 
 TEST_F(ClientTest, AServiceThatHangsUpBeforeTheWelcomeRefuses) {
-  IpcClient client(recorder.params());
   auto accepted = std::async(std::launch::async, [this] { service.accept().receive(); });
   EXPECT_EQ(client.connect(path.c_str()), IPC_ERROR_REFUSED);
 }
 
 TEST_F(ClientTest, AWelcomeThatIsNoneEndsTheAttempt) {
-  IpcClient client(recorder.params());
   auto garbage = std::async(std::launch::async, [this] {
     const RawPeer peer = service.accept();
     peer.send(Bytes(64, 'g'));
@@ -101,7 +95,7 @@ TEST_F(ClientTest, AWelcomeThatIsNoneEndsTheAttempt) {
 }
 
 TEST_F(ClientTest, AFullQueueOfNewcomersIsWaitedForOnlySoLong) {
-  IpcClient client(recorder.params(), kShort);
+  IpcClient own(recorder.params(), kShort);
   std::vector<UniqueFd> sockets;  // which nobody accepts
   for (int i = 0; i < 64; ++i) {
     base::UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
@@ -109,11 +103,10 @@ TEST_F(ClientTest, AFullQueueOfNewcomersIsWaitedForOnlySoLong) {
     ::connect(socket.get(), address.get(), address.size);
     sockets.push_back(std::move(socket));
   }
-  EXPECT_EQ(client.connect(path.c_str()), IPC_ERROR_CONNECT_TIMEOUT);
+  EXPECT_EQ(own.connect(path.c_str()), IPC_ERROR_CONNECT_TIMEOUT);
 }
 
 TEST_F(ClientTest, InTheBackgroundSuccessIsOnConnect) {
-  IpcClient client(recorder.params());
   auto accepted = std::async(std::launch::async, [this] { return service.welcome(); });
   EXPECT_EQ(client.connectInBackground(path.c_str()), 0);
   EXPECT_TRUE(recorder.awaitConnect());
@@ -121,7 +114,6 @@ TEST_F(ClientTest, InTheBackgroundSuccessIsOnConnect) {
 }
 
 TEST_F(ClientTest, InTheBackgroundFailureIsOnClose) {
-  IpcClient client(recorder.params());
   EXPECT_EQ(client.connectInBackground((dir / "nobody").c_str()), 0);
   ASSERT_TRUE(recorder.awaitClose());
   EXPECT_EQ(recorder.closes(), std::vector<int>{IPC_ERROR_NO_SERVICE});
@@ -129,7 +121,6 @@ TEST_F(ClientTest, InTheBackgroundFailureIsOnClose) {
 }
 
 TEST_F(ClientTest, DisconnectCancelsAnAttempt) {
-  IpcClient client(recorder.params());
   auto attempt = std::async(std::launch::async, [&] { return client.connect(path.c_str()); });
   const RawPeer peer = service.accept();
   EXPECT_EQ(client.disconnect(), 0);
@@ -142,8 +133,7 @@ TEST_F(ClientTest, DisconnectCancelsAnAttempt) {
 }
 
 TEST_F(ClientTest, OneConnectionAtATime) {
-  IpcClient client(recorder.params());
-  const RawPeer peer = connect(client);
+  const RawPeer peer = connect();
   EXPECT_EQ(client.connect(path.c_str()), IPC_ERROR_ALREADY_CONNECTED);
   EXPECT_EQ(client.connectInBackground(path.c_str()), IPC_ERROR_ALREADY_CONNECTED);
 }

@@ -6,8 +6,7 @@ namespace lumsar::test {
 namespace {
 
 TEST_F(ClientTest, TheEndOfTheServiceIsReportedOnce) {
-  IpcClient client(recorder.params());
-  RawPeer peer = connect(client);
+  RawPeer peer = connect();
   const auto begin = std::chrono::steady_clock::now();
   peer.close();
   ASSERT_TRUE(recorder.awaitClose());
@@ -21,8 +20,7 @@ TEST_F(ClientTest, TheEndOfTheServiceIsReportedOnce) {
 }
 
 TEST_F(ClientTest, WhatTheServiceSentLastIsDelivered) {
-  IpcClient client(recorder.params());
-  RawPeer peer = connect(client);
+  RawPeer peer = connect();
   for (int i = 0; i < 50; ++i) peer.send(message(IPC_MSG_DATA, std::string(1000, 'x')));
   peer.close();
   ASSERT_TRUE(recorder.awaitClose());
@@ -30,8 +28,7 @@ TEST_F(ClientTest, WhatTheServiceSentLastIsDelivered) {
 }
 
 TEST_F(ClientTest, WhatWasSentBeforeDisconnectArrives) {
-  IpcClient client(recorder.params());
-  const RawPeer peer = connect(client);
+  const RawPeer peer = connect();
   EXPECT_EQ(client.send(message(IPC_MSG_UNSHARE_ALL)), 0);
   EXPECT_EQ(client.disconnect(), 0);
   EXPECT_EQ(peer.receive(), message(IPC_MSG_UNSHARE_ALL));
@@ -45,14 +42,14 @@ TEST_F(ClientTest, NoCallbackBeginsAfterDisconnect) {
     Recorder noisy;
     noisy.duringReceive = [&](unsigned char*, int) { late += disconnected ? 1 : 0; };
     noisy.duringClose = [&](int) { late += 100; };
-    IpcClient client(noisy.params());
-    const RawPeer peer = connect(client);
+    IpcClient own(noisy.params());
+    const RawPeer peer = connect(own);
     std::thread flood([&] {
       while (peer.send(message(IPC_MSG_DATA, "x"))) {
       }
     });
     noisy.awaitMessages(1);
-    EXPECT_EQ(client.disconnect(), 0);
+    EXPECT_EQ(own.disconnect(), 0);
     disconnected = true;
     flood.join();
     EXPECT_EQ(late, 0);
@@ -66,12 +63,12 @@ TEST_F(ClientTest, DisconnectDoesNotWaitForACallback) {
     entered.set_value();
     released.get_future().wait();
   };
-  IpcClient client(recorder.params());
-  const RawPeer peer = connect(client);
+  IpcClient own(recorder.params());
+  const RawPeer peer = connect(own);
   peer.send(message(IPC_MSG_DATA));
   entered.get_future().wait();
   const auto begin = std::chrono::steady_clock::now();
-  EXPECT_EQ(client.disconnect(), 0);
+  EXPECT_EQ(own.disconnect(), 0);
   EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(500));
   EXPECT_EQ(recorder.messageCount(), 0U) << "the callback still runs";
   released.set_value();
@@ -79,9 +76,9 @@ TEST_F(ClientTest, DisconnectDoesNotWaitForACallback) {
 
 TEST_F(ClientTest, ACallbackMayDisconnect) {
   std::promise<int> result;
-  IpcClient client(recorder.params());
-  recorder.duringReceive = [&](unsigned char*, int) { result.set_value(client.disconnect()); };
-  const RawPeer peer = connect(client);
+  IpcClient own(recorder.params());
+  recorder.duringReceive = [&](unsigned char*, int) { result.set_value(own.disconnect()); };
+  const RawPeer peer = connect(own);
   peer.send(message(IPC_MSG_DATA));
   EXPECT_EQ(result.get_future().get(), 0);
   EXPECT_TRUE(peer.ended());
@@ -90,12 +87,12 @@ TEST_F(ClientTest, ACallbackMayDisconnect) {
 
 TEST_F(ClientTest, ACallbackMayDestroyTheClient) {
   std::promise<void> destroyed;
-  auto client = std::make_unique<IpcClient>(recorder.params());
+  auto own = std::make_unique<IpcClient>(recorder.params());
   recorder.duringClose = [&](int) {
-    client.reset();
+    own.reset();
     destroyed.set_value();
   };
-  RawPeer peer = connect(*client);
+  RawPeer peer = connect(*own);
   const std::size_t before = threads();
   peer.close();
   destroyed.get_future().wait();
@@ -104,16 +101,16 @@ TEST_F(ClientTest, ACallbackMayDestroyTheClient) {
 
 TEST_F(ClientTest, ACallbackMayConnectAgain) {
   std::promise<int> result;
-  IpcClient client(recorder.params());
+  IpcClient own(recorder.params());
   bool first = true;
   recorder.duringClose = [&](int) {
-    if (std::exchange(first, false)) result.set_value(client.connect(path.c_str()));
+    if (std::exchange(first, false)) result.set_value(own.connect(path.c_str()));
   };
-  RawPeer peer = connect(client);
+  RawPeer peer = connect(own);
   peer.close();
   const RawPeer second = service.welcome();
   EXPECT_EQ(result.get_future().get(), 0);
-  EXPECT_TRUE(client.connected());
+  EXPECT_TRUE(own.connected());
   EXPECT_TRUE(recorder.awaitConnect(2));
 }
 
@@ -122,8 +119,8 @@ TEST_F(ClientTest, AThrowingCallbackEndsThatCallbackOnly) {
   recorder.duringReceive = [&](unsigned char*, int) {
     if (std::exchange(first, false)) throw std::runtime_error("a host's fault");
   };
-  IpcClient client(recorder.params());
-  const RawPeer peer = connect(client);
+  IpcClient own(recorder.params());
+  const RawPeer peer = connect(own);
   peer.send(message(IPC_MSG_DATA, "1"));
   peer.send(message(IPC_MSG_DATA, "2"));
   ASSERT_TRUE(recorder.awaitMessages(1));
@@ -132,24 +129,24 @@ TEST_F(ClientTest, AThrowingCallbackEndsThatCallbackOnly) {
 
 TEST_F(ClientTest, MissingCallbacksAreLeftOut) {
   IpcClientParams empty;
-  IpcClient client(&empty);
-  RawPeer peer = connect(client);
+  IpcClient own(&empty);
+  RawPeer peer = connect(own);
   peer.send(message(IPC_MSG_DATA));
-  EXPECT_EQ(client.send(message(2)), 0);
+  EXPECT_EQ(own.send(message(2)), 0);
   EXPECT_EQ(peer.receive(), message(2));
   peer.close();
-  EXPECT_TRUE(eventually([&] { return !client.connected(); }));
+  EXPECT_TRUE(eventually([&] { return !own.connected(); }));
 }
 
 TEST_F(ClientTest, NothingIsLeftBehind) {
   const std::size_t threadsBefore = threadsAtRest();
   const std::size_t descriptorsBefore = openDescriptors();
   for (int round = 0; round < 20; ++round) {
-    Recorder own;
-    IpcClient client(own.params());
-    { const RawPeer peer = connect(client); }
-    own.awaitClose();
-    const RawPeer again = connect(client);
+    Recorder ownRecorder;
+    IpcClient own(ownRecorder.params());
+    { const RawPeer peer = connect(own); }
+    ownRecorder.awaitClose();
+    const RawPeer again = connect(own);
   }
   EXPECT_TRUE(eventually([&] { return threads() == threadsBefore; }));
   EXPECT_EQ(openDescriptors(), descriptorsBefore);

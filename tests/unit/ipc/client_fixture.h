@@ -1,7 +1,6 @@
 // A client and a raw service for the tests of client.h and connection.h. The library's threads call
 // the recorder.
-#ifndef LUMSAR_TESTS_UNIT_IPC_CLIENT_FIXTURE_H
-#define LUMSAR_TESTS_UNIT_IPC_CLIENT_FIXTURE_H
+#pragma once
 
 #include <gtest/gtest.h>
 
@@ -24,10 +23,11 @@ inline constexpr ConnectionTimeouts kShort = {milliseconds(300), milliseconds(20
 
 class ClientTest : public ::testing::Test {
  protected:
-  // Connects `client` to the raw service and returns the service's end.
-  RawPeer connect(IpcClient& client) {
+  // Connects a client to the raw service and returns the service's end.
+  RawPeer connect() { return connect(client); }
+  RawPeer connect(IpcClient& which) {
     auto accepted = std::async(std::launch::async, [this] { return service.welcome(); });
-    EXPECT_EQ(client.connect(path.c_str()), 0);
+    EXPECT_EQ(which.connect(path.c_str()), 0);
     return accepted.get();
   }
 
@@ -35,8 +35,7 @@ class ClientTest : public ::testing::Test {
   std::string path = dir / "s";
   RawListener service{path};
   Recorder recorder;
+  IpcClient client{recorder.params()};
 };
 
 }  // namespace lumsar::test
-
-#endif

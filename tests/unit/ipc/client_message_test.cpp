@@ -6,8 +6,7 @@ namespace lumsar::test {
 namespace {
 
 TEST_F(ClientTest, WholeMessagesOnly) {
-  IpcClient client(recorder.params());
-  const RawPeer peer = connect(client);
+  const RawPeer peer = connect();
   const Bytes first = message(IPC_MSG_DATA, "first");
   const Bytes second = message(IPC_MSG_DEVICE_CHANGE, std::string(300'000, 's'));
   Bytes stream = first;
@@ -24,8 +23,7 @@ TEST_F(ClientTest, WholeMessagesOnly) {
 }
 
 TEST_F(ClientTest, HalfAMessageIsNotDelivered) {
-  IpcClient client(recorder.params());
-  RawPeer peer = connect(client);
+  RawPeer peer = connect();
   const Bytes whole = message(IPC_MSG_DATA, "payload");
   peer.send(std::span(whole).first(whole.size() - 1));
   peer.close();
@@ -35,16 +33,14 @@ TEST_F(ClientTest, HalfAMessageIsNotDelivered) {
 }
 
 TEST_F(ClientTest, AnEmptyMessageIsWhole) {
-  IpcClient client(recorder.params());
-  const RawPeer peer = connect(client);
+  const RawPeer peer = connect();
   peer.send(message(IPC_MSG_DATA));
   ASSERT_TRUE(recorder.awaitMessages(1));
   EXPECT_EQ(recorder.messages().front().size(), kHeaderSize);
 }
 
 TEST_F(ClientTest, GarbageClosesTheConnection) {
-  IpcClient client(recorder.params());
-  const RawPeer peer = connect(client);
+  const RawPeer peer = connect();
   peer.send(message(IPC_MSG_DATA, "good"));
   peer.send(Bytes{'b', 'a', 'd'});
   ASSERT_TRUE(recorder.awaitClose());
@@ -55,8 +51,7 @@ TEST_F(ClientTest, GarbageClosesTheConnection) {
 }
 
 TEST_F(ClientTest, AMessageAboveTheLimitClosesTheConnection) {
-  IpcClient client(recorder.params());
-  const RawPeer peer = connect(client);
+  const RawPeer peer = connect();
   Bytes head = message(IPC_MSG_DATA);
   const std::uint32_t length = kMaxPayload + 1;
   std::memcpy(head.data() + 8, &length, sizeof length);
@@ -69,8 +64,7 @@ TEST_F(ClientTest, TheCallbackMayWriteIntoTheMessage) {
   recorder.duringReceive = [](unsigned char* data, int length) {
     std::memset(data, 0xEE, static_cast<std::size_t>(length));
   };
-  IpcClient client(recorder.params());
-  const RawPeer peer = connect(client);
+  const RawPeer peer = connect();
   const Bytes pair[] = {message(IPC_MSG_DATA, "one"), message(IPC_MSG_DATA, "two")};
   Bytes both = pair[0];
   both.insert(both.end(), pair[1].begin(), pair[1].end());
@@ -80,8 +74,7 @@ TEST_F(ClientTest, TheCallbackMayWriteIntoTheMessage) {
 }
 
 TEST_F(ClientTest, TheTransportsOwnTypesAreNotDelivered) {
-  IpcClient client(recorder.params());
-  const RawPeer peer = connect(client);
+  const RawPeer peer = connect();
   peer.send(message(IPC_MSG_CONNECT_ACCEPT));
   peer.send(message(kIpcOwnTypes + 77, "from a newer service"));
   peer.send(message(IPC_MSG_DATA));
@@ -90,8 +83,7 @@ TEST_F(ClientTest, TheTransportsOwnTypesAreNotDelivered) {
 }
 
 TEST_F(ClientTest, ASendArrivesAndIsReported) {
-  IpcClient client(recorder.params());
-  const RawPeer peer = connect(client);
+  const RawPeer peer = connect();
   const Bytes sent = message(IPC_MSG_SHARE, "{}");
   EXPECT_EQ(client.send(sent), 0);
   EXPECT_EQ(client.send(sent), 0);
@@ -100,8 +92,7 @@ TEST_F(ClientTest, ASendArrivesAndIsReported) {
 }
 
 TEST_F(ClientTest, OnlyWholeMessagesAreSent) {
-  IpcClient client(recorder.params());
-  const RawPeer peer = connect(client);
+  const RawPeer peer = connect();
   Bytes bad = message(IPC_MSG_SHARE, "{}");
   EXPECT_EQ(client.send(std::span(bad).first(10)), IPC_ERROR_BAD_MESSAGE);
   EXPECT_EQ(client.send(std::span(bad).first(bad.size() - 1)), IPC_ERROR_BAD_MESSAGE);
@@ -114,19 +105,18 @@ TEST_F(ClientTest, OnlyWholeMessagesAreSent) {
 }
 
 TEST_F(ClientTest, AStuckServiceDoesNotBlockASender) {
-  IpcClient client(recorder.params(), kShort);
-  const RawPeer peer = connect(client);
+  IpcClient own(recorder.params(), kShort);
+  const RawPeer peer = connect(own);
   const Bytes huge = message(IPC_MSG_DATA, std::string(8U << 20U, 'x'));
   const auto begin = std::chrono::steady_clock::now();
-  EXPECT_EQ(client.send(huge), IPC_ERROR_SEND_TIMEOUT);
+  EXPECT_EQ(own.send(huge), IPC_ERROR_SEND_TIMEOUT);
   EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(2000));
   ASSERT_TRUE(recorder.awaitClose()) << "the message was cut, so the stream has ended";
   EXPECT_EQ(recorder.closes().front(), IPC_ERROR_SEND_TIMEOUT);
 }
 
 TEST_F(ClientTest, DisconnectFreesAStuckSender) {
-  IpcClient client(recorder.params());
-  const RawPeer peer = connect(client);
+  const RawPeer peer = connect();
   const Bytes huge = message(IPC_MSG_DATA, std::string(8U << 20U, 'x'));
   auto sending = std::async(std::launch::async, [&] { return client.send(huge); });
   EXPECT_EQ(peer.read(1).size(), 1U) << "it is under way";

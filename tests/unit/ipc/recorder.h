@@ -1,7 +1,6 @@
 // Recorder: the four callbacks of a client, written down with their threads. The callbacks run on
 // the library's threads, the questions are asked by the test. Thread-safe.
-#ifndef LUMSAR_TESTS_UNIT_IPC_RECORDER_H
-#define LUMSAR_TESTS_UNIT_IPC_RECORDER_H
+#pragma once
 
 #include <functional>
 #include <mutex>
@@ -22,7 +21,7 @@ class Recorder {
     };
     m_params.onClose = [](int, int error, void* self) { return of(self).closed(error); };
     m_params.userData = this;
-    std::strncpy(m_params.clientName, name.c_str(), kClientNameSize);
+    name.copy(m_params.clientName, kClientNameSize);  // without a terminator where it is as long
   }
 
   IpcClientParams* params() { return &m_params; }
@@ -104,5 +103,3 @@ class Recorder {
 };
 
 }  // namespace lumsar::test
-
-#endif

@@ -1,7 +1,6 @@
 // TestServer: an IpcServer in a thread of its own, which writes down what it is told. Made and
 // asked by the test; its events run on the server's thread. Thread-safe.
-#ifndef LUMSAR_TESTS_UNIT_IPC_TEST_SERVER_H
-#define LUMSAR_TESTS_UNIT_IPC_TEST_SERVER_H
+#pragma once
 
 #include <asio/executor_work_guard.hpp>
 #include <asio/post.hpp>
@@ -118,5 +117,3 @@ class TestServer : private ipc::IpcServerEvents {
 };
 
 }  // namespace lumsar::test
-
-#endif

@@ -1,6 +1,5 @@
 // VdiLibrary: libvdi_ipc.so, loaded and bound by name as the plug-in does it. Test's main thread.
-#ifndef LUMSAR_TESTS_UNIT_IPC_VDI_LIBRARY_H
-#define LUMSAR_TESTS_UNIT_IPC_VDI_LIBRARY_H
+#pragma once
 
 #include <dlfcn.h>
 
@@ -47,5 +46,3 @@ class VdiLibrary {
 };
 
 }  // namespace lumsar::test
-
-#endif

@@ -1,8 +1,7 @@
 // InsideTest: the class Lumsar itself, linked from the plug-in, with the records of log, IPC
 // library and host around it. For what only the class shows. Each test needs a process of its own,
 // as with PluginTest, and must name everything.
-#ifndef LUMSAR_TESTS_UNIT_PLUGIN_INSIDE_TEST_H
-#define LUMSAR_TESTS_UNIT_PLUGIN_INSIDE_TEST_H
+#pragma once
 
 #include "core/lumsar.h"
 #include "support/plugin/plugin_test.h"
@@ -38,5 +37,3 @@ class Initialized : public Fixture {
 };
 
 }  // namespace lumsar::test
-
-#endif

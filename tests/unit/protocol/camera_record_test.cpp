@@ -4,8 +4,10 @@
 
 #include <vector>
 
-namespace lumsar::protocol {
+namespace lumsar::test {
 namespace {
+
+using namespace protocol;
 
 CameraDataHeader headerOf(Bytes message) {
   Bytes payload = message.subspan(kHeaderSize);
@@ -108,4 +110,4 @@ TEST(CameraRecord, NamesEncodings) {
 }
 
 }  // namespace
-}  // namespace lumsar::protocol
+}  // namespace lumsar::test

@@ -4,8 +4,10 @@
 
 #include <vector>
 
-namespace lumsar::protocol {
+namespace lumsar::test {
 namespace {
+
+using namespace protocol;
 
 using Queue = FrameQueue<int>;
 
@@ -92,4 +94,4 @@ TEST(FrameQueue, CountsFramesThatAreClearedAsDropped) {
 }
 
 }  // namespace
-}  // namespace lumsar::protocol
+}  // namespace lumsar::test

@@ -7,8 +7,10 @@
 #include "protocol/hello.h"
 #include "protocol/names.h"
 
-namespace lumsar::protocol {
+namespace lumsar::test {
 namespace {
+
+using namespace protocol;
 
 TEST(Message, HoldsHeaderAndPayloadInOneBuffer) {
   Message made(IPC_MSG_DEVICE_CHANGE, {bytesOf("hel"), bytesOf(""), bytesOf("lo")}, 7);
@@ -92,4 +94,4 @@ TEST(Fault, HasAText) {
 }
 
 }  // namespace
-}  // namespace lumsar::protocol
+}  // namespace lumsar::test

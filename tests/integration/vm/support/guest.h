@@ -1,7 +1,6 @@
 // Guest: a virtual machine under plain emulation, and a shell inside it over a virtio port of its
 // own. Bound to the test's thread.
-#ifndef LUMSAR_TESTS_INTEGRATION_VM_SUPPORT_GUEST_H
-#define LUMSAR_TESTS_INTEGRATION_VM_SUPPORT_GUEST_H
+#pragma once
 
 #include <filesystem>
 #include <memory>
@@ -85,5 +84,3 @@ class Guest {
 };
 
 }  // namespace lumsar::test
-
-#endif

@@ -1,6 +1,5 @@
 // Comparing the pictures that a program has read with those that a camera service has sent.
-#ifndef LUMSAR_TESTS_INTEGRATION_VM_SUPPORT_PICTURES_H
-#define LUMSAR_TESTS_INTEGRATION_VM_SUPPORT_PICTURES_H
+#pragma once
 
 #include <string>
 #include <vector>
@@ -14,5 +13,3 @@ std::vector<std::string> pictureHashes(const std::string& text);
 void expectInOrder(const std::vector<std::string>& read, const std::vector<std::string>& sent);
 
 }  // namespace lumsar::test
-
-#endif

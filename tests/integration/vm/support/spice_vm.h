@@ -1,7 +1,6 @@
 // SpiceVm: the fixture of the tests with a real VM. All tests share one VM, which boots once and
 // again only after a test that has killed it.
-#ifndef LUMSAR_TESTS_INTEGRATION_VM_SUPPORT_SPICE_VM_H
-#define LUMSAR_TESTS_INTEGRATION_VM_SUPPORT_SPICE_VM_H
+#pragma once
 
 #include <gtest/gtest.h>
 
@@ -32,5 +31,3 @@ class SpiceVm : public testing::Test {
 };
 
 }  // namespace lumsar::test
-
-#endif

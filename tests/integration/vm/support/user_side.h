@@ -1,7 +1,6 @@
 // UserSide: the user's machine: a camera service and lumsar-spice, with a record of the frames
 // that the service has sent. Bound to the test's thread.
-#ifndef LUMSAR_TESTS_INTEGRATION_VM_SUPPORT_USER_SIDE_H
-#define LUMSAR_TESTS_INTEGRATION_VM_SUPPORT_USER_SIDE_H
+#pragma once
 
 #include <filesystem>
 #include <memory>
@@ -51,5 +50,3 @@ class UserSide {
 };
 
 }  // namespace lumsar::test
-
-#endif

@@ -5,6 +5,7 @@
 #include "app/json.h"
 #include "base/errors.h"
 #include "outputs/web/http_request.h"
+#include "support/text.h"
 
 namespace lumsar::test {
 namespace {
@@ -78,12 +79,8 @@ TEST(Options, AreRefusedWithAReason) {
       {{"--listen", "a", "--device", "b"}, "only one of"},
   };
   for (const auto& [words, reason] : cases) {
-    try {
-      parse(words);
-      ADD_FAILURE() << reason;
-    } catch (const base::UsageError& error) {
-      EXPECT_NE(std::string(error.what()).find(reason), std::string::npos) << error.what();
-    }
+    const std::string error = errorOf<base::UsageError>([&] { parse(words); });
+    EXPECT_TRUE(has(error, reason)) << error << ", not " << reason;
   }
 }
 

@@ -1,7 +1,6 @@
 // A browser without a screen that shows one page, steered over its debugging pipe.
 // Used by the tests of lumsar-agent.
-#ifndef LUMSAR_TESTS_UNIT_AGENT_OUTPUTS_BROWSER_H
-#define LUMSAR_TESTS_UNIT_AGENT_OUTPUTS_BROWSER_H
+#pragma once
 
 #include <QJsonObject>
 #include <optional>
@@ -48,5 +47,3 @@ class Browser {
 };
 
 }  // namespace lumsar::test
-
-#endif

@@ -1,7 +1,6 @@
 // A VideoSystem that behaves like the loopback module of Debian 12: a device keeps its format while
 // anybody has it open. Used by the tests of VideoSink; thread-safe.
-#ifndef LUMSAR_TESTS_UNIT_AGENT_OUTPUTS_FAKE_VIDEO_H
-#define LUMSAR_TESTS_UNIT_AGENT_OUTPUTS_FAKE_VIDEO_H
+#pragma once
 
 #include <atomic>
 #include <cerrno>
@@ -104,5 +103,3 @@ class FakeVideoSystem : public VideoSystem {
 };
 
 }  // namespace lumsar::test
-
-#endif

@@ -1,7 +1,6 @@
 // Colour JPEGs made of flat 8 by 8 blocks: images that a browser shows, without an encoder.
 // Used by the test of the page.
-#ifndef LUMSAR_TESTS_UNIT_AGENT_OUTPUTS_MOSAIC_JPEG_H
-#define LUMSAR_TESTS_UNIT_AGENT_OUTPUTS_MOSAIC_JPEG_H
+#pragma once
 
 #include <functional>
 
@@ -19,5 +18,3 @@ struct Colour {
 Bytes mosaicJpeg(int columns, int rows, const std::function<Colour(int x, int y)>& paint);
 
 }  // namespace lumsar::test
-
-#endif

@@ -9,6 +9,7 @@
 #include "support/eventually.h"
 #include "support/messages.h"
 #include "support/temporary_directory.h"
+#include "support/text.h"
 
 namespace lumsar::test {
 namespace {
@@ -98,12 +99,8 @@ TEST_F(SaveOutputTest, MakesItsFolderOrSaysWhyNot) {
   SaveOutput(folder / "a/b", SaveAs::Images);
   EXPECT_TRUE(std::filesystem::is_directory(folder / "a/b"));
   writeFile(folder / "file", "x");
-  try {
-    SaveOutput(folder / "file", SaveAs::Images);
-    FAIL();
-  } catch (const base::Failure& failure) {
-    EXPECT_NE(std::string(failure.what()).find("cannot save to the directory"), std::string::npos);
-  }
+  EXPECT_TRUE(has(errorOf<base::Failure>([&] { SaveOutput(folder / "file", SaveAs::Images); }),
+                  "cannot save to the directory"));
 }
 
 }  // namespace

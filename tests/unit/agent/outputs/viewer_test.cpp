@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include "support/text.h"
 #include "unit/agent/http.h"
 #include "unit/agent/program_fixture.h"
 
@@ -115,12 +116,8 @@ TEST_F(ViewerTest, ThereIsALimitOfBrowsers) {
 TEST_F(ViewerTest, ATakenPortIsAFailureWithAdvice) {
   options.listen = "unix:" + (folder / "other.sock");
   options.view = port;
-  try {
-    Program other(options);
-    FAIL();
-  } catch (const base::Failure& failure) {
-    EXPECT_TRUE(has(failure.what(), "stop the program that uses it or choose another"));
-  }
+  EXPECT_TRUE(has(errorOf<base::Failure>([&] { const Program other(options); }),
+                  "stop the program that uses it or choose another"));
 }
 
 }  // namespace

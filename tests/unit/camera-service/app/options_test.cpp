@@ -7,6 +7,7 @@
 #include "base/version.h"
 #include "sources/synthetic.h"
 #include "support/temporary_directory.h"
+#include "support/text.h"
 
 namespace lumsar::test {
 namespace {
@@ -25,13 +26,8 @@ std::string printed(const char* argument) {
   return ::testing::internal::GetCapturedStdout();
 }
 
-std::string errorOf(const std::vector<const char*>& arguments) {
-  try {
-    parse(arguments);
-  } catch (const base::UsageError& error) {
-    return error.what();
-  }
-  return {};
+std::string refusal(const std::vector<const char*>& arguments) {
+  return errorOf<base::UsageError>([&] { parse(arguments); });
 }
 
 TEST(OptionsTest, Defaults) {
@@ -69,16 +65,16 @@ TEST(OptionsTest, CamerasAndDirectories) {
 }
 
 TEST(OptionsTest, MistakesAreSaid) {
-  EXPECT_NE(errorOf({"--nonsense"}).find("nonsense"), std::string::npos);
-  EXPECT_NE(errorOf({"extra"}).find("extra"), std::string::npos);
-  EXPECT_NE(errorOf({"--camera", "webcam"}).find("test:NAME"), std::string::npos);
-  EXPECT_NE(errorOf({"--camera", "test:"}).find("name"), std::string::npos);
-  EXPECT_NE(errorOf({"--camera", "file:/no/such/file"}).find("no readable file"),
+  EXPECT_NE(refusal({"--nonsense"}).find("nonsense"), std::string::npos);
+  EXPECT_NE(refusal({"extra"}).find("extra"), std::string::npos);
+  EXPECT_NE(refusal({"--camera", "webcam"}).find("test:NAME"), std::string::npos);
+  EXPECT_NE(refusal({"--camera", "test:"}).find("name"), std::string::npos);
+  EXPECT_NE(refusal({"--camera", "file:/no/such/file"}).find("no readable file"),
             std::string::npos);
-  EXPECT_NE(errorOf({"--watch", "/no/such/directory"}).find("no readable directory"),
+  EXPECT_NE(refusal({"--watch", "/no/such/directory"}).find("no readable directory"),
             std::string::npos);
-  EXPECT_NE(errorOf({"--deny", ""}).find("CAMERA"), std::string::npos);
-  EXPECT_NE(errorOf({"--ipc-channel", "a/b"}).find("cannot be used"), std::string::npos);
+  EXPECT_NE(refusal({"--deny", ""}).find("CAMERA"), std::string::npos);
+  EXPECT_NE(refusal({"--ipc-channel", "a/b"}).find("cannot be used"), std::string::npos);
 }
 
 TEST(SyntheticTest, Descriptions) {

@@ -117,6 +117,7 @@ class CaptureTest : public ::testing::Test {
 TEST_F(CaptureTest, RunsWhileThereIsAReader) {
   CameraStream& camera = stream(syntheticCamera("F,320x240@30"));
   EXPECT_FALSE(camera.running());
+  camera.add(reader);
   EXPECT_TRUE(camera.running());
   ASSERT_TRUE(await([&] { return reader.frames >= 3; }));
   EXPECT_EQ(reader.size, (PictureSize{320, 240}));

@@ -1,6 +1,5 @@
 // What a test sets and sees of the plug-in that it has loaded. One thread.
-#ifndef LUMSAR_TESTS_UNIT_HOST_SESSION_FAKE_PLUGIN_H
-#define LUMSAR_TESTS_UNIT_HOST_SESSION_FAKE_PLUGIN_H
+#pragma once
 
 #include <string>
 #include <vector>
@@ -11,5 +10,3 @@ struct FakePlugin {
   int listGrowth = 0;                 // how often the answer still grows when it is asked for
   int status = 0;                     // of all commands
 };
-
-#endif
