@@ -4,10 +4,10 @@
 #include <charconv>
 #include <cstdio>
 
-#include "base/duration.h"
 #include "base/errors.h"
-#include "base/format.h"
 #include "base/log.h"
+#include "base/text/duration.h"
+#include "base/text/format.h"
 #include "base/version.h"
 
 namespace lumsar::base {

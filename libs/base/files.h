@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "base/bytes.h"
+#include "base/text/bytes.h"
 
 namespace lumsar::base {
 

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "base/utf8.h"
+#include "base/text/utf8.h"
 
 namespace lumsar::base {
 namespace {

@@ -4,7 +4,7 @@
 
 #include <string_view>
 
-#include "base/format.h"
+#include "base/text/format.h"
 
 namespace lumsar::base {
 

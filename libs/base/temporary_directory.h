@@ -7,7 +7,7 @@
 #include <system_error>
 
 #include "base/errors.h"
-#include "base/format.h"
+#include "base/text/format.h"
 
 namespace lumsar::base {
 

@@ -6,7 +6,7 @@
 
 #include <cstdlib>
 
-#include "base/address.h"
+#include "base/net/address.h"
 #include "lumsar/ipc_transport.h"
 
 namespace lumsar::ipc {

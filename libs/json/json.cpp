@@ -6,7 +6,7 @@
 #include <iterator>
 
 #include "base/errors.h"
-#include "base/format.h"
+#include "base/text/format.h"
 
 namespace lumsar::json {
 

@@ -1,7 +1,7 @@
 #include "protocol/camera_record.h"
 
-#include "base/format.h"
-#include "base/utf8.h"
+#include "base/text/format.h"
+#include "base/text/utf8.h"
 
 namespace lumsar::protocol {
 namespace {
@@ -34,7 +34,8 @@ Message announcedMessage(std::uint32_t type, const Announcement& announcement) {
 }
 
 Message removedMessage(std::uint32_t type, std::uint32_t camera, std::string_view why) {
-  return recordMessage(type, CameraDataKind::Removed, camera, bytesOf(base::shortened(why, kMaxText)));
+  return recordMessage(type, CameraDataKind::Removed, camera,
+                       bytesOf(base::shortened(why, kMaxText)));
 }
 
 Message frameMessage(std::uint32_t type, std::uint32_t camera, std::uint64_t captured,

@@ -6,7 +6,7 @@
 #include <memory>
 #include <span>
 
-#include "base/bytes.h"
+#include "base/text/bytes.h"
 #include "lumsar/message.h"
 
 namespace lumsar::protocol {

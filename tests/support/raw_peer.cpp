@@ -9,8 +9,8 @@
 #include <cerrno>
 #include <system_error>
 
-#include "base/address.h"
 #include "base/files.h"
+#include "base/net/address.h"
 
 namespace lumsar::test {
 namespace {

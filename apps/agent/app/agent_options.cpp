@@ -4,7 +4,7 @@
 
 #include "base/command_line.h"
 #include "base/errors.h"
-#include "base/format.h"
+#include "base/text/format.h"
 #include "protocol/names.h"
 
 namespace lumsar::agent {

@@ -1,6 +1,6 @@
 #include "app/json.h"
 
-#include "base/format.h"
+#include "base/text/format.h"
 
 namespace lumsar::agent {
 

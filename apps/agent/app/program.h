@@ -9,7 +9,7 @@
 
 #include "app/agent_options.h"
 #include "base/event_fd.h"
-#include "base/socket_listener.h"
+#include "base/net/socket_listener.h"
 #include "outputs/web/viewer.h"
 #include "session/connection.h"
 #include "session/gallery.h"

@@ -1,7 +1,7 @@
 #include "app/status.h"
 
 #include "app/json.h"
-#include "base/format.h"
+#include "base/text/format.h"
 #include "base/version.h"
 
 namespace lumsar::agent {

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "base/log.h"
-#include "base/utf8.h"
+#include "base/text/utf8.h"
 
 namespace lumsar::agent {
 namespace {

@@ -2,7 +2,7 @@
 // connection that exists already.
 #pragma once
 
-#include "base/socket_listener.h"
+#include "base/net/socket_listener.h"
 #include "transport/agent_transport.h"
 
 namespace lumsar::agent {

@@ -8,8 +8,8 @@
 #include "app/service.h"
 #include "app/status_client.h"
 #include "base/command_line.h"
-#include "base/format.h"
 #include "base/log.h"
+#include "base/text/format.h"
 #include "ipc/channel_path.h"
 
 namespace lumsar::service {

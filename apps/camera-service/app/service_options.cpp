@@ -6,7 +6,7 @@
 
 #include "base/command_line.h"
 #include "base/errors.h"
-#include "base/format.h"
+#include "base/text/format.h"
 #include "ipc/channel_path.h"
 #include "lumsar/ipc_transport.h"
 #include "sources/synthetic.h"

@@ -5,9 +5,9 @@
 #include <cstring>
 #include <vector>
 
-#include "base/bytes.h"
 #include "base/errors.h"
-#include "base/format.h"
+#include "base/text/bytes.h"
+#include "base/text/format.h"
 #include "ipc/client/client.h"
 #include "json/json.h"
 #include "lumsar/ipc_transport.h"

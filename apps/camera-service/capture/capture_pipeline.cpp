@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "base/format.h"
+#include "base/text/format.h"
 #include "capture/device_formats.h"
 #include "capture/encoder.h"
 

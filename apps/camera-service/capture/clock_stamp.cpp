@@ -7,7 +7,7 @@
 #include <ctime>
 #include <memory>
 
-#include "base/format.h"
+#include "base/text/format.h"
 #include "capture/gst_ptr.h"
 
 namespace lumsar::service {

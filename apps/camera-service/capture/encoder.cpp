@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "base/format.h"
+#include "base/text/format.h"
 #include "lumsar/camera_data.h"
 
 namespace lumsar::service {

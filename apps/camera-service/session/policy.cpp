@@ -6,7 +6,7 @@
 #include <array>
 #include <cmath>
 
-#include "base/format.h"
+#include "base/text/format.h"
 #include "json/json.h"
 
 namespace lumsar::service {

@@ -1,6 +1,6 @@
 // The commands share, unshare, unshare all and share all.
-#include "base/format.h"
 #include "base/log.h"
+#include "base/text/format.h"
 #include "json/json.h"
 #include "session/client_session.h"
 

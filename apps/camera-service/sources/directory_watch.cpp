@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "base/format.h"
 #include "base/log.h"
+#include "base/text/format.h"
 
 namespace lumsar::service {
 namespace {

@@ -4,7 +4,7 @@
 #include <asio/post.hpp>
 #include <filesystem>
 
-#include "base/utf8.h"
+#include "base/text/utf8.h"
 
 namespace lumsar::service {
 

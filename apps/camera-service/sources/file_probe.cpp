@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <optional>
 
-#include "base/format.h"
+#include "base/text/format.h"
 #include "capture/capture_plan.h"
 
 namespace lumsar::service {

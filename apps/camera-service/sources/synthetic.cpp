@@ -6,7 +6,7 @@
 #include <numeric>
 #include <stdexcept>
 
-#include "base/format.h"
+#include "base/text/format.h"
 #include "capture/clock_stamp.h"
 
 namespace lumsar::service {

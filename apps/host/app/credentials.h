@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "base/errors.h"
-#include "base/format.h"
+#include "base/text/format.h"
 
 namespace lumsar::host {
 

@@ -11,7 +11,7 @@
 
 #include "app/console.h"
 #include "app/summary.h"
-#include "base/format.h"
+#include "base/text/format.h"
 #include "json/json.h"
 #include "session/camera_host.h"
 

@@ -3,9 +3,9 @@
 #include <filesystem>
 
 #include "base/errors.h"
-#include "base/format.h"
+#include "base/text/format.h"
+#include "driver/find_libraries.h"
 #include "session/commands.h"
-#include "session/find_libraries.h"
 
 namespace lumsar::host {
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "base/command_line.h"
-#include "session/plugin_driver.h"
+#include "driver/plugin_driver.h"
 
 namespace lumsar::host {
 

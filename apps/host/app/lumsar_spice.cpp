@@ -4,7 +4,7 @@
 #include "app/credentials.h"
 #include "app/host_app.h"
 #include "base/errors.h"
-#include "base/format.h"
+#include "base/text/format.h"
 #include "spice/spice_transport.h"
 
 namespace {

@@ -5,8 +5,8 @@
 //   own thread:       what RdpChannel sends
 //   plug-in's thread: CameraHost
 // These first: the RDP library has macros with the names of our status codes.
+#include "driver/find_libraries.h"
 #include "session/camera_host.h"
-#include "session/find_libraries.h"
 #include "session/report.h"
 
 #include <dlfcn.h>
@@ -23,7 +23,7 @@
 #include <thread>
 
 #include "base/errors.h"
-#include "base/format.h"
+#include "base/text/format.h"
 #include "rdp/rdp_channel.h"
 
 namespace lumsar::host {

@@ -5,7 +5,7 @@
 #include <filesystem>
 
 #include "app/credentials.h"
-#include "base/address.h"
+#include "base/net/address.h"
 
 namespace lumsar::host {
 

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <exception>
 
-#include "base/format.h"
+#include "base/text/format.h"
 #include "lumsar/message.h"
 
 namespace lumsar::host {

@@ -3,7 +3,7 @@
 #include <QJsonArray>
 #include <algorithm>
 
-#include "base/format.h"
+#include "base/text/format.h"
 #include "json/json.h"
 
 namespace lumsar::host {

@@ -6,7 +6,7 @@
 #include <sstream>
 
 #include "base/errors.h"
-#include "base/format.h"
+#include "base/text/format.h"
 #include "json/json.h"
 
 namespace lumsar::host {

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <ctime>
 
-#include "base/format.h"
+#include "base/text/format.h"
 #include "lumsar/ipc_transport.h"
 #include "lumsar/plugin.h"
 

@@ -3,7 +3,7 @@
 #include <asio/post.hpp>
 #include <utility>
 
-#include "base/format.h"
+#include "base/text/format.h"
 #include "protocol/hello.h"
 
 namespace lumsar::host {

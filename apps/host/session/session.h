@@ -12,10 +12,10 @@
 #include <string>
 
 #include "base/back_off.h"
+#include "driver/call_watch.h"
+#include "driver/plugin_driver.h"
 #include "lumsar/plugin.h"
-#include "session/call_watch.h"
 #include "session/deframer.h"
-#include "session/plugin_driver.h"
 #include "session/report.h"
 #include "transport/inbox.h"
 #include "transport/send_queue.h"

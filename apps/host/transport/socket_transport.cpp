@@ -7,9 +7,9 @@
 #include <asio/post.hpp>
 #include <asio/write.hpp>
 
-#include "base/address.h"
 #include "base/errors.h"
-#include "base/format.h"
+#include "base/net/address.h"
+#include "base/text/format.h"
 
 namespace lumsar::host {
 

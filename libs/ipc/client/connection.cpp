@@ -10,7 +10,7 @@
 #include <cerrno>
 #include <csignal>
 
-#include "base/bytes.h"
+#include "base/text/bytes.h"
 #include "ipc/read_size.h"
 
 namespace lumsar::ipc {

@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "base/address.h"
 #include "base/deadline.h"
+#include "base/net/address.h"
 #include "ipc/channel_path.h"
 #include "ipc/client/connection.h"
 #include "protocol/message.h"

@@ -16,7 +16,7 @@
 #include <span>
 #include <string>
 
-#include "base/socket_listener.h"
+#include "base/net/socket_listener.h"
 #include "ipc/server/message_stream.h"
 
 namespace lumsar::ipc {

@@ -1,4 +1,4 @@
-#include "base/address.h"
+#include "base/net/address.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
-#include "base/format.h"
+#include "base/text/format.h"
 
 #include <gtest/gtest.h>
 
-#include "base/bytes.h"
 #include "base/event_fd.h"
+#include "base/text/bytes.h"
 
 namespace lumsar::test {
 namespace {

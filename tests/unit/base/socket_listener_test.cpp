@@ -1,4 +1,4 @@
-#include "base/socket_listener.h"
+#include "base/net/socket_listener.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <fstream>
 
-#include "base/format.h"
+#include "base/text/format.h"
 #include "support/raw_peer.h"
 #include "support/temporary_directory.h"
 #include "support/text.h"

@@ -3,9 +3,9 @@
 
 #include "base/back_off.h"
 #include "base/deadline.h"
-#include "base/duration.h"
 #include "base/errors.h"
 #include "base/latency.h"
+#include "base/text/duration.h"
 #include "support/text.h"
 
 namespace lumsar::test {

@@ -1,4 +1,4 @@
-#include "base/utf8.h"
+#include "base/text/utf8.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "base/format.h"
+#include "base/text/format.h"
 #include "capture/gst_ptr.h"
 
 namespace lumsar::test {

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "base/bytes.h"
+#include "base/text/bytes.h"
 #include "json/json.h"
 
 namespace lumsar::test {

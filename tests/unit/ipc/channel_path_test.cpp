@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "base/address.h"
+#include "base/net/address.h"
 
 #include "lumsar/ipc_transport.h"
 

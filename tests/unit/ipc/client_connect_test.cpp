@@ -3,7 +3,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 
-#include "base/address.h"
+#include "base/net/address.h"
 #include "ipc/channel_path.h"
 #include "unit/ipc/client_fixture.h"
 

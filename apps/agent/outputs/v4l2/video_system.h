@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "base/bytes.h"
+#include "base/text/bytes.h"
 
 namespace lumsar::agent {
 

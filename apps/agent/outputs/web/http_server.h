@@ -9,9 +9,9 @@
 #include <string_view>
 #include <thread>
 
-#include "base/bytes.h"
 #include "base/event_fd.h"
-#include "base/socket_listener.h"
+#include "base/net/socket_listener.h"
+#include "base/text/bytes.h"
 
 namespace lumsar::agent {
 

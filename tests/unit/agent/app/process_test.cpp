@@ -6,7 +6,7 @@
 
 #include <csignal>
 
-#include "base/socket_listener.h"
+#include "base/net/socket_listener.h"
 #include "support/process.h"
 #include "support/raw_peer.h"
 #include "support/temporary_directory.h"

@@ -1,7 +1,7 @@
 // The whole service: killed, started again, activated by a socket. It is a process of its own.
 #include <fcntl.h>
 
-#include "base/socket_listener.h"
+#include "base/net/socket_listener.h"
 #include "support/process.h"
 #include "unit/camera-service/test_host.h"
 

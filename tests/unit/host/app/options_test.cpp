@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "base/errors.h"
-#include "session/find_libraries.h"
-#include "session/working_directory.h"
+#include "driver/find_libraries.h"
+#include "driver/working_directory.h"
 #include "support/temporary_directory.h"
 #include "support/text.h"
 

@@ -1,5 +1,5 @@
 // CallWatch: a call that takes too long is reported while it is still under way.
-#include "session/call_watch.h"
+#include "driver/call_watch.h"
 
 #include <gtest/gtest.h>
 

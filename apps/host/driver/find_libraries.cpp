@@ -1,10 +1,10 @@
-#include "session/find_libraries.h"
+#include "driver/find_libraries.h"
 
 #include <optional>
 #include <vector>
 
 #include "base/errors.h"
-#include "base/format.h"
+#include "base/text/format.h"
 
 namespace lumsar::host {
 

@@ -1,11 +1,11 @@
-#include "base/duration.h"
+#include "base/text/duration.h"
 
 #include <cctype>
 #include <charconv>
 #include <optional>
 
 #include "base/errors.h"
-#include "base/format.h"
+#include "base/text/format.h"
 
 namespace lumsar::base {
 namespace {

@@ -1,4 +1,4 @@
-#include "base/socket_listener.h"
+#include "base/net/socket_listener.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "base/format.h"
+#include "base/text/format.h"
 
 namespace lumsar::base {
 namespace {

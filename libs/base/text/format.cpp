@@ -1,8 +1,8 @@
 // The formatting library's own code, compiled here once: programs need no shared library for it and
-// including base/format.h stays cheap. Numbers are written without a locale.
+// including base/text/format.h stays cheap. Numbers are written without a locale.
 #define FMT_STATIC_THOUSANDS_SEPARATOR ','
 
-#include "base/format.h"
+#include "base/text/format.h"
 
 #include <fmt/format-inl.h>
 

@@ -6,9 +6,9 @@
 #include <optional>
 #include <string>
 
-#include "base/address.h"
 #include "base/errors.h"
 #include "base/fd.h"
+#include "base/net/address.h"
 
 namespace lumsar::base {
 

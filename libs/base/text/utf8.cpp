@@ -1,6 +1,6 @@
-#include "base/utf8.h"
+#include "base/text/utf8.h"
 
-#include "base/format.h"
+#include "base/text/format.h"
 
 namespace lumsar::base {
 namespace {

@@ -1,4 +1,4 @@
-#include "base/address.h"
+#include "base/net/address.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -9,7 +9,7 @@
 #include <cstring>
 
 #include "base/errors.h"
-#include "base/format.h"
+#include "base/text/format.h"
 
 namespace lumsar::base {
 namespace {

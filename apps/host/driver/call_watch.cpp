@@ -1,4 +1,4 @@
-#include "session/call_watch.h"
+#include "driver/call_watch.h"
 
 #include <asio/post.hpp>
 #include <utility>

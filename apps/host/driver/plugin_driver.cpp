@@ -1,13 +1,13 @@
-#include "session/plugin_driver.h"
+#include "driver/plugin_driver.h"
 
 #include <filesystem>
 
 #include "base/errors.h"
-#include "base/format.h"
 #include "base/temporary_directory.h"
+#include "base/text/format.h"
+#include "driver/working_directory.h"
 #include "json/json.h"
 #include "protocol/message.h"
-#include "session/working_directory.h"
 
 namespace lumsar::host {
 
