@@ -14,11 +14,6 @@ class Hello : public PluginTest {
             info("Unredirect all cameras!"),
             info("[Handler] And, then, try to send HELLO to VM...")};
   }
-  static Bytes bytes(unsigned int token) {
-    return Bytes{0x4D, 0x41, 0x43, 0x56, 0,    0, 0, 0, 4, 0, 0, 0, 0, 0, 0, 0,
-                 1,    1,    0,    0,    0x13, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0} +
-           le16(token) + Bytes{0, 0};
-  }
 };
 
 using HelloOverRdp = OverRdp<Hello>;
@@ -32,7 +27,7 @@ TEST_F(HelloOverRdp, FollowsTheVmsChannelOpened) {
   const std::vector<Sent> sent = host.takeSent();
   ASSERT_EQ(sent.size(), 1U);
   const unsigned int token = readLe16(sent[0].bytes, 32);
-  EXPECT_EQ(sent[0].bytes, bytes(token));
+  EXPECT_EQ(sent[0].bytes, pluginHello(token, 0x13));
   EXPECT_TRUE(window.contains(token)) << token;
   EXPECT_EQ(sent[0].thread, std::this_thread::get_id());
   EXPECT_EQ(log.take(), concat({opened(), rdpHelloLines(0, token)}));

@@ -58,36 +58,23 @@ INSTANTIATE_TEST_SUITE_P(Texts, RelativePath,
                                          PathCase{"./ipc/", "/ipc/"}, PathCase{".", "."},
                                          PathCase{"./é", "/é"}, PathCase{" ", " "}));
 
-TEST_F(IpcSettings, NotJson) {
-  EXPECT_EQ(settingsOf("not JSON"), (Lines{info("[ParseConfigJson] Enter!"),
-                                           warning("[ParseConfigJson][41] Json command is NULL!"),
-                                           useLine("lumsar", app)}));
-}
-
-TEST_F(IpcSettings, NameAloneIsTakenAndPathMissing) {
+TEST_F(IpcSettings, WithoutOneItemThePathIsNotApplied) {
+  const auto expectNoName = [this](const std::string& config, const std::string& why) {
+    EXPECT_EQ(settingsOf(config),
+              (Lines{info("[ParseConfigJson] Enter!"), warning(why), useLine("lumsar", app)}))
+        << config;
+    plugin.DeInit();
+    forget();
+  };
+  expectNoName("not JSON", "[ParseConfigJson][41] Json command is NULL!");
+  for (const char* config :
+       {R"({"relative_path":"./ipc"})", "{}", "[]", "[1,2]", R"([{"ipc_name":"svc"}])"}) {
+    expectNoName(config, "[ParseConfigJson][68] Cannot find item[ipc_name]!");
+  }
   EXPECT_EQ(settingsOf(R"({"ipc_name":"svc"})"),
             concat({begin("svc"),
                     {warning("[ParseConfigJson][89] Cannot find item[relative_path]!"),
                      useLine("svc", app)}}));
-}
-
-TEST_F(IpcSettings, PathAloneIsNotApplied) {
-  EXPECT_EQ(settingsOf(R"({"relative_path":"./ipc"})"),
-            (Lines{info("[ParseConfigJson] Enter!"),
-                   warning("[ParseConfigJson][68] Cannot find item[ipc_name]!"),
-                   useLine("lumsar", app)}));
-}
-
-TEST_F(IpcSettings, EmptyObjectAndArrayHoldNoItem) {
-  for (const char* config : {"{}", "[]", "[1,2]", R"([{"ipc_name":"svc"}])"}) {
-    EXPECT_EQ(settingsOf(config),
-              (Lines{info("[ParseConfigJson] Enter!"),
-                     warning("[ParseConfigJson][68] Cannot find item[ipc_name]!"),
-                     useLine("lumsar", app)}))
-        << config;
-    plugin.DeInit();
-    forget();
-  }
 }
 
 const Lines kBothNull = {info("[ParseConfigJson] Enter!"),

@@ -17,11 +17,6 @@ class SpiceEvent : public PluginTest {
     return {info("Event: Spice channel is Closed! Unredirect all cameras!"),
             info("Unredirect all cameras!")};
   }
-  static Bytes hello(unsigned int token) {
-    return Bytes{0x4D, 0x41, 0x43, 0x56, 0, 0, 0, 0, 4, 0, 0, 0, 0, 0, 0, 0,
-                 1,    1,    0,    0,    3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0} +
-           le16(token) + Bytes{0, 0};
-  }
 };
 
 using SpiceEventInSession = OverSpice<SpiceEvent>;
@@ -35,7 +30,7 @@ TEST_F(SpiceEventInSession, OpeningSendsTheHello) {
   ASSERT_EQ(sent.size(), 1U);
   ASSERT_EQ(sent[0].bytes.size(), 36U);
   const unsigned int token = readLe16(sent[0].bytes, 32);
-  EXPECT_EQ(sent[0].bytes, hello(token));
+  EXPECT_EQ(sent[0].bytes, pluginHello(token, 3));
   EXPECT_EQ(sent[0].thread, std::this_thread::get_id());
   EXPECT_TRUE(window.contains(token)) << token;
   EXPECT_EQ(log.take(), opened(token));

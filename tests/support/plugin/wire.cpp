@@ -40,6 +40,12 @@ Bytes message(const VmHello& hello) {
          le32(hello.capabilities) + Bytes(8) + le16(hello.token) + le16(hello.session);
 }
 
+Bytes pluginHello(std::uint32_t token, unsigned char capabilities) {
+  return Bytes{0x4D, 0x41, 0x43, 0x56,         0, 0, 0, 0, 4, 0, 0, 0, 0, 0, 0, 0, 1,
+               1,    0,    0,    capabilities, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0} +
+         le16(token) + Bytes{0, 0};
+}
+
 Bytes pattern(std::size_t size) {
   Bytes bytes(size);
   for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<unsigned char>(i * 31 + i / 251);

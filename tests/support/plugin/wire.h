@@ -33,6 +33,9 @@ struct VmHello {
 };
 Bytes message(const VmHello& hello);
 
+// The plug-in's HELLO.
+Bytes pluginHello(std::uint32_t token, unsigned char capabilities);
+
 // `size` bytes in a pattern that does not repeat every 256.
 Bytes pattern(std::size_t size);
 
