@@ -8,7 +8,9 @@
 
 #include "capture/camera_format.h"
 
-using GstDevice = struct _GstDevice;  // GStreamer's, only passed on here
+// GStreamer's own tag; the object is only passed on here.
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
+using GstDevice = struct _GstDevice;
 
 namespace lumsar::service {
 
