@@ -23,7 +23,8 @@ bool hasLaterHello(Bytes waiting) {
   if (waiting.empty()) return false;
   const RedirMsgHeader hello{.type = MSG_HELLO, .length = sizeof(HelloPayload)};
   const Bytes pattern = protocol::bytesOf(hello).first(kHelloPattern);
-  return !std::ranges::search(waiting.subspan(1), pattern).empty();
+  const auto end = waiting.end();
+  return std::search(waiting.begin() + 1, end, pattern.begin(), pattern.end()) != end;
 }
 
 }  // namespace

@@ -105,7 +105,7 @@ TEST(SocketListener, AFileThatIsNotASocketIsLeftAlone) {
 TEST(SocketListener, AMissingDirectoryIsSaid) {
   const TemporaryDirectory dir;
   const Address address = unixAddress(dir / "no/such/x.sock");
-  EXPECT_NE(listenError<Failure>(address, Directory::Make).find("cannot make the directory"),
+  EXPECT_NE(listenError<Failure>(address, Directory::Make).find("cannot create the directory"),
             std::string::npos);
   EXPECT_NE(listenError<Failure>(address).find("check that its directory exists"),
             std::string::npos);
