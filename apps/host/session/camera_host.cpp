@@ -1,28 +1,50 @@
 #include "session/camera_host.h"
 
 #include <asio/post.hpp>
+#include <exception>
 #include <utility>
+
+#include "base/text/format.h"
 
 namespace lumsar::host {
 
 CameraHost::CameraHost(asio::io_context& loop, Report& report, Settings settings)
     : m_loop(loop),
+      m_report(report),
       m_settings(std::move(settings)),
-      m_inbox(std::make_shared<Inbox>(m_pluginThread.get_executor())),
+      m_inbox(std::make_shared<Inbox>(m_pluginLoop.get_executor())),
       m_plugin(m_settings.plugin),
       m_commands(m_plugin, report, m_settings.status, m_settings.keepsResults),
-      m_session(m_pluginThread.get_executor(), loop, m_plugin, m_settings.driver, m_queue, report,
+      m_session(m_pluginLoop.get_executor(), loop, m_plugin, m_settings.driver, m_queue, report,
                 {.onHandshake = [this](bool sharesAll) { handshake(sharesAll); },
                  .onRefused = m_settings.onRefused}),
       m_serviceWatch(
-          m_pluginThread.get_executor(), [this] { return m_session.state().initialised; },
+          m_pluginLoop.get_executor(), [this] { return m_session.state().initialised; },
           [this] { return m_commands.serviceAnswers(); },
-          [this] { m_session.recover("it does not answer"); }) {}
+          [this] { m_session.recover("it does not answer"); }),
+      m_pluginThread([this] { serve(); }) {}
 
 CameraHost::~CameraHost() {
   m_inbox->end();
-  m_pluginThread.stop();
+  m_pluginLoop.stop();
   m_pluginThread.join();
+}
+
+// No exception may end somebody else's process: the host goes on without cameras.
+void CameraHost::serve() {
+  while (true) {
+    try {
+      m_pluginLoop.run();
+      return;
+    } catch (const std::exception& error) {
+      m_report.say(base::text("no more cameras: {}", error.what()));
+    }
+    m_stopping = true;
+    m_inbox->end();
+    m_serviceWatch.stop();
+    m_session.stop();
+    m_settings.onRefused();
+  }
 }
 
 void CameraHost::start(Transport& transport) {
@@ -38,7 +60,7 @@ void CameraHost::start(Transport& transport) {
 void CameraHost::stop(std::function<void()> done) {
   m_stopping = true;
   m_inbox->end();
-  asio::post(m_pluginThread, [this, done = std::move(done)] {
+  asio::post(m_pluginLoop, [this, done = std::move(done)] {
     m_serviceWatch.stop();
     m_session.stop();
     asio::post(m_loop, done);
@@ -46,7 +68,7 @@ void CameraHost::stop(std::function<void()> done) {
 }
 
 void CameraHost::post(std::function<void()> job) {
-  asio::post(m_pluginThread, [this, job = std::move(job)] {
+  asio::post(m_pluginLoop, [this, job = std::move(job)] {
     if (!m_stopping) job();
   });
 }

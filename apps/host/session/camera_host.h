@@ -6,12 +6,13 @@
 //                     Transport <--SendQueue-- plug-in (any of its threads)
 #pragma once
 
+#include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
-#include <asio/thread_pool.hpp>
 #include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "session/commands.h"
 #include "session/service_watch.h"
@@ -22,8 +23,6 @@ namespace lumsar::host {
 
 class CameraHost {
  public:
-  // Loads the plug-in. `onRefused` is called on the plug-in's thread, when there will be no channel
-  // to the VM.
   struct Settings {
     std::string plugin;
     DriverSetup driver;
@@ -31,8 +30,10 @@ class CameraHost {
     std::function<std::string()> status;  // the text of the "status" command
     // On the plug-in's thread; true when the program shares cameras by itself.
     std::function<bool()> onHandshake;
+    // On the plug-in's thread: there will be no channel to the VM, or the host has failed.
     std::function<void()> onRefused;
   };
+  // Loads the plug-in.
   CameraHost(asio::io_context& loop, Report& report, Settings settings);
   // Waits for a call of the plug-in that is under way.
   ~CameraHost();
@@ -58,11 +59,15 @@ class CameraHost {
   const Commands& commands() const { return m_commands; }
 
  private:
+  void serve();
   void handshake(bool sharesAll);
 
   asio::io_context& m_loop;
+  Report& m_report;
   const Settings m_settings;
-  asio::thread_pool m_pluginThread{1};
+  asio::io_context m_pluginLoop;
+  asio::executor_work_guard<asio::io_context::executor_type> m_work =
+      asio::make_work_guard(m_pluginLoop);
   std::atomic<bool> m_stopping = false;
   SendQueue m_queue;
   std::shared_ptr<Inbox> m_inbox;
@@ -71,6 +76,7 @@ class CameraHost {
   Session m_session;
   ServiceWatch m_serviceWatch;
   bool m_shareAgainWaits = false;
+  std::thread m_pluginThread;  // last: it uses all of the above
 };
 
 }  // namespace lumsar::host

@@ -2,6 +2,7 @@
 #include "unit/host/session/fake_plugin.h"
 
 #include <cstring>
+#include <stdexcept>
 
 #include "lumsar/plugin.h"
 
@@ -18,6 +19,7 @@ EXPORTED FakePlugin* fakePlugin() {
 }
 
 EXPORTED int Ctrl(const std::string& command, char* output, int& outputLength) {
+  if (fake.throws) throw std::runtime_error("out of luck");
   if (command != R"({"command":"list"})") {
     fake.commands.push_back(command);
     return fake.status;

@@ -9,4 +9,5 @@ struct FakePlugin {
   std::string list;                   // its answer to "list"
   int listGrowth = 0;                 // how often the answer still grows when it is asked for
   int status = 0;                     // of all commands
+  bool throws = false;                // whatever it is asked
 };
