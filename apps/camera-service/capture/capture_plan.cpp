@@ -32,6 +32,7 @@ struct Rank {
   std::int64_t wish = 0;
   double rate = 0;
 
+  // NOLINTNEXTLINE(modernize-use-nullptr): taken for a pointer's comparison in version 14
   auto operator<=>(const Rank&) const = default;
 };
 

@@ -41,7 +41,7 @@ std::string identify(const GstStructure* properties, const std::string& name) {
     std::string value = property(properties, key);
     if (value.empty()) continue;
     const std::string index = key == kBusPath ? nodeIndex(properties) : "";
-    return index.empty() || index == "0" ? value : value + "-video-index" + index;
+    return index.empty() || index == "0" ? value : base::text("{}-video-index{}", value, index);
   }
   return name;
 }
