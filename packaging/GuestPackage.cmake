@@ -2,7 +2,7 @@
 # `cmake --build BUILD --target package` makes lumsar-agent_VERSION_ARCHITECTURE.deb; the same files for
 # other systems: `DESTDIR=DIRECTORY cmake --install BUILD --component guest --prefix /usr`.
 lumsar_component(GUEST_PACKAGE "package for the guest, with --target package"
-  lumsar-agent-static "nothing, but build lumsar-agent-static" DPKG_DEB dpkg)
+  lumsar-agent-static "what lumsar-agent-static needs" DPKG_DEB dpkg)
 if(NOT LUMSAR_GUEST_PACKAGE)
   return()
 endif()

@@ -107,7 +107,7 @@ class CaptureTest : public ::testing::Test {
   asio::thread_pool cameraThreads{2};
   VirtualCameras cameras;
   const StartedProvider provider;
-  const TemporaryDirectory dir;
+  const TemporaryDirectory dir{};  // Clang 14 wants the braces for a constant member
   Camera plugged;
   Reader reader;
   std::vector<std::string> troubles;
