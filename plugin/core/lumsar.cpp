@@ -21,11 +21,8 @@ Lumsar* Lumsar::GetInstance() {
 }
 
 Lumsar::Lumsar() {
-  QT_WARNING_PUSH
   // Hosts' logs have this line. Builds that set SOURCE_DATE_EPOCH are reproducible all the same.
-  QT_WARNING_DISABLE_GCC("-Wdate-time")
   qInfo() << "Compile time: " << __DATE__ << ", " << __TIME__;
-  QT_WARNING_POP
   m_defaultConfig = QStringLiteral(
       R"({"frame_interval": "0","rdr_channel": "tcp","max_width": "4000","quality": "50",)"
       R"("encode_type": "MJPG","codec": "AUTO","encode_FRC": "ON","encode_30FPS": "OFF",)"

@@ -79,7 +79,7 @@ TEST(Options, AreRefusedWithAReason) {
       {{"--listen", "a", "--device", "b"}, "only one of"},
   };
   for (const auto& [words, reason] : cases) {
-    const std::string error = errorOf<base::UsageError>([&] { parse(words); });
+    const std::string error = errorOf<base::UsageError>([&words = words] { parse(words); });
     EXPECT_TRUE(has(error, reason)) << error << ", not " << reason;
   }
 }

@@ -77,9 +77,9 @@ void Browser::start() {
   auto [answers, theirAnswers] = pipeOutOfTheWay();
   m_commands = std::move(commands);
   m_answers = std::move(answers);
-  const auto useDescriptors = [&] {
-    dup2(theirCommands.get(), 3);
-    dup2(theirAnswers.get(), 4);
+  const auto useDescriptors = [input = theirCommands.get(), output = theirAnswers.get()] {
+    dup2(input, 3);
+    dup2(output, 4);
   };
   m_child.emplace(
       commandLine(m_folder / "profile"),
