@@ -4,17 +4,24 @@
 
 namespace lumsar::host {
 
+namespace {
+
+bool beginsHandshake(const RedirMsgHeader& header) {
+  return header.type == MSG_HELLO || header.type == MSG_CHANNEL_OPENED;
+}
+
+}  // namespace
+
 std::span<unsigned char> Deframer::next() {
   while (true) {
+    const bool mayBeMessage = m_assembler.fault() == MessageAssembler::Fault::None;
     const auto header = m_assembler.peek();
-    if (m_assembler.fault() != MessageAssembler::Fault::None) {
-      m_dropped += m_assembler.skipFault();
-    } else if (!header) {
-      return {};
-    } else if (m_synchronised || header->type == MSG_HELLO || header->type == MSG_CHANNEL_OPENED) {
+    if (mayBeMessage && !header) return {};
+    if (mayBeMessage && (m_synchronised || beginsHandshake(*header))) {
       m_synchronised = true;
       return m_assembler.next();
-    } else if (isProbe()) {
+    }
+    if (mayBeMessage && isProbe()) {
       m_assembler.next();
     } else {
       m_dropped += m_assembler.skipFault();
