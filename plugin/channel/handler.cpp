@@ -6,6 +6,7 @@
 #include "channel/event_post.h"
 #include "core/exports.h"
 #include "core/guard.h"
+#include "core/lengths.h"
 #include "core/lumsar.h"
 #include "core/relaxed.h"
 #include "lumsar/message.h"
@@ -93,12 +94,13 @@ void handle(unsigned char* data, int len) {
     qCritical("[%s][%d] Lumsar NOT initialized!", kFunction, 1333);
     return;
   }
+  if (!isComplete(kFunction, data, len)) return;
   const std::uint32_t magic = lumsar::readField(data, offsetof(RedirMsgHeader, magic));
   if (magic != lumsar::kMagic) {
     qCritical("[%s][%d] Invalid magic:0x%x!", kFunction, 1340, magic);
     return;
   }
-  // The host delivers complete messages: from here on the header is trusted.
+  // From here on the header is trusted.
   dispatch(*self, data, lumsar::readHeader(data));
 }
 

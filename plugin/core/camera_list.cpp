@@ -3,6 +3,7 @@
 #include <QDebug>
 #include <cstring>
 
+#include "core/lengths.h"
 #include "core/lumsar.h"
 #include "core/relaxed.h"
 #include "lumsar/message.h"
@@ -29,6 +30,9 @@ int Lumsar::HandleGetCameraListCmd(char* output, int& outputSize) {
     return lumsar::STATUS_OK;
   }
 
+  if (!isComplete("HandleGetCameraListCmd", output, replySize)) {
+    return lumsar::STATUS_LIST_CALL_FAILED;
+  }
   const std::uint32_t type = lumsar::readField(output, offsetof(lumsar::RedirMsgHeader, type));
   const std::uint32_t length = lumsar::readField(output, offsetof(lumsar::RedirMsgHeader, length));
   const std::uint32_t code = lumsar::readField(output, offsetof(lumsar::RedirMsgHeader, param));

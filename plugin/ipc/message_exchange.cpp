@@ -10,6 +10,7 @@
 
 #include "channel/event_post.h"
 #include "core/guard.h"
+#include "core/lengths.h"
 #include "core/lumsar.h"
 #include "core/relaxed.h"
 #include "lumsar/message.h"
@@ -130,6 +131,9 @@ int Lumsar::UnredirectAllVCams() {
 
 int Lumsar::OnReceive(int /*connectId*/, unsigned char* data, int length, void* userData) {
   return guarded("OnReceive", [=] {
+    if (!isComplete("OnReceive", data, length)) {
+      return static_cast<int>(lumsar::STATUS_INVALID_PARAMETER);
+    }
     if (lumsar::readField(data, offsetof(RedirMsgHeader, magic)) != lumsar::kMagic) {
       qWarning("[%s][%d] Invalid message magic!", "OnReceive", 180);
       return static_cast<int>(lumsar::STATUS_INVALID_MAGIC);
