@@ -8,6 +8,9 @@
 #endif
 
 #include "support/plugin/log_record.h"
+#include "support/plugin/plugin_test.h"
+
+const char* const lumsar::test::kPluginFile = LUMSAR_PLUGIN;
 
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);

@@ -28,7 +28,7 @@ bool isLibraryLoaded(const std::string& directory) {
   return true;
 }
 
-FreshPluginTest::FreshPluginTest() : plugin(LUMSAR_PLUGIN) {}
+FreshPluginTest::FreshPluginTest() : plugin(kPluginFile) {}
 
 void FreshPluginTest::SetUp() {
   ASSERT_EQ(log.take(), Lines{}) << "loading must log nothing";

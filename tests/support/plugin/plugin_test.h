@@ -18,6 +18,8 @@
 
 namespace lumsar::test {
 
+// The plug-in that this test program loads.
+extern const char* const kPluginFile;
 // A configuration that leads to the IPC library for tests, and what it leads to.
 extern const std::string kConfig;
 extern const std::string kIpcName;
