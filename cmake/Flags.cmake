@@ -9,6 +9,8 @@ target_compile_options(lumsar_flags INTERFACE
   -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wformat=2 -Wundef
   $<$<BOOL:${LUMSAR_WERROR}>:-Werror>)
 target_link_options(lumsar_flags INTERFACE -Wl,-z,defs)
+# Some packages ask for it; what shares a precompiled header needs the same everywhere.
+add_compile_options(-pthread)
 # The same bytes wherever the source tree is.
 add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=.)
 if(LUMSAR_SANITIZE)
@@ -27,4 +29,10 @@ set(lumsar_standard_headers
   <algorithm> <chrono> <functional> <map> <memory> <optional> <span> <string> <vector>)
 function(lumsar_precompile target)
   target_precompile_headers(${target} PRIVATE ${lumsar_standard_headers} ${ARGN})
+endfunction()
+# lumsar_share_precompiled(OWNER TARGET...): uses those of OWNER, compiled with the same options.
+function(lumsar_share_precompiled owner)
+  foreach(target IN LISTS ARGN)
+    target_precompile_headers(${target} REUSE_FROM ${owner})
+  endforeach()
 endfunction()

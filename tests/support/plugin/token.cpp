@@ -1,11 +1,12 @@
-// qsrand and qrand are deprecated, yet they are what a token is made of.
-#define QT_NO_DEPRECATED_WARNINGS
 #include "support/plugin/token.h"
 
 #include <QtGlobal>
 
 namespace lumsar::test {
 
+QT_WARNING_PUSH
+// They are what a token is made of.
+QT_WARNING_DISABLE_DEPRECATED
 bool TokenWindow::contains(unsigned int token) const {
   const QTime end = QTime::currentTime();
   for (QTime time = m_begin;; time = time.addMSecs(1)) {
@@ -14,5 +15,6 @@ bool TokenWindow::contains(unsigned int token) const {
     if (time == end) return false;
   }
 }
+QT_WARNING_POP
 
 }  // namespace lumsar::test

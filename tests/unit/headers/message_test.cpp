@@ -1,9 +1,10 @@
-// include/lumsar/message.h and vdi_ipc.h: layouts, byte for byte, and the values of all names.
+// The public headers: layouts, byte for byte, and the values of all names.
 // Compares with bytes written out by hand.
 #include "lumsar/message.h"
 
 #include <gtest/gtest.h>
 
+#include "lumsar/camera_data.h"
 #include "lumsar/plugin.h"
 #include "lumsar/vdi_ipc.h"
 #include "support/plugin/wire.h"
@@ -15,6 +16,13 @@ template <class T>
 Bytes image(const T& value) {
   const auto* begin = reinterpret_cast<const unsigned char*>(&value);
   return {begin, begin + sizeof value};
+}
+
+// 1, 2, 3 and so on.
+Bytes ascending(unsigned char size) {
+  Bytes bytes;
+  for (unsigned char i = 1; i <= size; ++i) bytes.push_back(i);
+  return bytes;
 }
 
 TEST(Message, HeaderOffsets) {
@@ -46,9 +54,7 @@ TEST(Message, EveryFieldByteForByte) {
   header.vmMinor = 0x10;
   header.capabilities = 0x14131211;
   for (unsigned char i = 0; i < 8; ++i) header.reserved[i] = static_cast<unsigned char>(0x15 + i);
-  Bytes expected{0x4D, 0x41, 0x43, 0x56};
-  for (unsigned char i = 1; i <= 28; ++i) expected.push_back(i);
-  EXPECT_EQ(image(header), expected);
+  EXPECT_EQ(image(header), (Bytes{0x4D, 0x41, 0x43, 0x56} + ascending(28)));
 }
 
 TEST(Message, HelloIs36Bytes) {
@@ -134,6 +140,38 @@ TEST(IpcRecord, LayoutIs72Bytes) {
   EXPECT_EQ(offsetof(IpcClientParams, clientName), 40U);
   EXPECT_EQ(image(IpcClientParams{}), Bytes(72));
   EXPECT_EQ(kIpcReplyTooLarge, 8);
+}
+
+// The bytes of `fields`, whose members are set to runs of 1, 2, 3 and so on: each member's place
+// and size show.
+TEST(CameraRecords, EveryMemberHasItsPlace) {
+  const CameraDataHeader header{
+      .kind = 0x0201, .zero = 0x0403, .camera = 0x08070605, .time = 0x100F0E0D0C0B0A09};
+  EXPECT_EQ(image(header), ascending(16));
+  const CameraAnnounced announced{.vendorId = 0x0201,
+                                  .productId = 0x0403,
+                                  .width = 0x0605,
+                                  .height = 0x0807,
+                                  .frameInterval = 0x0C0B0A09,
+                                  .encoding = 0x100F0E0D,
+                                  .idLength = 0x1211,
+                                  .nameLength = 0x1413};
+  EXPECT_EQ(image(announced), ascending(20));
+  const CameraFrame frame{.sequence = 0x04030201,
+                          .width = 0x0605,
+                          .height = 0x0807,
+                          .encoding = 0x0C0B0A09,
+                          .flags = 0x100F0E0D};
+  EXPECT_EQ(image(frame), ascending(16));
+  const CameraStatistics statistics{.frames = 0x0807060504030201,
+                                    .bytes = 0x100F0E0D0C0B0A09,
+                                    .lost = 0x14131211,
+                                    .dropped = 0x18171615,
+                                    .latency = 0x1C1B1A19,
+                                    .rate = 0x201F1E1D};
+  EXPECT_EQ(image(statistics), ascending(32));
+  const HelloPayload hello{.token = 0x0201, .vmSession = 0x0403};
+  EXPECT_EQ(image(hello), ascending(4));
 }
 
 }  // namespace
