@@ -34,6 +34,7 @@ qemu-system-x86                  cmd:qemu-system-x86_64
 make                             cmd:make
 xz-utils                         cmd:xz
 openssl                          cmd:openssl
+abigail-tools                    cmd:abidiff
 chromium                         cmd:chromium
 gstreamer1.0-plugins-ugly        file:/usr/lib/*/gstreamer-1.0/libgstx264.so
 '
@@ -54,6 +55,7 @@ libclang-rt-14-dev               file:/usr/lib/llvm-*/lib/clang/*/lib/linux/libc
 '
 # For the longer tests: programs that are not ours as the peer.
 long_packages='
+valgrind                         cmd:valgrind
 xrdp                             file:/usr/sbin/xrdp
 tigervnc-standalone-server       cmd:Xvnc
 freerdp2-x11                     cmd:xfreerdp
