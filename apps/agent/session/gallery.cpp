@@ -1,24 +1,19 @@
 #include "session/gallery.h"
 
-#include <cctype>
 #include <thread>
 #include <utility>
 
 #include "base/log.h"
+#include "base/text/utf8.h"
 
 namespace lumsar::agent {
 namespace {
 
 constexpr std::size_t kMaxRemembered = 200;
 
-// A camera's name, fit for a file name.
-std::string fileName(const protocol::Announcement& info) {
-  std::string name;
-  for (const char c : info.name.substr(0, 60)) {
-    const bool plain = std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-';
-    if (plain || (!name.empty() && name.back() != '-')) name.push_back(plain ? c : '-');
-  }
-  while (!name.empty() && name.back() == '-') name.pop_back();
+// A camera's name and number, fit for a file name.
+std::string labelOf(const protocol::Announcement& info) {
+  const std::string name = base::fileName(info.name);
   return base::text("{}-{}", name.empty() ? "camera" : name, info.camera);
 }
 
@@ -29,7 +24,7 @@ Gallery::Gallery(std::vector<std::unique_ptr<SinkFactory>> outputs, std::functio
 
 std::unique_ptr<Camera> Gallery::open(protocol::Announcement info, Camera::Ask ask) {
   const int handle = ++m_lastHandle;
-  std::string label = fileName(info);
+  std::string label = labelOf(info);
   if (const int before = m_labels[label]++; before > 0) label += base::text(".{}", before + 1);
   std::vector<std::unique_ptr<Sink>> sinks;
   for (const auto& output : m_outputs) {

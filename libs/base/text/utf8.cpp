@@ -1,5 +1,7 @@
 #include "base/text/utf8.h"
 
+#include <cstdint>
+
 #include "base/text/format.h"
 
 namespace lumsar::base {
@@ -13,11 +15,27 @@ bool isContinuation(unsigned char byte) {
   return (byte & 0xC0U) == 0x80;
 }
 
-// C0, DEL and C1.
+bool isLetterOrDigit(char c) {
+  return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
+// Of a valid sequence.
+std::uint32_t codePoint(std::string_view sequence) {
+  std::uint32_t code = byteAt(sequence, 0);
+  if (sequence.size() > 1) code &= 0x7FU >> sequence.size();
+  for (const char c : sequence.substr(1)) code = code << 6U | (static_cast<unsigned>(c) & 0x3FU);
+  return code;
+}
+
+// C0, DEL and C1; the line separators; and what changes the direction of the text around it, so
+// that a person reads something else than what is there.
 bool isControl(std::string_view sequence) {
-  const unsigned char first = byteAt(sequence, 0);
-  if (sequence.size() == 1) return first < 0x20 || first == 0x7F;
-  return first == 0xC2 && byteAt(sequence, 1) < 0xA0;
+  const std::uint32_t code = codePoint(sequence);
+  const auto in = [code](std::uint32_t first, std::uint32_t last) {
+    return code >= first && code <= last;
+  };
+  return code < 0x20 || in(0x7F, 0x9F) || code == 0x61C || in(0x200E, 0x200F) ||
+         in(0x2028, 0x202E) || in(0x2066, 0x2069);
 }
 
 }  // namespace
@@ -53,6 +71,19 @@ std::string clean(std::string_view peerText, std::size_t longest, char control) 
     peerText.remove_prefix(sequence.size());
   }
   return result;
+}
+
+std::string fileName(std::string_view peerText, std::size_t longest) {
+  std::string name;
+  for (const char c : peerText.substr(0, longest)) {
+    if (isLetterOrDigit(c) || c == '_') {
+      name += c;
+    } else if (!name.empty() && (c == '-' || name.back() != '-')) {
+      name += '-';
+    }
+  }
+  while (!name.empty() && name.back() == '-') name.pop_back();
+  return name;
 }
 
 std::string escapeInvalid(std::string_view bytes) {

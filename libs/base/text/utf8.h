@@ -9,9 +9,14 @@ namespace lumsar::base {
 // Bytes of the UTF-8 sequence at the front of `text`, 0 if there is none or it is not valid.
 std::size_t sequenceLength(std::string_view text);
 
-// A peer's text made harmless: valid UTF-8, no control characters, at most `longest` bytes. What is
-// not valid becomes '?', and a control character becomes `control`.
+// A peer's text made harmless for a person's eyes and terminal: valid UTF-8, no control characters
+// and none that reorder text, at most `longest` bytes. What is not valid becomes '?', and a control
+// character becomes `control`.
 std::string clean(std::string_view peerText, std::size_t longest = 200, char control = '?');
+
+// A peer's text as part of a file name: letters, digits, '_' and inner '-' only, the rest becomes
+// '-'; of the first `longest` bytes. May be empty.
+std::string fileName(std::string_view peerText, std::size_t longest = 60);
 
 // File names are any bytes: those that are not valid UTF-8 become %XX.
 std::string escapeInvalid(std::string_view bytes);

@@ -19,6 +19,26 @@ TEST(Utf8, MakesPeersTextsHarmless) {
   EXPECT_EQ(clean("a\nb\xff", 200, ' '), "a b?");
 }
 
+// Characters that reorder or break a line show a person other words than those that were sent.
+TEST(Utf8, MakesBidirectionalControlsHarmless) {
+  for (const char* control :
+       {"\u061C", "\u200E", "\u200F", "\u2028", "\u2029", "\u202A", "\u202E", "\u2066", "\u2069"}) {
+    EXPECT_EQ(clean(std::string("a") + control + "b"), "a?b");
+  }
+  for (const char* letter : {"\u061B", "\u200D", "\u2010", "\u2027", "\u202F", "\u206A"}) {
+    EXPECT_EQ(clean(letter), letter);
+  }
+}
+
+TEST(Utf8, MakesFileNamesThatNoProgramTakesForAnythingElse) {
+  EXPECT_EQ(fileName("Front door (left)"), "Front-door-left");
+  EXPECT_EQ(fileName("--rf"), "rf");
+  EXPECT_EQ(fileName("../.\u202Egpj.exe"), "gpj-exe");
+  EXPECT_EQ(fileName("a_b-c--"), "a_b-c");
+  EXPECT_EQ(fileName("\u00FC"), "");
+  EXPECT_EQ(fileName(std::string(100, 'x'), 60).size(), 60U);
+}
+
 TEST(Utf8, EscapesWhatIsNotValid) {
   EXPECT_EQ(escapeInvalid("caf\xe9.jpg"), "caf%E9.jpg");
   EXPECT_EQ(escapeInvalid("Gr\xc3\xbc\xc3"), "Gr\xc3\xbc%C3");
