@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "lumsar/camera_data.h"
+#include "outputs/frame_budget.h"
 
 namespace lumsar::agent {
 
@@ -14,6 +15,7 @@ struct Frame {
   std::uint64_t captured = 0;  // both in µs on the record's clock
   std::uint64_t arrived = 0;
   std::vector<unsigned char> data;
+  FrameBudget::Share share;  // of the memory for all frames, as long as this one lives
 };
 using FramePtr = std::shared_ptr<const Frame>;
 

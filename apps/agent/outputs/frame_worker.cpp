@@ -5,7 +5,9 @@
 namespace lumsar::agent {
 
 FrameWorker::FrameWorker(std::size_t capacity, std::function<bool(const Frame&)> work)
-    : m_work(std::move(work)), m_queue({.frames = capacity}), m_thread([this] { run(); }) {}
+    : m_work(std::move(work)),
+      m_queue({.frames = capacity, .frameBytes = kMaxBytes}),
+      m_thread([this] { run(); }) {}
 
 FrameWorker::~FrameWorker() {
   close();

@@ -1,5 +1,6 @@
-// FrameWorker: a bounded queue of frames, the oldest of which is dropped when it is full, and the
-// thread that works on them. push(), close() and the counters are thread-safe.
+// FrameWorker: a queue of frames, bounded in number and in bytes, the oldest of which is dropped
+// when it is full, and the thread that works on them. push(), close() and the counters are
+// thread-safe.
 #pragma once
 
 #include <condition_variable>
@@ -15,6 +16,9 @@ namespace lumsar::agent {
 
 class FrameWorker {
  public:
+  // That may wait, unless a single frame is larger.
+  static constexpr std::size_t kMaxBytes = std::size_t{32} << 20U;
+
   // `work` runs on the worker's thread and says whether the frame was delivered.
   FrameWorker(std::size_t capacity, std::function<bool(const Frame&)> work);
   // Works on what is queued, then joins.

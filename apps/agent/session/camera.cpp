@@ -25,8 +25,12 @@ std::uint32_t narrow(std::uint64_t value) {
 }  // namespace
 
 Camera::Camera(protocol::Announcement info, int handle, std::vector<std::unique_ptr<Sink>> sinks,
-               Ask ask)
-    : m_info(std::move(info)), m_handle(handle), m_sinks(std::move(sinks)), m_ask(std::move(ask)) {
+               Ask ask, FrameBudget& budget)
+    : m_info(std::move(info)),
+      m_handle(handle),
+      m_sinks(std::move(sinks)),
+      m_ask(std::move(ask)),
+      m_budget(budget) {
   m_format.width = m_info.format.width;
   m_format.height = m_info.format.height;
   m_format.encoding = m_info.format.encoding;
@@ -51,6 +55,12 @@ void Camera::takeFrame(const CameraDataHeader& header, Bytes body) {
       frame->arrived > frame->captured ? frame->arrived - frame->captured : 0;
   m_latencies.add(latency);
   m_lastSecond.add(latency);
+  frame->share = m_budget.take(body.size());
+  if (!frame->share) {
+    ++m_refused;
+    m_needsKey = true;  // what follows cannot be decoded without it
+    return;
+  }
   frame->data.assign(body.begin(), body.end());
   if (!isShowable(*frame, gap != 0)) {
     ++m_all.bad;
@@ -165,7 +175,7 @@ unsigned Camera::consumers() const {
 }
 
 std::uint64_t Camera::dropped() const {
-  std::uint64_t sum = m_all.bad;
+  std::uint64_t sum = m_all.bad + m_refused;
   for (const auto& sink : m_sinks) sum += sink->report().dropped;
   return sum;
 }

@@ -39,8 +39,8 @@ class Camera {
   // Sends a record about this camera to the service.
   using Ask = std::function<void(CameraDataKind kind, Bytes body)>;
 
-  Camera(protocol::Announcement info, int handle, std::vector<std::unique_ptr<Sink>> sinks,
-         Ask ask);
+  Camera(protocol::Announcement info, int handle, std::vector<std::unique_ptr<Sink>> sinks, Ask ask,
+         FrameBudget& budget);
 
   void takeFrame(const CameraDataHeader& header, Bytes body);
   // Starts or stops the camera by what the sinks need; once a second sends statistics.
@@ -68,6 +68,7 @@ class Camera {
   const int m_handle;
   std::vector<std::unique_ptr<Sink>> m_sinks;
   Ask m_ask;
+  FrameBudget& m_budget;
 
   bool m_present = true;
   bool m_started = false;
@@ -80,7 +81,8 @@ class Camera {
 
   CameraFrame m_format;
   Counters m_all;
-  Counters m_atStart;  // what m_all and dropped() were at the last Start
+  Counters m_atStart;           // what m_all and dropped() were at the last Start
+  std::uint64_t m_refused = 0;  // frames for which there was no memory
   std::uint64_t m_droppedAtStart = 0;
   std::uint64_t m_deliveredBefore = 0;  // at the last statistics
   std::uint32_t m_rate = 0;

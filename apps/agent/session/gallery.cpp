@@ -19,8 +19,9 @@ std::string labelOf(const protocol::Announcement& info) {
 
 }  // namespace
 
-Gallery::Gallery(std::vector<std::unique_ptr<SinkFactory>> outputs, std::function<void()> changed)
-    : m_outputs(std::move(outputs)), m_changed(std::move(changed)) {}
+Gallery::Gallery(std::vector<std::unique_ptr<SinkFactory>> outputs, std::function<void()> changed,
+                 std::size_t maxFrameBytes)
+    : m_outputs(std::move(outputs)), m_changed(std::move(changed)), m_budget(maxFrameBytes) {}
 
 std::unique_ptr<Camera> Gallery::open(protocol::Announcement info, Camera::Ask ask) {
   const int handle = ++m_lastHandle;
@@ -30,7 +31,8 @@ std::unique_ptr<Camera> Gallery::open(protocol::Announcement info, Camera::Ask a
   for (const auto& output : m_outputs) {
     if (auto sink = output->open(info, handle, label, m_changed)) sinks.push_back(std::move(sink));
   }
-  return std::make_unique<Camera>(std::move(info), handle, std::move(sinks), std::move(ask));
+  return std::make_unique<Camera>(std::move(info), handle, std::move(sinks), std::move(ask),
+                                  m_budget);
 }
 
 void Gallery::retire(std::unique_ptr<Camera> camera, bool tellService) {

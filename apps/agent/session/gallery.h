@@ -16,8 +16,12 @@ namespace lumsar::agent {
 
 class Gallery {
  public:
+  // What the frames of all cameras may hold; a single frame always fits.
+  static constexpr std::size_t kMaxFrameBytes = std::size_t{256} << 20U;
+
   // `changed` is called from any thread when a sink gets its first consumer or loses the last.
-  Gallery(std::vector<std::unique_ptr<SinkFactory>> outputs, std::function<void()> changed);
+  Gallery(std::vector<std::unique_ptr<SinkFactory>> outputs, std::function<void()> changed,
+          std::size_t maxFrameBytes = kMaxFrameBytes);
 
   std::unique_ptr<Camera> open(protocol::Announcement info, Camera::Ask ask);
   void retire(std::unique_ptr<Camera> camera, bool tellService);
@@ -35,6 +39,7 @@ class Gallery {
 
   std::vector<std::unique_ptr<SinkFactory>> m_outputs;
   std::function<void()> m_changed;
+  FrameBudget m_budget;
   std::vector<std::unique_ptr<Camera>> m_retired;
   std::deque<CameraStatus> m_removed;
   std::map<std::string, int> m_labels;  // how often each has been used

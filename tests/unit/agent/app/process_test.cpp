@@ -98,6 +98,21 @@ TEST(Process, AFileThatMayNotGrowIsAnErrorAndNotTheEnd) {
   EXPECT_EQ(child.stop(SIGTERM), 0);
 }
 
+TEST(Process, AHangingDiskHoldsABoundedNumberOfBytes) {
+  const TemporaryDirectory folder;
+  const std::string socket = folder / "vm.sock";
+  ASSERT_EQ(mkfifo((folder / "Front-1.mjpeg").c_str(), 0600), 0);  // nobody reads it
+  Process child = agentWith({"--listen", "unix:" + socket, "--save-mjpeg", folder.path()});
+  RawPeer host("unix:" + socket);
+  ASSERT_TRUE(host.handshake());
+  host.send(announce(1, "Front"));
+  ASSERT_TRUE(host.receiveRecord(CameraDataKind::Start, 1));
+  const Bytes large = blankJpeg(30U << 20U);
+  for (std::uint32_t i = 0; i < 12; ++i) ASSERT_TRUE(host.send(frame(1, i, large)));
+  ASSERT_TRUE(host.handshake(2));  // everything has been read
+  EXPECT_LT(child.peakMemory(), 200L << 10);
+}
+
 TEST(Process, WaitsForAVirtioPortByDefault) {
   Process child = agentWith({"--discard", "--duration", "300ms"});
   EXPECT_EQ(child.wait(), 0);

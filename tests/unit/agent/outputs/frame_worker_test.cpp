@@ -44,6 +44,19 @@ TEST(FrameWorker, DropsTheOldestWhenTheWorkIsSlow) {
   EXPECT_EQ(seen.size(), 3U);
 }
 
+TEST(FrameWorker, DropsWholeFramesAboveItsLimitOfBytes) {
+  std::promise<void> go;
+  FrameWorker worker(16, [gate = go.get_future().share()](const Frame&) {
+    gate.wait();
+    return true;
+  });
+  auto large = std::make_shared<Frame>();
+  large->data.resize(FrameWorker::kMaxBytes / 2);
+  for (int i = 0; i < 5; ++i) worker.push(large);
+  EXPECT_GE(worker.dropped(), 2U);  // two wait, and one may be in work
+  go.set_value();
+}
+
 TEST(FrameWorker, PushNeverWaits) {
   std::promise<void> go;
   FrameWorker worker(1, [gate = go.get_future().share()](const Frame&) {

@@ -14,12 +14,15 @@ using namespace agent;
 
 class CameraTableTest : public testing::Test {
  protected:
+  static constexpr std::size_t kFrameBytes = 100000;
+
   CameraTableTest() {
     auto owned = std::make_unique<FakeOutput>(true);
     output = owned.get();
     std::vector<std::unique_ptr<SinkFactory>> outputs;
     outputs.push_back(std::move(owned));
-    gallery.emplace(std::move(outputs), [] {});
+    gallery.emplace(
+        std::move(outputs), [] {}, kFrameBytes);
     table.emplace(*gallery,
                   [this](View message) { sent.emplace_back(message.begin(), message.end()); });
   }
@@ -52,6 +55,26 @@ TEST_F(CameraTableTest, FramesGoToTheirCamera) {
   table->takeRecord(record(CameraDataKind::Frame, 2, frameBody(0, blankJpeg())));
   EXPECT_EQ(output->sinks[0]->shown.size(), 0U);
   EXPECT_EQ(output->sinks[1]->shown.size(), 1U);
+}
+
+TEST_F(CameraTableTest, DropsAndCountsFramesWhileTooManyBytesWaitInAll) {
+  announce(1, "Front");
+  announce(2, "Back");
+  for (std::uint32_t i = 0; i < 3; ++i) {
+    for (std::uint32_t camera = 1; camera <= 2; ++camera) {
+      table->takeRecord(
+          record(CameraDataKind::Frame, camera, frameBody(i, blankJpeg(kFrameBytes / 4))));
+    }
+  }
+  EXPECT_EQ(output->sinks[0]->shown.size(), 2U);
+  EXPECT_EQ(output->sinks[1]->shown.size(), 2U);
+  std::vector<CameraStatus> status;
+  table->appendStatus(status);
+  EXPECT_EQ(status[0].dropped, 1U);
+  EXPECT_EQ(status[0].counters.bad, 0U);
+  output->sinks[0]->shown.clear();
+  table->takeRecord(record(CameraDataKind::Frame, 2, frameBody(3, blankJpeg())));
+  EXPECT_EQ(output->sinks[1]->shown.size(), 3U);
 }
 
 TEST_F(CameraTableTest, SkipsWhatItDoesNotKnow) {

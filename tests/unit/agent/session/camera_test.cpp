@@ -22,10 +22,13 @@ class CameraTest : public testing::Test {
     states = output.sinks;
     auto info =
         protocol::readAnnouncement({.camera = 4}, announcedBody("id", "name", encoding)).value();
-    camera.emplace(info, 1, std::move(all), [this](CameraDataKind kind, View body) {
-      asked.push_back(kind);
-      if (kind == CameraDataKind::Statistics) statistics = *take<CameraStatistics>(body);
-    });
+    camera.emplace(
+        info, 1, std::move(all),
+        [this](CameraDataKind kind, View body) {
+          asked.push_back(kind);
+          if (kind == CameraDataKind::Statistics) statistics = *take<CameraStatistics>(body);
+        },
+        budget);
   }
   void look(bool wanted = true, std::size_t sink = 0) {
     states[sink]->wanted = wanted;
@@ -38,6 +41,7 @@ class CameraTest : public testing::Test {
   }
   std::size_t shown(std::size_t sink = 0) const { return states[sink]->shown.size(); }
 
+  FrameBudget budget{std::size_t{1} << 20U};
   std::optional<Camera> camera;
   std::vector<std::shared_ptr<FakeSinkState>> states;
   std::vector<CameraDataKind> asked;
