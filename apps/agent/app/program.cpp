@@ -100,7 +100,7 @@ bool Program::turn(int endSignal) {
   const bool hasCapacity = m_direct && m_connections.size() < kMaxConnections;
   std::vector<pollfd> fds{{endSignal, POLLIN, 0},
                           {m_wakeUp.get(), POLLIN, 0},
-                          {hasCapacity ? m_direct->get() : -1, POLLIN, 0}};
+                          {hasCapacity ? m_direct->descriptor() : -1, POLLIN, 0}};
   const std::size_t first = fds.size();
   for (const auto& connection : m_connections) fds.push_back(connection->pollRequest());
   const int timeout = base::pollTimeout(std::min(m_end, Clock::now() + kUpdateInterval));
@@ -115,7 +115,7 @@ bool Program::turn(int endSignal) {
 }
 
 void Program::acceptDirect() {
-  base::UniqueFd socket(accept4(m_direct->get(), nullptr, nullptr, SOCK_CLOEXEC));
+  base::UniqueFd socket = m_direct->accept();
   if (!socket) return;
   EndpointSettings settings;
   settings.session = m_options.endpoint.session;

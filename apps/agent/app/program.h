@@ -9,7 +9,7 @@
 
 #include "app/agent_options.h"
 #include "base/event_fd.h"
-#include "base/net/socket_listener.h"
+#include "base/net/acceptor.h"
 #include "outputs/web/viewer.h"
 #include "session/connection.h"
 #include "session/gallery.h"
@@ -51,7 +51,7 @@ class Program {
   Gallery m_gallery;
   std::vector<std::unique_ptr<Connection>> m_connections;
   std::unique_ptr<Viewer> m_viewer;
-  std::optional<base::SocketListener> m_direct;
+  std::optional<base::Acceptor> m_direct;
   int m_directCount = 0;
   Clock::time_point m_pageUpdated;
   Clock::time_point m_fileWritten;

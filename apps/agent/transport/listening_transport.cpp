@@ -39,11 +39,11 @@ ListenTransport::ListenTransport(const base::Address& address)
 }
 
 int ListenTransport::descriptor() const {
-  return attached() ? SocketTransport::descriptor() : m_listener.get();
+  return attached() ? SocketTransport::descriptor() : m_listener.descriptor();
 }
 
 bool ListenTransport::attach() {
-  base::UniqueFd socket(accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+  base::UniqueFd socket = m_listener.accept();
   if (!socket) return false;
   use(std::move(socket));
   return true;

@@ -2,7 +2,7 @@
 // connection that exists already.
 #pragma once
 
-#include "base/net/socket_listener.h"
+#include "base/net/acceptor.h"
 #include "transport/agent_transport.h"
 
 namespace lumsar::agent {
@@ -39,7 +39,7 @@ class ListenTransport : public SocketTransport {
   bool reusable() const override { return true; }
 
  private:
-  base::SocketListener m_listener;
+  base::Acceptor m_listener;
 };
 
 }  // namespace lumsar::agent

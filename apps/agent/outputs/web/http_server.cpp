@@ -17,6 +17,7 @@ namespace lumsar::agent {
 namespace {
 
 constexpr std::size_t kMaxConnections = 32;
+constexpr int kTurnMs = 500;  // how soon connections that have ended give back what they hold
 constexpr timeval kSendTimeout{5, 0};
 
 constexpr std::string_view kSecurityHeaders =
@@ -69,16 +70,16 @@ std::uint16_t HttpServer::port() const {
 
 void HttpServer::run() {
   for (;;) {
-    pollfd fds[] = {{m_end.get(), POLLIN, 0}, {m_listener.get(), POLLIN, 0}};
-    if (poll(fds, 2, -1) < 0) continue;
+    pollfd fds[] = {{m_end.get(), POLLIN, 0}, {m_listener.descriptor(), POLLIN, 0}};
+    if (poll(fds, 2, kTurnMs) < 0) continue;
     if (fds[0].revents != 0) return;
-    acceptOne();
+    reap();
+    if (fds[1].revents != 0) acceptOne();
   }
 }
 
 void HttpServer::acceptOne() {
-  reap();
-  base::UniqueFd socket(accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+  base::UniqueFd socket = m_listener.accept();
   if (!socket) return;
   setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &kSendTimeout, sizeof kSendTimeout);
   const int on = 1;  // the end of a frame must not wait for the next

@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "base/event_fd.h"
-#include "base/net/socket_listener.h"
+#include "base/net/acceptor.h"
 #include "base/text/bytes.h"
 
 namespace lumsar::agent {
@@ -62,7 +62,7 @@ class HttpServer {
   void reap();
 
   const Handler m_handler;
-  base::SocketListener m_listener;
+  base::Acceptor m_listener;
   base::EventFd m_end;
   std::list<Connection> m_connections;  // used by the accepting thread, then by the destructor
   std::thread m_thread;

@@ -113,6 +113,22 @@ TEST(Process, AHangingDiskHoldsABoundedNumberOfBytes) {
   EXPECT_LT(child.peakMemory(), 200L << 10);
 }
 
+TEST(Process, WaitsForDescriptorsWhenThereAreNone) {
+  Process child = agentWith({"--listen-direct", "tcp:0", "--view", "0", "--discard"}, [] {
+    const rlimit limit{16, 16};
+    setrlimit(RLIMIT_NOFILE, &limit);
+  });
+  ASSERT_TRUE(child.says("waiting for camera services on "));
+  const std::string line = child.errors().substr(child.errors().find("services on ") + 12);
+  const std::string address = line.substr(0, line.find('\n'));
+  std::vector<RawPeer> peers;
+  for (int i = 0; i < 15; ++i) peers.emplace_back(address);
+  EXPECT_TRUE(child.says("Too many open files; trying again"));
+  peers.clear();
+  EXPECT_TRUE(RawPeer(address).handshake());
+  EXPECT_EQ(child.countOf("Too many open files"), 1);
+}
+
 TEST(Process, WaitsForAVirtioPortByDefault) {
   Process child = agentWith({"--discard", "--duration", "300ms"});
   EXPECT_EQ(child.wait(), 0);
