@@ -17,6 +17,9 @@ namespace lumsar {
 // No message of this system is larger; a longer `length` is a fault of the sender.
 inline constexpr std::uint32_t kMaxPayload = 64U << 20U;
 
+// What an assembler keeps of its memory once a larger message has been delivered.
+inline constexpr std::size_t kKeptCapacity = std::size_t{4} << 20U;
+
 class MessageAssembler {
  public:
   enum class Fault { None, Magic, TooLong };
@@ -27,6 +30,7 @@ class MessageAssembler {
   // Follow it by commit() with the number of bytes that really came.
   std::span<unsigned char> prepare(std::size_t size) {
     dropDelivered();
+    if (m_end + size <= kKeptCapacity) shrink();
     if (m_buffer.size() < m_end + size) m_buffer.resize(m_end + size);
     return {m_buffer.data() + m_end, size};
   }
@@ -88,7 +92,12 @@ class MessageAssembler {
   }
 
   std::size_t pending() const { return m_end - m_begin; }
-  void clear() { m_begin = m_end = 0; }
+  // Bytes of memory that it holds.
+  std::size_t capacity() const { return m_buffer.capacity(); }
+  void clear() {
+    m_begin = m_end = 0;
+    shrink();
+  }
 
  private:
   const unsigned char* front() const { return m_buffer.data() + m_begin; }
@@ -103,6 +112,12 @@ class MessageAssembler {
               m_buffer.begin() + static_cast<std::ptrdiff_t>(m_end), m_buffer.begin());
     m_end -= m_begin;
     m_begin = 0;
+  }
+
+  void shrink() {
+    if (m_buffer.capacity() <= kKeptCapacity) return;
+    m_buffer.resize(m_end);
+    m_buffer.shrink_to_fit();
   }
 
   std::uint32_t m_maxPayload;

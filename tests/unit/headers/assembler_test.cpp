@@ -169,6 +169,21 @@ TEST(Assembler, LargestLengthDoesNotOverflow) {
   EXPECT_EQ(assembler.missing(), 0xFFFFFFFFU);
 }
 
+TEST(Assembler, GivesBackTheMemoryOfALargeMessage) {
+  MessageAssembler assembler;
+  const Bytes large = message(6, pattern(20U << 20U));
+  const std::span<const unsigned char> bytes(large.data(), large.size());
+  assembler.append(bytes);
+  EXPECT_EQ(assembler.next().size(), large.size());
+  assembler.append(bytes.first(100));
+  EXPECT_LE(assembler.capacity(), kKeptCapacity);
+  assembler.append(bytes.subspan(100));
+  EXPECT_TRUE(std::ranges::equal(assembler.next(), large));
+  assembler.append(large);
+  assembler.clear();
+  EXPECT_LE(assembler.capacity(), kKeptCapacity);
+}
+
 TEST(Assembler, ClearForgetsEverything) {
   MessageAssembler assembler;
   assembler.append(bytesOf("bad"));
