@@ -47,6 +47,10 @@ void addHostOptions(base::CommandLine& line, Options& options) {
   line.option("--listen-direct ADDRESS", options.listenDirect,
               "accept camera services that connect without a host, several at once; given alone, "
               "no host is waited for");
+  line.option("--token-file FILE", options.tokenFile,
+              "TCP peers must send the secret in FILE first (lumsar-host and lumsar-camera-service "
+              "have the same option); without it, only this user and root may connect from this "
+              "machine, and everybody from others");
   line.exclusive({"--listen", "--device", "--port", "--xrdp"});
 }
 

@@ -20,7 +20,9 @@ struct Options {
   std::string listen;
   std::optional<std::string> xrdp;  // the library's path, empty to find it
 
-  std::string listenDirect;  // where camera services connect without a host
+  std::string listenDirect;                      // where camera services connect without a host
+  std::string tokenFile;                         // what TCP peers have to send
+  std::chrono::milliseconds idleTimeout{60000};  // for a service that announces nothing
 
   std::vector<std::string> videoDevices;  // "auto" for all that are found
   std::optional<std::uint16_t> view;

@@ -24,12 +24,14 @@ constexpr auto kUpdateInterval = 200ms;
 constexpr auto kPageInterval = 500ms;
 constexpr auto kFileInterval = 1s;
 constexpr std::size_t kMaxConnections = 16;
+constexpr std::ptrdiff_t kMaxConnectionsPerHost = 8;
 constexpr auto kFinishTimeout = 10s;
 
 }  // namespace
 
 Program::Program(Options options, std::unique_ptr<Transport> host)
     : m_options(std::move(options)),
+      m_accessLine(protocol::readAccessLine(m_options.tokenFile)),
       m_end(m_options.runFor ? m_begin + *m_options.runFor : Clock::time_point::max()),
       m_gallery(openOutputs(), [this] { m_wakeUp.wake(); }) {
   if (!host) host = openTransport();
@@ -39,7 +41,7 @@ Program::Program(Options options, std::unique_ptr<Transport> host)
   }
   if (m_options.view) m_viewer = std::make_unique<Viewer>(*m_options.view, m_hub);
   if (!m_options.listenDirect.empty()) {
-    m_direct.emplace(base::SocketListener::at(base::parseAddress(m_options.listenDirect)));
+    m_direct.emplace(base::parseAddress(m_options.listenDirect), m_accessLine);
     base::logInfo("waiting for camera services on {}", m_direct->name());
   }
 }
@@ -68,7 +70,7 @@ std::vector<std::unique_ptr<SinkFactory>> Program::openOutputs() {
 
 std::unique_ptr<Transport> Program::openTransport() const {
   if (!m_options.listen.empty()) {
-    return std::make_unique<ListenTransport>(base::parseAddress(m_options.listen));
+    return std::make_unique<ListenTransport>(base::parseAddress(m_options.listen), m_accessLine);
   }
   if (!m_options.device.empty()) {
     return std::make_unique<DeviceTransport>([path = m_options.device] { return path; },
@@ -115,15 +117,24 @@ bool Program::turn(int endSignal) {
 }
 
 void Program::acceptDirect() {
-  base::UniqueFd socket = m_direct->accept();
-  if (!socket) return;
+  auto peer = m_direct->accept();
+  if (!peer || !hasPlaceFor(peer->host)) return;
   EndpointSettings settings;
   settings.session = m_options.endpoint.session;
   settings.helloTimeout = m_options.endpoint.helloTimeout;
+  settings.idleTimeout = m_options.idleTimeout;
   const std::string name = base::text("service {}", ++m_directCount);
   base::logInfo("{}: connected", name);
-  auto transport = std::make_unique<SocketTransport>(std::move(socket), name);
+  auto transport = std::make_unique<SocketTransport>(std::move(*peer), name);
   m_connections.push_back(std::make_unique<Connection>(std::move(transport), settings, m_gallery));
+}
+
+bool Program::hasPlaceFor(const std::string& host) const {
+  const auto same = [&host](const auto& connection) { return connection->peerHost() == host; };
+  if (std::ranges::count_if(m_connections, same) < kMaxConnectionsPerHost) return true;
+  base::logWarning("{}: refused a peer, as {} connections come from {} already", m_direct->name(),
+                   kMaxConnectionsPerHost, host.empty() ? "this machine" : host);
+  return false;
 }
 
 void Program::update() {

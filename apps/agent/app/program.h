@@ -9,10 +9,10 @@
 
 #include "app/agent_options.h"
 #include "base/event_fd.h"
-#include "base/net/acceptor.h"
 #include "outputs/web/viewer.h"
 #include "session/connection.h"
 #include "session/gallery.h"
+#include "transport/peer_listener.h"
 
 namespace lumsar::agent {
 
@@ -39,10 +39,12 @@ class Program {
   std::unique_ptr<Transport> openTransport() const;
   bool turn(int endSignal);
   void acceptDirect();
+  bool hasPlaceFor(const std::string& host) const;
   void update();
   void writeStatusFile();
 
   const Options m_options;
+  const std::string m_accessLine;
   const Clock::time_point m_begin = Clock::now();
   const Clock::time_point m_end;
   base::EventFd m_wakeUp;
@@ -51,7 +53,7 @@ class Program {
   Gallery m_gallery;
   std::vector<std::unique_ptr<Connection>> m_connections;
   std::unique_ptr<Viewer> m_viewer;
-  std::optional<base::Acceptor> m_direct;
+  std::optional<PeerListener> m_direct;
   int m_directCount = 0;
   Clock::time_point m_pageUpdated;
   Clock::time_point m_fileWritten;

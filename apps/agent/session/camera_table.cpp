@@ -37,6 +37,7 @@ void CameraTable::announce(const CameraDataHeader& header, Bytes body) {
     return skip(
         base::text("an announcement above the limit of {} cameras per connection", kMaxCameras));
   }
+  ++m_announcements;
   base::logInfo("camera \"{}\" announced: number {}, id \"{}\", {}x{} {}", info->name, info->camera,
                 info->id, info->format.width, info->format.height,
                 protocol::encodingName(info->format.encoding));

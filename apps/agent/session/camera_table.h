@@ -22,6 +22,7 @@ class CameraTable {
   void dropAll(const std::string& why, bool tellService);
 
   void appendStatus(std::vector<CameraStatus>& to) const;
+  std::uint64_t announcements() const { return m_announcements; }
   std::size_t size() const { return m_cameras.size(); }
 
  private:
@@ -33,6 +34,7 @@ class CameraTable {
   Gallery& m_gallery;
   Send m_send;
   std::map<std::uint32_t, std::unique_ptr<Camera>> m_cameras;
+  std::uint64_t m_announcements = 0;
   std::uint64_t m_skipped = 0;
 };
 

@@ -22,6 +22,7 @@ constexpr auto kWakeUpProbeDelay = 1s;
 Connection::Connection(std::unique_ptr<Transport> transport, const EndpointSettings& settings,
                        Gallery& gallery)
     : m_helloTimeout(settings.helloTimeout),
+      m_idleTimeout(settings.idleTimeout),
       m_transport(std::move(transport)),
       m_endpoint(settings, *this, m_transport->name()),
       m_cameras(gallery, [this](Bytes message) { send(message); }) {
@@ -92,6 +93,7 @@ void Connection::disconnect(const std::string& why) {
 void Connection::established(const RedirMsgHeader& header, std::uint16_t token) {
   m_cameras.dropAll("a new session begins", false);
   m_hello = Hello::NotExpected;
+  if (m_status.hellos == 0) m_establishedAt = Clock::now();
   m_status.token = token;
   m_status.clientMajor = header.clientMajor;
   m_status.clientMinor = header.clientMinor;
@@ -121,6 +123,7 @@ void Connection::update(Clock::time_point now) {
   if (now - m_lastRead > kStallTimeout) m_endpoint.stalled();
   wakeUpHost(now);
   checkHello(now);
+  checkIdle(now);
   m_cameras.update(now);
 }
 
@@ -153,6 +156,13 @@ void Connection::checkHello(Clock::time_point now) {
   }
   base::logWarning("{}: connected, but sends no HELLO; still waiting", m_transport->name());
   m_hello = Hello::NotExpected;
+}
+
+// Whoever holds a place of the few must have a use for it.
+void Connection::checkIdle(Clock::time_point now) {
+  if (m_idleTimeout.count() == 0 || m_status.hellos == 0 || m_cameras.announcements() > 0) return;
+  if (now - m_establishedAt < m_idleTimeout || !m_transport->attached()) return;
+  disconnect("has announced no camera, disconnected so that others can connect");
 }
 
 void Connection::finish() {

@@ -44,6 +44,7 @@ class Connection : private EndpointEvents {
 
   bool over() const { return !m_transport->attached() && !m_transport->reusable(); }
   ConnectionStatus status() const;
+  std::string peerHost() const { return m_transport->peerHost(); }
   void appendStatus(std::vector<CameraStatus>& to) const { m_cameras.appendStatus(to); }
 
  private:
@@ -67,9 +68,11 @@ class Connection : private EndpointEvents {
   void disconnect(const std::string& why);
   void expectHello(Hello hello);
   void checkHello(Clock::time_point now);
+  void checkIdle(Clock::time_point now);
   void wakeUpHost(Clock::time_point now);
 
   const std::chrono::milliseconds m_helloTimeout;
+  const std::chrono::milliseconds m_idleTimeout;
   std::unique_ptr<Transport> m_transport;
   Endpoint m_endpoint;
   CameraTable m_cameras;
@@ -77,6 +80,7 @@ class Connection : private EndpointEvents {
   Clock::time_point m_lastRead;
   Hello m_hello = Hello::NotExpected;
   Clock::time_point m_helloDeadline;
+  Clock::time_point m_establishedAt;
   std::optional<Clock::time_point> m_wakeUpProbeTime;
   ConnectionStatus m_status;
 };

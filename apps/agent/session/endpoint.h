@@ -32,6 +32,7 @@ struct EndpointSettings {
   bool shareAll = false;
   bool wrongToken = false;  // for tests of the host
   std::chrono::milliseconds helloTimeout{5000};
+  std::chrono::milliseconds idleTimeout{0};  // without any camera; 0 for none
 };
 
 // What an Endpoint tells its owner. `send` has to accept all bytes or end the connection.

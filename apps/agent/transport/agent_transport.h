@@ -29,6 +29,8 @@ class Transport {
   virtual bool reusable() const { return true; }
   // True where anybody can connect, and where a silent peer keeps out the others.
   virtual bool requiresHello() const { return false; }
+  // The numeric host of a TCP peer.
+  virtual std::string peerHost() const { return {}; }
   // For the log.
   virtual std::string name() const = 0;
 };

@@ -3,6 +3,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -10,31 +11,43 @@
 
 namespace lumsar::agent {
 
-SocketTransport::SocketTransport(base::UniqueFd socket, std::string name)
-    : m_name(std::move(name)) {
-  if (socket) use(std::move(socket));
+SocketTransport::SocketTransport(AcceptedPeer peer, std::string name) : m_name(std::move(name)) {
+  use(std::move(peer));
 }
 
-void SocketTransport::use(base::UniqueFd socket) {
-  m_socket = std::move(socket);
+void SocketTransport::use(AcceptedPeer peer) {
+  m_peer = std::move(peer);
   const int on = 1;  // fails on Unix sockets, which have no delay
-  setsockopt(m_socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  setsockopt(m_peer.socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
 ssize_t SocketTransport::read(std::span<unsigned char> to) {
-  const ssize_t got = recv(m_socket.get(), to.data(), to.size(), MSG_DONTWAIT);
-  if (got > 0) return got;
+  const ssize_t got = recv(descriptor(), to.data(), to.size(), MSG_DONTWAIT);
+  if (got > 0) return checkAccess(to.first(static_cast<std::size_t>(got)));
   return got < 0 && (errno == EAGAIN || errno == EINTR) ? 0 : -1;
 }
 
+// How many of the bytes follow the access token; these are moved to the front.
+ssize_t SocketTransport::checkAccess(std::span<unsigned char> received) {
+  base::Bytes rest = received;
+  if (m_peer.access.take(rest) == protocol::AccessCheck::Result::Refused) {
+    base::logWarning("{}: did not send the access token; use the same --token-file at both ends",
+                     m_name);
+    return -1;
+  }
+  if (rest.size() < received.size()) std::ranges::copy(rest, received.begin());
+  return static_cast<ssize_t>(rest.size());
+}
+
 ssize_t SocketTransport::write(std::span<const unsigned char> from) {
-  const ssize_t sent = send(m_socket.get(), from.data(), from.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+  const ssize_t sent =
+      send(m_peer.socket.get(), from.data(), from.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
   if (sent >= 0) return sent;
   return errno == EAGAIN || errno == EINTR ? 0 : -1;
 }
 
-ListenTransport::ListenTransport(const base::Address& address)
-    : SocketTransport(base::UniqueFd(), "host"), m_listener(base::SocketListener::at(address)) {
+ListenTransport::ListenTransport(const base::Address& address, std::string accessLine)
+    : SocketTransport("host"), m_listener(address, std::move(accessLine)) {
   base::logInfo("waiting for a host on {}", m_listener.name());
 }
 
@@ -43,9 +56,9 @@ int ListenTransport::descriptor() const {
 }
 
 bool ListenTransport::attach() {
-  base::UniqueFd socket = m_listener.accept();
-  if (!socket) return false;
-  use(std::move(socket));
+  auto peer = m_listener.accept();
+  if (!peer) return false;
+  use(std::move(*peer));
   return true;
 }
 

@@ -86,11 +86,11 @@ TEST(Options, AreRefusedWithAReason) {
 
 TEST(Options, AreAllInTheHelp) {
   for (const char* option :
-       {"--port",       "--device",  "--listen",      "--protocol",   "--listen-direct",
-        "--v4l2",       "--view",    "--save ",       "--save-mjpeg", "--discard",
-        "--duration",   "--json",    "--status-file", "--share-all",  "--session",
-        "--vm-version", "--verbose", "--version",     "--help",       "--wrong-token",
-        "--xrdp"}) {
+       {"--port",       "--device",    "--listen",      "--protocol",   "--listen-direct",
+        "--v4l2",       "--view",      "--save ",       "--save-mjpeg", "--discard",
+        "--duration",   "--json",      "--status-file", "--share-all",  "--session",
+        "--vm-version", "--verbose",   "--version",     "--help",       "--wrong-token",
+        "--xrdp",       "--token-file"}) {
     EXPECT_NE(helpText().find(option), std::string::npos) << option;
   }
 }
