@@ -69,7 +69,9 @@ void addOutputOptions(base::CommandLine& line, Options& options) {
         options.view = kDefaultViewPort;
         if (!port.empty()) base::convert(port, options.view);
       },
-      base::text("a live page on http://127.0.0.1:PORT/ (default {})", kDefaultViewPort));
+      base::text("a live page on 127.0.0.1, port PORT (default {}); its address, with a key, is "
+                 "logged, and whoever has it can watch",
+                 kDefaultViewPort));
   line.option("--save DIRECTORY", options.save,
               "one JPEG file per frame: NAME-CAMERA-000001.jpg and so on; existing files are "
               "replaced");

@@ -26,7 +26,8 @@ struct Options {
 
   std::vector<std::string> videoDevices;  // "auto" for all that are found
   std::optional<std::uint16_t> view;
-  std::string save;  // directories
+  std::string viewKey;  // of the page's address; a random one if empty
+  std::string save;     // directories
   std::string saveMjpeg;
   bool discard = false;
 

@@ -12,6 +12,7 @@
 #include "outputs/discard_output.h"
 #include "outputs/save_output.h"
 #include "outputs/v4l2/video_output.h"
+#include "outputs/web/page_key.h"
 #include "transport/device_transport.h"
 #include "transport/listening_transport.h"
 
@@ -39,7 +40,10 @@ Program::Program(Options options, std::unique_ptr<Transport> host)
     m_connections.push_back(
         std::make_unique<Connection>(std::move(host), m_options.endpoint, m_gallery));
   }
-  if (m_options.view) m_viewer = std::make_unique<Viewer>(*m_options.view, m_hub);
+  if (m_options.view) {
+    const std::string key = m_options.viewKey.empty() ? newPageKey() : m_options.viewKey;
+    m_viewer = std::make_unique<Viewer>(*m_options.view, key, m_hub);
+  }
   if (!m_options.listenDirect.empty()) {
     m_direct.emplace(base::parseAddress(m_options.listenDirect), m_accessLine);
     base::logInfo("waiting for camera services on {}", m_direct->name());

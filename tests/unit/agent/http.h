@@ -17,9 +17,16 @@ inline std::string httpAsk(std::uint16_t port, const std::string& request,
   const RawPeer peer = connectTo(port);
   return peer.send(bytesOf(request)) ? textOf(peer.read(enough)) : std::string();
 }
+
+// The key in the address of each page that a test opens.
+inline constexpr char kPageKey[] = "0123456789abcdef";
+
+inline std::string requestFor(const std::string& path, const std::string& query) {
+  return "GET " + path + query + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
+}
 inline std::string httpGet(std::uint16_t port, const std::string& path,
                            std::size_t enough = std::size_t{1} << 24U) {
-  return httpAsk(port, "GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n", enough);
+  return httpAsk(port, requestFor(path, std::string("?key=") + kPageKey), enough);
 }
 
 inline std::string bodyOf(const std::string& answer) {

@@ -11,6 +11,7 @@
 #include "support/raw_peer.h"
 #include "support/temporary_directory.h"
 #include "support/text.h"
+#include "unit/agent/http.h"
 
 namespace lumsar::test {
 
@@ -38,6 +39,7 @@ class ProgramFixture : public testing::Test {
   ProgramFixture() {
     options.listen = "unix:" + (folder / "vm.sock");
     options.statusFile = folder / "status.json";
+    options.viewKey = kPageKey;
   }
   void start() {
     options.discard = options.save.empty() && !options.view;
@@ -50,7 +52,7 @@ class ProgramFixture : public testing::Test {
     return (*program)->viewPort();
   }
   std::string page() const {
-    return "http://127.0.0.1:" + std::to_string((*program)->viewPort()) + "/";
+    return "http://127.0.0.1:" + std::to_string((*program)->viewPort()) + "/?key=" + kPageKey;
   }
   // A host, after the handshake.
   RawPeer newHost() const {

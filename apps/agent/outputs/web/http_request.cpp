@@ -9,6 +9,7 @@
 #include <chrono>
 
 #include "base/deadline.h"
+#include "base/net/address.h"
 
 namespace lumsar::agent {
 namespace {
@@ -38,6 +39,14 @@ std::string_view takeLine(std::string_view& rest) {
   return line;
 }
 
+// The port may be another one than the server's: an SSH tunnel has its own.
+bool isThisMachine(std::string_view host) {
+  const auto parts = base::splitHostAndPort(host);
+  if (!parts) return false;
+  if (host.starts_with('[')) return parts->host == "::1";
+  return parts->host == "localhost" || parts->host == "127.0.0.1";
+}
+
 }  // namespace
 
 std::optional<HttpRequest> parseRequest(std::string_view head) {
@@ -49,13 +58,18 @@ std::optional<HttpRequest> parseRequest(std::string_view head) {
   if (!line.substr(second + 1).starts_with("HTTP/1.") || !target.starts_with('/')) {
     return std::nullopt;
   }
-  HttpRequest request{
-      std::string(line.substr(0, first)), std::string(target.substr(0, target.find('?'))), {}};
+  const std::size_t pathEnd = std::min(target.find('?'), target.size());
+  HttpRequest request{std::string(line.substr(0, first)),
+                      std::string(target.substr(0, pathEnd)),
+                      std::string(target.substr(std::min(pathEnd + 1, target.size()))),
+                      {}};
   while (!head.empty()) {
     const std::string_view header = takeLine(head);
+    if (header.empty()) break;
     const std::size_t colon = header.find(':');
-    if (colon == std::string_view::npos) continue;
-    request.headers[lower(header.substr(0, colon))] = trim(header.substr(colon + 1));
+    if (header.substr(0, colon).find_first_of(" \t") != std::string_view::npos) return std::nullopt;
+    if (colon == std::string_view::npos) return std::nullopt;
+    request.headers.emplace(lower(header.substr(0, colon)), trim(header.substr(colon + 1)));
   }
   return request;
 }
@@ -78,18 +92,20 @@ std::string readRequestHead(int socket) {
 }
 
 bool isFromHere(const HttpRequest& request) {
-  const auto header = [&](const char* name) {
-    const auto found = request.headers.find(name);
-    return found == request.headers.end() ? std::string() : lower(found->second);
+  const auto everyIs = [&request](const char* name, auto good) {
+    const auto [first, last] = request.headers.equal_range(name);
+    return std::all_of(first, last, [&](const auto& header) { return good(lower(header.second)); });
   };
-  const std::string site = header("sec-fetch-site");
-  if (!site.empty() && site != "same-origin" && site != "none") return false;
-  std::string host = header("host");
-  if (const std::size_t colon = host.rfind(':');
-      !host.ends_with(']') && colon != std::string::npos) {
-    host.resize(colon);
-  }
-  return host.empty() || host == "localhost" || host == "127.0.0.1" || host == "[::1]";
+  if (request.headers.count("host") != 1) return false;
+  const std::string host = lower(request.headers.find("host")->second);
+  const auto isSameSite = [](const std::string& site) {
+    return site == "same-origin" || site == "none";
+  };
+  const auto isSameOrigin = [&host](const std::string& origin) {
+    return origin == "http://" + host;
+  };
+  return isThisMachine(host) && everyIs("sec-fetch-site", isSameSite) &&
+         everyIs("origin", isSameOrigin);
 }
 
 }  // namespace lumsar::agent

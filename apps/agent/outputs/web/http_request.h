@@ -10,8 +10,9 @@ namespace lumsar::agent {
 
 struct HttpRequest {
   std::string method;
-  std::string path;                            // without a query
-  std::map<std::string, std::string> headers;  // names in lower case
+  std::string path;                                 // without the query
+  std::string query;                                // without the '?'
+  std::multimap<std::string, std::string> headers;  // names in lower case
 };
 
 // Nothing if this is not a request.

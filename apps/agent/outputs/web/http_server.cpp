@@ -5,18 +5,22 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
 #include <utility>
 
 #include "base/files.h"
 #include "base/log.h"
+#include "base/net/peer.h"
 #include "outputs/web/http_request.h"
+#include "outputs/web/page_key.h"
 
 namespace lumsar::agent {
 namespace {
 
-constexpr std::size_t kMaxConnections = 32;
+constexpr std::size_t kMaxConnections = 64;
+constexpr std::ptrdiff_t kMaxConnectionsPerClient = 12;  // a browser opens six
 constexpr int kTurnMs = 500;  // how soon connections that have ended give back what they hold
 constexpr timeval kSendTimeout{5, 0};
 
@@ -27,6 +31,12 @@ constexpr std::string_view kSecurityHeaders =
     "Cross-Origin-Resource-Policy: same-origin\r\n"
     "Referrer-Policy: no-referrer\r\n"
     "Connection: close\r\n";
+
+// A user of this machine, who cannot be told apart by the address.
+std::string clientOf(int socket) {
+  const base::Peer peer = base::peerOf(socket);
+  return peer.user ? base::text("user {}", *peer.user) : peer.host;
+}
 
 }  // namespace
 
@@ -52,8 +62,9 @@ bool HttpResponse::isConnected() const {
   return got > 0 || (got < 0 && (errno == EAGAIN || errno == EINTR));
 }
 
-HttpServer::HttpServer(std::uint16_t port, Handler handler)
-    : m_handler(std::move(handler)),
+HttpServer::HttpServer(std::uint16_t port, std::string key, Handler handler)
+    : m_key(std::move(key)),
+      m_handler(std::move(handler)),
       m_listener(base::SocketListener::at(base::Address::loopback(port))),
       m_thread([this] { run(); }) {}
 
@@ -84,18 +95,25 @@ void HttpServer::acceptOne() {
   setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &kSendTimeout, sizeof kSendTimeout);
   const int on = 1;  // the end of a frame must not wait for the next
   setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-  if (m_connections.size() >= kMaxConnections) {
+  const std::string client = clientOf(socket.get());
+  if (!hasPlaceFor(client)) {
     HttpResponse(socket.get())
         .send("503 Service Unavailable", "text/plain", "too many connections\n");
     return;
   }
   Connection& connection = m_connections.emplace_back();
   connection.socket = std::move(socket);
+  connection.client = client;
   try {
     connection.thread = std::thread([this, &connection] { serve(connection); });
   } catch (const std::system_error&) {
     m_connections.pop_back();  // out of threads: this browser has to try again
   }
+}
+
+bool HttpServer::hasPlaceFor(const std::string& client) const {
+  const auto same = std::ranges::count(m_connections, client, &Connection::client);
+  return m_connections.size() < kMaxConnections && same < kMaxConnectionsPerClient;
 }
 
 void HttpServer::serve(Connection& connection) {
@@ -109,8 +127,12 @@ void HttpServer::serve(Connection& connection) {
     response.send("405 Method Not Allowed", "text/plain", "only GET is supported\n",
                   "Allow: GET\r\n");
   } else if (!isFromHere(*request)) {
+    response.send(
+        "403 Forbidden", "text/plain",
+        "only the page itself may request this; open the address that lumsar-agent has logged\n");
+  } else if (!hasKey(*request, m_key)) {
     response.send("403 Forbidden", "text/plain",
-                  "only the page itself may request this; open http://127.0.0.1:PORT/\n");
+                  "this address lacks the key; open the one that lumsar-agent has logged\n");
   } else {
     m_handler(request->path, response);
   }

@@ -1,5 +1,5 @@
 // HttpServer: just the HTTP that the page needs: GET on the loopback interface, one request per
-// connection, a bounded number of connections, each on its own thread.
+// connection, a bounded number of connections, in all and per user, each on its own thread.
 #pragma once
 
 #include <atomic>
@@ -39,8 +39,8 @@ class HttpServer {
   // Called on its own thread.
   using Handler = std::function<void(const std::string& path, HttpResponse& response)>;
 
-  // Throws base::Failure when the port is in use.
-  HttpServer(std::uint16_t port, Handler handler);
+  // Answers only requests with `key`. Throws base::Failure when the port is in use.
+  HttpServer(std::uint16_t port, std::string key, Handler handler);
   HttpServer(const HttpServer&) = delete;
   HttpServer& operator=(const HttpServer&) = delete;
   // Ends all connections and joins their threads. The handler has to return soon once its response
@@ -52,6 +52,7 @@ class HttpServer {
  private:
   struct Connection {
     base::UniqueFd socket;
+    std::string client;
     std::atomic<bool> done{false};
     std::thread thread;
   };
@@ -60,7 +61,9 @@ class HttpServer {
   void acceptOne();
   void serve(Connection& connection);
   void reap();
+  bool hasPlaceFor(const std::string& client) const;
 
+  const std::string m_key;
   const Handler m_handler;
   base::Acceptor m_listener;
   base::EventFd m_end;

@@ -124,12 +124,12 @@ std::unique_ptr<Sink> ViewOutput::open(const protocol::Announcement& /*camera*/,
   return std::make_unique<ViewSink>(m_hub, handle, std::move(changed));
 }
 
-Viewer::Viewer(std::uint16_t port, std::shared_ptr<ViewHub> hub)
+Viewer::Viewer(std::uint16_t port, const std::string& key, std::shared_ptr<ViewHub> hub)
     : m_hub(std::move(hub)),
-      m_server(port, [this](const std::string& path, HttpResponse& response) {
+      m_server(port, key, [this](const std::string& path, HttpResponse& response) {
         handle(path, response);
       }) {
-  base::logInfo("the live page is http://127.0.0.1:{}/", m_server.port());
+  base::logInfo("the live page is http://127.0.0.1:{}/?key={}", m_server.port(), key);
 }
 
 void Viewer::handle(const std::string& path, HttpResponse& response) const {

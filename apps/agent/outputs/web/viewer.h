@@ -1,4 +1,4 @@
-// Viewer: the live page with all cameras, on the loopback interface only.
+// Viewer: the live page with all cameras, on the loopback interface only, for whoever has its key.
 // A camera runs while it is being watched. Requests are handled on the HTTP connections' threads.
 //
 //   /             the page            /camera/N.mjpeg   live, N is the camera's handle
@@ -44,7 +44,7 @@ class ViewOutput : public SinkFactory {
 class Viewer {
  public:
   // Throws base::Failure when the port is in use.
-  Viewer(std::uint16_t port, std::shared_ptr<ViewHub> hub);
+  Viewer(std::uint16_t port, const std::string& key, std::shared_ptr<ViewHub> hub);
 
   std::uint16_t port() const { return m_server.port(); }
 

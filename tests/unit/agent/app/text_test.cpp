@@ -97,13 +97,15 @@ TEST(Options, AreAllInTheHelp) {
 
 TEST(HttpRequest, IsParsed) {
   const auto request =
-      parseRequest("GET /camera/1.jpg?x=1 HTTP/1.1\r\nHOST:  localhost:80 \r\nbad line\r\n\r\n");
+      parseRequest("GET /camera/1.jpg?x=1 HTTP/1.1\r\nHOST:  localhost:80 \r\n\r\n");
   ASSERT_TRUE(request);
   EXPECT_EQ(request->method, "GET");
   EXPECT_EQ(request->path, "/camera/1.jpg");
-  EXPECT_EQ(request->headers.at("host"), "localhost:80");
+  EXPECT_EQ(request->query, "x=1");
+  EXPECT_EQ(request->headers.find("host")->second, "localhost:80");
   for (const char* bad : {"", "\r\n\r\n", "GET\r\n\r\n", "GET /\r\n\r\n", "GET x HTTP/1.1\r\n\r\n",
-                          "GET / SIP/2.0\r\n\r\n"}) {
+                          "GET / SIP/2.0\r\n\r\n", "GET / HTTP/1.1\r\nHost : x\r\n\r\n",
+                          "GET / HTTP/1.1\r\nHost: x\r\n y: z\r\n\r\n"}) {
     EXPECT_FALSE(parseRequest(bad)) << bad;
   }
 }
@@ -116,8 +118,17 @@ TEST(HttpRequest, OnlyThePageItselfAndPeopleMayAsk) {
   EXPECT_TRUE(fromHere("Host: 127.0.0.1:8080\r\n"));
   EXPECT_TRUE(fromHere("Host: localhost\r\nSec-Fetch-Site: same-origin\r\n"));
   EXPECT_TRUE(fromHere("Host: [::1]:80\r\nSec-Fetch-Site: none\r\n"));
-  EXPECT_TRUE(fromHere(""));
-  EXPECT_FALSE(fromHere("Host: evil.example:8080\r\n"));
+  EXPECT_TRUE(fromHere("Host: localhost:8080\r\nOrigin: http://localhost:8080\r\n"));
+  for (const char* headers :
+       {"", "Host:\r\n", "Host: evil.example:8080\r\n", "Host: 127.0.0.1.evil.example\r\n",
+        "Host: 127.0.0.1\r\nHost: 127.0.0.1\r\n", "Host: 127.0.0.1:80:80\r\n",
+        "Host: 127.0.0.1:x\r\n", "Host: 127.0.0.1:\r\n", "Host: ::1\r\n", "Host: [::1]x\r\n",
+        "Host: [localhost]\r\n", "Host: a@localhost\r\n",
+        "Host: localhost\r\nOrigin: http://evil.example\r\n", "Host: localhost\r\nOrigin: null\r\n",
+        "Host: localhost:8080\r\nOrigin: http://localhost:8081\r\n",
+        "Host: localhost\r\nSec-Fetch-Site: none\r\nSec-Fetch-Site: cross-site\r\n"}) {
+    EXPECT_FALSE(fromHere(headers)) << headers;
+  }
   EXPECT_FALSE(fromHere("Host: 127.0.0.1\r\nSec-Fetch-Site: cross-site\r\n"));
 }
 

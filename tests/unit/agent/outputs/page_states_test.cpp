@@ -39,6 +39,12 @@ TEST_F(PageStates, SaysWhatIsMissingAndNeverShowsAnOldPictureAsALiveOne) {
   EXPECT_TRUE(browser.becomesTrue("document.querySelectorAll('article').length == 0"));
   keep(browser, "vm-page-lost.png");
 
+  options.viewKey = "another";
+  start();
+  EXPECT_TRUE(reads(browser, "This address is no longer valid"));
+
+  program.reset();
+  options.viewKey = kPageKey;
   start();
   EXPECT_TRUE(reads(browser, "No host has connected yet")) << "it connects again by itself";
 }

@@ -4,7 +4,11 @@
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
+#include <set>
+
+#include "support/process.h"
 #include "support/text.h"
 #include "unit/agent/http.h"
 #include "unit/agent/program_fixture.h"
@@ -47,6 +51,49 @@ TEST_F(ViewerTest, AnswersWhatIsNotThereWithAReason) {
   EXPECT_EQ(httpAsk(port, std::string(20000, 'x')), "");
 }
 
+TEST_F(ViewerTest, NothingIsShownWithoutTheKey) {
+  for (const char* path : {"/", "/status.json", "/camera/1.mjpeg", "/camera/1.jpg", "/nothing"}) {
+    for (const char* query : {"", "?", "?key=", "?key=0123456789abcdee", "?key=0123456789abcdef0",
+                              "?x=0123456789abcdef"}) {
+      EXPECT_TRUE(httpAsk(port, requestFor(path, query)).starts_with("HTTP/1.1 403 "))
+          << path << query;
+    }
+  }
+  EXPECT_TRUE(
+      httpAsk(port, requestFor("/", "?a=b&key=0123456789abcdef")).starts_with("HTTP/1.1 200 "));
+}
+
+TEST_F(ViewerTest, EachProgramHasAKeyOfItsOwn) {
+  program.reset();
+  options.viewKey.clear();
+  std::set<std::string> addresses;
+  for (int i = 0; i < 3; ++i) {
+    testing::internal::CaptureStderr();
+    startWithPage();
+    const std::string log = testing::internal::GetCapturedStderr();
+    const std::size_t key = log.find("/?key=");
+    ASSERT_NE(key, std::string::npos) << log;
+    const std::string query = log.substr(key + 1, log.find('\n', key) - key - 1);
+    EXPECT_EQ(query.size(), 5U + 32U);
+    EXPECT_TRUE(
+        httpAsk((*program)->viewPort(), requestFor("/", query)).starts_with("HTTP/1.1 200 "));
+    addresses.insert(query);
+    program.reset();
+  }
+  EXPECT_EQ(addresses.size(), 3U);
+}
+
+TEST_F(ViewerTest, OtherUsersDoNotTakeAllPlaces) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can become somebody else";
+  const std::string script = "for i in {1..100}; do exec {fd}<>/dev/tcp/127.0.0.1/" +
+                             std::to_string(port) + " || exit 7; done; echo ready; read line";
+  Process crowd({"/bin/bash", "-c", script}, {.input = true, .before = [] {
+                                                if (setuid(12345) != 0) _exit(9);
+                                              }});
+  ASSERT_TRUE(crowd.says("ready"));
+  EXPECT_TRUE(httpGet(port, "/").starts_with("HTTP/1.1 200 "));
+}
+
 TEST_F(ViewerTest, ACameraRunsOnlyWhileItIsWatched) {
   EXPECT_TRUE(has(httpGet(port, "/status.json"), R"("started":false)"));
   std::atomic<bool> done{false};
@@ -80,7 +127,7 @@ TEST_F(ViewerTest, SendsOneImage) {
 
 TEST_F(ViewerTest, ASlowBrowserHoldsNothingUp) {
   const RawPeer lazy = connectTo(port);
-  const std::string request = "GET /camera/1.mjpeg HTTP/1.1\r\n\r\n";
+  const std::string request = requestFor("/camera/1.mjpeg", std::string("?key=") + kPageKey);
   ASSERT_GT(send(lazy.fd(), request.data(), request.size(), 0), 0);
   ASSERT_TRUE(host.receiveRecord(CameraDataKind::Start, 1));
   const Bytes large = blankJpeg(1U << 20U);
@@ -103,11 +150,9 @@ TEST_F(ViewerTest, TheStreamEndsWithItsCamera) {
   EXPECT_TRUE(httpGet(port, "/camera/1.mjpeg").starts_with("HTTP/1.1 404 "));
 }
 
-TEST_F(ViewerTest, ThereIsALimitOfBrowsers) {
+TEST_F(ViewerTest, ThereIsALimitOfConnectionsPerUser) {
   std::vector<RawPeer> crowd;
-  for (int i = 0; i < 32; ++i) {
-    crowd.push_back(connectTo(port));
-  }
+  for (int i = 0; i < 12; ++i) crowd.push_back(connectTo(port));
   EXPECT_TRUE(httpGet(port, "/").starts_with("HTTP/1.1 503 "));
   crowd.clear();
   EXPECT_TRUE(eventually([&] { return httpGet(port, "/").starts_with("HTTP/1.1 200 "); }));
