@@ -2,6 +2,8 @@
 // Thread-safe: each line is one write, and what comes from a peer cannot forge another.
 #pragma once
 
+#include <chrono>
+#include <cstddef>
 #include <string_view>
 
 #include "base/text/format.h"
@@ -17,19 +19,29 @@ void setProgramName(std::string_view name);
 void setVerbose(bool verbose);
 bool isVerbose();
 
-void writeLog(LogLevel level, std::string_view line);
+// No longer lines are written.
+inline constexpr std::size_t kMaxLogLine = 4096;
+
+// At most so many lines of one kind, which is one format, are written in each `window`; the others
+// are counted. 0 for no limit. For a program whose peers can make it log.
+void setRepeatLimit(unsigned lines, std::chrono::milliseconds window = std::chrono::minutes(1));
+
+void writeLog(LogLevel level, std::string_view line, const void* kind = nullptr);
 
 template <class... Args>
 void logError(fmt::format_string<Args...> format, Args&&... args) {
-  writeLog(LogLevel::Error, fmt::vformat(format, fmt::make_format_args(args...)));
+  writeLog(LogLevel::Error, fmt::vformat(format, fmt::make_format_args(args...)),
+           fmt::string_view(format).data());
 }
 template <class... Args>
 void logWarning(fmt::format_string<Args...> format, Args&&... args) {
-  writeLog(LogLevel::Warning, fmt::vformat(format, fmt::make_format_args(args...)));
+  writeLog(LogLevel::Warning, fmt::vformat(format, fmt::make_format_args(args...)),
+           fmt::string_view(format).data());
 }
 template <class... Args>
 void logInfo(fmt::format_string<Args...> format, Args&&... args) {
-  writeLog(LogLevel::Info, fmt::vformat(format, fmt::make_format_args(args...)));
+  writeLog(LogLevel::Info, fmt::vformat(format, fmt::make_format_args(args...)),
+           fmt::string_view(format).data());
 }
 template <class... Args>
 void logDebug(fmt::format_string<Args...> format, Args&&... args) {

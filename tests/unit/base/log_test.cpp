@@ -6,6 +6,8 @@
 
 #include <cstdlib>
 
+#include "support/eventually.h"
+
 namespace lumsar::test {
 namespace {
 
@@ -43,6 +45,31 @@ TEST_F(Log, KeepsDetailsForTheVerbose) {
 TEST_F(Log, LetsNoTextForgeALine) {
   EXPECT_EQ(logged([] { logInfo("{}", "a\nprogram: forged\r\x1b[2K\xc2\x85\xff"); }),
             "program: a program: forged  [2K ?\n");
+}
+
+TEST_F(Log, CountsLinesOfOneKindThatRepeatTooOften) {
+  const auto window = std::chrono::milliseconds(50);
+  setRepeatLimit(3, window);
+  const auto begin = std::chrono::steady_clock::now();
+  const auto repeated = [](int i) { logWarning("line {}", i); };
+  const std::string lines = logged([&] {
+    for (int i = 1; i <= 10; ++i) repeated(i);
+    logWarning("another kind");
+    eventually([&] { return std::chrono::steady_clock::now() - begin > window; });
+    repeated(11);
+  });
+  setRepeatLimit(0);
+  EXPECT_EQ(lines,
+            "program: warning: line 1\nprogram: warning: line 2\n"
+            "program: warning: line 3 (more lines like this one are only counted for a minute)\n"
+            "program: warning: another kind\n"
+            "program: warning: line 11 (7 lines like this one were left out)\n");
+}
+
+TEST_F(Log, CutsLongLines) {
+  const std::string line = logged([] { logInfo("{}", std::string(100000, 'x')); });
+  EXPECT_LT(line.size(), kMaxLogLine + 50);
+  EXPECT_TRUE(line.ends_with("x...\n"));
 }
 
 TEST_F(Log, WritesPrioritiesForTheJournal) {

@@ -118,6 +118,21 @@ TEST(Process, AHangingDiskHoldsABoundedNumberOfBytes) {
   EXPECT_LT(child.peakMemory(), 200L << 10);
 }
 
+TEST(Process, APeerDoesNotFloodTheLog) {
+  const TemporaryDirectory folder;
+  const std::string socket = folder / "vm.sock";
+  Process child = agentWith({"--listen", "unix:" + socket, "--discard"});
+  const RawPeer host("unix:" + socket);
+  const Bytes turn =
+      join({hello(1), message(77), announce(1, "Front"), removed(1), bytesOf("junk")});
+  for (int i = 0; i < 1000; ++i) ASSERT_TRUE(host.send(turn));
+  host.send(join({hello(4711), announce(2, "Last")}));
+  ASSERT_TRUE(host.receiveRecord(CameraDataKind::Start, 2));
+  EXPECT_EQ(child.stop(SIGTERM), 0);
+  EXPECT_TRUE(has(child.errors(), "(more lines like this one are only counted for a minute)"));
+  EXPECT_LT(occurrences(child.errors(), "\n"), 300);
+}
+
 TEST(Process, WaitsForDescriptorsWhenThereAreNone) {
   const TemporaryDirectory folder;
   const std::string address = "unix:" + (folder / "direct.sock");
