@@ -2,12 +2,11 @@
 
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
-
-#include "base/fd.h"
 
 namespace lumsar::base {
 namespace {
@@ -35,9 +34,22 @@ bool sendAll(int socket, Bytes bytes) {
       bytes, [socket](Bytes rest) { return send(socket, rest.data(), rest.size(), MSG_NOSIGNAL); });
 }
 
+UniqueFd openForWriting(const std::string& path) {
+  UniqueFd file(open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+  struct stat status {};
+  if (!file || fstat(file.get(), &status) != 0) return UniqueFd();
+  if (status.st_uid != geteuid()) {
+    errno = EPERM;
+    return UniqueFd();
+  }
+  if (S_ISREG(status.st_mode) && ftruncate(file.get(), 0) != 0) return UniqueFd();
+  return file;
+}
+
 bool replaceFile(const std::string& path, Bytes content) {
   const std::string part = path + ".part";
-  const UniqueFd file(open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  unlink(part.c_str());  // whatever is there: a link must not be followed, nor a file be shared
+  const UniqueFd file(open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (!file) return false;
   if (writeAll(file.get(), content) && rename(part.c_str(), path.c_str()) == 0) return true;
   const int error = errno;

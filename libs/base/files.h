@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "base/fd.h"
 #include "base/text/bytes.h"
 
 namespace lumsar::base {
@@ -11,6 +12,10 @@ namespace lumsar::base {
 bool writeAll(int fd, Bytes bytes);
 // The same over a socket, without SIGPIPE.
 bool sendAll(int socket, Bytes bytes);
+
+// Opens a file of mode 0600 and empties it. None without a descriptor and with errno set; a
+// symbolic link (ELOOP) and another user's file (EPERM) are left alone.
+UniqueFd openForWriting(const std::string& path);
 
 // Replaces the file at `path` by one of mode 0600 with this content. On failure false with errno
 // set; the previous file then remains, and no temporary one.

@@ -1,6 +1,6 @@
 #include "outputs/save_output.h"
 
-#include <fcntl.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -79,7 +79,7 @@ bool SaveSink::saveImage(const Frame& frame) {
 bool SaveSink::append(const Frame& frame, const char* suffix) {
   const std::string path = m_base + suffix;
   if (!m_video) {
-    m_video.reset(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    m_video = base::openForWriting(path);
     if (!m_video) return fail(path, base::systemError());
     countFile(path);
   }

@@ -28,13 +28,29 @@ std::string directoryOf(const std::string& path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-// Holds the lock on the directory for as long as the descriptor is open.
-UniqueFd lockDirectory(const std::string& directory) {
+[[noreturn]] void refuseOthers(const std::string& directory) {
+  throw Failure(
+      text("the directory {} belongs to another user; remove it or choose another one", directory));
+}
+
+// Whoever owns the parent can put another directory in place of this one.
+void checkParent(const std::string& directory) {
+  const std::string parent = directoryOf(directory);
+  struct stat status = {};
+  if (stat(parent.c_str(), &status) != 0) return;  // creating the directory says why
+  if (status.st_uid != geteuid() && status.st_uid != 0) refuseOthers(parent);
+}
+
+// Holds the lock on the directory for as long as the descriptor is open. A private one must not be
+// a link: it could lead to any directory, which would then be changed.
+UniqueFd lockDirectory(const std::string& directory, bool isPrivate) {
+  if (isPrivate) checkParent(directory);
   if (mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST) {
     fail(text("cannot create the directory {}", directory),
          "check that its parent exists and is writable");
   }
-  UniqueFd lock(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const int noLink = isPrivate ? O_NOFOLLOW : 0;
+  UniqueFd lock(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | noLink));
   if (!lock) fail(text("cannot open the directory {}", directory), "it must be this user's own");
   if (flock(lock.get(), LOCK_EX) != 0) fail(text("cannot lock {}", directory), "try again");
   return lock;
@@ -43,10 +59,7 @@ UniqueFd lockDirectory(const std::string& directory) {
 void makePrivate(const UniqueFd& lock, const std::string& directory) {
   struct stat status = {};
   if (fstat(lock.get(), &status) != 0) fail(text("cannot examine {}", directory), "try again");
-  if (status.st_uid != geteuid()) {
-    throw Failure(text("the directory {} belongs to another user; remove it or choose another one",
-                       directory));
-  }
+  if (status.st_uid != geteuid()) refuseOthers(directory);
   if ((status.st_mode & 077U) != 0 && fchmod(lock.get(), 0700) != 0) {
     fail(text("cannot make {} private", directory), "set its mode to 0700");
   }
@@ -113,7 +126,9 @@ SocketListener SocketListener::at(const Address& address, Directory directory) {
   UniqueFd lock;
   if (address.isUnix()) {
     const std::string parent = directoryOf(address.path);
-    if (directory != Directory::AsItIs) lock = lockDirectory(parent);
+    if (directory != Directory::AsItIs) {
+      lock = lockDirectory(parent, directory == Directory::MakePrivate);
+    }
     if (directory == Directory::MakePrivate) makePrivate(lock, parent);
     removeStale(address.path, target);
   }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 #include <array>
 #include <cerrno>
@@ -39,6 +40,36 @@ TEST(Files, StayAsTheyWereOnFailure) {
   EXPECT_FALSE(std::filesystem::exists(dir / "taken.part"));
   EXPECT_FALSE(replaceFile(dir / "no/such", bytesOf("x")));
   EXPECT_EQ(errno, ENOENT);
+}
+
+TEST(Files, AreNotWrittenThroughALinkThatSomebodyHasPutThere) {
+  const TemporaryDirectory dir;
+  writeFile(dir / "precious", "precious");
+  std::filesystem::create_symlink(dir / "precious", dir / "f.part");
+  EXPECT_TRUE(replaceFile(dir / "f", bytesOf("x")));
+  EXPECT_EQ(readFile(dir / "precious"), "precious");
+  EXPECT_EQ(readFile(dir / "f"), "x");
+  EXPECT_FALSE(std::filesystem::is_symlink(dir / "f"));
+  std::filesystem::create_symlink(dir / "precious", dir / "g");
+  EXPECT_FALSE(openForWriting(dir / "g"));
+  EXPECT_EQ(errno, ELOOP);
+  EXPECT_EQ(readFile(dir / "precious"), "precious");
+}
+
+TEST(Files, OfOtherUsersAreNotWritten) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can give a file away";
+  const TemporaryDirectory dir;
+  writeFile(dir / "f", "theirs");
+  writeFile(dir / "g.part", "theirs");
+  ASSERT_EQ(chown((dir / "f").c_str(), 12345, 12345), 0);
+  ASSERT_EQ(chown((dir / "g.part").c_str(), 12345, 12345), 0);
+  EXPECT_FALSE(openForWriting(dir / "f"));
+  EXPECT_EQ(errno, EPERM);
+  EXPECT_EQ(readFile(dir / "f"), "theirs");
+  EXPECT_TRUE(replaceFile(dir / "g", bytesOf("mine")));
+  struct stat status {};
+  stat((dir / "g").c_str(), &status);
+  EXPECT_EQ(status.st_uid, 0U);
 }
 
 TEST(Files, AFullDiskIsSaid) {

@@ -60,6 +60,29 @@ TEST(SocketListener, ALooseDirectoryIsMadePrivateOrLeftAsItIs) {
   EXPECT_EQ(modeOf(dir / "lumsar"), 0700U);
 }
 
+TEST(SocketListener, APrivateDirectoryIsNotReachedThroughALink) {
+  const TemporaryDirectory dir;
+  ::mkdir((dir / "target").c_str(), 0755);
+  ::chmod((dir / "target").c_str(), 0755);
+  std::filesystem::create_symlink(dir / "target", dir / "lumsar");
+  const std::string error =
+      listenError<Failure>(unixAddress(dir / "lumsar/x.sock"), Directory::MakePrivate);
+  EXPECT_TRUE(has(error, "it must be this user's own")) << error;
+  EXPECT_EQ(modeOf(dir / "target"), 0755U);
+  EXPECT_FALSE(std::filesystem::exists(dir / "target/x.sock"));
+}
+
+TEST(SocketListener, APrivateDirectoryIsNotMadeInAnotherUsers) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give a directory away";
+  const TemporaryDirectory dir;
+  ::mkdir((dir / "run").c_str(), 0700);
+  ASSERT_EQ(::chown((dir / "run").c_str(), 12345, 12345), 0);
+  const std::string error =
+      listenError<Failure>(unixAddress(dir / "run/lumsar/x.sock"), Directory::MakePrivate);
+  EXPECT_TRUE(has(error, "run belongs to another user")) << error;
+  EXPECT_FALSE(std::filesystem::exists(dir / "run/lumsar"));
+}
+
 TEST(SocketListener, TheFileGoesWithTheListener) {
   const TemporaryDirectory dir;
   { const auto listener = SocketListener::at(unixAddress(dir / "x.sock")); }

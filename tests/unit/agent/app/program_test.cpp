@@ -4,6 +4,7 @@
 #include "base/errors.h"
 #include "support/process.h"
 #include "unit/agent/program_fixture.h"
+#include "unit/agent/small_files.h"
 
 namespace lumsar::test {
 namespace {
@@ -141,15 +142,14 @@ TEST_F(ProgramTest, AnRdpPeerIsAskedOnceMoreAndThenMakesRoom) {
 
 TEST_F(ProgramTest, AFullDiskStopsTheSavingOfOneCameraOnly) {
   options.save = folder / "saved";
-  std::filesystem::create_directory(folder / "saved");
-  std::filesystem::create_symlink("/dev/full", folder / "saved/Camera-1-000001.jpg.part");
+  const SmallFiles limit(10000);
   start();
   const RawPeer host = newHostWithCameras(2);
-  host.send(join({frame(1, 0, blankJpeg()), frame(2, 0, blankJpeg())}));
+  host.send(join({frame(1, 0, blankJpeg(20000)), frame(2, 0, blankJpeg())}));
   EXPECT_TRUE(host.receiveRecord(CameraDataKind::Stop, 1));  // it has no consumer any more
   host.send(frame(2, 1, blankJpeg()));
   EXPECT_TRUE(appears("saved/Camera-2-000002.jpg"));
-  EXPECT_TRUE(has(finalStatus(), "No space left on device"));
+  EXPECT_TRUE(has(finalStatus(), "File too large"));
 }
 
 TEST_F(ProgramTest, SendsStatisticsToTheService) {

@@ -10,6 +10,7 @@
 #include "support/messages.h"
 #include "support/temporary_directory.h"
 #include "support/text.h"
+#include "unit/agent/small_files.h"
 
 namespace lumsar::test {
 namespace {
@@ -72,27 +73,37 @@ TEST_F(SaveOutputTest, VideoBecomesOneFileThatBeginsWithAKeyFrame) {
 }
 
 TEST_F(SaveOutputTest, AFullDiskEndsTheSavingOfThisCameraWithAReason) {
-  std::filesystem::create_symlink("/dev/full", folder / "Front-1-000002.jpg.part");
+  const SmallFiles limit(2000);
   open(SaveAs::Images);
   show(blankJpeg());
   EXPECT_TRUE(sink->hasConsumer());
-  show(blankJpeg());
+  show(blankJpeg(3000));
   EXPECT_FALSE(sink->hasConsumer());
   EXPECT_TRUE(eventually([&] { return changes == 1; }));
   show(blankJpeg());
   const SinkReport report = sink->report();
   EXPECT_EQ(report.delivered, 1U);
   EXPECT_EQ(report.dropped, 2U);
-  EXPECT_NE(report.error.find("No space left"), std::string::npos) << report.error;
+  EXPECT_NE(report.error.find("File too large"), std::string::npos) << report.error;
   EXPECT_EQ(folder.files(), std::vector<std::string>{"Front-1-000001.jpg"});
 }
 
 TEST_F(SaveOutputTest, AFullDiskUnderAVideoFileLeavesCompleteFrames) {
-  std::filesystem::create_symlink("/dev/full", folder / "Front-1.mjpeg");
+  const SmallFiles limit(2500);
+  open(SaveAs::VideoFile);
+  for (int i = 0; i < 3; ++i) show(blankJpeg());
+  EXPECT_FALSE(sink->hasConsumer());
+  EXPECT_EQ(saved("Front-1.mjpeg").size(), 2000U);
+  EXPECT_NE(sink->report().error.find("Front-1.mjpeg"), std::string::npos);
+}
+
+TEST_F(SaveOutputTest, AVideoIsNotWrittenThroughALink) {
+  writeFile(folder / "precious", "precious");
+  std::filesystem::create_symlink(folder / "precious", folder / "Front-1.mjpeg");
   open(SaveAs::VideoFile);
   show(blankJpeg());
   EXPECT_FALSE(sink->hasConsumer());
-  EXPECT_NE(sink->report().error.find("Front-1.mjpeg"), std::string::npos);
+  EXPECT_EQ(saved("precious"), "precious");
 }
 
 TEST_F(SaveOutputTest, MakesItsFolderOrSaysWhyNot) {
