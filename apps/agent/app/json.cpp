@@ -1,12 +1,13 @@
 #include "app/json.h"
 
 #include "base/text/format.h"
+#include "base/text/utf8.h"
 
 namespace lumsar::agent {
 
 JsonWriter& JsonWriter::text(std::string_view name, std::string_view value) {
   key(name);
-  quoted(value);
+  quoted(base::clean(value, std::string::npos));
   return *this;
 }
 
@@ -45,11 +46,11 @@ void JsonWriter::quoted(std::string_view value) {
   m_result.push_back('"');
   for (const char c : value) {
     if (c == '"' || c == '\\') m_result.push_back('\\');
-    if (static_cast<unsigned char>(c) >= 0x20 && c != '<') {
+    if (c == '<') {
+      m_result += "\\u003c";
+    } else {
       m_result.push_back(c);
-      continue;
     }
-    m_result += base::text("\\u{:04x}", static_cast<unsigned>(c));
   }
   m_result.push_back('"');
 }

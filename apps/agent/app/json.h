@@ -14,7 +14,7 @@ class JsonWriter {
   JsonWriter& endObject() { return end('}'); }
   JsonWriter& endArray() { return end(']'); }
 
-  // `value` is valid UTF-8.
+  // Cleaned, as people read it in terminals.
   JsonWriter& text(std::string_view name, std::string_view value);
   JsonWriter& boolean(std::string_view name, bool value) {
     return plain(name, value ? "true" : "false");

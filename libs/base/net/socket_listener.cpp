@@ -126,10 +126,9 @@ SocketListener SocketListener::at(const Address& address, Directory directory) {
   UniqueFd lock;
   if (address.isUnix()) {
     const std::string parent = directoryOf(address.path);
-    if (directory != Directory::AsItIs) {
-      lock = lockDirectory(parent, directory == Directory::MakePrivate);
-    }
-    if (directory == Directory::MakePrivate) makePrivate(lock, parent);
+    const bool isPrivate = directory == Directory::MakePrivate;
+    if (directory != Directory::AsItIs) lock = lockDirectory(parent, isPrivate);
+    if (isPrivate) makePrivate(lock, parent);
     removeStale(address.path, target);
   }
   SocketListener listener(bound(address, target));

@@ -17,8 +17,13 @@ TEST(Json, WritesNestedTexts) {
   json.beginObject().text("a", "q\"b\\\n\x01").number("n", -5).boolean("t", true);
   json.beginArray("list").beginObject().endObject().beginObject().real("r", 1.255, 2).endObject();
   json.endArray().beginArray("empty").endArray().endObject();
-  EXPECT_EQ(json.result(),
-            R"({"a":"q\"b\\\u000a\u0001","n":-5,"t":true,"list":[{},{"r":1.25}],"empty":[]})");
+  EXPECT_EQ(json.result(), R"({"a":"q\"b\\??","n":-5,"t":true,"list":[{},{"r":1.25}],"empty":[]})");
+}
+
+TEST(Json, HoldsNothingThatATerminalObeys) {
+  JsonWriter json;
+  json.beginObject().text("a", "\x1b[2J\x7f\u009b\u202E\xff\u00fc").endObject();
+  EXPECT_EQ(json.result(), "{\"a\":\"?[2J????\u00fc\"}");
 }
 
 TEST(Json, MayStandInAScript) {
