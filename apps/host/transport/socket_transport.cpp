@@ -36,11 +36,12 @@ Endpoints resolveAddress(const std::string& text) {
 }
 
 SocketTransport::SocketTransport(asio::io_context& loop, SendQueue& queue, Inbox& inbox,
-                                 const std::string& address)
+                                 const std::string& address, const std::string& accessLine)
     : m_loop(loop),
       m_queue(queue),
       m_inbox(inbox),
       m_address(address),
+      m_accessLine(base::parseAddress(address).isUnix() ? std::string() : accessLine),
       m_endpoints(resolveAddress(address)),
       m_retry(loop),
       m_backOff(kFirstBackOff, kLongestBackOff) {}
@@ -74,6 +75,7 @@ void SocketTransport::connect() {
     connection->socket.native_non_blocking(true);
     m_connection = connection;
     m_backOff.reset();
+    if (!m_accessLine.empty()) write(connection, {m_accessLine.begin(), m_accessLine.end()});
     m_inbox.opened();
     read(connection);
   };
@@ -102,9 +104,11 @@ void SocketTransport::read(const ConnectionPtr& connection) {
 }
 
 void SocketTransport::writeNext(const ConnectionPtr& connection) {
-  auto message = m_queue.pop();
-  if (!message) return;
-  connection->sending = std::move(*message);
+  if (auto message = m_queue.pop()) write(connection, std::move(*message));
+}
+
+void SocketTransport::write(const ConnectionPtr& connection, SendQueue::Bytes bytes) {
+  connection->sending = std::move(bytes);
   asio::async_write(connection->socket, asio::buffer(connection->sending),
                     [this, connection](asio::error_code error, std::size_t) {
                       connection->sending.clear();

@@ -24,8 +24,9 @@ Endpoints resolveAddress(const std::string& address);
 
 class SocketTransport final : public Transport {
  public:
+  // `accessLine`, if any, is sent first over TCP.
   SocketTransport(asio::io_context& loop, SendQueue& queue, Inbox& inbox,
-                  const std::string& address);
+                  const std::string& address, const std::string& accessLine = {});
 
   void start() override;
   void stop() override;
@@ -46,12 +47,14 @@ class SocketTransport final : public Transport {
   void connectLater();
   void read(const ConnectionPtr& connection);
   void writeNext(const ConnectionPtr& connection);
+  void write(const ConnectionPtr& connection, SendQueue::Bytes bytes);
   void lost(const ConnectionPtr& connection, const std::string& why);
 
   asio::io_context& m_loop;
   SendQueue& m_queue;
   Inbox& m_inbox;
   std::string m_address;
+  std::string m_accessLine;
   Endpoints m_endpoints;
   asio::steady_timer m_retry;
   base::BackOff m_backOff;
