@@ -44,6 +44,7 @@ class Service : private ipc::IpcServerEvents {
   asio::io_context& m_io;
   asio::signal_set m_signals;
   const AccessRules m_access;
+  const std::string m_accessLine;
   const bool m_mayOfferFallback;
   asio::thread_pool m_cameraThreads{8};  // all but one may hang with their devices
   Catalogue m_catalogue;

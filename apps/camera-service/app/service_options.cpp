@@ -78,6 +78,9 @@ void addOtherOptions(base::CommandLine& line, Options& options) {
   line.option("--ipc-channel NAME", options.channel,
               base::text("the IPC channel, or the absolute path of its socket (default {})",
                          options.channel));
+  line.option(
+      "--token-file FILE", options.tokenFile,
+      "with \"share over TCP\", send the secret in FILE first: the guest agent's token file");
   line.option("--status", options.status, "ask the running service what it is doing, and exit");
   line.option("--json", options.json, "with --status: answer as JSON");
   line.option("--verbose", options.verbose, "log more");

@@ -20,6 +20,7 @@ struct Options {
   std::vector<std::string> files;
   std::vector<std::string> directories;
   AccessRules access;
+  std::string tokenFile;  // of the VMs' guest agents
 };
 
 // Nothing when --help or --version has been answered. Throws UsageError.

@@ -31,6 +31,7 @@ struct SessionContext {
   Catalogue& catalogue;
   StreamTable& streams;
   const AccessRules& access;
+  const std::string& accessLine;
 };
 
 class ClientSession {

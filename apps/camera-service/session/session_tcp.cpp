@@ -53,7 +53,8 @@ std::shared_ptr<TcpTransport> ClientSession::tcpTransport(const TcpTarget& targe
         if (found != m_tcpTransports.end()) onVmData(found->second.get(), record);
       },
       [this, address, target](const std::string& why) { onTcpEnd(address, target, why); }};
-  auto transport = std::make_shared<TcpTransport>(m_context.io, endpoint, std::move(handlers));
+  auto transport = std::make_shared<TcpTransport>(m_context.io, endpoint, m_context.accessLine,
+                                                  std::move(handlers));
   m_tcpTransports[address] = transport;
   base::logInfo("{}: connecting to {}", vmText(), address);
   transport->start();

@@ -2,6 +2,7 @@
 
 #include <netinet/tcp.h>
 
+#include <asio/write.hpp>
 #include <sstream>
 
 #include "base/log.h"
@@ -23,8 +24,12 @@ std::string addressText(const asio::ip::tcp::endpoint& endpoint) {
 }
 
 TcpTransport::TcpTransport(asio::io_context& io, const asio::ip::tcp::endpoint& vm,
-                           Handlers handlers)
-    : m_socket(io), m_vm(vm), m_handlers(std::move(handlers)), m_timer(io) {}
+                           std::string accessLine, Handlers handlers)
+    : m_socket(io),
+      m_vm(vm),
+      m_accessLine(std::move(accessLine)),
+      m_handlers(std::move(handlers)),
+      m_timer(io) {}
 
 void TcpTransport::start() {
   m_timer.expires_after(kConnectTimeout);
@@ -45,6 +50,7 @@ void TcpTransport::sendHello() {
   m_socket.set_option(asio::ip::tcp::no_delay(true), ignored);
   ::setsockopt(m_socket.native_handle(), IPPROTO_TCP, TCP_USER_TIMEOUT, &kStalledMs,
                sizeof kStalledMs);
+  sendAccessLine();
   m_stream = std::make_shared<ipc::MessageStream>(std::move(m_socket));
   m_stream->start({[this, self = weak_from_this()](base::Bytes message) {
                      if (const auto alive = self.lock()) onMessage(message);
@@ -54,6 +60,12 @@ void TcpTransport::sendHello() {
                    }});
   m_token = protocol::newToken();
   m_stream->send({protocol::helloMessage(m_token)});
+}
+
+// It fits the empty buffer of a new connection; a connection that is lost already ends below.
+void TcpTransport::sendAccessLine() {
+  asio::error_code ignored;
+  asio::write(m_socket, asio::buffer(m_accessLine), ignored);
 }
 
 void TcpTransport::onMessage(base::Bytes message) {

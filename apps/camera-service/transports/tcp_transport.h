@@ -1,7 +1,8 @@
 // TcpTransport: the service's own connection to a VM, for "sharetcp". Once the VM has answered the
 // handshake, it carries camera data both ways in the same messages as the VM channel.
 //
-//   connect --> MSG_HELLO (token) --> VM's MSG_HELLO (same token) --> ready: MSG_DATA both ways
+//   connect --> access token, if any --> MSG_HELLO (token) --> VM's MSG_HELLO (same token) -->
+//   ready: MSG_DATA both ways
 //
 #pragma once
 
@@ -24,7 +25,9 @@ class TcpTransport : public VmTransport, public std::enable_shared_from_this<Tcp
   // For connecting and the handshake together.
   static constexpr std::chrono::milliseconds kConnectTimeout{5000};
 
-  TcpTransport(asio::io_context& io, const asio::ip::tcp::endpoint& vm, Handlers handlers);
+  // `accessLine`, if any, is sent first.
+  TcpTransport(asio::io_context& io, const asio::ip::tcp::endpoint& vm, std::string accessLine,
+               Handlers handlers);
 
   void start();
   void close();
@@ -36,12 +39,14 @@ class TcpTransport : public VmTransport, public std::enable_shared_from_this<Tcp
 
  private:
   void sendHello();
+  void sendAccessLine();
   void onMessage(base::Bytes message);
   void onHello(base::Bytes message);
   void end(const std::string& why);
 
   asio::ip::tcp::socket m_socket;  // until it is connected; m_stream's afterwards
   const asio::ip::tcp::endpoint m_vm;
+  const std::string m_accessLine;
   Handlers m_handlers;
   asio::steady_timer m_timer;
   std::shared_ptr<ipc::MessageStream> m_stream;

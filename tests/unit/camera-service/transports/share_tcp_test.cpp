@@ -2,6 +2,7 @@
 #include <thread>
 
 #include "support/raw_peer.h"
+#include "support/temporary_directory.h"
 #include "unit/camera-service/test_host.h"
 
 namespace lumsar::test {
@@ -130,6 +131,19 @@ TEST_F(ShareTcpTest, AWrongCommandIsToldOnce) {
   host().awaitChange("refused", 2);
   host().list();
   EXPECT_EQ(host().changes().size(), 2U);
+}
+
+TEST_F(ShareTcpTest, TheAccessTokenComesFirst) {
+  const TemporaryDirectory folder;
+  const std::string file = folder / "token";
+  writeFile(file, "0123456789abcdef\n");
+  std::filesystem::permissions(file, std::filesystem::perms(0600));
+  start({"--camera", "test:A,320x240@30", "--token-file", file});
+  ASSERT_TRUE(host().awaitCamera("test:A"));
+  host().command(IPC_MSG_SHARE, document());
+  const RawPeer peer = vm.listener.accept();
+  EXPECT_EQ(textOf(peer.read(31)), "LUMSAR-ACCESS 0123456789abcdef\n");
+  EXPECT_EQ(headerOf(peer.receive()).type, MSG_HELLO);
 }
 
 TEST_F(ShareTcpTest, AWrongTokenIsReported) {
