@@ -97,8 +97,7 @@ void writeLog(LogLevel level, std::string_view line, const void* kind) {
   if (level == LogLevel::Debug && !g_verbose) return;
   const auto note = g_repeats.admit(kind);
   if (!note) return;
-  const char* rest = line.size() > kMaxLogLine ? "..." : "";
-  const std::string whole = prefix(level) + clean(line, kMaxLogLine, ' ') + rest + *note + '\n';
+  const std::string whole = prefix(level) + clean(line, kLongestLogLine, ' ') + *note + '\n';
   if (write(STDERR_FILENO, whole.data(), whole.size()) < 0) return;  // nowhere to report it
 }
 

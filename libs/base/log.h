@@ -19,8 +19,8 @@ void setProgramName(std::string_view name);
 void setVerbose(bool verbose);
 bool isVerbose();
 
-// No longer lines are written.
-inline constexpr std::size_t kMaxLogLine = 4096;
+// What is longer is cut: a text from outside may have any length.
+inline constexpr std::size_t kLongestLogLine = 8192;
 
 // At most so many lines of one kind, which is one format, are written in each `window`; the others
 // are counted. 0 for no limit. For a program whose peers can make it log.
