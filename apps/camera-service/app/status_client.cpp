@@ -73,6 +73,12 @@ std::string hostLines(const QJsonObject& host) {
                   field(share, "camera"), field(share, "link"), field(share, "started"),
                   field(share, "frames"), field(share, "bytes"), field(share, "dropped"));
   }
+  const QJsonArray waiting = host.value("waiting").toArray();
+  for (const auto& value : waiting) {
+    const QJsonObject share = value.toObject();
+    lines += text("    {}  through {}  waiting until it is plugged in\n", field(share, "camera"),
+                  field(share, "link"));
+  }
   return lines;
 }
 

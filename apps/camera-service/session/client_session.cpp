@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/log.h"
+#include "base/text/format.h"
 #include "capture/encoder.h"
 #include "json/json.h"
 #include "lumsar/vdi_ipc.h"
@@ -107,28 +108,30 @@ void ClientSession::onVmRecord(const CameraDataHeader& header, base::Bytes body,
 }
 
 void ClientSession::onPlugged(const Camera& camera) {
-  const std::string& id = camera.info.id;
+  const std::optional<Wait> waited = takeWait(camera);
   if (const std::string denied = refusal(camera.info); !denied.empty()) {
-    return base::logInfo("camera '{}' is withheld from {}: {}", id, vmText(), denied);
+    if (waited) report(cameraRefused(camera, denied));
+    return base::logInfo("camera '{}' is withheld from {}: {}", camera.info.id, vmText(), denied);
   }
+  const bool asAll = !waited && m_shareAll && !isExceptedFromAll(camera);
   std::string reason = "plugged in";
-  TransportPtr transport;
-  if (const auto waiting = m_waiting.extract(id)) {
-    transport = waiting.mapped();
-    reason = "plugged in again and shared again with " + vmText();
-  } else if (m_shareAll && !m_exceptFromAll.contains(id)) {
-    transport = m_hostTransport;
-    reason = "plugged in and shared with " + vmText() + ", as all cameras are";
+  if (waited) {
+    const char* again = waited->transport ? " again" : "";
+    reason = base::text("plugged in{0} and shared{0} with {1}", again, vmText());
+  } else if (asAll) {
+    reason += " and shared with " + vmText() + ", as all cameras are";
   }
   tell(cameraAdded(camera, reason));
-  if (transport) shareCamera(camera, transport);
+  if (asAll) shareCamera(camera, m_hostTransport);
+  if (!waited) return;
+  if (const TransportPtr transport = transportOf(*waited)) shareCamera(camera, transport);
 }
 
 void ClientSession::onUnplugged(const Camera& camera) {
   const std::string& id = camera.info.id;
   if (const auto share = m_shares.extract(id)) {
     share.mapped()->remove("unplugged");
-    m_waiting[id] = share.mapped()->transport();
+    m_waiting[id] = {share.mapped()->transport(), std::nullopt};
   }
   if (refusal(camera.info).empty()) tell(cameraRemoved(camera, "unplugged"));
 }

@@ -36,6 +36,23 @@ struct SessionContext {
 
 class ClientSession {
  public:
+  using TransportPtr = std::shared_ptr<VmTransport>;
+  // What a "sharetcp" asks for, as in the command.
+  struct TcpTarget {
+    std::string camera;
+    std::string ip;
+    std::string port;
+
+    bool operator==(const TcpTarget&) const = default;
+  };
+  // A share of a camera that is not there. A connection to the VM is made once the camera is.
+  struct Wait {
+    TransportPtr transport;           // of the share that ended when the camera was unplugged
+    std::optional<TcpTarget> target;  // of one that has not begun; without it, through the host
+  };
+  // By the camera's id; one that has never been there by what the command called it.
+  using Waits = std::map<std::string, Wait>;
+
   ClientSession(SessionContext context, ipc::ClientId client, const std::string& name);
   ~ClientSession();
   ClientSession(const ClientSession&) = delete;
@@ -56,21 +73,13 @@ class ClientSession {
   const std::map<std::string, std::unique_ptr<Share>>& shares() const { return m_shares; }
   // Why this camera must not be shared with the VM; empty when it may.
   std::string refusal(const CameraInfo& camera) const;
-  bool waitsFor(const std::string& cameraId) const { return m_waiting.contains(cameraId); }
+  const Waits& waiting() const { return m_waiting; }
+  // What a waiting share goes through, as VmTransport::name().
+  static std::string transportName(const Wait& wait);
   const std::deque<DeviceChange>& refusals() const { return m_refusals; }
   const std::vector<std::string>& policyNotes() const { return m_policyNotes; }
 
  private:
-  using TransportPtr = std::shared_ptr<VmTransport>;
-  // What a "sharetcp" asks for, as in the command.
-  struct TcpTarget {
-    std::string camera;
-    std::string ip;
-    std::string port;
-
-    bool operator==(const TcpTarget&) const = default;
-  };
-
   void onCommand(std::uint32_t type, base::Bytes payload);
   void onPolicy(base::Bytes payload);
   void onVmData(const VmTransport* transport, base::Bytes record);
@@ -81,13 +90,22 @@ class ClientSession {
   void shareAll(int session);
   void unshare(const std::string& reference);
   void unshareAll();
-  const Camera* shareableCamera(const std::string& reference);
+  bool mayShare(const std::string& reference);
+  const Camera* presentCamera(const std::string& reference) const;
   void shareCamera(const Camera& camera, const TransportPtr& transport);
   void dropShare(const std::string& cameraId, const std::string& why);
+
+  bool mayComeLater(const std::string& reference) const;
+  void wait(const std::string& reference, const std::optional<TcpTarget>& target);
+  std::optional<Wait> takeWait(const Camera& camera);
+  TransportPtr transportOf(const Wait& wait);
+  bool isExceptedFromAll(const Camera& camera) const;
+  bool exceptFromAll(const std::string& reference);
 
   static TcpTarget tcpTarget(const QJsonObject& command);
   void connectVm(const TcpTarget& target);
   bool hasFailed(const TcpTarget& target);
+  bool isValid(const TcpTarget& target);
   std::shared_ptr<TcpTransport> tcpTransport(const TcpTarget& target);
   void onTcpReady(const std::string& address);
   void onTcpEnd(const std::string& address, const TcpTarget& target, const std::string& why);
@@ -107,10 +125,10 @@ class ClientSession {
   const TransportPtr m_hostTransport;
   std::map<std::string, std::shared_ptr<TcpTransport>> m_tcpTransports;  // by address
   std::map<std::string, std::unique_ptr<Share>> m_shares;                // by camera id
-  std::map<std::string, TransportPtr> m_waiting;  // unplugged; shared again when plugged in again
-  std::optional<TcpTarget> m_failedTarget;        // of a "sharetcp" that is still to share
-  bool m_shareAll = false;                        // cameras plugged in later are shared as well
-  std::set<std::string> m_exceptFromAll;          // but not these, unshared one by one
+  Waits m_waiting;                                                       // for their cameras
+  std::optional<TcpTarget> m_failedTarget;  // of a "sharetcp" that is still to share
+  bool m_shareAll = false;                  // cameras plugged in later are shared as well
+  std::set<std::string> m_exceptFromAll;    // but not these, unshared one by one
   bool m_loggedShortRecord = false;
   std::deque<DeviceChange> m_refusals;  // the latest of each camera, oldest first
 };

@@ -23,6 +23,13 @@ DeviceChange cameraRefused(const Camera& camera, const std::string& reason) {
   return ofCamera("refused", camera, reason);
 }
 
+DeviceChange cameraAwaited(const std::string& reference, const Camera* known) {
+  const char* reason = known == nullptr
+                           ? "there is no such camera yet; it is shared once it is plugged in"
+                           : "it is unplugged; it is shared once it is plugged in again";
+  return {"waiting", reference, known, {}, reason};
+}
+
 DeviceChange cameraFailed(const Camera& camera, const std::string& reason) {
   return ofCamera("failed", camera, reason);
 }

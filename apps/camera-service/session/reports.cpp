@@ -79,6 +79,15 @@ QJsonObject shareStatus(const Share& share) {
           {"rateLimit", share.rateLimit()}};
 }
 
+QJsonArray waitingShares(const ClientSession& session) {
+  QJsonArray shares;
+  for (const auto& [camera, wait] : session.waiting()) {
+    shares.append(
+        QJsonObject{{"camera", qt(camera)}, {"link", qt(ClientSession::transportName(wait))}});
+  }
+  return shares;
+}
+
 QJsonObject hostStatus(const ClientSession& session, const SessionContext& context) {
   QJsonArray shares;
   for (const auto& [id, share] : session.shares()) shares.append(shareStatus(*share));
@@ -90,7 +99,8 @@ QJsonObject hostStatus(const ClientSession& session, const SessionContext& conte
           {"bytesOut", number(counters.bytesOut)},
           {"bytesQueued", number(counters.bytesQueued)},
           {"framesDropped", number(counters.framesDropped)},
-          {"shares", shares}};
+          {"shares", shares},
+          {"waiting", waitingShares(session)}};
 }
 
 // What does not work at the moment, and so is not in this host's list of cameras.
@@ -107,6 +117,10 @@ std::vector<DeviceChange> failures(const ClientSession& session, const SessionCo
     if (stream == nullptr || stream->error().empty()) continue;
     changes.push_back(captureFailed(share->camera(), stream->error()));
   }
+  for (const auto& [reference, wait] : session.waiting()) {
+    if (context.catalogue.find(reference) != nullptr) continue;
+    changes.push_back(cameraAwaited(reference, nullptr));
+  }
   return changes;
 }
 
@@ -119,7 +133,7 @@ QJsonObject cameraList(const ClientSession& session, const SessionContext& conte
   for (const Camera* camera : context.catalogue.all()) {
     if (!session.refusal(camera->info).empty()) continue;
     // One that is unplugged is listed only to the host whose share waits for it.
-    if (!camera->present && !session.waitsFor(camera->info.id)) continue;
+    if (!camera->present && !session.waiting().contains(camera->info.id)) continue;
     cameras.append(describeCamera(*camera, context, sessions));
   }
   QJsonArray refusals;

@@ -29,40 +29,48 @@ void ClientSession::onCommand(std::uint32_t type, base::Bytes payload) {
   }
 }
 
-// The camera that a command names, if it may be shared; null once the refusal is reported.
-const Camera* ClientSession::shareableCamera(const std::string& reference) {
-  const auto refuse = [this](const DeviceChange& change) -> const Camera* {
+// Whether a command may share the camera that it names, now or once it is there; if not, that is
+// reported.
+bool ClientSession::mayShare(const std::string& reference) {
+  const auto refuse = [this](const DeviceChange& change) {
     report(change);
-    return nullptr;
+    return false;
   };
   if (reference.empty()) {
     return refuse(commandRefused("the command lacks a deviceId; take one from the camera list"));
   }
   const Camera* camera = m_context.catalogue.find(reference);
-  if (camera == nullptr) {
+  if (camera == nullptr && !mayComeLater(reference)) {
     return refuse(
         commandRefused("there is no such camera; the camera list shows the ids", reference));
   }
-  const std::string denied = refusal(camera->info);
-  if (!denied.empty()) return refuse(cameraRefused(*camera, denied));
-  if (camera->present) return camera;
-  return refuse(cameraRefused(*camera, "it is unplugged; plug it in and share it again"));
+  const std::string denied = camera == nullptr ? "" : refusal(camera->info);
+  return denied.empty() || refuse(cameraRefused(*camera, denied));
+}
+
+const Camera* ClientSession::presentCamera(const std::string& reference) const {
+  const Camera* camera = m_context.catalogue.find(reference);
+  return camera != nullptr && camera->present ? camera : nullptr;
 }
 
 void ClientSession::share(const QJsonObject& command) {
   const bool overTcp = json::textAt(command, "command") == "sharetcp";
   const TcpTarget target = tcpTarget(command);
   if (overTcp && hasFailed(target)) return;
-  const Camera* camera = shareableCamera(target.camera);
-  if (camera == nullptr) return;
+  if (!mayShare(target.camera)) return;
+  const Camera* camera = presentCamera(target.camera);
+  if (camera == nullptr) {
+    return wait(target.camera, overTcp ? std::optional(target) : std::nullopt);
+  }
   const TransportPtr transport = overTcp ? tcpTransport(target) : m_hostTransport;
   if (transport) shareCamera(*camera, transport);
 }
 
 void ClientSession::shareCamera(const Camera& camera, const TransportPtr& transport) {
   const std::string& id = camera.info.id;
-  m_waiting.erase(id);
+  takeWait(camera);
   m_exceptFromAll.erase(id);
+  m_exceptFromAll.erase(camera.info.name);
   std::erase_if(m_refusals, [&](const DeviceChange& old) { return old.camera == id; });
   const Share* present = shareOf(id);
   if (present != nullptr && present->transport() != transport) {
@@ -100,7 +108,9 @@ void ClientSession::unshare(const std::string& reference) {
   const Camera* camera = m_context.catalogue.find(reference);
   const std::string id = camera == nullptr ? reference : camera->info.id;
   const bool waited = m_waiting.erase(id) > 0;
-  if (shareOf(id) == nullptr && !waited) {
+  const bool absent = camera == nullptr || !camera->present;
+  const bool excepted = m_shareAll && absent && exceptFromAll(id);
+  if (shareOf(id) == nullptr && !waited && !excepted) {
     return report(commandRefused("it is not shared, so it cannot be unshared", reference, camera));
   }
   if (m_shareAll) m_exceptFromAll.insert(id);

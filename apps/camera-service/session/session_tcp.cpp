@@ -9,6 +9,23 @@
 #include "session/client_session.h"
 
 namespace lumsar::service {
+namespace {
+
+std::optional<asio::ip::tcp::endpoint> endpointOf(const ClientSession::TcpTarget& target) {
+  asio::error_code error;
+  const auto ip = asio::ip::make_address(target.ip, error);
+  const std::uint16_t port = base::parsePort(target.port).value_or(0);
+  if (error || port == 0) return std::nullopt;
+  return asio::ip::tcp::endpoint(ip, port);
+}
+
+}  // namespace
+
+std::string ClientSession::transportName(const Wait& wait) {
+  if (wait.transport) return wait.transport->name();
+  const auto endpoint = wait.target ? endpointOf(*wait.target) : std::nullopt;
+  return endpoint ? addressText(*endpoint) : "host";
+}
 
 ClientSession::TcpTarget ClientSession::tcpTarget(const QJsonObject& command) {
   return {json::textOrNumber(command.value("deviceId")),
@@ -20,7 +37,9 @@ ClientSession::TcpTarget ClientSession::tcpTarget(const QJsonObject& command) {
 // up, or the share waits for it.
 void ClientSession::connectVm(const TcpTarget& target) {
   m_failedTarget.reset();
-  if (shareableCamera(target.camera) == nullptr || !tcpTransport(target)) m_failedTarget = target;
+  const bool accepted = mayShare(target.camera) && isValid(target) &&
+                        (presentCamera(target.camera) == nullptr || tcpTransport(target));
+  if (!accepted) m_failedTarget = target;
 }
 
 // Connecting failed and that was reported: sharing is not refused again.
@@ -28,20 +47,20 @@ bool ClientSession::hasFailed(const TcpTarget& target) {
   return std::exchange(m_failedTarget, std::nullopt) == target;
 }
 
+bool ClientSession::isValid(const TcpTarget& target) {
+  if (endpointOf(target)) return true;
+  report(commandRefused(
+      base::text("'{}' port '{}' is not a valid address of a VM; remoteIp must be an IP address "
+                 "and remotePort a number from 1 to 65535",
+                 target.ip, target.port),
+      target.camera));
+  return false;
+}
+
 // The connection to the VM that the command names, made if need be; null when it names none.
 std::shared_ptr<TcpTransport> ClientSession::tcpTransport(const TcpTarget& target) {
-  asio::error_code error;
-  const auto ip = asio::ip::make_address(target.ip, error);
-  const std::uint16_t port = base::parsePort(target.port).value_or(0);
-  if (error || port == 0) {
-    report(commandRefused(
-        base::text("'{}' port '{}' is not a valid address of a VM; remoteIp must be an IP address "
-                   "and remotePort a number from 1 to 65535",
-                   target.ip, target.port),
-        target.camera));
-    return nullptr;
-  }
-  const asio::ip::tcp::endpoint endpoint(ip, port);
+  if (!isValid(target)) return nullptr;
+  const asio::ip::tcp::endpoint endpoint = *endpointOf(target);
   const std::string address = addressText(endpoint);
   if (const auto known = m_tcpTransports.find(address); known != m_tcpTransports.end()) {
     return known->second;
@@ -70,7 +89,9 @@ void ClientSession::onTcpReady(const std::string& address) {
 void ClientSession::onTcpEnd(const std::string& address, const TcpTarget& target,
                              const std::string& why) {
   const auto ended = m_tcpTransports.extract(address);  // lives until it has reported its end
-  std::erase_if(m_waiting, [&](const auto& entry) { return entry.second->name() == address; });
+  std::erase_if(m_waiting, [&](const auto& entry) {
+    return entry.second.transport && entry.second.transport->name() == address;
+  });
   const std::string reason =
       base::text("the connection to {} by {} ended: {}", vmText(), address, why);
   std::vector<const Camera*> cameras;
@@ -89,7 +110,7 @@ void ClientSession::onTcpEnd(const std::string& address, const TcpTarget& target
 void ClientSession::dropIdleTcpTransports() {
   std::erase_if(m_tcpTransports, [this](const auto& entry) {
     const auto uses = [&](const auto& item) { return item.second->transport() == entry.second; };
-    const auto waits = [&](const auto& item) { return item.second == entry.second; };
+    const auto waits = [&](const auto& item) { return item.second.transport == entry.second; };
     if (std::ranges::any_of(m_shares, uses) || std::ranges::any_of(m_waiting, waits)) return false;
     entry.second->close();
     return true;

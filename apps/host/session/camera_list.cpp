@@ -14,10 +14,14 @@ using json::textAt;
 
 constexpr std::size_t kListSize = std::size_t{64} * 1024;
 
+bool isPresent(const QJsonObject& camera) {
+  return camera[QLatin1String("present")].toBool(true);
+}
+
 std::string describeCamera(std::size_t number, const QJsonObject& camera) {
   std::string text =
       base::text("  {}  {}  {}", number, textAt(camera, "id"), textAt(camera, "name"));
-  if (!camera[QLatin1String("present")].toBool(true)) text += "  unplugged";
+  if (!isPresent(camera)) text += "  unplugged";
   if (!camera[QLatin1String("sharedWith")].toArray().isEmpty()) text += "  shared";
   if (camera[QLatin1String("inUse")].toBool()) text += "  in use";
   return text + "\n";
@@ -51,11 +55,16 @@ CameraList readList(const std::string& text) {
   for (const auto& value : cameras) {
     const QJsonObject camera = value.toObject();
     list.description += describeCamera(list.cameras.size(), camera);
-    list.cameras.push_back({textAt(camera, "id"), textAt(camera, "name")});
+    list.cameras.push_back({textAt(camera, "id"), textAt(camera, "name"), isPresent(camera)});
   }
   if (cameras.isEmpty()) list.description += "  no cameras\n";
   const QJsonArray refusals = document[QStringLiteral("refusals")].toArray();
-  for (const auto& refusal : refusals) list.description += describeRefusal(refusal.toObject());
+  for (const auto& value : refusals) {
+    const QJsonObject refusal = value.toObject();
+    list.description += describeRefusal(refusal);
+    const std::string camera = textAt(refusal, "camera");
+    if (textAt(refusal, "change") == "waiting") list.awaited.push_back({camera, camera, false});
+  }
   const QJsonArray notes = document[QStringLiteral("policyNotes")].toArray();
   for (const auto& note : notes) {
     list.description += base::text("  policy: {}\n", note.toString().toStdString());

@@ -12,10 +12,13 @@ namespace lumsar::host {
 struct ListedCamera {
   std::string id;
   std::string name;
+  bool present = true;
 };
 
 struct CameraList {
   std::vector<ListedCamera> cameras;
+  // What the service waits for and has never seen, by what the command called it.
+  std::vector<ListedCamera> awaited;
   std::string description;  // for people, a line for each camera and each thing that is wrong
 };
 

@@ -104,19 +104,24 @@ Commands::Result Commands::shareTcp(const Words& words) {
   return shareCamera(words[1], command);
 }
 
-// Remembered is only a camera of the list: another the service refuses, and it must not be shared
-// at some later time without being asked for.
+// Remembered is only what the service lists or waits for: it refuses anything else, which must not
+// be shared at some later time without being asked for.
 Commands::Result Commands::shareCamera(const std::string& word, QJsonObject command) {
   list();
-  const std::optional<ListedCamera> camera = findCamera(word);
+  std::optional<ListedCamera> camera = findCamera(word);
   if (!camera && isNumber(word)) return {{}, kUsage, noSuchNumber(word)};
   if (camera) command[QStringLiteral("deviceId")] = qt(camera->id);
   const int status = control(command);
-  if (status == STATUS_OK && camera) {
-    m_shared[camera->id] = {camera->name, command};
-    m_unshared.erase(camera->id);
+  const bool isThere = camera && camera->present;
+  if (!isThere && status == STATUS_OK && list().status == STATUS_OK) {
+    if (!camera) camera = findCamera(word);
+    if (!camera && isAwaited(word)) camera = {word, word, false};
   }
-  return {{}, status, {}};
+  if (status != STATUS_OK || !camera) return {{}, status, {}};
+  m_shared[camera->id] = {camera->name, command};
+  m_unshared.erase(camera->id);
+  const bool waits = !isThere && isAwaited(camera->id);
+  return {{}, status, waits ? "the share waits until the camera is plugged in" : ""};
 }
 
 Commands::Result Commands::shareAllSession(const Words& words) {
@@ -144,6 +149,7 @@ Commands::Result Commands::unshare(const Words& words) {
   const std::string id = camera ? camera->id : words[1];
   // Even when the service cannot be told now: it must not be shared again.
   m_shared.erase(id);
+  if (camera) m_shared.erase(camera->name);  // as it may have been waited for
   m_unshared.insert(id);
   return {{}, control(deviceCommand("unshare", id)), {}};
 }
@@ -193,25 +199,46 @@ bool Commands::serviceAnswers() {
 
 // By its id, its number in the list or its name, also one that was shared and has been removed.
 std::optional<ListedCamera> Commands::findCamera(const std::string& word) const {
-  std::vector<ListedCamera> cameras = m_list.cameras;
-  for (const auto& [id, share] : m_shared) cameras.push_back({id, share.name});
-
-  const auto byId = std::ranges::find(cameras, word, &ListedCamera::id);
-  if (byId != cameras.end()) return *byId;
+  const auto& listed = m_list.cameras;
+  const auto byId = std::ranges::find(listed, word, &ListedCamera::id);
+  if (byId != listed.end()) return *byId;
   if (isNumber(word)) {
     std::size_t index = 0;
     std::from_chars(word.data(), word.data() + word.size(), index);
-    return index < m_list.cameras.size() ? std::optional(cameras[index]) : std::nullopt;
+    return index < listed.size() ? std::optional(listed[index]) : std::nullopt;
   }
-  const auto byName = std::ranges::find(cameras, word, &ListedCamera::name);
-  return byName != cameras.end() ? std::optional(*byName) : std::nullopt;
+  const auto byName = std::ranges::find(listed, word, &ListedCamera::name);
+  if (byName != listed.end()) return *byName;
+  for (const auto& [id, share] : m_shared) {
+    if (id == word || share.name == word) return ListedCamera{id, share.name, false};
+  }
+  return std::nullopt;
+}
+
+bool Commands::isAwaited(const std::string& id) const {
+  const auto listed = std::ranges::find(m_list.cameras, id, &ListedCamera::id);
+  if (listed != m_list.cameras.end()) return !listed->present;
+  return std::ranges::find(m_list.awaited, id, &ListedCamera::id) != m_list.awaited.end();
 }
 
 void Commands::shareAgain(bool sharesAll) {
   if (m_policy) repeat("setting the policy", control(*m_policy));
   if (m_shareAllSession) repeat("sharing all cameras", m_plugin.ShareAll(*m_shareAllSession));
   if (m_shareAllSession || sharesAll) unshareAgain();
-  for (const auto& [id, share] : m_shared) repeat("sharing " + id, control(share.command));
+  shareEachAgain();
+}
+
+// A service that has just been started may not have found the cameras yet.
+void Commands::shareEachAgain() {
+  std::vector<int> statuses;
+  for (const auto& [id, share] : m_shared) statuses.push_back(control(share.command));
+  const bool allSent = std::ranges::count(statuses, STATUS_OK) == std::ssize(statuses);
+  const bool isListed = !statuses.empty() && allSent && list().status == STATUS_OK;
+  auto status = statuses.begin();
+  for (const auto& [id, share] : m_shared) {
+    const bool waits = isListed && isAwaited(id);
+    repeat("sharing " + id, *status++, waits ? "; it waits until the camera is plugged in" : "");
+  }
 }
 
 void Commands::unshareAgain() {
@@ -224,8 +251,8 @@ void Commands::unshareAgain() {
   }
 }
 
-void Commands::repeat(const std::string& what, int status) {
-  m_report.say(what + " again: " + statusText(status));
+void Commands::repeat(const std::string& what, int status, const char* more) {
+  m_report.say(what + " again: " + statusText(status) + more);
 }
 
 std::vector<Commands::Result> Commands::results() const {

@@ -61,15 +61,17 @@ class Commands {
   int control(const QJsonObject& command);
   ListReply list();
   std::optional<ListedCamera> findCamera(const std::string& word) const;
+  bool isAwaited(const std::string& id) const;
   void unshareAgain();
-  void repeat(const std::string& what, int status);
+  void shareEachAgain();
+  void repeat(const std::string& what, int status, const char* more = "");
 
   const Plugin& m_plugin;
   Report& m_report;
   std::function<std::string()> m_status;
   std::filesystem::path m_directory;      // where relative file names begin
   CameraList m_list;                      // the latest
-  std::map<std::string, Share> m_shared;  // by the camera's id, whatever it was called
+  std::map<std::string, Share> m_shared;  // by the camera's id, if it has been listed
   std::optional<QJsonObject> m_policy;
   std::optional<int> m_shareAllSession;
   bool m_unsharedAll = false;        // after which only m_shared is to be shared

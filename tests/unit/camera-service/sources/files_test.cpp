@@ -72,7 +72,7 @@ TEST_F(FilesTest, TakenBackWhileUnpluggedItStaysTakenBack) {
   std::filesystem::rename(folder + "/a.jpg", dir / "a.jpg");
   host().records.await(CameraDataKind::Removed);
   host().share("file:a.jpg");
-  EXPECT_TRUE(host().awaitChange("refused").value("reason").toString().contains("unplugged"));
+  EXPECT_TRUE(host().awaitChange("waiting").value("reason").toString().contains("unplugged"));
   host().unshare("file:a.jpg");
   std::filesystem::rename(dir / "a.jpg", folder + "/a.jpg");
   host().awaitChange("added");

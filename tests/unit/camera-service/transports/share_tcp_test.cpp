@@ -126,7 +126,7 @@ TEST_F(ShareTcpTest, AVmThatIsNotThereIsReported) {
 
 TEST_F(ShareTcpTest, AWrongCommandIsToldOnce) {
   startCamera();
-  shareTcp(host(), document(1, "test:unknown"));
+  shareTcp(host(), document(1, "99"));
   shareTcp(host(), document(0, "test:A"));
   host().awaitChange("refused", 2);
   host().list();

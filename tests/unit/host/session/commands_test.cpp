@@ -20,6 +20,9 @@ FakePlugin& fakePlugin() {
   return *reinterpret_cast<FakePlugin* (*)()>(dlsym(handle, "fakePlugin"))();
 }
 
+constexpr const char* kWaitsForLate =
+    R"({"cameras":[],"refusals":[{"change":"waiting","camera":"file:late.jpg","reason":""}]})";
+
 std::string deviceCommand(const std::string& name, const std::string& id) {
   return R"({"command":")" + name + R"(","deviceId":")" + id + R"("})";
 }
@@ -28,7 +31,7 @@ struct CommandsTest : testing::Test {
   CommandsTest() {
     fake = {};
     fake.list = kTwoCameras;
-    report.setSink([](const std::string&) {});
+    report.setSink([this](const std::string& line) { said.push_back(line.substr(kTimeSize)); });
   }
 
   Commands::Result run(const std::string& line) {
@@ -42,6 +45,8 @@ struct CommandsTest : testing::Test {
     return fake.commands;
   }
 
+  static constexpr std::size_t kTimeSize = 13;  // "12:34:56.789 "
+  std::vector<std::string> said;
   FakePlugin& fake = fakePlugin();
   Plugin plugin{LUMSAR_FAKE_PLUGIN};
   Report report{true};
@@ -89,9 +94,44 @@ TEST_F(CommandsTest, ANumberThatIsNotInTheListIsRefused) {
   EXPECT_EQ(fake.commands, std::vector<std::string>{});
 }
 
-TEST_F(CommandsTest, ACameraThatIsNotThereIsTheServicesToRefuseAndNotRemembered) {
+TEST_F(CommandsTest, WhatTheServiceRefusesIsNotRemembered) {
   run("share nobody");
   EXPECT_EQ(fake.commands, std::vector<std::string>{deviceCommand("share", "nobody")});
+  EXPECT_EQ(again(), std::vector<std::string>{});
+}
+
+TEST_F(CommandsTest, WhatTheServiceWaitsForIsRememberedUntilItIsUnshared) {
+  fake.list = kWaitsForLate;
+  EXPECT_EQ(run("share file:late.jpg").answer, "the share waits until the camera is plugged in");
+  EXPECT_EQ(again(), std::vector<std::string>{deviceCommand("share", "file:late.jpg")});
+  EXPECT_EQ(said.back(),
+            "sharing file:late.jpg again: done (0); it waits until the camera is "
+            "plugged in");
+  run("unshare file:late.jpg");
+  EXPECT_EQ(again(), std::vector<std::string>{});
+}
+
+TEST_F(CommandsTest, WhatIsUnpluggedIsSaidToWait) {
+  fake.list = R"({"cameras":[{"id":"a","name":"A","present":false}]})";
+  EXPECT_EQ(run("share A").answer, "the share waits until the camera is plugged in");
+  EXPECT_EQ(again(), std::vector<std::string>{deviceCommand("share", "a")});
+}
+
+TEST_F(CommandsTest, ANameThatWasWaitedForIsUnsharedByTheCamerasId) {
+  fake.list = R"({"cameras":[],"refusals":[{"change":"waiting","camera":"Front","reason":""}]})";
+  run("share Front");
+  fake.list = kTwoCameras;
+  run("unshare 0");
+  EXPECT_EQ(fake.commands.back(), deviceCommand("unshare", "test:Front"));
+  EXPECT_EQ(again(), std::vector<std::string>{});
+}
+
+TEST_F(CommandsTest, ANameThatWasWaitedForIsTheCameraOnceItIsThere) {
+  fake.list = R"({"cameras":[],"refusals":[{"change":"waiting","camera":"Front","reason":""}]})";
+  run("share Front");
+  fake.list = kTwoCameras;
+  run("unshare Front");
+  EXPECT_EQ(fake.commands.back(), deviceCommand("unshare", "test:Front"));
   EXPECT_EQ(again(), std::vector<std::string>{});
 }
 
