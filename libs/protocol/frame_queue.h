@@ -65,6 +65,7 @@ class FrameQueue {
   bool empty() const { return m_items.empty(); }
   std::size_t frames() const { return m_frames.count; }
   std::size_t bytes() const { return m_frames.bytes + m_controls.bytes; }
+  std::size_t controlBytes() const { return m_controls.bytes; }
   std::uint64_t dropped() const { return m_dropped; }
 
  private:

@@ -39,14 +39,16 @@ void MessageStream::read() {
                            [self = shared_from_this()](asio::error_code error, std::size_t size) {
                              if (!self->open()) return;
                              if (error) return self->end(reason(error));
-                             self->onRead(size);
+                             self->m_assembler.commit(size);
+                             self->m_counters.bytesIn += size;
+                             self->deliver();
                            });
 }
 
-void MessageStream::onRead(std::size_t size) {
-  m_assembler.commit(size);
-  m_counters.bytesIn += size;
+void MessageStream::deliver() {
   while (open()) {
+    m_paused = m_queue.controlBytes() >= kReadPause;
+    if (m_paused) return;
     const auto message = m_assembler.next();
     if (message.empty()) break;
     m_handlers.onMessage(message);
@@ -92,6 +94,7 @@ void MessageStream::write() {
                       if (error) return self->end(reason(error));
                       self->m_counters.bytesOut += size;
                       self->write();
+                      if (self->m_paused) self->deliver();
                     });
 }
 

@@ -25,9 +25,12 @@ struct Outgoing {
 };
 
 // Any more frames would only be outdated. A receiver that leaves more control messages than
-// these waiting is disconnected.
+// these waiting is disconnected; those that answer its own messages come no faster than it reads.
 inline constexpr protocol::QueueLimits kStreamLimits{
     .frames = 4, .frameBytes = 16U << 20U, .controlBytes = 1U << 20U};
+
+// While this much of control messages waits, nothing further is read from the peer.
+inline constexpr std::size_t kReadPause = 64U << 10U;
 
 class MessageStream : public std::enable_shared_from_this<MessageStream> {
  public:
@@ -58,7 +61,7 @@ class MessageStream : public std::enable_shared_from_this<MessageStream> {
  private:
   bool enqueue(Outgoing outgoing);
   void read();
-  void onRead(std::size_t size);
+  void deliver();
   void write();
   void end(const std::string& why);
 
@@ -67,6 +70,7 @@ class MessageStream : public std::enable_shared_from_this<MessageStream> {
   MessageAssembler m_assembler;
   protocol::FrameQueue<Outgoing> m_queue;
   std::optional<Outgoing> m_inFlight;
+  bool m_paused = false;
   bool m_closing = false;
   Counters m_counters;
 };

@@ -228,6 +228,35 @@ TEST_F(ServerTest, AClientThatTakesNoControlMessagesIsGivenUp) {
   expectAlive(server);
 }
 
+TEST_F(ServerTest, CommandsFasterThanTheirAnswersAreReadWait) {
+  constexpr std::size_t kCommands = 16'000;
+  TestServer server(path);
+  server.duringMessage = [](ipc::IpcServer& own, ipc::ClientId client, std::span<unsigned char>) {
+    own.send(client, {textMessage(IPC_MSG_DEVICE_CHANGE, std::string(1000, 'x'))});
+  };
+  const RawPeer peer = introduced();
+  const ipc::ClientId client = server.awaitClient();
+  std::thread sending([&] {
+    Bytes all;
+    for (std::size_t i = 0; i < kCommands; ++i) {
+      const Bytes one = message(IPC_MSG_SHARE, "{}");
+      all.insert(all.end(), one.begin(), one.end());
+    }
+    peer.send(all);
+  });
+  ASSERT_TRUE(server.awaitMessages(100));
+  std::size_t most = 0;
+  std::size_t answers = 0;
+  while (answers < kCommands && !peer.receive().empty()) {
+    if (++answers % 100 == 1) most = std::max(most, server.counters(client).bytesQueued);
+  }
+  sending.join();
+  EXPECT_EQ(answers, kCommands);
+  EXPECT_GT(most, 0U);
+  EXPECT_LT(most, std::size_t{128} << 10U) << "memory is bounded";
+  EXPECT_TRUE(server.gone().empty());
+}
+
 TEST_F(ServerTest, SendingToAClientThatIsGoneIsNothing) {
   TestServer server(path);
   RawPeer peer = introduced();
