@@ -23,13 +23,14 @@ Service::Service(asio::io_context& io, const Options& options, base::SocketListe
       m_signals(io, SIGINT, SIGTERM, SIGHUP),
       m_access(options.access),
       m_accessLine(protocol::readAccessLine(options.tokenFile)),
+      m_direct(options.direct),
       m_mayOfferFallback(options.synthetic.empty() && options.files.empty() &&
                          options.directories.empty()),
       m_streams(
           io, m_cameraThreads,
           [this](const Camera& camera, const std::string& why) { onCameraFailed(camera, why); }),
       m_server(io, std::move(listener), *this),
-      m_context{io, m_server, m_catalogue, m_streams, m_access, m_accessLine},
+      m_context{io, m_server, m_catalogue, m_streams, m_access, m_accessLine, m_direct},
       m_files(io, m_virtual,
               [this](const std::string& id, const std::string& why) { onUnreadable(id, why); }),
       m_devices(io, {[this](CameraInfo info) { onPlugged(std::move(info)); },

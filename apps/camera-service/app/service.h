@@ -45,6 +45,7 @@ class Service : private ipc::IpcServerEvents {
   asio::signal_set m_signals;
   const AccessRules m_access;
   const std::string m_accessLine;
+  const DirectNetworks m_direct;
   const bool m_mayOfferFallback;
   asio::thread_pool m_cameraThreads{8};  // all but one may hang with their devices
   Catalogue m_catalogue;

@@ -71,6 +71,12 @@ void addCameraOptions(base::CommandLine& line, Options& options) {
       "--deny CAMERA[@VM]", [&options](const std::string& rule) { options.access.deny(rule); },
       "deny this camera, by id or name, to all VMs or to one; takes precedence over --allow; "
       "repeatable");
+  line.option(
+      "--direct-to NETWORK",
+      [&options](const std::string& network) { options.direct.add(network); },
+      "with \"share over TCP\", connect only to VMs in NETWORK, such as 10.0.0.0/8, fd00::/8 or "
+      "one "
+      "address; repeatable (default: any address)");
 }
 
 void addOtherOptions(base::CommandLine& line, Options& options) {

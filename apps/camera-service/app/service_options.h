@@ -8,6 +8,7 @@
 #include "protocol/names.h"
 #include "session/access_rules.h"
 #include "sources/virtual_cameras.h"
+#include "transports/direct_networks.h"
 
 namespace lumsar::service {
 
@@ -21,6 +22,7 @@ struct Options {
   std::vector<std::string> directories;
   AccessRules access;
   std::string tokenFile;  // of the VMs' guest agents
+  DirectNetworks direct;
 };
 
 // Nothing when --help or --version has been answered. Throws UsageError.

@@ -14,15 +14,25 @@
 #include <string>
 #include <vector>
 
+#include "base/rate_limit.h"
 #include "camera/catalogue.h"
 #include "ipc/server/server.h"
 #include "session/access_rules.h"
 #include "session/device_change.h"
 #include "session/policy.h"
 #include "session/share.h"
+#include "transports/direct_networks.h"
 #include "transports/tcp_transport.h"
 
 namespace lumsar::service {
+
+// The service's own connections to VMs: so many of a host at a time, and so many new ones within a
+// time. A VM needs one; more are for searching a network.
+inline constexpr std::size_t kMaxConnections = 4;
+inline constexpr int kMaxConnects = 8;
+inline constexpr std::chrono::seconds kConnectsTime{10};
+// What clients and connections leave to the cameras.
+inline constexpr std::size_t kSpareDescriptors = 32;
 
 // What all sessions use, owned by Service.
 struct SessionContext {
@@ -32,6 +42,7 @@ struct SessionContext {
   StreamTable& streams;
   const AccessRules& access;
   const std::string& accessLine;
+  const DirectNetworks& direct;
 };
 
 class ClientSession {
@@ -106,6 +117,7 @@ class ClientSession {
   void connectVm(const TcpTarget& target);
   bool hasFailed(const TcpTarget& target);
   bool isValid(const TcpTarget& target);
+  bool mayConnect(const TcpTarget& target);
   std::shared_ptr<TcpTransport> tcpTransport(const TcpTarget& target);
   void onTcpReady(const std::string& address);
   void onTcpEnd(const std::string& address, const TcpTarget& target, const std::string& why);
@@ -126,6 +138,7 @@ class ClientSession {
   std::map<std::string, std::shared_ptr<TcpTransport>> m_tcpTransports;  // by address
   std::map<std::string, std::unique_ptr<Share>> m_shares;                // by camera id
   Waits m_waiting;                                                       // for their cameras
+  base::RateLimit m_connects{kMaxConnects, kConnectsTime};
   std::optional<TcpTarget> m_failedTarget;  // of a "sharetcp" that is still to share
   bool m_shareAll = false;                  // cameras plugged in later are shared as well
   std::set<std::string> m_exceptFromAll;    // but not these, unshared one by one

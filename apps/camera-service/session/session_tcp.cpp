@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/descriptors.h"
 #include "base/log.h"
 #include "base/net/address.h"
 #include "base/text/format.h"
@@ -48,13 +49,32 @@ bool ClientSession::hasFailed(const TcpTarget& target) {
 }
 
 bool ClientSession::isValid(const TcpTarget& target) {
-  if (endpointOf(target)) return true;
-  report(commandRefused(
-      base::text("'{}' port '{}' is not a valid address of a VM; remoteIp must be an IP address "
-                 "and remotePort a number from 1 to 65535",
-                 target.ip, target.port),
-      target.camera));
+  const auto endpoint = endpointOf(target);
+  if (endpoint && m_context.direct.allow(endpoint->address())) return true;
+  std::string why = base::text(
+      "'{}' port '{}' is not a valid address of a VM; remoteIp must be an IP address and "
+      "remotePort a number from 1 to 65535",
+      target.ip, target.port);
+  if (endpoint && DirectNetworks().allow(endpoint->address())) {
+    why = base::text("the camera service connects to other networks only (--direct-to)");
+  }
+  report(commandRefused(why, target.camera));
   return false;
+}
+
+// Whether one more connection to a VM may be made now; if not, that is reported.
+bool ClientSession::mayConnect(const TcpTarget& target) {
+  std::string why;
+  if (m_tcpTransports.size() >= kMaxConnections) {
+    why = base::text("at most {} direct connections are possible", kMaxConnections);
+  } else if (!m_connects.allow()) {
+    why = base::text("at most {} direct connections in {} s are possible; share it again later",
+                     kMaxConnects, kConnectsTime.count());
+  } else if (!base::hasSpareDescriptors(kSpareDescriptors)) {
+    why = base::tooManyOpenFiles();
+  }
+  if (!why.empty()) report(commandRefused(why, target.camera));
+  return why.empty();
 }
 
 // The connection to the VM that the command names, made if need be; null when it names none.
@@ -65,6 +85,7 @@ std::shared_ptr<TcpTransport> ClientSession::tcpTransport(const TcpTarget& targe
   if (const auto known = m_tcpTransports.find(address); known != m_tcpTransports.end()) {
     return known->second;
   }
+  if (!mayConnect(target)) return nullptr;
   TcpTransport::Handlers handlers{
       [this, address] { onTcpReady(address); },
       [this, address](base::Bytes record) {

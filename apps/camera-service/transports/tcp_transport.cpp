@@ -109,8 +109,12 @@ void TcpTransport::close() {
 
 void TcpTransport::end(const std::string& why) {
   if (m_ended) return;
+  const bool wasReady = m_ready;
   close();
-  m_handlers.onEnd(why);
+  if (wasReady) return m_handlers.onEnd(why);
+  // What answers at an address that is no VM's is not the host's business.
+  base::logWarning("{}: {}", name(), why);
+  m_handlers.onEnd("no guest agent answers there");
 }
 
 }  // namespace lumsar::service

@@ -18,9 +18,6 @@ constexpr std::chrono::seconds kSilence{5};
 // camera service that has stopped reading needs longer, and each message would wait for it.
 constexpr std::chrono::milliseconds kPassTimeout{1500};
 constexpr std::size_t kBytesAMillisecond = 8U << 10U;
-// How often a VM may begin the handshake. One that restarts all the time stays far below.
-constexpr std::chrono::seconds kRestartsTime{10};
-constexpr int kMaxRestarts = 20;
 
 }  // namespace
 
@@ -195,7 +192,7 @@ void Session::handle(std::span<unsigned char> message) {
         Warning::RdpAgent,
         "the guest agent takes this for an RDP channel; run lumsar-agent without --protocol rdp");
   }
-  if (header.type == MSG_CHANNEL_OPENED && !mayRestart()) {
+  if (header.type == MSG_CHANNEL_OPENED && !m_restarts.allow()) {
     return warnOnce(Warning::Restarts,
                     "the VM restarts the handshake again and again; not all of it is answered");
   }
@@ -218,15 +215,6 @@ void Session::handleHello(std::span<unsigned char> message) {
   if (std::exchange(m_answeredHello, sent.hellos) == sent.hellos) return;
   pass(message);
   if (m_state.initialised) handshakeCompleted(answer->header);
-}
-
-bool Session::mayRestart() {
-  const auto now = Clock::now();
-  if (now - m_restartsSince > kRestartsTime) {
-    m_restartsSince = now;
-    m_restarts = 0;
-  }
-  return ++m_restarts <= kMaxRestarts;
 }
 
 void Session::pass(std::span<unsigned char> message) {

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "base/back_off.h"
+#include "base/rate_limit.h"
 #include "driver/call_watch.h"
 #include "driver/plugin_driver.h"
 #include "lumsar/plugin.h"
@@ -55,7 +56,6 @@ class Session final : public ChannelListener {
   void recover(const std::string& why);
 
  private:
-  using Clock = std::chrono::steady_clock;
   enum class Warning { StrayBytes, ShortHello, OlderHello, RdpAgent, Restarts };
   struct EventGate;  // lets events in as long as the session lives
 
@@ -70,7 +70,6 @@ class Session final : public ChannelListener {
   void initialiseLater(std::chrono::milliseconds delay);
   void handle(std::span<unsigned char> message);
   void handleHello(std::span<unsigned char> message);
-  bool mayRestart();
   void pass(std::span<unsigned char> message);
   void handshakeCompleted(const RedirMsgHeader& header);
   void warnOnce(Warning warning, const std::string& line);
@@ -93,8 +92,8 @@ class Session final : public ChannelListener {
   Deframer m_deframer;
   std::set<Warning> m_warned;  // on this channel
   std::uint64_t m_answeredHello = 0;
-  Clock::time_point m_restartsSince;
-  int m_restarts = 0;
+  // How often a VM may begin the handshake. One that restarts all the time stays far below.
+  base::RateLimit m_restarts{20, std::chrono::seconds(10)};
   std::string m_unavailable;  // why there is no channel, as last reported
   mutable std::mutex m_mutex;
   State m_state;  // written on this thread, with the lock

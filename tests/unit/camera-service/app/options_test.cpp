@@ -41,7 +41,7 @@ TEST(OptionsTest, Defaults) {
 TEST(OptionsTest, HelpAndVersionArePrinted) {
   const std::string help = printed("--help");
   for (const char* option : {"--ipc-channel", "--camera", "--watch", "--allow", "--deny",
-                             "--status", "--json", "--verbose", "--version"}) {
+                             "--direct-to", "--status", "--json", "--verbose", "--version"}) {
     EXPECT_NE(help.find(option), std::string::npos) << option;
   }
   EXPECT_EQ(printed("--version"), std::string("lumsar-camera-service ") + base::kVersion + "\n");
@@ -74,6 +74,7 @@ TEST(OptionsTest, MistakesAreSaid) {
   EXPECT_NE(refusal({"--watch", "/no/such/directory"}).find("no readable directory"),
             std::string::npos);
   EXPECT_NE(refusal({"--deny", ""}).find("CAMERA"), std::string::npos);
+  EXPECT_NE(refusal({"--direct-to", "10.0.0.0/33"}).find("10.0.0.0/8"), std::string::npos);
   EXPECT_NE(refusal({"--ipc-channel", "a/b"}).find("cannot be used"), std::string::npos);
 }
 
