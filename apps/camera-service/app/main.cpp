@@ -8,6 +8,7 @@
 #include "app/service.h"
 #include "app/status_client.h"
 #include "base/command_line.h"
+#include "base/descriptors.h"
 #include "base/log.h"
 #include "base/text/format.h"
 #include "ipc/channel_path.h"
@@ -22,6 +23,25 @@ void allowManyFiles() {
   if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
   limit.rlim_cur = limit.rlim_max;
   setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+// Libraries abort the program when they lack a descriptor or a thread's stack.
+void checkLimits() {
+  constexpr rlim_t kFewestFiles = 64;
+  constexpr rlim_t kLeastAddressSpace = 512;  // MiB
+  if (base::descriptorLimit() < kFewestFiles) {
+    throw base::Failure(
+        base::text("only {} open files are allowed; at least {} open files are needed (ulimit -n, "
+                   "LimitNOFILE=)",
+                   base::descriptorLimit(), kFewestFiles));
+  }
+  rlimit space{};
+  if (getrlimit(RLIMIT_AS, &space) == 0 && space.rlim_cur >> 20U < kLeastAddressSpace) {
+    throw base::Failure(base::text(
+        "only {} MiB of address space are allowed; at least {} MiB of address space are needed "
+        "(ulimit -v, LimitAS=)",
+        space.rlim_cur >> 20U, kLeastAddressSpace));
+  }
 }
 
 base::SocketListener listenAt(const std::string& channel) {
@@ -41,6 +61,7 @@ base::SocketListener listenAt(const std::string& channel) {
 void serve(const Options& options) {
   std::signal(SIGPIPE, SIG_IGN);  // a closed log must not end the service
   allowManyFiles();
+  checkLimits();
   gst_init(nullptr, nullptr);
   asio::io_context io(1);
   Service(io, options, listenAt(options.channel)).run();

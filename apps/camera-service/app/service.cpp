@@ -29,7 +29,7 @@ Service::Service(asio::io_context& io, const Options& options, base::SocketListe
       m_streams(
           io, m_cameraThreads,
           [this](const Camera& camera, const std::string& why) { onCameraFailed(camera, why); }),
-      m_server(io, std::move(listener), *this),
+      m_server(io, std::move(listener), *this, {.spareDescriptors = kSpareDescriptors}),
       m_context{io, m_server, m_catalogue, m_streams, m_access, m_accessLine, m_direct},
       m_files(io, m_virtual,
               [this](const std::string& id, const std::string& why) { onUnreadable(id, why); }),

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "base/descriptors.h"
 #include "base/log.h"
+#include "capture/capture_pipeline.h"
 #include "lumsar/camera_data.h"
 
 namespace lumsar::service {
@@ -98,6 +100,9 @@ void CameraStream::startAfter(milliseconds delay) {
 void CameraStream::start() {
   if (!m_camera.present) return;
   m_lastStart = m_lastSign = Clock::now();
+  m_tried = {};
+  if (!base::hasSpareDescriptors(kPipelineDescriptors))
+    return onCaptureFailed(base::tooManyOpenFiles());
   const CapturePlan plan = planFor(combinedRequest());
   m_tried = plan.source;
   if (plan.source.width == 0) return onCaptureFailed("it offers no format that can be read here");

@@ -11,6 +11,9 @@
 
 namespace lumsar::service {
 
+// That starting a pipeline may need; GLib aborts the program without them.
+inline constexpr std::size_t kPipelineDescriptors = 16;
+
 struct CapturePipeline {
   std::shared_ptr<GstElement> bin;  // owns the others
   GstElement* format = nullptr;     // lets through the chosen format of the camera

@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <optional>
 
+#include "base/descriptors.h"
 #include "base/text/format.h"
+#include "capture/capture_pipeline.h"
 #include "capture/capture_plan.h"
 
 namespace lumsar::service {
@@ -47,6 +49,9 @@ FileProbe describe(GstDiscovererVideoInfo* video) {
 
 // Nothing when it took too long.
 std::optional<FileProbe> probeOnce(const std::string& path) {
+  if (!base::hasSpareDescriptors(kPipelineDescriptors)) {
+    return FileProbe{base::tooManyOpenFiles(), false, {}};
+  }
   GError* error = nullptr;
   const std::unique_ptr<GstDiscoverer, ProbeRelease> discoverer(
       gst_discoverer_new(kProbeTimeout, &error));

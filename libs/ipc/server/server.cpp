@@ -5,6 +5,7 @@
 
 #include <utility>
 
+#include "base/descriptors.h"
 #include "ipc/channel_path.h"
 #include "lumsar/ipc_transport.h"
 
@@ -72,6 +73,9 @@ void IpcServer::admit(Local::socket socket) {
   if (!same) return refuse(*stream, IPC_ERROR_OTHER_USER, "it belongs to another user");
   if (m_sessions.size() >= m_limits.clients) {
     return refuse(*stream, IPC_ERROR_REFUSED, "too many clients are connected");
+  }
+  if (!base::hasSpareDescriptors(m_limits.spareDescriptors)) {
+    return refuse(*stream, IPC_ERROR_REFUSED, base::tooManyOpenFiles());
   }
   auto session = std::make_unique<Session>(m_io, ++m_lastId, std::move(stream));
   Session& newcomer = *session;

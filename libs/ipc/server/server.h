@@ -38,6 +38,7 @@ struct ServerLimits {
   std::size_t clients = 64;
   std::chrono::milliseconds connectTimeout{5000};  // for a newcomer's connect request
   protocol::QueueLimits queue = kStreamLimits;
+  std::size_t spareDescriptors = 0;  // which clients leave to the rest of the program
 };
 
 class IpcServer {

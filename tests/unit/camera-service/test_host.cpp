@@ -182,10 +182,10 @@ ServiceTest::~ServiceTest() {
   EXPECT_EQ(m_service->wait(), 0) << log();
 }
 
-void ServiceTest::start(std::vector<std::string> options) {
+void ServiceTest::start(std::vector<std::string> options, const ProcessSetup& setup) {
   std::vector<std::string> command = {CAMERA_SERVICE, "--verbose", "--ipc-channel", channel};
   command.insert(command.end(), options.begin(), options.end());
-  m_service = std::make_unique<Process>(command);
+  m_service = std::make_unique<Process>(command, setup);
   EXPECT_TRUE(m_service->says("listening at")) << log();
 }
 

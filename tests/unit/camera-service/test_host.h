@@ -97,7 +97,7 @@ class ServiceTest : public ::testing::Test {
   ~ServiceTest() override;
 
   // Starts the service with these options and waits until it listens.
-  void start(std::vector<std::string> options = {});
+  void start(std::vector<std::string> options = {}, const ProcessSetup& setup = {});
   std::string log() { return m_service ? m_service->output() : ""; }
   std::unique_ptr<TestHost> newHost(const std::string& vmId = "vm-7") {
     return std::make_unique<TestHost>(channel, vmId);
