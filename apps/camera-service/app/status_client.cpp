@@ -8,6 +8,7 @@
 #include "base/errors.h"
 #include "base/text/bytes.h"
 #include "base/text/format.h"
+#include "base/text/utf8.h"
 #include "ipc/client/client.h"
 #include "json/json.h"
 #include "lumsar/ipc_transport.h"
@@ -16,6 +17,8 @@ namespace lumsar::service {
 namespace {
 
 using base::text;
+
+constexpr std::size_t kLongestField = 4096;  // a file's id may hold its whole path
 
 void check(int error, const std::string& channel) {
   if (error == 0) return;
@@ -43,7 +46,8 @@ std::string receiveStatus(const std::string& channel) {
 
 std::string field(const QJsonObject& object, const char* key) {
   const QJsonValue value = object.value(QLatin1String(key));
-  return value.isBool() ? (value.toBool() ? "yes" : "no") : json::textOrNumber(value);
+  if (value.isBool()) return value.toBool() ? "yes" : "no";
+  return base::clean(json::textOrNumber(value), kLongestField);
 }
 
 std::string cameraLine(const QJsonObject& camera) {
@@ -59,7 +63,7 @@ std::string cameraLine(const QJsonObject& camera) {
   return text("  {}  {}  {}  {}{}  frames {}  bytes {}  encoding {} us  shared with {}\n",
               field(camera, "number"), field(camera, "id"), field(camera, "name"), state, size,
               field(camera, "frames"), field(camera, "bytes"), field(camera, "encodeMicroseconds"),
-              vms.isEmpty() ? "no VM" : vms.join(", ").toStdString());
+              vms.isEmpty() ? "no VM" : base::clean(vms.join(", ").toStdString(), kLongestField));
 }
 
 std::string hostLines(const QJsonObject& host) {

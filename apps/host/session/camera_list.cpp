@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "base/text/format.h"
+#include "base/text/utf8.h"
 #include "json/json.h"
 
 namespace lumsar::host {
@@ -14,13 +15,23 @@ using json::textAt;
 
 constexpr std::size_t kListSize = std::size_t{64} * 1024;
 
+constexpr std::size_t kLongestField = 4096;  // a file's id may hold its whole path
+
+// For people: no name may look like another line.
+std::string shownText(const std::string& text) {
+  return base::clean(text, kLongestField);
+}
+std::string shownAt(const QJsonObject& object, const char* key) {
+  return shownText(textAt(object, key));
+}
+
 bool isPresent(const QJsonObject& camera) {
   return camera[QLatin1String("present")].toBool(true);
 }
 
 std::string describeCamera(std::size_t number, const QJsonObject& camera) {
   std::string text =
-      base::text("  {}  {}  {}", number, textAt(camera, "id"), textAt(camera, "name"));
+      base::text("  {}  {}  {}", number, shownAt(camera, "id"), shownAt(camera, "name"));
   if (!isPresent(camera)) text += "  unplugged";
   if (!camera[QLatin1String("sharedWith")].toArray().isEmpty()) text += "  shared";
   if (camera[QLatin1String("inUse")].toBool()) text += "  in use";
@@ -28,9 +39,9 @@ std::string describeCamera(std::size_t number, const QJsonObject& camera) {
 }
 
 std::string describeRefusal(const QJsonObject& refusal) {
-  const std::string camera = textAt(refusal, "camera");
-  return base::text("  {}: {}{}{}\n", textAt(refusal, "change"), camera, camera.empty() ? "" : ": ",
-                    textAt(refusal, "reason"));
+  const std::string camera = shownAt(refusal, "camera");
+  return base::text("  {}: {}{}{}\n", shownAt(refusal, "change"), camera,
+                    camera.empty() ? "" : ": ", shownAt(refusal, "reason"));
 }
 
 }  // namespace
@@ -67,7 +78,7 @@ CameraList readList(const std::string& text) {
   }
   const QJsonArray notes = document[QStringLiteral("policyNotes")].toArray();
   for (const auto& note : notes) {
-    list.description += base::text("  policy: {}\n", note.toString().toStdString());
+    list.description += base::text("  policy: {}\n", shownText(note.toString().toStdString()));
   }
   list.description.pop_back();
   return list;

@@ -65,9 +65,7 @@ bool Commands::run(const std::string& line) {
   if (words[0] == "quit" || words[0] == "exit") return false;
   Result result = carryOut(words);
   result.command = line;
-  std::string said = line + ": " + statusText(result.status);
-  if (!result.answer.empty()) said += "\n" + result.answer;
-  m_report.say(said);
+  m_report.say(line + ": " + statusText(result.status), result.answer);
   const std::lock_guard lock(m_mutex);
   m_anyFailed |= result.status != STATUS_OK;
   if (m_keepsResults) m_results.push_back(std::move(result));

@@ -4,8 +4,11 @@
 #include <QtGlobal>
 #include <cstdio>
 #include <ctime>
+#include <sstream>
 
+#include "base/log.h"
 #include "base/text/format.h"
+#include "base/text/utf8.h"
 #include "lumsar/ipc_transport.h"
 #include "lumsar/plugin.h"
 
@@ -20,6 +23,11 @@ std::string timeOfDay() {
   localtime_r(&now.tv_sec, &local);
   return base::text("{:02}:{:02}:{:02}.{:03} ", local.tm_hour, local.tm_min, local.tm_sec,
                     now.tv_nsec / 1000000);
+}
+
+// Much of it comes from the VM and the camera service.
+std::string shown(const std::string& line) {
+  return base::clean(line, base::kLongestLogLine, ' ');
 }
 
 const char* statusWords(int status) {
@@ -87,8 +95,10 @@ void Report::setSink(std::function<void(const std::string&)> sink) {
   m_sink = std::move(sink);
 }
 
-void Report::say(const std::string& line) {
-  const std::string text = timeOfDay() + line;
+void Report::say(const std::string& line, const std::string& answer) {
+  std::string text = timeOfDay() + shown(line);
+  std::istringstream lines(answer);
+  for (std::string each; std::getline(lines, each);) text += "\n" + shown(each);
   const std::lock_guard lock(m_mutex);
   if (m_sink) return m_sink(text);
   std::FILE* stream = m_toStderr ? stderr : stdout;

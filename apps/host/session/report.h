@@ -15,7 +15,8 @@ class Report {
 
   // Where lines go instead, such as above an input line; called on the saying thread.
   void setSink(std::function<void(const std::string&)> sink);
-  void say(const std::string& line);
+  // `answer` may have several lines.
+  void say(const std::string& line, const std::string& answer = {});
 
  private:
   std::mutex m_mutex;

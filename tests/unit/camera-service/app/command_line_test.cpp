@@ -142,6 +142,26 @@ TEST_F(CommandLineTest, StatusForPeopleAndPrograms) {
   EXPECT_EQ(log().find("--status"), std::string::npos) << log();
 }
 
+TEST_F(CommandLineTest, NoNameReachesTheTerminalAsItIs) {
+  const std::string evil = "a\x1b[31m\x7f\xc2\x9b\xe2\x80\xae";
+  const std::string folder = dir / "cameras";
+  std::filesystem::create_directory(folder);
+  makePicture(folder + "/" + evil + ".jpg", 64, 64);
+  start({"--watch", folder});
+  TestHost host(channel, evil);
+  ASSERT_TRUE(host.awaitCamera("file:" + evil + ".jpg"));
+  host.share("file:" + evil + ".jpg");
+  host.records.await(CameraDataKind::Announced);
+  host.share("later" + evil);
+  host.awaitChange("waiting");
+  for (const std::string& shown : {run({"--status", "--ipc-channel", channel}).output, log()}) {
+    EXPECT_NE(shown.find("file:a"), std::string::npos) << shown;
+    for (const char* control : {"\x1b", "\x7f", "\xc2\x9b", "\xe2\x80\xae"}) {
+      EXPECT_EQ(shown.find(control), std::string::npos) << shown;
+    }
+  }
+}
+
 TEST_F(CommandLineTest, StatusWithoutServiceIsExitCode1) {
   const Outcome outcome = run({"--status", "--ipc-channel", channel});
   EXPECT_EQ(outcome.code, 1);

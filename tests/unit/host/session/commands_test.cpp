@@ -187,6 +187,13 @@ TEST_F(CommandsTest, TheListSaysWhatIsTheMatter) {
             "  policy: quality 200 became 100");
 }
 
+TEST_F(CommandsTest, NamesForgeNoLineOfTheList) {
+  fake.list = R"({"cameras":[{"id":"a\nb","name":"A\u001b[31m\u007f\u009b"}],)"
+              R"("refusals":[{"change":"refused\n","camera":"\u001b","reason":"\u202e"}],)"
+              R"("policyNotes":["\n"]})";
+  EXPECT_EQ(run("list").answer, "  0  a?b  A?[31m??\n  refused?: ?: ?\n  policy: ?");
+}
+
 TEST_F(CommandsTest, AListThatGrowsWhileItIsAskedForIsReadWhole) {
   fake.listGrowth = 3;
   EXPECT_EQ(run("list").answer, "  0  test:Front  Front\n  1  test:Back  Back");

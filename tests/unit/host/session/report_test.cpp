@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "base/log.h"
 #include "lumsar/ipc_transport.h"
 #include "lumsar/plugin.h"
 
@@ -32,6 +33,29 @@ TEST(StatusText, saysWhatTheIpcLibraryMeans) {
 
 TEST(StatusText, keepsTheNumberOfWhatNobodyKnows) {
   EXPECT_EQ(statusText(4711), "unknown status (4711)");
+}
+
+struct ReportTest : testing::Test {
+  ReportTest() {
+    report.setSink([this](const std::string& line) { said = line.substr(13); });  // after the time
+  }
+  Report report{true};
+  std::string said;
+};
+
+TEST_F(ReportTest, whatComesFromOutsideReachesNoTerminalAsItIs) {
+  report.say("device change: a\x1b[31m\x7f\xc2\x9b\xe2\x80\xae\nforged");
+  EXPECT_EQ(said, "device change: a [31m    forged");
+}
+
+TEST_F(ReportTest, anAnswerKeepsItsLinesOnly) {
+  report.say("list: done (0)", "  0  a\x1b\n  1  b\x7f");
+  EXPECT_EQ(said, "list: done (0)\n  0  a \n  1  b ");
+}
+
+TEST_F(ReportTest, aLineIsCut) {
+  report.say(std::string(1U << 20U, 'x'));
+  EXPECT_EQ(said.size(), base::kLongestLogLine);
 }
 
 }  // namespace
