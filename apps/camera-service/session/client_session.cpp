@@ -6,6 +6,7 @@
 
 #include "base/log.h"
 #include "base/text/format.h"
+#include "base/text/utf8.h"
 #include "capture/encoder.h"
 #include "json/json.h"
 #include "lumsar/vdi_ipc.h"
@@ -15,6 +16,10 @@ namespace lumsar::service {
 namespace {
 
 constexpr std::size_t kMaxRefusals = 16;
+constexpr std::size_t kLongestCommand = 1U << 20U;
+constexpr std::size_t kLongestVmId = 1024;
+// Of a command's texts in what is told of them.
+constexpr std::size_t kLongestText = 4096;
 // A client's name holds no more of a VM's id than this; a command or policy tells all of it.
 constexpr std::size_t kLongestName = kClientNameSize - 1;
 
@@ -45,14 +50,14 @@ std::string ClientSession::refusal(const CameraInfo& camera) const {
 void ClientSession::onMessage(base::Bytes message) {
   const RedirMsgHeader header = readHeader(message.data());
   const auto payload = message.subspan(kHeaderSize);
-  switch (header.type) {
-    case IPC_MSG_DATA:
-      return onVmData(m_hostTransport.get(), payload);
-    case IPC_MSG_POLICY:
-      return onPolicy(payload);
-    default:
-      return onCommand(header.type, payload);
+  if (header.type == IPC_MSG_DATA) return onVmData(m_hostTransport.get(), payload);
+  if (payload.size() > kLongestCommand) {
+    return report(
+        commandRefused(base::text("the command has {} bytes; it may have at most {} bytes",
+                                  payload.size(), kLongestCommand)));
   }
+  if (header.type == IPC_MSG_POLICY) return onPolicy(payload);
+  onCommand(header.type, payload);
 }
 
 void ClientSession::onPolicy(base::Bytes payload) {
@@ -60,8 +65,8 @@ void ClientSession::onPolicy(base::Bytes payload) {
   if (!reading.policy) {
     return report(commandRefused(reading.error + "; the previous policy stays"));
   }
+  if (!setVmId(reading.policy->vmId)) return;
   m_policy = std::move(*reading.policy);
-  setVmId(m_policy.vmId);
   base::logInfo("{}: new policy with {} rule(s)", vmText(), m_policy.rules.size());
   for (const auto& [id, share] : m_shares) share->setRule(m_policy.ruleFor(share->camera().info));
   // The same document comes with every handshake of the VM; its corrections are told once.
@@ -140,8 +145,14 @@ void ClientSession::onCameraFailed(const Camera& camera, const std::string& why)
   if (shareOf(camera.info.id) != nullptr) tell(captureFailed(camera, why));
 }
 
-void ClientSession::setVmId(const std::string& vmId) {
+// False when the command cannot be carried out for it.
+bool ClientSession::setVmId(const std::string& vmId) {
+  if (vmId.size() > kLongestVmId) {
+    report(commandRefused(base::text("the vmId is longer than {} bytes", kLongestVmId)));
+    return false;
+  }
   if (!vmId.empty()) m_vmId = vmId;
+  return true;
 }
 
 void ClientSession::tell(const DeviceChange& change) {
@@ -154,8 +165,10 @@ void ClientSession::tell(const DeviceChange& change) {
 }
 
 void ClientSession::report(DeviceChange change) {
+  change.camera = base::shortened(change.camera, kLongestText);
+  change.reason = base::shortened(change.reason, kLongestText);
   const std::string camera = change.camera.empty() ? "" : " " + change.camera;
-  base::logWarning("{}: {}{}: {}", vmText(), change.change, camera, change.reason);
+  m_log.warn(base::text("{}: {}{}: {}", vmText(), change.change, camera, change.reason));
   tell(change);
   std::erase_if(m_refusals, [&](const DeviceChange& old) { return old.camera == change.camera; });
   m_refusals.push_back(std::move(change));

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "base/limited_log.h"
 #include "base/rate_limit.h"
 #include "camera/catalogue.h"
 #include "ipc/server/server.h"
@@ -123,7 +124,7 @@ class ClientSession {
   void onTcpEnd(const std::string& address, const TcpTarget& target, const std::string& why);
   void dropIdleTcpTransports();
 
-  void setVmId(const std::string& vmId);
+  bool setVmId(const std::string& vmId);
   // Tells the host, logs it and keeps it for the camera list.
   void report(DeviceChange change);
   std::string vmText() const { return "VM '" + m_vmId + "'"; }
@@ -143,6 +144,7 @@ class ClientSession {
   bool m_shareAll = false;                  // cameras plugged in later are shared as well
   std::set<std::string> m_exceptFromAll;    // but not these, unshared one by one
   bool m_loggedShortRecord = false;
+  base::LimitedLog m_log;               // of what is reported
   std::deque<DeviceChange> m_refusals;  // the latest of each camera, oldest first
 };
 

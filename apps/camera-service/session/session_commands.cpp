@@ -11,7 +11,7 @@ void ClientSession::onCommand(std::uint32_t type, base::Bytes payload) {
   const bool needsDocument = type != IPC_MSG_UNSHARE_ALL;
   if (needsDocument || !payload.empty()) command = json::readObject(base::textOf(payload));
   if (!command.error.empty()) return report(commandRefused("the command " + command.error));
-  setVmId(json::textAt(command.object, "vmId"));
+  if (!setVmId(json::textAt(command.object, "vmId"))) return;
   switch (type) {
     case IPC_MSG_SHARE:
       return share(command.object);

@@ -16,7 +16,10 @@ std::span<unsigned char> Deframer::next() {
   while (true) {
     const bool mayBeMessage = m_assembler.fault() == MessageAssembler::Fault::None;
     const auto header = m_assembler.peek();
-    if (mayBeMessage && !header) return {};
+    if (mayBeMessage && !header) {
+      m_assembler.trim();
+      return {};
+    }
     if (mayBeMessage && (m_synchronised || beginsHandshake(*header))) {
       m_synchronised = true;
       return m_assembler.next();

@@ -19,6 +19,9 @@ class Deframer {
   // The next complete message, valid until the next call; empty when more bytes are needed.
   std::span<unsigned char> next();
 
+  // How much memory it holds.
+  std::size_t capacity() const { return m_assembler.capacity(); }
+
   // How many bytes have been dropped since the last call because they were not a message.
   std::size_t takeDropped() { return std::exchange(m_dropped, 0); }
 

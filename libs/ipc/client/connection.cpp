@@ -177,6 +177,7 @@ int Connection::deliverComplete() {
   for (auto message = m_assembler.next(); !message.empty(); message = m_assembler.next()) {
     deliver(message);
   }
+  m_assembler.trim();
   return receivedFault();
 }
 

@@ -201,5 +201,16 @@ TEST(Assembler, MessageMayBeChangedInPlace) {
   EXPECT_EQ(drain(assembler), std::vector<Bytes>{message(6, "b")});
 }
 
+TEST(Assembler, KeepsTheBeginningOfWhatFollowsALargeMessage) {
+  MessageAssembler assembler;
+  assembler.append(message(6, Bytes(20U << 20U)));
+  const Bytes next = message(1, "next");
+  assembler.append({next.data(), 10});
+  EXPECT_EQ(assembler.next().size(), kHeaderSize + (20U << 20U));
+  assembler.append({next.data() + 10, next.size() - 10});
+  EXPECT_LE(assembler.capacity(), 4U << 20U);
+  EXPECT_EQ(drain(assembler), std::vector<Bytes>{next});
+}
+
 }  // namespace
 }  // namespace lumsar::test
