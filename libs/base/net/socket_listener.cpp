@@ -7,8 +7,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <string_view>
+#include <thread>
 
 #include "base/text/format.h"
 
@@ -41,6 +43,25 @@ void checkParent(const std::string& directory) {
   if (status.st_uid != geteuid() && status.st_uid != 0) refuseOthers(parent);
 }
 
+// Whoever may read the directory may lock it; one of our own programs does so for a moment only.
+void awaitLock(const UniqueFd& lock, const std::string& directory) {
+  constexpr std::chrono::seconds kTimeout{5};
+  constexpr std::chrono::milliseconds kPause{20};
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
+  while (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK && errno != EINTR) {
+      fail(text("cannot lock {}", directory), "try again");
+    }
+    if (std::chrono::steady_clock::now() >= deadline) {
+      throw Failure(
+          text("cannot lock {}: another program has locked it for {} s; end that one, or choose a "
+               "directory that only this user can read",
+               directory, kTimeout.count()));
+    }
+    std::this_thread::sleep_for(kPause);
+  }
+}
+
 // Holds the lock on the directory for as long as the descriptor is open. A private one must not be
 // a link: it could lead to any directory, which would then be changed.
 UniqueFd lockDirectory(const std::string& directory, bool isPrivate) {
@@ -52,7 +73,7 @@ UniqueFd lockDirectory(const std::string& directory, bool isPrivate) {
   const int noLink = isPrivate ? O_NOFOLLOW : 0;
   UniqueFd lock(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | noLink));
   if (!lock) fail(text("cannot open the directory {}", directory), "it must be this user's own");
-  if (flock(lock.get(), LOCK_EX) != 0) fail(text("cannot lock {}", directory), "try again");
+  awaitLock(lock, directory);
   return lock;
 }
 

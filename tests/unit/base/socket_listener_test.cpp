@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -191,6 +192,15 @@ TEST(SocketListener, TheManagersSocketIsTaken) {
 TEST(SocketListener, AManagersSocketOfAnotherKindIsRefused) {
   const TemporaryDirectory dir;
   EXPECT_EQ(inheritIn(dir / "x.sock", false), 2);
+}
+
+TEST(SocketListener, ADirectoryThatAnotherHasLockedIsSaid) {
+  const TemporaryDirectory dir;
+  const UniqueFd other(::open(dir.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  ASSERT_EQ(::flock(other.get(), LOCK_EX), 0);
+  const std::string error = listenError<Failure>(unixAddress(dir / "x.sock"), Directory::Make);
+  EXPECT_TRUE(has(error, "cannot lock " + dir.path())) << error;
+  EXPECT_TRUE(has(error, "another program has locked it")) << error;
 }
 
 }  // namespace
