@@ -40,11 +40,12 @@ bool ClientSession::mayShare(const std::string& reference) {
     return refuse(commandRefused("the command lacks a deviceId; take one from the camera list"));
   }
   const Camera* camera = m_context.catalogue.find(reference);
-  if (camera == nullptr && !mayComeLater(reference)) {
-    return refuse(
-        commandRefused("there is no such camera; the camera list shows the ids", reference));
+  if (camera == nullptr) {
+    return mayComeLater(reference) ||
+           refuse(
+               commandRefused("there is no such camera; the camera list shows the ids", reference));
   }
-  const std::string denied = camera == nullptr ? "" : refusal(camera->info);
+  const std::string denied = refusal(camera->info);
   return denied.empty() || refuse(cameraRefused(*camera, denied));
 }
 
