@@ -98,6 +98,12 @@ class MessageAssembler {
     m_begin = m_end = 0;
     shrink();
   }
+  // Gives back the memory of a large message that has been dealt with, without waiting for the next
+  // bytes to come. What next() returned is no longer valid.
+  void trim() {
+    dropDelivered();
+    if (m_end <= kKeptCapacity) shrink();
+  }
 
  private:
   const unsigned char* front() const { return m_buffer.data() + m_begin; }
