@@ -84,7 +84,7 @@ TEST_F(LibraryBinding, NoFile) {
 
 TEST_F(LibraryBinding, NoSearchPathIsConsulted) {
   // From the start, for the loader reads it only then.
-  ASSERT_STREQ(std::getenv("LD_LIBRARY_PATH"), libraryDir().c_str());
+  ASSERT_TRUE(std::string(std::getenv("LD_LIBRARY_PATH")).starts_with(libraryDir()));
   EXPECT_EQ(objectLines(configFor("nowhere"), 1), notLoadable(app + "/nowhere"));
 }
 
