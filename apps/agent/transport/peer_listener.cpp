@@ -16,7 +16,8 @@ bool isLocal(const base::Address& address) {
 }
 
 std::string userText(const std::optional<uid_t>& user) {
-  return user ? base::text("belongs to user {}", *user) : "belongs to a user that cannot be found in /proc";
+  return user ? base::text("belongs to user {}", *user)
+              : "belongs to a user that cannot be found in /proc";
 }
 
 }  // namespace
