@@ -22,6 +22,9 @@ bool isVerbose();
 // What is longer is cut: a text from outside may have any length.
 inline constexpr std::size_t kLongestLogLine = 8192;
 
+// Of one kind per minute: what a peer repeats must not fill the disk.
+inline constexpr unsigned kMaxRepeatedLines = 20;
+
 // At most so many lines of one kind, which is one format, are written in each `window`; the others
 // are counted. 0 for no limit. For a program whose peers can make it log.
 void setRepeatLimit(unsigned lines, std::chrono::milliseconds window = std::chrono::minutes(1));

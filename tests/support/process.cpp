@@ -177,6 +177,7 @@ bool Process::hasNext(const std::string& text) {
 }
 
 bool Process::isNext(const std::string& text) {
+  writes([&] { return output().size() >= m_found + text.size(); }, kTimeout);
   return output().compare(m_found, text.size(), text) == 0;
 }
 

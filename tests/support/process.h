@@ -52,8 +52,9 @@ class Process {
 
   // Waits until its output holds `text` after what the previous call found.
   bool expect(const std::string& text, milliseconds limit = kTimeout);
-  // Whether it does so now, and whether it continues with it.
+  // Whether it has done so by now.
   bool hasNext(const std::string& text);
+  // Whether it continues with `text`. Waits for as many bytes: a line may come in pieces.
   bool isNext(const std::string& text);
   void skipOutput() { m_found = output().size(); }
 

@@ -34,6 +34,10 @@ TEST(Process, KeepsItsOutput) {
   EXPECT_FALSE(all.expect("b\n"));
   EXPECT_FALSE(all.says("never"));
 
+  Process slow({"/bin/sh", "-c", "printf 'list: '; sleep 0.2; echo 'done (0)'"});
+  EXPECT_TRUE(slow.expect("list: "));
+  EXPECT_TRUE(slow.isNext("done (0)"));
+
   Process apart({"/bin/sh", "-c", "echo o; echo e >&2"}, {.errorsApart = true});
   EXPECT_EQ(apart.wait(), 0);
   EXPECT_EQ(apart.output(), "o\n");

@@ -38,14 +38,11 @@ std::unique_ptr<Transport> openXrdp(const Options& options) {
 #endif
 }
 
-// Of one kind per minute: what a peer repeats must not fill the guest's disk.
-constexpr unsigned kMaxRepeatedLines = 20;
-
 int run(int argc, const char* const* argv) {
   const auto options = parseOptions(argc, argv);
   if (!options) return 0;
   base::setVerbose(options->verbose);
-  base::setRepeatLimit(kMaxRepeatedLines);
+  base::setRepeatLimit(base::kMaxRepeatedLines);
   const base::UniqueFd endSignal = takeEndSignals();
   Program program(*options, openXrdp(*options));
   const bool written = program.run(endSignal.get());

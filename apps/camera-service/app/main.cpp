@@ -72,6 +72,7 @@ int run(int argc, char** argv) {
   const auto options = parseOptions(argc, argv);
   if (!options) return 0;
   base::setVerbose(options->verbose);
+  base::setRepeatLimit(base::kMaxRepeatedLines);
   if (options->status) {
     std::fputs(askStatus(options->channel, options->json).c_str(), stdout);
   } else {

@@ -93,7 +93,7 @@ void Service::onClientGone(ipc::ClientId client, const std::string& why) {
 }
 
 void Service::onWarning(const std::string& text) {
-  m_log.warn(text);
+  base::logWarning("{}", text);
 }
 
 void Service::onPlugged(CameraInfo info) {

@@ -12,7 +12,6 @@
 #include <asio/signal_set.hpp>
 
 #include "app/service_options.h"
-#include "base/limited_log.h"
 #include "ipc/server/server.h"
 #include "session/reports.h"
 #include "sources/device_watch.h"
@@ -43,7 +42,6 @@ class Service : private ipc::IpcServerEvents {
   void offerFallback();
 
   asio::io_context& m_io;
-  base::LimitedLog m_log;  // of clients that are refused
   asio::signal_set m_signals;
   const AccessRules m_access;
   const std::string m_accessLine;

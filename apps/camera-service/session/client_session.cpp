@@ -168,7 +168,7 @@ void ClientSession::report(DeviceChange change) {
   change.camera = base::shortened(change.camera, kLongestText);
   change.reason = base::shortened(change.reason, kLongestText);
   const std::string camera = change.camera.empty() ? "" : " " + change.camera;
-  m_log.warn(base::text("{}: {}{}: {}", vmText(), change.change, camera, change.reason));
+  base::logWarning("{}: {}{}: {}", vmText(), change.change, camera, change.reason);
   tell(change);
   std::erase_if(m_refusals, [&](const DeviceChange& old) { return old.camera == change.camera; });
   m_refusals.push_back(std::move(change));

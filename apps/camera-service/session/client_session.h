@@ -14,7 +14,6 @@
 #include <string>
 #include <vector>
 
-#include "base/limited_log.h"
 #include "base/rate_limit.h"
 #include "camera/catalogue.h"
 #include "ipc/server/server.h"
@@ -144,7 +143,6 @@ class ClientSession {
   bool m_shareAll = false;                  // cameras plugged in later are shared as well
   std::set<std::string> m_exceptFromAll;    // but not these, unshared one by one
   bool m_loggedShortRecord = false;
-  base::LimitedLog m_log;               // of what is reported
   std::deque<DeviceChange> m_refusals;  // the latest of each camera, oldest first
 };
 

@@ -91,7 +91,7 @@ TEST_F(Threads, EverythingAtOnce) {
     }
   });
   long sessions = 0;
-  while (std::chrono::steady_clock::now() < end) {
+  while (std::chrono::steady_clock::now() < end || sessions < 2) {
     ASSERT_EQ(plugin.Init(send, post, "vm-7", kConfig), 0);
     for (int i = 0; i < 2; ++i) {
       repeat([&] {
@@ -124,7 +124,6 @@ TEST_F(Threads, EverythingAtOnce) {
   commands.join();
   std::printf("%ld sessions, %ld turns, %ld sends, %ld events\n", sessions, turns(), sent.load(),
               events.load());
-  EXPECT_GT(sessions, 1);
   EXPECT_GT(sent, 0);
   EXPECT_GT(events, 0);
 }
