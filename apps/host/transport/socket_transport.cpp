@@ -5,8 +5,8 @@
 #include <asio/ip/tcp.hpp>
 #include <asio/local/stream_protocol.hpp>
 #include <asio/post.hpp>
-#include <asio/write.hpp>
 
+#include "asio/write_whole.h"
 #include "base/errors.h"
 #include "base/net/address.h"
 #include "base/text/format.h"
@@ -109,13 +109,13 @@ void SocketTransport::writeNext(const ConnectionPtr& connection) {
 
 void SocketTransport::write(const ConnectionPtr& connection, SendQueue::Bytes bytes) {
   connection->sending = std::move(bytes);
-  asio::async_write(connection->socket, asio::buffer(connection->sending),
-                    [this, connection](asio::error_code error, std::size_t) {
-                      connection->sending.clear();
-                      if (connection != m_connection) return;
-                      if (error) return lost(connection, error.message());
-                      writeNext(connection);
-                    });
+  writeWhole(connection->socket, asio::buffer(connection->sending),
+             [this, connection](asio::error_code error, std::size_t) {
+               connection->sending.clear();
+               if (connection != m_connection) return;
+               if (error) return lost(connection, error.message());
+               writeNext(connection);
+             });
 }
 
 void SocketTransport::lost(const ConnectionPtr& connection, const std::string& why) {

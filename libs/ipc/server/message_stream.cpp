@@ -4,8 +4,8 @@
 #include <asio/buffer.hpp>
 #include <asio/error.hpp>
 #include <asio/post.hpp>
-#include <asio/write.hpp>
 
+#include "asio/write_whole.h"
 #include "ipc/read_size.h"
 
 namespace lumsar::ipc {
@@ -87,15 +87,15 @@ void MessageStream::write() {
   m_inFlight = std::move(next->entry);
   if (m_inFlight->onLeave) m_inFlight->onLeave(m_inFlight->message);
   const auto bytes = m_inFlight->message.bytes();
-  asio::async_write(m_socket, asio::buffer(bytes.data(), bytes.size()),
-                    [self = shared_from_this()](asio::error_code error, std::size_t size) {
-                      self->m_inFlight.reset();
-                      if (!self->open()) return;
-                      if (error) return self->end(reason(error));
-                      self->m_counters.bytesOut += size;
-                      self->write();
-                      if (self->m_paused) self->deliver();
-                    });
+  writeWhole(m_socket, asio::buffer(bytes.data(), bytes.size()),
+             [self = shared_from_this()](asio::error_code error, std::size_t size) {
+               self->m_inFlight.reset();
+               if (!self->open()) return;
+               if (error) return self->end(reason(error));
+               self->m_counters.bytesOut += size;
+               self->write();
+               if (self->m_paused) self->deliver();
+             });
 }
 
 void MessageStream::close() {
