@@ -9,6 +9,14 @@
 
 namespace lumsar::test {
 
+// Whether the tests and what they start have a sanitizer's memory beside their own, which then says
+// nothing about them.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool kMemoryIsTheSanitizers = true;
+#else
+inline constexpr bool kMemoryIsTheSanitizers = false;
+#endif
+
 inline std::size_t entriesIn(const char* directory) {
   const auto entries = std::filesystem::directory_iterator(directory);
   return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));

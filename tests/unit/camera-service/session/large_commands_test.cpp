@@ -1,4 +1,5 @@
 // The whole service: commands and ids of any size. The service is a process of its own.
+#include "support/resources.h"
 #include "support/text.h"
 #include "unit/camera-service/test_host.h"
 
@@ -52,6 +53,7 @@ TEST_F(LargeCommandsTest, AFloodOfRefusalsIsLoggedInPart) {
 }
 
 TEST_F(LargeCommandsTest, WhatALargeMessageNeededIsGivenBack) {
+  if (kMemoryIsTheSanitizers) GTEST_SKIP() << "the memory is the sanitizer's";
   ASSERT_TRUE(host().awaitCamera("test:A"));
   const long before = m_service->ownMemory();
   host().send(IPC_MSG_DATA, std::string(60U << 20U, 'x'));
