@@ -8,7 +8,8 @@ target_compile_options(lumsar_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
   -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wformat=2 -Wundef
   $<$<BOOL:${LUMSAR_WERROR}>:-Werror>)
-target_link_options(lumsar_flags INTERFACE -Wl,-z,defs)
+# Clang leaves a sanitizer's functions to the program, which every library of a fuzzer would miss.
+target_link_options(lumsar_flags INTERFACE $<$<NOT:$<BOOL:${LUMSAR_FUZZ}>>:-Wl,-z,defs>)
 # Some packages ask for it; what shares a precompiled header needs the same everywhere.
 add_compile_options(-pthread)
 # The same bytes wherever the source tree is.
