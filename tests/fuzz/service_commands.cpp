@@ -58,12 +58,15 @@ struct Process {
   ipc::IpcServer server{io, base::SocketListener::at({directory / "s", {}, 0}), events};
   AccessRules access;
   const std::string accessLine;
+  const DirectNetworks direct;
 };
+
+constexpr unsigned char kCameras = 8;
 
 CameraInfo camera(unsigned char number) {
   static const std::vector<std::string> names = {"Front", "Denied", "Front", "7"};
   CameraInfo info;
-  info.id = base::text("test:{}", number % 8);
+  info.id = base::text("test:{}", number % kCameras);
   info.name = names[number % names.size()];
   info.vendorId = number;
   if (number % 2 == 0) info.formats = {{"I420", 1280, 720, 30, 1}};
@@ -102,6 +105,7 @@ class Host {
     const QJsonObject list = cameraList(session(), m_context, m_sessions, {});
     require(json::readObject(json::compact(list)).error.empty(), "the camera list is JSON");
     require(session().refusals().size() <= 16, "a host's refusals are bounded");
+    require(session().waiting().size() <= 64 + kCameras, "and the shares that wait");
     const QJsonObject status = statusReport(m_context, m_sessions, {});
     require(json::readObject(json::compact(status)).error.empty(), "the status is JSON");
   }
@@ -128,8 +132,8 @@ class Host {
                         [this](const Camera& failed, const std::string& why) {
                           session().onCameraFailed(failed, why);
                         }};
-  const SessionContext m_context{m_process.io, m_process.server, m_catalogue,
-                                 m_streams,    m_process.access, m_process.accessLine};
+  const SessionContext m_context{m_process.io,     m_process.server,     m_catalogue,     m_streams,
+                                 m_process.access, m_process.accessLine, m_process.direct};
   SessionTable m_sessions;
 };
 
