@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "support/eventually.h"
+
 namespace lumsar::test {
 
 HostRecord& HostRecord::instance() {
@@ -58,7 +60,7 @@ std::vector<Bytes> HostRecord::takeBytes() {
 
 std::vector<Posted> HostRecord::takeEvents(std::size_t count) {
   std::unique_lock lock(m_mutex);
-  m_changed.wait_for(lock, std::chrono::seconds(5), [&] { return m_events.size() >= count; });
+  m_changed.wait_for(lock, kTimeout, [&] { return m_events.size() >= count; });
   return std::exchange(m_events, {});
 }
 

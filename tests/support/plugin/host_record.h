@@ -46,7 +46,7 @@ class HostRecord {
   std::vector<Sent> takeSent();
   // As takeSent, only the bytes.
   std::vector<Bytes> takeBytes();
-  // The events since the last call, after waiting up to five seconds for `count` of them.
+  // The events since the last call, after waiting for `count` of them (no longer than kTimeout).
   std::vector<Posted> takeEvents(std::size_t count = 0);
 
  private:

@@ -9,6 +9,8 @@
 #include <regex>
 #include <utility>
 
+#include "support/eventually.h"
+
 namespace lumsar::test {
 namespace {
 
@@ -119,14 +121,14 @@ Lines LogRecord::takeElsewhere() {
 
 bool LogRecord::waitFor(const std::string& line) {
   std::unique_lock lock(m_mutex);
-  return m_changed.wait_for(lock, std::chrono::seconds(5), [&] {
+  return m_changed.wait_for(lock, kTimeout, [&] {
     return std::ranges::any_of(m_entries, [&](const Entry& entry) { return entry.line == line; });
   });
 }
 
 bool LogRecord::waitForPrefix(const std::string& prefix) {
   std::unique_lock lock(m_mutex);
-  return m_changed.wait_for(lock, std::chrono::seconds(5), [&] {
+  return m_changed.wait_for(lock, kTimeout, [&] {
     return std::ranges::any_of(m_entries,
                                [&](const Entry& entry) { return entry.line.starts_with(prefix); });
   });

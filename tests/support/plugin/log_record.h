@@ -43,7 +43,7 @@ class LogRecord {
   Lines takeElsewhere();
   void clear() { take(); }
 
-  // Waits until `line` has been logged and is not taken yet; false after five seconds.
+  // Waits until `line` has been logged and is not taken yet; false after kTimeout.
   bool waitFor(const std::string& line);
   // As waitFor, for a line of which only the beginning is known.
   bool waitForPrefix(const std::string& prefix);
