@@ -5,6 +5,7 @@
 
 #include "base/descriptors.h"
 #include "base/log.h"
+#include "base/threads.h"
 #include "capture/capture_pipeline.h"
 #include "lumsar/camera_data.h"
 
@@ -103,6 +104,7 @@ void CameraStream::start() {
   m_tried = {};
   if (!base::hasSpareDescriptors(kPipelineDescriptors))
     return onCaptureFailed(base::tooManyOpenFiles());
+  if (!base::hasSpareThreads(kPipelineThreads)) return onCaptureFailed(base::kTooManyThreads);
   const CapturePlan plan = planFor(combinedRequest());
   m_tried = plan.source;
   if (plan.source.width == 0) return onCaptureFailed("it offers no format that can be read here");

@@ -13,6 +13,8 @@ namespace lumsar::service {
 
 // That starting a pipeline may need; GLib aborts the program without them.
 inline constexpr std::size_t kPipelineDescriptors = 16;
+// And of threads. Once GStreamer could not start one, its later pipelines wait for it indefinitely.
+inline constexpr std::size_t kPipelineThreads = 8;
 
 struct CapturePipeline {
   std::shared_ptr<GstElement> bin;  // owns the others

@@ -7,6 +7,7 @@
 
 #include "base/descriptors.h"
 #include "base/text/format.h"
+#include "base/threads.h"
 #include "capture/capture_pipeline.h"
 #include "capture/capture_plan.h"
 
@@ -52,6 +53,7 @@ std::optional<FileProbe> probeOnce(const std::string& path) {
   if (!base::hasSpareDescriptors(kPipelineDescriptors)) {
     return FileProbe{base::tooManyOpenFiles(), false, {}};
   }
+  if (!base::hasSpareThreads(kPipelineThreads)) return FileProbe{base::kTooManyThreads, false, {}};
   GError* error = nullptr;
   const std::unique_ptr<GstDiscoverer, ProbeRelease> discoverer(
       gst_discoverer_new(kProbeTimeout, &error));
