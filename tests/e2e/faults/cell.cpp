@@ -142,9 +142,12 @@ class Session {
 
   void beginFault() {
     m_faultBegan = Clock::now();
+    // Of an undisturbed session all lines: they are the ordinary ones.
+    if (m_cell.fault != nullptr) {
+      for (const Part part : kParts) m_logged[part] = m_chain.logOf(part).size();
+    }
     m_chain.watch = [this] { readLogs(); };
     if (m_cell.fault == nullptr) return;
-    for (const Part part : kParts) m_logged[part] = m_chain.logOf(part).size();
     m_cell.fault->begin(m_chain, m_cell.part);
   }
 
@@ -155,7 +158,8 @@ class Session {
       const int status = process.wait();
       if (part == Part::Host && m_cell.stage == Stage::Leaving && status < kKilledBy) continue;
       note(describeEnd(part, status));
-      require(status != kKilledBy + SIGSEGV, describeEnd(part, status));
+      require(status < kKilledBy || status == kKilledBy + SIGKILL || m_cell.fault->mayCrash,
+              describeEnd(part, status));
       m_hostEnded |= part == Part::Host;
       if (part != Part::Host || m_cell.stage != Stage::Leaving) m_chain.start(part);
     }

@@ -110,7 +110,7 @@ const std::vector<Fault>& faults() {
       {"SIGKILL", all, kill, {}, nothing},
       {"SIGSTOP for 5 s", all, hang, seconds(5), goOn},
       {"no more descriptors", programs, noMoreDescriptors, kLimitLasts, lift},
-      {"no more memory", programs, noMoreMemory, kLimitLasts, lift},
+      {"no more memory", programs, noMoreMemory, kLimitLasts, lift, false, false, true},
       {"full disk", {Part::Agent}, fillDisk, kLimitLasts, emptyDisk, true},
       {"no more threads", programs, refuseThreads, kLimitLasts, allowThreads, false, true},
       {"clock +1 h", programs, clockForward, {}, nothing, false, true},

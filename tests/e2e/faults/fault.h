@@ -16,6 +16,7 @@ struct Fault {
   void (*end)(Chain&, Part);
   bool needsDisk = false;     // a small file system at Chain::disk()
   bool needsPreload = false;  // the preloaded library
+  bool mayCrash = false;      // libraries end the process when they cannot allocate
 };
 
 const std::vector<Fault>& faults();
