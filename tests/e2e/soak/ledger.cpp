@@ -1,0 +1,92 @@
+#include "soak/ledger.h"
+
+#include <algorithm>
+#include <optional>
+
+namespace lumsar::test {
+namespace {
+
+// A frame that was sent so long before a disturbance may still have been on its way.
+constexpr std::chrono::seconds kOnTheWay{2};
+
+struct Frame {
+  CameraDataHeader header;
+  CameraFrame fields;
+  View data;
+};
+
+std::optional<Frame> frameIn(View message) {
+  if (kindOf(message) != CameraDataKind::Frame) return std::nullopt;
+  View rest = message.subspan(kHeaderSize);
+  const auto header = take<CameraDataHeader>(rest);
+  const auto fields = take<CameraFrame>(rest);
+  if (!fields) return std::nullopt;
+  return Frame{*header, *fields, rest};
+}
+
+}  // namespace
+
+void Ledger::onSent(View message) {
+  const auto frame = frameIn(message);
+  if (!frame) return;
+  const Key key{frame->header.camera, frame->fields.sequence, frame->header.time};
+  const unsigned long long value = hash(frame->data);
+  const std::lock_guard lock(m_mutex);
+  ++m_counts.sent;
+  m_onTheWay[key] = {value, Clock::now()};
+}
+
+void Ledger::onArrived(View message) {
+  onAnnounced(message);
+  const auto frame = frameIn(message);
+  if (!frame) return;
+  const unsigned long long value = hash(frame->data);
+  const std::lock_guard lock(m_mutex);
+  ++m_counts.arrived;
+  ++m_arrivedFrom[m_names[frame->header.camera]];
+  const auto sent =
+      m_onTheWay.find(Key{frame->header.camera, frame->fields.sequence, frame->header.time});
+  if (sent == m_onTheWay.end() || sent->second.hash != value) ++m_counts.wrong;
+  if (sent != m_onTheWay.end()) m_onTheWay.erase(sent);
+}
+
+void Ledger::onAnnounced(View message) {
+  if (kindOf(message) != CameraDataKind::Announced) return;
+  View rest = message.subspan(kHeaderSize);
+  const auto header = take<CameraDataHeader>(rest);
+  const auto fields = take<CameraAnnounced>(rest);
+  if (!fields) return;
+  const auto id = takeText(rest, fields->idLength);
+  const std::lock_guard lock(m_mutex);
+  m_names[header->camera] = std::string(id.value_or(""));
+}
+
+void Ledger::beginDisturbance() {
+  const std::lock_guard lock(m_mutex);
+  m_disturbances.push_back({Clock::now() - kOnTheWay, Clock::time_point::max()});
+}
+
+void Ledger::endDisturbance() {
+  const std::lock_guard lock(m_mutex);
+  m_disturbances.back().end = Clock::now();
+}
+
+Ledger::Counts Ledger::counts() const {
+  const std::lock_guard lock(m_mutex);
+  Counts counts = m_counts;
+  for (const auto& [key, sent] : m_onTheWay) {
+    const bool disturbed = std::ranges::any_of(m_disturbances, [&](const Period& period) {
+      return sent.when >= period.begin && sent.when <= period.end;
+    });
+    ++(disturbed ? counts.lostWhile : counts.lostOtherwise);
+  }
+  return counts;
+}
+
+long Ledger::arrivedFrom(const std::string& camera) const {
+  const std::lock_guard lock(m_mutex);
+  const auto found = m_arrivedFrom.find(camera);
+  return found == m_arrivedFrom.end() ? 0 : found->second;
+}
+
+}  // namespace lumsar::test
