@@ -78,9 +78,10 @@ void Relay::carry(const RawPeer& client) const {
   while (open && !m_stopping) {
     std::array<pollfd, 2> ends{pollfd{source.fd(), POLLIN, 0}, pollfd{target.fd(), POLLIN, 0}};
     poll(ends.data(), ends.size(), static_cast<int>(kLook.count()));
+    if (ends[0].revents != 0) open = receive(source, observed);
+    if (ends[1].revents != 0) open = receive(target, back) && open;
     // What came before the end is still passed on.
-    if (ends[0].revents != 0) open = receive(source, observed) & passMessages();
-    if (ends[1].revents != 0) open = (receive(target, back) & passBack()) && open;
+    open = passMessages() && passBack() && open;
   }
 }
 

@@ -12,7 +12,7 @@
 namespace lumsar::test {
 namespace {
 
-// A part that ends by itself has at least told the system why: it was killed, or gave up.
+// Statuses from here on are those of processes that were killed.
 constexpr int kKilledBy = 128;
 
 void require(bool condition, const std::string& what) {
@@ -61,7 +61,8 @@ class Session {
     if (m_cell.fault == nullptr) m_faultEnded = Clock::now();
     if (m_cell.fault == nullptr && isHeld()) m_chain.goOn();
     if (m_cell.stage == Stage::Leaving) {
-      require(m_chain.of(Part::Host).wait() < kKilledBy || m_hostEnded, "the host does not leave");
+      const int status = m_chain.of(Part::Host).wait();
+      require(m_hostEnded || (status >= 0 && status < kKilledBy), "the host does not leave");
     } else {
       const bool sharesAgain = m_hostEnded || m_cell.stage < Stage::Sharing ||
                                m_cell.stage == Stage::Unsharing || wasRefused();

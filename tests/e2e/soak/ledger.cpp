@@ -74,9 +74,10 @@ void Ledger::endDisturbance() {
 Ledger::Counts Ledger::counts() const {
   const std::lock_guard lock(m_mutex);
   Counts counts = m_counts;
-  for (const auto& [key, sent] : m_onTheWay) {
-    const bool disturbed = std::ranges::any_of(m_disturbances, [&](const Period& period) {
-      return sent.when >= period.begin && sent.when <= period.end;
+  for (const auto& entry : m_onTheWay) {
+    const Clock::time_point when = entry.second.when;
+    const bool disturbed = std::ranges::any_of(m_disturbances, [when](const Period& period) {
+      return when >= period.begin && when <= period.end;
     });
     ++(disturbed ? counts.lostWhile : counts.lostOtherwise);
   }

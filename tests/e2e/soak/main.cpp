@@ -34,6 +34,7 @@ int main(int argc, char** argv) {
   test::Soak soak(argv[1], argv[2], seed, interrupted);
   const std::string wrong = soak.run(duration);
   std::cout << soak.summary();
+  if (!wrong.empty()) std::cout << soak.logs();
   std::cout << (wrong.empty() ? "nothing was wrong" : "WRONG: " + wrong) << std::endl;
   return wrong.empty() ? 0 : 1;
 }

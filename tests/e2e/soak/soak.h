@@ -23,6 +23,7 @@ class Soak {
   // Returns what was wrong.
   std::string run(std::chrono::milliseconds duration);
   std::string summary() const;
+  std::string logs() const { return m_spice.logs() + m_rdp.logs(); }
 
  private:
   void begin(SoakChain& chain);

@@ -2,6 +2,8 @@
 
 #include <regex>
 
+#include "base/text/format.h"
+
 namespace lumsar::test {
 namespace {
 
@@ -80,6 +82,17 @@ void SoakChain::forget(Part part) {
   if (part == Part::Host) m_dropped += sumOf(output, "dropped");
   if (part == Part::Agent) m_damaged += sumOf(output, "badPictures");
   m_parts.erase(part);
+}
+
+std::string SoakChain::logs() const {
+  constexpr std::size_t kEnd = 2000;
+  std::string text;
+  for (const auto& [part, process] : m_parts) {
+    const std::string& log = process->output();
+    text += base::text("--- {} {}:\n{}\n", m_protocol, nameOf(part),
+                       log.substr(log.size() - std::min(log.size(), kEnd)));
+  }
+  return text;
 }
 
 void SoakChain::share() {
