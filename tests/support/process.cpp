@@ -176,11 +176,6 @@ bool Process::hasNext(const std::string& text) {
   return output().find(text, m_found) != std::string::npos;
 }
 
-bool Process::isNext(const std::string& text) {
-  writes([&] { return output().size() >= m_found + text.size(); }, kTimeout);
-  return output().compare(m_found, text.size(), text) == 0;
-}
-
 long Process::memory(const char* name) const {
   std::ifstream status("/proc/" + std::to_string(m_id) + "/status");
   for (std::string line; std::getline(status, line);) {

@@ -54,8 +54,6 @@ class Process {
   bool expect(const std::string& text, milliseconds limit = kTimeout);
   // Whether it has done so by now.
   bool hasNext(const std::string& text);
-  // Whether it continues with `text`. Waits for as many bytes: a line may come in pieces.
-  bool isNext(const std::string& text);
   void skipOutput() { m_found = output().size(); }
 
   // Memory in KiB: the most that it has had, and what it has now that no file backs.

@@ -26,17 +26,12 @@ TEST(Process, KeepsItsOutput) {
               {.environment = {{"LUMSAR_A", ""}, {"LUMSAR_B", "b"}}, .input = true});
   EXPECT_TRUE(all.expect("b\n"));
   EXPECT_TRUE(all.says("e\n"));
-  EXPECT_TRUE(all.isNext("e\n"));
   all.write("y\n");
   EXPECT_TRUE(all.says("y", 2));
   EXPECT_EQ(all.wait(), 0);
   EXPECT_EQ(all.output(), "b\ne\nyy\n");
   EXPECT_FALSE(all.expect("b\n"));
   EXPECT_FALSE(all.says("never"));
-
-  Process slow({"/bin/sh", "-c", "printf 'list: '; sleep 0.2; echo 'done (0)'"});
-  EXPECT_TRUE(slow.expect("list: "));
-  EXPECT_TRUE(slow.isNext("done (0)"));
 
   Process apart({"/bin/sh", "-c", "echo o; echo e >&2"}, {.errorsApart = true});
   EXPECT_EQ(apart.wait(), 0);

@@ -68,11 +68,11 @@ void UserSide::printOutput() {
 bool UserSide::command(const std::string& line) {
   m_host->skipOutput();
   m_host->write(line + "\n");
-  return m_host->expect(" " + line + ": ") && m_host->isNext("done (0)");
+  return m_host->expect(" " + line + ": done (0)");
 }
 
 long UserSide::counter(const std::string& name) {
-  if (!command("status")) return -1;
+  if (!command("status") || !m_host->expect("\n}\n")) return -1;
   const std::string key = "\"" + name + "\": ";
   const std::string text = m_host->output();
   const auto found = text.rfind(key);
