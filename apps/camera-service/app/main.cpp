@@ -8,8 +8,8 @@
 #include "app/service.h"
 #include "app/status_client.h"
 #include "base/command_line.h"
-#include "base/descriptors.h"
 #include "base/log.h"
+#include "base/spare_resources.h"
 #include "base/text/format.h"
 #include "ipc/channel_path.h"
 

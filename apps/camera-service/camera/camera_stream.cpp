@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "base/descriptors.h"
 #include "base/log.h"
-#include "base/threads.h"
+#include "base/spare_resources.h"
 #include "capture/capture_pipeline.h"
 #include "lumsar/camera_data.h"
 

@@ -2,9 +2,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "base/descriptors.h"
 #include "base/log.h"
 #include "base/net/address.h"
+#include "base/spare_resources.h"
 #include "base/text/format.h"
 #include "json/json.h"
 #include "session/client_session.h"

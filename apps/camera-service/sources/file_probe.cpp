@@ -5,9 +5,8 @@
 #include <algorithm>
 #include <optional>
 
-#include "base/descriptors.h"
+#include "base/spare_resources.h"
 #include "base/text/format.h"
-#include "base/threads.h"
 #include "capture/capture_pipeline.h"
 #include "capture/capture_plan.h"
 
