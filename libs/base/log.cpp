@@ -5,9 +5,6 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <map>
-#include <mutex>
-#include <optional>
 #include <string>
 
 #include "base/text/utf8.h"
@@ -18,45 +15,7 @@ namespace {
 std::string g_program = "lumsar";
 std::atomic<bool> g_verbose{false};
 
-// How often each kind of line has been written in its current window.
-class Repeats {
- public:
-  void setLimit(unsigned lines, std::chrono::milliseconds window) {
-    const std::lock_guard lock(m_mutex);
-    m_limit = lines;
-    m_window = window;
-    m_kinds.clear();
-  }
-  // What to add to the line; nothing if it is only counted.
-  std::optional<std::string> admit(const void* kind) {
-    const std::lock_guard lock(m_mutex);
-    if (m_limit == 0 || kind == nullptr) return "";
-    const auto now = std::chrono::steady_clock::now();
-    Kind& known = m_kinds[kind];
-    std::string note;
-    if (now - known.begin >= m_window) {
-      if (known.lines > m_limit) {
-        note = text(" ({} lines like this one were left out)", known.lines - m_limit);
-      }
-      known = {now, 0};
-    }
-    if (++known.lines > m_limit) return std::nullopt;
-    if (known.lines == m_limit) note += " (more lines like this one are only counted for a minute)";
-    return note;
-  }
-
- private:
-  struct Kind {
-    std::chrono::steady_clock::time_point begin;
-    std::uint64_t lines = 0;
-  };
-  std::mutex m_mutex;
-  unsigned m_limit = 0;
-  std::chrono::milliseconds m_window{};
-  std::map<const void*, Kind> m_kinds;
-};
-
-Repeats g_repeats;
+RepeatLimit g_repeats;
 
 // The variable is inherited by programs whose standard error goes elsewhere: it counts only when it
 // names the very stream.
@@ -90,10 +49,10 @@ bool isVerbose() {
 }
 
 void setRepeatLimit(unsigned lines, std::chrono::milliseconds window) {
-  g_repeats.setLimit(lines, window);
+  g_repeats.set(lines, window);
 }
 
-void writeLog(LogLevel level, std::string_view line, const void* kind) {
+void writeLog(LogLevel level, std::string_view line, std::string_view kind) {
   if (level == LogLevel::Debug && !g_verbose) return;
   const auto note = g_repeats.admit(kind);
   if (!note) return;

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <string_view>
 
+#include "base/repeat_limit.h"
 #include "base/text/format.h"
 
 namespace lumsar::base {
@@ -22,29 +23,27 @@ bool isVerbose();
 // What is longer is cut: a text from outside may have any length.
 inline constexpr std::size_t kLongestLogLine = 8192;
 
-// Of one kind per minute: what a peer repeats must not fill the disk.
-inline constexpr unsigned kMaxRepeatedLines = 20;
-
 // At most so many lines of one kind, which is one format, are written in each `window`; the others
 // are counted. 0 for no limit. For a program whose peers can make it log.
 void setRepeatLimit(unsigned lines, std::chrono::milliseconds window = std::chrono::minutes(1));
 
-void writeLog(LogLevel level, std::string_view line, const void* kind = nullptr);
+void writeLog(LogLevel level, std::string_view line, std::string_view kind = {});
+
+inline std::string_view kindOf(fmt::string_view format) {
+  return {format.data(), format.size()};
+}
 
 template <class... Args>
 void logError(fmt::format_string<Args...> format, Args&&... args) {
-  writeLog(LogLevel::Error, fmt::vformat(format, fmt::make_format_args(args...)),
-           fmt::string_view(format).data());
+  writeLog(LogLevel::Error, fmt::vformat(format, fmt::make_format_args(args...)), kindOf(format));
 }
 template <class... Args>
 void logWarning(fmt::format_string<Args...> format, Args&&... args) {
-  writeLog(LogLevel::Warning, fmt::vformat(format, fmt::make_format_args(args...)),
-           fmt::string_view(format).data());
+  writeLog(LogLevel::Warning, fmt::vformat(format, fmt::make_format_args(args...)), kindOf(format));
 }
 template <class... Args>
 void logInfo(fmt::format_string<Args...> format, Args&&... args) {
-  writeLog(LogLevel::Info, fmt::vformat(format, fmt::make_format_args(args...)),
-           fmt::string_view(format).data());
+  writeLog(LogLevel::Info, fmt::vformat(format, fmt::make_format_args(args...)), kindOf(format));
 }
 template <class... Args>
 void logDebug(fmt::format_string<Args...> format, Args&&... args) {

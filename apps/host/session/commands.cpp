@@ -250,7 +250,7 @@ void Commands::unshareAgain() {
 }
 
 void Commands::repeat(const std::string& what, int status, const char* more) {
-  m_report.say(what + " again: " + statusText(status) + more);
+  m_report.note(what + " again: ", statusText(status) + more);
 }
 
 std::vector<Commands::Result> Commands::results() const {

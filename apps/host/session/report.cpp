@@ -85,7 +85,12 @@ void writeLog(QtMsgType type, const QMessageLogContext& /*context*/, const QStri
                       : type == QtInfoMsg    ? "info"
                       : type == QtWarningMsg ? "warning"
                                              : "critical";
-  logReport->say(base::text("  plug-in {}: {}", level, text.trimmed().toStdString()));
+  const std::string line = text.trimmed().toStdString();
+  const std::string what = base::text("  plug-in {}: ", level);
+  if (logEverything) return logReport->say(what + line);
+  // Each line begins with the function that writes it.
+  const std::size_t function = std::min(line.find(':'), line.size());
+  logReport->note(what + line.substr(0, function), line.substr(function));
 }
 
 }  // namespace
@@ -104,6 +109,10 @@ void Report::say(const std::string& line, const std::string& answer) {
   std::FILE* stream = m_toStderr ? stderr : stdout;
   std::fprintf(stream, "%s\n", text.c_str());
   std::fflush(stream);
+}
+
+void Report::note(const std::string& what, const std::string& details) {
+  if (const auto counted = m_repeats.admit(what)) say(what + details + *counted);
 }
 
 std::string statusText(int status) {

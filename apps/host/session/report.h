@@ -6,6 +6,8 @@
 #include <mutex>
 #include <string>
 
+#include "base/repeat_limit.h"
+
 namespace lumsar::host {
 
 class Report {
@@ -17,8 +19,12 @@ class Report {
   void setSink(std::function<void(const std::string&)> sink);
   // `answer` may have several lines.
   void say(const std::string& line, const std::string& answer = {});
+  // What peers bring about, any number of times: `what` is the kind of line of which only some are
+  // said in a minute.
+  void note(const std::string& what, const std::string& details = {});
 
  private:
+  base::RepeatLimit m_repeats{base::kMaxRepeatedLines};
   std::mutex m_mutex;
   std::function<void(const std::string&)> m_sink;
   bool m_toStderr;

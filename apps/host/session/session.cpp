@@ -89,14 +89,14 @@ void Session::initialise() {
     why = error.what();
   }
   const auto delay = m_backOff.next();
-  m_report.say(base::text("no camera service: {}; retrying in {} ms", why, delay.count()));
+  m_report.note("no camera service", base::text(": {}; retrying in {} ms", why, delay.count()));
   initialiseLater(delay);
 }
 
 void Session::initialised() {
   m_backOff.reset();
   update([](State& state) { state.initialised = true; });
-  m_report.say("connected to the camera service");
+  m_report.note("connected to the camera service");
   if (!m_state.channelOpen) return;
   m_driver->repeatHandshake();
   expectWord();
@@ -111,7 +111,7 @@ void Session::initialiseLater(std::chrono::milliseconds delay) {
 
 void Session::recover(const std::string& why) {
   if (!m_state.initialised) return;
-  m_report.say("camera service lost: " + why);
+  m_report.note("camera service lost: ", why);
   update([](State& state) {
     state.initialised = false;
     ++state.recoveries;
@@ -122,7 +122,7 @@ void Session::recover(const std::string& why) {
 }
 
 void Session::channelOpened() {
-  m_report.say("channel to the VM is open");
+  m_report.note("channel to the VM is open");
   update([](State& state) { state.channelOpen = true; });
   m_deframer.reset();
   m_warned.clear();
@@ -136,14 +136,14 @@ void Session::expectWord() {
   m_silence.expires_after(kSilence);
   m_silence.async_wait([this](std::error_code error) {
     if (error) return;
-    m_report.say(
+    m_report.note(
         "the VM sends nothing: is lumsar-agent running in it, and does the server allow the "
         "channel?");
   });
 }
 
 void Session::channelClosed(const std::string& why) {
-  m_report.say("channel to the VM is closed: " + why);
+  m_report.note("channel to the VM is closed: ", why);
   m_silence.cancel();
   update([](State& state) { state.channelOpen = false; });
   m_driver->channelEvent(CHANNEL_EVENT_CLOSED);
@@ -167,18 +167,18 @@ void Session::reportDropped() {
   const std::size_t dropped = m_deframer.takeDropped();
   if (dropped == 0) return;
   update([&](State& state) { state.strayBytes += dropped; });
-  warnOnce(Warning::StrayBytes,
-           base::text("the VM sent {} bytes that are not a message; dropped", dropped));
+  warnOnce(Warning::StrayBytes, "the VM sent ",
+           base::text("{} bytes that are not a message; dropped", dropped));
 }
 
 void Session::channelUnavailable(const std::string& why) {
   if (why == m_unavailable) return;
   m_unavailable = why;
-  m_report.say("no channel to the VM: " + why);
+  m_report.note("no channel to the VM: ", why);
 }
 
 void Session::channelRefused(const std::string& why) {
-  m_report.say("no channel to the VM: " + why);
+  m_report.note("no channel to the VM: ", why);
   m_actions.onRefused();
 }
 
@@ -207,9 +207,9 @@ void Session::handleHello(std::span<unsigned char> message) {
   const SendQueue::Counters sent = m_queue.counters();
   if (answer->payload.token != sent.helloToken) {
     pass(message);
-    return warnOnce(Warning::OlderHello,
-                    base::text("the VM answered an older HELLO: token {} instead of {}; dropped",
-                               answer->payload.token, sent.helloToken));
+    return warnOnce(
+        Warning::OlderHello, "the VM answered an older HELLO: ",
+        base::text("token {} instead of {}; dropped", answer->payload.token, sent.helloToken));
   }
   // A VM that repeats itself must not make us do so.
   if (std::exchange(m_answeredHello, sent.hellos) == sent.hellos) return;
@@ -222,32 +222,32 @@ void Session::pass(std::span<unsigned char> message) {
       kPassTimeout + std::chrono::milliseconds(message.size() / kBytesAMillisecond);
   const bool inTime = m_calls.run(
       timeout, [&] { m_plugin.Handler(message.data(), static_cast<int>(message.size())); },
-      [this] { m_report.say("the camera service has stopped reading; waiting for it"); });
+      [this] { m_report.note("the camera service has stopped reading; waiting for it"); });
   if (!inTime) recover("it has stopped reading");
 }
 
 void Session::handshakeCompleted(const RedirMsgHeader& header) {
-  m_report.say(base::text("VM answered, version {}.{}", header.vmMajor, header.vmMinor));
+  m_report.note("VM answered, version ", base::text("{}.{}", header.vmMajor, header.vmMinor));
   update([](State& state) { ++state.handshakes; });
   m_actions.onHandshake((header.capabilities & CAP_SHARE_ALL) != 0);
 }
 
 // Once per channel: the VM may do it any number of times.
-void Session::warnOnce(Warning warning, const std::string& line) {
-  if (m_warned.insert(warning).second) m_report.say(line);
+void Session::warnOnce(Warning warning, const std::string& what, const std::string& details) {
+  if (m_warned.insert(warning).second) m_report.note(what, details);
 }
 
 void Session::pluginEvent(RedirEvent event, const std::string& data) {
   switch (event) {
     case REDIR_EVENT_READY:
-      return m_report.say("ready to share cameras");
+      return m_report.note("ready to share cameras");
     case REDIR_EVENT_DEVICE_CHANGE:
       update([](State& state) { ++state.deviceChanges; });
-      return m_report.say("device change: " + data);
+      return m_report.note("device change: ", data);
     case REDIR_EVENT_IPC_CLOSED:
       return recover("its connection closed");
   }
-  m_report.say(base::text("unknown event {}", static_cast<int>(event)));
+  m_report.note("unknown event ", std::to_string(static_cast<int>(event)));
 }
 
 }  // namespace lumsar::host

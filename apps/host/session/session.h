@@ -72,7 +72,7 @@ class Session final : public ChannelListener {
   void handleHello(std::span<unsigned char> message);
   void pass(std::span<unsigned char> message);
   void handshakeCompleted(const RedirMsgHeader& header);
-  void warnOnce(Warning warning, const std::string& line);
+  void warnOnce(Warning warning, const std::string& what, const std::string& details = {});
   void reportDropped();
   void expectWord();
   void pluginEvent(RedirEvent event, const std::string& data);

@@ -53,6 +53,22 @@ TEST_F(ReportTest, anAnswerKeepsItsLinesOnly) {
   EXPECT_EQ(said, "list: done (0)\n  0  a \n  1  b ");
 }
 
+TEST_F(ReportTest, whatPeersRepeatIsCountedOnly) {
+  std::size_t lines = 0;
+  std::string last;
+  report.setSink([&](const std::string& line) {
+    ++lines;
+    last = line.substr(13);
+  });
+  for (int i = 1; i <= 1000; ++i) report.note("device change: ", std::to_string(i));
+  EXPECT_EQ(lines, base::kMaxRepeatedLines);
+  EXPECT_EQ(last, "device change: 20 (more lines like this one are only counted for a minute)");
+  report.note("VM answered, version ", "1.1");
+  EXPECT_EQ(last, "VM answered, version 1.1");
+  for (int i = 0; i < 1000; ++i) report.say("list: done (0)");
+  EXPECT_EQ(lines, base::kMaxRepeatedLines + 1001);
+}
+
 TEST_F(ReportTest, aLineIsCut) {
   report.say(std::string(1U << 20U, 'x'));
   EXPECT_EQ(said.size(), base::kLongestLogLine);
