@@ -38,7 +38,8 @@ class SaveSink : public Sink {
  private:
   bool work(const Frame& frame);
   bool saveImage(const Frame& frame);
-  bool append(const Frame& frame, const char* suffix);
+  bool openVideo(std::uint32_t encoding);
+  bool append(const Frame& frame);
   void countFile(const std::string& path);
   bool fail(const std::string& path, const std::string& why);
 
@@ -52,6 +53,9 @@ class SaveSink : public Sink {
 
   // Used by the worker's thread only.
   base::UniqueFd m_video;
+  std::string m_videoPath;
+  std::uint32_t m_videoEncoding = 0;
+  unsigned m_videos = 0;
   off_t m_videoSize = 0;
   bool m_sawKey = false;
   unsigned m_images = 0;
@@ -63,9 +67,10 @@ bool SaveSink::work(const Frame& frame) {
   if (m_failed) return false;
   if (frame.format.encoding == kEncodingH264) {
     m_sawKey = m_sawKey || (frame.format.flags & kFrameIsKey) != 0;
-    return m_sawKey && append(frame, ".h264");
+    return m_sawKey && append(frame);
   }
-  return m_how == SaveAs::VideoFile ? append(frame, ".mjpeg") : saveImage(frame);
+  m_sawKey = false;
+  return m_how == SaveAs::VideoFile ? append(frame) : saveImage(frame);
 }
 
 bool SaveSink::saveImage(const Frame& frame) {
@@ -75,18 +80,26 @@ bool SaveSink::saveImage(const Frame& frame) {
   return true;
 }
 
+// A file holds one encoding: a policy may change it while the camera runs.
+bool SaveSink::openVideo(std::uint32_t encoding) {
+  if (m_video && m_videoEncoding == encoding) return true;
+  const std::string number = m_videos++ == 0 ? "" : base::text("-{}", m_videos);
+  m_videoPath = m_base + number + (encoding == kEncodingH264 ? ".h264" : ".mjpeg");
+  m_videoEncoding = encoding;
+  m_videoSize = 0;
+  m_video = base::openForWriting(m_videoPath);
+  if (!m_video) return fail(m_videoPath, base::systemError());
+  countFile(m_videoPath);
+  return true;
+}
+
 // The file never ends with an incomplete frame.
-bool SaveSink::append(const Frame& frame, const char* suffix) {
-  const std::string path = m_base + suffix;
-  if (!m_video) {
-    m_video = base::openForWriting(path);
-    if (!m_video) return fail(path, base::systemError());
-    countFile(path);
-  }
+bool SaveSink::append(const Frame& frame) {
+  if (!openVideo(frame.format.encoding)) return false;
   if (!base::writeAll(m_video.get(), frame.data)) {
     std::string why = base::systemError();
     if (ftruncate(m_video.get(), m_videoSize) != 0) why += "; its last frame may be incomplete";
-    return fail(path, why);
+    return fail(m_videoPath, why);
   }
   m_videoSize += static_cast<off_t>(frame.data.size());
   return true;

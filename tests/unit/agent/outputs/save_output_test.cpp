@@ -72,6 +72,19 @@ TEST_F(SaveOutputTest, VideoBecomesOneFileThatBeginsWithAKeyFrame) {
   EXPECT_EQ(saved("Front-1.h264"), "keynext");
 }
 
+TEST_F(SaveOutputTest, AFileHoldsOneEncoding) {
+  open(SaveAs::VideoFile);
+  show(blankJpeg());
+  show(bytesOf("key"), kEncodingH264, kFrameIsKey);
+  show(bytesOf("next"), kEncodingH264, 0);
+  show(blankJpeg(200));
+  show(bytesOf("late"), kEncodingH264, 0);
+  EXPECT_EQ(saved("Front-1.mjpeg"), asText(blankJpeg()));
+  EXPECT_EQ(saved("Front-1-2.h264"), "keynext");
+  EXPECT_EQ(saved("Front-1-3.mjpeg"), asText(blankJpeg(200)));
+  EXPECT_EQ(folder.files().size(), 3U);
+}
+
 TEST_F(SaveOutputTest, AFullDiskEndsTheSavingOfThisCameraWithAReason) {
   const SmallFiles limit(2000);
   open(SaveAs::Images);
