@@ -1,5 +1,7 @@
 #include "protocol/camera_record.h"
 
+#include <algorithm>
+
 #include "base/text/format.h"
 #include "base/text/utf8.h"
 
@@ -57,6 +59,11 @@ std::optional<CameraDataHeader> readRecord(Bytes message, CameraDataKind kind) {
   if (header->length < sizeof *record) return {};
   if (record->kind != static_cast<std::uint16_t>(kind)) return {};
   return record;
+}
+
+bool Announcement::operator==(const Announcement& other) const {
+  return camera == other.camera && std::ranges::equal(bytesOf(format), bytesOf(other.format)) &&
+         id == other.id && name == other.name;
 }
 
 std::optional<Announcement> readAnnouncement(const CameraDataHeader& header, Bytes body) {

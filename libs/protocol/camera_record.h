@@ -17,6 +17,8 @@ struct Announcement {
   CameraAnnounced format;
   std::string id;
   std::string name;
+
+  bool operator==(const Announcement& other) const;
 };
 
 Message recordMessage(std::uint32_t type, CameraDataKind kind, std::uint32_t camera,

@@ -135,6 +135,10 @@ void Camera::start(Clock::time_point now) {
   m_ask(CameraDataKind::Start, {});
 }
 
+void Camera::repeatStart() {
+  if (m_started) start(Clock::now());
+}
+
 void Camera::stop(bool tellService) {
   m_started = false;
   if (tellService) m_ask(CameraDataKind::Stop, {});

@@ -45,6 +45,8 @@ class Camera {
   void takeFrame(const CameraDataHeader& header, Bytes body);
   // Starts or stops the camera by what the sinks need; once a second sends statistics.
   void update(Clock::time_point now);
+  // The service shares the camera once more, unchanged: who uses it goes on.
+  void repeatStart();
   // Stops the camera if it runs; its sinks finish.
   void retire(bool tellService);
   bool sinksClosed() const;

@@ -30,6 +30,7 @@ void CameraTable::announce(const CameraDataHeader& header, Bytes body) {
   auto info = protocol::readAnnouncement(header, body);
   if (!info) return skip("an incomplete announcement");
   if (const auto known = m_cameras.find(header.camera); known != m_cameras.end()) {
+    if (known->second->info() == *info) return known->second->repeatStart();
     m_gallery.retire(std::move(known->second), false);
     m_cameras.erase(known);
   }

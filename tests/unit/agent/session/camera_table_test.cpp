@@ -89,9 +89,20 @@ TEST_F(CameraTableTest, SkipsWhatItDoesNotKnow) {
   EXPECT_TRUE(sent.empty());
 }
 
-TEST_F(CameraTableTest, AnnouncingAgainReplacesAndFilesGetAnotherName) {
+TEST_F(CameraTableTest, AnnouncingAgainUnchangedKeepsTheCamera) {
+  announce(1, "Front");
+  sent.clear();
+  announce(1, "Front");
+  EXPECT_EQ(output->sinks.size(), 1U);
+  EXPECT_FALSE(output->sinks[0]->closing);
+  // The service that announced it again has not heard that it is in use.
+  ASSERT_EQ(sent.size(), 1U);
+  EXPECT_EQ(kindOf(sent[0]), CameraDataKind::Start);
+}
+
+TEST_F(CameraTableTest, AnnouncingAgainOtherwiseReplacesAndFilesGetAnotherName) {
   announce(1, "Front door/../x");
-  announce(1, "Front door/../x");
+  announce(1, "Front door///x");
   EXPECT_EQ(table->size(), 1U);
   ASSERT_EQ(output->sinks.size(), 2U);
   EXPECT_TRUE(output->sinks[0]->closing);
