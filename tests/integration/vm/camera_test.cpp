@@ -2,8 +2,7 @@
 // frames that the camera service has sent.
 #include <csignal>
 
-#include "integration/vm/support/pictures.h"
-#include "integration/vm/support/spice_vm.h"
+#include "integration/vm/support/camera_vm.h"
 #include "support/slow_line.h"
 
 namespace lumsar::test {
@@ -11,22 +10,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-class Cameras : public SpiceVm {
+class Cameras : public CameraVm {
  protected:
-  // Everything up to a camera that is there in the guest.
-  void share(const std::string& format = "320x240@10", const std::string& address = {}) {
-    ASSERT_TRUE(user().startService(format));
-    user().startHost(address.empty() ? guest().address() : address);
-    startVmSide();
-    ASSERT_TRUE(user().command("share 0"));
-    ASSERT_TRUE(cameraIsThere()) << device();
-  }
-
-  void startVmSide() {
-    guest().start("vm", "lumsar-agent --v4l2 --verbose");
-    ASSERT_TRUE(user().host().expect("VM answered"));
-  }
-
   // A camera is being read when the guest agent stalls.
   void stall() {
     share("1920x1080@30");
@@ -34,37 +19,6 @@ class Cameras : public SpiceVm {
     ASSERT_TRUE(reading());
     guest().run("killall -STOP lumsar-agent");
     ASSERT_TRUE(eventually([this] { return user().counter("dropped") > 0; }, 60s));
-  }
-
-  std::string device() { return guest().run("guest_reader /dev/video20 0").output; }
-  bool cameraIsThere() {
-    return eventually([this] { return device().starts_with("capture device"); }, 10s);
-  }
-  // As long as a program has it open, a device remains what it was, without frames.
-  bool cameraIsGone() {
-    stopReader();
-    return eventually([this] { return device().starts_with("no capture device"); }, 10s);
-  }
-
-  // Reads in the background, until it is killed.
-  void startReader() { guest().start("reader", "guest_reader /dev/video20 1000000"); }
-  bool reading() {
-    const auto seen = picturesRead();
-    return eventually([&] { return picturesRead() > seen + 3; }, 20s);
-  }
-  std::size_t picturesRead() {
-    return pictureHashes(guest().run("cat /tmp/reader.log").output).size();
-  }
-  void stopReader() { guest().run("killall guest_reader; true"); }
-
-  // Reads `count` frames as a guest's program and compares them with those that were sent.
-  void expectPictures(std::size_t count) {
-    const auto result =
-        guest().run("guest_reader /dev/video20 " + std::to_string(count), milliseconds(40s));
-    ASSERT_EQ(result.status, 0) << result.output;
-    const auto read = pictureHashes(result.output);
-    ASSERT_EQ(read.size(), count);
-    expectInOrder(read, user().picturesSent());
   }
 };
 
@@ -140,7 +94,7 @@ TEST_F(Cameras, LineThatIsTooThin) {
 TEST_F(Cameras, VmSideThatStallsAndIsStartedAgain) {
   stall();
   guest().run("killall -KILL lumsar-agent");
-  startVmSide();
+  startAgent();
   EXPECT_TRUE(user().host().expect("sharing test:Front again: done (0)"));
   EXPECT_TRUE(cameraIsThere());
   stopReader();
@@ -179,7 +133,7 @@ TEST_F(Cameras, GuestThatStartsAnewWhileStreaming) {
   guest().order("reboot -f");
   ASSERT_TRUE(user().host().expect("channel to the VM is closed", 30s));
   ASSERT_TRUE(guest().awaitShell());
-  startVmSide();
+  startAgent();
   EXPECT_TRUE(user().host().expect("sharing test:Front again: done (0)"));
   EXPECT_TRUE(cameraIsThere());
   expectPictures(5);
@@ -192,7 +146,7 @@ TEST_F(Cameras, EmulatorThatIsKilledAndStartedAgain) {
   guest().pullThePlug();
   ASSERT_TRUE(user().host().expect("channel to the VM is closed"));
   ASSERT_TRUE(guest().boot());
-  startVmSide();
+  startAgent();
   EXPECT_TRUE(user().host().expect("sharing test:Front again: done (0)"));
   EXPECT_TRUE(cameraIsThere());
   expectPictures(5);
