@@ -38,6 +38,11 @@ abigail-tools                    cmd:abidiff
 chromium                         cmd:chromium
 gstreamer1.0-plugins-ugly        file:/usr/lib/*/gstreamer-1.0/libgstx264.so
 '
+# For bench/run, besides those of the tests.
+bench_packages='
+libgtest-dev                     file:/usr/include/gtest/gtest.h
+libbenchmark-dev                 file:/usr/include/benchmark/benchmark.h
+'
 # For a real VM as the peer.
 vm_packages='
 qemu-system-x86                  cmd:qemu-system-x86_64

@@ -1,0 +1,78 @@
+#include "support/ipc_service.h"
+
+#include <asio/post.hpp>
+#include <cstdint>
+#include <limits>
+
+#include "ipc/server/server.h"
+#include "lumsar/ipc_transport.h"
+
+namespace lumsar::bench {
+namespace {
+
+constexpr protocol::QueueLimits kNoLimits{.frames = std::numeric_limits<std::size_t>::max()};
+
+class Service : public ipc::IpcServerEvents {
+ public:
+  explicit Service(const std::string& path)
+      : m_server(m_io,
+                 base::SocketListener::at({path, {}, 0}, base::SocketListener::Directory::Make),
+                 *this, {.queue = kNoLimits}) {}
+  void run() { m_io.run(); }
+
+  void onClient(ipc::ClientId, const std::string&) override {}
+  void onClientGone(ipc::ClientId, const std::string&) override {}
+  void onWarning(const std::string&) override {}
+
+ protected:
+  asio::io_context m_io{1};
+  ipc::IpcServer m_server;
+};
+
+class Flood : public Service {
+ public:
+  Flood(const std::string& path, std::size_t size) : Service(path), m_size(size) {}
+
+  void onMessage(ipc::ClientId client, std::span<unsigned char>) override { sendMore(client); }
+
+ private:
+  // Several at once, as a service that never lets its client wait; the last one to leave asks for
+  // the next.
+  void sendMore(ipc::ClientId client) {
+    constexpr int kAtOnce = 16;
+    for (int left = kAtOnce; left > 0; --left) {
+      ipc::Outgoing outgoing{protocol::Message(IPC_MSG_DATA, m_size), true};
+      if (left == 1) {
+        outgoing.onLeave = [this, client](protocol::Message&) {
+          asio::post(m_io, [this, client] { sendMore(client); });
+        };
+      }
+      m_server.send(client, std::move(outgoing));
+    }
+  }
+
+  const std::size_t m_size;
+};
+
+class Answers : public Service {
+ public:
+  using Service::Service;
+
+  void onMessage(ipc::ClientId client, std::span<unsigned char> message) override {
+    const RedirMsgHeader header = readHeader(message.data());
+    if (callNumber(header) == 0) return;
+    m_server.reply(client, header, protocol::Message(header.type, header.length));
+  }
+};
+
+}  // namespace
+
+void floodClient(const std::string& path, std::size_t size) {
+  Flood(path, size).run();
+}
+
+void answerCalls(const std::string& path) {
+  Answers(path).run();
+}
+
+}  // namespace lumsar::bench
