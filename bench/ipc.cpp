@@ -6,10 +6,10 @@
 #include <stdexcept>
 
 #include "base/temporary_directory.h"
-#include "support/child.h"
-#include "support/ipc_service.h"
-#include "support/raw_stream.h"
-#include "support/rows.h"
+#include "harness/child.h"
+#include "harness/ipc_service.h"
+#include "harness/raw_stream.h"
+#include "harness/rows.h"
 #include "unit/ipc/vdi_library.h"
 
 namespace lumsar::bench {

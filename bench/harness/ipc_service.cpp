@@ -1,4 +1,4 @@
-#include "support/ipc_service.h"
+#include "harness/ipc_service.h"
 
 #include <asio/post.hpp>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "support/rows.h"
+#include "harness/rows.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "support/child.h"
+#include "harness/child.h"
 
 #include <sys/prctl.h>
 #include <sys/wait.h>
