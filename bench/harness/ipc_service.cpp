@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <limits>
 
+#include "base/frame_memory.h"
 #include "ipc/server/server.h"
 #include "lumsar/ipc_transport.h"
 
@@ -68,10 +69,12 @@ class Answers : public Service {
 }  // namespace
 
 void floodClient(const std::string& path, std::size_t size) {
+  base::keepFrameMemory();
   Flood(path, size).run();
 }
 
 void answerCalls(const std::string& path) {
+  base::keepFrameMemory();
   Answers(path).run();
 }
 

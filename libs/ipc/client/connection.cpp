@@ -10,11 +10,17 @@
 #include <cerrno>
 #include <csignal>
 
+#include "base/deadline.h"
 #include "base/text/bytes.h"
 #include "ipc/read_size.h"
 
 namespace lumsar::ipc {
 namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Between reports of what was sent: each one wakes this thread, and nobody waits for it.
+constexpr std::chrono::milliseconds kReportInterval{1};
 
 int nextId() {
   static std::atomic<int> last = 0;
@@ -154,20 +160,27 @@ void Connection::run(Opened opened) noexcept {
 }
 
 int Connection::receive() {
-  for (;;) {
+  for (auto nextReport = Clock::now();;) {
     if (const int error = deliverComplete(); error != 0) return error;
-    pollfd fds[] = {{m_wake.get(), POLLIN, 0}, {m_socket.get(), POLLIN, 0}};
-    if (::poll(fds, 2, -1) < 0) continue;
-    if (fds[0].revents != 0) reportSent();
-    if (fds[1].revents == 0) continue;
+    pollfd fds[] = {{m_socket.get(), POLLIN, 0}, {m_wake.get(), POLLIN, 0}};
+    const int early = base::pollTimeout(nextReport);
+    if (early > 0 ? ::poll(fds, 1, early) < 0 : ::poll(fds, 2, -1) < 0) continue;
+    if (fds[1].revents != 0) {
+      reportSent();
+      nextReport = Clock::now() + kReportInterval;
+    }
+    if (fds[0].revents == 0) continue;
     if (const int error = readSome(); error != 0) return error;
   }
 }
 
 int Connection::readSome() {
-  const auto room = m_assembler.prepare(readSize(m_assembler.missing()));
-  const ssize_t size = ::recv(m_socket.get(), room.data(), room.size(), MSG_DONTWAIT);
-  if (size > 0) m_assembler.commit(static_cast<std::size_t>(size));
+  ssize_t size = 0;
+  do {
+    const auto room = m_assembler.prepare(readSize(m_assembler.missing()));
+    size = ::recv(m_socket.get(), room.data(), room.size(), MSG_DONTWAIT);
+    if (size > 0) m_assembler.commit(static_cast<std::size_t>(size));
+  } while (size > 0 && isWorthACall(m_assembler.missing()));
   if (size > 0 || (size < 0 && (errno == EAGAIN || errno == EINTR))) return 0;
   const int endError = m_endError;
   return endError != 0 ? endError : IPC_ERROR_SERVICE_GONE;

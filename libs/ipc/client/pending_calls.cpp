@@ -33,9 +33,16 @@ void PendingCalls::forget(std::uint64_t number) {
 }
 
 void PendingCalls::complete(std::uint64_t number, std::span<const unsigned char> reply) {
-  const std::lock_guard lock(m_mutex);
+  {
+    const std::lock_guard lock(m_mutex);
+    if (!take(number, reply)) return;
+  }
+  m_changed.notify_all();  // whoever is woken finds the lock free
+}
+
+bool PendingCalls::take(std::uint64_t number, std::span<const unsigned char> reply) {
   const auto found = m_calls.find(number);
-  if (found == m_calls.end() || found->second->done) return;
+  if (found == m_calls.end() || found->second->done) return false;
   Call& call = *found->second;
   call.size = reply.size();
   call.result = reply.size() <= call.capacity ? 0 : kIpcReplyTooLarge;
@@ -44,8 +51,7 @@ void PendingCalls::complete(std::uint64_t number, std::span<const unsigned char>
     // The number is the transport's business; the caller sees the header as the service meant it.
     std::memset(call.reply + offsetof(RedirMsgHeader, reserved), 0, sizeof number);
   }
-  call.done = true;
-  m_changed.notify_all();
+  return call.done = true;
 }
 
 void PendingCalls::fail(int error) {

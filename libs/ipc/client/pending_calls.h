@@ -33,6 +33,8 @@ class PendingCalls {
   void fail(int error);
 
  private:
+  bool take(std::uint64_t number, std::span<const unsigned char> reply);
+
   std::mutex m_mutex;
   std::condition_variable m_changed;
   std::map<std::uint64_t, Call*> m_calls;

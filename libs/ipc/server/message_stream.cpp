@@ -5,7 +5,6 @@
 #include <asio/error.hpp>
 #include <asio/post.hpp>
 
-#include "asio/write_whole.h"
 #include "ipc/read_size.h"
 
 namespace lumsar::ipc {
@@ -25,7 +24,7 @@ MessageStream::MessageStream(Socket socket, protocol::QueueLimits limits)
     : m_socket(std::move(socket)), m_queue(limits, [](Outgoing& dropped) {
         if (dropped.onDrop) dropped.onDrop();
       }) {
-  m_socket.native_non_blocking(true);
+  m_socket.non_blocking(true);
 }
 
 void MessageStream::start(Handlers handlers) {
@@ -39,10 +38,25 @@ void MessageStream::read() {
                            [self = shared_from_this()](asio::error_code error, std::size_t size) {
                              if (!self->open()) return;
                              if (error) return self->end(reason(error));
-                             self->m_assembler.commit(size);
-                             self->m_counters.bytesIn += size;
+                             self->received(size);
+                             self->readRest();
                              self->deliver();
                            });
+}
+
+void MessageStream::received(std::size_t size) {
+  m_assembler.commit(size);
+  m_counters.bytesIn += size;
+}
+
+// What has come of a large message; errors and the end are met by the next read.
+void MessageStream::readRest() {
+  while (isWorthACall(m_assembler.missing())) {
+    const auto room = m_assembler.prepare(readSize(m_assembler.missing()));
+    asio::error_code error;
+    received(m_socket.receive(asio::buffer(room.data(), room.size()), 0, error));
+    if (error) return;
+  }
 }
 
 void MessageStream::deliver() {
@@ -62,11 +76,7 @@ void MessageStream::deliver() {
 void MessageStream::send(Outgoing outgoing) {
   if (!open() || m_closing) return;
   if (!enqueue(std::move(outgoing))) {
-    // Not from inside the sender's call: it may be going through its list of receivers.
-    asio::post(m_socket.get_executor(), [self = shared_from_this()] {
-      if (self->open()) self->end("it has stopped reading: too many messages wait for it");
-    });
-    return;
+    return endLater("it has stopped reading: too many messages wait for it");
   }
   if (!m_inFlight) write();
 }
@@ -79,23 +89,42 @@ bool MessageStream::enqueue(Outgoing outgoing) {
 }
 
 void MessageStream::write() {
-  auto next = m_queue.pop();
-  if (!next) {
-    if (m_closing) close();
-    return;
+  while (m_inFlight || takeNext()) {
+    const auto rest = m_inFlight->message.bytes().subspan(m_sent);
+    asio::error_code error;
+    m_sent += m_socket.send(asio::buffer(rest.data(), rest.size()), 0, error);
+    if (error == asio::error::would_block) return writeWhenReady();
+    if (error) return endLater(reason(error));
+    if (m_sent < m_inFlight->message.size()) continue;
+    m_counters.bytesOut += m_sent;
+    m_inFlight.reset();
   }
+  if (m_closing) close();
+}
+
+bool MessageStream::takeNext() {
+  auto next = m_queue.pop();
+  if (!next) return false;
   m_inFlight = std::move(next->entry);
+  m_sent = 0;
   if (m_inFlight->onLeave) m_inFlight->onLeave(m_inFlight->message);
-  const auto bytes = m_inFlight->message.bytes();
-  writeWhole(m_socket, asio::buffer(bytes.data(), bytes.size()),
-             [self = shared_from_this()](asio::error_code error, std::size_t size) {
-               self->m_inFlight.reset();
-               if (!self->open()) return;
-               if (error) return self->end(reason(error));
-               self->m_counters.bytesOut += size;
-               self->write();
-               if (self->m_paused) self->deliver();
-             });
+  return true;
+}
+
+void MessageStream::writeWhenReady() {
+  m_socket.async_wait(Socket::wait_write, [self = shared_from_this()](asio::error_code error) {
+    if (!self->open()) return;
+    if (error) return self->end(reason(error));
+    self->write();
+    if (self->m_paused) self->deliver();
+  });
+}
+
+// Not from inside the sender's call: it may be going through its list of receivers.
+void MessageStream::endLater(const std::string& why) {
+  asio::post(m_socket.get_executor(), [self = shared_from_this(), why] {
+    if (self->open()) self->end(why);
+  });
 }
 
 void MessageStream::close() {

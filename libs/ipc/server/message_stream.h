@@ -61,8 +61,13 @@ class MessageStream : public std::enable_shared_from_this<MessageStream> {
  private:
   bool enqueue(Outgoing outgoing);
   void read();
+  void received(std::size_t size);
+  void readRest();
   void deliver();
   void write();
+  bool takeNext();
+  void writeWhenReady();
+  void endLater(const std::string& why);
   void end(const std::string& why);
 
   Socket m_socket;
@@ -70,6 +75,7 @@ class MessageStream : public std::enable_shared_from_this<MessageStream> {
   MessageAssembler m_assembler;
   protocol::FrameQueue<Outgoing> m_queue;
   std::optional<Outgoing> m_inFlight;
+  std::size_t m_sent = 0;  // of m_inFlight
   bool m_paused = false;
   bool m_closing = false;
   Counters m_counters;
