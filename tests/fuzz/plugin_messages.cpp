@@ -13,7 +13,9 @@
 #include "core/lengths.h"
 #include "core/lumsar.h"
 #include "fuzz/input.h"
+#include "support/eventually.h"
 #include "support/messages.h"
+#include "support/resources.h"
 
 namespace {
 
@@ -32,7 +34,7 @@ class Events {
     ++m_count;
     m_changed.notify_all();
   }
-  // Waits for the one event that must come. No thread is left for the next input.
+  // Waits for the one event that must come.
   std::string awaitOne() {
     std::unique_lock lock(m_mutex);
     const bool came =
@@ -213,6 +215,9 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   object().m_token = 0;
   object().m_dataChannel = DATA_CHANNEL_SPICE;
   world.connected = true;
+  static const std::size_t atRest = test::threadsAtRest();
   for (Input input(data, size); !input.empty();) step(input);
+  // What a thread still holds after its event would be taken for a leak.
+  require(test::eventually([] { return test::threads() <= atRest; }), "events end");
   return 0;
 }
