@@ -1,5 +1,6 @@
 #include <asio/steady_timer.hpp>
 
+#include "base/frame_memory.h"
 #include "harness/flow.h"
 #include "ipc/server/server.h"
 #include "lumsar/ipc_transport.h"
@@ -75,6 +76,7 @@ class FrameService : public ipc::IpcServerEvents {
 }  // namespace
 
 void serveFrames(const std::string& path, Pace pace, Flow& flow) {
+  base::keepFrameMemory();
   FrameService(path, pace, flow).run();
 }
 

@@ -1,10 +1,12 @@
 #include "base/command_line.h"
+#include "base/frame_memory.h"
 
 #include <CLI/CLI.hpp>
 #include <charconv>
 #include <cstdio>
 
 #include "base/errors.h"
+#include "base/frame_memory.h"
 #include "base/log.h"
 #include "base/text/duration.h"
 #include "base/text/format.h"
@@ -202,6 +204,7 @@ std::string CommandLine::help() const {
 
 int runProgram(const char* name, const std::function<int()>& body) {
   setProgramName(name);
+  keepFrameMemory();
   try {
     return body();
   } catch (const UsageError& error) {

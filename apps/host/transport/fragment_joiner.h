@@ -35,6 +35,13 @@ class FragmentJoiner {
     return header.magic == kMagic && header.length <= kMaxPayload;
   }
 
+  // Whether the fragment is a complete message by itself.
+  bool isWhole(std::span<const unsigned char> fragment) const {
+    return fragment.size() >= kHeaderSize && isValid(fragment) &&
+           fragment.size() == messageSize(fragment) &&
+           !m_partial.contains(std::this_thread::get_id());
+  }
+
   // What has begun is dropped once it is complete.
   void discard() {
     for (auto& [thread, partial] : m_partial) partial.discarded = true;

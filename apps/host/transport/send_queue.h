@@ -39,6 +39,12 @@ class SendQueue {
   // `wake` is called after a push, on the pushing thread and without the queue's lock.
   void setWake(std::function<void()> wake) { m_wake = std::move(wake); }
 
+  // How a transport sends on the pushing thread: it returns, at once, how many bytes the line has
+  // taken. It is asked when nothing waits, neither here nor in the transport, so that a message
+  // needs neither a copy nor a change of threads.
+  using SendNow = std::function<std::size_t(std::span<const unsigned char> message)>;
+  void setSendNow(SendNow sendNow);
+
   // A complete message or the next fragment of one. 0, or -1 when it cannot be kept.
   int push(std::span<const unsigned char> fragment);
 
@@ -52,14 +58,19 @@ class SendQueue {
   Counters counters() const;
 
  private:
+  bool keep(std::span<const unsigned char> fragment);
+  bool isFrame(std::span<const unsigned char> message);
   bool enqueue(Bytes message);
+  bool sendNow(std::span<const unsigned char> message);
   void reset(bool open);
 
   mutable std::mutex m_mutex;
   std::function<void()> m_wake;
   FragmentJoiner m_fragments;
   protocol::FrameQueue<Bytes> m_messages{kSendLimits};
+  SendNow m_sendNow;
   bool m_open = true;
+  bool m_idle = false;  // the transport has sent all that it has taken
   base::Latencies m_latencies;
   Counters m_counters;
 };

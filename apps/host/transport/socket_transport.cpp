@@ -44,7 +44,13 @@ SocketTransport::SocketTransport(asio::io_context& loop, SendQueue& queue, Inbox
       m_accessLine(base::parseAddress(address).isUnix() ? std::string() : accessLine),
       m_endpoints(resolveAddress(address)),
       m_retry(loop),
-      m_backOff(kFirstBackOff, kLongestBackOff) {}
+      m_backOff(kFirstBackOff, kLongestBackOff) {
+  m_queue.setSendNow([this](std::span<const unsigned char> bytes) { return sendNow(bytes); });
+}
+
+SocketTransport::~SocketTransport() {
+  m_queue.setSendNow({});
+}
 
 void SocketTransport::start() {
   m_started = true;
@@ -54,8 +60,19 @@ void SocketTransport::start() {
 void SocketTransport::stop() {
   m_started = false;
   m_retry.cancel();
-  if (m_connection) m_connection->socket.close();
-  m_connection.reset();
+  if (m_connection) change(nullptr);
+}
+
+// The socket is open for as long as it is the current one: another thread may be sending on it.
+void SocketTransport::change(ConnectionPtr connection) {
+  const std::lock_guard lock(m_mutex);
+  std::swap(m_connection, connection);
+  if (connection) connection->socket.close();
+}
+
+std::size_t SocketTransport::sendNow(std::span<const unsigned char> bytes) {
+  const std::lock_guard lock(m_mutex);
+  return m_connection ? lumsar::sendNow(m_connection->socket, bytes) : 0;
 }
 
 void SocketTransport::wake() {
@@ -73,7 +90,7 @@ void SocketTransport::connect() {
       return connectLater();
     }
     connection->socket.native_non_blocking(true);
-    m_connection = connection;
+    change(connection);
     m_backOff.reset();
     if (!m_accessLine.empty()) write(connection, {m_accessLine.begin(), m_accessLine.end()});
     m_inbox.opened();
@@ -94,7 +111,7 @@ void SocketTransport::read(const ConnectionPtr& connection) {
   connection->socket.async_read_some(asio::buffer(connection->received),
                                      [this, connection](asio::error_code error, std::size_t size) {
                                        if (connection != m_connection) return;
-                                       if (error) return lost(connection, error.message());
+                                       if (error) return lost(error.message());
                                        m_inbox.received({connection->received.data(), size});
                                        m_inbox.whenCapacity([this, connection] {
                                          asio::dispatch(m_loop,
@@ -113,14 +130,13 @@ void SocketTransport::write(const ConnectionPtr& connection, SendQueue::Bytes by
              [this, connection](asio::error_code error, std::size_t) {
                connection->sending.clear();
                if (connection != m_connection) return;
-               if (error) return lost(connection, error.message());
+               if (error) return lost(error.message());
                writeNext(connection);
              });
 }
 
-void SocketTransport::lost(const ConnectionPtr& connection, const std::string& why) {
-  connection->socket.close();
-  m_connection.reset();
+void SocketTransport::lost(const std::string& why) {
+  change(nullptr);
   m_queue.close();
   m_inbox.closed(why);
   connectLater();

@@ -6,6 +6,8 @@
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
 #include <memory>
+#include <mutex>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -28,6 +30,8 @@ class SocketTransport final : public Transport {
   SocketTransport(asio::io_context& loop, SendQueue& queue, Inbox& inbox,
                   const std::string& address, const std::string& accessLine = {});
 
+  ~SocketTransport() override;
+
   void start() override;
   void stop() override;
   void wake() override;
@@ -48,7 +52,9 @@ class SocketTransport final : public Transport {
   void read(const ConnectionPtr& connection);
   void writeNext(const ConnectionPtr& connection);
   void write(const ConnectionPtr& connection, SendQueue::Bytes bytes);
-  void lost(const ConnectionPtr& connection, const std::string& why);
+  void lost(const std::string& why);
+  void change(ConnectionPtr connection);
+  std::size_t sendNow(std::span<const unsigned char> bytes);
 
   asio::io_context& m_loop;
   SendQueue& m_queue;
@@ -59,6 +65,7 @@ class SocketTransport final : public Transport {
   asio::steady_timer m_retry;
   base::BackOff m_backOff;
   bool m_started = false;
+  std::mutex m_mutex;          // the loop changes the connection, any thread sends
   ConnectionPtr m_connection;  // the open one, if any
 };
 

@@ -121,6 +121,90 @@ TEST(SendQueue, nothingLeavesItWhileItIsClosed) {
   EXPECT_EQ(queue.pop(), hello(2));
 }
 
+// A line that takes so many bytes at once.
+struct Line {
+  explicit Line(SendQueue& queue, std::size_t capacity = 1U << 20U) : left(capacity) {
+    queue.setSendNow([this](View message) {
+      const View part = message.first(std::min(left, message.size()));
+      taken.insert(taken.end(), part.begin(), part.end());
+      left -= part.size();
+      return part.size();
+    });
+    queue.setWake([this] { ++woken; });
+  }
+  std::size_t left;
+  Bytes taken;
+  int woken = 0;
+};
+
+TEST(SendQueue, anIdleTransportSendsOnThePushingThread) {
+  SendQueue queue;
+  Line line(queue);
+  queue.push(hello(1));
+  EXPECT_TRUE(line.taken.empty()) << "the transport may still be sending something";
+  EXPECT_EQ(queue.pop(), hello(1));
+  queue.push(hello(2));
+  EXPECT_TRUE(line.taken.empty()) << "the first message may be on its way";
+  EXPECT_EQ(queue.pop(), hello(2));
+  EXPECT_EQ(queue.pop(), std::nullopt);
+  EXPECT_EQ(queue.push(hello(3)), 0);
+  EXPECT_EQ(queue.push(frame(4)), 0);
+  EXPECT_EQ(line.taken.size(), hello(3).size() + frame(4).size());
+  EXPECT_EQ(line.woken, 2);
+  EXPECT_EQ(queue.pop(), std::nullopt);
+  EXPECT_EQ(queue.counters().framesSent, 1U);
+  EXPECT_EQ(queue.counters().helloToken, 3);
+}
+
+TEST(SendQueue, theRestOfAMessageComesFirstAndIsNeverDropped) {
+  SendQueue queue;
+  Line line(queue, 40);
+  EXPECT_EQ(queue.pop(), std::nullopt);
+  const Bytes first = frame(1);
+  queue.push(first);
+  EXPECT_EQ(line.taken.size(), 40U);
+  EXPECT_EQ(line.woken, 1);
+  line.left = 1000;
+  for (std::uint8_t i = 0; i < kSendLimits.frames + 3; ++i) queue.push(frame(i));
+  EXPECT_EQ(line.taken.size(), 40U) << "nothing may overtake the rest";
+  EXPECT_EQ(queue.counters().framesDropped, 3U);
+  EXPECT_EQ(queue.pop(), Bytes(first.begin() + 40, first.end()));
+  EXPECT_EQ(queue.pop()->at(60), 3);
+}
+
+TEST(SendQueue, aLineThatTakesNothingChangesNothing) {
+  SendQueue queue;
+  Line line(queue, 0);
+  EXPECT_EQ(queue.pop(), std::nullopt);
+  queue.push(hello(1));
+  EXPECT_EQ(line.woken, 1);
+  EXPECT_EQ(queue.pop(), hello(1));
+}
+
+TEST(SendQueue, closedOrOpenedAgainItSendsNothingByItself) {
+  SendQueue queue;
+  Line line(queue);
+  EXPECT_EQ(queue.pop(), std::nullopt);
+  queue.close();
+  queue.push(hello(1));
+  queue.open();
+  queue.push(hello(2));
+  EXPECT_TRUE(line.taken.empty());
+  EXPECT_EQ(queue.pop(), hello(2));
+}
+
+TEST(SendQueue, fragmentsAreJoinedBeforeTheyAreSent) {
+  SendQueue queue;
+  Line line(queue);
+  EXPECT_EQ(queue.pop(), std::nullopt);
+  const Bytes whole = frame(3, 4000);
+  const View all(whole);
+  queue.push(all.first(1536));
+  queue.push(all.subspan(1536));
+  EXPECT_TRUE(line.taken.empty());
+  EXPECT_EQ(queue.pop(), whole);
+}
+
 TEST(SendQueue, countsAndRemembersTheLatestToken) {
   SendQueue queue;
   queue.push(hello(4321));
