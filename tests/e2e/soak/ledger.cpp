@@ -1,12 +1,17 @@
 #include "soak/ledger.h"
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 #include <optional>
+
+#include "base/text/format.h"
 
 namespace lumsar::test {
 namespace {
 
-// A frame that was sent so long before a disturbance may still have been on its way.
+// A frame that was sent so long before a disturbance may still have been on its way; one that the
+// relay reads so long after it may have been sent to the process that was killed.
 constexpr std::chrono::seconds kOnTheWay{2};
 
 struct Frame {
@@ -68,7 +73,7 @@ void Ledger::beginDisturbance() {
 
 void Ledger::endDisturbance() {
   const std::lock_guard lock(m_mutex);
-  m_disturbances.back().end = Clock::now();
+  m_disturbances.back().end = Clock::now() + kOnTheWay;
 }
 
 Ledger::Counts Ledger::counts() const {
@@ -80,8 +85,22 @@ Ledger::Counts Ledger::counts() const {
       return when >= period.begin && when <= period.end;
     });
     ++(disturbed ? counts.lostWhile : counts.lostOtherwise);
+    if (!disturbed) counts.lost += describe(entry.first, when);
   }
   return counts;
+}
+
+// Called with the lock held.
+std::string Ledger::describe(const Key& frame, Clock::time_point when) const {
+  double nearest = std::numeric_limits<double>::infinity();
+  for (const Period& period : m_disturbances) {
+    for (const Clock::time_point edge : {period.begin, period.end}) {
+      const double away = std::chrono::duration<double>(when - edge).count();
+      if (std::abs(away) < std::abs(nearest)) nearest = away;
+    }
+  }
+  return base::text("camera {}, frame {}: {:.3f} s from a disturbance's time\n", std::get<0>(frame),
+                    std::get<1>(frame), nearest);
 }
 
 long Ledger::arrivedFrom(const std::string& camera) const {

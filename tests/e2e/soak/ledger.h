@@ -31,6 +31,7 @@ class Ledger {
     long wrong = 0;      // other bytes, or never sent
     long lostWhile = 0;  // of a disturbance
     long lostOtherwise = 0;
+    std::string lost = {};  // the latter, a line each
   };
   // With all that has been sent and has not arrived counted as lost.
   Counts counts() const;
@@ -39,6 +40,7 @@ class Ledger {
 
  private:
   using Key = std::tuple<std::uint32_t, std::uint32_t, std::uint64_t>;  // camera, sequence, time
+  std::string describe(const Key& frame, Clock::time_point when) const;
   struct Sent {
     unsigned long long hash;
     Clock::time_point when;

@@ -88,6 +88,7 @@ void Soak::restart(SoakChain& chain, Part part, int signal) {
   const std::string what = base::text("{} {} {}", chain.protocol(), nameOf(part),
                                       signal == SIGKILL ? "killed" : "restarted");
   ++m_disturbances[what];
+  if (part == Part::Host && signal == SIGKILL) chain.noteDropped();
   chain.ledger.beginDisturbance();
   const int status = chain.of(part).stop(signal);
   if (signal == SIGTERM && status != 0) {
@@ -130,9 +131,9 @@ void Soak::finish(SoakChain& chain) {
   if (counts.wrong > 0) throw std::runtime_error(base::text("{} frames are wrong", counts.wrong));
   if (chain.damaged() > 0) throw std::runtime_error("the VM has got damaged frames");
   if (counts.lostOtherwise > chain.droppedByHosts()) {
-    throw std::runtime_error(base::text("{}: {} frames were lost, {} of them dropped and counted",
-                                        chain.protocol(), counts.lostOtherwise,
-                                        chain.droppedByHosts()));
+    throw std::runtime_error(
+        base::text("{}: {} frames were lost, {} of them dropped and counted:\n{}", chain.protocol(),
+                   counts.lostOtherwise, chain.droppedByHosts(), counts.lost));
   }
 }
 

@@ -84,6 +84,20 @@ void SoakChain::forget(Part part) {
   m_parts.erase(part);
 }
 
+void SoakChain::noteDropped() {
+  Process& host = of(Part::Host);
+  static const std::regex dropped("\"dropped\": ([0-9]+)");
+  const std::size_t before = host.output().size();
+  host.write("status\n");
+  std::smatch found;
+  std::string answer;
+  const bool told = eventually([&] {
+    answer = host.output().substr(before);
+    return std::regex_search(answer, found, dropped);
+  });
+  if (told) m_dropped += std::stol(found[1]);
+}
+
 std::string SoakChain::logs() const {
   constexpr std::size_t kEnd = 2000;
   std::string text;

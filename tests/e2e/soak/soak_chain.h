@@ -33,6 +33,8 @@ class SoakChain {
   long droppedByHosts() const { return m_dropped; }
   long damaged() const { return m_damaged; }
   void forget(Part part);
+  // Asks the host how many frames it has dropped: one that is killed does not say so by itself.
+  void noteDropped();
   // The end of what each running part has written.
   std::string logs() const;
 
