@@ -79,8 +79,14 @@ CapturePlan CameraStream::planFor(const CaptureRequest& request) const {
 
 CameraStream::Counters CameraStream::counters() const {
   Counters counters = m_counters;
-  if (m_capture) counters.encodeTime = m_capture->encodeTime();
+  if (!m_capture) return counters;
+  counters.encodeTime = m_capture->frames().encodeTime();
+  counters.damaged += m_capture->frames().damaged();
   return counters;
+}
+
+std::string CameraStream::treatment() const {
+  return m_capture ? m_capture->frames().treatment() : "";
 }
 
 void CameraStream::startSoon() {
@@ -126,7 +132,7 @@ void CameraStream::stop() {
 void CameraStream::switchOff() {
   m_timer.cancel();
   if (!m_capture) return;
-  m_counters.encodeTime = m_capture->encodeTime();
+  m_counters = counters();
   m_capture.reset();
   base::logInfo("camera '{}' is off", m_camera.info.id);
 }
@@ -155,6 +161,13 @@ void CameraStream::onFrame(const CapturedFrame& frame) {
   m_error.clear();
   const auto wantsNoMore = [&](FrameConsumer* consumer) { return !consumer->onFrame(frame); };
   if (std::erase_if(m_consumers, wantsNoMore) > 0) onConsumerRemoved();
+}
+
+void CameraStream::onDamagedFrame(const std::string& why) {
+  base::logWarning(
+      "camera '{}' delivered a frame that {}; such frames are decoded as far as possible, and only "
+      "counted from now on",
+      m_camera.info.id, why);
 }
 
 void CameraStream::onCaptureFailed(const std::string& why) {

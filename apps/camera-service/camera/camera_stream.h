@@ -30,6 +30,7 @@ class CameraStream : private CaptureEvents {
     std::uint64_t frames = 0;
     std::uint64_t bytes = 0;
     std::int64_t encodeTime = 0;  // µs per frame
+    std::uint64_t damaged = 0;    // frames of an MJPG camera
   };
 
   // `camera` is the catalogue's and outlives the stream.
@@ -50,10 +51,13 @@ class CameraStream : private CaptureEvents {
   // How the camera would run for `request`.
   CapturePlan planFor(const CaptureRequest& request) const;
   const CapturePlan* plan() const { return m_capture ? &m_capture->plan() : nullptr; }
+  // What becomes of its frames, for people; empty when it is off.
+  std::string treatment() const;
   Counters counters() const;
 
  private:
   void onFrame(const CapturedFrame& frame) override;
+  void onDamagedFrame(const std::string& why) override;
   void onCaptureFailed(const std::string& why) override;
   void onConsumerRemoved();
   CaptureRequest combinedRequest() const;

@@ -1,34 +1,24 @@
-// Callbacks marked as running on a streaming thread touch nothing but the Tap.
 #include "capture/capture.h"
 
-#include <gst/app/gstappsink.h>
 #include <gst/video/video.h>
 
 #include <asio/post.hpp>
-#include <atomic>
 #include <cmath>
 #include <stdexcept>
 
 #include "base/log.h"
 #include "capture/encoder.h"
-#include "capture/pacer.h"
 #include "lumsar/camera_data.h"
 
 namespace lumsar::service {
 
-// What the pipeline's threads share with the main loop. It outlives the capture for as long as they
-// hold it.
-struct Capture::Tap {
-  explicit Tap(asio::io_context& context) : io(context) {}
+// The way of the pipeline's threads back to the main loop. It outlives the capture for as long as
+// they hold it.
+struct Capture::MainLoop {
+  explicit MainLoop(asio::io_context& context) : io(context) {}
 
   asio::io_context& io;
   std::weak_ptr<Capture> capture;
-  std::atomic<bool> drainPosted = false;
-  std::atomic<std::int64_t> interval = 0;
-  Pacer pacer;  // streaming thread
-  std::atomic<std::int64_t> encodeBegin = 0;
-  std::atomic<std::int64_t> encodeTotal = 0;
-  std::atomic<std::int64_t> encodeCount = 0;
 
   template <class Call>
   void post(Call call) {
@@ -46,8 +36,8 @@ std::shared_ptr<Capture> Capture::start(asio::io_context& io, const CameraTurns&
                                         GstDevice* device, const CapturePlan& plan,
                                         CaptureEvents& events) {
   auto capture = std::make_shared<Capture>(Key{}, io, cameraTurns, device, plan, events);
-  capture->m_tap->capture = capture;
-  capture->attach();
+  capture->m_mainLoop->capture = capture;
+  capture->m_frames->attach(capture->m_pipeline);
   capture->watchBus();
   capture->play();
   return capture;
@@ -59,7 +49,8 @@ Capture::Capture(Key /*key*/, asio::io_context& io, const CameraTurns& cameraTur
       m_plan(plan),
       m_events(events),
       m_pipeline(buildPipeline(device, plan)),
-      m_tap(std::make_shared<Tap>(io)),
+      m_mainLoop(std::make_shared<MainLoop>(io)),
+      m_frames(std::make_shared<FrameTap>(plan, tapEvents())),
       m_lastFrame(io) {}
 
 Capture::~Capture() {
@@ -68,69 +59,41 @@ Capture::~Capture() {
   });
 }
 
-void Capture::attach() {
-  m_tap->interval = m_plan.interval;
-  const auto onCaptured = [](GstPad*, GstPadProbeInfo*, gpointer data) -> GstPadProbeReturn {
-    Tap& tap = *held<Tap>(data);  // streaming thread
-    return tap.pacer.due(g_get_monotonic_time(), tap.interval) ? GST_PAD_PROBE_OK
-                                                               : GST_PAD_PROBE_DROP;
-  };
-  const auto onEncodeBegin = [](GstPad*, GstPadProbeInfo*, gpointer data) -> GstPadProbeReturn {
-    held<Tap>(data)->encodeBegin = g_get_monotonic_time();  // streaming thread
-    return GST_PAD_PROBE_OK;
-  };
-  const auto onEncodeEnd = [](GstPad*, GstPadProbeInfo*, gpointer data) -> GstPadProbeReturn {
-    Tap& tap = *held<Tap>(data);  // streaming thread
-    tap.encodeTotal += g_get_monotonic_time() - tap.encodeBegin;
-    ++tap.encodeCount;
-    return GST_PAD_PROBE_OK;
-  };
-  const auto probe = [this](GstElement* element, const char* name, GstPadProbeCallback callback) {
-    const GstPtr<GstPad> pad(gst_element_get_static_pad(element, name));
-    gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, callback, holdShared(m_tap),
-                      releaseShared<Tap>);
-  };
-  probe(m_pipeline.format, "src", onCaptured);
-  probe(m_pipeline.encoder, "sink", onEncodeBegin);
-  probe(m_pipeline.encoder, "src", onEncodeEnd);
-
-  GstAppSinkCallbacks callbacks = {};
-  callbacks.new_sample = [](GstAppSink*, gpointer data) -> GstFlowReturn {
-    Tap& tap = *held<Tap>(data);  // streaming thread
-    if (!tap.drainPosted.exchange(true)) tap.post([](Capture& capture) { capture.drain(); });
-    return GST_FLOW_OK;
-  };
-  gst_app_sink_set_callbacks(GST_APP_SINK(m_pipeline.sink), &callbacks, holdShared(m_tap),
-                             releaseShared<Tap>);
+FrameTap::Events Capture::tapEvents() {
+  const auto& loop = m_mainLoop;
+  return {[loop] { loop->post([](Capture& capture) { capture.drain(); }); },
+          [loop](const char* why) {
+            loop->post([why](Capture& capture) { capture.m_events.onDamagedFrame(why); });
+          }};
 }
 
 void Capture::watchBus() {
   const GstPtr<GstBus> bus(gst_element_get_bus(m_pipeline.bin.get()));
   const auto onMessage = [](GstBus*, GstMessage* message, gpointer data) -> GstBusSyncReply {
-    Tap& tap = *held<Tap>(data);  // any thread
+    MainLoop& mainLoop = *held<MainLoop>(data);  // any thread
     if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS) {
-      tap.post([](Capture& capture) { capture.onEndOfStream(); });
+      mainLoop.post([](Capture& capture) { capture.onEndOfStream(); });
     } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
       GError* error = nullptr;
       gst_message_parse_error(message, &error, nullptr);
       const GstPtr<GError> owned(error);
-      tap.post([why = std::string(error->message)](Capture& capture) {
+      mainLoop.post([why = std::string(error->message)](Capture& capture) {
         capture.m_events.onCaptureFailed(why);
       });
     }
     gst_message_unref(message);
     return GST_BUS_DROP;
   };
-  gst_bus_set_sync_handler(bus.get(), onMessage, holdShared(m_tap), releaseShared<Tap>);
+  gst_bus_set_sync_handler(bus.get(), onMessage, holdShared(m_mainLoop), releaseShared<MainLoop>);
 }
 
 void Capture::play() {
-  asio::post(m_cameraTurns, [pipeline = m_pipeline.bin, tap = m_tap] {
-    if (tap->capture.expired()) return;  // ended before its turn came
+  asio::post(m_cameraTurns, [pipeline = m_pipeline.bin, mainLoop = m_mainLoop] {
+    if (mainLoop->capture.expired()) return;  // ended before its turn came
     if (gst_element_set_state(pipeline.get(), GST_STATE_PLAYING) != GST_STATE_CHANGE_FAILURE) {
       return;
     }
-    tap->post([](Capture& capture) { capture.m_events.onCaptureFailed("it did not start"); });
+    mainLoop->post([](Capture& capture) { capture.m_events.onCaptureFailed("it did not start"); });
   });
 }
 
@@ -140,7 +103,7 @@ bool Capture::adapt(const CapturePlan& plan) {
   if (plan.width != m_plan.width || plan.height != m_plan.height) {
     setFrameSize(m_pipeline, plan);
   }
-  m_tap->interval = plan.interval;
+  m_frames->setPlan(plan);
   m_plan = plan;
   return true;
 }
@@ -151,17 +114,8 @@ void Capture::requestKeyFrame() {
   gst_element_send_event(m_pipeline.sink, event);
 }
 
-std::int64_t Capture::encodeTime() const {
-  const std::int64_t count = m_tap->encodeCount;
-  return count == 0 ? 0 : m_tap->encodeTotal / count;
-}
-
 void Capture::drain() {
-  m_tap->drainPosted = false;
-  while (GstSample* sample = gst_app_sink_try_pull_sample(GST_APP_SINK(m_pipeline.sink), 0)) {
-    const GstPtr<GstSample> owned(sample);
-    deliver(sample);
-  }
+  for (const auto& sample : m_frames->take()) deliver(sample.get());
 }
 
 void Capture::deliver(GstSample* sample) {
@@ -208,10 +162,10 @@ void Capture::onEndOfStream() {
 }
 
 void Capture::rewind() {
-  asio::post(m_cameraTurns, [pipeline = m_pipeline.bin, tap = m_tap] {
+  asio::post(m_cameraTurns, [pipeline = m_pipeline.bin, mainLoop = m_mainLoop] {
     constexpr auto kFlags = static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_KEY_UNIT);
     if (gst_element_seek_simple(pipeline.get(), GST_FORMAT_TIME, kFlags, 0) != FALSE) return;
-    tap->post([](Capture& capture) { capture.m_events.onCaptureFailed("its stream ended"); });
+    mainLoop->post([](Capture& capture) { capture.m_events.onCaptureFailed("its stream ended"); });
   });
 }
 

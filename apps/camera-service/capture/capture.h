@@ -1,7 +1,6 @@
 // Capture: one running camera, from its device to encoded frames.
 //
-//   CapturePipeline (source ... encoder, sink) -- streaming thread -- post --> main loop: onFrame
-//          ^ frames that come too early are dropped after the source
+//   CapturePipeline -- streaming thread: FrameTap -- post --> main loop: onFrame
 //
 // State changes, which may wait for a device, run one after another, in the camera's turns, on
 // their own threads.
@@ -16,7 +15,7 @@
 #include <span>
 #include <string>
 
-#include "capture/capture_pipeline.h"
+#include "capture/frame_tap.h"
 
 namespace lumsar::service {
 
@@ -33,6 +32,8 @@ class CaptureEvents {
  public:
   virtual ~CaptureEvents() = default;
   virtual void onFrame(const CapturedFrame& frame) = 0;
+  // The first frame that is "cut off" or the like; `why` is "it ...".
+  virtual void onDamagedFrame(const std::string& why) = 0;
   virtual void onCaptureFailed(const std::string& why) = 0;
 };
 
@@ -58,14 +59,13 @@ class Capture {
   // Changes to another plan while running. False when that needs a new capture.
   bool adapt(const CapturePlan& plan);
   void requestKeyFrame();
-  // Mean time that the encoder took for a frame, µs.
-  std::int64_t encodeTime() const;
   const CapturePlan& plan() const { return m_plan; }
+  const FrameTap& frames() const { return *m_frames; }
 
  private:
-  struct Tap;
+  struct MainLoop;
 
-  void attach();
+  FrameTap::Events tapEvents();
   void watchBus();
   void play();
   void drain();
@@ -78,7 +78,8 @@ class Capture {
   CapturePlan m_plan;
   CaptureEvents& m_events;
   const CapturePipeline m_pipeline;
-  const std::shared_ptr<Tap> m_tap;
+  const std::shared_ptr<MainLoop> m_mainLoop;
+  const std::shared_ptr<FrameTap> m_frames;
   asio::steady_timer m_lastFrame;  // until its time is over
 };
 

@@ -60,7 +60,7 @@ CapturePipeline buildPipeline(GstDevice* device, const CapturePlan& plan) {
   setFrameSize(pipeline, plan);
   pipeline.encoder = chain.add(makeEncoder(plan), "an encoder");
   pipeline.sink = chain.add("appsink");
-  g_object_set(pipeline.sink, "sync", FALSE, "max-buffers", 2U, "drop", TRUE, nullptr);
+  g_object_set(pipeline.sink, "sync", FALSE, "max-buffers", 1U, "drop", TRUE, nullptr);
   return pipeline;
 }
 

@@ -21,7 +21,7 @@ struct CapturePipeline {
   GstElement* format = nullptr;     // lets through the chosen format of the camera
   GstElement* size = nullptr;       // lets through frames of the planned size
   GstElement* encoder = nullptr;
-  GstElement* sink = nullptr;  // an appsink that keeps the newest two frames
+  GstElement* sink = nullptr;  // an appsink
 };
 
 // Throws std::runtime_error when an element is missing or does not fit.

@@ -17,6 +17,8 @@ struct GstRelease {
   void operator()(GstPad* object) const { gst_object_unref(object); }
   void operator()(GstClock* object) const { gst_object_unref(object); }
   void operator()(GstCaps* caps) const { gst_caps_unref(caps); }
+  void operator()(GstEvent* event) const { gst_event_unref(event); }
+  void operator()(GstBuffer* buffer) const { gst_buffer_unref(buffer); }
   void operator()(GstSample* sample) const { gst_sample_unref(sample); }
   void operator()(GstMessage* message) const { gst_message_unref(message); }
   void operator()(GstStructure* structure) const { gst_structure_free(structure); }

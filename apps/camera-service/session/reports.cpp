@@ -62,11 +62,13 @@ QJsonObject cameraStatus(const Camera& camera, const SessionContext& context,
   object["readers"] = stream == nullptr ? 0 : static_cast<int>(stream->consumers());
   object["frames"] = number(counters.frames);
   object["bytes"] = number(counters.bytes);
+  object["damagedFrames"] = number(counters.damaged);
   object["encodeMicroseconds"] = static_cast<qint64>(counters.encodeTime);
   if (const CapturePlan* plan = stream == nullptr ? nullptr : stream->plan()) {
     object["width"] = plan->width;
     object["height"] = plan->height;
     object["quality"] = plan->quality;
+    object["treatment"] = qt(stream->treatment());
   }
   return object;
 }

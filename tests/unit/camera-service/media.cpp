@@ -4,6 +4,7 @@
 
 #include "base/text/format.h"
 #include "capture/gst_ptr.h"
+#include "support/temporary_directory.h"
 
 namespace lumsar::test {
 namespace {
@@ -32,12 +33,24 @@ void makePicture(const std::string& path, int width, int height) {
               path);
 }
 
-void makeMovie(const std::string& path, int width, int height, int frames) {
-  runPipeline(base::text("videotestsrc pattern=ball num-buffers={} ! "
+void makeMovie(const std::string& path, int width, int height, int frames, int quality,
+               const std::string& pattern) {
+  runPipeline(base::text("videotestsrc pattern={} num-buffers={} ! "
                          "video/x-raw,format=I420,framerate=30/1,width={},height={} ! "
-                         "jpegenc ! avimux",
-                         frames, width, height),
+                         "jpegenc quality={} ! avimux",
+                         pattern, frames, width, height, quality),
               path);
+}
+
+std::vector<unsigned char> makeJpeg(int width, int height, int quality,
+                                    const std::string& pattern) {
+  const TemporaryDirectory dir;
+  runPipeline(base::text("videotestsrc pattern={} num-buffers=1 ! "
+                         "video/x-raw,format=I420,width={},height={} ! jpegenc quality={}",
+                         pattern, width, height, quality),
+              dir / "frame");
+  const std::string jpeg = readFile(dir / "frame");
+  return {jpeg.begin(), jpeg.end()};
 }
 
 PictureSize jpegSize(std::span<const unsigned char> jpeg) {
@@ -51,6 +64,19 @@ PictureSize jpegSize(std::span<const unsigned char> jpeg) {
     at += 2 + static_cast<std::size_t>(jpeg[at + 2] * 256 + jpeg[at + 3]);
   }
   return {};
+}
+
+std::vector<unsigned char> withoutSegments(std::vector<unsigned char> jpeg, unsigned char marker) {
+  for (std::size_t at = 2; at + 4 < jpeg.size() && jpeg[at + 1] != 0xDA;) {
+    const auto size = 2 + (jpeg[at + 2] << 8 | jpeg[at + 3]);
+    const auto begin = jpeg.begin() + static_cast<std::ptrdiff_t>(at);
+    if (jpeg[at + 1] == marker) {
+      jpeg.erase(begin, begin + size);
+    } else {
+      at += static_cast<std::size_t>(size);
+    }
+  }
+  return jpeg;
 }
 
 }  // namespace lumsar::test

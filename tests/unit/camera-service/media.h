@@ -3,11 +3,18 @@
 
 #include <span>
 #include <string>
+#include <vector>
 
 namespace lumsar::test {
 
 void makePicture(const std::string& path, int width, int height);
-void makeMovie(const std::string& path, int width, int height, int frames);
+// Of `frames` JPEG frames, 30 a second.
+void makeMovie(const std::string& path, int width, int height, int frames, int quality = 85,
+               const std::string& pattern = "ball");
+
+// One frame as a webcam delivers it.
+std::vector<unsigned char> makeJpeg(int width, int height, int quality,
+                                    const std::string& pattern = "smpte");
 
 struct PictureSize {
   int width = 0;
@@ -17,5 +24,8 @@ struct PictureSize {
 
 // The size in a JPEG's frame header; zero unless the data are one whole JPEG.
 PictureSize jpegSize(std::span<const unsigned char> jpeg);
+
+// The same frame without its segments of this kind.
+std::vector<unsigned char> withoutSegments(std::vector<unsigned char> jpeg, unsigned char marker);
 
 }  // namespace lumsar::test

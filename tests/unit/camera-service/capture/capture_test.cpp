@@ -5,114 +5,15 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "camera/camera_stream.h"
 #include "capture/encoder.h"
 #include "lumsar/camera_data.h"
-#include "sources/file_probe.h"
 #include "sources/synthetic.h"
-#include "sources/virtual_cameras.h"
-#include "support/eventually.h"
-#include "support/messages.h"
-#include "support/temporary_directory.h"
-#include "unit/camera-service/media.h"
+#include "unit/camera-service/capture/capture_fixture.h"
 
 namespace lumsar::test {
 namespace {
 
 using namespace service;
-
-struct Reader : FrameConsumer {
-  CaptureRequest wanted;
-  int frames = 0;
-  std::size_t bytes = 0;
-  PictureSize size;
-  std::int64_t age = 0;
-  bool takesMore = true;
-
-  CaptureRequest request() const override { return wanted; }
-  bool onFrame(const CapturedFrame& frame) override {
-    ++frames;
-    bytes = frame.data.size();
-    size = jpegSize(frame.data);
-    age = static_cast<std::int64_t>(cameraClock() - frame.time);
-    return takesMore;
-  }
-};
-
-// The provider lists what is plugged only while it is started.
-class StartedProvider {
- public:
-  StartedProvider() : m_provider(gst_device_provider_factory_get_by_name("lumsarvirtualcameras")) {
-    gst_device_provider_start(m_provider.get());
-  }
-  ~StartedProvider() { gst_device_provider_stop(m_provider.get()); }
-  GstDeviceProvider* get() const { return m_provider.get(); }
-
- private:
-  GstPtr<GstDeviceProvider> m_provider;
-};
-
-class CaptureTest : public ::testing::Test {
- protected:
-  ~CaptureTest() override {
-    made.reset();
-    cameraThreads.join();
-  }
-
-  // A camera that is plugged in, with a stream of its own.
-  CameraStream& stream(const VirtualCamera& source) {
-    cameras.plug(source);
-    plugged.info.id = source.id;
-    plugged.info.formats = {source.format};
-    plugged.present = true;
-    plugged.info.device = device(source);
-    made.emplace(io, cameraThreads, plugged,
-                 [this](const Camera&, const std::string& why) { troubles.push_back(why); });
-    return *made;
-  }
-  std::shared_ptr<GstDevice> device(const VirtualCamera& source) {
-    GList* devices = gst_device_provider_get_devices(provider.get());
-    std::shared_ptr<GstDevice> found;
-    for (GList* item = devices; item != nullptr; item = item->next) {
-      auto* candidate = static_cast<GstDevice*>(item->data);
-      const std::shared_ptr<GstDevice> held(candidate, GstRelease{});
-      if (takeText(gst_device_get_display_name(candidate)) == source.name) found = held;
-    }
-    g_list_free(devices);
-    return found;
-  }
-  // With `reader` as its consumer.
-  CameraStream& read(const VirtualCamera& source) {
-    CameraStream& camera = stream(source);
-    camera.add(reader);
-    return camera;
-  }
-  VirtualCamera fileCamera(const std::string& name) const {
-    const std::string path = dir / name;
-    const FileProbe probe = probeFile(path);
-    return {"file:" + name, name, probe.format, [=] { return makeFileSource(path, probe); }};
-  }
-  template <class Condition>
-  bool await(Condition condition) {
-    return eventuallyIn(io, condition);
-  }
-  void runFor(milliseconds time) {
-    io.restart();
-    io.run_for(time);
-  }
-
-  // Before anything that asks GStreamer.
-  const bool initialised = (gst_init(nullptr, nullptr), true);
-  asio::io_context io;
-  asio::thread_pool cameraThreads{2};
-  VirtualCameras cameras;
-  const StartedProvider provider;
-  const TemporaryDirectory dir{};  // Clang 14 wants the braces for a constant member
-  Camera plugged;
-  Reader reader;
-  std::vector<std::string> troubles;
-  std::optional<CameraStream> made;
-};
 
 TEST_F(CaptureTest, RunsWhileThereIsAReader) {
   CameraStream& camera = stream(syntheticCamera("F,320x240@30"));

@@ -1,0 +1,68 @@
+// FrameTap: where frames leave a running pipeline, passed through or encoded.
+//
+//   source - format -+- decode ... encode - sink -+- the newest two frames -> main loop
+//                    +------ passed through ------+
+//
+// All of it happens on the one streaming thread, in which the pipeline decodes and encodes too: so
+// frames keep their order, and none is lost when it changes from one to the other.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "capture/capture_pipeline.h"
+#include "capture/pacer.h"
+#include "capture/pass_through.h"
+
+namespace lumsar::service {
+
+class FrameTap : public std::enable_shared_from_this<FrameTap> {
+ public:
+  // On the streaming thread.
+  struct Events {
+    std::function<void()> onFrames;                       // take() has some
+    std::function<void(const char* why)> onFirstDamaged;  // "it ..."; the others are only counted
+  };
+
+  FrameTap(const CapturePlan& plan, Events events);
+
+  // The pipeline holds the tap from then on.
+  void attach(const CapturePipeline& pipeline);
+
+  void setPlan(const CapturePlan& plan);
+  std::vector<GstPtr<GstSample>> take();
+  // What becomes of the camera's frames, by the latest.
+  std::string treatment() const;
+  // Mean time that the encoder took for a frame, µs.
+  std::int64_t encodeTime() const;
+  std::uint64_t damaged() const { return m_damaged; }
+
+ private:
+  GstPadProbeReturn onCaptured(GstPad* pad, GstBuffer* buffer);
+  bool isDue();
+  Treatment judge(GstBuffer* buffer);
+  void onEncodeEnd();
+  void onEncoded();
+  void push(GstPtr<GstSample> sample);
+
+  const Events m_events;
+  GstElement* m_sink = nullptr;
+
+  mutable std::mutex m_mutex;
+  CapturePlan m_plan;
+  Treatment m_treatment;
+  std::vector<GstPtr<GstSample>> m_frames;
+
+  Pacer m_pacer;           // these three on the streaming thread
+  bool m_discard = false;  // what comes next out of the encoder: it was passed through
+  std::int64_t m_encodeBegin = 0;
+  std::atomic<std::int64_t> m_encodeTotal = 0;
+  std::atomic<std::int64_t> m_encodeCount = 0;
+  std::atomic<std::uint64_t> m_damaged = 0;
+};
+
+}  // namespace lumsar::service
