@@ -58,12 +58,15 @@ std::string cameraLine(const QJsonObject& camera) {
                             : camera.value("running").toBool() ? "on"
                                                                : "off";
   const std::string size = camera.contains("width")
-                               ? text("  {}x{}", field(camera, "width"), field(camera, "height"))
+                               ? text("  {}x{}  {}", field(camera, "width"),
+                                      field(camera, "height"), field(camera, "treatment"))
                                : "";
-  return text("  {}  {}  {}  {}{}  frames {}  bytes {}  encoding {} us  shared with {}\n",
-              field(camera, "number"), field(camera, "id"), field(camera, "name"), state, size,
-              field(camera, "frames"), field(camera, "bytes"), field(camera, "encodeMicroseconds"),
-              vms.isEmpty() ? "no VM" : base::clean(vms.join(", ").toStdString(), kLongestField));
+  return text(
+      "  {}  {}  {}  {}{}  frames {}  bytes {}  damaged {}  encoding {} us  shared with {}\n",
+      field(camera, "number"), field(camera, "id"), field(camera, "name"), state, size,
+      field(camera, "frames"), field(camera, "bytes"), field(camera, "damagedFrames"),
+      field(camera, "encodeMicroseconds"),
+      vms.isEmpty() ? "no VM" : base::clean(vms.join(", ").toStdString(), kLongestField));
 }
 
 std::string hostLines(const QJsonObject& host) {

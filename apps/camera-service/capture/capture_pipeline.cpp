@@ -54,8 +54,7 @@ CapturePipeline buildPipeline(GstDevice* device, const CapturePlan& plan) {
   pipeline.format = chain.add("capsfilter");
   setCaps(pipeline.format, capsFor(plan.source));
   if (plan.source.encoding == "MJPG") chain.add("jpegdec");
-  chain.add("videoconvert");
-  chain.add("videoscale");
+  chain.add("videoconvertscale");  // both at once
   pipeline.size = chain.add("capsfilter");
   setFrameSize(pipeline, plan);
   pipeline.encoder = chain.add(makeEncoder(plan), "an encoder");

@@ -1,6 +1,6 @@
 // The GStreamer elements of one running camera.
 //
-//   source - format - [jpegdec] - convert - scale - size - encoder - sink
+//   source - format - [jpegdec] - convert and scale - size - encoder - sink
 //
 #pragma once
 

@@ -16,6 +16,7 @@ namespace {
 constexpr GstClockTime kProbeTimeout = 3 * GST_SECOND;
 constexpr FrameSize kMaxSize{1920, 1080};  // as a webcam's; larger frames only cost time
 constexpr int kStillRate = 15;
+constexpr const char* kJpeg = "image/jpeg";
 constexpr double kMaxRate = 60;
 
 struct ProbeRelease {
@@ -26,10 +27,17 @@ std::string uriOf(const std::string& path) {
   return takeText(gst_filename_to_uri(path.c_str(), nullptr));
 }
 
+bool hasJpegFrames(GstDiscovererVideoInfo* video) {
+  const GstPtr<GstCaps> caps(
+      gst_discoverer_stream_info_get_caps(GST_DISCOVERER_STREAM_INFO(video)));
+  return caps && gst_structure_has_name(gst_caps_get_structure(caps.get(), 0), kJpeg) != FALSE &&
+         gst_discoverer_video_info_get_par_num(video) ==
+             gst_discoverer_video_info_get_par_denom(video);
+}
+
 FileProbe describe(GstDiscovererVideoInfo* video) {
   FileProbe probe;
   probe.still = gst_discoverer_video_info_is_image(video) != FALSE;
-  probe.format.encoding = "I420";
   const FrameSize size{static_cast<int>(gst_discoverer_video_info_get_width(video)),
                        static_cast<int>(gst_discoverer_video_info_get_height(video))};
   if (size.width <= 0 || size.height <= 0) return {"its frames have no size", false, {}};
@@ -40,10 +48,13 @@ FileProbe describe(GstDiscovererVideoInfo* video) {
   probe.format.rateDenominator =
       std::max(1, static_cast<int>(gst_discoverer_video_info_get_framerate_denom(video)));
   const double rate = probe.format.rate();
-  if (probe.still || rate < 1 || rate > kMaxRate) {
+  const bool keepsRate = !probe.still && rate >= 1 && rate <= kMaxRate;
+  if (!keepsRate) {
     probe.format.rateNumerator = kStillRate;
     probe.format.rateDenominator = 1;
   }
+  const bool asTheyAre = keepsRate && sent.width == size.width && hasJpegFrames(video);
+  probe.format.encoding = asTheyAre ? "MJPG" : "I420";
   return probe;
 }
 
@@ -82,20 +93,34 @@ FileProbe probeFile(const std::string& path) {
   return {base::text("it could not be read within {} s", kProbeTimeout / GST_SECOND), false, {}};
 }
 
-GstElement* makeFileSource(const std::string& path, const FileProbe& probe) {
+namespace {
+
+// Scaled before it is repeated: once, not for each frame.
+std::string decodedFrames(const FileProbe& probe) {
   const CameraFormat& format = probe.format;
   const std::string rate =
       base::text("video/x-raw,framerate={}/{}", format.rateNumerator, format.rateDenominator);
   const std::string repeated =
       probe.still ? base::text("imagefreeze is-live=true ! {} ! identity silent=true", rate)
                   : base::text("videorate ! {} ! clocksync", rate);
-  // Scaled before it is repeated: once, not for each frame.
-  const std::string description = base::text(
-      "uridecodebin name=decode caps=video/x-raw expose-all-streams=false ! "
-      "videoconvert ! videoscale ! "
+  return base::text(
+      "uridecodebin name=decode caps=video/x-raw expose-all-streams=false ! videoconvertscale ! "
       "video/x-raw,format=I420,pixel-aspect-ratio=1/1,width={},height={} ! {}",
       format.width, format.height, repeated);
-  GstElement* bin = makeSourceBin(description);
+}
+
+std::string jpegFrames(const CameraFormat& format) {
+  return base::text(
+      "uridecodebin name=decode caps={0} expose-all-streams=false ! videorate ! "
+      "{0},framerate={1}/{2} ! clocksync",
+      kJpeg, format.rateNumerator, format.rateDenominator);
+}
+
+}  // namespace
+
+GstElement* makeFileSource(const std::string& path, const FileProbe& probe) {
+  GstElement* bin = makeSourceBin(probe.format.encoding == "MJPG" ? jpegFrames(probe.format)
+                                                                  : decodedFrames(probe));
   if (bin == nullptr) return nullptr;
   const GstPtr<GstElement> decode(gst_bin_get_by_name(GST_BIN(bin), "decode"));
   g_object_set(decode.get(), "uri", uriOf(path).c_str(), nullptr);

@@ -42,6 +42,13 @@ void makeMovie(const std::string& path, int width, int height, int frames, int q
               path);
 }
 
+void makeRawMovie(const std::string& path, int width, int height, int frames) {
+  runPipeline(base::text("videotestsrc num-buffers={} ! "
+                         "video/x-raw,format=I420,framerate=30/1,width={},height={} ! avimux",
+                         frames, width, height),
+              path);
+}
+
 std::vector<unsigned char> makeJpeg(int width, int height, int quality,
                                     const std::string& pattern) {
   const TemporaryDirectory dir;

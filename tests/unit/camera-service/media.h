@@ -12,6 +12,8 @@ void makePicture(const std::string& path, int width, int height);
 void makeMovie(const std::string& path, int width, int height, int frames, int quality = 85,
                const std::string& pattern = "ball");
 
+void makeRawMovie(const std::string& path, int width, int height, int frames);
+
 // One frame as a webcam delivers it.
 std::vector<unsigned char> makeJpeg(int width, int height, int quality,
                                     const std::string& pattern = "smpte");

@@ -112,7 +112,8 @@ TEST_F(CommandLineTest, StatusForPeopleAndPrograms) {
   host().records.await(CameraDataKind::Frame, 5);
   const Outcome people = run({"--status", "--ipc-channel", channel});
   EXPECT_EQ(people.code, 0);
-  for (const char* part : {"test:A", "320x240", "vm-7", "started yes", "encoding"}) {
+  for (const char* part : {"test:A", "320x240  encoded: the camera delivers I420", "vm-7",
+                           "started yes", "encoding"}) {
     EXPECT_NE(people.output.find(part), std::string::npos) << people.output;
   }
   const Outcome program = run({"--status", "--json", "--ipc-channel", channel});

@@ -143,6 +143,17 @@ TEST_F(PassThroughTest, NoFrameIsMissingWhenThePolicyChanges) {
   EXPECT_TRUE(troubles.empty());
 }
 
+TEST_F(PassThroughTest, AVideoFilesFramesAreItsOwnAlsoFromItsBeginningAgain) {
+  makeMovie(dir / "m.avi", 160, 120, 6);
+  collector.wanted.rule.quality = 85;
+  stream(fileCamera("m.avi")).add(collector);
+  ASSERT_TRUE(await([&] { return collector.all.size() >= 20; })) << collector.all.size();
+  const std::string file = readFile(dir / "m.avi");
+  for (const Bytes& frame : collector.all) EXPECT_NE(file.find(textOf(frame)), std::string::npos);
+  EXPECT_EQ(made->treatment(), "passed through");
+  EXPECT_TRUE(troubles.empty());
+}
+
 TEST_F(PassThroughTest, TwoConsumersGetWhatBothAccept) {
   start(85);
   const Bytes frame = makeJpeg(320, 240, 85);

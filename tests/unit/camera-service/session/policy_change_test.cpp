@@ -20,6 +20,38 @@ TEST_F(PolicyChangeTest, TheFrameSizeChangesWhileRunning) {
   EXPECT_TRUE(host().records.awaitFrameOf({640, 480}));
 }
 
+// Frames of 2 MB and more, of which no socket holds one.
+TEST_F(PolicyChangeTest, FramesArePassedThroughWholeAsLongAsThePolicyAcceptsThem) {
+  makeMovie(dir / "snow.avi", 1920, 1080, 10, 95, "snow");
+  start({"--camera", "file:" + (dir / "snow.avi")});
+  host().policy({{"cameraQuality", 95}});
+  watch(host(), "file:snow.avi");
+  const std::string file = readFile(dir / "snow.avi");
+  const auto isOwn = [&](const Record& frame) {
+    return file.find(textOf(frame.picture)) != std::string::npos;
+  };
+  EXPECT_TRUE(isOwn(host().records.await(CameraDataKind::Frame, 5)));
+  for (const Record& frame : host().records.of(CameraDataKind::Frame)) {
+    EXPECT_TRUE(isOwn(frame)) << "frame " << frame.frame.sequence;
+    EXPECT_GT(frame.picture.size(), 1'000'000U);
+  }
+  const QString treatment =
+      TestHost::camera(host().status(), "file:snow.avi").value("treatment").toString();
+  EXPECT_EQ(treatment, "passed through");
+
+  host().policy({{"cameraQuality", 50}});
+  EXPECT_TRUE(eventually([&] { return !isOwn(host().records.of(CameraDataKind::Frame).back()); }));
+  host().policy({{"cameraQuality", 95}, {"cameraMaxResolution", "640*640"}});
+  EXPECT_TRUE(host().records.awaitFrameOf({640, 360}));
+  host().policy({{"cameraQuality", 95}});
+  EXPECT_TRUE(eventually([&] { return isOwn(host().records.of(CameraDataKind::Frame).back()); }));
+  std::uint32_t sequence = 0;
+  for (const Record& frame : host().records.of(CameraDataKind::Frame)) {
+    EXPECT_EQ(frame.frame.sequence, ++sequence);
+    EXPECT_EQ(jpegSize(frame.picture), (PictureSize{frame.frame.width, frame.frame.height}));
+  }
+}
+
 TEST_F(PolicyChangeTest, APolicyBeforeTheShareIsAnnounced) {
   start({"--camera", "test:A,640x480@30"});
   ASSERT_TRUE(host().awaitCamera("test:A"));

@@ -31,7 +31,18 @@ TEST_F(FileProbeTest, AMovieKeepsItsRate) {
   const FileProbe probe = probeFile(dir / "m.avi");
   EXPECT_EQ(probe.error, "");
   EXPECT_FALSE(probe.still);
-  EXPECT_EQ(probe.format, (service::CameraFormat{"I420", 320, 240, 30, 1}));
+  EXPECT_EQ(probe.format, (service::CameraFormat{"MJPG", 320, 240, 30, 1}));
+}
+
+TEST_F(FileProbeTest, OneOfOtherFramesThanJpegsIsDecoded) {
+  makeRawMovie(dir / "raw.avi", 320, 240, 5);
+  EXPECT_EQ(probeFile(dir / "raw.avi").format.encoding, "I420");
+}
+
+TEST_F(FileProbeTest, OneThatIsTooLargeIsDecodedAndScaled) {
+  makeMovie(dir / "large.avi", 2560, 1440, 2);
+  const FileProbe probe = probeFile(dir / "large.avi");
+  EXPECT_EQ(probe.format, (service::CameraFormat{"I420", 1920, 1080, 30, 1}));
 }
 
 TEST_F(FileProbeTest, ALargePictureIsAsLargeAsAWebcams) {
