@@ -7,8 +7,6 @@
 #include "support/temporary_directory.h"
 
 namespace lumsar::test {
-namespace {
-
 void runPipeline(const std::string& description, const std::string& path) {
   gst_init(nullptr, nullptr);
   const std::string temporary = path + ".part";
@@ -16,16 +14,15 @@ void runPipeline(const std::string& description, const std::string& path) {
       gst_parse_launch((description + " ! filesink location=" + temporary).c_str(), nullptr));
   gst_element_set_state(pipeline.get(), GST_STATE_PLAYING);
   const service::GstPtr<GstBus> bus(gst_element_get_bus(pipeline.get()));
-  const service::GstPtr<GstMessage> message(gst_bus_timed_pop_filtered(
-      bus.get(), 5 * GST_SECOND, static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR)));
+  const service::GstPtr<GstMessage> message(
+      gst_bus_timed_pop_filtered(bus.get(), 20 * GST_SECOND,
+                                 static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR)));
   const bool good = message && GST_MESSAGE_TYPE(message.get()) == GST_MESSAGE_EOS;
   gst_element_set_state(pipeline.get(), GST_STATE_NULL);
   if (!good || std::rename(temporary.c_str(), path.c_str()) != 0) {
     throw std::runtime_error("cannot make " + path);
   }
 }
-
-}  // namespace
 
 void makePicture(const std::string& path, int width, int height) {
   runPipeline(base::text("videotestsrc num-buffers=1 ! video/x-raw,width={},height={} ! jpegenc",

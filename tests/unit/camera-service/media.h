@@ -7,6 +7,9 @@
 
 namespace lumsar::test {
 
+// What the pipeline makes, as a file that appears when it is whole.
+void runPipeline(const std::string& description, const std::string& path);
+
 void makePicture(const std::string& path, int width, int height);
 // Of `frames` JPEG frames, 30 a second.
 void makeMovie(const std::string& path, int width, int height, int frames, int quality = 85,
