@@ -27,7 +27,7 @@ Message recordMessage(std::uint32_t type, CameraDataKind kind, std::uint32_t cam
 Message announcedMessage(std::uint32_t type, const Announcement& announcement);
 Message removedMessage(std::uint32_t type, std::uint32_t camera, std::string_view why);
 Message frameMessage(std::uint32_t type, std::uint32_t camera, std::uint64_t captured,
-                     const CameraFrame& fields, Bytes data);
+                     const CameraFrame& fields, Bytes data = {});
 // Numbers a frame, as late as when it leaves: frames dropped before leave no gap.
 void setSequence(Message& frame, std::uint32_t sequence);
 

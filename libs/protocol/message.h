@@ -14,6 +14,12 @@ namespace lumsar::protocol {
 using base::Bytes;
 using base::bytesOf;
 
+// Bytes that somebody else holds, for as long as `owner` is held.
+struct SharedBytes {
+  Bytes bytes;
+  std::shared_ptr<const void> owner;
+};
+
 class Message {
  public:
   // Header filled, payload uninitialised, for the caller to write.
@@ -38,6 +44,12 @@ class Message {
   std::span<unsigned char> payload() { return bytes().subspan(kHeaderSize); }
   std::size_t size() const { return m_size; }
 
+  // Its header counts `size` more bytes, which are sent behind it.
+  void announceRest(std::size_t size) {
+    RedirMsgHeader all = header();
+    all.length += static_cast<std::uint32_t>(size);
+    setHeader(all);
+  }
   RedirMsgHeader header() const { return readHeader(m_data.get()); }
   void setHeader(const RedirMsgHeader& header) { std::memcpy(m_data.get(), &header, kHeaderSize); }
 

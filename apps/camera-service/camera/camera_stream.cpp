@@ -156,7 +156,7 @@ Clock::time_point CameraStream::silentAt() const {
 void CameraStream::onFrame(const CapturedFrame& frame) {
   m_lastSign = Clock::now();
   ++m_counters.frames;
-  m_counters.bytes += frame.data.size();
+  m_counters.bytes += frame.data.bytes.size();
   m_backOff.reset();
   m_error.clear();
   const auto wantsNoMore = [&](FrameConsumer* consumer) { return !consumer->onFrame(frame); };

@@ -12,6 +12,34 @@
 
 namespace lumsar::service {
 
+namespace {
+
+// A sample whose bytes can be read while it lives.
+class MappedSample {
+ public:
+  explicit MappedSample(GstPtr<GstSample> sample) : m_sample(std::move(sample)) {
+    m_mapped = gst_buffer_map(buffer(), &m_map, GST_MAP_READ) != FALSE;
+  }
+  ~MappedSample() {
+    if (m_mapped) gst_buffer_unmap(buffer(), &m_map);
+  }
+  MappedSample(const MappedSample&) = delete;
+  MappedSample& operator=(const MappedSample&) = delete;
+
+  base::Bytes bytes() const {
+    return m_mapped ? base::Bytes{m_map.data, m_map.size} : base::Bytes{};
+  }
+
+ private:
+  GstBuffer* buffer() const { return gst_sample_get_buffer(m_sample.get()); }
+
+  GstPtr<GstSample> m_sample;
+  GstMapInfo m_map{};
+  bool m_mapped = false;
+};
+
+}  // namespace
+
 // The way of the pipeline's threads back to the main loop. It outlives the capture for as long as
 // they hold it.
 struct Capture::MainLoop {
@@ -115,24 +143,22 @@ void Capture::requestKeyFrame() {
 }
 
 void Capture::drain() {
-  for (const auto& sample : m_frames->take()) deliver(sample.get());
+  for (auto& sample : m_frames->take()) deliver(std::move(sample));
 }
 
-void Capture::deliver(GstSample* sample) {
-  GstBuffer* buffer = gst_sample_get_buffer(sample);
-  const GstStructure* caps = gst_caps_get_structure(gst_sample_get_caps(sample), 0);
-  GstMapInfo map;
-  if (gst_buffer_map(buffer, &map, GST_MAP_READ) == FALSE) return;
+void Capture::deliver(GstPtr<GstSample> sample) {
+  GstBuffer* buffer = gst_sample_get_buffer(sample.get());
+  const GstStructure* caps = gst_caps_get_structure(gst_sample_get_caps(sample.get()), 0);
   CapturedFrame frame;
-  frame.data = {map.data, map.size};
   gst_structure_get_int(caps, "width", &frame.width);
   gst_structure_get_int(caps, "height", &frame.height);
   frame.encoding = m_plan.encoding;
   frame.key = frame.encoding == kEncodingMjpg ||
               !GST_BUFFER_FLAG_IS_SET(buffer, GST_BUFFER_FLAG_DELTA_UNIT);
-  frame.time = captureTime(sample);
+  frame.time = captureTime(sample.get());
+  const auto mapped = std::make_shared<MappedSample>(std::move(sample));
+  frame.data = {mapped->bytes(), mapped};
   m_events.onFrame(frame);
-  gst_buffer_unmap(buffer, &map);
 }
 
 // A frame's time stamp counts from the pipeline's start; its age leads to the time of day.

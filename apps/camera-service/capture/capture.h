@@ -12,15 +12,15 @@
 #include <asio/thread_pool.hpp>
 #include <cstdint>
 #include <memory>
-#include <span>
 #include <string>
 
 #include "capture/frame_tap.h"
+#include "protocol/message.h"
 
 namespace lumsar::service {
 
 struct CapturedFrame {
-  std::span<const unsigned char> data;  // valid during the call only
+  protocol::SharedBytes data;
   int width = 0;
   int height = 0;
   std::uint32_t encoding = 0;
@@ -69,7 +69,7 @@ class Capture {
   void watchBus();
   void play();
   void drain();
-  void deliver(GstSample* sample);
+  void deliver(GstPtr<GstSample> sample);
   std::uint64_t captureTime(GstSample* sample) const;
   void onEndOfStream();
   void rewind();

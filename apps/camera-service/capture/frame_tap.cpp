@@ -5,7 +5,7 @@
 namespace lumsar::service {
 namespace {
 
-// Older ones are outdated. Few enough for a camera's driver to do without their buffers.
+// Older ones are outdated.
 constexpr std::size_t kNewest = 2;
 
 void probe(GstElement* element, const char* padName, const std::shared_ptr<FrameTap>& tap,
@@ -20,16 +20,26 @@ bool awaitsItsFirstFrame(GstElement* sink) {
   return gst_element_get_state(sink, nullptr, nullptr, 0) == GST_STATE_CHANGE_ASYNC;
 }
 
-// The buffer's first `size` bytes with what the pad knows of them; the memory is shared.
+// The buffer's first `size` bytes, in memory that may be held for as long as a VM is slow. A driver
+// has few buffers and stops without them: what comes from its pool is copied, all else is shared.
+GstPtr<GstBuffer> heldBuffer(GstBuffer* buffer, std::size_t size) {
+  const bool shared = buffer->pool == nullptr;
+  if (shared && size == gst_buffer_get_size(buffer)) {
+    return GstPtr<GstBuffer>(gst_buffer_ref(buffer));
+  }
+  const int what = GST_BUFFER_COPY_ALL | (shared ? 0 : GST_BUFFER_COPY_DEEP);
+  return GstPtr<GstBuffer>(
+      gst_buffer_copy_region(buffer, static_cast<GstBufferCopyFlags>(what), 0, size));
+}
+
+// What is held of the buffer, with what the pad knows of it.
 GstPtr<GstSample> sampleOf(GstPad* pad, GstBuffer* buffer, std::size_t size) {
   const GstPtr<GstCaps> caps(gst_pad_get_current_caps(pad));
   const GstPtr<GstEvent> event(gst_pad_get_sticky_event(pad, GST_EVENT_SEGMENT, 0));
   const GstSegment* segment = nullptr;
   if (event) gst_event_parse_segment(event.get(), &segment);
-  const GstPtr<GstBuffer> part(size == gst_buffer_get_size(buffer)
-                                   ? gst_buffer_ref(buffer)
-                                   : gst_buffer_copy_region(buffer, GST_BUFFER_COPY_ALL, 0, size));
-  return GstPtr<GstSample>(gst_sample_new(part.get(), caps.get(), segment, nullptr));
+  const GstPtr<GstBuffer> held = heldBuffer(buffer, size);
+  return GstPtr<GstSample>(gst_sample_new(held.get(), caps.get(), segment, nullptr));
 }
 
 }  // namespace

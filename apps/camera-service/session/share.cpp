@@ -138,16 +138,18 @@ bool Share::isStalled() const {
 void Share::send(const CapturedFrame& frame) {
   m_delivery->needsKeyFrame = false;
   ++m_delivery->counters.offered;
+  protocol::Message head =
+      protocol::frameMessage(m_transport->dataType(), camera().number, frame.time, fieldsOf(frame));
+  head.announceRest(frame.data.bytes.size());
   m_transport->send(
-      {protocol::frameMessage(m_transport->dataType(), camera().number, frame.time, fieldsOf(frame),
-                              frame.data),
-       true, [delivery = m_delivery](protocol::Message& message) { delivery->onLeave(message); },
-       [delivery = m_delivery] { delivery->onDrop(); }});
+      {std::move(head), true,
+       [delivery = m_delivery](protocol::Message& message) { delivery->onLeave(message); },
+       [delivery = m_delivery] { delivery->onDrop(); }, frame.data});
 }
 
 void Share::Delivery::onLeave(protocol::Message& frame) {
   protocol::setSequence(frame, static_cast<std::uint32_t>(++counters.frames));
-  counters.bytes += frame.size();
+  counters.bytes += kHeaderSize + frame.header().length;
   droppedSince = false;
   lastLeft = steadyMicroseconds();
   if (share != nullptr) share->onFrameLeft();

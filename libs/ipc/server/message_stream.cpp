@@ -1,6 +1,8 @@
 // Each pending operation holds a reference to the stream, so it lives until the last one is over.
 #include "ipc/server/message_stream.h"
 
+#include <algorithm>
+#include <array>
 #include <asio/buffer.hpp>
 #include <asio/error.hpp>
 #include <asio/post.hpp>
@@ -16,6 +18,15 @@ std::string reason(const asio::error_code& error) {
     return "the peer closed the connection";
   }
   return error.message();
+}
+
+// Both parts go in one call, without a copy.
+std::array<asio::const_buffer, 2> unsent(const Outgoing& outgoing, std::size_t sent) {
+  const protocol::Bytes head = outgoing.message.bytes();
+  const protocol::Bytes rest = outgoing.rest.bytes;
+  const std::size_t ofHead = std::min(sent, head.size());
+  return {asio::buffer(head.data() + ofHead, head.size() - ofHead),
+          asio::buffer(rest.data() + (sent - ofHead), rest.size() - (sent - ofHead))};
 }
 
 }  // namespace
@@ -82,7 +93,7 @@ void MessageStream::send(Outgoing outgoing) {
 }
 
 bool MessageStream::enqueue(Outgoing outgoing) {
-  const std::size_t size = outgoing.message.size();
+  const std::size_t size = outgoing.size();
   if (!outgoing.frame) return m_queue.pushControl(std::move(outgoing), size);
   m_queue.pushFrame(std::move(outgoing), size);
   return true;
@@ -90,12 +101,11 @@ bool MessageStream::enqueue(Outgoing outgoing) {
 
 void MessageStream::write() {
   while (m_inFlight || takeNext()) {
-    const auto rest = m_inFlight->message.bytes().subspan(m_sent);
     asio::error_code error;
-    m_sent += m_socket.send(asio::buffer(rest.data(), rest.size()), 0, error);
+    m_sent += m_socket.send(unsent(*m_inFlight, m_sent), 0, error);
     if (error == asio::error::would_block) return writeWhenReady();
     if (error) return endLater(reason(error));
-    if (m_sent < m_inFlight->message.size()) continue;
+    if (m_sent < m_inFlight->size()) continue;
     m_counters.bytesOut += m_sent;
     m_inFlight.reset();
   }
@@ -147,7 +157,7 @@ void MessageStream::end(const std::string& why) {
 MessageStream::Counters MessageStream::counters() const {
   Counters counters = m_counters;
   counters.framesDropped = m_queue.dropped();
-  counters.bytesQueued = m_queue.bytes() + (m_inFlight ? m_inFlight->message.size() : 0);
+  counters.bytesQueued = m_queue.bytes() + (m_inFlight ? m_inFlight->size() : 0);
   return counters;
 }
 

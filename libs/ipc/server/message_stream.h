@@ -22,6 +22,9 @@ struct Outgoing {
   bool frame = false;
   std::function<void(protocol::Message&)> onLeave = {};  // just before it is written to the socket
   std::function<void()> onDrop = {};
+  protocol::SharedBytes rest = {};  // sent behind the message, whose header counts it
+
+  std::size_t size() const { return message.size() + rest.bytes.size(); }
 };
 
 // Any more frames would only be outdated. A receiver that leaves more control messages than

@@ -6,6 +6,7 @@
 #include <sys/resource.h>
 
 #include <atomic>
+#include <numeric>
 
 #include "support/raw_peer.h"
 #include "support/resources.h"
@@ -52,6 +53,28 @@ TEST_F(ServerTest, CarriesMessagesBothWays) {
   EXPECT_EQ(server.messages().front(), message(IPC_MSG_SHARE, "{}"));
   server.send(server.awaitClient(), {textMessage(IPC_MSG_DEVICE_CHANGE, "news")});
   EXPECT_EQ(peer.receive(), message(IPC_MSG_DEVICE_CHANGE, "news"));
+}
+
+TEST_F(ServerTest, TheRestOfAMessageFollowsItUncopiedAndIsHeldUntilItIsSent) {
+  TestServer server(path);
+  const RawPeer peer = introduced();
+  const ipc::ClientId client = server.awaitClient();
+  std::vector<std::weak_ptr<const void>> owners;
+  std::vector<Bytes> expected;
+  for (const std::size_t size : {0U, 1U, 100'000U, 3'000'000U}) {  // the last fills the socket
+    const auto data = std::make_shared<Bytes>(size);
+    std::iota(data->begin(), data->end(), static_cast<unsigned char>(size));
+    expected.push_back(message(IPC_MSG_DATA, join({bytesOf("head"), *data})));
+    owners.emplace_back(data);
+    ipc::Outgoing outgoing{textMessage(IPC_MSG_DATA, "head"), true};
+    outgoing.message.announceRest(size);
+    outgoing.rest = {*data, data};
+    server.send(client, std::move(outgoing));
+  }
+  EXPECT_FALSE(owners.back().expired());
+  EXPECT_GT(server.counters(client).bytesQueued, 2'000'000U);
+  for (const Bytes& one : expected) EXPECT_TRUE(peer.receive() == one);
+  for (const auto& owner : owners) EXPECT_TRUE(eventually([&] { return owner.expired(); }));
 }
 
 TEST_F(ServerTest, AReplyCarriesTheCallsNumber) {

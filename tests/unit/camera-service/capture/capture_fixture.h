@@ -26,8 +26,8 @@ struct Reader : service::FrameConsumer {
   service::CaptureRequest request() const override { return wanted; }
   bool onFrame(const service::CapturedFrame& frame) override {
     ++frames;
-    bytes = frame.data.size();
-    size = jpegSize(frame.data);
+    bytes = frame.data.bytes.size();
+    size = jpegSize(frame.data.bytes);
     age = static_cast<std::int64_t>(cameraClock() - frame.time);
     return takesMore;
   }

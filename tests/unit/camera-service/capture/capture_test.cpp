@@ -255,7 +255,7 @@ TEST_F(CaptureTest, H264WhereThereIsAnEncoder) {
     Bytes begin;
     bool onFrame(const CapturedFrame& frame) override {
       if (frames == 0) firstIsKey = frame.key;
-      if (frames++ == 0) begin.assign(frame.data.begin(), frame.data.begin() + 4);
+      if (frames++ == 0) begin.assign(frame.data.bytes.begin(), frame.data.bytes.begin() + 4);
       return true;
     }
   } beginner;

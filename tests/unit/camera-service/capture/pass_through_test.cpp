@@ -11,9 +11,12 @@ using namespace service;
 
 struct Collector : Reader {
   std::vector<Bytes> all;
+  std::vector<protocol::SharedBytes> held;  // as by a queue
   bool onFrame(const CapturedFrame& frame) override {
-    all.emplace_back(frame.data.begin(), frame.data.end());
-    EXPECT_EQ(jpegSize(frame.data), (PictureSize{frame.width, frame.height})) << "frame " << frames;
+    held.push_back(frame.data);
+    all.emplace_back(frame.data.bytes.begin(), frame.data.bytes.end());
+    EXPECT_EQ(jpegSize(frame.data.bytes), (PictureSize{frame.width, frame.height}))
+        << "frame " << frames;
     return Reader::onFrame(frame);
   }
 };
@@ -93,6 +96,44 @@ TEST_F(PassThroughTest, PaddingIsNotSent) {
   padded.resize(padded.size() + 4096);
   EXPECT_TRUE(consumed(padded) == frame);
   EXPECT_TRUE(consumed(padded) == frame);
+}
+
+// A driver has few buffers, and stops without them.
+TEST_F(PassThroughTest, ADriversBuffersGoBackWhileFramesWait) {
+  start(85);
+  const Bytes frame = makeJpeg(320, 240, 85);
+  const std::unique_ptr<GstBufferPool, decltype(&gst_object_unref)> pool(gst_buffer_pool_new(),
+                                                                         gst_object_unref);
+  GstStructure* config = gst_buffer_pool_get_config(pool.get());
+  gst_buffer_pool_config_set_params(config, nullptr, static_cast<guint>(frame.size()), 2, 2);
+  ASSERT_TRUE(gst_buffer_pool_set_config(pool.get(), config));
+  ASSERT_TRUE(gst_buffer_pool_set_active(pool.get(), TRUE));
+  GstBufferPoolAcquireParams noWait = {};
+  noWait.flags = GST_BUFFER_POOL_ACQUIRE_FLAG_DONTWAIT;
+  for (std::size_t i = 1; i <= 8; ++i) {
+    GstBuffer* buffer = nullptr;
+    const auto acquire = [&] {
+      return buffer != nullptr ||
+             gst_buffer_pool_acquire_buffer(pool.get(), &buffer, &noWait) == GST_FLOW_OK;
+    };
+    ASSERT_TRUE(await(acquire)) << "buffer " << i;
+    gst_buffer_fill(buffer, 0, frame.data(), frame.size());
+    ASSERT_EQ(gst_app_src_push_buffer(GST_APP_SRC(source.get()), buffer), GST_FLOW_OK);
+    ASSERT_TRUE(await([&] { return collector.all.size() == i; }));
+    EXPECT_TRUE(collector.all.back() == frame);
+  }
+  gst_buffer_pool_set_active(pool.get(), FALSE);
+}
+
+TEST_F(PassThroughTest, WhatIsHeldStaysAsItWas) {
+  start(85);
+  const std::vector<Bytes> own = frames(8);
+  for (const Bytes& frame : own) consumed(frame);
+  made->remove(collector);
+  ASSERT_EQ(collector.held.size(), own.size());
+  for (std::size_t i = 0; i < own.size(); ++i) {
+    EXPECT_TRUE(std::ranges::equal(collector.held[i].bytes, own[i])) << "frame " << i;
+  }
 }
 
 TEST_F(PassThroughTest, AnIntervalNeedsNoEncoder) {
