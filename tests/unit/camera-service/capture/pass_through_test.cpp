@@ -2,6 +2,7 @@
 // runs the io_context itself and is the camera: it delivers each frame.
 #include <gst/app/gstappsrc.h>
 
+#include "support/text.h"
 #include "unit/camera-service/capture/capture_fixture.h"
 
 namespace lumsar::test {
@@ -219,6 +220,7 @@ TEST_F(PassThroughTest, ACameraThatRaisesItsQualityIsEncodedAtOnce) {
 }
 
 TEST_F(PassThroughTest, ADamagedFrameIsDecodedOrLeftOutAndCounted) {
+  ::testing::internal::CaptureStderr();
   start(85);
   const Bytes frame = makeJpeg(320, 240, 85);
   const Bytes cut(frame.begin(), frame.begin() + static_cast<std::ptrdiff_t>(frame.size() / 2));
@@ -231,6 +233,9 @@ TEST_F(PassThroughTest, ADamagedFrameIsDecodedOrLeftOutAndCounted) {
   EXPECT_TRUE(consumed(frame) == frame) << "and goes on";
   EXPECT_EQ(made->counters().damaged, 4U);
   EXPECT_TRUE(troubles.empty());
+  EXPECT_EQ(occurrences(::testing::internal::GetCapturedStderr(),
+                        "'cam:step' delivered a frame that is cut off; such frames"),
+            1);
 }
 
 TEST_F(PassThroughTest, ADamagedFrameAtFirstHoldsNothingUp) {
