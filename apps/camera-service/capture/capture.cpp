@@ -11,7 +11,6 @@
 #include "lumsar/camera_data.h"
 
 namespace lumsar::service {
-
 namespace {
 
 // A sample whose bytes can be read while it lives.
@@ -143,7 +142,9 @@ void Capture::requestKeyFrame() {
 }
 
 void Capture::drain() {
-  for (auto& sample : m_frames->take()) deliver(std::move(sample));
+  for (auto& sample : m_frames->take()) {
+    if (sample) deliver(std::move(sample));
+  }
 }
 
 void Capture::deliver(GstPtr<GstSample> sample) {
@@ -157,6 +158,7 @@ void Capture::deliver(GstPtr<GstSample> sample) {
               !GST_BUFFER_FLAG_IS_SET(buffer, GST_BUFFER_FLAG_DELTA_UNIT);
   frame.time = captureTime(sample.get());
   const auto mapped = std::make_shared<MappedSample>(std::move(sample));
+  if (mapped->bytes().empty()) return;
   frame.data = {mapped->bytes(), mapped};
   m_events.onFrame(frame);
 }

@@ -5,9 +5,6 @@
 namespace lumsar::service {
 namespace {
 
-// Older ones are outdated.
-constexpr std::size_t kNewest = 2;
-
 void probe(GstElement* element, const char* padName, const std::shared_ptr<FrameTap>& tap,
            GstPadProbeCallback callback) {
   const GstPtr<GstPad> pad(gst_element_get_static_pad(element, padName));
@@ -109,9 +106,10 @@ void FrameTap::onEncoded() {
 
 void FrameTap::push(GstPtr<GstSample> sample) {
   std::unique_lock lock(m_mutex);
-  if (m_frames.size() == kNewest) m_frames.erase(m_frames.begin());
-  m_frames.push_back(std::move(sample));
-  const bool first = m_frames.size() == 1;
+  auto& [older, newer] = m_frames;
+  const bool first = !older;
+  if (newer) older = std::move(newer);
+  (first ? older : newer) = std::move(sample);
   lock.unlock();
   if (first) m_events.onFrames();
 }
@@ -121,7 +119,7 @@ void FrameTap::setPlan(const CapturePlan& plan) {
   m_plan = plan;
 }
 
-std::vector<GstPtr<GstSample>> FrameTap::take() {
+FrameTap::Newest FrameTap::take() {
   const std::lock_guard lock(m_mutex);
   return std::exchange(m_frames, {});
 }

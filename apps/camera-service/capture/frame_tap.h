@@ -7,12 +7,12 @@
 // frames keep their order, and none is lost when it changes from one to the other.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <vector>
 
 #include "capture/capture_pipeline.h"
 #include "capture/pacer.h"
@@ -28,13 +28,16 @@ class FrameTap : public std::enable_shared_from_this<FrameTap> {
     std::function<void(const char* why)> onFirstDamaged;  // "it ..."; the others are only counted
   };
 
+  // Oldest first; without a sample where there is none. Older frames are outdated.
+  using Newest = std::array<GstPtr<GstSample>, 2>;
+
   FrameTap(const CapturePlan& plan, Events events);
 
   // The pipeline holds the tap from then on.
   void attach(const CapturePipeline& pipeline);
 
   void setPlan(const CapturePlan& plan);
-  std::vector<GstPtr<GstSample>> take();
+  Newest take();
   // What becomes of the camera's frames, by the latest.
   std::string treatment() const;
   // Mean time that the encoder took for a frame, µs.
@@ -55,7 +58,7 @@ class FrameTap : public std::enable_shared_from_this<FrameTap> {
   mutable std::mutex m_mutex;
   CapturePlan m_plan;
   Treatment m_treatment;
-  std::vector<GstPtr<GstSample>> m_frames;
+  Newest m_frames;
 
   Pacer m_pacer;           // these three on the streaming thread
   bool m_discard = false;  // what comes next out of the encoder: it was passed through
