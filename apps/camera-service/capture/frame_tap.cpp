@@ -2,6 +2,8 @@
 
 #include <gst/app/gstappsink.h>
 
+#include <utility>
+
 namespace lumsar::service {
 namespace {
 
