@@ -21,8 +21,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kUpdateInterval = 200ms;
-constexpr auto kPageInterval = 500ms;
+constexpr auto kFinishingInterval = 200ms;  // how often to look for sinks that have finished
 constexpr auto kFileInterval = 1s;
 constexpr std::size_t kMaxConnections = 16;
 constexpr std::ptrdiff_t kMaxConnectionsPerHost = 8;
@@ -109,8 +108,7 @@ bool Program::turn(int endSignal) {
                           {hasCapacity ? m_direct->descriptor() : -1, POLLIN, 0}};
   const std::size_t first = fds.size();
   for (const auto& connection : m_connections) fds.push_back(connection->pollRequest());
-  const int timeout = base::pollTimeout(std::min(m_end, Clock::now() + kUpdateInterval));
-  if (poll(fds.data(), fds.size(), timeout) < 0) return !m_stop;
+  if (poll(fds.data(), fds.size(), base::pollTimeout(due())) < 0) return !m_stop;
   if (fds[1].revents != 0) m_wakeUp.clear();
   if (fds[0].revents != 0 || m_stop) return false;
   for (std::size_t i = 0; i + first < fds.size(); ++i) {
@@ -146,14 +144,21 @@ void Program::update() {
   for (const auto& connection : m_connections) connection->update(now);
   std::erase_if(m_connections, [](const auto& connection) { return connection->over(); });
   m_gallery.update();
-  if (m_viewer && now - m_pageUpdated >= kPageInterval) {
-    m_pageUpdated = now;
-    m_hub->setStatus(statusJson());
-  }
+  if (m_hub->needsStatus()) m_hub->setStatus(statusJson());
   if (now - m_fileWritten >= kFileInterval) {
     m_fileWritten = now;
     writeStatusFile();
   }
+}
+
+// When to look again though nothing has happened.
+Clock::time_point Program::due() const {
+  Clock::time_point due = m_end;
+  for (const auto& connection : m_connections) due = std::min(due, connection->due());
+  if (m_direct) due = std::min(due, m_direct->resumes());
+  if (m_gallery.finishing()) due = std::min(due, Clock::now() + kFinishingInterval);
+  if (!m_options.statusFile.empty()) due = std::min(due, m_fileWritten + kFileInterval);
+  return due;
 }
 
 void Program::writeStatusFile() {

@@ -41,6 +41,7 @@ class Program {
   void acceptDirect();
   bool hasPlaceFor(const std::string& host) const;
   void update();
+  Clock::time_point due() const;
   void writeStatusFile();
 
   const Options m_options;
@@ -49,13 +50,12 @@ class Program {
   const Clock::time_point m_end;
   base::EventFd m_wakeUp;
   std::atomic<bool> m_stop{false};
-  const std::shared_ptr<ViewHub> m_hub = std::make_shared<ViewHub>();
+  const std::shared_ptr<ViewHub> m_hub = std::make_shared<ViewHub>([this] { m_wakeUp.wake(); });
   Gallery m_gallery;
   std::vector<std::unique_ptr<Connection>> m_connections;
   std::unique_ptr<Viewer> m_viewer;
   std::optional<PeerListener> m_direct;
   int m_directCount = 0;
-  Clock::time_point m_pageUpdated;
   Clock::time_point m_fileWritten;
   bool m_loggedFileError = false;
 };

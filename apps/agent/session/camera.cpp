@@ -108,8 +108,8 @@ void Camera::requestKeyFrame() {
 
 void Camera::update(Clock::time_point now) {
   const unsigned before = std::exchange(m_consumers, consumers());
+  if (m_consumers > 0 || before > 0) m_lastConsumed = now;
   if (m_consumers > 0) {
-    m_lastConsumed = now;
     if (!m_started) {
       start(now);
     } else if (m_consumers > before && m_format.encoding == kEncodingH264) {
@@ -120,6 +120,12 @@ void Camera::update(Clock::time_point now) {
     stop(true);
   }
   if (m_started && now - m_lastStatistics >= kStatisticsInterval) sendStatistics(now);
+}
+
+Clock::time_point Camera::due() const {
+  if (!m_started) return Clock::time_point::max();
+  const auto statistics = m_lastStatistics + kStatisticsInterval;
+  return m_consumers > 0 ? statistics : std::min(statistics, m_lastConsumed + kStopDelay);
 }
 
 void Camera::start(Clock::time_point now) {

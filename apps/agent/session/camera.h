@@ -47,6 +47,8 @@ class Camera {
   void update(Clock::time_point now);
   // The service shares the camera once more, unchanged: who uses it goes on.
   void repeatStart();
+  // When to call it again though nothing has happened.
+  Clock::time_point due() const;
   // Stops the camera if it runs; its sinks finish.
   void retire(bool tellService);
   bool sinksClosed() const;

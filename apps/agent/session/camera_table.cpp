@@ -79,6 +79,12 @@ void CameraTable::update(Clock::time_point now) {
   for (const auto& [number, camera] : m_cameras) camera->update(now);
 }
 
+Clock::time_point CameraTable::due() const {
+  auto due = Clock::time_point::max();
+  for (const auto& [number, camera] : m_cameras) due = std::min(due, camera->due());
+  return due;
+}
+
 void CameraTable::dropAll(const std::string& why, bool tellService) {
   for (auto& [number, camera] : m_cameras) {
     base::logInfo("camera \"{}\" removed: {}", camera->info().name, why);

@@ -19,6 +19,7 @@ class CameraTable {
 
   void takeRecord(Bytes record);
   void update(Clock::time_point now);
+  Clock::time_point due() const;
   void dropAll(const std::string& why, bool tellService);
 
   void appendStatus(std::vector<CameraStatus>& to) const;

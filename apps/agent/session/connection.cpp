@@ -1,5 +1,6 @@
 #include "session/connection.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "base/log.h"
@@ -62,7 +63,7 @@ void Connection::readSome() {
     const ssize_t got = m_transport->read(m_endpoint.room());
     if (got < 0) return disconnect("disconnected");
     if (got == 0) return;
-    m_lastRead = Clock::now();
+    m_stallTime = Clock::now() + kStallTimeout;
     m_endpoint.received(static_cast<std::size_t>(got));
   }
 }
@@ -120,11 +121,26 @@ void Connection::streamFault() {
 void Connection::update(Clock::time_point now) {
   if (!m_transport->attached()) tryAttach();
   if (m_unsent.size() > kMaxUnsent) return disconnect("has stopped reading, disconnected");
-  if (now - m_lastRead > kStallTimeout) m_endpoint.stalled();
+  checkStalled(now);
   wakeUpHost(now);
   checkHello(now);
   checkIdle(now);
   m_cameras.update(now);
+}
+
+Clock::time_point Connection::due() const {
+  constexpr auto kNever = Clock::time_point::max();
+  if (!m_transport->attached()) return m_transport->nextAttempt();
+  const auto hello = m_hello == Hello::NotExpected ? kNever : m_helloDeadline;
+  return std::min({hello, m_cameras.due(), m_stallTime.value_or(kNever),
+                   m_wakeUpProbeTime.value_or(kNever), idleDeadline().value_or(kNever)});
+}
+
+// Only what comes changes what a stall brings to light, so it is looked for once.
+void Connection::checkStalled(Clock::time_point now) {
+  if (!m_stallTime || now < *m_stallTime) return;
+  m_stallTime.reset();
+  m_endpoint.stalled();
 }
 
 // An emulator delivers what it has held back for a closed port only when the port is written to:
@@ -160,9 +176,15 @@ void Connection::checkHello(Clock::time_point now) {
 
 // Whoever holds a place of the few must have a use for it.
 void Connection::checkIdle(Clock::time_point now) {
-  if (m_idleTimeout.count() == 0 || m_status.hellos == 0 || m_cameras.announcements() > 0) return;
-  if (now - m_establishedAt < m_idleTimeout || !m_transport->attached()) return;
+  const auto deadline = idleDeadline();
+  if (!deadline || now < *deadline || !m_transport->attached()) return;
   disconnect("has announced no camera, disconnected so that others can connect");
+}
+
+std::optional<Clock::time_point> Connection::idleDeadline() const {
+  if (m_idleTimeout.count() == 0 || m_status.hellos == 0 || m_cameras.announcements() > 0)
+    return {};
+  return m_establishedAt + m_idleTimeout;
 }
 
 void Connection::finish() {

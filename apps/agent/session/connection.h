@@ -37,8 +37,10 @@ class Connection : private EndpointEvents {
   // What to wait for, and what has come of it.
   pollfd pollRequest() const;
   void handle(short events);
-  // To be called regularly: attaches, starts and stops cameras, sends statistics.
+  // To be called after whatever has happened, and when it is due: attaches, starts and stops
+  // cameras, sends statistics.
   void update(Clock::time_point now);
+  Clock::time_point due() const;
   // Stops all cameras, tells the service, and waits a moment for that to be sent.
   void finish();
 
@@ -69,6 +71,8 @@ class Connection : private EndpointEvents {
   void expectHello(Hello hello);
   void checkHello(Clock::time_point now);
   void checkIdle(Clock::time_point now);
+  std::optional<Clock::time_point> idleDeadline() const;
+  void checkStalled(Clock::time_point now);
   void wakeUpHost(Clock::time_point now);
 
   const std::chrono::milliseconds m_helloTimeout;
@@ -77,7 +81,7 @@ class Connection : private EndpointEvents {
   Endpoint m_endpoint;
   CameraTable m_cameras;
   std::vector<unsigned char> m_unsent;
-  Clock::time_point m_lastRead;
+  std::optional<Clock::time_point> m_stallTime;  // if nothing comes until then
   Hello m_hello = Hello::NotExpected;
   Clock::time_point m_helloDeadline;
   Clock::time_point m_establishedAt;

@@ -27,6 +27,8 @@ class Gallery {
   void retire(std::unique_ptr<Camera> camera, bool tellService);
   // Destroys sinks that have finished.
   void update();
+  // Whether there are sinks that have not.
+  bool finishing() const { return !m_retired.empty(); }
   // Waits until everything is written. False, and logged, when sinks have not finished by the
   // timeout: these cannot be destroyed.
   bool finish(std::chrono::milliseconds timeout);

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/epoll.h>
 #include <termios.h>
 
 #include <cerrno>
@@ -13,6 +14,9 @@
 
 namespace lumsar::agent {
 namespace {
+
+// How often to look for a device that is not there or is used: nothing tells of that.
+constexpr std::chrono::milliseconds kRetryInterval{200};
 
 // A terminal would change bytes and echo them. False if it is not a terminal.
 bool makeRaw(int fd) {
@@ -64,9 +68,21 @@ bool DeviceTransport::openDevice() {
     return false;
   }
   m_isTerminal = makeRaw(m_device.get());
+  watch();
   m_lastProblem.clear();
   base::logDebug("opened {}", *path);
   return true;
+}
+
+void DeviceTransport::watch() {
+  m_watch.reset(epoll_create1(EPOLL_CLOEXEC));
+  epoll_event changes{.events = EPOLLIN | EPOLLOUT | EPOLLET, .data = {}};
+  if (epoll_ctl(m_watch.get(), EPOLL_CTL_ADD, m_device.get(), &changes) != 0) m_watch.reset();
+}
+
+std::chrono::steady_clock::time_point DeviceTransport::nextAttempt() const {
+  if (m_device && m_watch) return std::chrono::steady_clock::time_point::max();
+  return m_lastAttempt + kRetryInterval;
 }
 
 void DeviceTransport::warnOnce(const std::string& problem) {
@@ -74,7 +90,10 @@ void DeviceTransport::warnOnce(const std::string& problem) {
 }
 
 bool DeviceTransport::attach() {
+  m_lastAttempt = std::chrono::steady_clock::now();
   if (!m_device && !openDevice()) return false;
+  epoll_event change;
+  epoll_wait(m_watch.get(), &change, 1, 0);  // what comes from here on is new
   m_attached = hasClient(m_device.get());
   if (!m_attached && m_isTerminal) m_device.reset();  // a line once hung up stays so
   return m_attached;

@@ -20,9 +20,12 @@ class DeviceTransport : public Transport {
   // `find` gives the device's path whenever it has to be opened; `what` names it in the log.
   DeviceTransport(std::function<std::optional<std::string>()> find, std::string what);
 
-  // Without a client, poll would return at once, again and again.
-  int descriptor() const override { return m_attached ? m_device.get() : -1; }
+  // Without a client poll would return at once, again and again: m_watch tells of changes only.
+  int descriptor() const override {
+    return m_attached || !m_device ? m_device.get() : m_watch.get();
+  }
   bool attached() const override { return m_attached; }
+  std::chrono::steady_clock::time_point nextAttempt() const override;
   bool attach() override;
   ssize_t read(std::span<unsigned char> to) override;
   ssize_t write(std::span<const unsigned char> from) override;
@@ -32,11 +35,14 @@ class DeviceTransport : public Transport {
 
  private:
   bool openDevice();
+  void watch();
   void warnOnce(const std::string& problem);
 
   std::function<std::optional<std::string>()> m_find;
   std::string m_what;
   base::UniqueFd m_device;
+  base::UniqueFd m_watch;  // an epoll set with the device; empty if that cannot be watched
+  std::chrono::steady_clock::time_point m_lastAttempt;
   bool m_isTerminal = false;
   bool m_attached = false;
   std::string m_lastProblem;

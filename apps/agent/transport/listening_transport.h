@@ -40,6 +40,9 @@ class ListenTransport : public SocketTransport {
 
   int descriptor() const override;
   bool attach() override;
+  std::chrono::steady_clock::time_point nextAttempt() const override {
+    return m_listener.resumes();
+  }
   bool reusable() const override { return true; }
 
  private:

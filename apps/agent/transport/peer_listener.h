@@ -24,6 +24,7 @@ class PeerListener {
 
   const std::string& name() const { return m_acceptor.name(); }
   int descriptor() const { return m_acceptor.descriptor(); }
+  std::chrono::steady_clock::time_point resumes() const { return m_acceptor.resumes(); }
   // The next peer; nothing if none is waiting or it may not connect.
   std::optional<AcceptedPeer> accept();
 

@@ -30,6 +30,7 @@ class XrdpTransport : public Transport {
   int descriptor() const override { return m_descriptor; }
   bool attached() const override { return m_channel != nullptr; }
   bool attach() override;
+  std::chrono::steady_clock::time_point nextAttempt() const override { return m_nextAttempt; }
   ssize_t read(std::span<unsigned char> to) override;
   ssize_t write(std::span<const unsigned char> from) override;
   void detach() override;

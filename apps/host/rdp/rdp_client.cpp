@@ -84,9 +84,10 @@ struct RdpClient::Context {
   RdpClient* client;
 };
 
-RdpClient::RdpClient(const RdpTarget& target, RdpChannel& channel)
+RdpClient::RdpClient(const RdpTarget& target, RdpChannel& channel, std::function<void()> onWaiting)
     : m_target(target),
       m_channel(channel),
+      m_onWaiting(std::move(onWaiting)),
       m_wake(CreateEventA(nullptr, TRUE, FALSE, nullptr)),
       m_instance(freerdp_new()) {
   if (m_wake == nullptr || m_instance == nullptr) throw std::bad_alloc();
@@ -156,8 +157,10 @@ void RdpClient::stateChanged(void* context, ConnectionStateChangeEventArgs* chan
   RdpClient& client = *static_cast<Context*>(context)->client;
   const bool active = change->active == TRUE;
   // In this order, for endIfSilent() may look in between.
-  if (client.m_active && !active) client.m_waitingSince = Clock::now();
+  const bool waits = client.m_active && !active;
+  if (waits) client.m_waitingSince = Clock::now();
   client.m_active = active;
+  if (waits) client.m_onWaiting();
   if (change->state == CONNECTION_STATE_INITIAL && !client.m_wasConnected) client.attemptFailed();
 }
 
@@ -284,8 +287,14 @@ std::string RdpClient::lastError() const {
   return why;
 }
 
+std::optional<RdpClient::Clock::time_point> RdpClient::answerDeadline() const {
+  if (m_active) return std::nullopt;
+  return m_waitingSince.load() + m_target.answerLimit;
+}
+
 void RdpClient::endIfSilent() {
-  if (m_active || Clock::now() - m_waitingSince.load() < m_target.answerLimit) return;
+  const auto deadline = answerDeadline();
+  if (!deadline || Clock::now() < *deadline) return;
   m_wasSilent = true;
   end();
 }

@@ -1,6 +1,6 @@
 // RdpClient: one connection to an RDP server that carries nothing but our channel; the desktop is
 // requested as small as possible and discarded. Made, run and destroyed on the transport's thread;
-// wake(), endIfSilent() and end() may be called on any other.
+// wake(), endIfSilent(), answerDeadline() and end() may be called on any other.
 #pragma once
 
 #include <freerdp/error.h>
@@ -10,7 +10,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "rdp/rdp_channel.h"
@@ -42,7 +44,9 @@ class RdpClient {
     std::string why;
   };
 
-  RdpClient(const RdpTarget& target, RdpChannel& channel);
+  // `onWaiting` is called on the transport's thread when a connection begins to wait for a server
+  // to which it was redirected.
+  RdpClient(const RdpTarget& target, RdpChannel& channel, std::function<void()> onWaiting);
   ~RdpClient();
   RdpClient(const RdpClient&) = delete;
   RdpClient& operator=(const RdpClient&) = delete;
@@ -56,6 +60,8 @@ class RdpClient {
   // Ends an attempt to connect that lasts longer than the target's timeout, also one to which the
   // server has redirected a connection.
   void endIfSilent();
+  // When that may be; nothing while connected.
+  std::optional<std::chrono::steady_clock::time_point> answerDeadline() const;
   void end();
 
  private:
@@ -85,6 +91,7 @@ class RdpClient {
 
   const RdpTarget& m_target;
   RdpChannel& m_channel;
+  const std::function<void()> m_onWaiting;
   const std::unique_ptr<void, Closer> m_wake;
   freerdp* m_instance = nullptr;
   std::atomic<bool> m_active{false};                            // connected

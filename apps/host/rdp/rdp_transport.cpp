@@ -3,6 +3,8 @@
 #include <winpr/ssl.h>
 #include <winpr/wlog.h>
 
+#include <algorithm>
+#include <asio/post.hpp>
 #include <csignal>
 #include <exception>
 
@@ -14,7 +16,6 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kFirstBackOff{250};
 constexpr milliseconds kLongestBackOff{5000};
-constexpr std::chrono::seconds kWatchInterval{1};
 constexpr milliseconds kEndInterval{100};
 // How often to try a user whom the server may be refusing; more could lock the account.
 constexpr int kMaxLogOns = 3;
@@ -35,7 +36,8 @@ RdpTransport::RdpTransport(asio::io_context& loop, SendQueue& queue, Inbox& inbo
       m_inbox(inbox),
       m_directory(std::in_place),
       m_target(std::move(target)),
-      m_watch(loop) {
+      m_watch(loop),
+      m_work(asio::make_work_guard(loop)) {
   m_target.stateDirectory = m_directory->path().string();
   quietLibrary(m_target.verbose);
   winpr_InitializeSSL(WINPR_SSL_INIT_DEFAULT);
@@ -49,12 +51,12 @@ RdpTransport::~RdpTransport() {
 
 void RdpTransport::start() {
   m_thread = std::thread([this] { run(); });
-  watch();
 }
 
 void RdpTransport::stop() {
   if (!m_thread.joinable()) return;
   m_watch.cancel();
+  m_work.reset();
   m_inbox.end();
   {
     std::unique_lock lock(m_mutex);
@@ -94,7 +96,7 @@ void RdpTransport::run() {
 RdpClient::Outcome RdpTransport::attempt() {
   RdpClient::Outcome outcome;
   try {
-    Attempt current(m_queue, m_inbox, m_target);
+    Attempt current(m_queue, m_inbox, m_target, [this] { watchSoon(); });
     if (!show(&current)) return outcome;
     outcome = current.client.run();
     show(nullptr);
@@ -109,6 +111,7 @@ bool RdpTransport::show(Attempt* attempt) {
   const std::lock_guard lock(m_mutex);
   m_attempt = m_stopping ? nullptr : attempt;
   m_changed.notify_all();
+  if (m_attempt != nullptr) watchSoon();
   return !m_stopping;
 }
 
@@ -118,15 +121,24 @@ bool RdpTransport::pause(milliseconds time) {
   return !m_changed.wait_for(lock, time, [this] { return m_stopping; });
 }
 
+void RdpTransport::watchSoon() {
+  asio::post(m_watch.get_executor(), [this] { watch(); });
+}
+
+// Ends an attempt at its deadline, and again while it has not ended: the library loses a request
+// that comes before it has begun.
 void RdpTransport::watch() {
-  m_watch.expires_after(kWatchInterval);
+  std::optional<std::chrono::steady_clock::time_point> deadline;
+  {
+    const std::lock_guard lock(m_mutex);
+    if (m_attempt == nullptr || m_stopping) return;
+    m_attempt->client.endIfSilent();
+    deadline = m_attempt->client.answerDeadline();
+  }
+  if (!deadline) return;
+  m_watch.expires_at(std::max(*deadline, std::chrono::steady_clock::now() + kEndInterval));
   m_watch.async_wait([this](std::error_code error) {
-    if (error) return;
-    {
-      const std::lock_guard lock(m_mutex);
-      if (m_attempt != nullptr) m_attempt->client.endIfSilent();
-    }
-    watch();
+    if (!error) watch();
   });
 }
 

@@ -2,6 +2,7 @@
 // The RDP library lives on its own thread, one RdpClient after another.
 #pragma once
 
+#include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
 #include <chrono>
@@ -31,8 +32,9 @@ class RdpTransport final : public Transport {
 
  private:
   struct Attempt {
-    Attempt(SendQueue& queue, Inbox& inbox, const RdpTarget& target)
-        : channel(queue, inbox), client(target, channel) {}
+    Attempt(SendQueue& queue, Inbox& inbox, const RdpTarget& target,
+            std::function<void()> onWaiting)
+        : channel(queue, inbox), client(target, channel, std::move(onWaiting)) {}
     RdpChannel channel;
     RdpClient client;
   };
@@ -41,6 +43,7 @@ class RdpTransport final : public Transport {
   RdpClient::Outcome attempt();
   bool show(Attempt* attempt);
   bool pause(std::chrono::milliseconds time);
+  void watchSoon();
   void watch();
 
   SendQueue& m_queue;
@@ -48,6 +51,8 @@ class RdpTransport final : public Transport {
   std::optional<base::TemporaryDirectory> m_directory;  // until stop()
   RdpTarget m_target;
   asio::steady_timer m_watch;
+  // The loop has nothing else to wait for while there is no deadline.
+  std::optional<asio::executor_work_guard<asio::io_context::executor_type>> m_work;
   std::mutex m_mutex;            // guards the two below
   Attempt* m_attempt = nullptr;  // while it runs
   bool m_stopping = false;

@@ -17,14 +17,18 @@ CameraHost::CameraHost(asio::io_context& loop, Report& report, Settings settings
       m_commands(m_plugin, report, m_settings.status, m_settings.keepsResults),
       m_session(m_pluginLoop.get_executor(), loop, m_plugin, m_settings.driver, m_queue, report,
                 {.onHandshake = [this](bool sharesAll) { handshake(sharesAll); },
-                 .onRefused = m_settings.onRefused}),
+                 .onRefused = m_settings.onRefused,
+                 .onService = [this] { m_serviceWatch.askSoon(); }}),
       m_serviceWatch(
           m_pluginLoop.get_executor(), [this] { return m_session.state().initialised; },
           [this] { return m_commands.serviceAnswers(); },
           [this] { m_session.recover("it does not answer"); }),
-      m_pluginThread([this] { serve(); }) {}
+      m_pluginThread([this] { serve(); }) {
+  onServiceClosed([this] { post([this] { m_serviceWatch.askSoon(); }); });
+}
 
 CameraHost::~CameraHost() {
+  onServiceClosed({});
   m_inbox->end();
   m_pluginLoop.stop();
   m_pluginThread.join();
@@ -79,6 +83,7 @@ void CameraHost::run(std::vector<std::string> commands, std::function<void(bool 
     for (const std::string& command : commands) {
       if (m_stopping) return;
       quits = !m_commands.run(command);
+      m_serviceWatch.askSoon();
       if (quits) break;
     }
     done(quits);

@@ -73,13 +73,17 @@ const char* statusWords(int status) {
   return ipcWords != nullptr ? ipcWords : "unknown status";
 }
 
-std::mutex logMutex;  // guards the two below
+constexpr const char* kServiceClosed = "Ipc connection disconnet!!";
+
+std::mutex logMutex;  // guards the three below
 Report* logReport = nullptr;
 bool logEverything = false;
+std::function<void()> logServiceClosed;
 
 void writeLog(QtMsgType type, const QMessageLogContext& /*context*/, const QString& text) {
   const std::lock_guard lock(logMutex);
   if (logReport == nullptr) return;
+  if (logServiceClosed && text.startsWith(QLatin1String(kServiceClosed))) logServiceClosed();
   if (!logEverything && type != QtCriticalMsg && type != QtFatalMsg) return;
   const char* level = type == QtDebugMsg     ? "debug"
                       : type == QtInfoMsg    ? "info"
@@ -124,6 +128,11 @@ PluginLog::PluginLog(Report& report, bool everything) {
   logReport = &report;
   logEverything = everything;
   qInstallMessageHandler(writeLog);
+}
+
+void onServiceClosed(std::function<void()> closed) {
+  const std::lock_guard lock(logMutex);
+  logServiceClosed = std::move(closed);
 }
 
 PluginLog::~PluginLog() {

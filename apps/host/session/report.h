@@ -44,4 +44,8 @@ class PluginLog {
   PluginLog& operator=(const PluginLog&) = delete;
 };
 
+// While the plug-in's log is shown, `closed` is called when it tells of the end of the connection
+// to the camera service, which is all that the plug-in tells an RDP host of that. On any thread.
+void onServiceClosed(std::function<void()> closed);
+
 }  // namespace lumsar::host

@@ -97,6 +97,7 @@ void Session::initialised() {
   m_backOff.reset();
   update([](State& state) { state.initialised = true; });
   m_report.note("connected to the camera service");
+  m_actions.onService();
   if (!m_state.channelOpen) return;
   m_driver->repeatHandshake();
   expectWord();
@@ -223,7 +224,8 @@ void Session::pass(std::span<unsigned char> message) {
   const bool inTime = m_calls.run(
       timeout, [&] { m_plugin.Handler(message.data(), static_cast<int>(message.size())); },
       [this] { m_report.note("the camera service has stopped reading; waiting for it"); });
-  if (!inTime) recover("it has stopped reading");
+  if (!inTime) return recover("it has stopped reading");
+  m_actions.onService();
 }
 
 void Session::handshakeCompleted(const RedirMsgHeader& header) {

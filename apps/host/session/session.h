@@ -40,6 +40,8 @@ class Session final : public ChannelListener {
     std::function<void(bool sharesAll)> onHandshake;
     // There will be no channel to the VM.
     std::function<void()> onRefused;
+    // Something was to be done with the camera service.
+    std::function<void()> onService = [] {};
   };
 
   Session(const asio::any_io_executor& executor, asio::io_context& loop, const Plugin& plugin,

@@ -18,6 +18,10 @@ class Acceptor {
   // What to poll for connections; -1 during a pause, which ends without any event.
   int descriptor() const { return pausing() ? -1 : m_listener.get(); }
   bool pausing() const { return Clock::now() < m_resume; }
+  // When poll() has to return for the pause to end; never if there is none.
+  std::chrono::steady_clock::time_point resumes() const {
+    return pausing() ? m_resume : Clock::time_point::max();
+  }
   // The next connection; nothing if none is waiting or there is no descriptor for it.
   UniqueFd accept();
 

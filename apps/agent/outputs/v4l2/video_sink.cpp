@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "base/deadline.h"
 #include "base/log.h"
 #include "outputs/jpeg.h"
 
@@ -14,11 +15,10 @@ using namespace std::chrono_literals;
 
 // Programs open all cameras for a moment just to query them; that is not a consumer.
 constexpr auto kQueryTime = 100ms;
-// In case a notification was missed.
-constexpr auto kReaderCheckInterval = 5s;
+// In case a notification was missed, as of a program with a device file of its own.
+constexpr auto kReaderCheckInterval = 10s;
 constexpr auto kSearchInterval = 2s;
 constexpr auto kFormatCheckInterval = 1s;
-constexpr int kWaitMs = 500;
 
 }  // namespace
 
@@ -70,7 +70,9 @@ void VideoSink::run() {
 
 void VideoSink::waitForEvent() {
   pollfd fds[] = {{m_wakeUp.get(), POLLIN, 0}, {m_device ? m_device->changes() : -1, POLLIN, 0}};
-  if (poll(fds, 2, kWaitMs) <= 0) return;
+  const auto due =
+      m_device ? m_lastReaderCheck + kReaderCheckInterval : m_lastSearch + kSearchInterval;
+  if (poll(fds, 2, base::pollTimeout(due)) <= 0) return;
   m_wakeUp.clear();
   if (fds[1].revents == 0) return;
   m_device->clearChanges();

@@ -10,6 +10,7 @@
 #include <system_error>
 #include <utility>
 
+#include "base/deadline.h"
 #include "base/files.h"
 #include "base/log.h"
 #include "base/net/peer.h"
@@ -21,7 +22,6 @@ namespace {
 
 constexpr std::size_t kMaxConnections = 64;
 constexpr std::ptrdiff_t kMaxConnectionsPerClient = 12;  // a browser opens six
-constexpr int kTurnMs = 500;  // how soon connections that have ended give back what they hold
 constexpr timeval kSendTimeout{5, 0};
 
 constexpr std::string_view kSecurityHeaders =
@@ -69,7 +69,8 @@ HttpServer::HttpServer(std::uint16_t port, std::string key, Handler handler)
       m_thread([this] { run(); }) {}
 
 HttpServer::~HttpServer() {
-  m_end.wake();
+  m_ending = true;
+  m_wakeUp.wake();
   m_thread.join();
   for (auto& connection : m_connections) shutdown(connection.socket.get(), SHUT_RDWR);
   for (auto& connection : m_connections) connection.thread.join();
@@ -80,10 +81,10 @@ std::uint16_t HttpServer::port() const {
 }
 
 void HttpServer::run() {
-  for (;;) {
-    pollfd fds[] = {{m_end.get(), POLLIN, 0}, {m_listener.descriptor(), POLLIN, 0}};
-    if (poll(fds, 2, kTurnMs) < 0) continue;
-    if (fds[0].revents != 0) return;
+  while (!m_ending) {
+    pollfd fds[] = {{m_wakeUp.get(), POLLIN, 0}, {m_listener.descriptor(), POLLIN, 0}};
+    if (poll(fds, 2, base::pollTimeout(m_listener.resumes())) < 0) continue;
+    if (fds[0].revents != 0) m_wakeUp.clear();
     reap();
     if (fds[1].revents != 0) acceptOne();
   }
@@ -138,6 +139,7 @@ void HttpServer::serve(Connection& connection) {
   }
   shutdown(connection.socket.get(), SHUT_RDWR);
   connection.done = true;
+  m_wakeUp.wake();
 }
 
 void HttpServer::reap() {

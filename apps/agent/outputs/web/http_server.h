@@ -66,7 +66,8 @@ class HttpServer {
   const std::string m_key;
   const Handler m_handler;
   base::Acceptor m_listener;
-  base::EventFd m_end;
+  base::EventFd m_wakeUp;  // a connection has ended, or all is to end
+  std::atomic<bool> m_ending{false};
   std::list<Connection> m_connections;  // used by the accepting thread, then by the destructor
   std::thread m_thread;
 };

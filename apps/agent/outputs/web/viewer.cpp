@@ -13,6 +13,7 @@ using namespace std::chrono_literals;
 
 constexpr std::string_view kBoundary = "--lumsar-picture\r\n";
 constexpr auto kCheckInterval = 500ms;  // how often to check a viewer without frames
+constexpr auto kStatusTimeout = 500ms;  // while a disk or a device holds up the channel thread
 constexpr auto kOneFrameTimeout = 5s;   // a camera may need a while to start
 constexpr std::string_view kPageHeaders =
     "Content-Security-Policy: default-src 'none'; img-src 'self' data:; style-src 'unsafe-inline'; "
@@ -108,13 +109,27 @@ std::shared_ptr<ViewStream> ViewHub::find(int handle) const {
   return found == m_streams.end() ? nullptr : found->second;
 }
 
-void ViewHub::setStatus(std::string json) {
+bool ViewHub::needsStatus() const {
   const std::lock_guard lock(m_mutex);
-  m_status = std::move(json);
+  return m_needsStatus;
 }
 
-std::string ViewHub::status() const {
-  const std::lock_guard lock(m_mutex);
+void ViewHub::setStatus(std::string json) {
+  {
+    const std::lock_guard lock(m_mutex);
+    m_status = std::move(json);
+    m_needsStatus = false;
+  }
+  m_statusSet.notify_all();
+}
+
+std::string ViewHub::status() {
+  std::unique_lock lock(m_mutex);
+  if (m_askForStatus) {
+    m_needsStatus = true;
+    m_askForStatus();
+    m_statusSet.wait_for(lock, kStatusTimeout, [this] { return !m_needsStatus; });
+  }
   return m_status;
 }
 

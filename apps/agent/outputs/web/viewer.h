@@ -5,6 +5,8 @@
 //   /status.json  what --json prints  /camera/N.jpg     one frame
 #pragma once
 
+#include <condition_variable>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -18,14 +20,23 @@ namespace lumsar::agent {
 // What sinks and requests share. Thread-safe.
 class ViewHub {
  public:
+  // `askForStatus` is called when a request needs a new one, which setStatus() then brings soon.
+  explicit ViewHub(std::function<void()> askForStatus = {})
+      : m_askForStatus(std::move(askForStatus)) {}
+
   void add(int handle, std::shared_ptr<ViewStream> stream);
   void remove(int handle);
   std::shared_ptr<ViewStream> find(int handle) const;
+  bool needsStatus() const;
   void setStatus(std::string json);
-  std::string status() const;
+  // The latest, if no new one comes in time.
+  std::string status();
 
  private:
+  const std::function<void()> m_askForStatus;
   mutable std::mutex m_mutex;
+  std::condition_variable m_statusSet;
+  bool m_needsStatus = false;
   std::map<int, std::shared_ptr<ViewStream>> m_streams;
   std::string m_status = "{}";
 };

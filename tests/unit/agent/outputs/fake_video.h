@@ -30,6 +30,7 @@ class FakeVideo {
   std::mutex mutex;
   std::map<std::string, FakeNode> nodes;
   std::atomic<int> searches{0};
+  std::atomic<int> waits{0};  // how often a sink with a device has begun to wait
 
   void setReaders(const std::string& path, int readers) {
     const std::lock_guard lock(mutex);
@@ -67,7 +68,10 @@ class FakeVideoDevice : public VideoDevice {
     m_node.written.emplace_back(picture.begin(), picture.end());
     return true;
   }
-  int changes() const override { return m_node.changes.get(); }
+  int changes() const override {
+    ++m_video.waits;
+    return m_node.changes.get();
+  }
   void clearChanges() override { m_node.changes.clear(); }
   int readers() const override {
     const std::lock_guard lock(m_video.mutex);

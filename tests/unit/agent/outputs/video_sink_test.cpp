@@ -86,6 +86,16 @@ TEST_F(VideoSinkTest, AProgramThatOnlyAsksWhatItIsDoesNotStartIt) {
   EXPECT_EQ(changes, 0);
 }
 
+TEST_F(VideoSinkTest, SleepsUntilSomethingHappens) {
+  nodes({"/dev/video0"});
+  const auto sink = open("front");
+  ASSERT_TRUE(deviceIs(*sink, "/dev/video0"));
+  ASSERT_TRUE(eventually([&] { return video.waits > 0; }));
+  const int before = video.waits;
+  std::this_thread::sleep_for(std::chrono::seconds(3));
+  EXPECT_LE(video.waits - before, 1);
+}
+
 TEST_F(VideoSinkTest, ChangesTheFormatWhenNobodyElseHasItOpen) {
   const auto sink = openWithConsumer();
   sink->deliver(frame(blankJpeg(), 320, 240));  // smaller: passes through
