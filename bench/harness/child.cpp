@@ -36,8 +36,14 @@ Child::Child(const std::function<void()>& work) : m_id(::fork()) {
 }
 
 Child::~Child() {
+  if (m_id == 0) return;
   ::kill(m_id, SIGKILL);
+  wait();
+}
+
+void Child::wait() {
   ::waitpid(m_id, nullptr, 0);
+  m_id = 0;
 }
 
 }  // namespace lumsar::bench

@@ -22,6 +22,8 @@ class Child {
   Child& operator=(const Child&) = delete;
 
   Nanoseconds used() const { return processorTime(m_id); }
+  // Until its work is done.
+  void wait();
 
  private:
   pid_t m_id;
