@@ -2,7 +2,7 @@
 // and the plug-in, and how much later does it come? The floor is two hops of bare sockets that copy
 // whole messages at the same rate.
 #include <csignal>
-#include <numeric>
+#include <memory>
 #include <regex>
 #include <stdexcept>
 #include <thread>
@@ -18,39 +18,46 @@ namespace {
 using test::Process;
 using Micros = std::chrono::duration<double, std::micro>;
 
-// The service is one without cameras; host and guest agent are the programs.
+// The service is one without cameras; hosts and guest agents are the programs.
 class Chain {
  public:
-  explicit Chain(Pace pace)
-      : m_service([this, pace] { serveFrames(m_directory / "lumsar/lumsar.sock", pace, *m_flow); }),
-        m_agent({LUMSAR_BIN "/lumsar-agent", "--listen", socket(), "--discard", "--json"}),
-        m_host({LUMSAR_BIN "/lumsar-host", "--vm", socket(), "--exec", "share bench", "--duration",
-                "1h"},
-               {.environment = {{"XDG_RUNTIME_DIR", m_directory.path()}}}) {}
+  explicit Chain(Pace pace, int hosts = 1)
+      : m_service(
+            [this, pace] { serveFrames(m_directory / "lumsar/lumsar.sock", pace, *m_flow); }) {
+    for (int i = 0; i < hosts; ++i) startHost("unix:" + m_directory / std::to_string(i));
+  }
 
   Nanoseconds used() const {
-    return m_service.used() + processorTime(m_agent.id()) + processorTime(m_host.id());
+    Nanoseconds sum = m_service.used();
+    for (const auto& program : m_programs) sum += processorTime(program->id());
+    return sum;
   }
   Flow& flow() const { return *m_flow; }
-  std::string logs() { return m_host.output() + m_agent.output(); }
-  // A number of the agent's summary, which ends it.
-  double ofSummary(const std::string& name) {
-    m_agent.stop(SIGTERM);
+  // A number of the summary with which an agent ends, of the only one.
+  double ofSummary(const std::string& name) const {
+    Process& agent = *m_programs.front();
+    agent.stop(SIGTERM);
     std::smatch found;
-    if (!std::regex_search(m_agent.output(), found, std::regex('"' + name + "\":([0-9]+)"))) {
-      throw std::runtime_error("the agent's summary lacks " + name + ":\n" + logs());
+    if (!std::regex_search(agent.output(), found, std::regex('"' + name + "\":([0-9]+)"))) {
+      throw std::runtime_error("the agent's summary lacks " + name + ":\n" + agent.output());
     }
     return std::stod(found[1]);
   }
 
  private:
-  std::string socket() const { return "unix:" + m_directory / "vm.sock"; }
+  void startHost(const std::string& socket) {
+    start({LUMSAR_BIN "/lumsar-agent", "--listen", socket, "--discard", "--json"});
+    start({LUMSAR_BIN "/lumsar-host", "--vm", socket, "--exec", "share bench", "--duration", "1h"});
+  }
+  void start(const Process::Words& command) {
+    m_programs.push_back(std::make_unique<Process>(
+        command, test::ProcessSetup{.environment = {{"XDG_RUNTIME_DIR", m_directory.path()}}}));
+  }
 
   const test::TemporaryDirectory m_directory;
   const SharedFlow m_flow;
   const Child m_service;
-  Process m_agent;
-  Process m_host;
+  std::vector<std::unique_ptr<Process>> m_programs;
 };
 
 void waitFor(const std::atomic<std::uint64_t>& frames, std::uint64_t count) {
@@ -61,9 +68,7 @@ void waitFor(const std::atomic<std::uint64_t>& frames, std::uint64_t count) {
 
 // Processor time of all three for each frame, over some seconds.
 template <class Flowing>
-double costOf(Pace pace) {
-  const Flowing flowing(pace);
-  const auto rate = static_cast<std::uint64_t>(pace.perSecond);
+double costOf(const Flowing& flowing, std::uint64_t rate) {
   waitFor(flowing.flow().sent, rate);
   const Nanoseconds used = flowing.used();
   const std::uint64_t sent = flowing.flow().sent;
@@ -71,6 +76,7 @@ double costOf(Pace pace) {
   return Micros(flowing.used() - used).count() / static_cast<double>(flowing.flow().sent - sent);
 }
 
+constexpr double kMostGrowth = 1.1;
 constexpr Pace kCalm{.size = 100'000, .perSecond = 30, .frames = 100};
 
 std::vector<std::uint64_t> bareLatencies() {
@@ -83,19 +89,30 @@ std::vector<std::uint64_t> bareLatencies() {
 }
 
 double latencyHere(const std::string& name) {
-  Chain chain(kCalm);
+  const Chain chain(kCalm);
   waitFor(chain.flow().sent, kCalm.frames);
   return chain.ofSummary(name);
 }
 
 std::vector<Row> rows() {
   const auto cost = [](const char* name, Pace pace, double limit) {
+    const auto rate = static_cast<std::uint64_t>(pace.perSecond);
     return Row{name,
                "us CPU",
-               [=] { return costOf<BareHops>(pace); },
-               [=] { return costOf<Chain>(pace); },
+               [=] { return costOf(BareHops(pace), rate); },
+               [=] { return costOf(Chain(pace), rate); },
                limit,
                5};
+  };
+  // The same number of frames a second, of many against those of one.
+  const auto growth = [](const char* name, int cameras, int hosts) {
+    constexpr int kRate = 120;
+    const auto costWith = [](int withCameras, int withHosts) {
+      const Pace pace{
+          .size = 100'000, .perSecond = kRate / (withCameras * withHosts), .cameras = withCameras};
+      return [=] { return costOf(Chain(pace, withHosts), kRate); };
+    };
+    return Row{name, "us CPU", costWith(1, 1), costWith(cameras, hosts), kMostGrowth, 5};
   };
   return {
       cost("chain: frame of 100 KB, 100 a second", {.size = 100'000, .perSecond = 100}, 1.25),
@@ -106,6 +123,10 @@ std::vector<Row> rows() {
       {"chain: latency, the worst of 100 frames", "us",
        [] { return static_cast<double>(bareLatencies().back()); },
        [] { return latencyHere("latencyWorst"); }, kNoLimit, 5},
+      growth("growth: a frame of 2 cameras against one's", 2, 1),
+      growth("growth: a frame of 8 cameras against one's", 8, 1),
+      growth("growth: a frame of 2 hosts against one's", 1, 2),
+      growth("growth: a frame of 4 hosts against one's", 1, 4),
   };
 }
 

@@ -22,7 +22,7 @@ using Clock = std::chrono::steady_clock;
 
 // Enough of them that a measurement takes some tenths of a second.
 int countFor(std::size_t size) {
-  return static_cast<int>(std::clamp<std::size_t>((512U << 20U) / size, 300, 200'000));
+  return static_cast<int>(std::clamp<std::size_t>((512U << 20U) / size, 60, 200'000));
 }
 int warmUpFor(std::size_t size) {
   return countFor(size) / 10;
@@ -217,6 +217,8 @@ std::vector<Row> rows() {
       up("IPC: library to service, 100 KB", kFrame, nullptr, 1.1),
       both("IPC: synchronous call, 64 B", kSmall, 1.6),
       both("IPC: synchronous call, 100 KB", kFrame, 1.4),
+      down("growth: service to library, 4 MB", 4 * kLarge, 1.1),
+      down("growth: service to library, 16 MB", 16 * kLarge, 1.1),
   };
 }
 

@@ -15,7 +15,8 @@ namespace lumsar::bench {
 
 struct Pace {
   std::size_t size = 0;  // of a frame
-  int perSecond = 0;
+  int perSecond = 0;     // of each camera
+  int cameras = 1;
   std::uint64_t frames = UINT64_MAX;  // after which the flow ends
 };
 

@@ -1,4 +1,5 @@
 #include <asio/steady_timer.hpp>
+#include <list>
 
 #include "base/frame_memory.h"
 #include "harness/flow.h"
@@ -21,7 +22,6 @@ class FrameService : public ipc::IpcServerEvents {
             m_io,
             base::SocketListener::at({path, {}, 0}, base::SocketListener::Directory::MakePrivate),
             *this),
-        m_timer(m_io),
         m_pace(pace),
         m_flow(flow),
         m_jpeg(test::blankJpeg(pace.size)) {}
@@ -37,40 +37,60 @@ class FrameService : public ipc::IpcServerEvents {
     } else if (header.type == IPC_MSG_SHARE) {
       announce(client);
     } else if (test::kindOf(message) == CameraDataKind::Start && header.type == IPC_MSG_DATA) {
-      m_timer.expires_after(std::chrono::seconds(0));
-      sendNext(client);
+      base::Bytes record = message.subspan(kHeaderSize);
+      start(client, take<CameraDataHeader>(record)->camera);
     }
   }
 
  private:
+  struct Stream {
+    ipc::ClientId client;
+    std::uint32_t camera;
+    asio::steady_timer timer;
+    std::uint32_t sequence = 0;
+  };
+
   void announce(ipc::ClientId client) {
-    protocol::Announcement camera{kCamera, {}, "bench", "bench"};
-    camera.format.width = kWidth;
-    camera.format.height = kHeight;
-    camera.format.encoding = kEncodingMjpg;
-    m_server.send(client, {protocol::announcedMessage(IPC_MSG_DATA, camera)});
+    for (int number = 1; number <= m_pace.cameras; ++number) {
+      const std::string name = "bench" + std::to_string(number);
+      protocol::Announcement camera{static_cast<std::uint32_t>(number), {}, name, name};
+      camera.format.width = kWidth;
+      camera.format.height = kHeight;
+      camera.format.encoding = kEncodingMjpg;
+      m_server.send(client, {protocol::announcedMessage(IPC_MSG_DATA, camera)});
+    }
   }
 
-  void sendNext(ipc::ClientId client) {
-    const CameraFrame fields{m_sequence++, kWidth, kHeight, kEncodingMjpg, kFrameIsKey};
-    m_server.send(
-        client,
-        {protocol::frameMessage(IPC_MSG_DATA, kCamera, cameraClock(), fields, m_jpeg), true});
-    if (++m_flow.sent == m_pace.frames) return;
-    m_timer.expires_at(m_timer.expiry() +
-                       std::chrono::nanoseconds(std::nano::den) / m_pace.perSecond);
-    m_timer.async_wait([this, client](asio::error_code stopped) {
-      if (!stopped) sendNext(client);
+  // Each stream a little later than the one before, as those of real cameras.
+  void start(ipc::ClientId client, std::uint32_t camera) {
+    Stream& stream = m_streams.emplace_back(Stream{client, camera, asio::steady_timer(m_io)});
+    stream.timer.expires_after(interval() / 8 * m_streams.size());
+    waitForNext(stream);
+  }
+  void waitForNext(Stream& stream) {
+    stream.timer.async_wait([this, &stream](asio::error_code stopped) {
+      if (!stopped) sendNext(stream);
     });
+  }
+  void sendNext(Stream& stream) {
+    const CameraFrame fields{stream.sequence++, kWidth, kHeight, kEncodingMjpg, kFrameIsKey};
+    m_server.send(
+        stream.client,
+        {protocol::frameMessage(IPC_MSG_DATA, stream.camera, cameraClock(), fields, m_jpeg), true});
+    if (++m_flow.sent >= m_pace.frames) return;
+    stream.timer.expires_at(stream.timer.expiry() + interval());
+    waitForNext(stream);
+  }
+  std::chrono::nanoseconds interval() const {
+    return std::chrono::nanoseconds(std::nano::den) / m_pace.perSecond;
   }
 
   asio::io_context m_io{1};
   ipc::IpcServer m_server;
-  asio::steady_timer m_timer;
   const Pace m_pace;
   Flow& m_flow;
   const test::Bytes m_jpeg;
-  std::uint32_t m_sequence = 0;
+  std::list<Stream> m_streams;
 };
 
 }  // namespace
