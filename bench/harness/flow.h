@@ -17,6 +17,7 @@ struct Pace {
   std::size_t size = 0;  // of a frame
   int perSecond = 0;     // of each camera
   int cameras = 1;
+  std::uint64_t ahead = UINT64_MAX;   // how many may be under way
   std::uint64_t frames = UINT64_MAX;  // after which the flow ends
 };
 

@@ -73,13 +73,17 @@ class FrameService : public ipc::IpcServerEvents {
     });
   }
   void sendNext(Stream& stream) {
+    if (m_flow.sent - m_flow.received < m_pace.ahead) sendFrame(stream);
+    if (m_flow.sent >= m_pace.frames) return;
+    stream.timer.expires_at(stream.timer.expiry() + interval());
+    waitForNext(stream);
+  }
+  void sendFrame(Stream& stream) {
     const CameraFrame fields{stream.sequence++, kWidth, kHeight, kEncodingMjpg, kFrameIsKey};
     m_server.send(
         stream.client,
         {protocol::frameMessage(IPC_MSG_DATA, stream.camera, cameraClock(), fields, m_jpeg), true});
-    if (++m_flow.sent >= m_pace.frames) return;
-    stream.timer.expires_at(stream.timer.expiry() + interval());
-    waitForNext(stream);
+    ++m_flow.sent;
   }
   std::chrono::nanoseconds interval() const {
     return std::chrono::nanoseconds(std::nano::den) / m_pace.perSecond;

@@ -1,0 +1,147 @@
+// Is a real RDP connection used up by frames that go through host and plug-in? The floor is the
+// same transport, fed with the same fragments and nothing before it.
+#include <asio/io_context.hpp>
+#include <atomic>
+#include <stdexcept>
+#include <thread>
+
+#include "harness/flow.h"
+#include "harness/raw_stream.h"
+#include "harness/rows.h"
+#include "integration/rdp/rdp_server.h"
+#include "rdp/rdp_transport.h"
+#include "support/messages.h"
+#include "support/process.h"
+#include "support/temporary_directory.h"
+
+namespace lumsar::bench {
+namespace {
+
+using Millis = std::chrono::duration<double, std::milli>;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::size_t kFrame = 100'000;
+constexpr std::size_t kFragment = 1536;
+constexpr std::uint64_t kAhead = 4;
+constexpr int kWarmUp = 50;
+constexpr int kCount = 500;
+
+// An RDP server at a socket. Started once all other processes are, as it has a thread.
+class Server {
+ public:
+  void start() {
+    test::makeCertificate(m_directory.path(), "server");
+    m_server.emplace(test::RdpServerSetup{.socket = address(),
+                                          .certificate = m_directory / "server.crt",
+                                          .key = m_directory / "server.key",
+                                          .users = {}});
+  }
+  std::string address() const { return m_directory / "rdp"; }
+  std::string directory() const { return m_directory.path(); }
+
+  void handshake() {
+    if (!m_server->waitForClient()) throw std::runtime_error("no client comes over RDP");
+    m_server->send(test::message(MSG_CHANNEL_OPENED));
+    const auto hello = next(MSG_HELLO);
+    test::View payload = test::View(hello).subspan(kHeaderSize);
+    m_server->send(test::helloAnswer({.token = take<HelloPayload>(payload)->token}));
+  }
+  void startCamera() {
+    next(MSG_DATA);  // its announcement
+    m_server->send(test::message(MSG_DATA, test::record(CameraDataKind::Start, 1)));
+  }
+  // The time between the frames of a flood.
+  double timeOfFrame(Flow& flow) {
+    for (int left = kWarmUp; left > 0; --left, ++flow.received) next(MSG_DATA);
+    const auto begin = Clock::now();
+    for (int left = kCount; left > 0; --left, ++flow.received) next(MSG_DATA);
+    return Millis(Clock::now() - begin).count() / kCount;
+  }
+
+ private:
+  test::Bytes next(std::uint32_t type) {
+    auto message = m_server->messages().nextOf(type);
+    if (!message) throw std::runtime_error("nothing arrives over RDP");
+    return *std::move(message);
+  }
+
+  const test::TemporaryDirectory m_directory;
+  std::optional<test::RdpServer> m_server;
+};
+
+double throughHost() {
+  Server server;
+  const SharedFlow flow;
+  const Child service([&] {
+    serveFrames(server.directory() + "/lumsar/lumsar.sock",
+                {.size = kFrame, .perSecond = 10'000, .ahead = kAhead}, *flow);
+  });
+  const test::Process host(
+      {LUMSAR_BIN "/lumsar-rdp", "unix:" + server.address(), "--ignore-certificate", "--exec",
+       "share bench", "--duration", "1h"},
+      {.environment = {{"XDG_RUNTIME_DIR", server.directory()}, {"HOME", server.directory()}}});
+  server.start();
+  server.handshake();
+  server.startCamera();
+  return server.timeOfFrame(*flow);
+}
+
+struct Listener final : host::ChannelListener {
+  std::atomic<bool> open = false;
+  void channelOpened() override { open = true; }
+  void channelReceived(std::span<const unsigned char> /*bytes*/) override {}
+  void channelClosed(const std::string& /*why*/) override { open = false; }
+  void channelUnavailable(const std::string& /*why*/) override {}
+  void channelRefused(const std::string& /*why*/) override {}
+};
+
+// In fragments, as the plug-in would send it.
+[[noreturn]] void feed(host::SendQueue& queue, const Flow& flow) {
+  auto frame = test::message(MSG_DATA, test::record(CameraDataKind::Frame, 1,
+                                                    test::frameBody(0, test::blankJpeg(kFrame))));
+  for (std::uint64_t pushed = 0;;) {
+    if (pushed - flow.received >= kAhead) {
+      std::this_thread::sleep_for(std::chrono::microseconds(100));
+      continue;
+    }
+    for (std::size_t done = 0; done < frame.size(); done += kFragment) {
+      queue.push(test::View(frame).subspan(done, std::min(kFragment, frame.size() - done)));
+    }
+    ++pushed;
+  }
+}
+
+void feedTransport(const std::string& address, const Flow& flow) {
+  asio::io_context loop;
+  host::SendQueue queue;
+  Listener listener;
+  const auto inbox = std::make_shared<host::Inbox>(loop.get_executor());
+  inbox->listen(listener);
+  host::RdpTarget target;
+  target.host = address;
+  target.ignoreCertificate = true;
+  host::RdpTransport transport(loop, queue, *inbox, target);
+  queue.setWake([&] { transport.wake(); });
+  transport.start();
+  while (!listener.open) loop.run_one();
+  queue.open();
+  feed(queue, flow);
+}
+
+double throughTransport() {
+  Server server;
+  const SharedFlow flow;
+  const Child sender([&] { feedTransport(server.address(), *flow); });
+  server.start();
+  return server.timeOfFrame(*flow);
+}
+
+}  // namespace
+}  // namespace lumsar::bench
+
+int main(int argc, char** argv) {
+  using namespace lumsar::bench;
+  return runRows(argc, argv,
+                 {{"RDP: frame of 100 KB through a real connection", "ms", throughTransport,
+                   throughHost, 1 / 0.95, 5}});
+}
