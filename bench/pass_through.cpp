@@ -17,32 +17,30 @@
 namespace lumsar::bench {
 namespace {
 
-constexpr int kWidth = 1280;
-constexpr int kHeight = 720;
-constexpr int kViews = 60;
-constexpr int kMargin = 4 * kViews;  // over which the view moves
-constexpr int kMeasured = 480;       // 16 s
+constexpr std::size_t kWidth = 1280;
+constexpr std::size_t kHeight = 720;
+constexpr std::size_t kViews = 60;
+constexpr std::size_t kStep = 4;  // pixels from view to view
+constexpr int kMeasured = 480;    // 16 s
 constexpr int kSkipped = 60;
 
 // A view with detail of all sizes, as nature has it: octaves of smooth noise.
-std::vector<double> landscape(int width, int height) {
-  std::vector<double> view(static_cast<std::size_t>(width * height), 128);
+std::vector<double> landscape(std::size_t width, std::size_t height) {
+  std::vector<double> view(width * height, 128);
   std::mt19937 random(1);
   std::uniform_real_distribution<double> level(-1, 1);
-  for (int cell = 256; cell >= 2; cell /= 2) {
-    const int columns = width / cell + 2;
-    std::vector<double> grid(static_cast<std::size_t>(columns * (height / cell + 2)));
-    for (double& value : grid) value = level(random) * cell * 0.35;
-    const auto at = [&](int x, int y) { return grid[static_cast<std::size_t>(y * columns + x)]; };
-    for (int y = 0; y < height; ++y) {
-      for (int x = 0; x < width; ++x) {
-        const double right = static_cast<double>(x % cell) / cell;
-        const double down = static_cast<double>(y % cell) / cell;
-        const int i = x / cell;
-        const int j = y / cell;
-        view[static_cast<std::size_t>(y * width + x)] +=
-            (at(i, j) * (1 - right) + at(i + 1, j) * right) * (1 - down) +
-            (at(i, j + 1) * (1 - right) + at(i + 1, j + 1) * right) * down;
+  for (std::size_t cell = 256; cell >= 2; cell /= 2) {
+    const auto side = static_cast<double>(cell);
+    const std::size_t columns = width / cell + 2;
+    std::vector<double> grid(columns * (height / cell + 2));
+    for (double& value : grid) value = level(random) * side * 0.35;
+    for (std::size_t y = 0; y < height; ++y) {
+      for (std::size_t x = 0; x < width; ++x) {
+        const double right = static_cast<double>(x % cell) / side;
+        const double down = static_cast<double>(y % cell) / side;
+        const double* corner = &grid[y / cell * columns + x / cell];
+        view[y * width + x] += (corner[0] * (1 - right) + corner[1] * right) * (1 - down) +
+                               (corner[columns] * (1 - right) + corner[columns + 1] * right) * down;
       }
     }
   }
@@ -51,15 +49,15 @@ std::vector<double> landscape(int width, int height) {
 
 // Raw I420 frames: the camera turns, and its sensor adds noise.
 void writeFrames(const std::string& path) {
-  const int width = kWidth + kMargin;
+  const std::size_t width = kWidth + kStep * kViews;
   const std::vector<double> view = landscape(width, kHeight);
   std::mt19937 random(2);
   std::normal_distribution<double> noise(0, 1.5);
   std::string frames;
-  for (int i = 0; i < kViews; ++i) {
-    for (int y = 0; y < kHeight; ++y) {
-      for (int x = 0; x < kWidth; ++x) {
-        const double level = view[static_cast<std::size_t>(y * width + x + 4 * i)] + noise(random);
+  for (std::size_t i = 0; i < kViews; ++i) {
+    for (std::size_t y = 0; y < kHeight; ++y) {
+      for (std::size_t x = 0; x < kWidth; ++x) {
+        const double level = view[y * width + x + kStep * i] + noise(random);
         frames.push_back(static_cast<char>(std::clamp(level, 16.0, 235.0)));
       }
     }
@@ -75,7 +73,7 @@ void makeMovie(const std::string& directory) {
   test::runPipeline(
       base::text("multifilesrc location={}/raw loop=true num-buffers={} ! "
                  "rawvideoparse width={} height={} framerate=30/1 ! jpegenc quality=85 ! avimux",
-                 directory, 1 + (kSkipped + kMeasured) / kViews, kWidth, kHeight),
+                 directory, 1 + (kSkipped + kMeasured) / static_cast<int>(kViews), kWidth, kHeight),
       directory + "/movie.avi");
 }
 
