@@ -80,9 +80,11 @@ class FrameService : public ipc::IpcServerEvents {
   }
   void sendFrame(Stream& stream) {
     const CameraFrame fields{stream.sequence++, kWidth, kHeight, kEncodingMjpg, kFrameIsKey};
-    m_server.send(
-        stream.client,
-        {protocol::frameMessage(IPC_MSG_DATA, stream.camera, cameraClock(), fields, m_jpeg), true});
+    ipc::Outgoing frame{protocol::frameMessage(IPC_MSG_DATA, stream.camera, cameraClock(), fields),
+                        true};
+    frame.rest.bytes = m_jpeg;
+    frame.message.announceRest(m_jpeg.size());
+    m_server.send(stream.client, std::move(frame));
     ++m_flow.sent;
   }
   std::chrono::nanoseconds interval() const {

@@ -1,5 +1,6 @@
 #include "harness/ipc_service.h"
 
+#include <algorithm>
 #include <asio/post.hpp>
 #include <cstdint>
 #include <limits>
@@ -32,7 +33,8 @@ class Service : public ipc::IpcServerEvents {
 
 class Flood : public Service {
  public:
-  Flood(const std::string& path, std::size_t size) : Service(path), m_size(size) {}
+  Flood(const std::string& path, std::size_t size)
+      : Service(path), m_ofHead(std::min(size, kLargestHead)), m_rest(size - m_ofHead) {}
 
   void onMessage(ipc::ClientId client, std::span<unsigned char>) override { sendMore(client); }
 
@@ -42,7 +44,9 @@ class Flood : public Service {
   void sendMore(ipc::ClientId client) {
     constexpr int kAtOnce = 16;
     for (int left = kAtOnce; left > 0; --left) {
-      ipc::Outgoing outgoing{protocol::Message(IPC_MSG_DATA, m_size), true};
+      ipc::Outgoing outgoing{protocol::Message(IPC_MSG_DATA, m_ofHead), true};
+      outgoing.rest.bytes = m_rest;
+      outgoing.message.announceRest(m_rest.size());
       if (left == 1) {
         outgoing.onLeave = [this, client](protocol::Message&) {
           asio::post(m_io, [this, client] { sendMore(client); });
@@ -52,7 +56,10 @@ class Flood : public Service {
     }
   }
 
-  const std::size_t m_size;
+  // What is larger is sent from where it is, as a camera's frame.
+  static constexpr std::size_t kLargestHead = 64;
+  const std::size_t m_ofHead;
+  const std::vector<unsigned char> m_rest;
 };
 
 class Answers : public Service {

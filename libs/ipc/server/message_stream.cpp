@@ -20,13 +20,18 @@ std::string reason(const asio::error_code& error) {
   return error.message();
 }
 
+asio::const_buffer from(protocol::Bytes bytes, std::size_t sent) {
+  return asio::buffer(bytes.data() + sent, bytes.size() - sent);
+}
+
 // Both parts go in one call, without a copy.
-std::array<asio::const_buffer, 2> unsent(const Outgoing& outgoing, std::size_t sent) {
+std::size_t sendUnsent(MessageStream::Socket& socket, const Outgoing& outgoing, std::size_t sent,
+                       asio::error_code& error) {
   const protocol::Bytes head = outgoing.message.bytes();
   const protocol::Bytes rest = outgoing.rest.bytes;
-  const std::size_t ofHead = std::min(sent, head.size());
-  return {asio::buffer(head.data() + ofHead, head.size() - ofHead),
-          asio::buffer(rest.data() + (sent - ofHead), rest.size() - (sent - ofHead))};
+  if (rest.empty()) return socket.send(from(head, sent), 0, error);
+  if (sent >= head.size()) return socket.send(from(rest, sent - head.size()), 0, error);
+  return socket.send(std::array{from(head, sent), from(rest, 0)}, 0, error);
 }
 
 }  // namespace
@@ -102,7 +107,7 @@ bool MessageStream::enqueue(Outgoing outgoing) {
 void MessageStream::write() {
   while (m_inFlight || takeNext()) {
     asio::error_code error;
-    m_sent += m_socket.send(unsent(*m_inFlight, m_sent), 0, error);
+    m_sent += sendUnsent(m_socket, *m_inFlight, m_sent, error);
     if (error == asio::error::would_block) return writeWhenReady();
     if (error) return endLater(reason(error));
     if (m_sent < m_inFlight->size()) continue;
