@@ -14,9 +14,9 @@
 namespace lumsar::test {
 namespace {
 
-constexpr std::uint64_t kHostAllocations = 3;
+constexpr std::uint64_t kHostAllocations = 0;
 constexpr std::uint64_t kAgentAllocations = 4;
-constexpr std::uint64_t kHostCopies = 1;
+constexpr std::uint64_t kHostCopies = 0;
 constexpr std::uint64_t kAgentCopies = 1;
 
 // A program's counts, in a file that it maps too.
@@ -96,7 +96,7 @@ TEST_F(FrameCost, AllocatesLittle) {
   EXPECT_LE(perFrame([this] { return inAgent.allocations(); }), kAgentAllocations);
 }
 
-TEST_F(FrameCost, IsCopiedOnceInHostAndAgent) {
+TEST_F(FrameCost, IsCopiedByTheAgentOnly) {
   start();
   EXPECT_LE(perFrame([this] { return inHost.copies(); }), kHostCopies);
   EXPECT_LE(perFrame([this] { return inAgent.copies(); }), kAgentCopies);
