@@ -1,5 +1,4 @@
 #include "base/command_line.h"
-#include "base/frame_memory.h"
 
 #include <CLI/CLI.hpp>
 #include <charconv>

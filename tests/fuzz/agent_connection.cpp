@@ -25,7 +25,7 @@ class Receiver : public EndpointEvents {
       m_cameras.update(Clock::now());
       bytes = bytes.subspan(size);
     }
-    m_endpoint.stalled();
+    m_endpoint.dropStalled();
     m_endpoint.closed();
     m_gallery.finish(std::chrono::seconds(1));
   }

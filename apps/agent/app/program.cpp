@@ -102,13 +102,15 @@ void Program::stop() {
 
 // Waits for something and handles it. False when it is time to end.
 bool Program::turn(int endSignal) {
+  // Before it is known who can be waited for: a pause that ends in between lasts no longer.
+  const int timeout = base::pollTimeout(due());
   const bool hasCapacity = m_direct && m_connections.size() < kMaxConnections;
   std::vector<pollfd> fds{{endSignal, POLLIN, 0},
                           {m_wakeUp.get(), POLLIN, 0},
                           {hasCapacity ? m_direct->descriptor() : -1, POLLIN, 0}};
   const std::size_t first = fds.size();
   for (const auto& connection : m_connections) fds.push_back(connection->pollRequest());
-  if (poll(fds.data(), fds.size(), base::pollTimeout(due())) < 0) return !m_stop;
+  if (poll(fds.data(), fds.size(), timeout) < 0) return !m_stop;
   if (fds[1].revents != 0) m_wakeUp.clear();
   if (fds[0].revents != 0 || m_stop) return false;
   for (std::size_t i = 0; i + first < fds.size(); ++i) {

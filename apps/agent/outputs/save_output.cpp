@@ -83,7 +83,8 @@ bool SaveSink::saveImage(const Frame& frame) {
 // A file holds one encoding: a policy may change it while the camera runs.
 bool SaveSink::openVideo(std::uint32_t encoding) {
   if (m_video && m_videoEncoding == encoding) return true;
-  const std::string number = m_videos++ == 0 ? "" : base::text("-{}", m_videos);
+  // No camera's label has this separator.
+  const std::string number = m_videos++ == 0 ? "" : base::text("+{}", m_videos);
   m_videoPath = m_base + number + (encoding == kEncodingH264 ? ".h264" : ".mjpeg");
   m_videoEncoding = encoding;
   m_videoSize = 0;

@@ -136,11 +136,12 @@ Clock::time_point Connection::due() const {
                    m_wakeUpProbeTime.value_or(kNever), idleDeadline().value_or(kNever)});
 }
 
-// Only what comes changes what a stall brings to light, so it is looked for once.
+// Nothing but what comes changes what a stall brings to light, so it is looked for once.
 void Connection::checkStalled(Clock::time_point now) {
   if (!m_stallTime || now < *m_stallTime) return;
   m_stallTime.reset();
-  m_endpoint.stalled();
+  while (m_transport->attached() && m_endpoint.dropStalled()) {
+  }
 }
 
 // An emulator delivers what it has held back for a closed port only when the port is written to:

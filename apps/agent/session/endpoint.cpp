@@ -60,11 +60,12 @@ void Endpoint::received(std::size_t size) {
   dispatchComplete();
 }
 
-void Endpoint::stalled() {
-  if (!m_established || !hasLaterHello(m_assembler.waiting())) return;
+bool Endpoint::dropStalled() {
+  if (!m_established || !hasLaterHello(m_assembler.waiting())) return false;
   m_established = false;
   drop(m_assembler.skipFault());  // the front is valid, but will never be complete
   dispatchComplete();
+  return true;
 }
 
 // Handles the complete messages; returns when more bytes are needed.

@@ -57,8 +57,9 @@ class Endpoint {
   std::span<unsigned char> room() { return m_assembler.prepare(kReadSize); }
   void received(std::size_t size);
   // To be called when no bytes have come for a while. An incomplete message may hold up a HELLO
-  // that follows it: a host that was restarted waits for its answer and sends nothing more.
-  void stalled();
+  // that follows it: a host that was restarted waits for its answer and sends nothing more. True
+  // when such a message was dropped; another one may follow.
+  bool dropStalled();
   // Asks for a HELLO where the protocol has a message for that. False where it has none.
   bool requestHello();
   // Sends a record without a meaning if the host begins the handshake and has not done so yet.

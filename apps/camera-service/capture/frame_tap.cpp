@@ -19,10 +19,16 @@ bool awaitsItsFirstFrame(GstElement* sink) {
   return gst_element_get_state(sink, nullptr, nullptr, 0) == GST_STATE_CHANGE_ASYNC;
 }
 
+// Whether its memory was allocated for this frame alone.
+bool isOurs(GstBuffer* buffer) {
+  return buffer->pool == nullptr && gst_buffer_get_parent_buffer_meta(buffer) == nullptr &&
+         gst_memory_is_type(gst_buffer_peek_memory(buffer, 0), GST_ALLOCATOR_SYSMEM) != FALSE;
+}
+
 // The buffer's first `size` bytes, in memory that may be held for as long as a VM is slow. A driver
 // has few buffers and stops without them: what comes from its pool is copied, all else is shared.
 GstPtr<GstBuffer> heldBuffer(GstBuffer* buffer, std::size_t size) {
-  const bool shared = buffer->pool == nullptr;
+  const bool shared = isOurs(buffer);
   if (shared && size == gst_buffer_get_size(buffer)) {
     return GstPtr<GstBuffer>(gst_buffer_ref(buffer));
   }

@@ -168,7 +168,7 @@ class Reader {
     m_header.quality = qualityOf(m_sums[m_tables[0]]);
     m_header.size = endOfImage();
     if (m_header.size == 0) return damaged("is cut off");
-    m_header.fault = oddity();
+    m_header.fault = unusual();
     m_header.state =
         *m_header.fault == '\0' ? JpegHeader::State::Plain : JpegHeader::State::Unusual;
     return m_header;
@@ -177,12 +177,12 @@ class Reader {
   // 0 when the end marker is missing.
   std::size_t endOfImage() const {
     std::size_t size = m_frame.size();
-    while (size > m_at && m_frame[size - 1] == 0) --size;
+    while (size > m_at && (m_frame[size - 1] == 0 || m_frame[size - 1] == 0xFF)) --size;
     const bool ends = size >= m_at + 2 && m_frame[size - 2] == 0xFF && m_frame[size - 1] == kEnd;
     return ends ? size : 0;
   }
 
-  const char* oddity() const {
+  const char* unusual() const {
     if (m_components != 1 && m_components != 3) return "is neither grey nor YUV";
     if (!m_isBaseline || m_isWide) return "is not a baseline JPEG";
     if (!m_hasHuffmanTables) return "lacks Huffman tables";

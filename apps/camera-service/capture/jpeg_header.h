@@ -17,10 +17,10 @@ struct JpegHeader {
 
   State state = State::Damaged;
   const char* fault = "";  // why it is not plain, as "it ..."
-  int width = 0;           // these three only where the frame gets as far as saying so
+  int width = 0;           // this and the following only where the frame gets as far as saying so
   int height = 0;
   int quality = 0;       // 1 to 100, as libjpeg counts; an estimate
-  std::size_t size = 0;  // with its end marker, without the padding that some cameras append
+  std::size_t size = 0;  // with its end marker, without the zeros or ones that some cameras append
 };
 
 JpegHeader readJpegHeader(base::Bytes frame);

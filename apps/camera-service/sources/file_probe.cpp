@@ -84,17 +84,6 @@ std::optional<FileProbe> probeOnce(const std::string& path) {
   return probe;
 }
 
-}  // namespace
-
-FileProbe probeFile(const std::string& path) {
-  for (int i = 0; i < 2; ++i) {  // a system that is busy for a moment is not the file's fault
-    if (const auto probe = probeOnce(path)) return *probe;
-  }
-  return {base::text("it could not be read within {} s", kProbeTimeout / GST_SECOND), false, {}};
-}
-
-namespace {
-
 // Scaled before it is repeated: once, not for each frame.
 std::string decodedFrames(const FileProbe& probe) {
   const CameraFormat& format = probe.format;
@@ -117,6 +106,13 @@ std::string jpegFrames(const CameraFormat& format) {
 }
 
 }  // namespace
+
+FileProbe probeFile(const std::string& path) {
+  for (int i = 0; i < 2; ++i) {  // a system that is busy for a moment is not the file's fault
+    if (const auto probe = probeOnce(path)) return *probe;
+  }
+  return {base::text("it could not be read within {} s", kProbeTimeout / GST_SECOND), false, {}};
+}
 
 GstElement* makeFileSource(const std::string& path, const FileProbe& probe) {
   GstElement* bin = makeSourceBin(probe.format.encoding == "MJPG" ? jpegFrames(probe.format)

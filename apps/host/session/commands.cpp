@@ -220,8 +220,8 @@ bool Commands::isAwaited(const std::string& id) const {
 }
 
 void Commands::shareAgain(bool sharesAll) {
-  if (m_policy) repeat("setting the policy", control(*m_policy));
-  if (m_shareAllSession) repeat("sharing all cameras", m_plugin.ShareAll(*m_shareAllSession));
+  if (m_policy) repeat("setting the policy", {}, control(*m_policy));
+  if (m_shareAllSession) repeat("sharing all cameras", {}, m_plugin.ShareAll(*m_shareAllSession));
   if (m_shareAllSession || sharesAll) unshareAgain();
   shareEachAgain();
 }
@@ -235,22 +235,22 @@ void Commands::shareEachAgain() {
   auto status = statuses.begin();
   for (const auto& [id, share] : m_shared) {
     const bool waits = isListed && isAwaited(id);
-    repeat("sharing " + id, *status++, waits ? "; it waits until the camera is plugged in" : "");
+    repeat("sharing ", id, *status++, waits ? "; it waits until the camera is plugged in" : "");
   }
 }
 
 void Commands::unshareAgain() {
   if (m_unsharedAll) {
-    repeat("unsharing all cameras",
+    repeat("unsharing ", "all cameras",
            control({{QStringLiteral("command"), QStringLiteral("unshareall")}}));
   }
   for (const std::string& id : m_unshared) {
-    repeat("unsharing " + id, control(deviceCommand("unshare", id)));
+    repeat("unsharing ", id, control(deviceCommand("unshare", id)));
   }
 }
 
-void Commands::repeat(const std::string& what, int status, const char* more) {
-  m_report.note(what + " again: ", statusText(status) + more);
+void Commands::repeat(const char* what, const std::string& id, int status, const char* more) {
+  m_report.note(what, id + " again: " + statusText(status) + more);
 }
 
 std::vector<Commands::Result> Commands::results() const {

@@ -64,7 +64,7 @@ class Commands {
   bool isAwaited(const std::string& id) const;
   void unshareAgain();
   void shareEachAgain();
-  void repeat(const std::string& what, int status, const char* more = "");
+  void repeat(const char* what, const std::string& id, int status, const char* more = "");
 
   const Plugin& m_plugin;
   Report& m_report;

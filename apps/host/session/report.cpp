@@ -92,8 +92,9 @@ void writeLog(QtMsgType type, const QMessageLogContext& /*context*/, const QStri
   const std::string line = text.trimmed().toStdString();
   const std::string what = base::text("  plug-in {}: ", level);
   if (logEverything) return logReport->say(what + line);
-  // Each line begins with the function that writes it.
-  const std::size_t function = std::min(line.find(':'), line.size());
+  // The plug-in's lines begin with the function that writes them.
+  const std::size_t found = line.find(':');
+  const std::size_t function = found == std::string::npos ? 0 : found;
   logReport->note(what + line.substr(0, function), line.substr(function));
 }
 

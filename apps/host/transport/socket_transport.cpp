@@ -6,7 +6,7 @@
 #include <asio/local/stream_protocol.hpp>
 #include <asio/post.hpp>
 
-#include "asio/write_whole.h"
+#include "asio/socket_write.h"
 #include "base/errors.h"
 #include "base/net/address.h"
 #include "base/text/format.h"

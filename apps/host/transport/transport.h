@@ -4,7 +4,7 @@
 
 namespace lumsar::host {
 
-// Bound to the main loop, except for wake().
+// Bound to the main loop, except for wake() and what it gives to SendQueue::setSendNow().
 class Transport {
  public:
   virtual ~Transport() = default;

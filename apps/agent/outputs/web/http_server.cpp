@@ -82,8 +82,10 @@ std::uint16_t HttpServer::port() const {
 
 void HttpServer::run() {
   while (!m_ending) {
+    // Before the descriptor is asked for: a pause that ends in between lasts no longer.
+    const int timeout = base::pollTimeout(m_listener.resumes());
     pollfd fds[] = {{m_wakeUp.get(), POLLIN, 0}, {m_listener.descriptor(), POLLIN, 0}};
-    if (poll(fds, 2, base::pollTimeout(m_listener.resumes())) < 0) continue;
+    if (poll(fds, 2, timeout) < 0) continue;
     if (fds[0].revents != 0) m_wakeUp.clear();
     reap();
     if (fds[1].revents != 0) acceptOne();

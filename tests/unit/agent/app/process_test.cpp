@@ -143,7 +143,7 @@ TEST(Process, WaitsForDescriptorsWhenThereAreNone) {
   });
   ASSERT_TRUE(child.says("waiting for camera services on "));
   std::vector<RawPeer> peers;
-  for (int i = 0; i < 8; ++i) peers.emplace_back(address);
+  for (int i = 0; i < 7; ++i) peers.emplace_back(address);
   EXPECT_TRUE(child.says("Too many open files; trying again"));
   peers.clear();
   EXPECT_TRUE(RawPeer(address).handshake());

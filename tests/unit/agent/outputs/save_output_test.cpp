@@ -80,8 +80,8 @@ TEST_F(SaveOutputTest, AFileHoldsOneEncoding) {
   show(blankJpeg(200));
   show(bytesOf("late"), kEncodingH264, 0);
   EXPECT_EQ(saved("Front-1.mjpeg"), asText(blankJpeg()));
-  EXPECT_EQ(saved("Front-1-2.h264"), "keynext");
-  EXPECT_EQ(saved("Front-1-3.mjpeg"), asText(blankJpeg(200)));
+  EXPECT_EQ(saved("Front-1+2.h264"), "keynext");
+  EXPECT_EQ(saved("Front-1+3.mjpeg"), asText(blankJpeg(200)));
   EXPECT_EQ(folder.files().size(), 3U);
 }
 

@@ -198,18 +198,29 @@ TEST_F(EndpointTest, AHelloBehindAMessageCutShortIsFoundWhenNothingMoreComes) {
   half.resize(50000);
   receive(join({hello(1), half, hello(2)}));
   EXPECT_EQ(tokens, std::vector<std::uint16_t>{1});
-  endpoint->stalled();
+  endpoint->dropStalled();
   EXPECT_EQ(tokens, (std::vector<std::uint16_t>{1, 2}));
   receive(message(MSG_DATA, bytesOf("good")));
   EXPECT_EQ(records, std::vector<Bytes>{bytesOf("good")});
+}
+
+TEST_F(EndpointTest, OfSeveralMessagesCutShortEachIsDropped) {
+  start();
+  Bytes half = message(MSG_DATA, Bytes(100000, 0x33));
+  half.resize(20000);
+  receive(join({hello(1), half, hello(2), half, hello(3)}));
+  EXPECT_TRUE(endpoint->dropStalled());
+  EXPECT_TRUE(endpoint->dropStalled());
+  EXPECT_FALSE(endpoint->dropStalled());
+  EXPECT_EQ(tokens, (std::vector<std::uint16_t>{1, 2, 3}));
 }
 
 TEST_F(EndpointTest, HalfAMessageAndSilenceIsWaitedFor) {
   start();
   const Bytes whole = message(MSG_DATA, Bytes(1000, 0x33));
   receive(join({hello(1), Bytes(whole.begin(), whole.begin() + 500)}));
-  endpoint->stalled();
-  endpoint->stalled();
+  endpoint->dropStalled();
+  endpoint->dropStalled();
   receive(View(whole).subspan(500));
   EXPECT_EQ(records.size(), 1U);
   EXPECT_EQ(faults, 0);

@@ -74,10 +74,12 @@ TEST_F(JpegHeaderTest, SizeAndQualityOfAnEncodersFrames) {
 }
 
 TEST_F(JpegHeaderTest, PaddingBehindTheEndIsNotPartOfTheFrame) {
-  Bytes padded = jpeg;
-  padded.resize(padded.size() + 1000);
-  EXPECT_EQ(readJpegHeader(padded).state, State::Plain);
-  EXPECT_EQ(readJpegHeader(padded).size, jpeg.size());
+  for (const int filling : {0x00, 0xFF}) {
+    Bytes padded = jpeg;
+    padded.resize(padded.size() + 1000, static_cast<unsigned char>(filling));
+    EXPECT_EQ(readJpegHeader(padded).state, State::Plain);
+    EXPECT_EQ(readJpegHeader(padded).size, jpeg.size());
+  }
 }
 
 TEST_F(JpegHeaderTest, AFrameThatIsCutOffAnywhereIsDamaged) {

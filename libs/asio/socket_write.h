@@ -21,7 +21,6 @@ std::size_t sendNow(Socket& socket, std::span<const unsigned char> bytes) {
 
 // async_write in pieces as large as the socket takes. Asio's own stops at 64 KB each time, which
 // costs a frame of 1 MB sixteen calls and as many waits.
-
 template <class Socket, class Buffers, class Handler>
 void writeWhole(Socket& socket, const Buffers& buffers, Handler&& handler) {
   const auto untilAll = [](const std::error_code& error, std::size_t /*written*/) {
