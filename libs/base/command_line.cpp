@@ -170,6 +170,9 @@ void CommandLine::take(const Option& option, const std::string& value) {
   if (option.value == Value::None && !value.empty()) {
     throw UsageError(text("{} takes no value", option.name));
   }
+  if (option.value == Value::Required && value.empty()) {
+    throw UsageError(text("{} needs a value", option.name));
+  }
   try {
     option.take(value);
   } catch (const std::exception& error) {

@@ -69,6 +69,7 @@ AddInOptions parseArguments(const ADDIN_ARGV* arguments) {
                      word));
     }
   }
+  if (options.driver.vmId.empty()) throw base::UsageError("vm-id needs a value");
   const fs::path here = addInDirectory();
   if (options.plugin.empty()) options.plugin = findPlugin(here);
   if (options.driver.ipcLibrary.empty()) {

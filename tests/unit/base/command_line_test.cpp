@@ -120,7 +120,6 @@ TEST(CommandLine, AValueThatMayOnlyFollowEqualsLeavesTheNextWordAlone) {
 TEST(CommandLine, LeavesValuesAsTheyAre) {
   EXPECT_EQ(parse({"[::1]"}).address, "[::1]");
   EXPECT_EQ(parse({"--listen", "[a,b]"}).listen, "[a,b]");
-  EXPECT_EQ(parse({"--listen", ""}).listen, "");
   EXPECT_EQ(parse({"--listen", "-5"}).listen, "-5");
   EXPECT_EQ(parse({"--listen", "--json"}).listen, "--json");
   EXPECT_EQ(parse({"--listen=a=b"}).listen, "a=b");
@@ -140,6 +139,7 @@ TEST(CommandLine, SaysWhatIsWrong) {
   EXPECT_EQ(refusal({"--jso"}), "unknown option --jso");
   EXPECT_EQ(refusal({"--listen"}), "--listen needs a value");
   EXPECT_EQ(refusal({"--listen=", "--json"}), "--listen needs a value");
+  EXPECT_EQ(refusal({"--listen", ""}), "--listen needs a value");
   EXPECT_EQ(refusal({"--json=x"}), "--json takes no value");
   EXPECT_EQ(refusal({"a", "b"}), "unexpected argument \"b\"");
   EXPECT_EQ(refusal({"a", "--", "--json"}), "unexpected argument \"--json\"");

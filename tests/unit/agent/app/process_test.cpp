@@ -37,6 +37,15 @@ TEST(Process, AWrongCommandLineEndsWithTwo) {
   EXPECT_TRUE(has(child.errors(), "expected spice or rdp. See lumsar-agent --help"));
 }
 
+TEST(Process, AnAddressThatIsNoneEndsWithTwo) {
+  for (const char* address : {"foo", "tcp:", "tcp:not-a-number:80", "unix:", ""}) {
+    for (const char* option : {"--listen", "--listen-direct"}) {
+      Process child = agentWith({option, address, "--duration", "1ms"});
+      EXPECT_EQ(child.wait(), 2) << option << " '" << address << "'";
+    }
+  }
+}
+
 TEST(Process, AFailureEndsWithOne) {
   Process child = agentWith({"--listen", "unix:/does/not/exist.sock"});
   EXPECT_EQ(child.wait(), 1);

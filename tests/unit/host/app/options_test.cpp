@@ -80,6 +80,9 @@ TEST(Options, refusesMistakes) {
                                                        {"--timeout", "1day", "unix:/x"},
                                                        {"--timeout", "-1s", "unix:/x"},
                                                        {"--unknown", "unix:/x"},
+                                                       {"--vm-id", "", "unix:/x"},
+                                                       {"--vm-id=", "unix:/x"},
+                                                       {"--vm", ""},
                                                        {"--vm"}};
   for (const auto& words : mistakes) {
     EXPECT_THROW(parse(words), base::UsageError) << testing::PrintToString(words);
