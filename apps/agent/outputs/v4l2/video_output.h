@@ -8,7 +8,9 @@ namespace lumsar::agent {
 class VideoOutput : public SinkFactory {
  public:
   VideoOutput(std::unique_ptr<VideoSystem> system, std::vector<std::string> paths)
-      : m_pool(std::move(system), std::move(paths)) {}
+      : m_pool(std::move(system), std::move(paths)) {
+    m_pool.warnOfUnusable();
+  }
 
   std::unique_ptr<Sink> open(const protocol::Announcement& camera, int /*handle*/,
                              const std::string& /*label*/, std::function<void()> changed) override {

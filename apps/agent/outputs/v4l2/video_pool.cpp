@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/log.h"
+
 namespace lumsar::agent {
 
 VideoPool::VideoPool(std::unique_ptr<VideoSystem> system, std::vector<std::string> paths)
@@ -11,6 +13,22 @@ VideoPool::VideoPool(std::unique_ptr<VideoSystem> system, std::vector<std::strin
 std::vector<std::string> VideoPool::candidates() {
   const bool automatic = std::ranges::find(m_paths, "auto") != m_paths.end();
   return automatic ? m_system->loopbackDevices() : m_paths;
+}
+
+void VideoPool::warnOfUnusable() {
+  const std::vector<std::string> paths = candidates();
+  if (paths.empty()) {
+    base::logWarning(
+        "there is no v4l2loopback device yet that this user may write to; load the module with one "
+        "for each camera: modprobe v4l2loopback devices=2 exclusive_caps=1,1");
+  }
+  for (const std::string& path : paths) {
+    std::string why;
+    if (m_system->open(path, why)) continue;
+    base::logWarning(
+        "{} cannot be used yet: {}; load the module v4l2loopback or name another device", path,
+        why);
+  }
 }
 
 std::optional<std::string> VideoPool::acquire(const std::string& cameraId,

@@ -18,6 +18,9 @@ class VideoPool {
   // `paths` may contain "auto": all loopback devices that exist when one is needed.
   VideoPool(std::unique_ptr<VideoSystem> system, std::vector<std::string> paths);
 
+  // Logs what is missing or cannot be used now. It may come later, so this is no error.
+  void warnOfUnusable();
+
   // The device that this camera had before, or a free one that is not in `avoid`.
   std::optional<std::string> acquire(const std::string& cameraId,
                                      const std::set<std::string>& avoid);

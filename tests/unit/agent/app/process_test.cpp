@@ -46,6 +46,17 @@ TEST(Process, AnAddressThatIsNoneEndsWithTwo) {
   }
 }
 
+TEST(Process, VideoDevicesThatCannotBeUsedAreNamedAtTheStart) {
+  Process child = agentWith(
+      {"--listen", "tcp:0", "--v4l2=/dev/missing", "--v4l2=/dev/null", "--duration", "1ms"});
+  EXPECT_EQ(child.wait(), 0) << "they may come later";
+  EXPECT_TRUE(has(child.errors(),
+                  "/dev/missing cannot be used yet: No such file or directory; "
+                  "load the module v4l2loopback"))
+      << child.errors();
+  EXPECT_TRUE(has(child.errors(), "/dev/null cannot be used yet: it is not a v4l2loopback device"));
+}
+
 TEST(Process, AFailureEndsWithOne) {
   Process child = agentWith({"--listen", "unix:/does/not/exist.sock"});
   EXPECT_EQ(child.wait(), 1);

@@ -139,6 +139,17 @@ TEST_F(VideoSinkTest, SaysThatThereIsNoFreeDeviceAndTakesOneLater) {
   EXPECT_TRUE(deviceIs(*sink, "/dev/video7"));
 }
 
+TEST_F(VideoSinkTest, SaysAtTheStartThatThereIsNoDevice) {
+  testing::internal::CaptureStderr();
+  nodes({});
+  const std::string none = testing::internal::GetCapturedStderr();
+  EXPECT_TRUE(has(none, "there is no v4l2loopback device yet")) << none;
+  EXPECT_TRUE(has(none, "modprobe v4l2loopback")) << none;
+  testing::internal::CaptureStderr();
+  nodes({"/dev/video0"});
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
 TEST_F(VideoSinkTest, LeavesABrokenDeviceForAnother) {
   nodes({"/dev/video0", "/dev/video1"});
   video.nodes["/dev/video0"].broken = true;
