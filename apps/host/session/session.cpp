@@ -4,6 +4,8 @@
 #include <utility>
 
 #include "base/text/format.h"
+#include "driver/configuration.h"
+#include "json/json.h"
 #include "protocol/hello.h"
 
 namespace lumsar::host {
@@ -51,6 +53,10 @@ Session::Session(const asio::any_io_executor& executor, asio::io_context& loop,
           session->pluginEvent(event, copy);
         });
       });
+  if (setup.configFile.empty()) return;
+  for (const std::string& warning : configurationWarnings(json::readFile(setup.configFile))) {
+    m_report.say(base::text("warning: {}: {}", setup.configFile, warning));
+  }
 }
 
 Session::~Session() {
