@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "lumsar/relative_path.h"
 #include "support/plugin/plugin_test.h"
 
 namespace lumsar::test {
@@ -97,6 +98,33 @@ TEST_F(LooseLibraryBinding, TrailingSlashStaysAndGivesTwo) {
   EXPECT_EQ(
       objectLines(configFor("ipc/"), 0),
       (Lines{info("Lumsar::Init: Enter!"), info("lib path: " + inQuotes(dir + "/libvdi_ipc.so"))}));
+}
+
+// The plug-in itself is where the text of relative_path.h leads it.
+class InstalledLibrary : public LooseLibraryBinding,
+                         public testing::WithParamInterface<const char*> {};
+
+TEST_P(InstalledLibrary, IsReachedByItsRelativePath) {
+  std::string root = std::filesystem::temp_directory_path() / "lumsar-XXXXXX";
+  ASSERT_NE(mkdtemp(root.data()), nullptr);
+  const std::string dir = root + "/" + GetParam();
+  std::filesystem::create_directories(std::filesystem::path(dir).parent_path());
+  std::filesystem::create_directory_symlink(libraryDir(), dir);
+  const std::string text = relativePathTo(dir);
+  EXPECT_EQ(spiceInit(R"({"ipc_name":"svc","relative_path":")" + text + R"("})"), 0) << text;
+  EXPECT_TRUE(isLibraryLoaded(dir));
+  std::filesystem::remove_all(root);
+}
+
+INSTANTIATE_TEST_SUITE_P(Directories, InstalledLibrary,
+                         testing::Values("lib/x86_64-linux-gnu/lumsar", "ends in a dot./lib",
+                                         "two../dots./lib", "the last one.", ".hidden/lib"));
+
+TEST(RelativePath, ClimbsOutOfTheApplicationsDirectory) {
+  EXPECT_EQ(relativePathTo("/usr/lib/lumsar", "/usr/bin"), "/.../.../usr/lib/lumsar");
+  EXPECT_EQ(relativePathTo("/usr/lib/lumsar/", "/usr/bin/"), "/.../.../usr/lib/lumsar");
+  EXPECT_EQ(relativePathTo("/usr/./lib/x/../lumsar", "/usr/bin"), "/.../.../usr/lib/lumsar");
+  EXPECT_EQ(relativePathTo("/opt/a./b", "/"), "/opt/a../b");
 }
 
 TEST_F(LooseLibraryBinding, PathIsUtf8) {
