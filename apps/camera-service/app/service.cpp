@@ -58,7 +58,10 @@ void Service::run() {
     m_io.stop();
   });
   m_devices.start();
-  asio::post(m_io, [this] { offerFallback(); });
+  asio::post(m_io, [this] {
+    offerFallback();
+    nameUnmatchedRules();
+  });
   base::logInfo("listening at {}", m_server.path());
   m_io.run();
 }
@@ -121,6 +124,17 @@ void Service::onUnreadable(const std::string& id, const std::string& why) {
   const DeviceChange change = fileRefused(id, why);
   base::logWarning("'{}' is left out: {}", id, change.reason);
   for (const auto& [client, session] : m_sessions) session->tell(change);
+}
+
+// A mistyped rule would protect nothing, unnoticed.
+void Service::nameUnmatchedRules() {
+  std::vector<CameraInfo> cameras;
+  for (const Camera* camera : m_catalogue.all()) {
+    if (camera->present) cameras.push_back(camera->info);
+  }
+  for (const std::string& rule : m_access.unmatched(cameras)) {
+    base::logInfo("{}: matches no camera yet", rule);
+  }
 }
 
 // While there is no camera at all, a synthetic one is offered.

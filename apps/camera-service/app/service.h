@@ -40,6 +40,7 @@ class Service : private ipc::IpcServerEvents {
   void onCameraFailed(const Camera& camera, const std::string& why);
   void onUnreadable(const std::string& id, const std::string& why);
   void offerFallback();
+  void nameUnmatchedRules();
 
   asio::io_context& m_io;
   asio::signal_set m_signals;

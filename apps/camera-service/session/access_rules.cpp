@@ -57,4 +57,19 @@ std::string AccessRules::refusal(const CameraInfo& camera, const std::string& vm
   return "the camera service allows VM '" + vmId + "' other cameras only (--allow)";
 }
 
+std::vector<std::string> AccessRules::unmatched(const std::vector<CameraInfo>& cameras) const {
+  std::vector<std::string> result;
+  const auto add = [&](const std::vector<Rule>& rules, const char* option) {
+    for (const Rule& rule : rules) {
+      const auto named = [&](const CameraInfo& info) {
+        return names(rule.text, info) || names(rule.camera, info);
+      };
+      if (std::ranges::none_of(cameras, named)) result.push_back(option + rule.text);
+    }
+  };
+  add(m_allowed, "--allow ");
+  add(m_denied, "--deny ");
+  return result;
+}
+
 }  // namespace lumsar::service

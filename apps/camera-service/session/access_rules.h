@@ -23,6 +23,9 @@ class AccessRules {
   std::string refusal(const CameraInfo& camera, const std::string& vmId,
                       bool mayBeCut = false) const;
 
+  // The rules, such as "--deny Typo*", that name none of these cameras.
+  std::vector<std::string> unmatched(const std::vector<CameraInfo>& cameras) const;
+
  private:
   struct Rule {
     std::string text;

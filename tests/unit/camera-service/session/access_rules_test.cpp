@@ -25,6 +25,15 @@ TEST(AccessRulesTest, WithoutRulesAllIsAllowed) {
   EXPECT_EQ(AccessRules().refusal(kFront, "vm"), "");
 }
 
+TEST(AccessRulesTest, NamesTheRulesThatMatchNoCamera) {
+  AccessRules rules;
+  for (const char* rule : {"Desk", "Typo*", "Front*@vm-9"}) rules.deny(rule);
+  rules.allow("Dsk@vm-9");
+  using Names = std::vector<std::string>;
+  EXPECT_EQ(rules.unmatched({kFront, kDesk}), (Names{"--allow Dsk@vm-9", "--deny Typo*"}));
+  EXPECT_EQ(rules.unmatched({}).size(), 4U);
+}
+
 TEST(AccessRulesTest, DeniesByIdNameAndPattern) {
   for (const char* rule : {"test:Front", "Front camera", "test:*", "Front*", "*Fron?*"}) {
     AccessRules rules;

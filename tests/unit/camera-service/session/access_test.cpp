@@ -1,4 +1,5 @@
 // The whole service: denied cameras. The service is a process of its own.
+#include "support/text.h"
 #include "unit/camera-service/test_host.h"
 
 namespace lumsar::test {
@@ -15,6 +16,12 @@ TEST_F(AccessTest, ADeniedCameraIsNotListedAndNotShared) {
   EXPECT_TRUE(reason.contains("--deny test:B")) << reason.toStdString();
   EXPECT_TRUE(m_service->says("--deny test:B"));
   EXPECT_EQ(host().records.count(CameraDataKind::Announced), 0U);
+}
+
+TEST_F(AccessTest, RulesThatMatchNoCameraAreNamedAtTheStart) {
+  start({"--camera", "test:A,320x240", "--deny", "Typo*", "--deny", "test:A"});
+  ASSERT_TRUE(m_service->says("--deny Typo*: matches no camera yet"));
+  EXPECT_FALSE(has(log(), "--deny test:A: matches"));
 }
 
 TEST_F(AccessTest, DenialsMayBeForOneVm) {
