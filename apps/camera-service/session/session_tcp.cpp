@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "base/log.h"
-#include "base/net/address.h"
 #include "base/spare_resources.h"
 #include "base/text/format.h"
 #include "json/json.h"
@@ -12,20 +11,16 @@
 namespace lumsar::service {
 namespace {
 
-std::optional<asio::ip::tcp::endpoint> endpointOf(const ClientSession::TcpTarget& target) {
-  asio::error_code error;
-  const auto ip = asio::ip::make_address(target.ip, error);
-  const std::uint16_t port = base::parsePort(target.port).value_or(0);
-  if (error || port == 0) return std::nullopt;
-  return asio::ip::tcp::endpoint(ip, port);
+std::optional<VmAddress> addressOf(const ClientSession::TcpTarget& target) {
+  return parseVmAddress(target.ip, target.port);
 }
 
 }  // namespace
 
 std::string ClientSession::transportName(const Wait& wait) {
   if (wait.transport) return wait.transport->name();
-  const auto endpoint = wait.target ? endpointOf(*wait.target) : std::nullopt;
-  return endpoint ? addressText(*endpoint) : "host";
+  const auto vm = wait.target ? addressOf(*wait.target) : std::nullopt;
+  return vm ? vm->text() : "host";
 }
 
 ClientSession::TcpTarget ClientSession::tcpTarget(const QJsonObject& command) {
@@ -48,14 +43,15 @@ bool ClientSession::hasFailed(const TcpTarget& target) {
   return std::exchange(m_failedTarget, std::nullopt) == target;
 }
 
+// What a name resolves to is seen by the connection.
 bool ClientSession::isValid(const TcpTarget& target) {
-  const auto endpoint = endpointOf(target);
-  if (endpoint && m_context.direct.allow(endpoint->address())) return true;
+  const auto vm = addressOf(target);
+  if (vm && (!vm->ip || m_context.direct.allow(*vm->ip))) return true;
   std::string why = base::text(
-      "'{}' port '{}' is not a valid address of a VM; remoteIp must be an IP address and "
-      "remotePort a number from 1 to 65535",
+      "'{}' port '{}' is not a valid address of a VM; remoteIp must be an IP address or a "
+      "name and remotePort a number from 1 to 65535",
       target.ip, target.port);
-  if (endpoint && DirectNetworks().allow(endpoint->address())) {
+  if (vm && DirectNetworks().allow(*vm->ip)) {
     why = base::text("the camera service connects to other networks only (--direct-to)");
   }
   report(commandRefused(why, target.camera));
@@ -80,8 +76,8 @@ bool ClientSession::mayConnect(const TcpTarget& target) {
 // The connection to the VM that the command names, made if need be; null when it names none.
 std::shared_ptr<TcpTransport> ClientSession::tcpTransport(const TcpTarget& target) {
   if (!isValid(target)) return nullptr;
-  const asio::ip::tcp::endpoint endpoint = *endpointOf(target);
-  const std::string address = addressText(endpoint);
+  const VmAddress vm = *addressOf(target);
+  const std::string address = vm.text();
   if (const auto known = m_tcpTransports.find(address); known != m_tcpTransports.end()) {
     return known->second;
   }
@@ -93,8 +89,8 @@ std::shared_ptr<TcpTransport> ClientSession::tcpTransport(const TcpTarget& targe
         if (found != m_tcpTransports.end()) onVmData(found->second.get(), record);
       },
       [this, address, target](const std::string& why) { onTcpEnd(address, target, why); }};
-  auto transport = std::make_shared<TcpTransport>(m_context.io, endpoint, m_context.accessLine,
-                                                  std::move(handlers));
+  auto transport = std::make_shared<TcpTransport>(m_context.io, vm, m_context.direct,
+                                                  m_context.accessLine, std::move(handlers));
   m_tcpTransports[address] = transport;
   base::logInfo("{}: connecting to {}", vmText(), address);
   transport->start();

@@ -2,8 +2,9 @@
 
 #include <netinet/tcp.h>
 
+#include <algorithm>
+#include <asio/connect.hpp>
 #include <asio/write.hpp>
-#include <sstream>
 
 #include "base/log.h"
 #include "protocol/hello.h"
@@ -17,16 +18,12 @@ constexpr unsigned int kStalledMs = 10000;
 
 }  // namespace
 
-std::string addressText(const asio::ip::tcp::endpoint& endpoint) {
-  std::ostringstream text;
-  text << "tcp " << endpoint;
-  return text.str();
-}
-
-TcpTransport::TcpTransport(asio::io_context& io, const asio::ip::tcp::endpoint& vm,
+TcpTransport::TcpTransport(asio::io_context& io, VmAddress vm, const DirectNetworks& allowed,
                            std::string accessLine, Handlers handlers)
-    : m_socket(io),
-      m_vm(vm),
+    : m_resolver(io),
+      m_socket(io),
+      m_vm(std::move(vm)),
+      m_allowed(allowed),
       m_accessLine(std::move(accessLine)),
       m_handlers(std::move(handlers)),
       m_timer(io) {}
@@ -38,11 +35,47 @@ void TcpTransport::start() {
     self->end(self->m_stream ? "the VM did not answer the handshake in time"
                              : "the VM could not be reached in time");
   });
-  m_socket.async_connect(m_vm, [self = shared_from_this()](asio::error_code error) {
-    if (self->m_ended) return;
-    if (error) return self->end("cannot connect: " + error.message());
-    self->sendHello();
-  });
+  if (!m_vm.ip) return resolve();
+  connect({{*m_vm.ip, m_vm.port}});
+}
+
+// On the resolver's own thread, one name after another.
+void TcpTransport::resolve() {
+  m_resolver.async_resolve(
+      m_vm.host, std::to_string(m_vm.port), asio::ip::resolver_base::numeric_service,
+      [self = shared_from_this()](asio::error_code error, const auto& found) {
+        if (self->m_ended) return;
+        if (error) return self->end("cannot resolve the name: " + error.message());
+        const Endpoints endpoints = self->allowedOf(found);
+        if (!endpoints.empty()) return self->connect(endpoints);
+        self->end(
+            "the name leads only to addresses in networks that the camera service does not "
+            "connect to");
+      });
+}
+
+// At most one address of each family: with more, one name could search a network.
+TcpTransport::Endpoints TcpTransport::allowedOf(
+    const asio::ip::tcp::resolver::results_type& found) const {
+  Endpoints endpoints;
+  for (const auto& entry : found) {
+    const asio::ip::tcp::endpoint endpoint = entry.endpoint();
+    const auto isSameFamily = [&](const auto& other) {
+      return other.protocol() == endpoint.protocol();
+    };
+    if (!m_allowed.allow(endpoint.address())) continue;
+    if (std::ranges::none_of(endpoints, isSameFamily)) endpoints.push_back(endpoint);
+  }
+  return endpoints;
+}
+
+void TcpTransport::connect(const Endpoints& endpoints) {
+  asio::async_connect(m_socket, endpoints,
+                      [self = shared_from_this()](asio::error_code error, const auto& /*vm*/) {
+                        if (self->m_ended) return;
+                        if (error) return self->end("cannot connect: " + error.message());
+                        self->sendHello();
+                      });
 }
 
 void TcpTransport::sendHello() {
@@ -92,13 +125,14 @@ void TcpTransport::send(ipc::Outgoing outgoing) {
 }
 
 std::string TcpTransport::name() const {
-  return addressText(m_vm);
+  return m_vm.text();
 }
 
 void TcpTransport::close() {
   m_ended = true;
   m_ready = false;
   asio::error_code ignored;
+  m_resolver.cancel();
   m_socket.close(ignored);
   m_timer.cancel();
   if (!m_stream) return;

@@ -1,8 +1,8 @@
 // TcpTransport: the service's own connection to a VM, for "sharetcp". Once the VM has answered the
 // handshake, it carries camera data both ways in the same messages as the VM channel.
 //
-//   connect --> access token, if any --> MSG_HELLO (token) --> VM's MSG_HELLO (same token) -->
-//   ready: MSG_DATA both ways
+//   resolve a name --> connect --> access token, if any --> MSG_HELLO (token) --> VM's MSG_HELLO
+//   (same token) --> ready: MSG_DATA both ways
 //
 #pragma once
 
@@ -10,7 +10,10 @@
 #include <asio/steady_timer.hpp>
 #include <functional>
 #include <memory>
+#include <vector>
 
+#include "transports/direct_networks.h"
+#include "transports/vm_address.h"
 #include "transports/vm_transport.h"
 
 namespace lumsar::service {
@@ -22,12 +25,13 @@ class TcpTransport : public VmTransport, public std::enable_shared_from_this<Tcp
     std::function<void(base::Bytes record)> onRecord;
     std::function<void(const std::string& why)> onEnd;  // once; never after close()
   };
-  // For connecting and the handshake together.
+  // For resolving, connecting and the handshake together.
   static constexpr std::chrono::milliseconds kConnectTimeout{5000};
 
-  // `accessLine`, if any, is sent first.
-  TcpTransport(asio::io_context& io, const asio::ip::tcp::endpoint& vm, std::string accessLine,
-               Handlers handlers);
+  // `allowed`, which outlives it, is asked about what a name resolves to. `accessLine`, if any, is
+  // sent first.
+  TcpTransport(asio::io_context& io, VmAddress vm, const DirectNetworks& allowed,
+               std::string accessLine, Handlers handlers);
 
   void start();
   void close();
@@ -38,14 +42,20 @@ class TcpTransport : public VmTransport, public std::enable_shared_from_this<Tcp
   std::string name() const override;
 
  private:
+  using Endpoints = std::vector<asio::ip::tcp::endpoint>;
+  void resolve();
+  Endpoints allowedOf(const asio::ip::tcp::resolver::results_type& found) const;
+  void connect(const Endpoints& endpoints);
   void sendHello();
   void sendAccessLine();
   void onMessage(base::Bytes message);
   void onHello(base::Bytes message);
   void end(const std::string& why);
 
+  asio::ip::tcp::resolver m_resolver;
   asio::ip::tcp::socket m_socket;  // until it is connected; m_stream's afterwards
-  const asio::ip::tcp::endpoint m_vm;
+  const VmAddress m_vm;
+  const DirectNetworks& m_allowed;
   const std::string m_accessLine;
   Handlers m_handlers;
   asio::steady_timer m_timer;
@@ -54,8 +64,5 @@ class TcpTransport : public VmTransport, public std::enable_shared_from_this<Tcp
   bool m_ready = false;
   bool m_ended = false;
 };
-
-// "tcp 10.0.0.7:5000", as TcpTransport::name().
-std::string addressText(const asio::ip::tcp::endpoint& endpoint);
 
 }  // namespace lumsar::service

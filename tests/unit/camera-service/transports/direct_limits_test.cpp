@@ -85,6 +85,32 @@ TEST_F(DirectLimitsTest, OnlyToTheNetworksThatAreAllowed) {
   host().awaitChange("failed");
 }
 
+TEST_F(DirectLimitsTest, ANameLeadsOnlyToTheNetworksThatAreAllowed) {
+  startCamera({"--direct-to", "10.0.0.0/8"});
+  const RawListener vm("tcp:0");
+  shareWith(vm.port(), "localhost");
+  EXPECT_NE(failure(vm.port()).find("no guest agent answers there"), std::string::npos);
+  EXPECT_TRUE(m_service->says("in networks that the camera service does not connect to"));
+  EXPECT_FALSE(vm.accept(milliseconds(0)).connected());
+}
+
+TEST_F(DirectLimitsTest, ANameThatIsNotKnownFailsAsAllDo) {
+  startCamera();
+  shareWith(1, "no-such-machine.invalid");
+  EXPECT_NE(failure(1).find("no guest agent answers there"), std::string::npos);
+}
+
+TEST_F(DirectLimitsTest, WhatIsNoNameIsRefused) {
+  startCamera();
+  const std::string tooLong = std::string(254, 'a');
+  std::size_t refusals = 0;
+  for (const char* name : {"", "1.2.3", "a b", "-a", "a_b\n", tooLong.c_str()}) {
+    shareWith(1, name);
+    const QJsonObject refused = host().awaitChange("refused", ++refusals);
+    EXPECT_TRUE(refused.value("reason").toString().contains("not a valid address of a VM")) << name;
+  }
+}
+
 TEST_F(DirectLimitsTest, NeverToAllMachines) {
   startCamera();
   shareWith(1, "0.0.0.0");

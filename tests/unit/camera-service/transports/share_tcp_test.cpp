@@ -98,6 +98,18 @@ TEST_F(ShareTcpTest, TheWholeRound) {
   EXPECT_TRUE(peer.ended()) << "an idle connection is closed";
 }
 
+TEST_F(ShareTcpTest, TheVmMayHaveAName) {
+  startCamera();
+  QJsonObject named = document();
+  named["remoteIp"] = "localhost";
+  std::thread sharing([&] { shareTcp(host(), named); });
+  const RawPeer peer = vm.handshake();
+  startStreaming(peer);
+  sharing.join();
+  EXPECT_TRUE(host().changes().empty());
+  EXPECT_TRUE(m_service->says("localhost"));
+}
+
 TEST_F(ShareTcpTest, TwoCamerasUseOneConnection) {
   start({"--camera", "test:A,320x240", "--camera", "test:B,320x240"});
   ASSERT_TRUE(host().awaitCamera("test:B"));
