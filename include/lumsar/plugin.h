@@ -1,8 +1,9 @@
 // The plug-in `liblumsar.so.1`, as a host sees it: the types of its nine exported functions and of
 // the host's callables, the event values and status codes, and a loader that binds all nine.
 //
-// A SPICE host uses Init, Event, Ctrl and DeInit; an RDP host RdpInit, RdpEvent, Handler, ShareAll
-// and RdpDeInit. One process serves one host of one kind.
+// A SPICE host uses Init, Event, Handler, Ctrl and DeInit; an RDP host RdpInit, RdpEvent, Handler,
+// ShareAll and RdpDeInit. Without Handler the VM's answer to the HELLO never arrives. One process
+// serves one host of one kind.
 //
 //   lumsar::Plugin plugin("liblumsar.so.1");
 //   int status = plugin.Init(sendToVm, onEvent, "vm-7", configJson);
