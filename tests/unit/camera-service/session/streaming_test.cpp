@@ -203,7 +203,7 @@ TEST_F(StreamingTest, EveryBadCommandHasAReason) {
   expectRefusal("not shared");
   host().send(77, "{}");
   expectRefusal("type 77");
-  host().send(IPC_MSG_CONNECT_VM, R"({"deviceId":"test:A","remoteIp":"nowhere","remotePort":1})");
+  host().send(IPC_MSG_CONNECT_VM, R"({"deviceId":"test:A","remoteIp":"no where","remotePort":1})");
   expectRefusal("not a valid address");
   host().send(IPC_MSG_CONNECT_VM, R"({"deviceId":"test:A","remoteIp":"127.0.0.1","remotePort":0})");
   expectRefusal("not a valid address");
