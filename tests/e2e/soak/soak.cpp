@@ -48,8 +48,8 @@ std::string Soak::run(std::chrono::milliseconds duration) {
   }
   if (!wrong.empty()) return wrong;
   try {
-    checkUsage();
     for (SoakChain* chain : {&m_spice, &m_rdp}) finish(*chain);
+    checkUsage();
   } catch (const std::runtime_error& error) {
     wrong = error.what();
   }

@@ -9,7 +9,6 @@
 namespace lumsar::test {
 namespace {
 
-constexpr std::size_t kMinute = 60;
 // By how much it may grow: KiB that no file backs, threads, descriptors.
 constexpr std::array<long, 3> kGrowth{8192, 2, 2};
 constexpr std::array kNames{"KiB", "threads", "descriptors"};
@@ -33,25 +32,21 @@ void Usage::sample() {
   }
 }
 
-std::size_t Usage::window() const {
-  return std::min(kMinute, m_samples.size() / 3);
-}
-
-Usage::Sample Usage::median(std::vector<Sample> samples) {
-  Sample medians{};
+Usage::Sample Usage::least(std::span<const Sample> samples) {
+  Sample least{};
   for (std::size_t quantity = 0; quantity < kQuantities && !samples.empty(); ++quantity) {
-    std::ranges::sort(samples, {}, [quantity](const Sample& sample) { return sample[quantity]; });
-    medians[quantity] = samples[samples.size() / 2][quantity];
+    least[quantity] = std::ranges::min(
+        samples, {}, [quantity](const Sample& sample) { return sample[quantity]; })[quantity];
   }
-  return medians;
+  return least;
 }
 
 Usage::Sample Usage::first() const {
-  return median({m_samples.begin(), m_samples.begin() + static_cast<std::ptrdiff_t>(window())});
+  return least(std::span(m_samples).first(m_samples.size() / 3));
 }
 
 Usage::Sample Usage::last() const {
-  return median({m_samples.end() - static_cast<std::ptrdiff_t>(window()), m_samples.end()});
+  return least(std::span(m_samples).last(m_samples.size() / 3));
 }
 
 std::string Usage::wrong() const {

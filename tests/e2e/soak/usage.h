@@ -5,6 +5,7 @@
 
 #include <array>
 #include <chrono>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -22,11 +23,11 @@ class Usage {
  private:
   enum Quantity { Memory, Threads, Descriptors, kQuantities };
   using Sample = std::array<long, kQuantities>;
-  // The medians of the first and the last minute, or third of the time if that is shorter.
+  // The least in the first and the last third of the time: how many cameras are on differs from
+  // moment to moment, and what is held with none of them must not grow.
   Sample first() const;
   Sample last() const;
-  static Sample median(std::vector<Sample> samples);
-  std::size_t window() const;
+  static Sample least(std::span<const Sample> samples);
 
   std::string m_name;
   pid_t m_process;
