@@ -48,8 +48,8 @@ bool isVerbose() {
   return g_verbose;
 }
 
-void setRepeatLimit(unsigned lines, std::chrono::milliseconds window) {
-  g_repeats.set(lines, window);
+void setRepeatLimit(unsigned lines) {
+  g_repeats.set(lines);
 }
 
 void writeLog(LogLevel level, std::string_view line, std::string_view kind) {

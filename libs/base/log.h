@@ -2,7 +2,6 @@
 // Thread-safe: each line is one write, and what comes from a peer cannot forge another.
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <string_view>
 
@@ -23,9 +22,9 @@ bool isVerbose();
 // What is longer is cut: a text from outside may have any length.
 inline constexpr std::size_t kLongestLogLine = 8192;
 
-// At most so many lines of one kind, which is one format, are written in each `window`; the others
+// At most so many lines of one kind, which is one format, are written in each minute; the others
 // are counted. 0 for no limit. For a program whose peers can make it log.
-void setRepeatLimit(unsigned lines, std::chrono::milliseconds window = std::chrono::minutes(1));
+void setRepeatLimit(unsigned lines);
 
 void writeLog(LogLevel level, std::string_view line, std::string_view kind = {});
 

@@ -1,4 +1,4 @@
-// RepeatLimit: of each kind of line only so many in a window are written, the others are counted:
+// RepeatLimit: of each kind of line only so many a minute are written, the others are counted:
 // what a peer repeats must not fill the disk. Thread-safe.
 #pragma once
 
@@ -17,24 +17,23 @@ inline constexpr unsigned kMaxRepeatedLines = 20;
 
 class RepeatLimit {
  public:
-  // 0 lines for no limit.
-  explicit RepeatLimit(unsigned lines = 0,
-                       std::chrono::milliseconds window = std::chrono::minutes(1))
-      : m_limit(lines), m_window(window) {}
+  using Clock = std::chrono::steady_clock;
 
-  void set(unsigned lines, std::chrono::milliseconds window);
+  // 0 lines for no limit.
+  explicit RepeatLimit(unsigned lines = 0) : m_limit(lines) {}
+
+  void set(unsigned lines);
   // What to add to the line; nothing if it is only counted. Kinds are the program's own texts, so
   // there are not many of them.
-  std::optional<std::string> admit(std::string_view kind);
+  std::optional<std::string> admit(std::string_view kind, Clock::time_point now = Clock::now());
 
  private:
   struct Kind {
-    std::chrono::steady_clock::time_point begin;
+    Clock::time_point begin;
     std::uint64_t lines = 0;
   };
   std::mutex m_mutex;
   unsigned m_limit;
-  std::chrono::milliseconds m_window;
   std::map<std::string, Kind, std::less<>> m_kinds;
 };
 

@@ -6,8 +6,6 @@
 
 #include <cstdlib>
 
-#include "support/eventually.h"
-
 namespace lumsar::test {
 namespace {
 
@@ -53,22 +51,16 @@ TEST_F(Log, CutsWhatIsTooLong) {
 }
 
 TEST_F(Log, CountsLinesOfOneKindThatRepeatTooOften) {
-  const auto window = std::chrono::milliseconds(50);
-  setRepeatLimit(3, window);
-  const auto begin = std::chrono::steady_clock::now();
-  const auto repeated = [](int i) { logWarning("line {}", i); };
-  const std::string lines = logged([&] {
-    for (int i = 1; i <= 10; ++i) repeated(i);
+  setRepeatLimit(3);
+  const std::string lines = logged([] {
+    for (int i = 1; i <= 10; ++i) logWarning("line {}", i);
     logWarning("another kind");
-    eventually([&] { return std::chrono::steady_clock::now() - begin > window; });
-    repeated(11);
   });
   setRepeatLimit(0);
   EXPECT_EQ(lines,
             "program: warning: line 1\nprogram: warning: line 2\n"
             "program: warning: line 3 (more lines like this one are only counted for a minute)\n"
-            "program: warning: another kind\n"
-            "program: warning: line 11 (7 lines like this one were left out)\n");
+            "program: warning: another kind\n");
 }
 
 TEST_F(Log, WritesPrioritiesForTheJournal) {
