@@ -5,7 +5,7 @@
 #include <span>
 #include <stdexcept>
 
-#include "base/temporary_directory.h"
+#include "base/system/temporary_directory.h"
 #include "harness/child.h"
 #include "harness/ipc_service.h"
 #include "harness/raw_stream.h"

@@ -1,7 +1,7 @@
 #include <asio/steady_timer.hpp>
 #include <list>
 
-#include "base/frame_memory.h"
+#include "base/system/frame_memory.h"
 #include "harness/flow.h"
 #include "ipc/server/server.h"
 #include "lumsar/ipc_transport.h"

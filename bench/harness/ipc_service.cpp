@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <limits>
 
-#include "base/frame_memory.h"
+#include "base/system/frame_memory.h"
 #include "ipc/server/server.h"
 #include "lumsar/ipc_transport.h"
 

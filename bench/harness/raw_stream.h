@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/fd.h"
+#include "base/system/fd.h"
 #include "lumsar/message.h"
 
 namespace lumsar::bench {

@@ -5,8 +5,8 @@
 #include <cstdio>
 
 #include "base/errors.h"
-#include "base/frame_memory.h"
 #include "base/log.h"
+#include "base/system/frame_memory.h"
 #include "base/text/duration.h"
 #include "base/text/format.h"
 #include "base/version.h"

@@ -6,7 +6,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "base/temporary_directory.h"
+#include "base/system/temporary_directory.h"
 #include "fuzz/input.h"
 #include "outputs/discard_output.h"
 #include "outputs/jpeg.h"

@@ -11,7 +11,7 @@
 #include <thread>
 
 #include "base/net/socket_listener.h"
-#include "base/temporary_directory.h"
+#include "base/system/temporary_directory.h"
 #include "fuzz/complete_messages.h"
 #include "fuzz/input.h"
 #include "protocol/message.h"

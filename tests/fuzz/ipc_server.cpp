@@ -4,7 +4,7 @@
 
 #include <sys/socket.h>
 
-#include "base/temporary_directory.h"
+#include "base/system/temporary_directory.h"
 #include "fuzz/complete_messages.h"
 #include "fuzz/input.h"
 #include "lumsar/ipc_transport.h"

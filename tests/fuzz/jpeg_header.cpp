@@ -1,6 +1,6 @@
 // What a camera's JPEG frame says of itself: nothing outside of it is read, and what counts as
 // plain has all that it claims.
-#include "capture/jpeg_header.h"
+#include "formats/jpeg_header.h"
 
 #include <cstring>
 

@@ -10,7 +10,7 @@
 #include <QJsonDocument>
 #include <cerrno>
 
-#include "base/temporary_directory.h"
+#include "base/system/temporary_directory.h"
 #include "fuzz/input.h"
 #include "fuzz/qt_json.h"
 #include "json/json.h"

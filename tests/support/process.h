@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "base/fd.h"
+#include "base/system/fd.h"
 #include "support/eventually.h"
 
 namespace lumsar::test {

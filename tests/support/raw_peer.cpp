@@ -9,8 +9,8 @@
 #include <cerrno>
 #include <system_error>
 
-#include "base/files.h"
 #include "base/net/address.h"
+#include "base/system/files.h"
 
 namespace lumsar::test {
 namespace {

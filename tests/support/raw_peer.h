@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "base/fd.h"
+#include "base/system/fd.h"
 #include "support/eventually.h"
 #include "support/messages.h"
 

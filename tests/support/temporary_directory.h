@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "base/temporary_directory.h"
+#include "base/system/temporary_directory.h"
 
 namespace lumsar::test {
 

@@ -7,8 +7,8 @@
 
 #include "app/status.h"
 #include "base/deadline.h"
-#include "base/files.h"
 #include "base/log.h"
+#include "base/system/files.h"
 #include "outputs/discard_output.h"
 #include "outputs/save_output.h"
 #include "outputs/v4l2/video_output.h"

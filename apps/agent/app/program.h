@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "app/agent_options.h"
-#include "base/event_fd.h"
+#include "base/system/event_fd.h"
 #include "outputs/web/viewer.h"
 #include "session/connection.h"
 #include "session/gallery.h"

@@ -8,9 +8,9 @@
 #include <mutex>
 
 #include "base/errors.h"
-#include "base/fd.h"
-#include "base/files.h"
 #include "base/log.h"
+#include "base/system/fd.h"
+#include "base/system/files.h"
 #include "outputs/frame_worker.h"
 
 namespace lumsar::agent {

@@ -5,7 +5,7 @@
 #include <functional>
 #include <optional>
 
-#include "base/fd.h"
+#include "base/system/fd.h"
 #include "transport/agent_transport.h"
 
 namespace lumsar::agent {

@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "base/dynamic_library.h"
 #include "base/log.h"
+#include "base/system/dynamic_library.h"
 #include "protocol/message.h"
 #include "protocol/names.h"
 

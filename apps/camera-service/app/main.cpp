@@ -9,7 +9,7 @@
 #include "app/status_client.h"
 #include "base/command_line.h"
 #include "base/log.h"
-#include "base/spare_resources.h"
+#include "base/system/spare_resources.h"
 #include "base/text/format.h"
 #include "ipc/channel_path.h"
 

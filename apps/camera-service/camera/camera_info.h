@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "capture/camera_format.h"
+#include "formats/camera_format.h"
 
 // GStreamer's own tag; the object is only passed on here.
 // NOLINTNEXTLINE(bugprone-reserved-identifier)

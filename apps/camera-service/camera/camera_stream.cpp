@@ -4,7 +4,7 @@
 #include <stdexcept>
 
 #include "base/log.h"
-#include "base/spare_resources.h"
+#include "base/system/spare_resources.h"
 #include "capture/capture_pipeline.h"
 #include "lumsar/camera_data.h"
 

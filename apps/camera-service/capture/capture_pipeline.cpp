@@ -3,8 +3,8 @@
 #include <stdexcept>
 
 #include "base/text/format.h"
-#include "capture/device_formats.h"
 #include "capture/encoder.h"
+#include "formats/device_formats.h"
 
 namespace lumsar::service {
 namespace {

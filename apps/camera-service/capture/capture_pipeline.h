@@ -6,8 +6,8 @@
 
 #include <memory>
 
-#include "capture/capture_plan.h"
-#include "capture/gst_ptr.h"
+#include "formats/capture_plan.h"
+#include "formats/gst_ptr.h"
 
 namespace lumsar::service {
 

@@ -8,7 +8,7 @@
 #include <memory>
 
 #include "base/text/format.h"
-#include "capture/gst_ptr.h"
+#include "formats/gst_ptr.h"
 
 namespace lumsar::service {
 namespace {

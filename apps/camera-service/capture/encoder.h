@@ -1,8 +1,8 @@
 // The encoders: JPEG always, H.264 where GStreamer has one.
 #pragma once
 
-#include "capture/capture_plan.h"
-#include "capture/gst_ptr.h"
+#include "formats/capture_plan.h"
+#include "formats/gst_ptr.h"
 
 namespace lumsar::service {
 

@@ -16,7 +16,7 @@
 
 #include "capture/capture_pipeline.h"
 #include "capture/pacer.h"
-#include "capture/pass_through.h"
+#include "formats/pass_through.h"
 
 namespace lumsar::service {
 

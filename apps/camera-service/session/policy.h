@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "camera/camera_info.h"
-#include "capture/policy_rule.h"
+#include "formats/policy_rule.h"
 
 namespace lumsar::service {
 

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "base/log.h"
-#include "base/spare_resources.h"
+#include "base/system/spare_resources.h"
 #include "base/text/format.h"
 #include "json/json.h"
 #include "session/client_session.h"

@@ -7,7 +7,7 @@
 #include <stdexcept>
 
 #include "base/log.h"
-#include "capture/device_formats.h"
+#include "formats/device_formats.h"
 #include "sources/virtual_cameras.h"
 
 namespace lumsar::service {

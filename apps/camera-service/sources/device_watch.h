@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "camera/camera_info.h"
-#include "capture/gst_ptr.h"
+#include "formats/gst_ptr.h"
 
 namespace lumsar::service {
 

@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <optional>
 
-#include "base/spare_resources.h"
+#include "base/system/spare_resources.h"
 #include "base/text/format.h"
 #include "capture/capture_pipeline.h"
-#include "capture/capture_plan.h"
+#include "formats/capture_plan.h"
 
 namespace lumsar::service {
 namespace {

@@ -4,7 +4,7 @@
 
 #include <stdexcept>
 
-#include "capture/device_formats.h"
+#include "formats/device_formats.h"
 
 namespace lumsar::service {
 namespace {

@@ -6,8 +6,8 @@
 #include <map>
 #include <string>
 
-#include "capture/camera_format.h"
-#include "capture/gst_ptr.h"
+#include "formats/camera_format.h"
+#include "formats/gst_ptr.h"
 
 namespace lumsar::service {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <thread>
 
-#include "base/event_fd.h"
+#include "base/system/event_fd.h"
 
 namespace lumsar::host {
 

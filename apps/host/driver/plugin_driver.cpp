@@ -3,7 +3,7 @@
 #include <filesystem>
 
 #include "base/errors.h"
-#include "base/temporary_directory.h"
+#include "base/system/temporary_directory.h"
 #include "base/text/format.h"
 #include "driver/working_directory.h"
 #include "json/json.h"

@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "base/back_off.h"
-#include "base/temporary_directory.h"
+#include "base/system/temporary_directory.h"
 #include "rdp/rdp_client.h"
 #include "transport/inbox.h"
 #include "transport/send_queue.h"

@@ -28,8 +28,8 @@ bool SendQueue::keep(std::span<const unsigned char> fragment) {
   return !message || (FragmentJoiner::isValid(*message) && enqueue(std::move(*message)));
 }
 
-// Counts it, too.
-bool SendQueue::isFrame(std::span<const unsigned char> message) {
+// True for a frame.
+bool SendQueue::countMessage(std::span<const unsigned char> message) {
   if (const auto hello = protocol::readHello(message)) {
     ++m_counters.hellos;
     m_counters.helloToken = hello->payload.token;
@@ -45,7 +45,7 @@ bool SendQueue::isFrame(std::span<const unsigned char> message) {
 
 bool SendQueue::enqueue(Bytes message) {
   const std::size_t size = message.size();
-  if (!isFrame(message)) return m_messages.pushControl(std::move(message), size);
+  if (!countMessage(message)) return m_messages.pushControl(std::move(message), size);
   m_messages.pushFrame(std::move(message), size);
   return true;
 }
@@ -55,7 +55,7 @@ bool SendQueue::sendNow(std::span<const unsigned char> message) {
   if (!m_fragments.isWhole(message)) return false;
   const std::size_t sent = m_sendNow(message);
   if (sent == 0) return false;
-  if (isFrame(message)) ++m_counters.framesSent;
+  if (countMessage(message)) ++m_counters.framesSent;
   m_counters.bytesSent += sent;
   if (sent == message.size()) return true;
   // The rest can no longer be dropped. Before the queue's lock is released nothing comes between.

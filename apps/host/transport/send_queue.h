@@ -59,7 +59,7 @@ class SendQueue {
 
  private:
   bool keep(std::span<const unsigned char> fragment);
-  bool isFrame(std::span<const unsigned char> message);
+  bool countMessage(std::span<const unsigned char> message);
   bool enqueue(Bytes message);
   bool sendNow(std::span<const unsigned char> message);
   void reset(bool open);

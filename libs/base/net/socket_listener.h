@@ -7,8 +7,8 @@
 #include <string>
 
 #include "base/errors.h"
-#include "base/fd.h"
 #include "base/net/address.h"
+#include "base/system/fd.h"
 
 namespace lumsar::base {
 

@@ -22,7 +22,7 @@
 #include <string>
 #include <thread>
 
-#include "base/event_fd.h"
+#include "base/system/event_fd.h"
 #include "ipc/client/pending_calls.h"
 #include "ipc/client/writer.h"
 #include "lumsar/assembler.h"

@@ -5,7 +5,7 @@
 
 #include <utility>
 
-#include "base/spare_resources.h"
+#include "base/system/spare_resources.h"
 #include "ipc/channel_path.h"
 #include "lumsar/ipc_transport.h"
 

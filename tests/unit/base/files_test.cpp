@@ -1,4 +1,4 @@
-#include "base/files.h"
+#include "base/system/files.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -11,8 +11,8 @@
 #include <csignal>
 #include <fstream>
 
-#include "base/dynamic_library.h"
-#include "base/fd.h"
+#include "base/system/dynamic_library.h"
+#include "base/system/fd.h"
 #include "support/temporary_directory.h"
 #include "support/text.h"
 

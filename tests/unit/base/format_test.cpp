@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "base/event_fd.h"
+#include "base/system/event_fd.h"
 #include "base/text/bytes.h"
 
 namespace lumsar::test {

@@ -3,7 +3,7 @@
 #include <stdexcept>
 
 #include "base/text/format.h"
-#include "capture/gst_ptr.h"
+#include "formats/gst_ptr.h"
 #include "support/temporary_directory.h"
 
 namespace lumsar::test {

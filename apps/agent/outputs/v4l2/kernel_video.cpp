@@ -10,8 +10,8 @@
 #include <filesystem>
 #include <utility>
 
-#include "base/fd.h"
 #include "base/log.h"
+#include "base/system/fd.h"
 #include "outputs/v4l2/video_system.h"
 #include "protocol/camera_record.h"
 

@@ -13,7 +13,7 @@
 #include <set>
 #include <thread>
 
-#include "base/event_fd.h"
+#include "base/system/event_fd.h"
 #include "outputs/sink.h"
 #include "outputs/v4l2/video_pool.h"
 

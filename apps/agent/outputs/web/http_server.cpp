@@ -11,9 +11,9 @@
 #include <utility>
 
 #include "base/deadline.h"
-#include "base/files.h"
 #include "base/log.h"
 #include "base/net/peer.h"
+#include "base/system/files.h"
 #include "outputs/web/http_request.h"
 #include "outputs/web/page_key.h"
 

@@ -9,8 +9,8 @@
 #include <string_view>
 #include <thread>
 
-#include "base/event_fd.h"
 #include "base/net/acceptor.h"
+#include "base/system/event_fd.h"
 #include "base/text/bytes.h"
 
 namespace lumsar::agent {

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "base/fd.h"
+#include "base/system/fd.h"
 #include "support/process.h"
 #include "support/temporary_directory.h"
 

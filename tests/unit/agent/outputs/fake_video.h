@@ -7,7 +7,7 @@
 #include <map>
 #include <mutex>
 
-#include "base/event_fd.h"
+#include "base/system/event_fd.h"
 #include "outputs/v4l2/video_system.h"
 #include "support/messages.h"
 

@@ -1,5 +1,5 @@
 // Tests of pass_through.h: what becomes of a frame, and why. Test's main thread.
-#include "capture/pass_through.h"
+#include "formats/pass_through.h"
 
 #include <gtest/gtest.h>
 

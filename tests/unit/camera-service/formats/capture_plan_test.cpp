@@ -1,5 +1,5 @@
 // Tests of capture_plan.h: which format is taken and how large frames leave. Test's main thread.
-#include "capture/capture_plan.h"
+#include "formats/capture_plan.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "capture/capture_plan.h"
+#include "formats/capture_plan.h"
 
 #include <algorithm>
 #include <compare>

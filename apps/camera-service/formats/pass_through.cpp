@@ -1,4 +1,4 @@
-#include "capture/pass_through.h"
+#include "formats/pass_through.h"
 
 #include "base/text/format.h"
 #include "lumsar/camera_data.h"

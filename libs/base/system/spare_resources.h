@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "base/fd.h"
+#include "base/system/fd.h"
 #include "base/text/format.h"
 
 namespace lumsar::base {

@@ -1,5 +1,5 @@
 // Tests of device_formats.h: GStreamer's caps, as webcams have them. Test's main thread.
-#include "capture/device_formats.h"
+#include "formats/device_formats.h"
 
 #include <gtest/gtest.h>
 

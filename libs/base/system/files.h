@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "base/fd.h"
+#include "base/system/fd.h"
 #include "base/text/bytes.h"
 
 namespace lumsar::base {

@@ -1,5 +1,5 @@
 // Tests of jpeg_header.h, with frames of a real encoder and with such as no encoder makes.
-#include "capture/jpeg_header.h"
+#include "formats/jpeg_header.h"
 
 #include <gtest/gtest.h>
 

@@ -3,8 +3,8 @@
 
 #include <vector>
 
-#include "capture/camera_format.h"
-#include "capture/gst_ptr.h"
+#include "formats/camera_format.h"
+#include "formats/gst_ptr.h"
 
 namespace lumsar::service {
 

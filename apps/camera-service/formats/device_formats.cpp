@@ -1,4 +1,4 @@
-#include "capture/device_formats.h"
+#include "formats/device_formats.h"
 
 #include <algorithm>
 #include <string_view>

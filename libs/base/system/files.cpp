@@ -1,4 +1,4 @@
-#include "base/files.h"
+#include "base/system/files.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>

@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "capture/camera_format.h"
-#include "capture/policy_rule.h"
+#include "formats/camera_format.h"
+#include "formats/policy_rule.h"
 
 namespace lumsar::service {
 

@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "capture/capture_plan.h"
-#include "capture/jpeg_header.h"
+#include "formats/capture_plan.h"
+#include "formats/jpeg_header.h"
 
 namespace lumsar::service {
 

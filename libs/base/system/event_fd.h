@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <system_error>
 
-#include "base/fd.h"
+#include "base/system/fd.h"
 
 namespace lumsar::base {
 

@@ -1,4 +1,4 @@
-#include "capture/jpeg_header.h"
+#include "formats/jpeg_header.h"
 
 #include <algorithm>
 #include <array>
