@@ -1,13 +1,11 @@
 // Is a real RDP connection used up by frames that go through host and plug-in? The floor is the
 // same transport, fed with the same fragments and nothing before it.
-#include <asio/io_context.hpp>
-#include <atomic>
 #include <stdexcept>
-#include <thread>
 
 #include "harness/flow.h"
 #include "harness/raw_stream.h"
 #include "harness/rows.h"
+#include "harness/transport_feed.h"
 #include "integration/rdp/rdp_server.h"
 #include "rdp/rdp_transport.h"
 #include "support/messages.h"
@@ -86,52 +84,21 @@ double throughHost() {
   return server.timeOfFrame(*flow);
 }
 
-struct Listener final : host::ChannelListener {
-  std::atomic<bool> open = false;
-  void channelOpened() override { open = true; }
-  void channelReceived(std::span<const unsigned char> /*bytes*/) override {}
-  void channelClosed(const std::string& /*why*/) override { open = false; }
-  void channelUnavailable(const std::string& /*why*/) override {}
-  void channelRefused(const std::string& /*why*/) override {}
-};
-
-// In fragments, as the plug-in would send it.
-[[noreturn]] void feed(host::SendQueue& queue, const Flow& flow) {
-  auto frame = test::message(MSG_DATA, test::record(CameraDataKind::Frame, 1,
-                                                    test::frameBody(0, test::blankJpeg(kFrame))));
-  for (std::uint64_t pushed = 0;;) {
-    if (pushed - flow.received >= kAhead) {
-      std::this_thread::sleep_for(std::chrono::microseconds(100));
-      continue;
-    }
-    for (std::size_t done = 0; done < frame.size(); done += kFragment) {
-      queue.push(test::View(frame).subspan(done, std::min(kFragment, frame.size() - done)));
-    }
-    ++pushed;
-  }
-}
-
-void feedTransport(const std::string& address, const Flow& flow) {
-  asio::io_context loop;
-  host::SendQueue queue;
-  Listener listener;
-  const auto inbox = std::make_shared<host::Inbox>(loop.get_executor());
-  inbox->listen(listener);
+[[noreturn]] void feedRdp(const std::string& address, Flow& flow) {
   host::RdpTarget target;
   target.host = address;
   target.ignoreCertificate = true;
-  host::RdpTransport transport(loop, queue, *inbox, target);
-  queue.setWake([&] { transport.wake(); });
-  transport.start();
-  while (!listener.open) loop.run_one();
-  queue.open();
-  feed(queue, flow);
+  feedTransport(
+      [&](asio::io_context& loop, host::SendQueue& queue, host::Inbox& inbox) {
+        return std::make_unique<host::RdpTransport>(loop, queue, inbox, target);
+      },
+      {.frame = kFrame, .fragment = kFragment, .ahead = kAhead}, flow);
 }
 
 double throughTransport() {
   Server server;
   const SharedFlow flow;
-  const Child sender([&] { feedTransport(server.address(), *flow); });
+  const Child sender([&] { feedRdp(server.address(), *flow); });
   server.start();
   return server.timeOfFrame(*flow);
 }

@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "harness/raw_stream.h"
-#include "lumsar/camera_data.h"
+#include "support/messages.h"
 
 namespace lumsar::bench {
 namespace {
@@ -43,6 +43,12 @@ void takeFrames(const RawStream& from, Flow& flow) {
 }
 
 }  // namespace
+
+void noteReceived(std::span<const unsigned char> message, Flow& flow) {
+  if (test::kindOf(message) != CameraDataKind::Statistics) return;
+  message = message.subspan(kHeaderSize + sizeof(CameraDataHeader));
+  if (const auto statistics = take<CameraStatistics>(message)) flow.received = statistics->frames;
+}
 
 SharedFlow::SharedFlow() {
   void* memory =

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -43,6 +44,9 @@ class SharedFlow {
  private:
   Flow* m_flow;
 };
+
+// What a message of a guest says of the frames that it has received, if it says anything of them.
+void noteReceived(std::span<const unsigned char> message, Flow& flow);
 
 // A camera service on the socket `path`: shares one camera with the first client that asks for any,
 // and sends its frames once the guest agent starts it.

@@ -39,6 +39,8 @@ class FrameService : public ipc::IpcServerEvents {
     } else if (test::kindOf(message) == CameraDataKind::Start && header.type == IPC_MSG_DATA) {
       base::Bytes record = message.subspan(kHeaderSize);
       start(client, take<CameraDataHeader>(record)->camera);
+    } else {
+      noteReceived(message, m_flow);
     }
   }
 

@@ -25,9 +25,9 @@ SpiceUri readSpiceUri(const std::string& uri);
 struct SpiceAddress {
   std::string uri;  // spice://HOST:PORT, spice+tls://HOST:PORT, spice+unix:///PATH
   std::string port = protocol::kSpicePortName;
-  std::string ticket;       // password, may be empty
-  std::string caFile;       // for TLS, may be empty
-  std::string hostSubject;  // of the server's certificate, if it is not made out for HOST
+  std::string ticket = {};       // password, may be empty
+  std::string caFile = {};       // for TLS, may be empty
+  std::string hostSubject = {};  // of the server's certificate, if it is not made out for HOST
 };
 
 class SpiceTransport final : public Transport {

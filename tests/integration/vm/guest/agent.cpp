@@ -10,6 +10,7 @@
 //        random:COUNT:N  send so many bytes that are not a message, N times
 //        data:LENGTH:N   announce a message with LENGTH bytes of payload, send N of them
 //        message         wait for one more message and print its type and length
+//        sink:COUNT      behave: start each camera, count frames, tell of each COUNT of them
 //        close, open     the port
 //        sleep:MS
 #include <fcntl.h>
@@ -28,6 +29,7 @@
 
 #include "lumsar/assembler.h"
 #include "lumsar/message.h"
+#include "support/messages.h"
 
 namespace {
 
@@ -45,6 +47,7 @@ class Agent {
     if (verb == "hello") return hello();
     if (verb == "serve") return serve();
     if (verb == "message") return message();
+    if (verb == "sink") return sink(number(rest));
     if (verb == "answer") return answer(rest, 0);
     if (verb == "wrong") return answer(rest, 1);
     if (verb == "answers") {
@@ -142,6 +145,29 @@ class Agent {
       hello();
       answer("", 0);
     }
+  }
+
+  [[noreturn]] void sink(std::uint64_t count) {
+    for (std::uint64_t frames = 0;;) {
+      std::span<const unsigned char> message = next();
+      if (readHeader(message.data()).type == MSG_HELLO) {
+        std::memcpy(&m_hello, message.data(), sizeof m_hello);
+        answer("", 0);
+      }
+      message = message.subspan(kHeaderSize);
+      const auto record = take<CameraDataHeader>(message);
+      if (!record) continue;
+      if (CameraDataKind(record->kind) == CameraDataKind::Announced) {
+        sendRecord(CameraDataKind::Start, record->camera, {});
+      } else if (CameraDataKind(record->kind) == CameraDataKind::Frame && ++frames % count == 0) {
+        sendRecord(CameraDataKind::Statistics, record->camera,
+                   test::bytesOf(CameraStatistics{.frames = frames}));
+      }
+    }
+  }
+
+  void sendRecord(CameraDataKind kind, std::uint32_t camera, const Bytes& body) const {
+    send(test::message(MSG_DATA, test::record(kind, camera, body)));
   }
 
   void message() {

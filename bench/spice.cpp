@@ -1,0 +1,112 @@
+// Is a real SPICE connection used up by frames that go through host and plug-in? The guest is a
+// real one, under emulation. The floor is the same transport, fed with the same messages and
+// nothing before it.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+#include <thread>
+
+#include "harness/rows.h"
+#include "harness/transport_feed.h"
+#include "integration/vm/support/guest.h"
+#include "protocol/names.h"
+#include "spice/spice_transport.h"
+#include "support/temporary_directory.h"
+
+namespace lumsar::bench {
+namespace {
+
+using Millis = std::chrono::duration<double, std::milli>;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::size_t kFrame = 100'000;
+constexpr std::uint64_t kAhead = 64;
+constexpr std::uint64_t kTold = 8;  // the guest tells of so many frames at once
+constexpr std::uint64_t kWarmUp = 100;
+constexpr std::uint64_t kCount = 400;
+
+// A VM of its own for each measurement: what the one before has left on the line is gone with it.
+// Its agent counts the frames.
+class Vm {
+ public:
+  Vm() : m_guest("vm", test::testDirectory(), test::GuestSetup::desktop()) {
+    if (!m_guest.boot()) throw std::runtime_error("the guest does not boot");
+  }
+  std::string address() const { return m_guest.address(); }
+
+  double timeOfFrame(const Flow& flow) {
+    m_guest.start("agent", std::string("guest_agent ") + protocol::kSpicePortName +
+                               " sink:" + std::to_string(kTold));
+    const std::uint64_t first = await(flow, kWarmUp);
+    const auto begin = Clock::now();
+    const std::uint64_t last = await(flow, first + kCount);
+    return Millis(Clock::now() - begin).count() / static_cast<double>(last - first);
+  }
+
+ private:
+  static std::uint64_t await(const Flow& flow, std::uint64_t frames) {
+    const auto deadline = Clock::now() + std::chrono::minutes(1);
+    while (flow.received < frames) {
+      if (Clock::now() > deadline) throw std::runtime_error("nothing arrives over SPICE");
+      std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+    return flow.received;
+  }
+
+  test::Guest m_guest;
+};
+
+double throughHost() {
+  const test::TemporaryDirectory directory;
+  const SharedFlow flow;
+  const Child service([&] {
+    serveFrames(directory / "lumsar/lumsar.sock",
+                {.size = kFrame, .perSecond = 10'000, .ahead = kAhead}, *flow);
+  });
+  Vm vm;
+  const test::Process host(
+      {LUMSAR_BIN "/lumsar-spice", vm.address(), "--exec", "share bench", "--duration", "1h"},
+      {.environment = {{"XDG_RUNTIME_DIR", directory.path()}}});
+  return vm.timeOfFrame(*flow);
+}
+
+double throughTransport() {
+  const SharedFlow flow;
+  Vm vm;
+  const Child sender([&] {
+    feedTransport(
+        [&](asio::io_context&, host::SendQueue& queue, host::Inbox& inbox) {
+          return std::make_unique<host::SpiceTransport>(queue, inbox,
+                                                        host::SpiceAddress{.uri = vm.address()});
+        },
+        {.frame = kFrame, .fragment = kFrame * 2, .ahead = kAhead}, *flow);
+  });
+  return vm.timeOfFrame(*flow);
+}
+
+// The guest is made by a script, which starts this program again.
+int startWithGuest(int argc, char** argv) {
+  std::vector<char*> command{const_cast<char*>(LUMSAR_RUN_VM_TEST), argv[0],
+                             const_cast<char*>(LUMSAR_GUEST_AGENT), const_cast<char*>("--")};
+  command.insert(command.end(), argv + 1, argv + argc);
+  command.push_back(nullptr);
+  execv(command[0], command.data());
+  std::perror(command[0]);
+  return 1;
+}
+
+}  // namespace
+}  // namespace lumsar::bench
+
+int main(int argc, char** argv) {
+  using namespace lumsar::bench;
+  const bool listed =
+      std::any_of(argv, argv + argc, [](std::string_view word) { return word == "--list"; });
+  if (!listed && lumsar::test::testDirectory().empty()) return startWithGuest(argc, argv);
+  return runRows(argc, argv,
+                 {{"SPICE: frame of 100 KB through a real connection", "ms", throughTransport,
+                   throughHost, 1 / 0.95, 5}});
+}
