@@ -12,6 +12,7 @@
 #include <filesystem>
 
 #include "harness/child.h"
+#include "harness/instructions.h"
 #include "harness/micro.h"
 #include "harness/raw_stream.h"
 #include "lumsar/plugin.h"
@@ -114,17 +115,24 @@ std::shared_ptr<Session> newSession(Kind kind, Logging logging = Logging::Off) {
 }
 constexpr auto kNothing = [] { return std::make_shared<int>(); };
 
-Row relayed(std::size_t size) {
+// Both in processor time and in instructions.
+template <class Floor, class Begin, class Here>
+std::vector<Row> both(const std::string& name, Floor floor, Begin begin, Here here) {
+  return {{name, "ns CPU", repeated(kNothing, floor), repeated(begin, here)},
+          {name + ", instructions", "instr.", counted(kNothing, floor), counted(begin, here),
+           kNoLimit, 1}};
+}
+
+std::vector<Row> relayed(std::size_t size) {
   auto frame = std::make_shared<Buffer>(messageOf(size, IPC_MSG_DATA));
   const SpiceSendFunc send = takeFromPlugin;
-  return {"plug-in: frame of " + std::to_string(size) + " B, one buffer", "ns CPU",
-          repeated(kNothing,
-                   [=](int) {
-                     (*frame)[offsetof(RedirMsgHeader, type)] = IPC_MSG_DATA;
-                     send(frame->data(), static_cast<int>(frame->size()));
-                   }),
-          repeated([] { return newSession(Kind::Spice); },
-                   [=](Session& session) { session.toVm(*frame); })};
+  return both(
+      "plug-in: frame of " + std::to_string(size) + " B, one buffer",
+      [=](int) {
+        (*frame)[offsetof(RedirMsgHeader, type)] = IPC_MSG_DATA;
+        send(frame->data(), static_cast<int>(frame->size()));
+      },
+      [] { return newSession(Kind::Spice); }, [=](Session& session) { session.toVm(*frame); });
 }
 
 void sendInFragments(RdpSendFunc send, Buffer& data) {
@@ -133,12 +141,12 @@ void sendInFragments(RdpSendFunc send, Buffer& data) {
   }
 }
 
-Row fragmented(std::size_t size) {
+std::vector<Row> fragmented(std::size_t size) {
   auto frame = std::make_shared<Buffer>(messageOf(size, IPC_MSG_DATA));
-  return {"plug-in: frame of " + std::to_string(size) + " B, in fragments", "ns CPU",
-          repeated(kNothing, [=](int) { sendInFragments(takeFromPlugin, *frame); }),
-          repeated([] { return newSession(Kind::Rdp); },
-                   [=](Session& session) { session.toVm(*frame); })};
+  return both(
+      "plug-in: frame of " + std::to_string(size) + " B, in fragments",
+      [=](int) { sendInFragments(takeFromPlugin, *frame); }, [] { return newSession(Kind::Rdp); },
+      [=](Session& session) { session.toVm(*frame); });
 }
 
 // One copy, in a buffer of its own.
@@ -148,12 +156,11 @@ void sendCopy(const Buffer& data) {
   table.sendData(nullptr, copy.get(), static_cast<int>(data.size()));
 }
 
-Row handled(std::size_t size) {
+std::vector<Row> handled(std::size_t size) {
   auto data = std::make_shared<Buffer>(messageOf(size, MSG_DATA));
-  return {"plug-in: Handler, " + std::to_string(size) + " B", "ns CPU",
-          repeated(kNothing, [=](int) { sendCopy(*data); }),
-          repeated([] { return newSession(Kind::Spice); },
-                   [=](Session& session) { session.toService(*data); })};
+  return both(
+      "plug-in: Handler, " + std::to_string(size) + " B", [=](int) { sendCopy(*data); },
+      [] { return newSession(Kind::Spice); }, [=](Session& session) { session.toService(*data); });
 }
 
 Row commanded(const std::string& name, const std::string& json, Logging logging) {
@@ -182,13 +189,11 @@ double loadAndInit() {
 
 std::vector<Row> rows() {
   // Loading comes first, while this process has not loaded it either.
-  std::vector<Row> all{{"plug-in: dlopen, Init, DeInit", "us", {}, loadAndInit},
-                       relayed(1024),
-                       relayed(100'000),
-                       fragmented(1024),
-                       fragmented(100'000),
-                       handled(64),
-                       handled(100'000)};
+  std::vector<Row> all{{"plug-in: dlopen, Init, DeInit", "us", {}, loadAndInit}};
+  for (const auto& pair : {relayed(1024), relayed(100'000), fragmented(1024), fragmented(100'000),
+                           handled(64), handled(100'000)}) {
+    all.insert(all.end(), pair.begin(), pair.end());
+  }
   const std::vector<std::pair<std::string, std::string>> commands{
       {"list", R"({"command":"list"})"},
       {"share", R"({"command":"share","deviceId":"1"})"},

@@ -42,6 +42,11 @@ gstreamer1.0-plugins-ugly        file:/usr/lib/*/gstreamer-1.0/libgstx264.so
 bench_packages='
 libgtest-dev                     file:/usr/include/gtest/gtest.h
 libbenchmark-dev                 file:/usr/include/benchmark/benchmark.h
+valgrind                         cmd:valgrind
+'
+# Besides those without which some tests are skipped; the rows that use them are left out.
+wanted_bench_packages='
+libusbredirparser-dev            pc:libusbredirparser-0.5
 '
 # For a real VM as the peer.
 vm_packages='
@@ -118,13 +123,13 @@ need_packages() {
   install_packages $missing || { echo "Could not install: $missing" >&2; exit 1; }
 }
 
-# want_packages LIST: tries to install what is missing; does without what cannot be had.
+# want_packages LIST...: tries to install what is missing; does without what cannot be had.
 want_packages() {
-  local package
+  local list package
   command -v apt-get >/dev/null || return 0
-  for package in $(missing_of "$1"); do
+  for package in $(for list in "$@"; do missing_of "$list"; done); do
     echo "Installing: $package"
-    install_packages "$package" || echo "  not available here; the tests that use it are skipped"
+    install_packages "$package" || echo "  not available here; what uses it is left out"
   done
 }
 

@@ -7,6 +7,8 @@
 #include <regex>
 #include <string_view>
 
+#include "harness/instructions.h"
+
 namespace lumsar::bench {
 namespace {
 
@@ -51,6 +53,8 @@ int runRows(int argc, char** argv, const std::vector<Row>& rows) {
       only = argv[++i];
     } else if (word == "--list") {
       list = true;
+    } else if (word == kCountOption && i + 1 < argc) {
+      return runCountedStep(std::stoul(argv[++i]));
     } else {
       std::fprintf(stderr, "Usage: %s [--only REGEX] [--list]\n", argv[0]);
       return 2;

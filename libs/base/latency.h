@@ -1,4 +1,4 @@
-// The latest latencies, for their median, and the worst of all.
+// The latest latencies, for their median and percentiles, and the worst of all.
 #pragma once
 
 #include <algorithm>
@@ -19,12 +19,15 @@ class Latencies {
   }
   void clear() { *this = {}; }
 
-  std::uint64_t median() const {
+  std::uint64_t median() const { return percentile(50); }
+  // What so many of a hundred are below.
+  std::uint64_t percentile(std::size_t percent) const {
     if (m_samples.empty()) return 0;
     std::vector<std::uint64_t> sorted = m_samples;
-    const auto middle = sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size() / 2);
-    std::ranges::nth_element(sorted, middle);
-    return *middle;
+    const std::size_t index = std::min(sorted.size() * percent / 100, sorted.size() - 1);
+    const auto wanted = sorted.begin() + static_cast<std::ptrdiff_t>(index);
+    std::ranges::nth_element(sorted, wanted);
+    return *wanted;
   }
   std::uint64_t worst() const { return m_worst; }
 

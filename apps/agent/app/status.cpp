@@ -42,6 +42,7 @@ void addCamera(JsonWriter& json, const CameraStatus& camera) {
       .number("shown", camera.sinks.delivered)
       .real("rate", camera.rate / 1000.0, 2)
       .number("latencyMedian", camera.latencyMedian)
+      .number("latency99", camera.latency99)
       .number("latencyWorst", camera.latencyWorst)
       .number("savedFiles", camera.sinks.files)
       .text("savedPath", camera.sinks.path)

@@ -210,6 +210,7 @@ CameraStatus Camera::status() const {
   status.dropped = dropped();
   status.rate = m_rate;
   status.latencyMedian = m_latencies.median();
+  status.latency99 = m_latencies.percentile(99);
   status.latencyWorst = m_latencies.worst();
   for (const auto& sink : m_sinks) {
     const SinkReport report = sink->report();

@@ -30,6 +30,7 @@ struct CameraStatus {
   std::uint64_t dropped = 0;
   std::uint32_t rate = 0;  // frames per 1000 s
   std::uint64_t latencyMedian = 0;
+  std::uint64_t latency99 = 0;  // the 99th percentile
   std::uint64_t latencyWorst = 0;
   SinkReport sinks;
 };

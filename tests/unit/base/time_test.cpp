@@ -61,15 +61,19 @@ TEST(Deadline, IsWhatIsLeftRoundedUp) {
   EXPECT_EQ(pollTimeout(now + 24h * 365), std::numeric_limits<int>::max());
 }
 
-TEST(Latencies, KnowMedianAndWorst) {
+TEST(Latencies, KnowMedianPercentilesAndWorst) {
   Latencies latencies;
   EXPECT_EQ(latencies.median(), 0U);
   for (const std::uint64_t value : {5U, 100U, 7U}) latencies.add(value);
   EXPECT_EQ(latencies.median(), 7U);
+  EXPECT_EQ(latencies.percentile(99), 100U);
   EXPECT_EQ(latencies.worst(), 100U);
   for (int i = 0; i < 100000; ++i) latencies.add(50);
   EXPECT_EQ(latencies.median(), 50U);
   EXPECT_EQ(latencies.worst(), 100U);
+  for (int i = 0; i < 50; ++i) latencies.add(90);
+  EXPECT_EQ(latencies.percentile(98), 50U);
+  EXPECT_EQ(latencies.percentile(99), 90U);
   latencies.clear();
   EXPECT_EQ(latencies.worst(), 0U);
 }

@@ -132,6 +132,7 @@ TEST_F(CameraTest, MeasuresLatencyAlsoWhenTheClockIsAhead) {
   frame(2, blankJpeg(), std::uint64_t{0} - 5'000'000);  // captured in the future
   const auto status = camera->status();
   EXPECT_NEAR(static_cast<double>(status.latencyMedian), 1e6, 1e5);
+  EXPECT_NEAR(static_cast<double>(status.latency99), 2e6, 1e5);
   EXPECT_NEAR(static_cast<double>(status.latencyWorst), 2e6, 1e5);
 }
 
