@@ -9,7 +9,10 @@ namespace lumsar::test {
 using std::chrono::milliseconds;
 
 // Generous, for machines under load; a test that passes never waits that long.
-inline constexpr milliseconds kTimeout{20000};
+inline constexpr milliseconds kTimeout{60000};
+// What happens at once has happened by then, on such a machine, too. Shorter than the shortest
+// wait that would be a mistake.
+inline constexpr milliseconds kAtOnce{2500};
 
 // True as soon as `condition` is; false when it is not within `limit`.
 template <class Condition>

@@ -37,8 +37,7 @@ class Chain {
   explicit Chain(Setup setup);
 
   // As eventually(), for many chains at once: looks less often, and calls `watch` each time.
-  bool soon(const std::function<bool()>& condition,
-            milliseconds limit = std::chrono::seconds(30)) const;
+  bool soon(const std::function<bool()>& condition, milliseconds limit = kTimeout) const;
   std::function<void()> watch = [] {};
 
   // Starts it, again if it has ended.

@@ -114,7 +114,7 @@ TEST_F(Cameras, BytesLeftOverFromAKilledHost) {
   guest().run("killall -STOP lumsar-agent");
   guest().run("sleep 2");
   user().host().signal(SIGKILL);
-  user().host().wait(5s);
+  user().host().wait();
   user().startHost(guest().address());
   ASSERT_TRUE(user().host().expect("channel to the VM is open"));
   guest().run("killall -CONT lumsar-agent");

@@ -112,7 +112,7 @@ TEST_P(GuestFaults, FramesComeAgainAndTheNextSessionWorks) {
   ASSERT_NO_FATAL_FAILURE(reach());
   ASSERT_NO_FATAL_FAILURE(disturb());
   if (stage() == Stage::Leaving) {
-    EXPECT_EQ(user().host().wait(20s), 0);
+    EXPECT_EQ(user().host().wait(), 0);
   } else {
     ASSERT_NO_FATAL_FAILURE(recover());
     user().endHost();

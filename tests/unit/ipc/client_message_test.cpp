@@ -110,7 +110,7 @@ TEST_F(ClientTest, AStuckServiceDoesNotBlockASender) {
   const Bytes huge = message(IPC_MSG_DATA, std::string(8U << 20U, 'x'));
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_EQ(own.send(huge), IPC_ERROR_SEND_TIMEOUT);
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(2000));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, kAtOnce);
   ASSERT_TRUE(recorder.awaitClose()) << "the message was cut, so the stream has ended";
   EXPECT_EQ(recorder.closes().front(), IPC_ERROR_SEND_TIMEOUT);
 }

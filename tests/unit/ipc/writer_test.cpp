@@ -57,7 +57,7 @@ TEST(WriterTest, AReaderThatDoesNotReadCostsTheTimeLimitOnly) {
   const auto result = writer.write(pair.ours.get(), huge, {}, milliseconds(100));
   EXPECT_EQ(result.error, IPC_ERROR_SEND_TIMEOUT);
   EXPECT_TRUE(result.broken);
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(2000));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, kAtOnce);
 }
 
 TEST(WriterTest, NothingFollowsAMessageThatWasCut) {
@@ -91,7 +91,7 @@ TEST(WriterTest, WaitingForATurnHasTheSameLimit) {
   const auto begin = std::chrono::steady_clock::now();
   const auto result = writer.write(pair.ours.get(), message(6), {}, milliseconds(50));
   EXPECT_EQ(result.error, IPC_ERROR_SEND_TIMEOUT);
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, kTimeout / 4);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, kTimeout / 2);
   pair.theirs.close();
   stuck.join();
 }

@@ -20,12 +20,12 @@ void CameraVm::startAgent() {
 }
 
 bool CameraVm::cameraIsThere() {
-  return eventually([this] { return device().starts_with("capture device"); }, 10s);
+  return eventually([this] { return device().starts_with("capture device"); });
 }
 
 bool CameraVm::cameraIsGone() {
   stopReader();
-  return eventually([this] { return device().starts_with("no capture device"); }, 10s);
+  return eventually([this] { return device().starts_with("no capture device"); });
 }
 
 bool CameraVm::reading() {

@@ -118,7 +118,7 @@ bool Guest::connectShell() {
 void Guest::pullThePlug() {
   m_shell.close();
   m_qemu->signal(SIGKILL);
-  m_qemu->wait(5s);
+  m_qemu->wait();
 }
 
 void Guest::order(const std::string& command) {

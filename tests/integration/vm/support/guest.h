@@ -54,12 +54,11 @@ class Guest {
     std::string output;
   };
   // Runs a shell command. The guest has but one shell: nothing else happens in it at that time.
-  Result run(const std::string& command, milliseconds time = std::chrono::seconds(15));
+  Result run(const std::string& command, milliseconds time = kTimeout);
   // Starts a command that goes on, with its output in the guest's file /tmp/NAME.log.
   void start(const std::string& name, const std::string& command);
   // Waits until the guest's file /tmp/NAME.log holds `text`.
-  bool expectIn(const std::string& name, const std::string& text,
-                milliseconds time = std::chrono::seconds(15));
+  bool expectIn(const std::string& name, const std::string& text, milliseconds time = kTimeout);
   // Sends a command that gets no answer, such as "reboot -f".
   void order(const std::string& command);
 

@@ -27,12 +27,12 @@ bool UserSide::startService(const std::string& format) {
   m_service = std::make_unique<Process>(std::vector<std::string>{
       LUMSAR_BIN "/lumsar-camera-service", "--ipc-channel", m_channel.string(), "--camera",
       std::string(kCamera) + "," + format, "--verbose"});
-  return eventually([this] { return std::filesystem::exists(m_channel); }, 10s);
+  return eventually([this] { return std::filesystem::exists(m_channel); });
 }
 
 void UserSide::killService() {
   m_service->signal(SIGKILL);
-  m_service->wait(5s);
+  m_service->wait();
 }
 
 void UserSide::startHost(const std::string& address, const std::vector<std::string>& options) {
@@ -55,7 +55,7 @@ void UserSide::startHost(const std::string& address, const std::vector<std::stri
 void UserSide::endHost() {
   if (m_host && m_host->running()) {
     m_host->signal(SIGTERM);
-    EXPECT_EQ(m_host->wait(5s), 0);
+    EXPECT_EQ(m_host->wait(), 0);
   }
 }
 

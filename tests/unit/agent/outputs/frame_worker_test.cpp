@@ -65,7 +65,7 @@ TEST(FrameWorker, PushNeverWaits) {
   });
   const auto begin = std::chrono::steady_clock::now();
   for (std::uint32_t i = 0; i < 1000; ++i) worker.push(numbered(i));
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, kAtOnce);
   go.set_value();
 }
 

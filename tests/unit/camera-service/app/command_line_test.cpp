@@ -72,7 +72,7 @@ TEST_F(CommandLineTest, StopsAtOnceWithManyFilesToLookInto) {
   const auto begin = std::chrono::steady_clock::now();
   m_service->signal(SIGTERM);
   EXPECT_EQ(m_service->wait(), 0);
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(6500))
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20))
       << "the look into one file may take 3 s, and may be tried once more";
   m_service.reset();
 }

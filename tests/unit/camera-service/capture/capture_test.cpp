@@ -107,7 +107,7 @@ TEST_F(CaptureTest, AnIntervalIsKept) {
   ASSERT_TRUE(await([&] { return reader.frames >= 20; }));
   const auto time = std::chrono::steady_clock::now() - begin;
   EXPECT_GE(time, milliseconds(1600));
-  EXPECT_LE(time, milliseconds(6000));
+  EXPECT_LE(time, milliseconds(20'000));
 }
 
 TEST_F(CaptureTest, AMovieBeginsAgainAtItsEnd) {

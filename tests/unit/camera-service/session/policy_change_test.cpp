@@ -74,8 +74,11 @@ TEST_F(PolicyChangeTest, QualityAndIntervalAreObeyed) {
   EXPECT_TRUE(eventually(
       [&] { return host().records.of(CameraDataKind::Frame).back().picture.size() < best / 2; }));
   const std::size_t before = host().records.count(CameraDataKind::Frame);
+  const auto begin = std::chrono::steady_clock::now();
   std::this_thread::sleep_for(milliseconds(1000));
-  EXPECT_LE(host().records.count(CameraDataKind::Frame) - before, 6U);
+  const std::size_t frames = host().records.count(CameraDataKind::Frame) - before;
+  const auto time = std::chrono::steady_clock::now() - begin;
+  EXPECT_LE(frames, static_cast<std::size_t>(time / milliseconds(250)) + 2);
 }
 
 TEST_F(PolicyChangeTest, PoliciesOfTwoHostsAreBothObeyed) {
@@ -92,7 +95,7 @@ TEST_F(PolicyChangeTest, PoliciesOfTwoHostsAreBothObeyed) {
   first->records.await(CameraDataKind::Frame, fast + 30);
   const auto frames = second->records.count(CameraDataKind::Frame) - slow;
   const auto time = std::chrono::steady_clock::now() - begin;
-  EXPECT_LT(time, milliseconds(30 * 250)) << "as fast as it may, not as slow as the other";
+  EXPECT_LT(time, milliseconds(30 * 400)) << "as fast as it may, not as slow as the other";
   EXPECT_LE(frames, static_cast<std::size_t>(time / milliseconds(500)) + 3);
 }
 

@@ -284,14 +284,14 @@ TEST_F(StreamingTest, AVmThatStartsAndStopsWithoutEndHoldsUpNobody) {
   }
   const auto begin = std::chrono::steady_clock::now();
   good->list();
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(1000));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, kAtOnce);
   const std::size_t frames = restless->records.count(CameraDataKind::Frame);
   restless->records.await(CameraDataKind::Frame, frames + 3);
   EXPECT_LE(occurrences(log(), "' is on"), 5U);
 }
 
 // How many frames come in a second once the VM has said, several times, that it takes three.
-std::size_t framesForASlowVm(TestHost& host, std::uint32_t number) {
+double rateForASlowVm(TestHost& host, std::uint32_t number) {
   CameraStatistics slow;
   slow.rate = 3000;
   for (int i = 0; i < 4; ++i) {
@@ -299,21 +299,24 @@ std::size_t framesForASlowVm(TestHost& host, std::uint32_t number) {
     host.fromVm(CameraDataKind::Statistics, number, bytesOf(slow));
   }
   const std::size_t before = host.records.count(CameraDataKind::Frame);
+  const auto begin = std::chrono::steady_clock::now();
   std::this_thread::sleep_for(milliseconds(1000));
-  return host.records.count(CameraDataKind::Frame) - before;
+  const auto frames = static_cast<double>(host.records.count(CameraDataKind::Frame) - before);
+  return frames / std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 
 TEST_F(StreamingTest, TheRateFollowsWhatTheVmTakes) {
   start({"--camera", "test:A,160x120@30"});
-  const std::size_t frames = framesForASlowVm(host(), watch(host(), "test:A"));
-  EXPECT_LE(frames, 8U);
-  EXPECT_GE(frames, 1U);
+  const std::uint32_t number = watch(host(), "test:A");
+  EXPECT_TRUE(eventually([&] { return rateForASlowVm(host(), number) <= 8; }));
+  host().records.await(CameraDataKind::Frame, host().records.count(CameraDataKind::Frame) + 1);
 }
 
 TEST_F(StreamingTest, WithoutRateControlItDoesNot) {
   start({"--camera", "test:A,160x120@30"});
   host().policy({{"cameraEnableFRC", "OFF"}});
-  EXPECT_GE(framesForASlowVm(host(), watch(host(), "test:A")), 15U);
+  const std::uint32_t number = watch(host(), "test:A");
+  EXPECT_TRUE(eventually([&] { return rateForASlowVm(host(), number) >= 15; }));
 }
 
 }  // namespace

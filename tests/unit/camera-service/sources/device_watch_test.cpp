@@ -85,7 +85,7 @@ TEST_F(DeviceWatchTest, SeesCamerasGo) {
   const auto begin = std::chrono::steady_clock::now();
   cameras.unplug("test:A");
   EXPECT_TRUE(watched.awaitCamera("test:A", false));
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(500));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, kAtOnce);
   cameras.plug(service::syntheticCamera("A"));
   EXPECT_TRUE(watched.awaitCamera("test:A"));
   cameras.unplug("test:unknown");

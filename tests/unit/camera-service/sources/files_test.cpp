@@ -142,7 +142,7 @@ TEST_F(FilesTest, AFileThatIsAlwaysWrittenIsLookedIntoAtItsEnd) {
   }
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_TRUE(host().awaitCamera("file:a.jpg"));
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(2000));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
 }
 
 TEST_F(FilesTest, RulesHoldForANameThatIsNoText) {
