@@ -63,6 +63,9 @@ void addOutputOptions(base::CommandLine& line, Options& options) {
       },
       "a v4l2loopback device, /dev/videoN; can be given more than once; without DEVICE, all that "
       "exist");
+  line.option("--pipewire", options.pipewire,
+              "PipeWire, where each camera becomes a camera of the session of this user, without a "
+              "kernel module; the variable PIPEWIRE_REMOTE names the socket of another session");
   line.option(
       "--view [PORT]",
       [&options](const std::string& port) {

@@ -25,6 +25,7 @@ struct Options {
   std::chrono::milliseconds idleTimeout{60000};  // for a service that announces nothing
 
   std::vector<std::string> videoDevices;  // "auto" for all that are found
+  bool pipewire = false;
   std::optional<std::uint16_t> view;
   std::string viewKey;  // of the page's address; a random one if empty
   std::string save;     // directories

@@ -8,6 +8,9 @@
 #include "app/program.h"
 #include "base/command_line.h"
 #include "base/log.h"
+#ifdef LUMSAR_AGENT_PIPEWIRE
+#include "outputs/pipewire/pipewire_output.h"
+#endif
 #ifdef LUMSAR_AGENT_XRDP
 #include "transport/xrdp_transport.h"
 #endif
@@ -38,13 +41,27 @@ std::unique_ptr<Transport> openXrdp(const Options& options) {
 #endif
 }
 
+// PipeWire's library is a shared one, and not everywhere.
+std::unique_ptr<SinkFactory> openPipewire(const Options& options) {
+  if (!options.pipewire) return nullptr;
+#if defined LUMSAR_AGENT_PIPEWIRE
+  return std::make_unique<PipewireOutput>();
+#elif defined LUMSAR_AGENT_XRDP
+  throw base::UsageError(
+      "this lumsar-agent was built without PipeWire; build it where libpipewire-0.3-dev and "
+      "libturbojpeg0-dev are installed, or use --v4l2");
+#else
+  throw base::UsageError("the static program does not support --pipewire; use the dynamic one");
+#endif
+}
+
 int run(int argc, const char* const* argv) {
   const auto options = parseOptions(argc, argv);
   if (!options) return 0;
   base::setVerbose(options->verbose);
   base::setRepeatLimit(base::kMaxRepeatedLines);
   const base::UniqueFd endSignal = takeEndSignals();
-  Program program(*options, openXrdp(*options));
+  Program program(*options, openXrdp(*options), openPipewire(*options));
   const bool written = program.run(endSignal.get());
   if (options->json) std::puts(program.statusJson().c_str());
   std::fflush(stdout);

@@ -29,11 +29,12 @@ constexpr auto kFinishTimeout = 10s;
 
 }  // namespace
 
-Program::Program(Options options, std::unique_ptr<Transport> host)
+Program::Program(Options options, std::unique_ptr<Transport> host,
+                 std::unique_ptr<SinkFactory> pipewire)
     : m_options(std::move(options)),
       m_accessLine(protocol::readAccessLine(m_options.tokenFile)),
       m_end(m_options.runFor ? m_begin + *m_options.runFor : Clock::time_point::max()),
-      m_gallery(openOutputs(), [this] { m_wakeUp.wake(); }) {
+      m_gallery(openOutputs(std::move(pipewire)), [this] { m_wakeUp.wake(); }) {
   if (!host) host = openTransport();
   if (host) {
     m_connections.push_back(
@@ -51,8 +52,10 @@ Program::Program(Options options, std::unique_ptr<Transport> host)
 
 Program::~Program() = default;
 
-std::vector<std::unique_ptr<SinkFactory>> Program::openOutputs() {
+std::vector<std::unique_ptr<SinkFactory>> Program::openOutputs(
+    std::unique_ptr<SinkFactory> pipewire) {
   std::vector<std::unique_ptr<SinkFactory>> outputs;
+  if (pipewire) outputs.push_back(std::move(pipewire));
   if (!m_options.save.empty()) {
     outputs.push_back(std::make_unique<SaveOutput>(m_options.save, SaveAs::Images));
   }

@@ -19,8 +19,10 @@ namespace lumsar::agent {
 class Program {
  public:
   // Opens everything that was asked for. `host` is the transport to the host where the options do
-  // not name one. Throws base::Failure or base::UsageError.
-  explicit Program(Options options, std::unique_ptr<Transport> host = nullptr);
+  // not name one; `pipewire` is an output that not every program has. Throws base::Failure or
+  // base::UsageError.
+  explicit Program(Options options, std::unique_ptr<Transport> host = nullptr,
+                   std::unique_ptr<SinkFactory> pipewire = nullptr);
   ~Program();
 
   // Returns when stop() was called, the time is over, or `endSignal` (a signalfd, or -1) is
@@ -35,7 +37,7 @@ class Program {
   std::uint16_t viewPort() const { return m_viewer ? m_viewer->port() : std::uint16_t{0}; }
 
  private:
-  std::vector<std::unique_ptr<SinkFactory>> openOutputs();
+  std::vector<std::unique_ptr<SinkFactory>> openOutputs(std::unique_ptr<SinkFactory> pipewire);
   std::unique_ptr<Transport> openTransport() const;
   bool turn(int endSignal);
   void acceptDirect();

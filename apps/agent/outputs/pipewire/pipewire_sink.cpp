@@ -1,0 +1,137 @@
+#include "outputs/pipewire/pipewire_sink.h"
+
+#include <utility>
+
+#include "base/text/utf8.h"
+
+namespace lumsar::agent {
+namespace {
+
+using namespace std::chrono_literals;
+
+// A peer may change the size with each frame; consumers are asked to follow no more often.
+constexpr auto kOfferInterval = 1s;
+constexpr FrameSize kAssumedSize = {640, 480};  // of a camera that does not tell its own
+
+OfferedFormat formatOf(const CameraAnnounced& camera) {
+  OfferedFormat format{{camera.width, camera.height}, camera.encoding, camera.frameInterval};
+  if (camera.width == 0 || camera.height == 0) format.size = kAssumedSize;
+  return format;
+}
+
+}  // namespace
+
+PipewireSink::PipewireSink(PipewireLoop& loop, NodeNames& names,
+                           const protocol::Announcement& camera, std::function<void()> changed)
+    : m_loop(loop),
+      m_names(names),
+      m_identity{names.take(camera.id), camera.name},
+      m_changed(std::move(changed)),
+      m_format(formatOf(camera.format)) {
+  m_loop.add(*this);
+}
+
+PipewireSink::~PipewireSink() {
+  PipewireSink::close();
+  std::unique_lock lock(m_mutex);
+  m_hasEnded.wait(lock, [this] { return m_closed; });
+}
+
+void PipewireSink::deliver(FramePtr frame) {
+  {
+    const std::lock_guard lock(m_mutex);
+    if (std::exchange(m_newest, std::move(frame)) != nullptr) ++m_dropped;
+  }
+  m_loop.wake();
+}
+
+// The name is free at once: a camera that comes again gets the same.
+void PipewireSink::close() {
+  if (m_closing.exchange(true)) return;
+  m_names.giveBack(m_identity.name);
+  m_loop.wake();
+}
+
+bool PipewireSink::closed() const {
+  const std::lock_guard lock(m_mutex);
+  return m_closed;
+}
+
+void PipewireSink::ended() {
+  destroyStream();
+  const std::lock_guard lock(m_mutex);  // while it is held, this object lives
+  m_closed = true;
+  m_changed();
+  m_hasEnded.notify_all();
+}
+
+FramePtr PipewireSink::takeNewest() {
+  const std::lock_guard lock(m_mutex);
+  return std::exchange(m_newest, nullptr);
+}
+
+void PipewireSink::update(pw_core* core) {
+  if (core == nullptr) return destroyStream();
+  if (!m_stream) createStream(*core);
+  FramePtr frame = takeNewest();
+  if (!frame) return;
+  followFormat(frame->format);
+  m_stream->send(std::move(frame));
+}
+
+void PipewireSink::createStream(pw_core& core) {
+  m_stream = std::make_unique<CameraStream>(core, m_identity, m_format,
+                                            static_cast<CameraStreamOwner&>(*this));
+  if (std::exchange(m_loggedName, true)) return;
+  base::logInfo("camera \"{}\" is the PipeWire node {}", m_identity.description, m_identity.name);
+}
+
+void PipewireSink::destroyStream() {
+  m_stream.reset();
+  consumed(false);
+}
+
+void PipewireSink::consumed(bool isConsumed) {
+  if (m_hasConsumer.exchange(isConsumed) == isConsumed) return;
+  base::logDebug("{}: {}", m_identity.name, isConsumed ? "has a consumer" : "has no consumer");
+  if (!isConsumed && takeNewest() != nullptr) ++m_dropped;  // the next one begins with a new frame
+  m_changed();
+}
+
+void PipewireSink::followFormat(const CameraFrame& frame) {
+  const OfferedFormat format{{frame.width, frame.height}, frame.encoding, m_format.frameInterval};
+  const auto now = std::chrono::steady_clock::now();
+  if (format.sameFrames(m_format) || now - m_lastOffer < kOfferInterval) return;
+  m_lastOffer = now;
+  m_format = format;
+  m_stream->offer(m_format);
+}
+
+void PipewireSink::dropped(const std::string& reason) {
+  ++m_dropped;
+  if (!reason.empty()) reportProblem(reason);
+}
+
+void PipewireSink::failed(const std::string& why) {
+  reportProblem(base::text("PipeWire refuses it: {}", base::clean(why)));
+}
+
+void PipewireSink::reportProblem(const std::string& problem) {
+  {
+    const std::lock_guard lock(m_mutex);
+    if (std::exchange(m_error, problem) == problem) return;
+  }
+  base::logWarning("camera \"{}\": {}", m_identity.description, problem);
+}
+
+SinkReport PipewireSink::report() const {
+  SinkReport report;
+  report.delivered = m_delivered;
+  report.dropped = m_dropped;
+  report.device = m_identity.name;
+  const std::lock_guard lock(m_mutex);
+  report.error = m_error;
+  return report;
+}
+
+}  // namespace lumsar::agent

@@ -1,0 +1,67 @@
+// PipewireSink: the frames of one camera on their way to PipeWire. The channel thread leaves the
+// newest one here, and the loop's thread sends it. The sink has a consumer while a program takes
+// frames of the camera's node.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+
+#include "outputs/pipewire/camera_stream.h"
+#include "outputs/pipewire/node_names.h"
+#include "outputs/pipewire/pipewire_loop.h"
+#include "outputs/sink.h"
+
+namespace lumsar::agent {
+
+class PipewireSink final : public Sink, private PipewireClient, private CameraStreamOwner {
+ public:
+  PipewireSink(PipewireLoop& loop, NodeNames& names, const protocol::Announcement& camera,
+               std::function<void()> changed);
+  ~PipewireSink() override;
+
+  bool hasConsumer() const override { return m_hasConsumer; }
+  void deliver(FramePtr frame) override;
+  void close() override;
+  bool closed() const override;
+  SinkReport report() const override;
+
+ private:
+  void update(pw_core* core) override;
+  bool isEnding() const override { return m_closing; }
+  void ended() override;
+
+  void consumed(bool isConsumed) override;
+  void sent() override { ++m_delivered; }
+  void dropped(const std::string& reason) override;
+  void failed(const std::string& why) override;
+
+  void createStream(pw_core& core);
+  void destroyStream();
+  void followFormat(const CameraFrame& format);
+  FramePtr takeNewest();
+  void reportProblem(const std::string& problem);
+
+  PipewireLoop& m_loop;
+  NodeNames& m_names;
+  const NodeIdentity m_identity;
+  const std::function<void()> m_changed;
+  std::atomic<bool> m_hasConsumer{false};
+  std::atomic<bool> m_closing{false};
+  std::atomic<std::uint64_t> m_delivered{0};
+  std::atomic<std::uint64_t> m_dropped{0};
+  mutable std::mutex m_mutex;  // for the next four
+  std::condition_variable m_hasEnded;
+  FramePtr m_newest;
+  std::string m_error;
+  bool m_closed = false;
+
+  // Used by the loop's thread only.
+  OfferedFormat m_format;  // by the announcement or the latest frame
+  std::unique_ptr<CameraStream> m_stream;
+  std::chrono::steady_clock::time_point m_lastOffer;
+  bool m_loggedName = false;
+};
+
+}  // namespace lumsar::agent
