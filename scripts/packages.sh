@@ -37,6 +37,14 @@ openssl                          cmd:openssl
 abigail-tools                    cmd:abidiff
 chromium                         cmd:chromium
 gstreamer1.0-plugins-ugly        file:/usr/lib/*/gstreamer-1.0/libgstx264.so
+libpipewire-0.3-dev              pc:libpipewire-0.3
+libturbojpeg0-dev                pc:libturbojpeg
+pipewire                         cmd:pipewire
+pipewire-bin                     cmd:pw-cli
+wireplumber                      cmd:wireplumber
+dbus-daemon                      cmd:dbus-daemon
+gstreamer1.0-pipewire            file:/usr/lib/*/gstreamer-1.0/libgstpipewire.so
+gstreamer1.0-tools               cmd:gst-launch-1.0
 '
 # For bench/run, besides those of the tests.
 bench_packages='

@@ -31,8 +31,7 @@ std::int64_t now() {
 const pw_stream_events CameraStream::kEvents = [] {
   pw_stream_events events = {};
   events.version = PW_VERSION_STREAM_EVENTS;
-  events.state_changed = [](void* data, pw_stream_state, pw_stream_state state,
-                            const char* error) {
+  events.state_changed = [](void* data, pw_stream_state, pw_stream_state state, const char* error) {
     guarded([=] { streamOf(data).stateChanged(state, error); });
   };
   events.param_changed = [](void* data, std::uint32_t id, const spa_pod* param) {

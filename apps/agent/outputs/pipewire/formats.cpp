@@ -29,13 +29,12 @@ std::uint32_t subtypeOf(std::uint32_t encoding) {
 // Frames may come more seldom than announced, as in the dark.
 void addRateAndSize(spa_pod_builder* builder, const OfferedFormat& format) {
   const spa_rectangle size = SPA_RECTANGLE(format.size.width, format.size.height);
-  const spa_fraction rate = format.frameInterval == 0
-                                ? SPA_FRACTION(kUsualRate, 1)
-                                : SPA_FRACTION(kSecond, format.frameInterval);
+  const spa_fraction rate = format.frameInterval == 0 ? SPA_FRACTION(kUsualRate, 1)
+                                                      : SPA_FRACTION(kSecond, format.frameInterval);
   const spa_fraction none = SPA_FRACTION(0, 1);
   spa_pod_builder_add(builder, SPA_FORMAT_VIDEO_size, SPA_POD_Rectangle(&size),
-                      SPA_FORMAT_VIDEO_framerate, SPA_POD_CHOICE_RANGE_Fraction(&rate, &none, &rate),
-                      0);
+                      SPA_FORMAT_VIDEO_framerate,
+                      SPA_POD_CHOICE_RANGE_Fraction(&rate, &none, &rate), 0);
 }
 
 const spa_pod* formatPod(spa_pod_builder* builder, const OfferedFormat& format,
@@ -75,11 +74,11 @@ Pods bufferPods(PodSpace& space, const ChosenFormat& format) {
   spa_pod_frame frame = {};
   Pods pods;
   spa_pod_builder_push_object(builder, &frame, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers);
-  spa_pod_builder_add(
-      builder, SPA_PARAM_BUFFERS_buffers,
-      SPA_POD_CHOICE_RANGE_Int(kBuffers, kMinBuffers, kMaxBuffers), SPA_PARAM_BUFFERS_blocks,
-      SPA_POD_Int(1), SPA_PARAM_BUFFERS_size, SPA_POD_Int(static_cast<int>(bufferBytes(format))),
-      SPA_PARAM_BUFFERS_stride, SPA_POD_Int(format.isRaw() ? format.size.width : 0), 0);
+  spa_pod_builder_add(builder, SPA_PARAM_BUFFERS_buffers,
+                      SPA_POD_CHOICE_RANGE_Int(kBuffers, kMinBuffers, kMaxBuffers),
+                      SPA_PARAM_BUFFERS_blocks, SPA_POD_Int(1), SPA_PARAM_BUFFERS_size,
+                      SPA_POD_Int(static_cast<int>(bufferBytes(format))), SPA_PARAM_BUFFERS_stride,
+                      SPA_POD_Int(format.isRaw() ? format.size.width : 0), 0);
   pods.push_back(static_cast<const spa_pod*>(spa_pod_builder_pop(builder, &frame)));
   spa_pod_builder_push_object(builder, &frame, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta);
   spa_pod_builder_add(builder, SPA_PARAM_META_type, SPA_POD_Id(SPA_META_Header),

@@ -14,7 +14,8 @@ namespace lumsar::agent {
 class NodeNames {
  public:
   std::string take(std::string_view cameraId) {
-    const std::string first = "lumsar." + base::fileName(cameraId);
+    const std::string id = base::fileName(cameraId);
+    const std::string first = "lumsar." + (id.empty() ? "camera" : id);
     std::string name = first;
     for (int i = 2; !m_taken.insert(name).second; ++i) name = base::text("{}.{}", first, i);
     return name;

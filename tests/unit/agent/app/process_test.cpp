@@ -37,6 +37,26 @@ TEST(Process, AWrongCommandLineEndsWithTwo) {
   EXPECT_TRUE(has(child.errors(), "expected spice or rdp. See lumsar-agent --help"));
 }
 
+TEST(Process, TheStaticOneDoesWithoutPipewire) {
+  if (std::string(LUMSAR_AGENT_STATIC).empty()) GTEST_SKIP() << "the static one is not built";
+  Process child({LUMSAR_AGENT_STATIC, "--pipewire"}, {.errorsApart = true});
+  EXPECT_EQ(child.wait(), 2);
+  EXPECT_TRUE(
+      has(child.errors(), "the static program does not support --pipewire; use the dynamic one"))
+      << child.errors();
+}
+
+#ifndef LUMSAR_AGENT_PIPEWIRE
+TEST(Process, OneThatIsBuiltWithoutPipewireNamesWhatIsMissing) {
+  Process child = agentWith({"--pipewire"});
+  EXPECT_EQ(child.wait(), 2);
+  EXPECT_TRUE(has(child.errors(),
+                  "this lumsar-agent was built without PipeWire; build it where "
+                  "libpipewire-0.3-dev and libturbojpeg0-dev are installed, or use --v4l2"))
+      << child.errors();
+}
+#endif
+
 TEST(Process, AnAddressThatIsNoneEndsWithTwo) {
   for (const char* address : {"foo", "tcp:", "tcp:not-a-number:80", "unix:", ""}) {
     for (const char* option : {"--listen", "--listen-direct"}) {

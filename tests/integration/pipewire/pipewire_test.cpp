@@ -1,0 +1,298 @@
+// lumsar-agent --pipewire with a PipeWire of the test's own: the test is the host, and programs of
+// the session are the consumers.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+
+#include "integration/pipewire/pipewire_stack.h"
+#include "support/raw_peer.h"
+#include "support/text.h"
+#include "support/wake_ups.h"
+#include "unit/agent/outputs/mosaic_jpeg.h"
+
+namespace lumsar::test {
+namespace {
+
+constexpr const char* kNode = "lumsar.id-1";
+
+class Pipewire : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (const std::string obstacle = PipewireStack::obstacle(); !obstacle.empty()) {
+      GTEST_SKIP() << obstacle;
+    }
+    stack.emplace();
+    startAgent();
+  }
+  void startAgent(const std::map<std::string, std::string>& environment = {},
+                  bool withStatus = true) {
+    Process::Words command = {LUMSAR_AGENT, "--listen", socket, "--pipewire"};
+    if (withStatus) command.insert(command.end(), {"--status-file", folder / "status.json"});
+    agent.emplace(command, stack->session(environment));
+    host = RawPeer(socket);
+    ASSERT_TRUE(host.handshake());
+  }
+  void shareCamera(const Bytes& body = announcedBody("id-1", "Front")) {
+    host.send(message(MSG_DATA, record(CameraDataKind::Announced, 1, body)));
+    ASSERT_TRUE(eventually([this] { return stack->hasNode(kNode); })) << agent->output();
+  }
+  bool isStarted() const { return host.receiveRecord(CameraDataKind::Start, 1).has_value(); }
+  bool isStopped() const { return host.receiveRecord(CameraDataKind::Stop, 1).has_value(); }
+
+  void send(const Bytes& jpeg, std::uint16_t width = 640, std::uint16_t height = 480) {
+    const Bytes body = frameBody(sequence++, jpeg, kEncodingMjpg, kFrameIsKey, width, height);
+    host.send(message(MSG_DATA, record(CameraDataKind::Frame, 1, body, cameraClock())));
+  }
+  // Sends what `next` makes, at a camera's rate, until the condition is true.
+  template <class Condition>
+  bool sendUntil(Condition condition, const std::function<void()>& next) {
+    return eventually([&] {
+      next();
+      std::this_thread::sleep_for(milliseconds(20));
+      return condition();
+    });
+  }
+  bool sendUntilEnded(Process& consumer, const std::function<void()>& next) {
+    return sendUntil([&] { return !consumer.running(); }, next) && consumer.wait() == 0;
+  }
+  bool statusHasNow(const std::string& text) const {
+    return has(readFile(folder / "status.json"), text);
+  }
+  bool statusHas(const std::string& text) const {
+    return eventually([&] { return statusHasNow(text); });
+  }
+
+  const TemporaryDirectory folder;
+  const std::string socket = "unix:" + (folder / "vm.sock");
+  std::optional<PipewireStack> stack;
+  std::optional<Process> agent;
+  RawPeer host;
+  std::uint32_t sequence = 0;
+};
+
+TEST_F(Pipewire, ACameraIsANodeWithItsNameUntilItIsRemoved) {
+  shareCamera();
+  const std::string nodes = stack->nodes();
+  EXPECT_TRUE(has(nodes, R"(node.description = "Front")")) << nodes;
+  EXPECT_TRUE(has(nodes, R"(media.class = "Video/Source")")) << nodes;
+  EXPECT_TRUE(has(nodes, R"(media.role = "Camera")")) << nodes;
+  EXPECT_TRUE(agent->says("camera \"Front\" is the PipeWire node lumsar.id-1"));
+  EXPECT_TRUE(statusHas(R"("device":"lumsar.id-1")"));
+  host.send(removed(1));
+  EXPECT_TRUE(eventually([this] { return !stack->hasNode(kNode); })) << stack->nodes();
+}
+
+TEST_F(Pipewire, ACameraThatComesAgainHasItsNameAgain) {
+  shareCamera();
+  for (const char* name : {"Front door", "Back door"}) {
+    shareCamera(announcedBody("id-1", name));
+    const std::string description = std::string("node.description = \"") + name + '"';
+    EXPECT_TRUE(eventually([&] { return has(stack->nodes(), description); })) << stack->nodes();
+    EXPECT_EQ(occurrences(stack->nodes(), "lumsar.id-1"), 1);
+  }
+}
+
+TEST_F(Pipewire, AConsumerGetsTheFramesAsTheyCame) {
+  shareCamera();
+  Process consumer = stack->consumer(
+      kNode, {"!", "image/jpeg", "!", "multifilesink", "location=" + (folder / "%02d.jpg")}, 10);
+  ASSERT_TRUE(isStarted());
+  const auto jpeg = [](std::size_t i) {
+    return blankJpeg(1000 + i, static_cast<unsigned char>(i % 250));
+  };
+  ASSERT_TRUE(sendUntilEnded(consumer, [&] { send(jpeg(sequence)); })) << consumer.output();
+  std::size_t last = 0;
+  for (int i = 0; i < 10; ++i) {
+    const std::string frame = readFile(folder / ("0" + std::to_string(i) + ".jpg"));
+    ASSERT_GE(frame.size(), 1000U);
+    EXPECT_EQ(bytesOf(frame), jpeg(frame.size() - 1000));
+    EXPECT_TRUE(i == 0 || frame.size() > last) << "in their order";
+    last = frame.size();
+  }
+  EXPECT_TRUE(isStopped());
+}
+
+TEST_F(Pipewire, ACameraRunsOnlyWhileItHasAConsumerWhateverBecomesOfThat) {
+  shareCamera();
+  for (int i = 0; i < 2; ++i) {
+    Process consumer = stack->consumer(kNode, {"!", "image/jpeg", "!", "fakesink"});
+    ASSERT_TRUE(isStarted()) << consumer.output();
+    send(blankJpeg());
+    consumer.stop(SIGKILL);
+    EXPECT_TRUE(isStopped());
+  }
+}
+
+TEST_F(Pipewire, SeveralConsumersAreServedAtOnce) {
+  shareCamera();
+  Process first = stack->consumer(kNode, {"!", "image/jpeg", "!", "fakesink"}, 30);
+  Process second = stack->consumer(kNode, {"!", "image/jpeg", "!", "fakesink"}, 30);
+  ASSERT_TRUE(isStarted());
+  ASSERT_TRUE(sendUntilEnded(first, [&] { send(blankJpeg()); })) << first.output();
+  ASSERT_TRUE(sendUntilEnded(second, [&] { send(blankJpeg()); })) << second.output();
+  EXPECT_TRUE(isStopped());
+}
+
+Bytes grey(double level, int columns = 80, int rows = 60) {
+  return mosaicJpeg(columns, rows, [level](int, int) { return Colour{level, level, level}; });
+}
+
+TEST_F(Pipewire, AConsumerThatAsksForRawFramesGetsThemDecoded) {
+  shareCamera();
+  Process consumer = stack->consumer(
+      kNode,
+      {"!", "video/x-raw,format=I420", "!", "filesink", "location=" + (folder / "frames.yuv")}, 3);
+  ASSERT_TRUE(isStarted());
+  ASSERT_TRUE(sendUntilEnded(consumer, [&] { send(grey(200)); })) << consumer.output();
+  const std::string frames = readFile(folder / "frames.yuv");
+  constexpr std::size_t kPixels = 640 * 480;
+  ASSERT_EQ(frames.size(), 3 * kPixels * 3 / 2);
+  const auto at = [&](std::size_t i) { return static_cast<unsigned char>(frames[i]); };
+  EXPECT_NEAR(at(kPixels / 2), 200, 3);
+  EXPECT_NEAR(at(kPixels + 100), 128, 3);
+}
+
+TEST_F(Pipewire, WhatIsNoJpegOfTheAnnouncedSizeIsDroppedAndTheNextFrameShown) {
+  shareCamera();
+  Process consumer = stack->consumer(kNode, {"!", "video/x-raw,format=I420", "!", "fakesink"}, 2);
+  ASSERT_TRUE(isStarted());
+  Bytes cut = grey(200);
+  cut.erase(cut.begin() + 600, cut.end() - 2);
+  const Bytes lies[] = {blankJpeg(), cut, grey(200, 2000, 1200), grey(200, 8, 8)};
+  ASSERT_TRUE(sendUntil([&] { return statusHasNow(R"("error":"a JPEG is damaged)"); },
+                        [&] { send(lies[sequence % std::size(lies)]); }));
+  EXPECT_TRUE(consumer.running());
+  EXPECT_TRUE(statusHas(R"("shown":0,)"));
+  EXPECT_TRUE(sendUntilEnded(consumer, [&] { send(grey(200)); })) << consumer.output();
+}
+
+TEST_F(Pipewire, AFrameThatIsLargerThanTheBuffersIsDropped) {
+  shareCamera(announcedBody("id-1", "Front", kEncodingMjpg, 16, 16));
+  Process consumer = stack->consumer(kNode, {"!", "image/jpeg", "!", "fakesink"}, 2);
+  ASSERT_TRUE(isStarted());
+  ASSERT_TRUE(sendUntil([&] { return agent->says("a frame is larger than", 1, milliseconds(1)); },
+                        [&] { send(blankJpeg(100000), 16, 16); }));
+  EXPECT_EQ(agent->countOf("a frame is larger than"), 1);
+  EXPECT_TRUE(sendUntilEnded(consumer, [&] { send(blankJpeg(), 16, 16); })) << consumer.output();
+}
+
+class PipewireSizes : public Pipewire {
+ protected:
+  // Whether a consumer with these elements gets frames first of 640x480, then of 320x240, which
+  // have so many bytes.
+  void expectBoth(Process::Words elements, std::uintmax_t large, std::uintmax_t small) {
+    shareCamera();
+    elements.insert(elements.end(), {"!", "multifilesink", "location=" + (folder / "%05d.frame")});
+    Process consumer = stack->consumer(kNode, elements);
+    ASSERT_TRUE(isStarted());
+    ASSERT_TRUE(sendUntil([&] { return hasFrameOf(large); }, [&] { send(grey(200)); }));
+    ASSERT_TRUE(
+        sendUntil([&] { return hasFrameOf(small); }, [&] { send(grey(200, 40, 30), 320, 240); }))
+        << consumer.output();
+  }
+  bool hasFrameOf(std::uintmax_t bytes) const {
+    std::error_code gone;
+    return std::ranges::any_of(folder.files(), [&](const std::string& name) {
+      return name.ends_with(".frame") && std::filesystem::file_size(folder / name, gone) == bytes;
+    });
+  }
+};
+
+TEST_F(PipewireSizes, AreFollowedAsJpeg) {
+  expectBoth({"!", "jpegdec", "!", "videoconvert", "!", "video/x-raw,format=GRAY8"}, 640 * 480,
+             320 * 240);
+}
+
+TEST_F(PipewireSizes, AreFollowedAsRawFrames) {
+  expectBoth({"!", "video/x-raw,format=I420"}, 640 * 480 * 3 / 2, 320 * 240 * 3 / 2);
+}
+
+TEST_F(Pipewire, AConsumerThatStopsReadingHoldsUpNobody) {
+  shareCamera();
+  Process stopped = stack->consumer(kNode, {"!", "image/jpeg", "!", "fakesink"}, 100);
+  ASSERT_TRUE(isStarted());
+  ASSERT_TRUE(sendUntil([&] { return !statusHasNow(R"("shown":0)"); }, [&] { send(blankJpeg()); }));
+  stopped.signal(SIGSTOP);
+  ASSERT_TRUE(
+      sendUntil([&] { return !statusHasNow(R"("dropped":0)"); }, [&] { send(blankJpeg(500000)); }));
+  host.send(announce(2, "Back"));
+  EXPECT_TRUE(eventually([this] { return stack->hasNode("lumsar.id-2"); }));
+  stopped.signal(SIGCONT);
+  EXPECT_TRUE(sendUntilEnded(stopped, [&] { send(blankJpeg()); })) << stopped.output();
+}
+
+TEST_F(Pipewire, AnH264CameraIsPassedThrough) {
+  shareCamera(announcedBody("id-1", "Front", kEncodingH264));
+  Process consumer = stack->consumer(
+      kNode, {"!", "video/x-h264", "!", "filesink", "location=" + (folder / "video")}, 3);
+  ASSERT_TRUE(isStarted());
+  const Bytes unit = noise(1000, 1);
+  ASSERT_TRUE(sendUntilEnded(consumer, [&] {
+    const Bytes body = frameBody(sequence++, unit, kEncodingH264);
+    host.send(message(MSG_DATA, record(CameraDataKind::Frame, 1, body, cameraClock())));
+  })) << consumer.output();
+  EXPECT_EQ(bytesOf(readFile(folder / "video")), join({unit, unit, unit}));
+}
+
+TEST_F(Pipewire, CamerasComeAgainWithPipewire) {
+  shareCamera();
+  ASSERT_TRUE(agent->says("connected to PipeWire"));
+  stack->killPipewire();
+  ASSERT_TRUE(agent->says("no connection to PipeWire: it has ended; waiting for it"));
+  host.send(announce(2, "Back"));  // one that it does not know yet
+  stack->startPipewire();
+  ASSERT_TRUE(agent->says("connected to PipeWire", 2)) << agent->output();
+  ASSERT_TRUE(eventually([this] { return stack->hasNode("lumsar.id-2"); }));
+  EXPECT_TRUE(stack->hasNode(kNode));
+  Process consumer = stack->consumer(kNode, {"!", "image/jpeg", "!", "fakesink"}, 5);
+  ASSERT_TRUE(isStarted());
+  EXPECT_TRUE(sendUntilEnded(consumer, [&] { send(blankJpeg()); })) << consumer.output();
+  EXPECT_EQ(agent->countOf("no connection to PipeWire"), 1);
+}
+
+TEST_F(Pipewire, ACameraIsSwitchedOffWhenPipewireIsKilled) {
+  shareCamera();
+  Process consumer = stack->consumer(kNode, {"!", "image/jpeg", "!", "fakesink"});
+  ASSERT_TRUE(isStarted());
+  stack->killPipewire();
+  EXPECT_TRUE(isStopped());
+}
+
+TEST_F(Pipewire, AnotherSessionIsServedByItsSocket) {
+  agent->stop(SIGTERM);
+  const TemporaryDirectory elsewhere;
+  startAgent({{"XDG_RUNTIME_DIR", elsewhere.path()},
+              {"PIPEWIRE_REMOTE", stack->runtimeDirectory() + "/pipewire-0"}});
+  shareCamera();
+}
+
+TEST_F(Pipewire, APipewireThatIsNotThereYetIsWaitedFor) {
+  agent->stop(SIGTERM);
+  stack->killPipewire();
+  startAgent();
+  EXPECT_TRUE(agent->says("no connection to PipeWire: "));
+  stack->startPipewire();
+  shareCamera();
+}
+
+TEST_F(Pipewire, WakesUpForNothingWhileNobodyConsumes) {
+  agent->stop(SIGTERM);
+  startAgent({}, false);
+  shareCamera();
+  long fewest = 0;
+  EXPECT_TRUE(becomesIdle(agent->id(), fewest)) << fewest;
+}
+
+TEST_F(Pipewire, EndsCleanlyWhileItIsConsumed) {
+  shareCamera();
+  Process consumer = stack->consumer(kNode, {"!", "image/jpeg", "!", "fakesink"});
+  ASSERT_TRUE(isStarted());
+  send(blankJpeg());
+  EXPECT_EQ(agent->stop(SIGTERM), 0);
+  EXPECT_TRUE(isStopped());
+}
+
+}  // namespace
+}  // namespace lumsar::test

@@ -1,0 +1,123 @@
+// JPEGs as I420: every way in which colours are sampled, sizes that are odd, and what is refused.
+#include "outputs/pipewire/jpeg_decoder.h"
+
+#include <gtest/gtest.h>
+#include <turbojpeg.h>
+
+#include <array>
+
+#include "outputs/jpeg.h"
+#include "support/messages.h"
+
+namespace lumsar::test {
+namespace {
+
+using agent::FrameSize;
+using agent::JpegDecoder;
+
+// Dark on the left, light on the right, and of one colour: its planes are known.
+constexpr unsigned char kDark = 60;
+constexpr unsigned char kLight = 180;
+constexpr unsigned char kBlue = 90;
+constexpr unsigned char kRed = 170;
+
+Bytes jpegOf(FrameSize size, int sampling, int flags = 0) {
+  const auto stride = static_cast<std::size_t>(tjPlaneWidth(0, size.width, sampling));
+  const auto rows = static_cast<std::size_t>(tjPlaneHeight(0, size.height, sampling));
+  Bytes brightness(stride * rows);
+  for (std::size_t i = 0; i < brightness.size(); ++i) {
+    brightness[i] = i % stride < size.width / 2U ? kDark : kLight;
+  }
+  const Bytes blue(brightness.size(), kBlue);
+  const Bytes red(brightness.size(), kRed);
+  std::array<const unsigned char*, 3> planes = {brightness.data(), blue.data(), red.data()};
+  unsigned char* to = nullptr;
+  unsigned long length = 0;
+  const tjhandle encoder = tjInitCompress();
+  EXPECT_EQ(tjCompressFromYUVPlanes(encoder, planes.data(), size.width, nullptr, size.height,
+                                    sampling, &to, &length, 95, flags),
+            0)
+      << tjGetErrorStr2(encoder);
+  const Bytes jpeg(to, to + length);
+  tjFree(to);
+  tjDestroy(encoder);
+  return jpeg;
+}
+
+void expectDecoded(FrameSize size, int sampling) {
+  Bytes frame(agent::i420Bytes(size));
+  ASSERT_TRUE(JpegDecoder().decode(jpegOf(size, sampling), size, frame));
+  const std::size_t pixels = std::size_t{size.width} * size.height;
+  const std::size_t colours = (frame.size() - pixels) / 2;
+  for (std::size_t row = 0; row < size.height; ++row) {
+    EXPECT_NEAR(frame[row * size.width], kDark, 3);
+    EXPECT_NEAR(frame[row * size.width + size.width - 1], kLight, 3);
+  }
+  const bool isGrey = sampling == TJSAMP_GRAY;
+  for (std::size_t i = 0; i < colours; ++i) {
+    ASSERT_NEAR(frame[pixels + i], isGrey ? 128 : kBlue, 3);
+    ASSERT_NEAR(frame[pixels + colours + i], isGrey ? 128 : kRed, 3);
+  }
+}
+
+class Sampling : public testing::TestWithParam<int> {};
+
+TEST_P(Sampling, IsMadeThatOfI420) {
+  for (const FrameSize size : {FrameSize{64, 48}, {66, 50}, {67, 51}, {33, 1}}) {
+    SCOPED_TRACE(testing::Message() << size.width << 'x' << size.height);
+    expectDecoded(size, GetParam());
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Sampling,
+                         testing::Values(TJSAMP_444, TJSAMP_422, TJSAMP_420, TJSAMP_GRAY,
+                                         TJSAMP_440, TJSAMP_411));
+
+class JpegDecoderTest : public testing::Test {
+ protected:
+  static constexpr FrameSize kSize = {64, 48};
+  bool decodes(View jpeg) { return decoder.decode(jpeg, kSize, frame); }
+
+  JpegDecoder decoder;
+  Bytes frame = Bytes(agent::i420Bytes(kSize));
+  const Bytes good = jpegOf(kSize, TJSAMP_422);
+};
+
+TEST_F(JpegDecoderTest, RefusesWhatIsNoJpegAndDecodesTheNext) {
+  Bytes cut(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(good.size() * 2 / 3));
+  Bytes patched = join({cut, Bytes{0xFF, 0xD9}});
+  for (const Bytes& bad : {Bytes(), Bytes{0xFF}, blankJpeg(), noise(5000, 1), cut, patched}) {
+    EXPECT_FALSE(decodes(bad)) << bad.size();
+  }
+  EXPECT_TRUE(decodes(good));
+}
+
+TEST_F(JpegDecoderTest, RefusesAnotherSizeThanTheFramesHave) {
+  for (const FrameSize size : {FrameSize{64, 47}, {63, 48}, {65, 48}, {128, 96}, {8, 8}}) {
+    EXPECT_FALSE(decodes(jpegOf(size, TJSAMP_420)));
+  }
+  EXPECT_FALSE(decodes(agent::greyJpeg(65535, 65535))) << "4 Gpixel in a few bytes";
+}
+
+TEST_F(JpegDecoderTest, RefusesTooSmallARoomAndTooLargeAFrame) {
+  frame.pop_back();
+  EXPECT_FALSE(decodes(good));
+  const FrameSize huge = {15360, 8640};
+  EXPECT_FALSE(agent::isDecodable(huge));
+  EXPECT_FALSE(decoder.decode(agent::greyJpeg(huge.width, huge.height), huge, frame));
+  EXPECT_FALSE(agent::isDecodable({0, 48}));
+}
+
+// Each scan of a progressive JPEG is work for the whole image, and costs a sender a few bytes.
+TEST_F(JpegDecoderTest, RefusesThousandsOfScans) {
+  Bytes jpeg = jpegOf(kSize, TJSAMP_GRAY, TJFLAG_PROGRESSIVE);
+  ASSERT_TRUE(decodes(jpeg));
+  jpeg.resize(jpeg.size() - 2);
+  // One more bit of each coefficient of a block, of which there is none: the rest is zeros.
+  const Bytes scan = {0xFF, 0xDA, 0, 8, 1, 1, 0, 1, 63, 0x10, 0};
+  for (int i = 0; i < 3000; ++i) jpeg.insert(jpeg.end(), scan.begin(), scan.end());
+  EXPECT_FALSE(decodes(jpeg));
+}
+
+}  // namespace
+}  // namespace lumsar::test
