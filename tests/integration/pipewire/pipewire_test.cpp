@@ -252,6 +252,15 @@ TEST_F(Pipewire, CamerasComeAgainWithPipewire) {
   EXPECT_EQ(agent->countOf("no connection to PipeWire"), 1);
 }
 
+TEST_F(Pipewire, ANodeThatSomebodyRemovesComesAgain) {
+  shareCamera();
+  const std::string before = stack->nodes();
+  EXPECT_EQ(Process({"pw-cli", "destroy", kNode}, stack->session()).wait(), 0);
+  EXPECT_TRUE(agent->says("camera \"Front\": PipeWire does not serve it: "));
+  EXPECT_TRUE(eventually([&] { return stack->hasNode(kNode) && stack->nodes() != before; }))
+      << stack->nodes();
+}
+
 TEST_F(Pipewire, ACameraIsSwitchedOffWhenPipewireIsKilled) {
   shareCamera();
   Process consumer = stack->consumer(kNode, {"!", "image/jpeg", "!", "fakesink"});

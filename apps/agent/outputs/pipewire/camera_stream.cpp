@@ -75,7 +75,9 @@ void CameraStream::offer(const OfferedFormat& format) {
 void CameraStream::stateChanged(pw_stream_state state, const char* error) {
   const bool isConsumed = state == PW_STREAM_STATE_STREAMING;
   if (std::exchange(m_isConsumed, isConsumed) != isConsumed) m_owner.consumed(isConsumed);
-  if (state == PW_STREAM_STATE_ERROR) m_owner.failed(error == nullptr ? "" : error);
+  if (state == PW_STREAM_STATE_ERROR || state == PW_STREAM_STATE_UNCONNECTED) {
+    m_owner.failed(error == nullptr ? "its node was removed" : error);
+  }
 }
 
 void CameraStream::formatChanged(const spa_pod* format) {

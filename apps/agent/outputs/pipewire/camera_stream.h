@@ -25,7 +25,7 @@ class CameraStreamOwner {
   // What has become of a frame. A reason is given where it is not a slow consumer.
   virtual void sent() = 0;
   virtual void dropped(const std::string& reason = {}) = 0;
-  // PipeWire no longer serves the node.
+  // The node is of no use any more. This object may not be destroyed in this call.
   virtual void failed(const std::string& why) = 0;
 };
 

@@ -48,9 +48,9 @@ PipewireLoop::PipewireLoop()
   m_event = made(pw_loop_add_event(
       &loop(), [](void* data, std::uint64_t) { guarded([data] { loopOf(data).work(); }); }, this));
   m_timer = made(pw_loop_add_timer(
-      &loop(), [](void* data, std::uint64_t) { guarded([data] { loopOf(data).connect(); }); },
+      &loop(), [](void* data, std::uint64_t) { guarded([data] { loopOf(data).timeOver(); }); },
       this));
-  setTimer(1ns);
+  updateIn(1ns);
   m_thread = std::thread([this] { pw_main_loop_run(m_mainLoop.get()); });
 }
 
@@ -73,7 +73,7 @@ void PipewireLoop::wake() {
   pw_loop_signal_event(&loop(), m_event);
 }
 
-void PipewireLoop::setTimer(std::chrono::nanoseconds delay) {
+void PipewireLoop::updateIn(std::chrono::nanoseconds delay) {
   const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(delay);
   timespec time = {};
   time.tv_sec = seconds.count();
@@ -113,6 +113,10 @@ void PipewireLoop::updateClients() {
   }
 }
 
+void PipewireLoop::timeOver() {
+  m_core ? updateClients() : connect();
+}
+
 void PipewireLoop::connect() {
   m_core.reset(pw_context_connect(m_context.get(),
                                   pw_properties_new(PW_KEY_APP_NAME, "lumsar-agent", nullptr), 0));
@@ -123,7 +127,7 @@ void PipewireLoop::connect() {
 }
 
 void PipewireLoop::wait(const std::string& why) {
-  setTimer(m_backOff.next());
+  updateIn(m_backOff.next());
   if (std::exchange(m_loggedWaiting, true)) return;
   base::logWarning(
       "no connection to PipeWire: {}; waiting for it. Does it run in the session of this user? "

@@ -41,6 +41,8 @@ class PipewireLoop {
 
   void add(PipewireClient& client);
   void wake();
+  // For clients: so that all of them are updated once more.
+  void updateIn(std::chrono::nanoseconds delay);
 
  private:
   // Begins and ends the use of the library.
@@ -52,11 +54,11 @@ class PipewireLoop {
   };
 
   pw_loop& loop() const { return *pw_main_loop_get_loop(m_mainLoop.get()); }
-  void setTimer(std::chrono::nanoseconds delay);
   void work();
   void admitClients();
   void endClients();
   void updateClients();
+  void timeOver();
   void connect();
   void wait(const std::string& why);
   void answered();

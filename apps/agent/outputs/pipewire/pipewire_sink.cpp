@@ -11,6 +11,7 @@ using namespace std::chrono_literals;
 
 // A peer may change the size with each frame; consumers are asked to follow no more often.
 constexpr auto kOfferInterval = 1s;
+constexpr auto kRetryInterval = 5s;             // for a node that PipeWire does not want
 constexpr FrameSize kAssumedSize = {640, 480};  // of a camera that does not tell its own
 
 OfferedFormat formatOf(const CameraAnnounced& camera) {
@@ -71,10 +72,14 @@ FramePtr PipewireSink::takeNewest() {
 }
 
 void PipewireSink::update(pw_core* core) {
-  if (core == nullptr) return destroyStream();
-  if (!m_stream) createStream(*core);
+  if (core == nullptr) {
+    m_failure.clear();  // that it has ended
+    return destroyStream();
+  }
+  if (!m_failure.empty()) endStream();
+  if (!m_stream && std::chrono::steady_clock::now() >= m_retryTime) createStream(*core);
   FramePtr frame = takeNewest();
-  if (!frame) return;
+  if (!frame || !m_stream) return;
   followFormat(frame->format);
   m_stream->send(std::move(frame));
 }
@@ -86,6 +91,14 @@ void PipewireSink::createStream(pw_core& core) {
   base::logInfo("camera \"{}\" is the PipeWire node {}", m_identity.description, m_identity.name);
 }
 
+void PipewireSink::endStream() {
+  reportProblem(base::text("PipeWire does not serve it: {}", base::clean(m_failure)));
+  m_failure.clear();
+  destroyStream();
+  m_retryTime = std::chrono::steady_clock::now() + kRetryInterval;
+  m_loop.updateIn(kRetryInterval);
+}
+
 void PipewireSink::destroyStream() {
   m_stream.reset();
   consumed(false);
@@ -95,6 +108,10 @@ void PipewireSink::consumed(bool isConsumed) {
   if (m_hasConsumer.exchange(isConsumed) == isConsumed) return;
   base::logDebug("{}: {}", m_identity.name, isConsumed ? "has a consumer" : "has no consumer");
   if (!isConsumed && takeNewest() != nullptr) ++m_dropped;  // the next one begins with a new frame
+  if (isConsumed) {
+    const std::lock_guard lock(m_mutex);
+    m_error.clear();
+  }
   m_changed();
 }
 
@@ -113,7 +130,8 @@ void PipewireSink::dropped(const std::string& reason) {
 }
 
 void PipewireSink::failed(const std::string& why) {
-  reportProblem(base::text("PipeWire refuses it: {}", base::clean(why)));
+  m_failure = why;
+  m_loop.wake();
 }
 
 void PipewireSink::reportProblem(const std::string& problem) {

@@ -38,6 +38,7 @@ class PipewireSink final : public Sink, private PipewireClient, private CameraSt
   void failed(const std::string& why) override;
 
   void createStream(pw_core& core);
+  void endStream();
   void destroyStream();
   void followFormat(const CameraFrame& format);
   FramePtr takeNewest();
@@ -61,6 +62,8 @@ class PipewireSink final : public Sink, private PipewireClient, private CameraSt
   OfferedFormat m_format;  // by the announcement or the latest frame
   std::unique_ptr<CameraStream> m_stream;
   std::chrono::steady_clock::time_point m_lastOffer;
+  std::string m_failure;                              // of the stream
+  std::chrono::steady_clock::time_point m_retryTime;  // before it there is no other stream
   bool m_loggedName = false;
 };
 

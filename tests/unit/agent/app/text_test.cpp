@@ -53,7 +53,7 @@ TEST(Options, HaveSensibleDefaults) {
 TEST(Options, AreRead) {
   const Options options = parse({"--protocol",    "rdp",    "--listen=unix:/s", "--view",
                                  "9000",          "--v4l2", "--v4l2",           "/dev/video3",
-                                 "--duration",    "250ms",  "--vm-version",     "1.0",
+                                 "--duration",    "250ms",  "--pipewire", "--vm-version",     "1.0",
                                  "--session",     "7",      "--share-all",      "--json",
                                  "--status-file", "f",      "--save",           "d"});
   EXPECT_EQ(options.endpoint.protocol, Protocol::Rdp);
