@@ -44,4 +44,5 @@ This service receives them over a virtio port. A camera runs only while a
 program in the VM has its device open.")
 set(CPACK_DEBIAN_GUEST_PACKAGE_CONTROL_EXTRA
   ${guest}/debian/postinst ${guest}/debian/prerm ${guest}/debian/postrm)
+include(SessionPackage.cmake)
 include(CPack)

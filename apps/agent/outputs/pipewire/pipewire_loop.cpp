@@ -120,7 +120,7 @@ void PipewireLoop::timeOver() {
 void PipewireLoop::connect() {
   m_core.reset(pw_context_connect(m_context.get(),
                                   pw_properties_new(PW_KEY_APP_NAME, "lumsar-agent", nullptr), 0));
-  if (!m_core) return wait(base::systemError());
+  if (!m_core) return wait(errno == EHOSTDOWN ? "it does not run" : base::systemError());
   m_listener = {};
   pw_proxy_add_object_listener(reinterpret_cast<pw_proxy*>(m_core.get()), &m_listener, &kEvents,
                                this);
