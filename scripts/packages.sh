@@ -78,6 +78,8 @@ xrdp                             file:/usr/sbin/xrdp
 tigervnc-standalone-server       cmd:Xvnc
 freerdp2-x11                     cmd:xfreerdp
 xvfb                             cmd:Xvfb
+xdg-desktop-portal               file:/usr/libexec/xdg-desktop-portal
+libglib2.0-bin                   cmd:gdbus
 debootstrap                      cmd:debootstrap
 kmod                             cmd:depmod
 openssl                          cmd:openssl

@@ -25,9 +25,14 @@ std::string PipewireStack::obstacle() {
 }
 
 PipewireStack::PipewireStack() {
-  m_bus.emplace(Process::Words{"dbus-daemon", "--session", "--nofork",
-                               "--address=unix:path=" + m_directory + "/bus"},
-                session());
+  // Without somebody who could ask the user there is no portal for cameras.
+  writeFile(m_folder / "test.portal",
+            "[portal]\nDBusName=org.freedesktop.impl.portal.desktop.test\n"
+            "Interfaces=org.freedesktop.impl.portal.Access;\nUseIn=test\n");
+  m_bus.emplace(
+      Process::Words{"dbus-daemon", "--session", "--nofork",
+                     "--address=unix:path=" + m_directory + "/bus"},
+      session({{"XDG_DESKTOP_PORTAL_DIR", m_directory}, {"XDG_CURRENT_DESKTOP", "test"}}));
   EXPECT_TRUE(eventually([this] { return std::filesystem::exists(m_directory + "/bus"); }))
       << m_bus->output();
   startPipewire();

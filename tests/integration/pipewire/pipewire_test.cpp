@@ -6,71 +6,12 @@
 #include <csignal>
 #include <filesystem>
 
-#include "integration/pipewire/pipewire_stack.h"
-#include "support/raw_peer.h"
-#include "support/text.h"
+#include "integration/pipewire/pipewire_fixture.h"
 #include "support/wake_ups.h"
 #include "unit/agent/outputs/mosaic_jpeg.h"
 
 namespace lumsar::test {
 namespace {
-
-constexpr const char* kNode = "lumsar.id-1";
-
-class Pipewire : public testing::Test {
- protected:
-  void SetUp() override {
-    if (const std::string obstacle = PipewireStack::obstacle(); !obstacle.empty()) {
-      GTEST_SKIP() << obstacle;
-    }
-    stack.emplace();
-    startAgent();
-  }
-  void startAgent(const std::map<std::string, std::string>& environment = {},
-                  bool withStatus = true) {
-    Process::Words command = {LUMSAR_AGENT, "--listen", socket, "--pipewire"};
-    if (withStatus) command.insert(command.end(), {"--status-file", folder / "status.json"});
-    agent.emplace(command, stack->session(environment));
-    host = RawPeer(socket);
-    ASSERT_TRUE(host.handshake());
-  }
-  void shareCamera(const Bytes& body = announcedBody("id-1", "Front")) {
-    host.send(message(MSG_DATA, record(CameraDataKind::Announced, 1, body)));
-    ASSERT_TRUE(eventually([this] { return stack->hasNode(kNode); })) << agent->output();
-  }
-  bool isStarted() const { return host.receiveRecord(CameraDataKind::Start, 1).has_value(); }
-  bool isStopped() const { return host.receiveRecord(CameraDataKind::Stop, 1).has_value(); }
-
-  void send(const Bytes& jpeg, std::uint16_t width = 640, std::uint16_t height = 480) {
-    const Bytes body = frameBody(sequence++, jpeg, kEncodingMjpg, kFrameIsKey, width, height);
-    host.send(message(MSG_DATA, record(CameraDataKind::Frame, 1, body, cameraClock())));
-  }
-  // Sends what `next` makes, at a camera's rate, until the condition is true.
-  template <class Condition>
-  bool sendUntil(Condition condition, const std::function<void()>& next) {
-    return eventually([&] {
-      next();
-      std::this_thread::sleep_for(milliseconds(20));
-      return condition();
-    });
-  }
-  bool sendUntilEnded(Process& consumer, const std::function<void()>& next) {
-    return sendUntil([&] { return !consumer.running(); }, next) && consumer.wait() == 0;
-  }
-  bool statusHasNow(const std::string& text) const {
-    return has(readFile(folder / "status.json"), text);
-  }
-  bool statusHas(const std::string& text) const {
-    return eventually([&] { return statusHasNow(text); });
-  }
-
-  const TemporaryDirectory folder;
-  const std::string socket = "unix:" + (folder / "vm.sock");
-  std::optional<PipewireStack> stack;
-  std::optional<Process> agent;
-  RawPeer host;
-  std::uint32_t sequence = 0;
-};
 
 TEST_F(Pipewire, ACameraIsANodeWithItsNameUntilItIsRemoved) {
   shareCamera();
@@ -133,10 +74,6 @@ TEST_F(Pipewire, SeveralConsumersAreServedAtOnce) {
   ASSERT_TRUE(sendUntilEnded(first, [&] { send(blankJpeg()); })) << first.output();
   ASSERT_TRUE(sendUntilEnded(second, [&] { send(blankJpeg()); })) << second.output();
   EXPECT_TRUE(isStopped());
-}
-
-Bytes grey(double level, int columns = 80, int rows = 60) {
-  return mosaicJpeg(columns, rows, [level](int, int) { return Colour{level, level, level}; });
 }
 
 TEST_F(Pipewire, AConsumerThatAsksForRawFramesGetsThemDecoded) {

@@ -43,8 +43,10 @@ const spa_pod* formatPod(spa_pod_builder* builder, const OfferedFormat& format,
   spa_pod_builder_push_object(builder, &frame, SPA_TYPE_OBJECT_Format, SPA_PARAM_EnumFormat);
   spa_pod_builder_add(builder, SPA_FORMAT_mediaType, SPA_POD_Id(SPA_MEDIA_TYPE_video),
                       SPA_FORMAT_mediaSubtype, SPA_POD_Id(subtype), 0);
-  if (subtype == SPA_MEDIA_SUBTYPE_raw) {
-    spa_pod_builder_add(builder, SPA_FORMAT_VIDEO_format, SPA_POD_Id(SPA_VIDEO_FORMAT_I420), 0);
+  if (subtype == SPA_MEDIA_SUBTYPE_raw) {  // with the values of a JPEG
+    spa_pod_builder_add(builder, SPA_FORMAT_VIDEO_format, SPA_POD_Id(SPA_VIDEO_FORMAT_I420),
+                        SPA_FORMAT_VIDEO_colorRange, SPA_POD_Id(SPA_VIDEO_COLOR_RANGE_0_255),
+                        SPA_FORMAT_VIDEO_colorMatrix, SPA_POD_Id(SPA_VIDEO_COLOR_MATRIX_BT601), 0);
   }
   addRateAndSize(builder, format);
   return static_cast<const spa_pod*>(spa_pod_builder_pop(builder, &frame));

@@ -26,20 +26,22 @@ std::string executable() {
   return {};
 }
 
-std::vector<std::string> commandLine(const std::string& profile) {
-  return {executable(),
-          "--headless",
-          "--no-sandbox",
-          "--disable-gpu",
-          "--disable-quic",
-          "--no-first-run",
-          "--disable-background-networking",
-          "--disable-component-update",
-          "--disable-sync",
-          "--hide-scrollbars",
-          "--remote-debugging-pipe",
-          "--user-data-dir=" + profile,
-          "--window-size=1280,900"};
+std::vector<std::string> commandLine(const std::string& profile, const Process::Words& more) {
+  Process::Words command = {executable(),
+                            "--headless",
+                            "--no-sandbox",
+                            "--disable-gpu",
+                            "--disable-quic",
+                            "--no-first-run",
+                            "--disable-background-networking",
+                            "--disable-component-update",
+                            "--disable-sync",
+                            "--hide-scrollbars",
+                            "--remote-debugging-pipe",
+                            "--user-data-dir=" + profile,
+                            "--window-size=1280,900"};
+  command.insert(command.end(), more.begin(), more.end());
+  return command;
 }
 
 struct Pipe {
@@ -63,8 +65,8 @@ bool Browser::installed() {
   return !executable().empty();
 }
 
-Browser::Browser(const std::string& page) {
-  start();
+Browser::Browser(const std::string& page, const Setup& setup) {
+  start(setup);
   const QJsonObject target = call("Target.createTarget", {{"url", QString::fromStdString(page)}});
   const QJsonObject session =
       call("Target.attachToTarget", {{"targetId", target["targetId"]}, {"flatten", true}});
@@ -72,7 +74,7 @@ Browser::Browser(const std::string& page) {
   if (m_session.isEmpty() && m_problem.empty()) m_problem = "no page: " + m_child->output();
 }
 
-void Browser::start() {
+void Browser::start(const Setup& setup) {
   auto [theirCommands, commands] = pipeOutOfTheWay();
   auto [answers, theirAnswers] = pipeOutOfTheWay();
   m_commands = std::move(commands);
@@ -81,10 +83,9 @@ void Browser::start() {
     dup2(input, 3);
     dup2(output, 4);
   };
-  m_child.emplace(
-      commandLine(m_folder / "profile"),
-      ProcessSetup{.environment = {{"HOME", m_folder.path()}, {"TMPDIR", m_folder.path()}},
-                   .before = useDescriptors});
+  ProcessSetup process{.environment = setup.environment, .before = useDescriptors};
+  process.environment.insert({{"HOME", m_folder.path()}, {"TMPDIR", m_folder.path()}});
+  m_child.emplace(commandLine(m_folder / "profile", setup.arguments), process);
 }
 
 std::string Browser::evaluate(const std::string& expression) {

@@ -17,8 +17,14 @@ class Browser {
   // Whether one is installed.
   static bool installed();
 
+  struct Setup {
+    Process::Words arguments = {};
+    std::map<std::string, std::string> environment = {};
+  };
+
   // Opens the page; `problem()` is empty when that went well.
-  explicit Browser(const std::string& page);
+  explicit Browser(const std::string& page, const Setup& setup);
+  explicit Browser(const std::string& page) : Browser(page, Setup()) {}
 
   // The value of an expression in the page; empty when it has none or the browser does not answer.
   std::string evaluate(const std::string& expression);
@@ -32,7 +38,7 @@ class Browser {
   const std::string& problem() const { return m_problem; }
 
  private:
-  void start();
+  void start(const Setup& setup);
   QJsonObject call(const char* method, const QJsonObject& parameters);
   std::optional<QJsonObject> receive();
 
