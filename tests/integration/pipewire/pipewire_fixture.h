@@ -40,7 +40,10 @@ class Pipewire : public testing::Test {
   bool isStopped() const { return host.receiveRecord(CameraDataKind::Stop, 1).has_value(); }
 
   void send(const Bytes& jpeg, std::uint16_t width = 640, std::uint16_t height = 480) {
-    const Bytes body = frameBody(sequence++, jpeg, kEncodingMjpg, kFrameIsKey, width, height);
+    sendFrame(frameBody(sequence++, jpeg, kEncodingMjpg, kFrameIsKey, width, height));
+  }
+  void sendH264(const Bytes& unit) { sendFrame(frameBody(sequence++, unit, kEncodingH264)); }
+  void sendFrame(const Bytes& body) {
     host.send(message(MSG_DATA, record(CameraDataKind::Frame, 1, body, cameraClock())));
   }
   // Sends what `next` makes, at a camera's rate, until the condition is true.

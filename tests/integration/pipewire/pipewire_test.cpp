@@ -166,11 +166,23 @@ TEST_F(Pipewire, AnH264CameraIsPassedThrough) {
       kNode, {"!", "video/x-h264", "!", "filesink", "location=" + (folder / "video")}, 3);
   ASSERT_TRUE(isStarted());
   const Bytes unit = noise(1000, 1);
-  ASSERT_TRUE(sendUntilEnded(consumer, [&] {
-    const Bytes body = frameBody(sequence++, unit, kEncodingH264);
-    host.send(message(MSG_DATA, record(CameraDataKind::Frame, 1, body, cameraClock())));
-  })) << consumer.output();
+  ASSERT_TRUE(sendUntilEnded(consumer, [&] { sendH264(unit); })) << consumer.output();
   EXPECT_EQ(bytesOf(readFile(folder / "video")), join({unit, unit, unit}));
+}
+
+TEST_F(Pipewire, FramesOfAnotherEncodingDoNotReachAConsumerOfJpeg) {
+  shareCamera();
+  Process consumer = stack->consumer(
+      kNode, {"!", "image/jpeg", "!", "multifilesink", "location=" + (folder / "%05d.frame")});
+  ASSERT_TRUE(isStarted());
+  ASSERT_TRUE(sendUntil([&] { return !readFile(folder / "00000.frame").empty(); },
+                        [&] { send(blankJpeg()); }));
+  const Bytes unit = noise(1000, 1);
+  EXPECT_TRUE(sendUntil([&] { return !statusHasNow(R"("dropped":0)"); }, [&] { sendH264(unit); }));
+  for (const std::string& name : folder.files()) {
+    const bool isFrame = name.ends_with(".frame");
+    EXPECT_TRUE(!isFrame || bytesOf(readFile(folder / name)) == blankJpeg()) << name;
+  }
 }
 
 TEST_F(Pipewire, CamerasComeAgainWithPipewire) {

@@ -75,6 +75,7 @@ void CameraStream::offer(const OfferedFormat& format) {
 void CameraStream::stateChanged(pw_stream_state state, const char* error) {
   const bool isConsumed = state == PW_STREAM_STATE_STREAMING;
   if (std::exchange(m_isConsumed, isConsumed) != isConsumed) m_owner.consumed(isConsumed);
+  if (!isConsumed && std::exchange(m_frame, nullptr) != nullptr) m_owner.dropped();
   if (state == PW_STREAM_STATE_ERROR || state == PW_STREAM_STATE_UNCONNECTED) {
     m_owner.failed(error == nullptr ? "its node was removed" : error);
   }
@@ -83,7 +84,7 @@ void CameraStream::stateChanged(pw_stream_state state, const char* error) {
 void CameraStream::formatChanged(const spa_pod* format) {
   m_buffer = nullptr;  // buffers come with a format
   m_chosen = readFormat(format);
-  if (!m_chosen) return;
+  if (!m_chosen) return m_decoder.reset();
   PodSpace space;
   Pods pods = bufferPods(space, *m_chosen);
   pw_stream_update_params(m_stream.get(), pods.data(), static_cast<std::uint32_t>(pods.size()));
@@ -103,7 +104,7 @@ void CameraStream::send(FramePtr frame) {
 bool CameraStream::fits(const Frame& frame) const {
   const FrameSize size = {frame.format.width, frame.format.height};
   return m_chosen && m_chosen->size == size && m_offered.size == size &&
-         m_offered.encoding == frame.format.encoding;
+         m_chosen->cameraEncoding() == frame.format.encoding;
 }
 
 // Called when PipeWire is ready for the frame.
@@ -113,6 +114,7 @@ void CameraStream::process() {
   pw_buffer* buffer = freeBuffer();
   if (buffer == nullptr || !m_chosen) return m_owner.dropped();
   const spa_data& data = buffer->buffer->datas[0];
+  if (data.data == nullptr) return m_owner.dropped("PipeWire's buffers cannot be written to");
   std::string why;
   const std::size_t size =
       fill({static_cast<unsigned char*>(data.data), data.maxsize}, *frame, why);

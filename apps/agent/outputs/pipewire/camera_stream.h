@@ -22,7 +22,7 @@ class CameraStreamOwner {
   virtual ~CameraStreamOwner() = default;
   // Whether a program takes frames. Not told by the destructor.
   virtual void consumed(bool isConsumed) = 0;
-  // What has become of a frame. A reason is given where it is not a slow consumer.
+  // What has become of a frame. A reason is given unless the consumer is just slow.
   virtual void sent() = 0;
   virtual void dropped(const std::string& reason = {}) = 0;
   // The node is of no use any more. This object may not be destroyed in this call.

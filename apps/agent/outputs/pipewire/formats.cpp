@@ -1,12 +1,11 @@
 #include "outputs/pipewire/formats.h"
 
+#include <spa/buffer/buffer.h>
 #include <spa/buffer/meta.h>
 #include <spa/param/buffers.h>
 #include <spa/param/video/format-utils.h>
 
 #include <algorithm>
-
-#include "lumsar/camera_data.h"
 
 namespace lumsar::agent {
 namespace {
@@ -17,6 +16,7 @@ constexpr std::size_t kMaxBufferBytes = std::size_t{32} << 20U;
 constexpr int kBuffers = 4;
 constexpr int kMinBuffers = 2;
 constexpr int kMaxBuffers = 8;
+constexpr int kMemory = (1 << SPA_DATA_MemPtr) | (1 << SPA_DATA_MemFd);  // which can be written to
 constexpr std::uint32_t kSecond = 1'000'000;
 constexpr std::uint32_t kUsualRate = 30;
 

@@ -9,6 +9,7 @@
 #include <optional>
 #include <vector>
 
+#include "lumsar/camera_data.h"
 #include "outputs/pipewire/jpeg_decoder.h"
 
 namespace lumsar::agent {
@@ -27,6 +28,8 @@ struct ChosenFormat {
   FrameSize size;
   std::uint32_t encoding = 0;  // 0 for I420
   bool isRaw() const { return encoding == 0; }
+  // Of the frames that it is made of.
+  std::uint32_t cameraEncoding() const { return isRaw() ? kEncodingMjpg : encoding; }
 };
 
 // Where descriptions are built; they are valid as long as this object lives.

@@ -5,6 +5,7 @@
 
 #include <exception>
 #include <memory>
+#include <new>
 
 #include "base/log.h"
 
@@ -22,6 +23,8 @@ template <class Work>
 void guarded(Work work) noexcept {
   try {
     work();
+  } catch (const std::bad_alloc&) {
+    // There is no memory to say so; the next frame begins again.
   } catch (const std::exception& error) {
     base::logError("PipeWire: {}", error.what());
   }

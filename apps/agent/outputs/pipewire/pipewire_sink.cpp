@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "base/errors.h"
 #include "base/text/utf8.h"
 
 namespace lumsar::agent {
@@ -85,8 +86,13 @@ void PipewireSink::update(pw_core* core) {
 }
 
 void PipewireSink::createStream(pw_core& core) {
-  m_stream = std::make_unique<CameraStream>(core, m_identity, m_format,
-                                            static_cast<CameraStreamOwner&>(*this));
+  try {
+    m_stream = std::make_unique<CameraStream>(core, m_identity, m_format,
+                                              static_cast<CameraStreamOwner&>(*this));
+  } catch (const base::Failure& failure) {
+    m_failure = failure.what();
+    return endStream();
+  }
   if (std::exchange(m_loggedName, true)) return;
   base::logInfo("camera \"{}\" is the PipeWire node {}", m_identity.description, m_identity.name);
 }
