@@ -1,12 +1,14 @@
 #include "session/policy.h"
 
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QStringList>
 #include <algorithm>
 #include <array>
 #include <cmath>
 
 #include "base/text/format.h"
+#include "base/text/utf8.h"
 #include "json/json.h"
 
 namespace lumsar::service {
@@ -19,6 +21,22 @@ constexpr std::array kPixelFormats = {"MJPG", "YUYV", "YUY2", "UYVY", "NV12",
                                       "I420", "YV12", "RGB",  "BGR",  "GRAY8"};
 
 using Notes = std::vector<std::string>;
+
+// What is read or sent by the plug-in, which has more to say than this service needs.
+constexpr std::array kKeys = {"cameraVID",           "cameraPID",           "cameraQuality",
+                              "cameraFrameInternal", "cameraMaxResolution", "cameraEncodeType",
+                              "cameraEnableFRC",     "cameraPixelFormat",   "cameraCodec",
+                              "cameraFullSimulate"};
+// Of what was read, in a note.
+constexpr std::size_t kLongestShown = 100;
+
+// As it stands in the document: a text in quotation marks, a number as it is.
+std::string shown(const QJsonValue& value) {
+  const std::string array =
+      QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact).toStdString();
+  return std::string(
+      base::shortened(std::string_view(array).substr(1, array.size() - 2), kLongestShown));
+}
 
 // Reads one element of the array "policy"; a key that is missing keeps its default.
 class RuleReader {
@@ -36,6 +54,7 @@ class RuleReader {
     readEncoding("cameraEncodeType", h264Available);
     readFollowVm("cameraEnableFRC");
     readPixelFormats("cameraPixelFormat");
+    noteUnknownKeys();
     return m_rule;
   }
 
@@ -45,12 +64,24 @@ class RuleReader {
     m_notes.push_back(base::text(format, std::forward<Args>(args)...));
   }
 
+  void noteUnknownKeys() {
+    std::string unknown;
+    for (const QString& key : m_object.keys()) {
+      if (std::ranges::find(kKeys, key) != kKeys.end()) continue;
+      if (!unknown.empty()) unknown += ", ";
+      unknown += shown(key);
+      if (unknown.size() > kLongestShown) break;
+    }
+    if (!unknown.empty()) note("keys that are not known and left out: {}", unknown);
+  }
+
   // False when the rule must be left out. A number has no clear base.
   bool readUsbId(const char* key, std::optional<std::uint16_t>& id) {
     const QJsonValue value = m_object.value(QLatin1String(key));
     if (value.isUndefined()) return true;
     if (!value.isString()) {
-      note("{} is not a string of four hexadecimal digits; the rule is left out", key);
+      note("{} {} is not a string of four hexadecimal digits; the rule is left out", key,
+           shown(value));
       return false;
     }
     const QString text = value.toString().trimmed();
@@ -61,8 +92,8 @@ class RuleReader {
       id = static_cast<std::uint16_t>(number);
       return true;
     }
-    note("{} '{}' is not a USB id of four hexadecimal digits; the rule is left out", key,
-         text.toStdString());
+    note("{} {} is not a USB id of four hexadecimal digits; the rule is left out", key,
+         shown(value));
     return false;
   }
 
@@ -72,7 +103,9 @@ class RuleReader {
     bool valid = value.isDouble();
     double number = value.toDouble();
     if (value.isString()) number = value.toString().toDouble(&valid);
-    if (!valid || std::isnan(number)) return note("{} is not a number; using {}", key, result);
+    if (!valid || std::isnan(number)) {
+      return note("{} {} is not a number; using {}", key, shown(value), result);
+    }
     result = clamped(key, static_cast<int>(std::clamp(number, -1e9, 1e9)), 0, high);
   }
 
@@ -97,8 +130,7 @@ class RuleReader {
     }
     m_rule.maxWidth = 1920;
     m_rule.maxHeight = 1080;
-    note("{} '{}' is not WIDTH*HEIGHT, such as 1280*1280; using 1920*1080", key,
-         value.toString().toStdString());
+    note("{} {} is not WIDTH*HEIGHT, such as 1280*1280; using 1920*1080", key, shown(value));
   }
 
   void readEncoding(const char* key, bool h264Available) {
@@ -106,7 +138,9 @@ class RuleReader {
     if (value.isUndefined()) return;
     const QString text = value.toString().toUpper();
     if (text == QLatin1String("MJPG")) return;
-    if (text != QLatin1String("H264")) return note("{} is neither MJPG nor H264; using MJPG", key);
+    if (text != QLatin1String("H264")) {
+      return note("{} {} is neither MJPG nor H264; using MJPG", key, shown(value));
+    }
     m_rule.h264 = h264Available;
     if (h264Available) return;
     note(
@@ -121,7 +155,7 @@ class RuleReader {
     const QString text = value.toString().toUpper();
     m_rule.followVm = text != QLatin1String("OFF");
     if (m_rule.followVm && text != QLatin1String("ON")) {
-      note("{} is neither ON nor OFF; using ON", key);
+      note("{} {} is neither ON nor OFF; using ON", key, shown(value));
     }
   }
 
@@ -134,7 +168,7 @@ class RuleReader {
       if (std::ranges::find(kPixelFormats, format) != kPixelFormats.end()) {
         formats.push_back(format);
       } else {
-        note("{} '{}' is not known; left out", key, format);
+        note("{} {} is not known; left out", key, shown(item));
       }
     }
     if (formats.empty()) return note("{} names no known format; using MJPG, then YUYV", key);

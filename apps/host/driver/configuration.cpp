@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <numeric>
 
+#include "base/text/distance.h"
 #include "base/text/format.h"
 #include "base/text/utf8.h"
 #include "json/json.h"
@@ -17,24 +17,10 @@ constexpr std::array<std::string_view, 8> kKeys{"ipc_name",  "relative_path", "f
 // So many wrong characters of a key are taken for mistyped.
 constexpr std::size_t kMostMistyped = 4;
 
-// How many characters have to be inserted, removed or replaced.
-std::size_t distance(std::string_view one, std::string_view other) {
-  std::vector<std::size_t> row(other.size() + 1);
-  std::iota(row.begin(), row.end(), 0U);
-  for (std::size_t i = 0; i < one.size(); ++i) {
-    std::size_t diagonal = std::exchange(row[0], i + 1);
-    for (std::size_t j = 0; j < other.size(); ++j) {
-      const std::size_t replaced = diagonal + (one[i] == other[j] ? 0 : 1);
-      diagonal = std::exchange(row[j + 1], std::min({replaced, row[j] + 1, row[j + 1] + 1}));
-    }
-  }
-  return row.back();
-}
-
 // The policy's keys are the configuration's with "camera" in front.
 std::string_view nearest(std::string_view key) {
   if (key.starts_with("camera")) key.remove_prefix(6);
-  const auto from = [key](std::string_view known) { return distance(key, known); };
+  const auto from = [key](std::string_view known) { return base::distance(key, known); };
   const std::string_view best = *std::ranges::min_element(kKeys, {}, from);
   return from(best) <= std::min(kMostMistyped, best.size() / 2) ? best : std::string_view();
 }
@@ -51,10 +37,31 @@ std::string unknown(std::string_view key) {
   return base::text("the configuration's key \"{}\" is not known; expected {}", shown, known);
 }
 
+// What the camera service makes of a key's text that is not a number; nothing where it may be any.
+const char* withoutNumber(std::string_view key) {
+  if (key == "quality" || key == "frame_interval") return "0";
+  return key == "max_width" ? "1920*1080" : nullptr;
+}
+
 std::string notText(const std::string& key, const QJsonValue& value) {
   const std::string number = json::textOrNumber(value);
-  return base::text("the configuration's \"{}\" is not a text, so it counts as empty; write {}",
-                    key, number.empty() ? "it in quotation marks" : '"' + number + '"');
+  const char* read = withoutNumber(key);
+  return base::text("the configuration's \"{}\" is not a text, so it counts as {}; write {}", key,
+                    read != nullptr ? read : "empty",
+                    number.empty() ? "it in quotation marks" : '"' + number + '"');
+}
+
+// The plug-in's own way of reading a number.
+bool isNumber(const QString& text) {
+  bool valid = false;
+  text.toInt(&valid);
+  return valid;
+}
+
+std::string notNumber(const std::string& key, const std::string& value) {
+  return base::text(
+      "the configuration's \"{}\" is \"{}\", which is not a whole number, so it counts as {}", key,
+      base::clean(value), withoutNumber(key));
 }
 
 }  // namespace
@@ -67,6 +74,8 @@ std::vector<std::string> configurationWarnings(const QJsonObject& configuration)
       warnings.push_back(unknown(key));
     } else if (!item->isString()) {
       warnings.push_back(notText(key, *item));
+    } else if (withoutNumber(key) != nullptr && !isNumber(item->toString())) {
+      warnings.push_back(notNumber(key, item->toString().toStdString()));
     }
   }
   return warnings;

@@ -74,22 +74,25 @@ TEST(PolicyTest, CorrectionsAreSaid) {
        {Correction{R"("cameraQuality":101)", "outside 0 to 100; using 100"},
         Correction{R"("cameraQuality":-1)", "using 0"},
         Correction{R"("cameraQuality":1e99)", "using 100"},
-        Correction{R"("cameraQuality":"much")", "not a number; using 50"},
+        Correction{R"("cameraQuality":"much")",
+                   R"(cameraQuality "much" is not a number; using 50)"},
+        Correction{R"("cameraQualty":70,"colour":1)",
+                   R"(not known and left out: "cameraQualty", "colour")"},
         Correction{R"("cameraQuality":"nan")", "not a number; using 50"},
         Correction{R"("cameraQuality":"inf")", "using 100"},
         Correction{R"("cameraFrameInternal":999999)", "using 10000"},
-        Correction{R"("cameraFrameInternal":null)", "not a number; using 0"},
+        Correction{R"("cameraFrameInternal":null)", "cameraFrameInternal null is not"},
         Correction{R"("cameraMaxResolution":"*")", "using 1920*1080"},
         Correction{R"("cameraMaxResolution":"640")", "using 1920*1080"},
         Correction{R"("cameraMaxResolution":"1*2*3")", "using 1920*1080"},
-        Correction{R"("cameraMaxResolution":5)", "using 1920*1080"},
+        Correction{R"("cameraMaxResolution":5)", "cameraMaxResolution 5 is not"},
         Correction{R"("cameraMaxResolution":"99999*640")", "using 8192"},
         Correction{R"("cameraMaxResolution":"1*640")", "using 16"},
         Correction{R"("cameraEncodeType":"VP9")", "using MJPG"},
-        Correction{R"("cameraEncodeType":7)", "using MJPG"},
+        Correction{R"("cameraEncodeType":7)", "cameraEncodeType 7 is neither"},
         Correction{R"("cameraEncodeType":"H264")", "none is installed"},
-        Correction{R"("cameraEnableFRC":"MAYBE")", "using ON"},
-        Correction{R"("cameraPixelFormat":["XYZ","MJPG"])", "'XYZ' is not known"},
+        Correction{R"("cameraEnableFRC":"MAYBE")", R"("MAYBE" is neither ON nor OFF; using ON)"},
+        Correction{R"("cameraPixelFormat":["XYZ","MJPG"])", R"("XYZ" is not known)"},
         Correction{R"("cameraPixelFormat":"MJPG")", "names no known format"},
         Correction{R"("cameraVID":"webcam")", "not a USB id"},
         Correction{R"("cameraPID":"12345")", "not a USB id"},
@@ -99,6 +102,15 @@ TEST(PolicyTest, CorrectionsAreSaid) {
     ASSERT_TRUE(reading.policy.has_value()) << c.members;
     ASSERT_EQ(reading.notes.size(), 1U) << c.members;
     EXPECT_NE(reading.notes.front().find(c.note), std::string::npos) << reading.notes.front();
+  }
+}
+
+TEST(PolicyTest, WhatIsReadIsShownInPartWhenItIsLong) {
+  const std::string key(5000, 'k');
+  for (const std::string& members : {"\"" + key + "\":1", R"("cameraQuality":")" + key + "\"",
+                                     R"("cameraVID":")" + key + "\""}) {
+    ASSERT_EQ(readRule(members).notes.size(), 1U);
+    EXPECT_LT(readRule(members).notes.front().size(), 400U);
   }
 }
 

@@ -45,8 +45,21 @@ TEST(ConfigurationTest, AKeyLikeNoneIsNamedWithAll) {
 
 TEST(ConfigurationTest, AValueThatIsNoTextIsNamed) {
   EXPECT_EQ(warning(R"({"quality": 70})"),
-            R"(the configuration's "quality" is not a text, so it counts as empty; write "70")");
+            R"(the configuration's "quality" is not a text, so it counts as 0; write "70")");
+  EXPECT_EQ(warning(R"({"codec": 7})"),
+            R"(the configuration's "codec" is not a text, so it counts as empty; write "7")");
   EXPECT_TRUE(has(warning(R"({"enable_FRC": true})"), R"("enable_FRC" is not a text)"));
+}
+
+TEST(ConfigurationTest, ATextThatIsNoNumberIsNamedWithWhatIsRead) {
+  EXPECT_EQ(warning(R"({"quality": "70 %"})"),
+            R"(the configuration's "quality" is "70 %", which is not a whole number, so it )"
+            R"(counts as 0)");
+  for (const char* number : {"", "0.5", "99999999999", "fast"}) {
+    const std::string text = std::string(R"({"frame_interval": ")") + number + "\"}";
+    EXPECT_TRUE(has(warning(text.c_str()), "so it counts as 0")) << number;
+  }
+  EXPECT_TRUE(has(warning(R"({"max_width": "640*480"})"), "so it counts as 1920*1080"));
 }
 
 TEST(ConfigurationTest, KeysAreCleanedBeforeTheyAreShown) {
