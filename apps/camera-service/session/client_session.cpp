@@ -67,6 +67,7 @@ void ClientSession::onPolicy(base::Bytes payload) {
   }
   if (!setVmId(reading.policy->vmId)) return;
   m_policy = std::move(*reading.policy);
+  forgetRefusals({});
   base::logInfo("{}: new policy with {} rule(s)", vmText(), m_policy.rules.size());
   for (const auto& [id, share] : m_shares) share->setRule(m_policy.ruleFor(share->camera().info));
   // The same document comes with every handshake of the VM; its corrections are told once.
@@ -170,9 +171,13 @@ void ClientSession::report(DeviceChange change) {
   const std::string camera = change.camera.empty() ? "" : " " + change.camera;
   base::logWarning("{}: {}{}: {}", vmText(), change.change, camera, change.reason);
   tell(change);
-  std::erase_if(m_refusals, [&](const DeviceChange& old) { return old.camera == change.camera; });
+  forgetRefusals(change.camera);
   m_refusals.push_back(std::move(change));
   if (m_refusals.size() > kMaxRefusals) m_refusals.pop_front();
+}
+
+void ClientSession::forgetRefusals(const std::string& camera) {
+  std::erase_if(m_refusals, [&](const DeviceChange& old) { return old.camera == camera; });
 }
 
 }  // namespace lumsar::service

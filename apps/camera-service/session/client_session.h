@@ -126,6 +126,8 @@ class ClientSession {
   bool setVmId(const std::string& vmId);
   // Tells the host, logs it and keeps it for the camera list.
   void report(DeviceChange change);
+  // What was refused of this camera, or of none, holds no longer.
+  void forgetRefusals(const std::string& camera);
   std::string vmText() const { return "VM '" + m_vmId + "'"; }
 
   const SessionContext m_context;

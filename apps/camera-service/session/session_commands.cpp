@@ -72,7 +72,7 @@ void ClientSession::shareCamera(const Camera& camera, const TransportPtr& transp
   takeWait(camera);
   m_exceptFromAll.erase(id);
   m_exceptFromAll.erase(camera.info.name);
-  std::erase_if(m_refusals, [&](const DeviceChange& old) { return old.camera == id; });
+  forgetRefusals(id);
   const Share* present = shareOf(id);
   if (present != nullptr && present->transport() != transport) {
     dropShare(id, "shared over another transport");
@@ -115,6 +115,7 @@ void ClientSession::unshare(const std::string& reference) {
     return report(commandRefused("it is not shared, so it cannot be unshared", reference, camera));
   }
   if (m_shareAll) m_exceptFromAll.insert(id);
+  forgetRefusals(id);
   dropShare(id, "no longer shared");
   dropIdleTcpTransports();
 }

@@ -32,7 +32,7 @@ void ClientSession::wait(const std::string& reference, const std::optional<TcpTa
     return report(commandRefused("too many shares wait already for their cameras", reference));
   }
   m_exceptFromAll.erase(id);
-  std::erase_if(m_refusals, [&](const DeviceChange& old) { return old.camera == id; });
+  forgetRefusals(id);
   m_waiting[id] = {nullptr, target};
   dropIdleTcpTransports();
   const DeviceChange change = cameraAwaited(id, known);

@@ -107,8 +107,10 @@ class HostApp {
     return true;
   }
 
+  // Cameras that are not shared as asked are not worth the rest of the time.
   void scriptDone() {
     m_scriptDone = true;
+    if (m_host.commands().anyFailed()) return fail();
     m_timer.expires_after(m_options.duration.value_or(std::chrono::milliseconds(0)));
     m_timer.async_wait([this](std::error_code error) {
       if (!error) stop();

@@ -43,8 +43,9 @@ void addRun(base::CommandLine& line, Options& options) {
   line.group("What to do");
   line.option("--exec COMMAND", options.commands,
               "carry out COMMAND once the VM has answered; repeatable");
-  line.option("--duration TIME", options.duration,
-              "stop TIME after the commands: 500ms, 10s, 5m or 8h");
+  line.option(
+      "--duration TIME", options.duration,
+      "stop TIME after the commands, or at once if one of them fails: 500ms, 10s, 5m or 8h");
   line.option("--timeout TIME", options.timeout,
               "how long to wait for the VM's answer (default 30s)");
   line.option("--json", options.json,
@@ -84,7 +85,10 @@ std::optional<Options> parseOptions(int argc, char** argv, const HostCommandLine
   line.section("Commands, read from standard input without --exec and --duration",
                Commands::help());
   line.section("Example", program.example);
-  line.section("Exit status", "  0 success, 1 a command or a connection failed, 2 wrong usage");
+  line.section(
+      "Exit status",
+      "  0 success, 1 a command was refused or failed, or the VM could not be reached, 2 wrong "
+      "usage\n  A share that waits for its camera is a success.");
   std::string address;
   line.argument(address);
   if (!line.parse(argc, argv)) return std::nullopt;

@@ -74,12 +74,19 @@ CameraList readList(const std::string& text) {
     const QJsonObject refusal = value.toObject();
     list.description += describeRefusal(refusal);
     const std::string camera = textAt(refusal, "camera");
-    if (textAt(refusal, "change") == "waiting") list.awaited.push_back({camera, camera, false});
+    const std::string change = textAt(refusal, "change");
+    if (change == "waiting") {
+      list.awaited.push_back({camera, camera, false});
+    } else {
+      list.refusals.push_back(
+          {change, camera, textAt(refusal, "name"), shownAt(refusal, "reason")});
+    }
   }
   const QJsonArray notes = document[QStringLiteral("policyNotes")].toArray();
   for (const auto& note : notes) {
-    list.description += base::text("  policy: {}\n", shownText(note.toString().toStdString()));
+    list.policyNotes += base::text("  policy: {}\n", shownText(note.toString().toStdString()));
   }
+  list.description += list.policyNotes;
   list.description.pop_back();
   return list;
 }

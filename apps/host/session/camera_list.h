@@ -15,10 +15,20 @@ struct ListedCamera {
   bool present = true;
 };
 
+// What did not work, such as a command that was not carried out.
+struct ListedRefusal {
+  std::string change;  // "refused", "failed"
+  std::string camera;  // its id, or what the command called it; empty when it named none
+  std::string name;
+  std::string reason;  // for people
+};
+
 struct CameraList {
   std::vector<ListedCamera> cameras;
   // What the service waits for and has never seen, by what the command called it.
   std::vector<ListedCamera> awaited;
+  std::vector<ListedRefusal> refusals;
+  std::string policyNotes;  // for people, a line for each correction
   std::string description;  // for people, a line for each camera and each thing that is wrong
 };
 

@@ -2,11 +2,15 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 #include "base/errors.h"
+#include "base/text/distance.h"
 #include "base/text/format.h"
+#include "base/text/utf8.h"
 #include "json/json.h"
 
 namespace lumsar::host {
@@ -16,6 +20,9 @@ namespace {
 using json::qt;
 
 constexpr int kUsage = STATUS_MISSING_ITEM;  // a command that the host itself refuses
+// How long a new direct connection has to fail before it counts as made.
+constexpr std::chrono::milliseconds kConnectionVerdict{1000};
+constexpr std::chrono::milliseconds kVerdictInterval{100};
 
 std::vector<std::string> split(const std::string& line) {
   std::istringstream stream(line);
@@ -32,6 +39,9 @@ QJsonObject deviceCommand(const char* name, const std::string& id) {
 bool isNumber(const std::string& word) {
   return word.find_first_not_of("0123456789") == std::string::npos;
 }
+
+constexpr const char* kWaits = "the share waits until the camera is plugged in";
+constexpr const char* kNobodyYet = "no camera has this id or name yet; ";
 
 std::string noSuchNumber(const std::string& word) {
   return base::text("the list has no camera {}; \"list\" shows the numbers", word);
@@ -108,18 +118,22 @@ Commands::Result Commands::shareCamera(const std::string& word, QJsonObject comm
   list();
   std::optional<ListedCamera> camera = findCamera(word);
   if (!camera && isNumber(word)) return {{}, kUsage, noSuchNumber(word)};
+  if (const std::string hint = mistyped(word); !camera && !hint.empty()) return {{}, kUsage, hint};
   if (camera) command[QStringLiteral("deviceId")] = qt(camera->id);
   const int status = control(command);
-  const bool isThere = camera && camera->present;
-  if (!isThere && status == STATUS_OK && list().status == STATUS_OK) {
-    if (!camera) camera = findCamera(word);
-    if (!camera && isAwaited(word)) camera = {word, word, false};
-  }
-  if (status != STATUS_OK || !camera) return {{}, status, {}};
+  if (status != STATUS_OK) return {{}, status, {}};
+  const bool isDirect = json::textAt(command, "command") == "sharetcp";
+  const std::string reference = json::textAt(command, "deviceId");
+  const Result result = isDirect ? connectionVerdict(reference) : verdict(reference, {"refused"});
+  if (result.status != STATUS_OK) return result;
+  const bool isKnown = camera.has_value();
+  if (!camera) camera = findCamera(word);
+  if (!camera && isAwaited(word)) camera = {word, word, false};
+  if (!camera) return result;
   m_shared[camera->id] = {camera->name, command};
   m_unshared.erase(camera->id);
-  const bool waits = !isThere && isAwaited(camera->id);
-  return {{}, status, waits ? "the share waits until the camera is plugged in" : ""};
+  if (!isAwaited(camera->id)) return result;
+  return {{}, status, isKnown ? kWaits : kNobodyYet + std::string(kWaits)};
 }
 
 Commands::Result Commands::shareAllSession(const Words& words) {
@@ -149,7 +163,8 @@ Commands::Result Commands::unshare(const Words& words) {
   m_shared.erase(id);
   if (camera) m_shared.erase(camera->name);  // as it may have been waited for
   m_unshared.insert(id);
-  return {{}, control(deviceCommand("unshare", id)), {}};
+  const int status = control(deviceCommand("unshare", id));
+  return status == STATUS_OK ? verdict(id, {"refused"}) : Result{{}, status, {}};
 }
 
 Commands::Result Commands::unshareAll() {
@@ -174,14 +189,42 @@ Commands::Result Commands::policy(const Words& words) {
   }
   command[QStringLiteral("command")] = QStringLiteral("setpolicy");
   const int status = control(command);
-  if (status == STATUS_OK) m_policy = command;
-  return {{}, status, {}};
+  if (status != STATUS_OK) return {{}, status, {}};
+  Result result = verdict({}, {"refused"});
+  if (result.status != STATUS_OK) return result;
+  m_policy = command;
+  result.answer = m_list.policyNotes.substr(0, m_list.policyNotes.rfind('\n'));
+  return result;
 }
 
 int Commands::control(const QJsonObject& command) {
   char output[1] = {};
   int size = sizeof output;
   return m_plugin.Ctrl(json::compact(command), output, size);
+}
+
+// The service carries out one command after another, and its list names those that it has not.
+// `reference` is the camera as the command named it.
+Commands::Result Commands::verdict(const std::string& reference,
+                                   std::initializer_list<std::string_view> changes) {
+  if (list().status != STATUS_OK) return {{}, STATUS_OK, {}};
+  for (const ListedRefusal& refusal : m_list.refusals) {
+    if (refusal.camera != reference && (reference.empty() || refusal.name != reference)) continue;
+    if (std::ranges::find(changes, refusal.change) == changes.end()) continue;
+    return {{}, kStatusRefused, refusal.reason};
+  }
+  return {{}, STATUS_OK, {}};
+}
+
+// A connection fails a moment later, if it does.
+Commands::Result Commands::connectionVerdict(const std::string& reference) {
+  const auto end = std::chrono::steady_clock::now() + kConnectionVerdict;
+  while (true) {
+    const Result result = verdict(reference, {"refused", "failed"});
+    if (result.status != STATUS_OK || isAwaited(reference)) return result;
+    if (std::chrono::steady_clock::now() >= end) return result;
+    std::this_thread::sleep_for(kVerdictInterval);
+  }
 }
 
 ListReply Commands::list() {
@@ -211,6 +254,16 @@ std::optional<ListedCamera> Commands::findCamera(const std::string& word) const 
     if (id == word || share.name == word) return ListedCamera{id, share.name, false};
   }
   return std::nullopt;
+}
+
+// A hint, when no camera has this name and one has almost the same.
+std::string Commands::mistyped(const std::string& word) const {
+  for (const ListedCamera& camera : m_list.cameras) {
+    if (!base::isMistyped(word, camera.name)) continue;
+    return base::text("no camera is called \"{}\"; did you mean \"{}\"?", word,
+                      base::clean(camera.name));
+  }
+  return {};
 }
 
 bool Commands::isAwaited(const std::string& id) const {

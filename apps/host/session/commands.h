@@ -23,7 +23,7 @@ class Commands {
  public:
   struct Result {
     std::string command;
-    int status;
+    int status;          // the plug-in's or kStatusRefused
     std::string answer;  // what the service or the host said, if anything
   };
 
@@ -59,8 +59,11 @@ class Commands {
   Result shareAllSession(const Words& words);
   Result shareCamera(const std::string& word, QJsonObject command);
   int control(const QJsonObject& command);
+  Result verdict(const std::string& reference, std::initializer_list<std::string_view> changes);
+  Result connectionVerdict(const std::string& reference);
   ListReply list();
   std::optional<ListedCamera> findCamera(const std::string& word) const;
+  std::string mistyped(const std::string& word) const;
   bool isAwaited(const std::string& id) const;
   void unshareAgain();
   void shareEachAgain();

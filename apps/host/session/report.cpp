@@ -66,6 +66,8 @@ const char* statusWords(int status) {
       return "the camera service cannot list its cameras";
     case STATUS_EXCEPTION:
       return "the plug-in stopped an exception; see its log";
+    case kStatusRefused:
+      return "refused";
     default:
       break;
   }

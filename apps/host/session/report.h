@@ -30,8 +30,11 @@ class Report {
   bool m_toStderr;
 };
 
-// A status of the plug-in or of the IPC library in words, such as "the camera service is not
-// connected (30)".
+// The plug-in has sent the command, and the camera service has not carried it out.
+inline constexpr int kStatusRefused = -2;
+
+// A status of the plug-in, of the IPC library or the one above in words, such as "the camera
+// service is not connected (30)".
 std::string statusText(int status);
 
 // While it lives, the plug-in's log goes to the report: every line, or only what is critical. The

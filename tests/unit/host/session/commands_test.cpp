@@ -100,9 +100,86 @@ TEST_F(CommandsTest, WhatTheServiceRefusesIsNotRemembered) {
   EXPECT_EQ(again(), std::vector<std::string>{});
 }
 
+TEST_F(CommandsTest, WhatTheServiceRefusesFailsWithItsReason) {
+  fake.list = R"({"cameras":[{"id":"a","name":"A"}],"refusals":[)"
+              R"({"change":"refused","camera":"test:X","name":"Desk","reason":"denied"},)"
+              R"({"change":"refused","camera":"a","reason":"it is not shared"}]})";
+  for (const char* line : {"share test:X", "share Desk", "share-tcp Desk 127.0.0.1 1"}) {
+    const Commands::Result result = run(line);
+    EXPECT_NE(result.status, STATUS_OK) << line;
+    EXPECT_EQ(result.answer, "denied") << line;
+  }
+  EXPECT_EQ(run("unshare A").answer, "it is not shared");
+  EXPECT_TRUE(commands.anyFailed());
+  EXPECT_EQ(again(), std::vector<std::string>{});
+}
+
+TEST_F(CommandsTest, WhatWasRefusedOfAnotherCameraIsNoFailure) {
+  fake.list = R"({"cameras":[{"id":"a","name":"A"}],"refusals":[)"
+              R"({"change":"refused","camera":"b","name":"B","reason":"denied"},)"
+              R"({"change":"failed","camera":"a","name":"A","reason":"trying again"},)"
+              R"({"change":"refused","reason":"the policy is not JSON"}]})";
+  EXPECT_EQ(run("share A").status, STATUS_OK);
+}
+
+TEST_F(CommandsTest, ADirectConnectionThatFailsIsAFailure) {
+  fake.list = R"({"cameras":[{"id":"a","name":"A"}],"refusals":[)"
+              R"({"change":"failed","camera":"a","name":"A","reason":"the connection ended"}]})";
+  const Commands::Result result = run("share-tcp A 127.0.0.1 1");
+  EXPECT_NE(result.status, STATUS_OK);
+  EXPECT_EQ(result.answer, "the connection ended");
+  EXPECT_EQ(again(), std::vector<std::string>{});
+}
+
+TEST_F(CommandsTest, ARefusedPolicyFailsAndIsNotRepeated) {
+  const TemporaryDirectory directory;
+  writeFile(directory / "policy.json", R"({"policy": 5})");
+  fake.list = R"({"cameras":[],"refusals":[{"change":"refused","reason":"the policy lacks ..."}]})";
+  const Commands::Result result = run("policy " + (directory / "policy.json"));
+  EXPECT_NE(result.status, STATUS_OK);
+  EXPECT_EQ(result.answer, "the policy lacks ...");
+  EXPECT_EQ(again(), std::vector<std::string>{});
+}
+
+TEST_F(CommandsTest, TheCorrectionsOfAPolicyAreSaidWithIt) {
+  const TemporaryDirectory directory;
+  writeFile(directory / "policy.json", R"({"policy": []})");
+  fake.list = R"({"cameras":[],"policyNotes":["cameraQuality \"x\" is not a number; using 50"]})";
+  const Commands::Result result = run("policy " + (directory / "policy.json"));
+  EXPECT_EQ(result.status, STATUS_OK);
+  EXPECT_EQ(result.answer, "  policy: cameraQuality \"x\" is not a number; using 50");
+}
+
+TEST_F(CommandsTest, AMistypedNameIsRefusedAtOnce) {
+  for (const char* line : {"share Fornt", "share front", "share-tcp Frontt 127.0.0.1 1"}) {
+    fake.commands.clear();
+    const Commands::Result result = run(line);
+    EXPECT_NE(result.status, STATUS_OK) << line;
+    EXPECT_TRUE(result.answer.ends_with("did you mean \"Front\"?")) << result.answer;
+    EXPECT_EQ(fake.commands, std::vector<std::string>{}) << line;
+  }
+}
+
+TEST_F(CommandsTest, ANameThatDiffersByANumberOrALetterIsAnotherCamera) {
+  fake.list = R"({"cameras":[{"id":"a","name":"Cam A"},{"id":"b","name":"Webcam 1"},)"
+              R"({"id":"file:a.jpg","name":"a"}]})";
+  for (const char* name : {"b", "Webcam2", "file:b.jpg", "Cab"}) {
+    fake.commands.clear();
+    run(std::string("share ") + name);
+    EXPECT_EQ(fake.commands.size(), 1U) << name;
+  }
+}
+
+TEST_F(CommandsTest, ACameraThatNobodyHasSeenIsSaidToWait) {
+  fake.list = R"({"cameras":[],"refusals":[{"change":"waiting","camera":"Desk","reason":""}]})";
+  EXPECT_EQ(run("share Desk").answer,
+            "no camera has this id or name yet; the share waits until the camera is plugged in");
+  EXPECT_FALSE(commands.anyFailed());
+}
+
 TEST_F(CommandsTest, WhatTheServiceWaitsForIsRememberedUntilItIsUnshared) {
   fake.list = kWaitsForLate;
-  EXPECT_EQ(run("share file:late.jpg").answer, "the share waits until the camera is plugged in");
+  EXPECT_EQ(run("share file:late.jpg").status, STATUS_OK);
   EXPECT_EQ(again(), std::vector<std::string>{deviceCommand("share", "file:late.jpg")});
   EXPECT_EQ(said.back(),
             "sharing file:late.jpg again: done (0); it waits until the camera is "
