@@ -1,5 +1,8 @@
 #include "driver/find_libraries.h"
 
+#include <dlfcn.h>
+
+#include <array>
 #include <optional>
 #include <vector>
 
@@ -14,6 +17,10 @@ namespace fs = std::filesystem;
 
 constexpr const char* kPluginName = "liblumsar.so.1";
 constexpr const char* kIpcLibraryName = "libvdi_ipc.so";
+constexpr std::array kIpcFunctions = {"VDI_CreateIpcClient",     "VDI_DestroyIpcClient",
+                                      "VDI_ConnectIpcClient",    "VDI_AsyncConnectIpcClient",
+                                      "VDI_DisconnectIpcClient", "VDI_IsIpcClientConnected",
+                                      "VDI_IpcClientSendData",   "VDI_IpcClientSyncCall"};
 
 std::vector<fs::path> withSubdirectories(const std::vector<fs::path>& places) {
   std::vector<fs::path> all;
@@ -57,6 +64,18 @@ std::string findIpcLibrary(const fs::path& plugin, const fs::path& directory) {
     text += base::text("\n  {}", place.lexically_normal().string());
   }
   throw base::Failure(text + "\nname it with --ipc-library PATH");
+}
+
+void checkIpcLibrary(const std::string& path) {
+  void* library = dlopen(path.c_str(), RTLD_LAZY | RTLD_LOCAL);
+  std::string error = library == nullptr ? dlerror() : "";
+  for (const char* symbol : kIpcFunctions) {
+    if (error.empty() && dlsym(library, symbol) == nullptr) error = dlerror();
+  }
+  if (library != nullptr) dlclose(library);
+  if (error.empty()) return;
+  throw base::Failure(base::text(
+      "cannot load the IPC library: {}; name another one with --ipc-library PATH", error));
 }
 
 }  // namespace lumsar::host

@@ -15,4 +15,8 @@ std::string findPlugin(const std::filesystem::path& directory);
 std::string findIpcLibrary(const std::filesystem::path& plugin,
                            const std::filesystem::path& directory);
 
+// Loads it once, as the plug-in, whose log is not shown, says nothing but that it cannot. Throws
+// Failure with the loader's reason.
+void checkIpcLibrary(const std::string& path);
+
 }  // namespace lumsar::host

@@ -5,6 +5,7 @@
 #include "base/errors.h"
 #include "base/system/temporary_directory.h"
 #include "base/text/format.h"
+#include "driver/find_libraries.h"
 #include "driver/working_directory.h"
 #include "json/json.h"
 #include "protocol/message.h"
@@ -116,6 +117,7 @@ std::unique_ptr<PluginDriver> makeDriver(const Plugin& plugin, const DriverSetup
     throw base::Failure(base::text(
         "cannot find the IPC library {}; name it with --ipc-library PATH", setup.ipcLibrary));
   }
+  checkIpcLibrary(setup.ipcLibrary);
   if (setup.protocol == Protocol::Rdp) return std::make_unique<RdpDriver>(plugin, setup, queue);
   return std::make_unique<SpiceDriver>(plugin, setup, queue, std::move(events));
 }

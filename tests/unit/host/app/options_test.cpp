@@ -126,6 +126,20 @@ TEST(Options, findsThePlugInInADirectoryOfItsOwn) {
             libraries.path("program/lib/lumsar/liblumsar.so.1"));
 }
 
+TEST(Options, namesTheLoadersReasonForAnIpcLibraryThatCannotBeLoaded) {
+  const TemporaryDirectory directory;
+  const std::string path = directory / "libvdi_ipc.so";
+  writeFile(path, "not a library");
+  const auto refusal = [](const std::string& library) {
+    return errorOf([&] { checkIpcLibrary(library); });
+  };
+  EXPECT_EQ(refusal(LUMSAR_IPC_LIBRARY), "no error");
+  EXPECT_TRUE(has(refusal(path), "cannot load the IPC library: " + path + ": file too short"))
+      << refusal(path);
+  EXPECT_TRUE(has(refusal(LUMSAR_FAKE_PLUGIN), "undefined symbol: VDI_CreateIpcClient"));
+  EXPECT_TRUE(has(refusal(path), "--ipc-library PATH"));
+}
+
 TEST(Options, takesNoIpcLibraryFromTheWorkingDirectory) {
   const Libraries libraries;
   libraries.add("libvdi_ipc.so");

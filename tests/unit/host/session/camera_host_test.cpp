@@ -25,7 +25,7 @@ TEST(CameraHostTest, AnExceptionEndsTheCamerasAndNotTheProcess) {
   asio::io_context loop;
   const auto work = asio::make_work_guard(loop);
   DriverSetup driver;
-  driver.ipcLibrary = LUMSAR_FAKE_PLUGIN;
+  driver.ipcLibrary = LUMSAR_IPC_LIBRARY;
   CameraHost camera(loop, report,
                     {.plugin = LUMSAR_FAKE_PLUGIN,
                      .driver = driver,
