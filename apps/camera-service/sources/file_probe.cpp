@@ -9,6 +9,7 @@
 #include "base/text/format.h"
 #include "capture/capture_pipeline.h"
 #include "formats/capture_plan.h"
+#include "sources/missing_codec.h"
 
 namespace lumsar::service {
 namespace {
@@ -58,6 +59,13 @@ FileProbe describe(GstDiscovererVideoInfo* video) {
   return probe;
 }
 
+std::string missingIn(GstDiscovererInfo* info) {
+  std::vector<std::string> details;
+  const gchar** detail = gst_discoverer_info_get_missing_elements_installer_details(info);
+  for (; detail != nullptr && *detail != nullptr; ++detail) details.emplace_back(*detail);
+  return missingCodec(details);
+}
+
 // Nothing when it took too long.
 std::optional<FileProbe> probeOnce(const std::string& path) {
   if (!base::hasSpareDescriptors(kPipelineDescriptors)) {
@@ -76,7 +84,11 @@ std::optional<FileProbe> probeOnce(const std::string& path) {
       gst_discoverer_discover_uri(discoverer.get(), uriOf(path).c_str(), &error));
   owned.reset(error);
   if (info && gst_discoverer_info_get_result(info.get()) == GST_DISCOVERER_TIMEOUT) return {};
-  if (error != nullptr) return FileProbe{error->message, false, {}};
+  const bool lacksElements =
+      info && gst_discoverer_info_get_result(info.get()) == GST_DISCOVERER_MISSING_PLUGINS;
+  const std::string missing = lacksElements ? missingIn(info.get()) : "";
+  if (!missing.empty()) return FileProbe{missing, false, {}};
+  if (error != nullptr && !lacksElements) return FileProbe{error->message, false, {}};
   GList* streams = gst_discoverer_info_get_video_streams(info.get());
   FileProbe probe = {"it has no frames", false, {}};
   if (streams != nullptr) probe = describe(static_cast<GstDiscovererVideoInfo*>(streams->data));
