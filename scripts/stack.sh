@@ -4,7 +4,7 @@
 
 stack_begin() {
   run=$(mktemp -d "${TMPDIR:-/tmp}/lumsar-stack-XXXXXX")
-  export XDG_RUNTIME_DIR=$run
+  export XDG_RUNTIME_DIR=$run XDG_CONFIG_HOME=$run
   mkdir -m 700 "$run/plug" "$run/frames"
   service_pid='' vm_pid='' host_pid=''
   trap stack_end EXIT

@@ -3,12 +3,14 @@
 #include <CLI/CLI.hpp>
 #include <charconv>
 #include <cstdio>
+#include <fstream>
 
 #include "base/errors.h"
 #include "base/log.h"
 #include "base/system/frame_memory.h"
 #include "base/text/duration.h"
 #include "base/text/format.h"
+#include "base/text/utf8.h"
 #include "base/version.h"
 
 namespace lumsar::base {
@@ -53,6 +55,12 @@ void refuseRest(const CLI::App& app) {
     if (onlyArguments || word != "--") throw UsageError(text("unexpected argument \"{}\"", word));
     onlyArguments = true;
   }
+}
+
+std::string_view trimmed(std::string_view text) {
+  constexpr const char* kSpace = " \t\r";
+  const std::size_t begin = std::min(text.find_first_not_of(kSpace), text.size());
+  return text.substr(begin, text.find_last_not_of(kSpace) + 1 - begin);
 }
 
 constexpr std::size_t kHelpColumn = 25;
@@ -131,6 +139,13 @@ void CommandLine::option(const std::string& spec, bool& flag, std::string help) 
       spec, [&flag](const std::string&) { flag = true; }, std::move(help));
 }
 
+void CommandLine::configFile(std::string byDefault, std::vector<std::string> names,
+                             std::string unless, std::string help) {
+  option(
+      "--config FILE", [](const std::string&) {}, std::move(help));
+  m_configFile = {std::move(byDefault), std::move(names), std::move(unless)};
+}
+
 void CommandLine::section(std::string heading, std::string text) {
   m_sections.emplace_back(std::move(heading), std::move(text));
 }
@@ -155,29 +170,64 @@ bool CommandLine::parse(int argc, const char* const* argv) const {
   if (*version && !*help) std::printf("%s %s\n", m_program.c_str(), kVersion);
   if (*help || *version) return false;
   refuseRest(app);
+  const auto resultsOf = [&](const std::string& name) {
+    const auto option = std::ranges::find(m_options, name, &Option::name);
+    return parsed[static_cast<std::size_t>(option - m_options.begin())];
+  };
+  if (m_configFile && !*resultsOf(m_configFile->unless)) {
+    readConfigFile(resultsOf("--config")->results());
+  }
   std::vector<std::string> given;
   for (std::size_t i = 0; i < m_options.size(); ++i) {
     const Option& option = m_options[i];
     if (*parsed[i]) given.push_back(option.name);
-    for (const std::string& value : parsed[i]->results()) take(option, value);
+    for (const std::string& value : parsed[i]->results()) take(option, value, option.name);
   }
   checkExclusive(given);
   if (argument != nullptr && *argument) *m_argument = argument->results().back();
   return true;
 }
 
-void CommandLine::take(const Option& option, const std::string& value) {
+void CommandLine::take(const Option& option, const std::string& value, const std::string& shown) {
   if (option.value == Value::None && !value.empty()) {
-    throw UsageError(text("{} takes no value", option.name));
+    throw UsageError(text("{} takes no value", shown));
   }
   if (option.value == Value::Required && value.empty()) {
-    throw UsageError(text("{} needs a value", option.name));
+    throw UsageError(text("{} needs a value", shown));
   }
   try {
     option.take(value);
   } catch (const std::exception& error) {
-    throw UsageError(text("{}: {}", option.name, error.what()));
+    throw UsageError(text("{}: {}", shown, error.what()));
   }
+}
+
+void CommandLine::readConfigFile(const std::vector<std::string>& given) const {
+  const std::string& path = given.empty() ? m_configFile->byDefault : given.back();
+  errno = 0;
+  std::ifstream file(path);
+  std::string line;
+  for (std::size_t number = 1; std::getline(file, line); ++number) {
+    readConfigLine(trimmed(line), text("{}:{}: ", path, number));
+  }
+  const bool isMissing = errno == ENOENT || errno == ENOTDIR;
+  if (file.eof() || (given.empty() && isMissing)) return;
+  throw UsageError(text("--config: cannot read {}: {}", path, systemError()));
+}
+
+void CommandLine::readConfigLine(std::string_view line, const std::string& where) const {
+  if (line.empty() || line.starts_with('#')) return;
+  const std::size_t equals = std::min(line.find('='), line.size());
+  const std::string word(trimmed(line.substr(0, equals)));
+  const std::string value(trimmed(line.substr(std::min(equals + 1, line.size()))));
+  const auto& names = m_configFile->names;
+  if (std::ranges::find(names, "--" + word) != names.end()) {
+    return take(*std::ranges::find(m_options, "--" + word, &Option::name), value, where + word);
+  }
+  std::vector<std::string> words;
+  for (const std::string& name : names) words.push_back(name.substr(2));
+  throw UsageError(
+      text("{}\"{}\" is not known; expected {}", where, clean(word), joined(words, " or ")));
 }
 
 void CommandLine::checkExclusive(const std::vector<std::string>& given) const {

@@ -62,6 +62,12 @@ class CommandLine {
   // No two of these options together.
   void exclusive(std::vector<std::string> names) { m_exclusive.push_back(std::move(names)); }
 
+  // Adds "--config FILE": lines such as "deny = Front", the options of these names without their
+  // dashes, which come before those of the command line; `byDefault` need not be there, and may be
+  // empty. Not read when the option `unless` is given.
+  void configFile(std::string byDefault, std::vector<std::string> names, std::string unless,
+                  std::string help);
+
   // Paragraphs after the options, such as an example and the exit statuses.
   void section(std::string heading, std::string text);
 
@@ -82,7 +88,16 @@ class CommandLine {
     std::string help;
   };
 
-  static void take(const Option& option, const std::string& value);
+  struct ConfigFile {
+    std::string byDefault;
+    std::vector<std::string> names;
+    std::string unless;
+  };
+
+  // `shown` is what an error says of the option.
+  static void take(const Option& option, const std::string& value, const std::string& shown);
+  void readConfigFile(const std::vector<std::string>& given) const;
+  void readConfigLine(std::string_view line, const std::string& where) const;
   void checkExclusive(const std::vector<std::string>& given) const;
 
   std::string m_program;
@@ -92,6 +107,7 @@ class CommandLine {
   std::vector<Option> m_options;
   std::string* m_argument = nullptr;
   std::vector<std::vector<std::string>> m_exclusive;
+  std::optional<ConfigFile> m_configFile;
   std::vector<std::pair<std::string, std::string>> m_sections;
 };
 

@@ -54,7 +54,9 @@ Ends terminal() {
   return {UniqueFd(ours), UniqueFd(theirs)};
 }
 
-Process::Words environmentWith(const std::map<std::string, std::string>& variables) {
+Process::Words environmentWith(std::map<std::string, std::string> variables) {
+  // The configuration of whoever runs the tests is none of theirs.
+  variables.try_emplace("XDG_CONFIG_HOME", "/dev/null");
   Process::Words all;
   for (char** entry = environ; *entry != nullptr; ++entry) {
     const std::string line = *entry;

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 
 #include "base/command_line.h"
@@ -79,6 +80,27 @@ void addCameraOptions(base::CommandLine& line, Options& options) {
       "address; repeatable (default: any address)");
 }
 
+std::string defaultConfigFile() {
+  const auto variable = [](const char* name) {
+    const char* value = std::getenv(name);
+    return fs::path(value != nullptr ? value : "");
+  };
+  fs::path directory = variable("XDG_CONFIG_HOME");
+  if (directory.empty() && !variable("HOME").empty()) directory = variable("HOME") / ".config";
+  return directory.empty() ? "" : (directory / "lumsar/camera-service.conf").string();
+}
+
+// Not the channel: those who ask for the status would have to know it, too.
+void addConfigFile(base::CommandLine& line) {
+  line.configFile(
+      defaultConfigFile(),
+      {"--camera", "--watch", "--allow", "--deny", "--direct-to", "--token-file", "--verbose"},
+      "--status",
+      "read cameras, rules and the like from FILE before the command line, such as \"deny = "
+      "Front\" "
+      "(default $XDG_CONFIG_HOME/lumsar/camera-service.conf, if it is there)");
+}
+
 void addOtherOptions(base::CommandLine& line, Options& options) {
   line.group("Options");
   line.option("--ipc-channel NAME", options.channel,
@@ -87,6 +109,7 @@ void addOtherOptions(base::CommandLine& line, Options& options) {
   line.option(
       "--token-file FILE", options.tokenFile,
       "with \"share over TCP\", send the secret in FILE first: the guest agent's token file");
+  addConfigFile(line);
   line.option("--status", options.status, "ask the running service what it is doing, and exit");
   line.option("--json", options.json, "with --status: answer as JSON");
   line.option("--verbose", options.verbose, "log more");

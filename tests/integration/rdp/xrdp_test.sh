@@ -127,7 +127,7 @@ start xrdp xrdp --nodaemon --config "$work/yes.ini"
 start xrdp-no xrdp --nodaemon --config "$work/no.ini"
 expect "xrdp runs" listens "$port"
 start_service() {
-  start service "$build/bin/lumsar-camera-service" --camera test:Front,640x480@30
+  start service "$build/bin/lumsar-camera-service" --config /dev/null --camera test:Front,640x480@30
   service=$!
 }
 start_service

@@ -16,6 +16,8 @@ using service::Options;
 
 std::optional<Options> parse(std::vector<const char*> arguments) {
   ::setenv("XDG_RUNTIME_DIR", "/tmp", 1);
+  static const int withoutUsersFile = ::setenv("XDG_CONFIG_HOME", "/dev/null", 1);
+  EXPECT_EQ(withoutUsersFile, 0);
   arguments.insert(arguments.begin(), "lumsar-camera-service");
   return service::parseOptions(static_cast<int>(arguments.size()), arguments.data());
 }
@@ -45,6 +47,33 @@ TEST(OptionsTest, HelpAndVersionArePrinted) {
     EXPECT_NE(help.find(option), std::string::npos) << option;
   }
   EXPECT_EQ(printed("--version"), std::string("lumsar-camera-service ") + base::kVersion + "\n");
+}
+
+TEST(OptionsTest, ComeFromTheUsersFileToo) {
+  const TemporaryDirectory dir;
+  std::filesystem::create_directory(dir / "lumsar");
+  const std::string file = dir / "lumsar/camera-service.conf";
+  writeFile(file,
+            "camera = test:Front,640x480@15\nwatch = " + dir.path() + "\ndeny = test:*@vm-9\n");
+  EXPECT_TRUE(parse({}));
+  ::setenv("XDG_CONFIG_HOME", dir.path().c_str(), 1);
+  const Options options = *parse({"--camera", "test:Back", "--deny", "Back"});
+  const auto refusalOf = [&](const std::string& name, const char* vm) {
+    service::CameraInfo camera;
+    camera.id = "test:" + name;
+    camera.name = name;
+    return options.access.refusal(camera, vm);
+  };
+  EXPECT_EQ(options.synthetic.size(), 2U);
+  EXPECT_EQ(options.directories, std::vector<std::string>{dir.path()});
+  EXPECT_NE(refusalOf("Front", "vm-9"), "");
+  EXPECT_NE(refusalOf("Back", "vm-1"), "");
+  EXPECT_EQ(refusalOf("Front", "vm-1"), "");
+  writeFile(file, "deny = @\n");
+  EXPECT_TRUE(has(refusal({}), file + ":1: deny: expected CAMERA")) << refusal({});
+  EXPECT_TRUE(parse({"--status"}));
+  ::setenv("XDG_CONFIG_HOME", "/dev/null", 1);
+  EXPECT_TRUE(parse({}));
 }
 
 TEST(OptionsTest, CamerasAndDirectories) {
