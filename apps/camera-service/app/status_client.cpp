@@ -8,6 +8,7 @@
 #include "base/errors.h"
 #include "base/text/bytes.h"
 #include "base/text/format.h"
+#include "base/text/table.h"
 #include "base/text/utf8.h"
 #include "ipc/client/client.h"
 #include "json/json.h"
@@ -50,57 +51,72 @@ std::string field(const QJsonObject& object, const char* key) {
   return base::clean(json::textOrNumber(value), kLongestField);
 }
 
-std::string cameraLine(const QJsonObject& camera) {
+std::string sharedWith(const QJsonObject& camera) {
   QStringList vms;
   const QJsonArray ids = camera.value("sharedWith").toArray();
   for (const auto& vm : ids) vms.append(vm.toString());
-  const std::string state = !camera.value("present").toBool()  ? "unplugged"
-                            : camera.value("running").toBool() ? "on"
-                                                               : "off";
-  const std::string size = camera.contains("width")
-                               ? text("  {}x{}  {}", field(camera, "width"),
-                                      field(camera, "height"), field(camera, "treatment"))
-                               : "";
-  return text(
-      "  {}  {}  {}  {}{}  frames {}  bytes {}  damaged {}  encoding {} us  shared with {}\n",
-      field(camera, "number"), field(camera, "id"), field(camera, "name"), state, size,
-      field(camera, "frames"), field(camera, "bytes"), field(camera, "damagedFrames"),
-      field(camera, "encodeMicroseconds"),
-      vms.isEmpty() ? "no VM" : base::clean(vms.join(", ").toStdString(), kLongestField));
+  return base::clean(vms.join(", ").toStdString(), kLongestField);
 }
 
-std::string hostLines(const QJsonObject& host) {
-  std::string lines =
-      text("  {}  VM {}  sent {} bytes  queued {}\n", field(host, "name"), field(host, "vmId"),
-           field(host, "bytesOut"), field(host, "bytesQueued"));
-  const QJsonArray shares = host.value("shares").toArray();
-  for (const auto& value : shares) {
-    const QJsonObject share = value.toObject();
-    lines += text("    {}  through {}  started {}  frames {}  bytes {}  dropped {}\n",
-                  field(share, "camera"), field(share, "link"), field(share, "started"),
-                  field(share, "frames"), field(share, "bytes"), field(share, "dropped"));
+std::string cameraTable(const QJsonArray& cameras) {
+  if (cameras.isEmpty()) return "no cameras\n";
+  std::vector<base::TableRow> rows{{"#", "ID", "NAME", "STATE", "SIZE", "FRAMES", "BYTES",
+                                    "DAMAGED", "ENCODING", "SHARED WITH", "FRAMES ARE"}};
+  for (const auto& value : cameras) {
+    const QJsonObject camera = value.toObject();
+    const char* state = !camera.value("present").toBool()  ? "unplugged"
+                        : camera.value("running").toBool() ? "on"
+                                                           : "off";
+    const std::string size = camera.contains("width")
+                                 ? text("{}x{}", field(camera, "width"), field(camera, "height"))
+                                 : "";
+    rows.push_back({field(camera, "number"), field(camera, "id"), field(camera, "name"), state,
+                    size, field(camera, "frames"), field(camera, "bytes"),
+                    field(camera, "damagedFrames"), field(camera, "encodeMicroseconds") + " us",
+                    sharedWith(camera), field(camera, "treatment")});
   }
-  const QJsonArray waiting = host.value("waiting").toArray();
-  for (const auto& value : waiting) {
-    const QJsonObject share = value.toObject();
-    lines += text("    {}  through {}  waiting until it is plugged in\n", field(share, "camera"),
-                  field(share, "link"));
-  }
-  return lines;
+  return "cameras:\n" + base::table(rows);
 }
 
-std::string linesOf(const QJsonArray& items, std::string (*line)(const QJsonObject&)) {
-  std::string lines;
-  for (const auto& item : items) lines += line(item.toObject());
-  return items.isEmpty() ? "  none\n" : lines;
+std::string hostTable(const QJsonArray& hosts) {
+  if (hosts.isEmpty()) return "no host is connected\n";
+  std::vector<base::TableRow> rows{{"NAME", "VM", "BYTES SENT", "BYTES QUEUED"}};
+  for (const auto& value : hosts) {
+    const QJsonObject host = value.toObject();
+    rows.push_back({field(host, "name"), field(host, "vmId"), field(host, "bytesOut"),
+                    field(host, "bytesQueued")});
+  }
+  return "hosts:\n" + base::table(rows);
+}
+
+std::string shareTable(const QJsonArray& hosts) {
+  std::vector<base::TableRow> rows{
+      {"VM", "CAMERA", "THROUGH", "STATE", "FRAMES", "BYTES", "DROPPED"}};
+  for (const auto& value : hosts) {
+    const QJsonObject host = value.toObject();
+    const QJsonArray shares = host.value("shares").toArray();
+    for (const auto& item : shares) {
+      const QJsonObject share = item.toObject();
+      rows.push_back({field(host, "vmId"), field(share, "camera"), field(share, "link"),
+                      share.value("started").toBool() ? "started" : "not started",
+                      field(share, "frames"), field(share, "bytes"), field(share, "dropped")});
+    }
+    const QJsonArray waiting = host.value("waiting").toArray();
+    for (const auto& item : waiting) {
+      const QJsonObject share = item.toObject();
+      rows.push_back({field(host, "vmId"), field(share, "camera"), field(share, "link"),
+                      "waits until it is plugged in"});
+    }
+  }
+  return rows.size() == 1 ? "no camera is shared\n" : "shares:\n" + base::table(rows);
 }
 
 std::string statusText(const QJsonObject& status) {
+  const QJsonArray hosts = status.value("hosts").toArray();
   return text("lumsar-camera-service {}, process {}, running for {} s at {}\n",
               field(status, "version"), field(status, "pid"), field(status, "uptimeSeconds"),
               field(status, "socket")) +
-         "cameras:\n" + linesOf(status.value("cameras").toArray(), cameraLine) + "hosts:\n" +
-         linesOf(status.value("hosts").toArray(), hostLines);
+         cameraTable(status.value("cameras").toArray()) + hostTable(hosts) + shareTable(hosts);
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ class HostApp {
         m_host(m_loop, m_report,
                {.plugin = options.plugin,
                 .driver = options.driver,
-                .keepsResults = options.json,
+                .json = options.json,
                 .status = [this] { return status(); },
                 .onHandshake = [this] { return startScript(); },
                 .onRefused = [this] { asio::post(m_loop, [this] { fail(); }); }}),
@@ -91,12 +91,21 @@ class HostApp {
     m_timer.expires_after(m_options.timeout);
     m_timer.async_wait([this](std::error_code error) {
       if (error || m_scriptStarted) return;
-      m_report.say(
-          base::text("the VM has not answered within {} ms; is the guest agent running, and the "
-                     "camera service?",
-                     m_options.timeout.count()));
+      m_report.say(whatIsMissing());
       fail();
     });
+  }
+
+  std::string whatIsMissing() const {
+    const auto time = base::text("within {} ms", m_options.timeout.count());
+    const Session::State state = m_host.state();
+    if (!state.channelOpen) {
+      return base::text("no channel to the VM {}; the lines above say why", time);
+    }
+    if (!state.initialised) {
+      return base::text("no camera service {}; start lumsar-camera-service", time);
+    }
+    return base::text("the VM has not answered {}; is the guest agent running?", time);
   }
 
   // On the plug-in's thread. False when the script has run already or there is none.
@@ -156,6 +165,7 @@ class HostApp {
   }
 
   std::string status() const {
+    if (!m_options.json) return describeStatus(m_host);
     return QJsonDocument(statusOf(m_host, m_options.driver.protocol))
         .toJson()
         .trimmed()

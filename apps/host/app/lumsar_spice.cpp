@@ -1,10 +1,13 @@
 // lumsar-spice: a headless SPICE client that has nothing but the camera channel.
+#include <glib.h>
+
 #include <cstdlib>
 
 #include "app/credentials.h"
 #include "app/host_app.h"
 #include "base/errors.h"
 #include "base/text/format.h"
+#include "session/report.h"
 #include "spice/spice_transport.h"
 
 namespace {
@@ -53,9 +56,21 @@ SpiceAddress complete(SpiceOptions options, const std::string& uri) {
   return address;
 }
 
+// The libraries' own lines, which would go to standard error as they are.
+void takeLibraryLog() {
+  g_log_set_default_handler(
+      [](const gchar* domain, GLogLevelFlags level, const gchar* message, gpointer) {
+        logOfLibrary(
+            domain != nullptr ? domain : "GLib", message,
+            (level & (G_LOG_LEVEL_ERROR | G_LOG_LEVEL_CRITICAL | G_LOG_LEVEL_WARNING)) != 0);
+      },
+      nullptr);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  takeLibraryLog();
   SpiceOptions own;
   return runHostProgram(
       argc, argv,

@@ -2,6 +2,8 @@
 
 #include <QJsonArray>
 
+#include "base/text/format.h"
+#include "base/text/table.h"
 #include "json/json.h"
 
 namespace lumsar::host {
@@ -13,6 +15,25 @@ double number(std::uint64_t value) {
 }
 
 }  // namespace
+
+std::string describeStatus(const CameraHost& host) {
+  using base::text;
+  const Session::State state = host.state();
+  const SendQueue::Counters counters = host.counters();
+  return base::table(
+      {{"camera service", state.initialised ? "connected" : "not connected",
+        text("lost {} times", state.recoveries)},
+       {"channel to the VM", state.channelOpen ? "open" : "closed",
+        text("handshakes {}", state.handshakes)},
+       {"from the VM", text("{} bytes", state.bytesFromVm),
+        text("{} bytes dropped", state.strayBytes)},
+       {"from the cameras", text("{} frames", counters.frames),
+        text("{} bytes", counters.frameBytes),
+        text("latency {} us, at most {} us", counters.medianLatency, counters.worstLatency)},
+       {"to the VM", text("{} frames", counters.framesSent), text("{} bytes", counters.bytesSent),
+        text("{} frames dropped", counters.framesDropped)},
+       {"device changes", std::to_string(state.deviceChanges)}});
+}
 
 QJsonObject statusOf(const CameraHost& host, Protocol protocol) {
   const Session::State state = host.state();

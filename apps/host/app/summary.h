@@ -7,7 +7,9 @@
 
 namespace lumsar::host {
 
-// What is connected and what was delivered.
+// What is connected and what was delivered, as a table for people.
+std::string describeStatus(const CameraHost& host);
+// The same for programs.
 QJsonObject statusOf(const CameraHost& host, Protocol protocol);
 // The same, and the result of each command.
 QJsonObject summaryOf(const CameraHost& host, Protocol protocol);

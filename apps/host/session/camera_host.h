@@ -26,7 +26,7 @@ class CameraHost {
   struct Settings {
     std::string plugin;
     DriverSetup driver;
-    bool keepsResults = false;
+    bool json = false;  // keeps the commands' results, and shows device changes as they come
     std::function<std::string()> status;  // the text of the "status" command
     // On the plug-in's thread; true when the program shares cameras by itself.
     std::function<bool()> onHandshake;

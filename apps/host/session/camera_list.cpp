@@ -4,8 +4,10 @@
 #include <algorithm>
 
 #include "base/text/format.h"
+#include "base/text/table.h"
 #include "base/text/utf8.h"
 #include "json/json.h"
+#include "session/change_text.h"
 
 namespace lumsar::host {
 
@@ -29,19 +31,15 @@ bool isPresent(const QJsonObject& camera) {
   return camera[QLatin1String("present")].toBool(true);
 }
 
-std::string describeCamera(std::size_t number, const QJsonObject& camera) {
-  std::string text =
-      base::text("  {}  {}  {}", number, shownAt(camera, "id"), shownAt(camera, "name"));
-  if (!isPresent(camera)) text += "  unplugged";
-  if (!camera[QLatin1String("sharedWith")].toArray().isEmpty()) text += "  shared";
-  if (camera[QLatin1String("inUse")].toBool()) text += "  in use";
-  return text + "\n";
-}
-
-std::string describeRefusal(const QJsonObject& refusal) {
-  const std::string camera = shownAt(refusal, "camera");
-  return base::text("  {}: {}{}{}\n", shownAt(refusal, "change"), camera,
-                    camera.empty() ? "" : ": ", shownAt(refusal, "reason"));
+base::TableRow describeCamera(std::size_t number, const QJsonObject& camera) {
+  std::string state;
+  const auto add = [&state](const char* word) {
+    state += (state.empty() ? "" : ", ") + std::string(word);
+  };
+  if (!isPresent(camera)) add("unplugged");
+  if (!camera[QLatin1String("sharedWith")].toArray().isEmpty()) add("shared");
+  if (camera[QLatin1String("inUse")].toBool()) add("in use");
+  return {std::to_string(number), shownAt(camera, "id"), shownAt(camera, "name"), state};
 }
 
 }  // namespace
@@ -62,17 +60,19 @@ ListReply askForList(const Plugin& plugin) {
 CameraList readList(const std::string& text) {
   const QJsonObject document = json::readObject(text).object;
   CameraList list;
+  std::vector<base::TableRow> rows{{"#", "ID", "NAME", "STATE"}};
   const QJsonArray cameras = document[QStringLiteral("cameras")].toArray();
   for (const auto& value : cameras) {
     const QJsonObject camera = value.toObject();
-    list.description += describeCamera(list.cameras.size(), camera);
+    rows.push_back(describeCamera(list.cameras.size(), camera));
     list.cameras.push_back({textAt(camera, "id"), textAt(camera, "name"), isPresent(camera)});
   }
-  if (cameras.isEmpty()) list.description += "  no cameras\n";
+  list.description = cameras.isEmpty() ? "  no cameras\n" : base::table(rows);
   const QJsonArray refusals = document[QStringLiteral("refusals")].toArray();
   for (const auto& value : refusals) {
     const QJsonObject refusal = value.toObject();
-    list.description += describeRefusal(refusal);
+    const auto [kind, details] = describeChange(refusal);
+    list.description += base::text("  {}{}\n", kind, details);
     const std::string camera = textAt(refusal, "camera");
     const std::string change = textAt(refusal, "change");
     if (change == "waiting") {

@@ -81,12 +81,13 @@ std::mutex logMutex;  // guards the three below
 Report* logReport = nullptr;
 bool logEverything = false;
 std::function<void()> logServiceClosed;
+thread_local bool logMuted = false;
 
 void writeLog(QtMsgType type, const QMessageLogContext& /*context*/, const QString& text) {
   const std::lock_guard lock(logMutex);
   if (logReport == nullptr) return;
   if (logServiceClosed && text.startsWith(QLatin1String(kServiceClosed))) logServiceClosed();
-  if (!logEverything && type != QtCriticalMsg && type != QtFatalMsg) return;
+  if (!logEverything && (logMuted || (type != QtCriticalMsg && type != QtFatalMsg))) return;
   const char* level = type == QtDebugMsg     ? "debug"
                       : type == QtInfoMsg    ? "info"
                       : type == QtWarningMsg ? "warning"
@@ -131,6 +132,20 @@ PluginLog::PluginLog(Report& report, bool everything) {
   logReport = &report;
   logEverything = everything;
   qInstallMessageHandler(writeLog);
+}
+
+PluginLog::Muted::Muted() {
+  logMuted = true;
+}
+
+PluginLog::Muted::~Muted() {
+  logMuted = false;
+}
+
+void logOfLibrary(const std::string& library, const std::string& line, bool important) {
+  const std::lock_guard lock(logMutex);
+  if (logReport == nullptr || (!important && !logEverything)) return;
+  logReport->note(base::text("  {}: ", library), line);
 }
 
 void onServiceClosed(std::function<void()> closed) {

@@ -45,7 +45,19 @@ class PluginLog {
   ~PluginLog();
   PluginLog(const PluginLog&) = delete;
   PluginLog& operator=(const PluginLog&) = delete;
+
+  // While it lives, what is critical on this thread is shown with everything only.
+  class Muted {
+   public:
+    Muted();
+    ~Muted();
+    Muted(const Muted&) = delete;
+    Muted& operator=(const Muted&) = delete;
+  };
 };
+
+// A line of another library's log, shown where the plug-in's is; `important` ones always.
+void logOfLibrary(const std::string& library, const std::string& line, bool important);
 
 // While the plug-in's log is shown, `closed` is called when it tells of the end of the connection
 // to the camera service, which is all that the plug-in tells an RDP host of that. On any thread.

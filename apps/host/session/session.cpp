@@ -7,6 +7,7 @@
 #include "driver/configuration.h"
 #include "json/json.h"
 #include "protocol/hello.h"
+#include "session/change_text.h"
 
 namespace lumsar::host {
 
@@ -86,6 +87,8 @@ void Session::stop() {
 void Session::initialise() {
   std::string why;
   try {
+    // What fails is said below, in words and with the time of the next attempt.
+    const PluginLog::Muted muted;
     const int status = m_driver->init();
     if (status == STATUS_OK) return initialised();
     // What failed while connecting has left the plug-in initialised.
@@ -245,13 +248,19 @@ void Session::warnOnce(Warning warning, const std::string& what, const std::stri
   if (m_warned.insert(warning).second) m_report.note(what, details);
 }
 
+void Session::reportChange(const std::string& data) {
+  if (m_actions.showsJson) return m_report.note("device change: ", data);
+  const auto [kind, details] = describeChange(data);
+  m_report.note(kind, details);
+}
+
 void Session::pluginEvent(RedirEvent event, const std::string& data) {
   switch (event) {
     case REDIR_EVENT_READY:
       return m_report.note("ready to share cameras");
     case REDIR_EVENT_DEVICE_CHANGE:
       update([](State& state) { ++state.deviceChanges; });
-      return m_report.note("device change: ", data);
+      return reportChange(data);
     case REDIR_EVENT_IPC_CLOSED:
       return recover("its connection closed");
   }

@@ -42,6 +42,8 @@ class Session final : public ChannelListener {
     std::function<void()> onRefused;
     // Something was to be done with the camera service.
     std::function<void()> onService = [] {};
+    // Device changes are shown as they come, for a program that reads them.
+    bool showsJson = false;
   };
 
   Session(const asio::any_io_executor& executor, asio::io_context& loop, const Plugin& plugin,
@@ -77,6 +79,7 @@ class Session final : public ChannelListener {
   void warnOnce(Warning warning, const std::string& what, const std::string& details = {});
   void reportDropped();
   void expectWord();
+  void reportChange(const std::string& data);
   void pluginEvent(RedirEvent event, const std::string& data);
   template <class Change>
   void update(Change change);

@@ -186,7 +186,7 @@ TEST_F(Handshake, PortThatNeverOpens) {
   user().startHost(guest().address(), {"--exec", "share 0", "--timeout", "2s"});
   EXPECT_TRUE(user().host().expect("no channel to the VM: no program in the VM has the port open"));
   EXPECT_EQ(user().host().wait(), 1);
-  EXPECT_TRUE(user().host().expect("the VM has not answered within 2000 ms"));
+  EXPECT_TRUE(user().host().expect("no channel to the VM within 2000 ms"));
 }
 
 TEST_F(Handshake, PortThatTheVmDoesNotHave) {

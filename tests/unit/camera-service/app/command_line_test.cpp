@@ -112,8 +112,8 @@ TEST_F(CommandLineTest, StatusForPeopleAndPrograms) {
   host().records.await(CameraDataKind::Frame, 5);
   const Outcome people = run({"--status", "--ipc-channel", channel});
   EXPECT_EQ(people.code, 0);
-  for (const char* part : {"test:A", "320x240  encoded: the camera delivers I420", "vm-7",
-                           "started yes", "encoding"}) {
+  for (const char* part : {"test:A", "320x240", "encoded: the camera delivers I420", "vm-7",
+                           "SHARED WITH", "  #  ID ", "  VM    CAMERA  THROUGH  STATE"}) {
     EXPECT_NE(people.output.find(part), std::string::npos) << people.output;
   }
   const Outcome program = run({"--status", "--json", "--ipc-channel", channel});
@@ -141,6 +141,12 @@ TEST_F(CommandLineTest, StatusForPeopleAndPrograms) {
   EXPECT_TRUE(found);
   EXPECT_EQ(json.object.value("hosts").toArray().size(), 1) << "who asks is not a host";
   EXPECT_EQ(log().find("--status"), std::string::npos) << log();
+}
+
+TEST_F(CommandLineTest, StatusOfAnIdleServiceSaysSo) {
+  start({"--camera", "test:A,320x240@30", "--deny", "*"});
+  const Outcome people = run({"--status", "--ipc-channel", channel});
+  EXPECT_NE(people.output.find("no host is connected"), std::string::npos) << people.output;
 }
 
 TEST_F(CommandLineTest, NoNameReachesTheTerminalAsItIs) {

@@ -257,23 +257,31 @@ TEST_F(CommandsTest, TheListSaysWhatIsTheMatter) {
       R"("refusals":[{"change":"refused","camera":"d","reason":"it is unplugged"}],)"
       R"("policyNotes":["quality 200 became 100"]})";
   EXPECT_EQ(run("list").answer,
-            "  0  a  A  unplugged  shared\n"
-            "  1  b  B  shared  in use\n"
-            "  2  c  C\n"
-            "  refused: d: it is unplugged\n"
+            "  #  ID  NAME  STATE\n"
+            "  0  a   A     unplugged, shared\n"
+            "  1  b   B     shared, in use\n"
+            "  2  c   C\n"
+            "  refused: camera d: it is unplugged\n"
             "  policy: quality 200 became 100");
+}
+
+TEST_F(CommandsTest, AnEmptyListSaysSo) {
+  fake.list = R"({"cameras":[]})";
+  EXPECT_EQ(run("list").answer, "  no cameras");
 }
 
 TEST_F(CommandsTest, NamesForgeNoLineOfTheList) {
   fake.list = R"({"cameras":[{"id":"a\nb","name":"A\u001b[31m\u007f\u009b"}],)"
               R"("refusals":[{"change":"refused\n","camera":"\u001b","reason":"\u202e"}],)"
               R"("policyNotes":["\n"]})";
-  EXPECT_EQ(run("list").answer, "  0  a?b  A?[31m??\n  refused?: ?: ?\n  policy: ?");
+  EXPECT_EQ(run("list").answer,
+            "  #  ID   NAME      STATE\n  0  a?b  A?[31m??\n  refused?: camera ?: ?\n  policy: ?");
 }
 
 TEST_F(CommandsTest, AListThatGrowsWhileItIsAskedForIsReadWhole) {
   fake.listGrowth = 3;
-  EXPECT_EQ(run("list").answer, "  0  test:Front  Front\n  1  test:Back  Back");
+  EXPECT_EQ(run("list").answer,
+            "  #  ID          NAME   STATE\n  0  test:Front  Front\n  1  test:Back   Back");
   EXPECT_EQ(fake.listGrowth, 0);
 }
 

@@ -1,0 +1,53 @@
+#include "session/change_text.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+#include "base/text/format.h"
+#include "base/text/utf8.h"
+#include "json/json.h"
+
+namespace lumsar::host {
+namespace {
+
+using Kinds = std::array<std::string_view, 3>;
+constexpr Kinds kOfCameras = {"added", "removed", "waiting"};
+constexpr Kinds kOfFailures = {"refused", "failed", "policy"};
+
+constexpr std::size_t kLongestField = 4096;  // a file's id may hold its whole path
+
+bool isOneOf(const Kinds& kinds, const std::string& kind) {
+  return std::ranges::find(kinds, kind) != kinds.end();
+}
+
+// For people: no name may look like another line.
+std::string shownAt(const QJsonObject& object, const char* key) {
+  return base::clean(json::textAt(object, key), kLongestField);
+}
+
+std::string cameraOf(const QJsonObject& change) {
+  const std::string id = shownAt(change, "camera");
+  const std::string name = shownAt(change, "name");
+  return name.empty() || name == id ? id : base::text("{} ({})", name, id);
+}
+
+}  // namespace
+
+ChangeLine describeChange(const QJsonObject& change) {
+  const std::string camera = cameraOf(change);
+  const std::string reason = shownAt(change, "reason");
+  const std::string kind = shownAt(change, "change");
+  if (isOneOf(kOfCameras, kind)) return {"camera ", base::text("{}: {}", camera, reason)};
+  if (camera.empty()) return {kind + ": ", reason};
+  return {kind + ": ", base::text("camera {}: {}", camera, reason)};
+}
+
+ChangeLine describeChange(const std::string& data) {
+  const QJsonObject change = json::readObject(data).object;
+  const std::string kind = json::textAt(change, "change");
+  if (isOneOf(kOfCameras, kind) || isOneOf(kOfFailures, kind)) return describeChange(change);
+  return {"device change: ", data};
+}
+
+}  // namespace lumsar::host
