@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/log.h"
+#include "outputs/web/live_feed.h"
 
 namespace lumsar::agent {
 namespace {
@@ -12,9 +13,10 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::string_view kBoundary = "--lumsar-picture\r\n";
-constexpr auto kCheckInterval = 500ms;  // how often to check a viewer without frames
-constexpr auto kStatusTimeout = 500ms;  // while a disk or a device holds up the channel thread
-constexpr auto kOneFrameTimeout = 5s;   // a camera may need a while to start
+constexpr auto kCheckInterval = 500ms;    // how often to check a viewer without frames
+constexpr auto kStatusTimeout = 500ms;    // while a disk or a device holds up the channel thread
+constexpr auto kOneFrameTimeout = 5s;     // a camera may need a while to start
+constexpr std::size_t kMaxWatched = 256;  // through one connection
 constexpr std::string_view kPageHeaders =
     "Content-Security-Policy: default-src 'none'; img-src 'self' data:; style-src 'unsafe-inline'; "
     "script-src 'unsafe-inline'; connect-src 'self'\r\n";
@@ -45,7 +47,8 @@ class ViewSink : public Sink {
 };
 
 void sendLive(const std::shared_ptr<ViewStream>& stream, HttpResponse& response) {
-  ViewStream::Reader reader(stream);
+  Bell bell;
+  ViewStream::Reader reader(stream, bell);
   if (!response.beginStream("multipart/x-mixed-replace; boundary=lumsar-picture")) return;
   bool connected = response.write(kBoundary);
   while (connected && !stream->closed()) {
@@ -63,7 +66,8 @@ void sendLive(const std::shared_ptr<ViewStream>& stream, HttpResponse& response)
 }
 
 void sendOne(const std::shared_ptr<ViewStream>& stream, HttpResponse& response) {
-  ViewStream::Reader reader(stream);
+  Bell bell;
+  ViewStream::Reader reader(stream, bell);
   const auto deadline = std::chrono::steady_clock::now() + kOneFrameTimeout;
   while (!stream->closed() && response.isConnected() &&
          std::chrono::steady_clock::now() < deadline) {
@@ -148,6 +152,7 @@ Viewer::Viewer(std::uint16_t port, const std::string& key, std::shared_ptr<ViewH
 }
 
 void Viewer::handle(const std::string& path, HttpResponse& response) const {
+  constexpr std::string_view kLive = "/live/";
   constexpr std::string_view kCamera = "/camera/";
   if (path == "/") {
     return response.send("200 OK", "text/html; charset=utf-8", pageWith(m_hub->status()),
@@ -156,8 +161,28 @@ void Viewer::handle(const std::string& path, HttpResponse& response) const {
   if (path == "/status.json") {
     return response.send("200 OK", "application/json", m_hub->status());
   }
+  if (path.starts_with(kLive)) {
+    return serveFeed(std::string_view(path).substr(kLive.size()), response);
+  }
   if (path.starts_with(kCamera)) return serveCamera(path.substr(kCamera.size()), response);
   response.send("404 Not Found", "text/plain", "not found\n");
+}
+
+void Viewer::serveFeed(std::string_view handles, HttpResponse& response) const {
+  std::vector<LiveCamera> cameras;
+  const bool watchesSome = !handles.empty();
+  while (watchesSome && cameras.size() < kMaxWatched) {
+    const std::size_t comma = handles.find(',');
+    const auto handle = handleOf(handles.substr(0, comma));
+    if (!handle || *handle < 0) {
+      return response.send("404 Not Found", "text/plain", "this is not a list of cameras\n");
+    }
+    if (auto stream = m_hub->find(*handle)) cameras.push_back({*handle, std::move(stream)});
+    if (comma == std::string_view::npos) break;
+    handles.remove_prefix(comma + 1);
+  }
+  sendFeed(
+      cameras, [this] { return m_hub->status(); }, response);
 }
 
 void Viewer::serveCamera(const std::string& file, HttpResponse& response) const {

@@ -1,8 +1,9 @@
 // Viewer: the live page with all cameras, on the loopback interface only, for whoever has its key.
 // A camera runs while it is being watched. Requests are handled on the HTTP connections' threads.
 //
-//   /             the page            /camera/N.mjpeg   live, N is the camera's handle
-//   /status.json  what --json prints  /camera/N.jpg     one frame
+//   /             the page            /live/N,M,...     the page's feed, of the cameras N, M, ...
+//   /status.json  what --json prints  /camera/N.mjpeg   live, N is the camera's handle
+//                                     /camera/N.jpg     one frame
 #pragma once
 
 #include <condition_variable>
@@ -61,6 +62,7 @@ class Viewer {
 
  private:
   void handle(const std::string& path, HttpResponse& response) const;
+  void serveFeed(std::string_view handles, HttpResponse& response) const;
   void serveCamera(const std::string& file, HttpResponse& response) const;
 
   std::shared_ptr<ViewHub> m_hub;

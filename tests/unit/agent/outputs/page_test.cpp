@@ -77,8 +77,8 @@ TEST_F(PageTest, ShowsLiveFramesInABrowser) {
   Browser browser(page());
   ASSERT_EQ(browser.problem(), "");
   EXPECT_TRUE(browser.becomesTrue(
-      "[...document.images].filter(image => image.naturalWidth > 0).map("
-      "image => image.naturalWidth + 'x' + image.naturalHeight).join() == '1280x720,640x480'"))
+      "[...document.querySelectorAll('canvas')].filter(canvas => !canvas.hidden).map("
+      "canvas => canvas.width + 'x' + canvas.height).join() == '1280x720,640x480'"))
       << browser.evaluate("document.documentElement.outerHTML");
   for (const char* number :
        {"rate]').textContent.endsWith(' /s')", "latency]').textContent.endsWith(' ms')",
@@ -106,6 +106,30 @@ TEST_F(PageTest, ShowsLiveFramesInABrowser) {
   EXPECT_EQ(stopped, started);
 }
 
+TEST_F(PageTest, ShowsMoreCamerasThanABrowserOpensConnections) {
+  if (!Browser::installed()) GTEST_SKIP() << "no browser; install chromium";
+  for (std::uint32_t number = 4; number <= 9; ++number) {
+    host.send(camera(number, "test:" + std::to_string(number), "More", 160, 120));
+  }
+  service = std::thread([this] {
+    for (std::uint32_t i = 0; !ended; ++i) {
+      for (std::uint32_t number = 1; number <= 9; ++number) send(number, i, 20, 15);
+      std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    }
+  });
+  Browser browser(page());
+  ASSERT_EQ(browser.problem(), "");
+  EXPECT_TRUE(
+      browser.becomesTrue("[...document.querySelectorAll('canvas')].filter(canvas => "
+                          "!canvas.hidden && canvas.width == 160).length == 9"))
+      << browser.evaluate("document.documentElement.outerHTML");
+  // And the status still comes.
+  const std::string frames =
+      browser.evaluate("document.querySelector('[data-of=frames]').textContent");
+  EXPECT_TRUE(browser.becomesTrue("document.querySelector('[data-of=frames]').textContent != '" +
+                                  frames + "'"));
+}
+
 TEST_F(PageTest, ShowsNamesAndNumbersAsTextOnly) {
   if (!Browser::installed()) GTEST_SKIP() << "no browser; install chromium";
   stream();
@@ -114,7 +138,7 @@ TEST_F(PageTest, ShowsNamesAndNumbersAsTextOnly) {
   EXPECT_TRUE(browser.becomesTrue("document.querySelectorAll('article').length == 3"));
   const std::string html = browser.evaluate("document.documentElement.outerHTML");
   for (const char* part : {"HD Pro Webcam C920", "1280 \xc3\x97 720", "\xe2\x80\x93 &lt;oben&gt;",
-                           "alt=\"Live view of Yard\"", ">connected<"}) {
+                           "aria-label=\"Live view of Yard\"", ">connected<"}) {
     EXPECT_NE(html.find(part), std::string::npos) << part;
   }
 }

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
 namespace lumsar::test {
 namespace {
 
@@ -18,12 +20,13 @@ class ViewStreamTest : public testing::Test {
     return frame;
   }
 
+  Bell bell;
   int changes = 0;
   std::shared_ptr<ViewStream> stream = std::make_shared<ViewStream>([this] { ++changes; });
 };
 
 TEST_F(ViewStreamTest, AReaderGetsTheNewestFrameOnce) {
-  ViewStream::Reader reader(stream);
+  ViewStream::Reader reader(stream, bell);
   EXPECT_EQ(reader.next(1ms), nullptr);
   deliver();
   const FramePtr newest = deliver();
@@ -34,35 +37,48 @@ TEST_F(ViewStreamTest, AReaderGetsTheNewestFrameOnce) {
 }
 
 TEST_F(ViewStreamTest, ASecondReaderBeginsWithTheCurrentFrame) {
-  ViewStream::Reader first(stream);
+  ViewStream::Reader first(stream, bell);
   const FramePtr frame = deliver();
   EXPECT_EQ(first.next(1ms), frame);
-  ViewStream::Reader second(stream);
+  ViewStream::Reader second(stream, bell);
   EXPECT_EQ(second.next(1ms), frame);
   EXPECT_EQ(stream->report().delivered, 1U);
 }
 
 TEST_F(ViewStreamTest, AReaderDoesNotBeginWithAnOldFrame) {
   {
-    const ViewStream::Reader reader(stream);
+    const ViewStream::Reader reader(stream, bell);
     deliver();
     EXPECT_TRUE(stream->hasConsumer());
   }
   EXPECT_FALSE(stream->hasConsumer());
   EXPECT_EQ(changes, 2);
-  ViewStream::Reader reader(stream);
+  ViewStream::Reader reader(stream, bell);
   EXPECT_EQ(reader.next(1ms), nullptr);
 }
 
+TEST_F(ViewStreamTest, OneBellIsEnoughForManyStreams) {
+  const auto other = std::make_shared<ViewStream>([] {});
+  ViewStream::Reader first(stream, bell);
+  ViewStream::Reader second(other, bell);
+  const auto frame = std::make_shared<Frame>();
+  std::thread camera([&] { other->deliver(frame); });
+  bell.wait(10s);
+  EXPECT_EQ(first.take(), nullptr);
+  EXPECT_EQ(second.take(), frame);
+  EXPECT_EQ(second.take(), nullptr);
+  camera.join();
+}
+
 TEST_F(ViewStreamTest, ClosingEndsTheWaitAndTheNotifications) {
-  ViewStream::Reader reader(stream);
+  ViewStream::Reader reader(stream, bell);
   changes = 0;
   stream->close();
   EXPECT_TRUE(stream->closed());
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_EQ(reader.next(10s), nullptr);
   EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);
-  const ViewStream::Reader late(stream);
+  const ViewStream::Reader late(stream, bell);
   EXPECT_EQ(changes, 0);
 }
 

@@ -114,6 +114,48 @@ TEST_F(ViewerTest, ACameraRunsOnlyWhileItIsWatched) {
   EXPECT_TRUE(host.receiveRecord(CameraDataKind::Stop, 1));
 }
 
+TEST_F(ViewerTest, OneConnectionCarriesAllCamerasAndTheStatus) {
+  host.send(announce(2, "Back"));
+  EXPECT_TRUE(eventually([&] { return has(httpGet(port, "/status.json"), "Back"); }));
+  std::string live;
+  std::atomic<bool> done{false};
+  std::thread browser([&] {
+    live = httpGet(port, "/live/1,2", 30000);
+    done = true;
+  });
+  for (const std::uint32_t camera : {1U, 2U}) {
+    ASSERT_TRUE(host.receiveRecord(CameraDataKind::Start, camera)) << camera;
+  }
+  std::uint32_t sent = 0;
+  EXPECT_TRUE(eventually([&] {
+    host.send(frame(1, sent, blankJpeg(1000)));
+    host.send(frame(2, sent++, blankJpeg(1500)));
+    return done.load();
+  }));
+  browser.join();
+  const std::string body = bodyOf(live);
+  EXPECT_TRUE(body.starts_with("status ")) << body.substr(0, 100);
+  EXPECT_TRUE(has(body, "\nframe 1 1000\n\xff\xd8"));
+  EXPECT_TRUE(has(body, "\nframe 2 1500\n\xff\xd8"));
+  EXPECT_TRUE(host.receiveRecord(CameraDataKind::Stop, 1));
+}
+
+TEST_F(ViewerTest, AConnectionWithoutCamerasCarriesTheStatusAgainAndAgain) {
+  const std::string body = bodyOf(httpGet(port, "/live/", 2000));
+  EXPECT_GT(occurrences(body, "\nstatus "), 0) << body;
+  EXPECT_TRUE(has(body, R"("started":false)"));
+}
+
+TEST_F(ViewerTest, OfALiveConnectionOnlyNumbersAreTaken) {
+  for (const char* path :
+       {"/live", "/live/x", "/live/1,", "/live/1,,2", "/live/-1", "/live/1.jpg"}) {
+    EXPECT_TRUE(httpGet(port, path).starts_with("HTTP/1.1 404 ")) << path;
+  }
+  EXPECT_TRUE(httpAsk(port, requestFor("/live/1", "")).starts_with("HTTP/1.1 403 "));
+  // A camera that is not there may just have been removed.
+  EXPECT_TRUE(httpGet(port, "/live/77", 1000).starts_with("HTTP/1.1 200 "));
+}
+
 TEST_F(ViewerTest, SendsOneImage) {
   std::string answer;
   std::thread browser([&] { answer = httpGet(port, "/camera/1.jpg"); });
