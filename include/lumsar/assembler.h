@@ -1,16 +1,17 @@
 // MessageAssembler: deframes a byte stream into complete messages. Used wherever messages arrive in
 // fragments: by hosts before Handler, by the guest agent, by both ends of an IPC connection. No
-// I/O, no thread: reentrant, each object bound to one thread at a time.
+// I/O, no thread: reentrant, each object bound to one thread at a time. Needs C++17; a Span is a
+// std::span where there is one.
 #pragma once
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <vector>
 
 #include "lumsar/message.h"
+#include "lumsar/span.h"
 
 namespace lumsar {
 
@@ -28,7 +29,7 @@ class MessageAssembler {
 
   // Space for `size` bytes to be read into, valid until the next call of any other member.
   // Follow it by commit() with the number of bytes that really came.
-  std::span<unsigned char> prepare(std::size_t size) {
+  Span<unsigned char> prepare(std::size_t size) {
     dropDelivered();
     if (m_end + size <= kKeptCapacity) shrink();
     if (m_buffer.size() < m_end + size) m_buffer.resize(m_end + size);
@@ -36,19 +37,19 @@ class MessageAssembler {
   }
   void commit(std::size_t size) { m_end += size; }
 
-  void append(std::span<const unsigned char> bytes) {
+  void append(Span<const unsigned char> bytes) {
     if (bytes.empty()) return;
-    std::ranges::copy(bytes, prepare(bytes.size()).begin());
+    std::copy(bytes.begin(), bytes.end(), prepare(bytes.size()).begin());
     commit(bytes.size());
   }
 
   // The next complete message, header first, valid until the next prepare() or append(); empty when
   // more bytes are needed or the stream is at fault.
-  std::span<unsigned char> next() {
+  Span<unsigned char> next() {
     if (pending() < kHeaderSize || fault() != Fault::None) return {};
     const std::size_t size = kHeaderSize + header().length;
     if (pending() < size) return {};
-    std::span<unsigned char> message{m_buffer.data() + m_begin, size};
+    Span<unsigned char> message{m_buffer.data() + m_begin, size};
     m_begin += size;
     return message;
   }
@@ -80,7 +81,7 @@ class MessageAssembler {
   }
 
   // All bytes not yet delivered, valid as those of next().
-  std::span<const unsigned char> waiting() const { return {front(), pending()}; }
+  Span<const unsigned char> waiting() const { return {front(), pending()}; }
 
   // How many bytes the message at the front still lacks; at least 1. A good size for prepare().
   std::size_t missing() const {

@@ -11,9 +11,10 @@
 #include <cstdint>
 #include <cstring>
 #include <optional>
-#include <span>
 #include <string_view>
 #include <type_traits>
+
+#include "lumsar/span.h"
 
 namespace lumsar {
 
@@ -86,7 +87,7 @@ inline std::uint64_t cameraClock() {
 
 // The struct at the front of `bytes`, which then begin after it; nothing when they are too short.
 template <class Fields>
-std::optional<Fields> take(std::span<const unsigned char>& bytes) {
+std::optional<Fields> take(Span<const unsigned char>& bytes) {
   static_assert(std::is_trivially_copyable_v<Fields>);
   if (bytes.size() < sizeof(Fields)) return std::nullopt;
   Fields fields;
@@ -96,7 +97,7 @@ std::optional<Fields> take(std::span<const unsigned char>& bytes) {
 }
 
 // The text of `length` bytes at the front of `bytes`, which then begin after it.
-inline std::optional<std::string_view> takeText(std::span<const unsigned char>& bytes,
+inline std::optional<std::string_view> takeText(Span<const unsigned char>& bytes,
                                                 std::size_t length) {
   if (bytes.size() < length) return std::nullopt;
   const std::string_view text(reinterpret_cast<const char*>(bytes.data()), length);

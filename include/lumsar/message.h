@@ -10,14 +10,13 @@
 // All numbers are little-endian; `length` counts the payload only.
 #pragma once
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
 namespace lumsar {
 
-static_assert(std::endian::native == std::endian::little,
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__,
               "headers are copied to and from the wire as they stand in memory");
 
 inline constexpr std::uint32_t kMagic = 0x5643414D;  // wire bytes 4D 41 43 56
