@@ -36,6 +36,8 @@ xz-utils                         cmd:xz
 openssl                          cmd:openssl
 abigail-tools                    cmd:abidiff
 chromium                         cmd:chromium
+help2man                         cmd:help2man
+man-db                           cmd:man
 gstreamer1.0-plugins-ugly        file:/usr/lib/*/gstreamer-1.0/libgstx264.so
 libpipewire-0.3-dev              pc:libpipewire-0.3
 libturbojpeg0-dev                pc:libturbojpeg

@@ -150,6 +150,13 @@ void CommandLine::section(std::string heading, std::string text) {
   m_sections.emplace_back(std::move(heading), std::move(text));
 }
 
+void CommandLine::section(std::string heading, const Entries& entries) {
+  std::string text;
+  for (const auto& [what, explanation] : entries) text += optionHelp(what, explanation);
+  text.pop_back();
+  section(std::move(heading), std::move(text));
+}
+
 bool CommandLine::parse(int argc, const char* const* argv) const {
   CLI::App app;
   app.set_help_flag();

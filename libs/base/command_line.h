@@ -68,8 +68,12 @@ class CommandLine {
   void configFile(std::string byDefault, std::vector<std::string> names, std::string unless,
                   std::string help);
 
-  // Paragraphs after the options, such as an example and the exit statuses.
+  // Paragraphs after the options, such as the exit statuses.
   void section(std::string heading, std::string text);
+  // The same of things that are explained, laid out as the options are, such as examples, files and
+  // environment variables.
+  using Entries = std::vector<std::pair<std::string, std::string>>;
+  void section(std::string heading, const Entries& entries);
 
   // False when --help or --version has been answered and the program should end with 0.
   // Throws UsageError.

@@ -103,6 +103,22 @@ void addOtherOptions(base::CommandLine& line, Options& options) {
               "answer the handshake with a token other than the host's");
 }
 
+// What a manual has besides the options.
+void addManual(base::CommandLine& line) {
+  line.section(
+      "Exit status",
+      {{"0", "ended as requested or by a signal"}, {"1", "failure"}, {"2", "wrong usage"}});
+  line.section("Environment",
+               {{"JOURNAL_STREAM", "set by the service manager: the log then has its priorities"}});
+  line.section("Files", {{"/dev/virtio-ports/" + std::string(protocol::kSpicePortName),
+                          "the channel of a VM that is used over SPICE, found without it, too"},
+                         {"/dev/videoN", "a device of the kernel module v4l2loopback"}});
+  line.section("Examples", {{"modprobe v4l2loopback devices=4 && lumsar-agent --v4l2",
+                             "cameras as /dev/videoN in a VM that is used over SPICE"},
+                            {"lumsar-agent --listen tcp:127.0.0.1:4711 --view",
+                             "a live page of what lumsar-host shares"}});
+}
+
 base::CommandLine commandLine(Options& options) {
   base::CommandLine line("lumsar-agent", "[OPTION...]",
                          "The guest agent of camera redirection: receives the cameras that a host "
@@ -110,9 +126,7 @@ base::CommandLine commandLine(Options& options) {
   addHostOptions(line, options);
   addOutputOptions(line, options);
   addOtherOptions(line, options);
-  line.section("Example: cameras as /dev/videoN in a VM that is used over SPICE",
-               "  modprobe v4l2loopback devices=4 && lumsar-agent --v4l2");
-  line.section("Exit status", "  0 ended as requested or by Ctrl-C, 1 failure, 2 wrong usage");
+  addManual(line);
   return line;
 }
 

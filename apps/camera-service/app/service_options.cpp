@@ -115,6 +115,25 @@ void addOtherOptions(base::CommandLine& line, Options& options) {
   line.option("--verbose", options.verbose, "log more");
 }
 
+// What a manual has besides the options.
+void addManual(base::CommandLine& line) {
+  line.section("Exit status",
+               {{"0", "stopped by a signal, or asked for its status"},
+                {"1", "failure; with --status also that no service runs"},
+                {"2", "wrong usage, or a line of the configuration file that cannot be used"}});
+  line.section("Environment",
+               {{"XDG_RUNTIME_DIR", "where the socket is"},
+                {"XDG_CONFIG_HOME", "where the configuration file is (default ~/.config)"},
+                {"LISTEN_FDS, LISTEN_PID", "the socket, when the service manager holds it"}});
+  line.section("Files",
+               {{"$XDG_CONFIG_HOME/lumsar/camera-service.conf", "options, one a line"},
+                {"$XDG_RUNTIME_DIR/lumsar/lumsar.sock", "the socket, where hosts connect"}});
+  line.section("Examples",
+               {{"lumsar-camera-service --camera test:Front,640x480@15 --deny 'Front@vm-7'",
+                 "the webcams and a synthetic camera, which one VM does not get"},
+                {"lumsar-camera-service --status", "what the running service is doing"}});
+}
+
 }  // namespace
 
 std::optional<Options> parseOptions(int argc, const char* const* argv) {
@@ -124,9 +143,7 @@ std::optional<Options> parseOptions(int argc, const char* const* argv) {
                          "the hosts that are\nconnected to it.");
   addCameraOptions(line, options);
   addOtherOptions(line, options);
-  line.section("Example",
-               "  lumsar-camera-service --camera test:Front,640x480@15 --deny 'Front@vm-7'");
-  line.section("Exit status", "  0 stopped by a signal, 1 failure, 2 wrong usage");
+  addManual(line);
   if (!line.parse(argc, argv)) return std::nullopt;
   checkChannel(options);
   return options;

@@ -53,6 +53,24 @@ void addRun(base::CommandLine& line, Options& options) {
   line.option("--verbose", options.verbose, "show the plug-in's log");
 }
 
+// What a manual has besides the options.
+void addManual(base::CommandLine& line, const HostCommandLine& program) {
+  line.section(
+      "Exit status",
+      {{"0", "success; a share that waits for its camera is one, too"},
+       {"1", "a command was refused or failed, or there was no VM or no camera service in time"},
+       {"2", "wrong usage"}});
+  base::CommandLine::Entries environment = {
+      {"XDG_RUNTIME_DIR", "where the camera service's socket is"}};
+  environment.insert(environment.end(), program.environment.begin(), program.environment.end());
+  line.section("Environment", environment);
+  line.section("Files", {{"$XDG_RUNTIME_DIR/lumsar/lumsar.sock", "the camera service's socket"},
+                         {"liblumsar.so.1", "the plug-in"},
+                         {"libvdi_ipc.so", "the IPC library, which the plug-in loads"}});
+  line.section("Examples", {{program.example, "share the first camera for a working day"},
+                            {program.program + " ADDRESS", "take commands from the keyboard"}});
+}
+
 void check(const Options& options) {
   if (options.vm.empty()) throw base::UsageError("the VM's address is missing");
   const DriverSetup& driver = options.driver;
@@ -84,11 +102,7 @@ std::optional<Options> parseOptions(int argc, char** argv, const HostCommandLine
   addRun(line, options);
   line.section("Commands, read from standard input without --exec and --duration",
                Commands::help());
-  line.section("Example", program.example);
-  line.section(
-      "Exit status",
-      "  0 success, 1 a command was refused or failed, or the VM could not be reached, 2 wrong "
-      "usage\n  A share that waits for its camera is a success.");
+  addManual(line, program);
   std::string address;
   line.argument(address);
   if (!line.parse(argc, argv)) return std::nullopt;

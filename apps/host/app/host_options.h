@@ -29,9 +29,10 @@ struct Options {
 struct HostCommandLine {
   std::string program;
   std::string usage;                 // after the program's name
-  std::string example;               // a whole line
+  std::string example;               // a command
   std::optional<Protocol> protocol;  // without one the program has --protocol
   std::function<void(base::CommandLine&)> addOwn = [](base::CommandLine&) {};
+  base::CommandLine::Entries environment = {};  // of its own variables
 };
 
 // Nothing when the program should end with 0 now, after --help or --version. Throws UsageError.

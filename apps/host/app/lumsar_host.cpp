@@ -11,7 +11,7 @@ int main(int argc, char** argv) {
       argc, argv,
       {.program = "lumsar-host",
        .usage = "[OPTION...] unix:PATH|tcp:HOST:PORT",
-       .example = "  lumsar-host tcp:127.0.0.1:4711 --exec 'share 0' --duration 8h",
+       .example = "lumsar-host tcp:127.0.0.1:4711 --exec 'share 0' --duration 8h",
        .protocol = {},
        .addOwn =
            [&tokenFile](base::CommandLine& line) {

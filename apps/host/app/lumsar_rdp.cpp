@@ -10,9 +10,11 @@ int main(int argc, char** argv) {
       argc, argv,
       {.program = "lumsar-rdp",
        .usage = "[OPTION...] HOST[:PORT]|unix:PATH",
-       .example = "  lumsar-rdp desktop.example --credentials FILE --exec 'share 0' --duration 8h",
+       .example = "lumsar-rdp desktop.example --credentials FILE --exec 'share 0' --duration 8h",
        .protocol = Protocol::Rdp,
-       .addOwn = [&own](auto& line) { own.addTo(line); }},
+       .addOwn = [&own](auto& line) { own.addTo(line); },
+       .environment = {{"LUMSAR_USER, LUMSAR_PASSWORD",
+                        "who logs on, unless --credentials is given"}}},
       [&own](asio::io_context& loop, SendQueue& queue, Inbox& inbox, const Options& options) {
         return std::make_unique<RdpTransport>(loop, queue, inbox, rdpTarget(options, own));
       });

@@ -76,9 +76,10 @@ int main(int argc, char** argv) {
       argc, argv,
       {.program = "lumsar-spice",
        .usage = "[OPTION...] spice://HOST:PORT|spice+tls://HOST:PORT|spice+unix:///PATH",
-       .example = "  lumsar-spice spice://127.0.0.1:5900 --exec 'share 0' --duration 8h",
+       .example = "lumsar-spice spice://127.0.0.1:5900 --exec 'share 0' --duration 8h",
        .protocol = Protocol::Spice,
-       .addOwn = [&own](auto& line) { own.addTo(line); }},
+       .addOwn = [&own](auto& line) { own.addTo(line); },
+       .environment = {{"LUMSAR_TICKET", "the server's ticket, unless --ticket-file is given"}}},
       [&own](asio::io_context&, SendQueue& queue, Inbox& inbox, const Options& options) {
         return std::make_unique<SpiceTransport>(queue, inbox, complete(own, options.vm));
       });
