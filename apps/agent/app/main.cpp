@@ -1,5 +1,6 @@
 // lumsar-agent, the guest agent: the command line, then Program until a signal or the time ends it.
 #include <sys/signalfd.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
@@ -63,7 +64,11 @@ int run(int argc, const char* const* argv) {
   const base::UniqueFd endSignal = takeEndSignals();
   Program program(*options, openXrdp(*options), openPipewire(*options));
   const bool written = program.run(endSignal.get());
-  if (options->json) std::puts(program.statusJson().c_str());
+  if (options->json) {
+    std::puts(program.statusJson().c_str());
+  } else if (isatty(STDOUT_FILENO) == 1) {
+    std::fputs(toTable(program.status()).c_str(), stdout);
+  }
   std::fflush(stdout);
   if (!written) std::_Exit(1);
   return 0;

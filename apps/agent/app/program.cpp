@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "app/status.h"
 #include "base/deadline.h"
 #include "base/log.h"
 #include "base/system/files.h"
@@ -175,7 +174,7 @@ void Program::writeStatusFile() {
                  base::systemError());
 }
 
-std::string Program::statusJson() const {
+Status Program::status() const {
   Status status;
   status.protocol = m_options.endpoint.protocol;
   status.seconds = std::chrono::duration<double>(Clock::now() - m_begin).count();
@@ -186,7 +185,7 @@ std::string Program::statusJson() const {
     status.connections.push_back(connection->status());
     connection->appendStatus(status.cameras);
   }
-  return toJson(status);
+  return status;
 }
 
 }  // namespace lumsar::agent

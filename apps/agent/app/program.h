@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "app/agent_options.h"
+#include "app/status.h"
 #include "base/system/event_fd.h"
 #include "outputs/web/viewer.h"
 #include "session/connection.h"
@@ -31,7 +32,8 @@ class Program {
   bool run(int endSignal = -1);
   void stop();  // thread-safe
 
-  std::string statusJson() const;
+  Status status() const;
+  std::string statusJson() const { return toJson(status()); }
   // Where it can be reached; empty or 0 if it was not asked for.
   std::string directAddress() const { return m_direct ? m_direct->name() : ""; }
   std::uint16_t viewPort() const { return m_viewer ? m_viewer->port() : std::uint16_t{0}; }

@@ -2,6 +2,8 @@
 
 #include "app/json.h"
 #include "base/text/format.h"
+#include "base/text/table.h"
+#include "base/text/utf8.h"
 #include "base/version.h"
 
 namespace lumsar::agent {
@@ -68,6 +70,21 @@ std::string toJson(const Status& status) {
   for (const auto& camera : status.cameras) addCamera(json, camera);
   json.endArray().endObject();
   return json.result();
+}
+
+std::string toTable(const Status& status) {
+  if (status.cameras.empty()) return "no camera was shared\n";
+  std::vector<base::TableRow> rows{
+      {"CAMERA", "ID", "SIZE", "FRAMES", "SHOWN", "DROPPED", "LOST", "DAMAGED", "LATENCY"}};
+  for (const CameraStatus& camera : status.cameras) {
+    const Counters& counters = camera.counters;
+    rows.push_back({base::clean(camera.info.name), base::clean(camera.info.id),
+                    base::text("{}x{}", camera.width, camera.height),
+                    std::to_string(counters.frames), std::to_string(camera.sinks.delivered),
+                    std::to_string(camera.dropped), std::to_string(counters.lost),
+                    std::to_string(counters.bad), base::text("{} us", camera.latencyMedian)});
+  }
+  return "cameras:\n" + base::table(rows);
 }
 
 }  // namespace lumsar::agent

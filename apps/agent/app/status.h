@@ -1,5 +1,5 @@
 // The status of the program: one JSON text, printed at the end, kept in a file, shown on the
-// page.
+// page; on a terminal, a table.
 #pragma once
 
 #include <string>
@@ -19,5 +19,7 @@ struct Status {
 };
 
 std::string toJson(const Status& status);
+// What a person reads of the cameras.
+std::string toTable(const Status& status);
 
 }  // namespace lumsar::agent

@@ -95,6 +95,33 @@ TEST(Process, ATakenPortEndsWithOne) {
   EXPECT_TRUE(has(view.errors(), "Address already in use"));
 }
 
+TEST(Process, OnATerminalItEndsWithATableOfItsCameras) {
+  const TemporaryDirectory folder;
+  const std::string socket = "unix:" + (folder / "vm.sock");
+  Process child({LUMSAR_AGENT, "--listen", socket, "--discard"}, {.terminal = true});
+  EXPECT_TRUE(child.says("waiting for a host"));
+  RawPeer host(socket);
+  ASSERT_TRUE(host.handshake());
+  host.send(announce(1, "Front"));
+  ASSERT_TRUE(host.receiveRecord(CameraDataKind::Start, 1));
+  EXPECT_EQ(child.stop(SIGINT), 0);
+  EXPECT_TRUE(child.says("  CAMERA  ID    SIZE     FRAMES  SHOWN  DROPPED  LOST  DAMAGED"))
+      << child.output();
+  EXPECT_TRUE(has(child.output(), "  Front   id-1")) << child.output();
+}
+
+TEST(Process, WithoutCamerasItSaysSo) {
+  Process child({LUMSAR_AGENT, "--listen", "tcp:0", "--duration", "1ms"}, {.terminal = true});
+  EXPECT_EQ(child.wait(), 0);
+  EXPECT_TRUE(has(child.output(), "no camera was shared")) << child.output();
+}
+
+TEST(Process, ElsewhereNothingIsPrintedAtTheEnd) {
+  Process child = agentWith({"--listen", "tcp:0", "--duration", "1ms"});
+  EXPECT_EQ(child.wait(), 0);
+  EXPECT_EQ(child.output(), "");
+}
+
 class SignalTest : public testing::TestWithParam<int> {};
 
 TEST_P(SignalTest, EndsCleanly) {
