@@ -28,32 +28,32 @@ enum LumsarRdpChannelEvent { LUMSAR_CHANNEL_OPENED = 0, LUMSAR_CHANNEL_CLOSED = 
 /* Sends a fragment of at most LUMSAR_RDP_FRAGMENT_SIZE bytes of a message to the VM; 0 for success.
  * `data` is valid during the call only. Called on any thread. */
 #define LUMSAR_RDP_FRAGMENT_SIZE 1536
-typedef int (*LumsarRdpSend)(unsigned char *data, int length);
+typedef int (*LumsarRdpSend)(unsigned char* data, int length);
 
 struct LumsarRdp {
   /* Initialises and connects to the camera service. The IPC library is loaded from
    * "./Device Redirect/libvdi_ipc.so". */
-  int (*init)(const char *vm_id, LumsarRdpSend send);
+  int (*init)(const char* vm_id, LumsarRdpSend send);
   void (*deinit)(void);
   /* Reports a LumsarRdpChannelEvent. */
   void (*event)(int event);
   /* Takes one complete message from the VM, header first; the bytes remain the caller's. */
-  void (*handler)(unsigned char *data, int length);
+  void (*handler)(unsigned char* data, int length);
   /* Shares all cameras with a session of the VM. */
   int (*share_all)(int session_id);
 };
 
 /* POSIX lets a function's address be kept as that of an object; C needs a copy for it. */
-static inline int lumsar_rdp_bind(void *library, const char *symbol, void *function) {
-  void *address = dlsym(library, symbol);
+static inline int lumsar_rdp_bind(void* library, const char* symbol, void* function) {
+  void* address = dlsym(library, symbol);
   memcpy(function, &address, sizeof address);
   return address != 0;
 }
 
 /* Loads the plug-in, which stays in the process. 0 when it cannot be loaded or is not a plug-in;
  * dlerror() says why. */
-static inline int lumsar_rdp_load(struct LumsarRdp *rdp, const char *path) {
-  void *library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+static inline int lumsar_rdp_load(struct LumsarRdp* rdp, const char* path) {
+  void* library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
   return library != 0 && lumsar_rdp_bind(library, "RdpInit", &rdp->init) &&
          lumsar_rdp_bind(library, "RdpDeInit", &rdp->deinit) &&
          lumsar_rdp_bind(library, "RdpEvent", &rdp->event) &&
