@@ -12,7 +12,7 @@ namespace {
 
 struct OutputTest : testing::Test {
   Process host(const std::string& vm) {
-    return Process({LUMSAR_HOST, vm, "--exec", "list", "--timeout", "700ms"},
+    return Process({LUMSAR_HOST, vm, "--exec", "list", "--timeout", "2s"},
                    {.environment = {{"XDG_RUNTIME_DIR", directory.path()}}});
   }
   const TemporaryDirectory directory;
@@ -28,7 +28,7 @@ TEST_F(OutputTest, AnAttemptThatFailsIsOneLine) {
 TEST_F(OutputTest, WithoutAChannelTheAgentIsNotBlamed) {
   Process program = host("unix:" + (directory / "none"));
   EXPECT_EQ(program.wait(), 1);
-  EXPECT_TRUE(has(program.output(), "no channel to the VM within 700 ms; the lines above say why"))
+  EXPECT_TRUE(has(program.output(), "no channel to the VM within 2000 ms; the lines above say why"))
       << program.output();
   EXPECT_FALSE(has(program.output(), "guest agent"));
 }
@@ -37,7 +37,8 @@ TEST_F(OutputTest, WithAChannelTheServiceIsMissing) {
   const RawListener vm("tcp:0");
   Process program = host("tcp:127.0.0.1:" + std::to_string(vm.port()));
   EXPECT_EQ(program.wait(), 1);
-  EXPECT_TRUE(has(program.output(), "no camera service within 700 ms; start lumsar-camera-service"))
+  EXPECT_TRUE(
+      has(program.output(), "no camera service within 2000 ms; start lumsar-camera-service"))
       << program.output();
   EXPECT_FALSE(has(program.output(), "guest agent"));
 }
