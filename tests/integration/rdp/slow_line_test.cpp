@@ -49,7 +49,7 @@ class RdpSlowLine : public Rig {
     for (int i = 0; i < 6; ++i) ASSERT_TRUE(server->messages().nextOf(MSG_DATA));
     const Bytes word = noise(1000, 1);
     server->send(message(MSG_DATA, word));
-    const auto data = service->messages().nextOf(IPC_MSG_DATA, seconds(5));
+    const auto data = service->messages().nextOf(IPC_MSG_DATA);
     ASSERT_TRUE(data);
     EXPECT_EQ(payloadOf(*data), word);
   }

@@ -53,7 +53,7 @@ TEST_F(Handshake, GarbageInsteadOfAnAnswer) {
   ASSERT_TRUE(agentSays("hello "));
   const long before = user().host().ownMemory();
   EXPECT_TRUE(user().host().expect("bytes that are not a message; dropped"));
-  EXPECT_TRUE(eventually([this] { return user().counter("strayBytes") > 59'900'000; }, 20s));
+  EXPECT_TRUE(eventually([this] { return user().counter("strayBytes") > 59'900'000; }));
   EXPECT_LT(user().host().ownMemory() - before, 20 * 1024);
   EXPECT_FALSE(user().host().hasNext("VM answered"));
   EXPECT_TRUE(nextSessionWorks());
@@ -85,7 +85,7 @@ TEST_F(Handshake, WrongToken) {
 TEST_F(Handshake, AnswerThatIsRepeatedCountsOnce) {
   meet("hello answers:50000 sleep:600000");
   ASSERT_TRUE(user().host().expect("ready to share cameras"));
-  EXPECT_TRUE(eventually([this] { return user().counter("bytesFromVm") == 50000 * 36; }, 20s));
+  EXPECT_TRUE(eventually([this] { return user().counter("bytesFromVm") == 50000 * 36; }));
   EXPECT_EQ(user().counter("handshakes"), 1);
   EXPECT_FALSE(user().host().hasNext("ready to share cameras"));
 }

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <future>
 
+#include "support/eventually.h"
 #include "unit/plugin/inside_test.h"
 
 namespace lumsar::test {
@@ -16,7 +17,7 @@ class Entry : public InsideTest {
   bool returnsWhileLocked(Call call) {
     object->m_mutex.lock();
     auto done = std::async(std::launch::async, call);
-    const bool returned = done.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+    const bool returned = done.wait_for(kTimeout) == std::future_status::ready;
     object->m_mutex.unlock();
     done.wait();
     return returned;

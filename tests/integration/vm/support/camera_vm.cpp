@@ -30,7 +30,7 @@ bool CameraVm::cameraIsGone() {
 
 bool CameraVm::reading() {
   const auto seen = picturesRead();
-  return eventually([&] { return picturesRead() > seen + 3; }, 20s);
+  return eventually([&] { return picturesRead() > seen + 3; });
 }
 
 std::size_t CameraVm::picturesRead() {
