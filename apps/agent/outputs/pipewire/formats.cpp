@@ -28,10 +28,10 @@ std::uint32_t subtypeOf(std::uint32_t encoding) {
 
 // Frames may come more seldom than announced, as in the dark.
 void addRateAndSize(spa_pod_builder* builder, const OfferedFormat& format) {
-  const spa_rectangle size = SPA_RECTANGLE(format.size.width, format.size.height);
-  const spa_fraction rate = format.frameInterval == 0 ? SPA_FRACTION(kUsualRate, 1)
-                                                      : SPA_FRACTION(kSecond, format.frameInterval);
-  const spa_fraction none = SPA_FRACTION(0, 1);
+  const spa_rectangle size = {format.size.width, format.size.height};
+  const spa_fraction rate = format.frameInterval == 0 ? spa_fraction{kUsualRate, 1}
+                                                      : spa_fraction{kSecond, format.frameInterval};
+  const spa_fraction none = {0, 1};
   spa_pod_builder_add(builder, SPA_FORMAT_VIDEO_size, SPA_POD_Rectangle(&size),
                       SPA_FORMAT_VIDEO_framerate,
                       SPA_POD_CHOICE_RANGE_Fraction(&rate, &none, &rate), 0);
@@ -80,7 +80,8 @@ Pods bufferPods(PodSpace& space, const ChosenFormat& format) {
                       SPA_POD_CHOICE_RANGE_Int(kBuffers, kMinBuffers, kMaxBuffers),
                       SPA_PARAM_BUFFERS_blocks, SPA_POD_Int(1), SPA_PARAM_BUFFERS_size,
                       SPA_POD_Int(static_cast<int>(bufferBytes(format))), SPA_PARAM_BUFFERS_stride,
-                      SPA_POD_Int(format.isRaw() ? format.size.width : 0), 0);
+                      SPA_POD_Int(format.isRaw() ? format.size.width : 0),
+                      SPA_PARAM_BUFFERS_dataType, SPA_POD_CHOICE_FLAGS_Int(kMemory), 0);
   pods.push_back(static_cast<const spa_pod*>(spa_pod_builder_pop(builder, &frame)));
   spa_pod_builder_push_object(builder, &frame, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta);
   spa_pod_builder_add(builder, SPA_PARAM_META_type, SPA_POD_Id(SPA_META_Header),

@@ -99,9 +99,9 @@ void PipewireLoop::admitClients() {
 }
 
 void PipewireLoop::endClients() {
-  const auto first = std::ranges::stable_partition(m_clients, [](const PipewireClient* client) {
-                       return !client->isEnding();
-                     }).begin();
+  const auto first =
+      std::stable_partition(m_clients.begin(), m_clients.end(),
+                            [](const PipewireClient* client) { return !client->isEnding(); });
   const std::vector<PipewireClient*> ending(first, m_clients.end());
   m_clients.erase(first, m_clients.end());
   for (PipewireClient* client : ending) client->ended();
