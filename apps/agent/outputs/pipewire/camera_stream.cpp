@@ -82,7 +82,6 @@ void CameraStream::stateChanged(pw_stream_state state, const char* error) {
 }
 
 void CameraStream::formatChanged(const spa_pod* format) {
-  m_buffer = nullptr;  // buffers come with a format
   m_chosen = readFormat(format);
   if (!m_chosen) return m_decoder.reset();
   PodSpace space;
