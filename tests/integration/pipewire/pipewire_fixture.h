@@ -22,12 +22,12 @@ class Pipewire : public testing::Test {
       GTEST_SKIP() << obstacle;
     }
     stack.emplace();
-    startAgent();
+    startAgent({"--status-file", folder / "status.json"});
   }
-  void startAgent(const std::map<std::string, std::string>& environment = {},
-                  bool withStatus = true) {
+  void startAgent(const Process::Words& more,
+                  const std::map<std::string, std::string>& environment = {}) {
     Process::Words command = {LUMSAR_AGENT, "--listen", socket, "--pipewire"};
-    if (withStatus) command.insert(command.end(), {"--status-file", folder / "status.json"});
+    command.insert(command.end(), more.begin(), more.end());
     agent.emplace(command, stack->session(environment));
     host = RawPeer(socket);
     ASSERT_TRUE(host.handshake());
