@@ -9,8 +9,8 @@
 namespace lumsar::agent {
 namespace {
 
-// A warning means that parts of the image are made up. The scans of one JPEG are limited, as a
-// small one with thousands of them keeps a processor busy for minutes.
+// It ends at the first warning, as what follows would be made up, and after 500 scans, as a JPEG of
+// a few bytes a scan keeps a processor busy with all of its image each time.
 constexpr int kFlags = TJFLAG_STOPONWARNING | TJFLAG_LIMITSCANS;
 constexpr unsigned char kNoColour = 128;
 
