@@ -16,7 +16,7 @@
 namespace lumsar::test {
 namespace {
 
-constexpr milliseconds kLongTimeout(30000);
+constexpr milliseconds kLongTimeout = kTimeout;
 
 std::string executable() {
   for (const char* path :
