@@ -51,11 +51,13 @@ TEST(Options, HaveSensibleDefaults) {
 }
 
 TEST(Options, AreRead) {
-  const Options options = parse({"--protocol",    "rdp",    "--listen=unix:/s", "--view",
-                                 "9000",          "--v4l2", "--v4l2",           "/dev/video3",
-                                 "--duration",    "250ms",  "--pipewire", "--vm-version",     "1.0",
-                                 "--session",     "7",      "--share-all",      "--json",
-                                 "--status-file", "f",      "--save",           "d"});
+  const Options options = parse({"--protocol",  "rdp",         "--listen=unix:/s",
+                                 "--view",      "9000",        "--v4l2",
+                                 "--v4l2",      "/dev/video3", "--duration",
+                                 "250ms",       "--pipewire",  "--vm-version",
+                                 "1.0",         "--session",   "7",
+                                 "--share-all", "--json",      "--status-file",
+                                 "f",           "--save",      "d"});
   EXPECT_EQ(options.endpoint.protocol, Protocol::Rdp);
   EXPECT_EQ(options.listen, "unix:/s");
   EXPECT_EQ(options.view, 9000);
