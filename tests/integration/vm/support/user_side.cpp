@@ -44,7 +44,8 @@ void UserSide::startHost(const std::string& address, const std::vector<std::stri
                                    LUMSAR_IPC_RECORDER,
                                    "--config",
                                    (m_directory / "config.json").string(),
-                                   "--verbose"};
+                                   "--verbose",
+                                   "--json"};  // for counter()
   command.insert(command.end(), options.begin(), options.end());
   m_host = std::make_unique<Process>(
       command, ProcessSetup{.environment = {{"LUMSAR_REAL_IPC", LUMSAR_REAL_IPC},
