@@ -60,9 +60,8 @@ SpiceAddress complete(SpiceOptions options, const std::string& uri) {
 void takeLibraryLog() {
   g_log_set_default_handler(
       [](const gchar* domain, GLogLevelFlags level, const gchar* message, gpointer) {
-        logOfLibrary(
-            domain != nullptr ? domain : "GLib", message,
-            (level & (G_LOG_LEVEL_ERROR | G_LOG_LEVEL_CRITICAL | G_LOG_LEVEL_WARNING)) != 0);
+        constexpr int kShown = G_LOG_LEVEL_ERROR | G_LOG_LEVEL_CRITICAL | G_LOG_LEVEL_WARNING;
+        if ((level & kShown) != 0) logOfLibrary(domain != nullptr ? domain : "GLib", message);
       },
       nullptr);
 }

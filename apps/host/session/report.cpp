@@ -142,10 +142,9 @@ PluginLog::Muted::~Muted() {
   logMuted = false;
 }
 
-void logOfLibrary(const std::string& library, const std::string& line, bool important) {
+void logOfLibrary(const std::string& library, const std::string& line) {
   const std::lock_guard lock(logMutex);
-  if (logReport == nullptr || (!important && !logEverything)) return;
-  logReport->note(base::text("  {}: ", library), line);
+  if (logReport != nullptr) logReport->note(base::text("  {}: ", library), line);
 }
 
 void onServiceClosed(std::function<void()> closed) {

@@ -56,8 +56,8 @@ class PluginLog {
   };
 };
 
-// A line of another library's log, shown where the plug-in's is; `important` ones always.
-void logOfLibrary(const std::string& library, const std::string& line, bool important);
+// A warning of another library, shown where the plug-in's lines are.
+void logOfLibrary(const std::string& library, const std::string& line);
 
 // While the plug-in's log is shown, `closed` is called when it tells of the end of the connection
 // to the camera service, which is all that the plug-in tells an RDP host of that. On any thread.
