@@ -109,12 +109,15 @@ void addManual(base::CommandLine& line) {
       "Exit status",
       {{"0", "ended as requested or by a signal"}, {"1", "failure"}, {"2", "wrong usage"}});
   line.section("Environment",
-               {{"JOURNAL_STREAM", "set by the service manager: the log then has its priorities"}});
+               {{"JOURNAL_STREAM", "set by the service manager: the log then has its priorities"},
+                {"PIPEWIRE_REMOTE", "the socket of another session's PipeWire, for --pipewire"}});
   line.section("Files", {{"/dev/virtio-ports/" + std::string(protocol::kSpicePortName),
                           "the channel of a VM that is used over SPICE, found without it, too"},
                          {"/dev/videoN", "a device of the kernel module v4l2loopback"}});
   line.section("Examples", {{"modprobe v4l2loopback devices=4 && lumsar-agent --v4l2",
                              "cameras as /dev/videoN in a VM that is used over SPICE"},
+                            {"lumsar-agent --xrdp --pipewire",
+                             "cameras of an xrdp session, without a kernel module"},
                             {"lumsar-agent --listen tcp:127.0.0.1:4711 --view",
                              "a live page of what lumsar-host shares"}});
 }

@@ -60,6 +60,7 @@ TEST(Options, AreRead) {
                                  "f",           "--save",      "d"});
   EXPECT_EQ(options.endpoint.protocol, Protocol::Rdp);
   EXPECT_EQ(options.listen, "unix:/s");
+  EXPECT_TRUE(options.pipewire);
   EXPECT_EQ(options.view, 9000);
   EXPECT_EQ(options.videoDevices, (std::vector<std::string>{"auto", "/dev/video3"}));
   EXPECT_EQ(options.runFor, std::chrono::milliseconds(250));
@@ -93,11 +94,11 @@ TEST(Options, AreRefusedWithAReason) {
 
 TEST(Options, AreAllInTheHelp) {
   for (const char* option :
-       {"--port",       "--device",    "--listen",      "--protocol",   "--listen-direct",
-        "--v4l2",       "--view",      "--save ",       "--save-mjpeg", "--discard",
-        "--duration",   "--json",      "--status-file", "--share-all",  "--session",
-        "--vm-version", "--verbose",   "--version",     "--help",       "--wrong-token",
-        "--xrdp",       "--token-file"}) {
+       {"--port",       "--device",     "--listen",      "--protocol",   "--listen-direct",
+        "--v4l2",       "--view",       "--save ",       "--save-mjpeg", "--discard",
+        "--duration",   "--json",       "--status-file", "--share-all",  "--session",
+        "--vm-version", "--verbose",    "--version",     "--help",       "--wrong-token",
+        "--xrdp",       "--token-file", "--pipewire"}) {
     EXPECT_NE(helpText().find(option), std::string::npos) << option;
   }
 }
