@@ -231,8 +231,8 @@ void CommandLine::readConfigLine(std::string_view line, const std::string& where
   if (std::ranges::find(names, "--" + word) != names.end()) {
     return take(*std::ranges::find(m_options, "--" + word, &Option::name), value, where + word);
   }
-  std::vector<std::string> words;
-  for (const std::string& name : names) words.push_back(name.substr(2));
+  std::vector<std::string> words = names;
+  for (std::string& name : words) name.erase(0, 2);
   throw UsageError(
       text("{}\"{}\" is not known; expected {}", where, clean(word), joined(words, " or ")));
 }

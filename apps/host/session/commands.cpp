@@ -124,7 +124,7 @@ Commands::Result Commands::shareCamera(const std::string& word, QJsonObject comm
   if (status != STATUS_OK) return {{}, status, {}};
   const bool isDirect = json::textAt(command, "command") == "sharetcp";
   const std::string reference = json::textAt(command, "deviceId");
-  const Result result = isDirect ? connectionVerdict(reference) : verdict(reference, {"refused"});
+  Result result = isDirect ? connectionVerdict(reference) : verdict(reference, {"refused"});
   if (result.status != STATUS_OK) return result;
   const bool isKnown = camera.has_value();
   if (!camera) camera = findCamera(word);
@@ -220,7 +220,7 @@ Commands::Result Commands::verdict(const std::string& reference,
 Commands::Result Commands::connectionVerdict(const std::string& reference) {
   const auto end = std::chrono::steady_clock::now() + kConnectionVerdict;
   while (true) {
-    const Result result = verdict(reference, {"refused", "failed"});
+    Result result = verdict(reference, {"refused", "failed"});
     if (result.status != STATUS_OK || isAwaited(reference)) return result;
     if (std::chrono::steady_clock::now() >= end) return result;
     std::this_thread::sleep_for(kVerdictInterval);
