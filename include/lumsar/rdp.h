@@ -12,7 +12,22 @@
 #define LUMSAR_RDP_H
 
 #include <dlfcn.h>
+#include <stddef.h>
+#include <stdint.h>
 #include <string.h>
+
+/* A message is a header of this size, which says how long it is, and its payload. */
+#define LUMSAR_HEADER_SIZE 32
+
+/* The size of the message that begins with this header; 0 when it is not a valid header. */
+static inline size_t lumsar_message_size(const unsigned char* header) {
+  uint32_t magic, length;
+  memcpy(&magic, header, sizeof magic);
+  memcpy(&length, header + 8, sizeof length);
+  size_t size = LUMSAR_HEADER_SIZE;
+  size += length;
+  return magic == 0x5643414D ? size : 0;
+}
 
 /* What init and share_all return; plugin.h has the others. */
 enum LumsarRdpStatus {

@@ -28,7 +28,17 @@ TEST(RdpHeader, IsThatOfTheOther) {
   EXPECT_EQ(int{LUMSAR_NOT_CONNECTED}, int{STATUS_NOT_CONNECTED});
   EXPECT_EQ(int{LUMSAR_CHANNEL_OPENED}, int{CHANNEL_EVENT_OPENED});
   EXPECT_EQ(int{LUMSAR_CHANNEL_CLOSED}, int{CHANNEL_EVENT_CLOSED});
+  EXPECT_EQ(std::size_t{LUMSAR_HEADER_SIZE}, kHeaderSize);
   EXPECT_EQ(LUMSAR_RDP_FRAGMENT_SIZE, int{kRdpFragmentSize});
+}
+
+TEST(RdpHeader, TellsTheSizeOfAMessage) {
+  RedirMsgHeader header;
+  header.length = 0xFFFFFFFF;
+  const auto* bytes = reinterpret_cast<const unsigned char*>(&header);
+  EXPECT_EQ(lumsar_message_size(bytes), std::size_t{LUMSAR_HEADER_SIZE} + 0xFFFFFFFF);
+  ++header.magic;
+  EXPECT_EQ(lumsar_message_size(bytes), 0U);
 }
 
 }  // namespace
