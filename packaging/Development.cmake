@@ -16,6 +16,7 @@ install(EXPORT Lumsar FILE LumsarTargets.cmake NAMESPACE Lumsar:: DESTINATION ${
 foreach(directory IN ITEMS PREFIX FULL_LIBDIR FULL_INCLUDEDIR)
   file(RELATIVE_PATH ${directory}
     ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_${directory}})
+  string(REGEX REPLACE "/$" "" ${directory} ${${directory}})
 endforeach()
 configure_file(lumsar.pc.in ${PROJECT_BINARY_DIR}/lumsar.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/lumsar.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
