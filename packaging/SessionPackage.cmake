@@ -42,4 +42,5 @@ The cameras that the user shares from their own machine appear in the programs
 of the session, through PipeWire. A camera runs only while a program takes
 frames from it.")
 set(CPACK_DEBIAN_SESSION_PACKAGE_CONTROL_EXTRA
-  ${guest}/debian/session/postinst ${guest}/debian/session/postrm)
+  ${guest}/debian/session/postinst ${guest}/debian/session/postrm
+  ${guest}/debian/session/conffiles)

@@ -36,6 +36,7 @@ xz-utils                         cmd:xz
 openssl                          cmd:openssl
 abigail-tools                    cmd:abidiff
 chromium                         cmd:chromium
+desktop-file-utils               cmd:desktop-file-validate
 help2man                         cmd:help2man
 man-db                           cmd:man
 gstreamer1.0-plugins-ugly        file:/usr/lib/*/gstreamer-1.0/libgstx264.so
