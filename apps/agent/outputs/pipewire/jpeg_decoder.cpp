@@ -5,14 +5,50 @@
 #include <algorithm>
 #include <array>
 #include <new>
+#include <string_view>
 
 namespace lumsar::agent {
 namespace {
 
-// It ends at the first warning, as what follows would be made up, and after 500 scans, as a JPEG of
-// a few bytes a scan keeps a processor busy with all of its image each time.
-constexpr int kFlags = TJFLAG_STOPONWARNING | TJFLAG_LIMITSCANS;
 constexpr unsigned char kNoColour = 128;
+
+constexpr unsigned kBaselineFrame = 0xC0;
+constexpr unsigned kExtendedFrame = 0xC1;
+constexpr unsigned kHuffmanTables = 0xC4;
+constexpr unsigned kLastFrame = 0xCF;
+constexpr unsigned kFirstWithoutLength = 0xD0;
+constexpr unsigned kLastWithoutLength = 0xD9;
+constexpr unsigned kScan = 0xDA;
+
+// Whether one scan has all of the image, as cameras make it. Of other JPEGs each scan is work on
+// the whole image, and costs a sender a few bytes.
+bool hasOneScan(base::Bytes jpeg) {
+  std::size_t components = 0;
+  for (std::size_t at = 2; at + 10 <= jpeg.size();) {
+    const unsigned marker = jpeg[at + 1];
+    if (jpeg[at] != 0xFF) return false;
+    if (marker == 0xFF) {  // any number may fill up
+      ++at;
+      continue;
+    }
+    if (marker == kScan) return components != 0 && jpeg[at + 4] == components;
+    if (marker == kBaselineFrame || marker == kExtendedFrame) {
+      components = jpeg[at + 9];
+    } else if (marker < kBaselineFrame || (marker <= kLastFrame && marker != kHuffmanTables) ||
+               (marker >= kFirstWithoutLength && marker <= kLastWithoutLength)) {
+      return false;
+    }
+    at += 2 + (std::size_t{jpeg[at + 2]} << 8U | jpeg[at + 3]);
+  }
+  return false;
+}
+
+// Some cameras fill the data of an image up. All of it has been decoded then.
+bool isOnlyFilledUp(tjhandle decoder) {
+  constexpr std::string_view kFilledUp = " extraneous bytes before marker 0xd9";
+  return tjGetErrorCode(decoder) == TJERR_WARNING &&
+         std::string_view(tjGetErrorStr2(decoder)).ends_with(kFilledUp);
+}
 
 struct Plane {
   std::size_t width = 0;
@@ -94,12 +130,13 @@ std::optional<int> JpegDecoder::samplingOf(base::Bytes jpeg, FrameSize size) con
 bool JpegDecoder::decode(base::Bytes jpeg, FrameSize size, std::span<unsigned char> to) {
   if (!isDecodable(size) || to.size() < i420Bytes(size)) return false;
   const auto sampling = samplingOf(jpeg, size);
-  if (!sampling) return false;
+  if (!sampling || !hasOneScan(jpeg)) return false;
   const Planes target = i420Planes(size, to);
   const Planes decoded = decodedPlanes(size, *sampling, target, m_scratch);
   std::array<unsigned char*, 3> pointers = {decoded[0].data, decoded[1].data, decoded[2].data};
   if (tjDecompressToYUVPlanes(m_handle.get(), jpeg.data(), jpeg.size(), pointers.data(), 0, nullptr,
-                              0, kFlags) != 0) {
+                              0, 0) != 0 &&
+      !isOnlyFilledUp(m_handle.get())) {
     return false;
   }
   for (std::size_t i = 0; i < target.size(); ++i) {

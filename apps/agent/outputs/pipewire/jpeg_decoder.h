@@ -37,8 +37,8 @@ class JpegDecoder {
   // Throws std::bad_alloc.
   JpegDecoder();
 
-  // False when the JPEG is damaged, has another size or is too large. `to` has to hold
-  // i420Bytes(size); after a failure its content is of no use.
+  // False when the JPEG is damaged, has another size, several scans or is too large. `to` has to
+  // hold i420Bytes(size); after a failure its content is of no use.
   bool decode(base::Bytes jpeg, FrameSize size, std::span<unsigned char> to);
 
  private:

@@ -108,34 +108,55 @@ TEST_F(JpegDecoderTest, RefusesTooSmallARoomAndTooLargeAFrame) {
   EXPECT_FALSE(agent::isDecodable({0, 48}));
 }
 
-// A grey image of 64 by 48 pixels that says it again, coefficient by coefficient and bit by bit.
-Bytes manyScans(int bits) {
+// As cameras make it that fill their transfers up.
+TEST_F(JpegDecoderTest, AllowsBytesBetweenTheImageAndItsEnd) {
+  for (const Bytes& more : {Bytes{0x12}, Bytes(3), Bytes(20, 0x12)}) {
+    Bytes padded = good;
+    padded.insert(padded.end() - 2, more.begin(), more.end());
+    EXPECT_TRUE(decodes(padded)) << more.size();
+    EXPECT_NEAR(frame[0], kDark, 3);
+    EXPECT_NEAR(frame[64 * 48 - 1], kLight, 3);
+  }
+}
+
+// Three components of 64 by 48 pixels: all in each scan, or each in scans of its own.
+Bytes withScans(int scans, bool isTogether) {
   const auto bytes = [](std::initializer_list<int> values) {
     return Bytes(values.begin(), values.end());
   };
   const auto table = [&](int number) {  // of one code: a zero bit for the value 0
     return bytes({0xFF, 0xC4, 0, 20, number, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
   };
-  const auto scan = [&](int coefficient, int precision) {
-    return bytes({0xFF, 0xDA, 0, 8, 1, 1, 0, coefficient, coefficient, precision, 0, 0, 0, 0, 0,
-                  0});  // a bit for each of 48 blocks
-  };
-  Bytes jpeg = join({bytes({0xFF, 0xD8, 0xFF, 0xDB, 0, 67, 0}), Bytes(64, 16),
-                     bytes({0xFF, 0xC2, 0, 11, 8, 0, 48, 0, 64, 1, 1, 0x11, 0}), table(0x00),
-                     table(0x10), scan(0, 0)});
-  for (int coefficient = 1; coefficient < 64; ++coefficient) {
-    for (int bit = bits - 1; bit >= 0; --bit) {
-      const int before = bit == bits - 1 ? 0 : bit + 1;
-      jpeg = join({jpeg, scan(coefficient, before * 16 + bit)});
-    }
+  Bytes jpeg =
+      join({bytes({0xFF, 0xD8, 0xFF, 0xDB, 0, 67, 0}), Bytes(64, 16),
+            bytes({0xFF, 0xC0, 0, 17, 8, 0, 48, 0, 64, 3, 1, 0x11, 0, 2, 0x11, 0, 3, 0x11, 0}),
+            table(0x00), table(0x10)});
+  for (int i = 0; i < scans; ++i) {  // two bits for each of 48 blocks of a component
+    const Bytes scan =
+        isTogether ? join({bytes({0xFF, 0xDA, 0, 12, 3, 1, 0, 2, 0, 3, 0, 0, 63, 0}), Bytes(36)})
+                   : join({bytes({0xFF, 0xDA, 0, 8, 1, i % 3 + 1, 0, 0, 63, 0}), Bytes(12)});
+    jpeg = join({jpeg, scan});
   }
   return join({jpeg, bytes({0xFF, 0xD9})});
 }
 
 // Each scan is work on the whole image, and costs a sender a few bytes.
-TEST_F(JpegDecoderTest, RefusesHundredsOfScans) {
-  EXPECT_TRUE(decodes(manyScans(2)));
-  EXPECT_FALSE(decodes(manyScans(13)));
+TEST_F(JpegDecoderTest, RefusesMoreThanOneScan) {
+  EXPECT_TRUE(decodes(withScans(1, true)));
+  EXPECT_FALSE(decodes(withScans(2, true)));
+  EXPECT_FALSE(decodes(withScans(3, false)));
+  EXPECT_FALSE(decodes(jpegOf(kSize, TJSAMP_420, TJFLAG_PROGRESSIVE)));
+}
+
+TEST_F(JpegDecoderTest, FindsTheScanBehindWhateverSegmentsThereAre) {
+  const auto with = [&](const Bytes& segments) {
+    return join({View(good).first(2), segments, View(good).subspan(2)});
+  };
+  EXPECT_TRUE(decodes(with({0xFF, 0xE1, 0, 6, 0xFF, 0xC2, 0xFF, 0xDA})));
+  EXPECT_TRUE(decodes(with({0xFF, 0xFF, 0xFF, 0xFE, 0, 2}))) << "filled up";
+  EXPECT_FALSE(decodes(with({0xFF, 0xE1, 0, 1}))) << "shorter than its own length";
+  EXPECT_FALSE(decodes(with({0xFF, 0xE1, 0xFF, 0xFF}))) << "longer than the rest";
+  EXPECT_FALSE(decodes(with({0xFF, 0xD0})));
 }
 
 }  // namespace
