@@ -108,11 +108,13 @@ void addManual(base::CommandLine& line) {
   line.section(
       "Exit status",
       {{"0", "ended as requested or by a signal"}, {"1", "failure"}, {"2", "wrong usage"}});
-  line.section("Environment",
-               {{"JOURNAL_STREAM", "set by the service manager: the log then has its priorities"},
-                {"PIPEWIRE_REMOTE", "the socket of another session's PipeWire, for --pipewire"}});
+  line.section(
+      "Environment",
+      {{"DISPLAY", "for --xrdp: the session to which the cameras come"},
+       {"JOURNAL_STREAM", "set by the service manager: the log then has its priorities"},
+       {"PIPEWIRE_REMOTE", "for --pipewire: the socket of a session other than this one"}});
   line.section("Files", {{"/dev/virtio-ports/" + std::string(protocol::kSpicePortName),
-                          "the channel of a VM that is used over SPICE, found without it, too"},
+                          "the default channel, of a VM that is used over SPICE"},
                          {"/dev/videoN", "a device of the kernel module v4l2loopback"}});
   line.section("Examples", {{"modprobe v4l2loopback devices=4 && lumsar-agent --v4l2",
                              "cameras as /dev/videoN in a VM that is used over SPICE"},

@@ -68,7 +68,8 @@ std::vector<std::unique_ptr<SinkFactory>> Program::openOutputs(
   if (m_options.discard) outputs.push_back(std::make_unique<DiscardOutput>());
   if (outputs.empty()) {
     base::logWarning(
-        "frames go nowhere, so no camera will run; see --help for --view, --save and --v4l2");
+        "frames go nowhere, so no camera will run; see --help for --view, --save, --v4l2 and "
+        "--pipewire");
   }
   return outputs;
 }

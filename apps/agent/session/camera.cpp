@@ -216,9 +216,12 @@ CameraStatus Camera::status() const {
     const SinkReport report = sink->report();
     status.sinks.delivered += report.delivered;
     status.sinks.files += report.files;
-    for (auto field : {&SinkReport::path, &SinkReport::device, &SinkReport::error}) {
+    for (auto field : {&SinkReport::path, &SinkReport::error}) {
       if (!(report.*field).empty()) status.sinks.*field = report.*field;
     }
+    if (report.device.empty()) continue;
+    if (!status.sinks.device.empty()) status.sinks.device += ',';
+    status.sinks.device += report.device;
   }
   return status;
 }

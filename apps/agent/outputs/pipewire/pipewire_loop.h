@@ -22,8 +22,8 @@ namespace lumsar::agent {
 class PipewireClient {
  public:
   virtual ~PipewireClient() = default;
-  // After wake(), and when PipeWire has come or gone. `core` is null while there is no connection;
-  // nothing of a connection may be used once that was said.
+  // After wake(), and when PipeWire was connected or lost. `core` is null while there is no
+  // connection; nothing of a connection may be used once that was said.
   virtual void update(pw_core* core) = 0;
   virtual bool isEnding() const = 0;
   // Its last call: from now on it may be destroyed.

@@ -200,6 +200,14 @@ TEST_F(CameraTest, ASecondWatcherOfVideoNeedsAKeyFrame) {
   EXPECT_EQ(asked, (Kinds{CameraDataKind::Start, CameraDataKind::KeyFrameRequest}));
 }
 
+TEST_F(CameraTest, StatusHasTheDevicesOfAllOutputs) {
+  open(kEncodingMjpg, 3);
+  EXPECT_EQ(camera->status().sinks.device, "");
+  states[0]->report.device = "lumsar.id";
+  states[2]->report.device = "/dev/video0";
+  EXPECT_EQ(camera->status().sinks.device, "lumsar.id,/dev/video0");
+}
+
 TEST_F(CameraTest, RetiringTellsTheServiceOnlyWhenAsked) {
   open();
   look();
