@@ -29,6 +29,8 @@ class Sink {
   // Waits for the sink's thread, which is about to end once closed() is true.
   virtual ~Sink() = default;
   virtual bool hasConsumer() const = 0;
+  // Whether frames are of no use to its consumer before one that is independently decodable.
+  virtual bool needsKeyFrame() const { return false; }
   // Only while there is a consumer. The frame is complete.
   virtual void deliver(FramePtr frame) = 0;
   // The camera has been removed: finish what was begun. Does not wait for it.

@@ -68,6 +68,7 @@ void Camera::takeFrame(const CameraDataHeader& header, Bytes body) {
   }
   for (const auto& sink : m_sinks) {
     if (sink->hasConsumer()) sink->deliver(frame);
+    if (sink->needsKeyFrame()) requestKeyFrame();
   }
 }
 

@@ -63,6 +63,17 @@ TEST_F(Pipewire, ANodeThatSomebodyRemovesComesAgain) {
   EXPECT_TRUE(agent->says("camera \"Front\": PipeWire does not serve it: "));
   EXPECT_TRUE(eventually([&] { return stack->hasNode(kNode) && stack->nodes() != before; }))
       << stack->nodes();
+  EXPECT_TRUE(statusHas(R"("error":"")"));
+}
+
+TEST_F(Pipewire, ANodeComesAgainThoughPipewireEndsBeforeItIsOfferedAgain) {
+  shareCamera();
+  ASSERT_EQ(Process({"pw-cli", "destroy", kNode}, stack->session()).wait(), 0);
+  ASSERT_TRUE(agent->says("camera \"Front\": PipeWire does not serve it: "));
+  stack->killPipewire();
+  stack->startPipewire();
+  ASSERT_TRUE(agent->says("connected to PipeWire", 2)) << agent->output();
+  EXPECT_TRUE(eventually([this] { return stack->hasNode(kNode); })) << stack->nodes();
 }
 
 TEST_F(Pipewire, ACameraIsSwitchedOffWhenPipewireIsKilled) {

@@ -10,6 +10,7 @@ using namespace agent;
 
 struct FakeSinkState {
   bool wanted = false;
+  bool needsKey = false;
   bool closing = false;
   bool closed = true;  // once closing
   std::string label;
@@ -21,6 +22,7 @@ class FakeSink : public Sink {
  public:
   explicit FakeSink(std::shared_ptr<FakeSinkState> state) : m_state(std::move(state)) {}
   bool hasConsumer() const override { return m_state->wanted; }
+  bool needsKeyFrame() const override { return m_state->needsKey; }
   void deliver(FramePtr frame) override {
     m_state->shown.push_back(std::move(frame));
     ++m_state->report.delivered;

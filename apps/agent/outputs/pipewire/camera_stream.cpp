@@ -75,6 +75,7 @@ void CameraStream::offer(const OfferedFormat& format) {
 void CameraStream::stateChanged(pw_stream_state state, const char* error) {
   const bool isConsumed = state == PW_STREAM_STATE_STREAMING;
   if (std::exchange(m_isConsumed, isConsumed) != isConsumed) m_owner.consumed(isConsumed);
+  if (!isConsumed) m_next.reset();
   if (!isConsumed && std::exchange(m_frame, nullptr) != nullptr) m_owner.dropped();
   if (state == PW_STREAM_STATE_ERROR || state == PW_STREAM_STATE_UNCONNECTED) {
     m_owner.failed(error == nullptr ? "its node was removed" : error);
@@ -82,6 +83,7 @@ void CameraStream::stateChanged(pw_stream_state state, const char* error) {
 }
 
 void CameraStream::formatChanged(const spa_pod* format) {
+  m_next.reset();
   m_chosen = readFormat(format);
   if (!m_chosen) return m_decoder.reset();
   PodSpace space;
@@ -106,12 +108,22 @@ bool CameraStream::fits(const Frame& frame) const {
          m_chosen->cameraEncoding() == frame.format.encoding;
 }
 
+// H.264 can be decoded from a key frame on, as long as no frame is missing.
+bool CameraStream::isDecodable(const Frame& frame) const {
+  return frame.format.encoding != kEncodingH264 || (frame.format.flags & kFrameIsKey) != 0 ||
+         m_next == frame.format.sequence;
+}
+
 // Called when PipeWire is ready for the frame.
 void CameraStream::process() {
   const FramePtr frame = std::exchange(m_frame, nullptr);
   if (!frame) return;
   pw_buffer* buffer = freeBuffer();
   if (buffer == nullptr || !m_chosen) return m_owner.dropped();
+  if (!isDecodable(*frame)) {
+    m_owner.keyFrameNeeded();
+    return m_owner.dropped();
+  }
   const spa_data& data = buffer->buffer->datas[0];
   if (data.data == nullptr) return m_owner.dropped("PipeWire's buffers cannot be written to");
   std::string why;
@@ -123,6 +135,7 @@ void CameraStream::process() {
   data.chunk->stride = m_chosen->isRaw() ? m_chosen->size.width : 0;
   stamp(*buffer->buffer);
   m_buffer = nullptr;
+  m_next = frame->format.sequence + 1;
   pw_stream_queue_buffer(m_stream.get(), buffer);
   m_owner.sent();
 }
@@ -134,19 +147,19 @@ pw_buffer* CameraStream::freeBuffer() {
 }
 
 // The size of what was written; 0 with the reason in `why`.
-std::size_t CameraStream::fill(std::span<unsigned char> room, const Frame& frame,
+std::size_t CameraStream::fill(std::span<unsigned char> buffer, const Frame& frame,
                                std::string& why) {
   if (m_chosen->isRaw()) {
     if (!m_decoder) m_decoder = std::make_unique<JpegDecoder>();
-    if (m_decoder->decode(frame.data, m_chosen->size, room)) return i420Bytes(m_chosen->size);
-    why = "a JPEG is damaged or has not the size that was announced";
+    if (m_decoder->decode(frame.data, m_chosen->size, buffer)) return i420Bytes(m_chosen->size);
+    why = "a JPEG is damaged or does not have the announced size";
     return 0;
   }
-  if (frame.data.size() > room.size()) {
+  if (frame.data.size() > buffer.size()) {
     why = "a frame is larger than PipeWire's buffers for its size";
     return 0;
   }
-  std::ranges::copy(frame.data, room.begin());
+  std::ranges::copy(frame.data, buffer.begin());
   return frame.data.size();
 }
 

@@ -25,6 +25,8 @@ class CameraStreamOwner {
   // What has become of a frame. A reason is given unless the consumer is just slow.
   virtual void sent() = 0;
   virtual void dropped(const std::string& reason = {}) = 0;
+  // What comes before the next key frame will be dropped.
+  virtual void keyFrameNeeded() = 0;
   // The node is of no use any more. This object may not be destroyed in this call.
   virtual void failed(const std::string& why) = 0;
 };
@@ -51,14 +53,16 @@ class CameraStream {
   void bufferRemoved(const pw_buffer* buffer);
   void process();
   bool fits(const Frame& frame) const;
+  bool isDecodable(const Frame& frame) const;
   pw_buffer* freeBuffer();
-  std::size_t fill(std::span<unsigned char> room, const Frame& frame, std::string& why);
+  std::size_t fill(std::span<unsigned char> buffer, const Frame& frame, std::string& why);
   void stamp(spa_buffer& buffer);
 
   CameraStreamOwner& m_owner;
   OfferedFormat m_offered;
   std::optional<ChosenFormat> m_chosen;  // nothing without a consumer
   FramePtr m_frame;                      // the one that is being sent
+  std::optional<std::uint32_t> m_next;   // in the numbering of frames; nothing before the first
   pw_buffer* m_buffer = nullptr;         // taken from PipeWire and not yet filled
   std::uint64_t m_sequence = 0;
   bool m_isConsumed = false;

@@ -75,6 +75,7 @@ FramePtr PipewireSink::takeNewest() {
 void PipewireSink::update(pw_core* core) {
   if (core == nullptr) {
     m_failure.clear();  // that it has ended
+    m_retryTime = {};   // of the next connection nothing is known
     return destroyStream();
   }
   if (!m_failure.empty()) endStream();
@@ -93,6 +94,7 @@ void PipewireSink::createStream(pw_core& core) {
     m_failure = failure.what();
     return endStream();
   }
+  clearError();
   if (std::exchange(m_loggedName, true)) return;
   base::logInfo("camera \"{}\" is the PipeWire node {}", m_identity.description, m_identity.name);
 }
@@ -114,11 +116,18 @@ void PipewireSink::consumed(bool isConsumed) {
   if (m_hasConsumer.exchange(isConsumed) == isConsumed) return;
   base::logDebug("{}: {}", m_identity.name, isConsumed ? "has a consumer" : "has no consumer");
   if (!isConsumed && takeNewest() != nullptr) ++m_dropped;  // the next one begins with a new frame
+  m_needsKey = false;
   if (isConsumed) {
-    const std::lock_guard lock(m_mutex);
-    m_error.clear();
+    clearError();
+    m_loggedProblem.clear();
   }
   m_changed();
+}
+
+void PipewireSink::sent() {
+  ++m_delivered;
+  m_needsKey = false;
+  clearError();
 }
 
 void PipewireSink::followFormat(const CameraFrame& frame) {
@@ -143,9 +152,15 @@ void PipewireSink::failed(const std::string& why) {
 void PipewireSink::reportProblem(const std::string& problem) {
   {
     const std::lock_guard lock(m_mutex);
-    if (std::exchange(m_error, problem) == problem) return;
+    m_error = problem;
   }
+  if (std::exchange(m_loggedProblem, problem) == problem) return;
   base::logWarning("camera \"{}\": {}", m_identity.description, problem);
+}
+
+void PipewireSink::clearError() {
+  const std::lock_guard lock(m_mutex);
+  m_error.clear();
 }
 
 SinkReport PipewireSink::report() const {

@@ -22,6 +22,7 @@ class PipewireSink final : public Sink, private PipewireClient, private CameraSt
   ~PipewireSink() override;
 
   bool hasConsumer() const override { return m_hasConsumer; }
+  bool needsKeyFrame() const override { return m_needsKey; }
   void deliver(FramePtr frame) override;
   void close() override;
   bool closed() const override;
@@ -33,8 +34,9 @@ class PipewireSink final : public Sink, private PipewireClient, private CameraSt
   void ended() override;
 
   void consumed(bool isConsumed) override;
-  void sent() override { ++m_delivered; }
+  void sent() override;
   void dropped(const std::string& reason) override;
+  void keyFrameNeeded() override { m_needsKey = true; }
   void failed(const std::string& why) override;
 
   void createStream(pw_core& core);
@@ -43,12 +45,14 @@ class PipewireSink final : public Sink, private PipewireClient, private CameraSt
   void followFormat(const CameraFrame& format);
   FramePtr takeNewest();
   void reportProblem(const std::string& problem);
+  void clearError();
 
   PipewireLoop& m_loop;
   NodeNames& m_names;
   const NodeIdentity m_identity;
   const std::function<void()> m_changed;
   std::atomic<bool> m_hasConsumer{false};
+  std::atomic<bool> m_needsKey{false};
   std::atomic<bool> m_closing{false};
   std::atomic<std::uint64_t> m_delivered{0};
   std::atomic<std::uint64_t> m_dropped{0};
@@ -64,6 +68,7 @@ class PipewireSink final : public Sink, private PipewireClient, private CameraSt
   std::chrono::steady_clock::time_point m_lastOffer;
   std::string m_failure;                              // of the stream
   std::chrono::steady_clock::time_point m_retryTime;  // before it there is no other stream
+  std::string m_loggedProblem;                        // of this consumer
   bool m_loggedName = false;
 };
 

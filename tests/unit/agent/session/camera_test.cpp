@@ -200,6 +200,19 @@ TEST_F(CameraTest, ASecondWatcherOfVideoNeedsAKeyFrame) {
   EXPECT_EQ(asked, (Kinds{CameraDataKind::Start, CameraDataKind::KeyFrameRequest}));
 }
 
+TEST_F(CameraTest, AKeyFrameIsAskedForWhenASinkNeedsOne) {
+  open(kEncodingH264);
+  look();
+  frame(0, bytesOf("nal"), 1000, kEncodingH264);
+  EXPECT_EQ(asked, Kinds{CameraDataKind::Start});
+  states[0]->needsKey = true;
+  for (const std::uint32_t sequence : {1U, 2U}) {
+    frame(sequence, bytesOf("nal"), 1000, kEncodingH264, 0);
+  }
+  EXPECT_EQ(shown(), 3U) << "it is the sink that drops what it cannot use";
+  EXPECT_EQ(asked, (Kinds{CameraDataKind::Start, CameraDataKind::KeyFrameRequest})) << "not often";
+}
+
 TEST_F(CameraTest, StatusHasTheDevicesOfAllOutputs) {
   open(kEncodingMjpg, 3);
   EXPECT_EQ(camera->status().sinks.device, "");
