@@ -7,8 +7,14 @@
 
 #include "base/errors.h"
 #include "base/text/format.h"
+#include "base/text/utf8.h"
 
 namespace lumsar::json {
+namespace {
+
+constexpr std::size_t kLongestField = 4096;  // a file's id may hold its whole path
+
+}  // namespace
 
 Reading readObject(std::string_view text) {
   while (!text.empty() && text.back() == '\0') text.remove_suffix(1);
@@ -43,6 +49,14 @@ std::string textOrNumber(const QJsonValue& value) {
 
 std::string textAt(const QJsonObject& object, const char* key) {
   return object[QLatin1String(key)].toString().toStdString();
+}
+
+std::string shown(const std::string& text) {
+  return base::clean(text, kLongestField);
+}
+
+std::string shownAt(const QJsonObject& object, const char* key) {
+  return shown(textAt(object, key));
 }
 
 QString qt(std::string_view text) {

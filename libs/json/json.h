@@ -21,6 +21,9 @@ std::string compact(const QJsonObject& object);
 // A string or a number as text, as people write ids and ports both ways; empty otherwise.
 std::string textOrNumber(const QJsonValue& value);
 std::string textAt(const QJsonObject& object, const char* key);
+// For people: no text may look like another line, and none is endless.
+std::string shown(const std::string& text);
+std::string shownAt(const QJsonObject& object, const char* key);
 QString qt(std::string_view text);
 
 }  // namespace lumsar::json

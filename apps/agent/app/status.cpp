@@ -3,7 +3,6 @@
 #include "app/json.h"
 #include "base/text/format.h"
 #include "base/text/table.h"
-#include "base/text/utf8.h"
 #include "base/version.h"
 
 namespace lumsar::agent {
@@ -78,7 +77,7 @@ std::string toTable(const Status& status) {
       {"CAMERA", "ID", "SIZE", "FRAMES", "SHOWN", "DROPPED", "LOST", "DAMAGED", "LATENCY"}};
   for (const CameraStatus& camera : status.cameras) {
     const Counters& counters = camera.counters;
-    rows.push_back({base::clean(camera.info.name), base::clean(camera.info.id),
+    rows.push_back({camera.info.name, camera.info.id,
                     base::text("{}x{}", camera.width, camera.height),
                     std::to_string(counters.frames), std::to_string(camera.sinks.delivered),
                     std::to_string(camera.dropped), std::to_string(counters.lost),

@@ -9,7 +9,6 @@
 #include "base/text/bytes.h"
 #include "base/text/format.h"
 #include "base/text/table.h"
-#include "base/text/utf8.h"
 #include "ipc/client/client.h"
 #include "json/json.h"
 #include "lumsar/ipc_transport.h"
@@ -18,8 +17,6 @@ namespace lumsar::service {
 namespace {
 
 using base::text;
-
-constexpr std::size_t kLongestField = 4096;  // a file's id may hold its whole path
 
 void check(int error, const std::string& channel) {
   if (error == 0) return;
@@ -48,14 +45,14 @@ std::string receiveStatus(const std::string& channel) {
 std::string field(const QJsonObject& object, const char* key) {
   const QJsonValue value = object.value(QLatin1String(key));
   if (value.isBool()) return value.toBool() ? "yes" : "no";
-  return base::clean(json::textOrNumber(value), kLongestField);
+  return json::shown(json::textOrNumber(value));
 }
 
 std::string sharedWith(const QJsonObject& camera) {
   QStringList vms;
   const QJsonArray ids = camera.value("sharedWith").toArray();
   for (const auto& vm : ids) vms.append(vm.toString());
-  return base::clean(vms.join(", ").toStdString(), kLongestField);
+  return json::shown(vms.join(", ").toStdString());
 }
 
 std::string cameraTable(const QJsonArray& cameras) {

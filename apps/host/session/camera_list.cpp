@@ -5,7 +5,6 @@
 
 #include "base/text/format.h"
 #include "base/text/table.h"
-#include "base/text/utf8.h"
 #include "json/json.h"
 #include "session/change_text.h"
 
@@ -13,19 +12,9 @@ namespace lumsar::host {
 
 namespace {
 
-using json::textAt;
+using json::shownAt, json::textAt;
 
 constexpr std::size_t kListSize = std::size_t{64} * 1024;
-
-constexpr std::size_t kLongestField = 4096;  // a file's id may hold its whole path
-
-// For people: no name may look like another line.
-std::string shownText(const std::string& text) {
-  return base::clean(text, kLongestField);
-}
-std::string shownAt(const QJsonObject& object, const char* key) {
-  return shownText(textAt(object, key));
-}
 
 bool isPresent(const QJsonObject& camera) {
   return camera[QLatin1String("present")].toBool(true);
@@ -84,7 +73,7 @@ CameraList readList(const std::string& text) {
   }
   const QJsonArray notes = document[QStringLiteral("policyNotes")].toArray();
   for (const auto& note : notes) {
-    list.policyNotes += base::text("  policy: {}\n", shownText(note.toString().toStdString()));
+    list.policyNotes += base::text("  policy: {}\n", json::shown(note.toString().toStdString()));
   }
   list.description += list.policyNotes;
   list.description.pop_back();

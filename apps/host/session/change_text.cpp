@@ -5,25 +5,19 @@
 #include <string_view>
 
 #include "base/text/format.h"
-#include "base/text/utf8.h"
 #include "json/json.h"
 
 namespace lumsar::host {
 namespace {
 
+using json::shownAt;
+
 using Kinds = std::array<std::string_view, 3>;
 constexpr Kinds kOfCameras = {"added", "removed", "waiting"};
 constexpr Kinds kOfFailures = {"refused", "failed", "policy"};
 
-constexpr std::size_t kLongestField = 4096;  // a file's id may hold its whole path
-
 bool isOneOf(const Kinds& kinds, const std::string& kind) {
   return std::ranges::find(kinds, kind) != kinds.end();
-}
-
-// For people: no name may look like another line.
-std::string shownAt(const QJsonObject& object, const char* key) {
-  return base::clean(json::textAt(object, key), kLongestField);
 }
 
 std::string cameraOf(const QJsonObject& change) {
