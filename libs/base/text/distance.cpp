@@ -10,7 +10,7 @@ namespace {
 
 // Shorter words are too easily others.
 constexpr std::size_t kShortestWord = 4;
-// Names come from outside, and comparing takes the product of both lengths.
+// Names and keys come from outside, and comparing takes the product of both lengths.
 constexpr std::size_t kLongestWord = 100;
 
 bool isDigit(char c) {
@@ -31,7 +31,6 @@ std::string lowered(std::string_view text) {
 
 bool isMistypedWord(std::string_view typed, std::string_view word) {
   return std::min(typed.size(), word.size()) >= kShortestWord &&
-         std::max(typed.size(), word.size()) <= kLongestWord &&
          std::ranges::none_of(typed, isDigit) && std::ranges::none_of(word, isDigit) &&
          distance(typed, word) == 1;
 }
@@ -39,6 +38,7 @@ bool isMistypedWord(std::string_view typed, std::string_view word) {
 }  // namespace
 
 std::size_t distance(std::string_view one, std::string_view other) {
+  if (std::max(one.size(), other.size()) > kLongestWord) return kLongestWord;
   std::vector<std::vector<std::size_t>> rows(one.size() + 1,
                                              std::vector<std::size_t>(other.size() + 1));
   for (std::size_t i = 0; i <= one.size(); ++i) {

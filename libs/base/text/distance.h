@@ -6,7 +6,8 @@
 
 namespace lumsar::base {
 
-// How many characters have to be inserted, removed, replaced or exchanged with their neighbours.
+// How many characters have to be inserted, removed, replaced or exchanged with their neighbours;
+// 100 when one of the texts is longer than that.
 std::size_t distance(std::string_view one, std::string_view other);
 
 // Whether somebody who wrote `typed` may well have meant `name`: only letters differ, at most one
