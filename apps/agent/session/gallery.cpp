@@ -58,8 +58,7 @@ bool Gallery::finish(std::chrono::milliseconds timeout) {
   for (const auto& camera : m_retired) {
     base::logError(
         "camera \"{}\": not all of its frames could be written within {} ms; check whether the "
-        "disk "
-        "still responds",
+        "disk still responds",
         camera->info().name, timeout.count());
   }
   return m_retired.empty();

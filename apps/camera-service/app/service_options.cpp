@@ -96,9 +96,8 @@ void addConfigFile(base::CommandLine& line) {
       defaultConfigFile(),
       {"--camera", "--watch", "--allow", "--deny", "--direct-to", "--token-file", "--verbose"},
       "--status",
-      "read cameras, rules and the like from FILE before the command line, such as \"deny = "
-      "Front\" "
-      "(default $XDG_CONFIG_HOME/lumsar/camera-service.conf, if it is there)");
+      "read cameras, rules and the like from FILE before the command line, such as "
+      "\"deny = Front\" (default $XDG_CONFIG_HOME/lumsar/camera-service.conf, if it is there)");
 }
 
 void addOtherOptions(base::CommandLine& line, Options& options) {
