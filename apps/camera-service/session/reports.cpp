@@ -141,7 +141,9 @@ QJsonObject cameraList(const ClientSession& session, const SessionContext& conte
   QJsonArray refusals;
   for (const DeviceChange& change : session.refusals()) refusals.append(toJson(change));
   for (const DeviceChange& change : failures(session, context, unreadable)) {
-    refusals.append(toJson(change));
+    QJsonObject state = toJson(change);
+    state["state"] = true;  // not what became of a command
+    refusals.append(state);
   }
   QJsonArray notes;
   for (const std::string& note : session.policyNotes()) notes.append(qt(note));

@@ -80,7 +80,7 @@ class HostApp {
           });
         },
         // After the commands that wait.
-        [this] { m_host.post([this] { asio::post(m_loop, [this] { stop(); }); }); },
+        [this] { m_host.run({}, [this](bool) { asio::post(m_loop, [this] { stop(); }); }); },
         [this] { return m_waitingCommands > kMaxWaitingCommands; });
     if (m_console->isTerminal()) {
       m_report.setSink([this](const std::string& line) { m_console->print(line); });

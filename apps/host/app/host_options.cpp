@@ -43,9 +43,8 @@ void addRun(base::CommandLine& line, Options& options) {
   line.group("What to do");
   line.option("--exec COMMAND", options.commands,
               "carry out COMMAND once the VM has answered; repeatable");
-  line.option(
-      "--duration TIME", options.duration,
-      "stop TIME after the commands, or at once if one of them fails: 500ms, 10s, 5m or 8h");
+  line.option("--duration TIME", options.duration,
+              "stop TIME after the commands, or without delay if one failed: 500ms, 10s, 5m or 8h");
   line.option("--timeout TIME", options.timeout,
               "how long to wait for the VM's answer (default 30s)");
   line.option("--json", options.json,

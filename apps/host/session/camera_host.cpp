@@ -80,14 +80,37 @@ void CameraHost::post(std::function<void()> job) {
 
 void CameraHost::run(std::vector<std::string> commands, std::function<void(bool quits)> done) {
   post([this, commands = std::move(commands), done = std::move(done)] {
+    m_scripts.push_back({{commands.begin(), commands.end()}, done});
+    if (m_scripts.size() == 1) runScripts();
+  });
+}
+
+// One command after another; while a connection is made, what the VM sends comes first.
+void CameraHost::runScripts() {
+  while (!m_scripts.empty()) {
+    Script& script = m_scripts.front();
     bool quits = false;
-    for (const std::string& command : commands) {
+    while (!script.commands.empty() && !quits) {
       if (m_stopping) return;
-      quits = !m_commands.run(command);
+      quits = !m_commands.run(script.commands.front());
+      script.commands.pop_front();
       m_serviceWatch.askSoon();
-      if (quits) break;
+      if (m_commands.isConnecting()) return awaitConnection();
     }
+    const auto done = std::move(script.done);
+    m_scripts.pop_front();
     done(quits);
+  }
+}
+
+void CameraHost::awaitConnection() {
+  m_connectionTimer.expires_after(Commands::kCheckInterval);
+  m_connectionTimer.async_wait([this](std::error_code error) {
+    if (error || m_stopping) return;
+    m_commands.checkConnection();
+    if (m_commands.isConnecting()) return awaitConnection();
+    m_serviceWatch.askSoon();
+    runScripts();
   });
 }
 

@@ -8,7 +8,9 @@
 
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
+#include <asio/steady_timer.hpp>
 #include <atomic>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <string>
@@ -59,7 +61,14 @@ class CameraHost {
   const Commands& commands() const { return m_commands; }
 
  private:
+  struct Script {
+    std::deque<std::string> commands;
+    std::function<void(bool quits)> done;
+  };
+
   void serve();
+  void runScripts();
+  void awaitConnection();
   void handshake(bool sharesAll);
 
   asio::io_context& m_loop;
@@ -73,6 +82,8 @@ class CameraHost {
   std::shared_ptr<Inbox> m_inbox;
   Plugin m_plugin;
   Commands m_commands;
+  std::deque<Script> m_scripts;  // the front one is being run
+  asio::steady_timer m_connectionTimer{m_pluginLoop};
   Session m_session;
   ServiceWatch m_serviceWatch;
   bool m_shareAgainWaits = false;

@@ -66,7 +66,7 @@ CameraList readList(const std::string& text) {
     const std::string change = textAt(refusal, "change");
     if (change == "waiting") {
       list.awaited.push_back({camera, camera, false});
-    } else {
+    } else if (!refusal[QLatin1String("state")].toBool()) {
       list.refusals.push_back(
           {change, camera, textAt(refusal, "name"), shownAt(refusal, "reason")});
     }

@@ -15,7 +15,7 @@ struct ListedCamera {
   bool present = true;
 };
 
-// What did not work, such as a command that was not carried out.
+// A command that was not carried out or a connection that ended; not what a camera is like now.
 struct ListedRefusal {
   std::string change;  // "refused", "failed"
   std::string camera;  // its id, or what the command called it; empty when it named none

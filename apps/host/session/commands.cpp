@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <charconv>
-#include <chrono>
 #include <fstream>
 #include <sstream>
-#include <thread>
+#include <utility>
 
 #include "base/errors.h"
 #include "base/text/distance.h"
@@ -20,9 +19,9 @@ namespace {
 using json::qt;
 
 constexpr int kUsage = STATUS_MISSING_ITEM;  // a command that the host itself refuses
-// How long a new direct connection has to fail before it counts as made.
-constexpr std::chrono::milliseconds kConnectionVerdict{1000};
-constexpr std::chrono::milliseconds kVerdictInterval{100};
+// A new direct connection that has not failed within a second counts as made.
+constexpr int kConnectionChecks = 10;
+static_assert(kConnectionChecks * Commands::kCheckInterval == std::chrono::seconds(1));
 
 std::vector<std::string> split(const std::string& line) {
   std::istringstream stream(line);
@@ -74,12 +73,38 @@ bool Commands::run(const std::string& line) {
   if (words.empty()) return true;
   if (words[0] == "quit" || words[0] == "exit") return false;
   Result result = carryOut(words);
+  if (m_connecting) {
+    m_connecting->line = line;
+    return true;
+  }
   result.command = line;
-  m_report.say(line + ": " + statusText(result.status), result.answer);
+  finish(std::move(result));
+  return true;
+}
+
+void Commands::finish(Result result) {
+  m_report.say(result.command + ": " + statusText(result.status), result.answer);
   const std::lock_guard lock(m_mutex);
   m_anyFailed |= result.status != STATUS_OK;
   if (m_keepsResults) m_results.push_back(std::move(result));
-  return true;
+}
+
+// A connection fails a moment after it has been asked for, if it does.
+void Commands::checkConnection() {
+  Connecting& connecting = *m_connecting;
+  Result result = verdict(connecting.reference, true);
+  const bool failed = result.status != STATUS_OK;
+  if (!failed && ++connecting.checks < kConnectionChecks && !isAwaited(connecting.camera)) return;
+  if (!failed) {
+    m_unshared.erase(connecting.camera);
+  } else if (connecting.previous.command.isEmpty()) {
+    m_shared.erase(connecting.camera);
+  } else {
+    m_shared[connecting.camera] = connecting.previous;
+  }
+  result.command = connecting.line;
+  m_connecting.reset();
+  finish(std::move(result));
 }
 
 Commands::Result Commands::carryOut(const Words& words) {
@@ -124,15 +149,20 @@ Commands::Result Commands::shareCamera(const std::string& word, QJsonObject comm
   if (status != STATUS_OK) return {{}, status, {}};
   const bool isDirect = json::textAt(command, "command") == "sharetcp";
   const std::string reference = json::textAt(command, "deviceId");
-  Result result = isDirect ? connectionVerdict(reference) : verdict(reference, {"refused"});
+  Result result = verdict(reference, isDirect);
   if (result.status != STATUS_OK) return result;
   const bool isKnown = camera.has_value();
   if (!camera) camera = findCamera(word);
   if (!camera && isAwaited(word)) camera = {word, word, false};
   if (!camera) return result;
-  m_shared[camera->id] = {camera->name, command};
+  const bool waits = isAwaited(camera->id);
+  const Share previous = std::exchange(m_shared[camera->id], {camera->name, command});
+  if (isDirect && !waits) {
+    m_connecting = {{}, camera->id, reference, previous};
+    return result;
+  }
   m_unshared.erase(camera->id);
-  if (!isAwaited(camera->id)) return result;
+  if (!waits) return result;
   return {{}, status, isKnown ? kWaits : kNobodyYet + std::string(kWaits)};
 }
 
@@ -164,7 +194,7 @@ Commands::Result Commands::unshare(const Words& words) {
   if (camera) m_shared.erase(camera->name);  // as it may have been waited for
   m_unshared.insert(id);
   const int status = control(deviceCommand("unshare", id));
-  return status == STATUS_OK ? verdict(id, {"refused"}) : Result{{}, status, {}};
+  return status == STATUS_OK ? verdict(id) : Result{{}, status, {}};
 }
 
 Commands::Result Commands::unshareAll() {
@@ -190,7 +220,7 @@ Commands::Result Commands::policy(const Words& words) {
   command[QStringLiteral("command")] = QStringLiteral("setpolicy");
   const int status = control(command);
   if (status != STATUS_OK) return {{}, status, {}};
-  Result result = verdict({}, {"refused"});
+  Result result = verdict({});
   if (result.status != STATUS_OK) return result;
   m_policy = command;
   result.answer = m_list.policyNotes.substr(0, m_list.policyNotes.rfind('\n'));
@@ -204,27 +234,17 @@ int Commands::control(const QJsonObject& command) {
 }
 
 // The service carries out one command after another, and its list names those that it has not.
-// `reference` is the camera as the command named it.
-Commands::Result Commands::verdict(const std::string& reference,
-                                   std::initializer_list<std::string_view> changes) {
-  if (list().status != STATUS_OK) return {{}, STATUS_OK, {}};
+// `reference` is the camera as the command named it. A command that `connects` fails with its
+// connection, too.
+Commands::Result Commands::verdict(const std::string& reference, bool connects) {
+  const ListReply reply = list();
+  if (reply.status != STATUS_OK) return {{}, reply.status, reply.text};
   for (const ListedRefusal& refusal : m_list.refusals) {
     if (refusal.camera != reference && (reference.empty() || refusal.name != reference)) continue;
-    if (std::ranges::find(changes, refusal.change) == changes.end()) continue;
+    if (refusal.change != "refused" && !(connects && refusal.change == "failed")) continue;
     return {{}, kStatusRefused, refusal.reason};
   }
   return {{}, STATUS_OK, {}};
-}
-
-// A connection fails a moment later, if it does.
-Commands::Result Commands::connectionVerdict(const std::string& reference) {
-  const auto end = std::chrono::steady_clock::now() + kConnectionVerdict;
-  while (true) {
-    Result result = verdict(reference, {"refused", "failed"});
-    if (result.status != STATUS_OK || isAwaited(reference)) return result;
-    if (std::chrono::steady_clock::now() >= end) return result;
-    std::this_thread::sleep_for(kVerdictInterval);
-  }
 }
 
 ListReply Commands::list() {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <QJsonObject>
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -31,8 +32,14 @@ class Commands {
   Commands(const Plugin& plugin, Report& report, std::function<std::string()> status,
            bool keepsResults);
 
-  // Carries out one line and reports it. False when the line asks to quit.
+  // How often to check a new direct connection.
+  static constexpr std::chrono::milliseconds kCheckInterval{100};
+
+  // Carries out one line and reports it, but for a new direct connection: before the next line, it
+  // is checked until isConnecting() is false, and reported then. False when the line asks to quit.
   bool run(const std::string& line);
+  bool isConnecting() const { return m_connecting.has_value(); }
+  void checkConnection();
   // Repeats policy and shares, which the camera service forgets with its connection. When the VM
   // `sharesAll` with each handshake, what the user has unshared is unshared again.
   void shareAgain(bool sharesAll);
@@ -49,6 +56,13 @@ class Commands {
     std::string name;  // the camera's
     QJsonObject command;
   };
+  struct Connecting {
+    std::string line;       // the command
+    std::string camera;     // as in m_shared
+    std::string reference;  // as in the command
+    Share previous;         // of the same camera, if its command is not empty
+    int checks = 0;
+  };
 
   Result carryOut(const Words& words);
   Result share(const Words& words);
@@ -58,9 +72,9 @@ class Commands {
   Result policy(const Words& words);
   Result shareAllSession(const Words& words);
   Result shareCamera(const std::string& word, QJsonObject command);
+  void finish(Result result);
   int control(const QJsonObject& command);
-  Result verdict(const std::string& reference, std::initializer_list<std::string_view> changes);
-  Result connectionVerdict(const std::string& reference);
+  Result verdict(const std::string& reference, bool connects = false);
   ListReply list();
   std::optional<ListedCamera> findCamera(const std::string& word) const;
   std::string mistyped(const std::string& word) const;
@@ -79,6 +93,7 @@ class Commands {
   std::optional<int> m_shareAllSession;
   bool m_unsharedAll = false;        // after which only m_shared is to be shared
   std::set<std::string> m_unshared;  // ids that are not to be shared with all others
+  std::optional<Connecting> m_connecting;
   bool m_keepsResults;
   mutable std::mutex m_mutex;  // guards what follows
   bool m_anyFailed = false;

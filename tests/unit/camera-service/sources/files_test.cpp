@@ -1,4 +1,6 @@
 // The whole service: pictures and movies as cameras, plugged and unplugged in a watched folder.
+#include <algorithm>
+
 #include "unit/camera-service/test_host.h"
 
 namespace lumsar::test {
@@ -109,10 +111,29 @@ TEST_F(FilesTest, AFileThatIsNoPictureIsInTheListUntilItIsGone) {
   const QJsonArray refusals = late->list().value("refusals").toArray();
   ASSERT_EQ(refusals.size(), 1);
   EXPECT_EQ(refusals.at(0).toObject().value("camera").toString(), "file:bad.jpg");
+  EXPECT_TRUE(refusals.at(0).toObject().value("state").toBool()) << "of the file, not a command";
   EXPECT_TRUE(
       refusals.at(0).toObject().value("reason").toString().contains("not a readable still image"));
   std::filesystem::remove(folder + "/bad.jpg");
   EXPECT_TRUE(eventually([&] { return late->list().value("refusals").toArray().isEmpty(); }));
+}
+
+TEST_F(FilesTest, AShareOfAFileThatIsNoPictureYetWaitsAndMayBeUnshared) {
+  writeFile(folder + "/a.jpg", "this is no picture yet");
+  start({"--watch", folder});
+  ASSERT_TRUE(m_service->says("'file:a.jpg' is left out"));
+  const auto noneOfACommand = [&] {
+    const QJsonArray refusals = host().list().value("refusals").toArray();
+    return std::ranges::all_of(
+        refusals, [](const auto& entry) { return entry.toObject().value("state").toBool(); });
+  };
+  host().share("file:a.jpg");
+  host().awaitChange("waiting");
+  EXPECT_TRUE(noneOfACommand());
+  host().unshare("file:a.jpg");
+  EXPECT_TRUE(noneOfACommand());
+  host().unshare("file:a.jpg");
+  EXPECT_FALSE(noneOfACommand()) << "it was not shared any more";
 }
 
 TEST_F(FilesTest, ACameraThatFailsIsInTheListUntilItWorks) {
@@ -127,6 +148,7 @@ TEST_F(FilesTest, ACameraThatFailsIsInTheListUntilItWorks) {
   ASSERT_EQ(refusals.size(), 1);
   EXPECT_EQ(refusals.at(0).toObject().value("change").toString(), "failed");
   EXPECT_EQ(refusals.at(0).toObject().value("camera").toString(), "file:p.jpg");
+  EXPECT_TRUE(refusals.at(0).toObject().value("state").toBool()) << "of the camera, not a command";
   std::filesystem::rename(dir / "away", dir / "p.jpg");
   host().records.await(CameraDataKind::Frame);
   EXPECT_TRUE(host().list().value("refusals").toArray().isEmpty());

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "support/temporary_directory.h"
+#include "support/text.h"
 #include "unit/host/session/fake_plugin.h"
 
 namespace lumsar::test {
@@ -36,6 +37,7 @@ struct CommandsTest : testing::Test {
 
   Commands::Result run(const std::string& line) {
     commands.run(line);
+    while (commands.isConnecting()) commands.checkConnection();
     return commands.results().back();
   }
   // What the plug-in is told after a recovery.
@@ -131,6 +133,38 @@ TEST_F(CommandsTest, ADirectConnectionThatFailsIsAFailure) {
   EXPECT_EQ(again(), std::vector<std::string>{});
 }
 
+TEST_F(CommandsTest, AFileThatCannotBeReadYetWaitsAndIsUnshared) {
+  fake.list = R"({"cameras":[],"refusals":[)"
+              R"({"change":"refused","camera":"file:x","reason":"unreadable","state":true},)"
+              R"({"change":"waiting","camera":"file:x","reason":"","state":true}]})";
+  EXPECT_EQ(run("share file:x").status, STATUS_OK);
+  EXPECT_EQ(again(), std::vector<std::string>{deviceCommand("share", "file:x")});
+  EXPECT_EQ(run("unshare file:x").status, STATUS_OK);
+  EXPECT_EQ(again(), std::vector<std::string>{});
+}
+
+TEST_F(CommandsTest, ACameraThatDoesNotWorkIsSharedOverADirectConnectionAllTheSame) {
+  fake.list = R"({"cameras":[{"id":"a","name":"A","sharedWith":["vm-7"]}],"refusals":[)"
+              R"({"change":"failed","camera":"a","name":"A","reason":"busy","state":true}]})";
+  EXPECT_EQ(run("share-tcp A 127.0.0.1 1").status, STATUS_OK);
+  EXPECT_EQ(again().size(), 1U);
+}
+
+TEST_F(CommandsTest, ADirectConnectionIsRepeatedWhileItIsMadeAndForgottenWhenItFails) {
+  fake.list = R"({"cameras":[{"id":"a","name":"A"}]})";
+  run("share A");
+  commands.run("share-tcp A 127.0.0.1 1");
+  ASSERT_TRUE(commands.isConnecting());
+  ASSERT_EQ(again().size(), 1U);
+  EXPECT_TRUE(has(fake.commands[0], "sharetcp"));
+  fake.list = R"({"cameras":[{"id":"a","name":"A"}],"refusals":[)"
+              R"({"change":"failed","camera":"a","reason":"the connection ended"}]})";
+  commands.checkConnection();
+  EXPECT_FALSE(commands.isConnecting());
+  EXPECT_EQ(commands.results().back().answer, "the connection ended");
+  EXPECT_EQ(again(), std::vector<std::string>{deviceCommand("share", "a")}) << "as it was before";
+}
+
 TEST_F(CommandsTest, ARefusedPolicyFailsAndIsNotRepeated) {
   const TemporaryDirectory directory;
   writeFile(directory / "policy.json", R"({"policy": 5})");
@@ -148,6 +182,21 @@ TEST_F(CommandsTest, TheCorrectionsOfAPolicyAreSaidWithIt) {
   const Commands::Result result = run("policy " + (directory / "policy.json"));
   EXPECT_EQ(result.status, STATUS_OK);
   EXPECT_EQ(result.answer, "  policy: cameraQuality \"x\" is not a number; using 50");
+}
+
+TEST_F(CommandsTest, WithoutAListNothingCountsAsCarriedOut) {
+  const TemporaryDirectory directory;
+  writeFile(directory / "policy.json", R"({"policy": []})");
+  fake.list = R"({"cameras":[{"id":"a","name":"A"}],"policyNotes":["of the previous policy"]})";
+  run("list");
+  fake.listStatus = STATUS_NOT_CONNECTED;
+  for (const std::string& line :
+       {std::string("share A"), std::string("share-tcp A 127.0.0.1 1"), std::string("unshare A"),
+        "policy " + (directory / "policy.json")}) {
+    const Commands::Result result = run(line);
+    EXPECT_EQ(result.status, STATUS_NOT_CONNECTED) << line;
+    EXPECT_EQ(result.answer, "") << line;
+  }
 }
 
 TEST_F(CommandsTest, AMistypedNameIsRefusedAtOnce) {

@@ -25,6 +25,7 @@ EXPORTED int Ctrl(const std::string& command, char* output, int& outputLength) {
     return fake.status;
   }
   if (fake.status != lumsar::STATUS_OK) return fake.status;
+  if (fake.listStatus != lumsar::STATUS_OK) return fake.listStatus;
   if (fake.listGrowth > 0) {
     --fake.listGrowth;
     fake.list.append(100000, ' ');

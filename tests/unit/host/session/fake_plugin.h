@@ -9,5 +9,6 @@ struct FakePlugin {
   std::string list;                   // its answer to "list"
   int listGrowth = 0;                 // how often the answer still grows when it is asked for
   int status = 0;                     // of all commands
+  int listStatus = 0;                 // of "list"
   bool throws = false;                // whatever it is asked
 };
