@@ -2,6 +2,7 @@
 #include <glib.h>
 
 #include <cstdlib>
+#include <exception>
 
 #include "app/credentials.h"
 #include "app/host_app.h"
@@ -56,20 +57,24 @@ SpiceAddress complete(SpiceOptions options, const std::string& uri) {
   return address;
 }
 
-// The libraries' own lines, which would go to standard error as they are.
-void takeLibraryLog() {
-  g_log_set_default_handler(
-      [](const gchar* domain, GLogLevelFlags level, const gchar* message, gpointer) {
-        constexpr int kShown = G_LOG_LEVEL_ERROR | G_LOG_LEVEL_CRITICAL | G_LOG_LEVEL_WARNING;
-        if ((level & kShown) != 0) logOfLibrary(domain != nullptr ? domain : "GLib", message);
-      },
-      nullptr);
+// GLib ends the program after a fatal line, which must not be one of those that are left out.
+void logOfGlib(const gchar* domain, GLogLevelFlags level, const gchar* message, gpointer) {
+  constexpr int kShown = G_LOG_LEVEL_ERROR | G_LOG_LEVEL_CRITICAL | G_LOG_LEVEL_WARNING;
+  if ((level & G_LOG_FLAG_FATAL) != 0) {
+    return g_log_default_handler(domain, level, message, nullptr);
+  }
+  if ((level & kShown) == 0) return;
+  try {
+    logOfLibrary(domain != nullptr ? domain : "GLib", message);
+  } catch (const std::exception&) {
+    g_log_default_handler(domain, level, message, nullptr);
+  }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  takeLibraryLog();
+  g_log_set_default_handler(logOfGlib, nullptr);
   SpiceOptions own;
   return runHostProgram(
       argc, argv,
