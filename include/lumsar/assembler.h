@@ -21,6 +21,13 @@ inline constexpr std::uint32_t kMaxPayload = 64U << 20U;
 // What an assembler keeps of its memory once a larger message has been delivered.
 inline constexpr std::size_t kKeptCapacity = std::size_t{4} << 20U;
 
+// A program may be made of both standards: to its linker these are two classes, as a Span is.
+#if __cplusplus >= 202002L
+inline namespace std_span {
+#else
+inline namespace own_span {
+#endif
+
 class MessageAssembler {
  public:
   enum class Fault { None, Magic, TooLong };
@@ -132,6 +139,8 @@ class MessageAssembler {
   std::size_t m_begin = 0;  // first byte not yet delivered
   std::size_t m_end = 0;    // after the last byte received
 };
+
+}  // namespace std_span or own_span
 
 // What a sender at fault did; empty for none.
 constexpr const char* faultText(MessageAssembler::Fault fault) {

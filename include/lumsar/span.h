@@ -16,6 +16,7 @@ using Span = std::span<T>;
 
 #include <cstddef>
 #include <type_traits>
+#include <utility>
 
 namespace lumsar {
 
