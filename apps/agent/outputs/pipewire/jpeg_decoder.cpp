@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <array>
+#include <memory>
 #include <new>
+#include <optional>
 #include <string_view>
 
 namespace lumsar::agent {
@@ -102,23 +104,17 @@ void resample(const Plane& from, const Plane& to) {
   }
 }
 
-}  // namespace
-
-void JpegDecoder::Free::operator()(void* handle) const {
-  tjDestroy(handle);
-}
-
-JpegDecoder::JpegDecoder() : m_handle(tjInitDecompress()) {
-  if (!m_handle) throw std::bad_alloc();
-}
+struct Free {
+  void operator()(tjhandle decoder) const { tjDestroy(decoder); }
+};
 
 // Nothing for a JPEG that is not decoded.
-std::optional<int> JpegDecoder::samplingOf(base::Bytes jpeg, FrameSize size) const {
+std::optional<int> samplingOf(tjhandle decoder, base::Bytes jpeg, FrameSize size) {
   int width = 0;
   int height = 0;
   int sampling = 0;
   int colours = 0;
-  if (tjDecompressHeader3(m_handle.get(), jpeg.data(), jpeg.size(), &width, &height, &sampling,
+  if (tjDecompressHeader3(decoder, jpeg.data(), jpeg.size(), &width, &height, &sampling,
                           &colours) != 0) {
     return std::nullopt;
   }
@@ -127,16 +123,21 @@ std::optional<int> JpegDecoder::samplingOf(base::Bytes jpeg, FrameSize size) con
   return hasSize && hasPlanes ? std::optional(sampling) : std::nullopt;
 }
 
+}  // namespace
+
 bool JpegDecoder::decode(base::Bytes jpeg, FrameSize size, std::span<unsigned char> to) {
   if (!isDecodable(size) || to.size() < i420Bytes(size)) return false;
-  const auto sampling = samplingOf(jpeg, size);
+  // One for each JPEG, as it would use the tables of the one before for one that has none.
+  const std::unique_ptr<void, Free> decoder(tjInitDecompress());
+  if (!decoder) throw std::bad_alloc();
+  const auto sampling = samplingOf(decoder.get(), jpeg, size);
   if (!sampling || !hasOneScan(jpeg)) return false;
   const Planes target = i420Planes(size, to);
   const Planes decoded = decodedPlanes(size, *sampling, target, m_scratch);
   std::array<unsigned char*, 3> pointers = {decoded[0].data, decoded[1].data, decoded[2].data};
-  if (tjDecompressToYUVPlanes(m_handle.get(), jpeg.data(), jpeg.size(), pointers.data(), 0, nullptr,
+  if (tjDecompressToYUVPlanes(decoder.get(), jpeg.data(), jpeg.size(), pointers.data(), 0, nullptr,
                               0, 0) != 0 &&
-      !isOnlyFilledUp(m_handle.get())) {
+      !isOnlyFilledUp(decoder.get())) {
     return false;
   }
   for (std::size_t i = 0; i < target.size(); ++i) {

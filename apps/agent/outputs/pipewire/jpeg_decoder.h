@@ -3,8 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
-#include <optional>
 #include <span>
 #include <vector>
 
@@ -34,20 +32,11 @@ constexpr std::size_t i420Bytes(FrameSize size) {
 
 class JpegDecoder {
  public:
-  // Throws std::bad_alloc.
-  JpegDecoder();
-
   // False when the JPEG is damaged, has another size, several scans or is too large. `to` has to
-  // hold i420Bytes(size); after a failure its content is of no use.
+  // hold i420Bytes(size); after a failure its content is of no use. Throws std::bad_alloc.
   bool decode(base::Bytes jpeg, FrameSize size, std::span<unsigned char> to);
 
  private:
-  struct Free {
-    void operator()(void* handle) const;
-  };
-  std::optional<int> samplingOf(base::Bytes jpeg, FrameSize size) const;
-
-  std::unique_ptr<void, Free> m_handle;
   std::vector<unsigned char> m_scratch;  // for planes that are not sampled like those of I420
 };
 

@@ -148,6 +148,14 @@ TEST_F(JpegDecoderTest, RefusesMoreThanOneScan) {
   EXPECT_FALSE(decodes(jpegOf(kSize, TJSAMP_420, TJFLAG_PROGRESSIVE)));
 }
 
+TEST_F(JpegDecoderTest, TakesNoTablesFromTheJpegBefore) {
+  const Bytes whole = withScans(1, true);
+  Bytes bare = whole;
+  bare.erase(bare.begin() + 2, bare.begin() + 71);
+  EXPECT_TRUE(decodes(whole));
+  EXPECT_FALSE(decodes(bare));
+}
+
 TEST_F(JpegDecoderTest, FindsTheScanBehindWhateverSegmentsThereAre) {
   const auto with = [&](const Bytes& segments) {
     return join({View(good).first(2), segments, View(good).subspan(2)});
