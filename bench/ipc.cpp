@@ -178,7 +178,7 @@ double rawCall(std::size_t size) {
   });
   const Buffer request = messageOf(size, IPC_MSG_CAMERA_LIST);
   Buffer reply;
-  const auto exchange = [&] {
+  const auto exchange = [&, &ours = ours] {
     ours.send(request);
     ours.receive(reply);
   };

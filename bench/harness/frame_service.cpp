@@ -11,7 +11,6 @@
 namespace lumsar::bench {
 namespace {
 
-constexpr std::uint32_t kCamera = 1;
 constexpr std::uint16_t kWidth = 1280;
 constexpr std::uint16_t kHeight = 720;
 

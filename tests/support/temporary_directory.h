@@ -15,6 +15,9 @@ namespace lumsar::test {
 
 class TemporaryDirectory : public base::TemporaryDirectory {
  public:
+  // Not defaulted: Clang wants it for constants of this class.
+  TemporaryDirectory() {}
+
   std::string path() const { return base::TemporaryDirectory::path(); }
   // The names in it, sorted.
   std::vector<std::string> files() const {
