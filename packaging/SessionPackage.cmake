@@ -9,24 +9,20 @@ if(NOT LUMSAR_SESSION_PACKAGE)
   return()
 endif()
 
-function(lumsar_session_files destination)
-  install(${ARGN} DESTINATION ${destination} COMPONENT session EXCLUDE_FROM_ALL)
-endfunction()
-
 block()
   set(CMAKE_INSTALL_FULL_BINDIR /usr/bin)
   configure_file(${guest}/lumsar-agent-session.service.in
     ${PROJECT_BINARY_DIR}/guest/lumsar-agent-session.service @ONLY)
 endblock()
-lumsar_session_files(bin PROGRAMS $<TARGET_FILE:lumsar-agent>)
-lumsar_session_files(lib/systemd/user
+lumsar_package_files(session bin PROGRAMS $<TARGET_FILE:lumsar-agent>)
+lumsar_package_files(session lib/systemd/user
   FILES ${PROJECT_BINARY_DIR}/guest/lumsar-agent-session.service)
-lumsar_session_files(lib/udev/rules.d FILES ${guest}/70-lumsar-agent.rules)
-lumsar_session_files(/etc/xdg/autostart FILES ${guest}/lumsar-agent-xrdp.desktop)
-lumsar_session_files(share/doc/lumsar-agent-session
+lumsar_package_files(session lib/udev/rules.d FILES ${guest}/70-lumsar-agent.rules)
+lumsar_package_files(session /etc/xdg/autostart FILES ${guest}/lumsar-agent-xrdp.desktop)
+lumsar_package_files(session share/doc/lumsar-agent-session
   FILES ${PROJECT_SOURCE_DIR}/LICENSE RENAME copyright)
 if(TARGET lumsar-agent-manual)
-  lumsar_session_files(share/man/man1 FILES ${PROJECT_BINARY_DIR}/man/lumsar-agent.1.gz)
+  lumsar_package_files(session share/man/man1 FILES ${PROJECT_BINARY_DIR}/man/lumsar-agent.1.gz)
 endif()
 
 list(APPEND CPACK_COMPONENTS_ALL session)

@@ -4,23 +4,18 @@
 #include <array>
 #include <cstdint>
 #include <numeric>
-#include <optional>
+
+#include "protocol/jpeg_segments.h"
 
 namespace lumsar::service {
 namespace {
 
 using base::Bytes;
+namespace jpeg = protocol::jpeg;
 
 constexpr std::size_t kTableValues = 64;
 constexpr std::size_t kMaxTables = 4;
 constexpr int kMaxSegments = 256;  // a camera's frame has some ten
-
-constexpr unsigned kBegin = 0xD8;
-constexpr unsigned kEnd = 0xD9;
-constexpr unsigned kBaselineFrame = 0xC0;
-constexpr unsigned kHuffmanTables = 0xC4;
-constexpr unsigned kScan = 0xDA;
-constexpr unsigned kQuantisationTables = 0xDB;
 
 // The brightness table of the standard's annex K, from which libjpeg and most cameras derive
 // theirs.
@@ -60,20 +55,20 @@ bool isFrameHeader(unsigned marker) {
 // Goes through the segments up to the scan; what it finds goes into the header.
 class Reader {
  public:
-  explicit Reader(Bytes frame) : m_frame(frame) {}
+  explicit Reader(Bytes frame) : m_frame(frame), m_segments(frame) {}
 
   JpegHeader read() {
-    if (m_frame.size() < 4 || m_frame[0] != 0xFF || m_frame[1] != kBegin) {
+    if (m_frame.size() < 4 || m_frame[0] != 0xFF || m_frame[1] != jpeg::kBegin) {
       return damaged("does not begin as a JPEG");
     }
-    m_at = 2;
     for (int i = 0; i < kMaxSegments; ++i) {
-      const auto marker = nextMarker();
-      if (!marker) return damaged("has a segment without a marker");
-      const Bytes body = nextBody();
-      if (body.data() == nullptr) return damaged("has a segment that is longer than the frame");
-      if (*marker == kScan) return atScan();
-      if (!readSegment(*marker, body)) return m_header;
+      const auto segment = m_segments.next();
+      if (!segment) return damaged("has a segment without a marker");
+      if (segment->body.data() == nullptr) {
+        return damaged("has a segment that is longer than the frame");
+      }
+      if (segment->marker == jpeg::kScan) return atScan();
+      if (!readSegment(segment->marker, segment->body)) return m_header;
     }
     return damaged("has too many segments");
   }
@@ -85,27 +80,10 @@ class Reader {
     return m_header;
   }
 
-  std::optional<unsigned> nextMarker() {
-    if (m_at >= m_frame.size() || m_frame[m_at] != 0xFF) return std::nullopt;
-    while (m_at < m_frame.size() && m_frame[m_at] == 0xFF) ++m_at;  // any number may fill up
-    if (m_at == m_frame.size()) return std::nullopt;
-    return m_frame[m_at++];
-  }
-
-  // Without data when it is not there.
-  Bytes nextBody() {
-    if (m_frame.size() - m_at < 2) return {};
-    const auto length = static_cast<std::size_t>(word(m_frame, m_at));
-    if (length < 2 || length > m_frame.size() - m_at) return {};
-    const Bytes body = m_frame.subspan(m_at + 2, length - 2);
-    m_at += length;
-    return body;
-  }
-
   // False when the frame is damaged.
   bool readSegment(unsigned marker, Bytes body) {
-    if (marker == kQuantisationTables) return readTables(body);
-    if (marker == kHuffmanTables) m_hasHuffmanTables = true;
+    if (marker == jpeg::kQuantisationTables) return readTables(body);
+    if (marker == jpeg::kHuffmanTables) m_hasHuffmanTables = true;
     if (isFrameHeader(marker)) return readFrameHeader(marker, body);
     return true;
   }
@@ -145,7 +123,7 @@ class Reader {
       return false;
     }
     m_components = components;
-    m_isBaseline = marker == kBaselineFrame && body[0] == 8;
+    m_isBaseline = marker == jpeg::kBaselineFrame && body[0] == 8;
     m_header.height = word(body, 1);
     m_header.width = word(body, 3);
     for (std::size_t i = 0; i < components; ++i) {
@@ -177,8 +155,10 @@ class Reader {
   // 0 when the end marker is missing.
   std::size_t endOfImage() const {
     std::size_t size = m_frame.size();
-    while (size > m_at && (m_frame[size - 1] == 0 || m_frame[size - 1] == 0xFF)) --size;
-    const bool ends = size >= m_at + 2 && m_frame[size - 2] == 0xFF && m_frame[size - 1] == kEnd;
+    const std::size_t scan = m_segments.position();
+    while (size > scan && (m_frame[size - 1] == 0 || m_frame[size - 1] == 0xFF)) --size;
+    const bool ends =
+        size >= scan + 2 && m_frame[size - 2] == 0xFF && m_frame[size - 1] == jpeg::kEnd;
     return ends ? size : 0;
   }
 
@@ -190,7 +170,7 @@ class Reader {
   }
 
   const Bytes m_frame;
-  std::size_t m_at = 0;
+  protocol::JpegSegments m_segments;
   JpegHeader m_header;
   std::array<int, kMaxTables> m_sums{};            // of the quantisation tables; 0 for none
   std::array<std::size_t, kMaxTables> m_tables{};  // of the components

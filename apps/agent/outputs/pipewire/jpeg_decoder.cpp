@@ -9,38 +9,29 @@
 #include <optional>
 #include <string_view>
 
+#include "protocol/jpeg_segments.h"
+
 namespace lumsar::agent {
 namespace {
 
 constexpr unsigned char kNoColour = 128;
 
-constexpr unsigned kBaselineFrame = 0xC0;
-constexpr unsigned kExtendedFrame = 0xC1;
-constexpr unsigned kHuffmanTables = 0xC4;
-constexpr unsigned kLastFrame = 0xCF;
-constexpr unsigned kFirstWithoutLength = 0xD0;
-constexpr unsigned kLastWithoutLength = 0xD9;
-constexpr unsigned kScan = 0xDA;
-
 // Whether one scan has all of the image, as cameras make it. Of other JPEGs each scan is work on
 // the whole image, and costs a sender a few bytes.
-bool hasOneScan(base::Bytes jpeg) {
+bool hasOneScan(base::Bytes bytes) {
+  namespace jpeg = protocol::jpeg;
+  protocol::JpegSegments segments(bytes);
   std::size_t components = 0;
-  for (std::size_t at = 2; at + 10 <= jpeg.size();) {
-    const unsigned marker = jpeg[at + 1];
-    if (jpeg[at] != 0xFF) return false;
-    if (marker == 0xFF) {  // any number may fill up
-      ++at;
-      continue;
+  while (const auto segment = segments.next()) {
+    const auto [marker, body] = *segment;
+    if (body.data() == nullptr) return false;
+    if (marker == jpeg::kScan) return !body.empty() && body[0] != 0 && body[0] == components;
+    if (marker == jpeg::kBaselineFrame || marker == jpeg::kExtendedFrame) {
+      if (body.size() < 6) return false;
+      components = body[5];
+    } else if (marker <= jpeg::kEnd && marker != jpeg::kHuffmanTables) {
+      return false;  // frames of other kinds, and what has no place in front of a scan
     }
-    if (marker == kScan) return components != 0 && jpeg[at + 4] == components;
-    if (marker == kBaselineFrame || marker == kExtendedFrame) {
-      components = jpeg[at + 9];
-    } else if (marker < kBaselineFrame || (marker <= kLastFrame && marker != kHuffmanTables) ||
-               (marker >= kFirstWithoutLength && marker <= kLastWithoutLength)) {
-      return false;
-    }
-    at += 2 + (std::size_t{jpeg[at + 2]} << 8U | jpeg[at + 3]);
   }
   return false;
 }
