@@ -48,6 +48,7 @@ wireplumber                      cmd:wireplumber
 dbus-daemon                      cmd:dbus-daemon
 gstreamer1.0-pipewire            file:/usr/lib/*/gstreamer-1.0/libgstpipewire.so
 gstreamer1.0-tools               cmd:gst-launch-1.0
+doxygen                          cmd:doxygen
 '
 # For bench/run, besides those of the tests.
 bench_packages='

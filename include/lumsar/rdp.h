@@ -40,9 +40,10 @@ enum LumsarRdpStatus {
 
 enum LumsarRdpChannelEvent { LUMSAR_CHANNEL_OPENED = 0, LUMSAR_CHANNEL_CLOSED = 1 };
 
+#define LUMSAR_RDP_FRAGMENT_SIZE 1536
+
 /* Sends a fragment of at most LUMSAR_RDP_FRAGMENT_SIZE bytes of a message to the VM; 0 for success.
  * `data` is valid during the call only. Called on any thread. */
-#define LUMSAR_RDP_FRAGMENT_SIZE 1536
 typedef int (*LumsarRdpSend)(unsigned char* data, int length);
 
 struct LumsarRdp {
