@@ -22,6 +22,10 @@ gstreamer1.0-plugins-base        file:/usr/lib/*/gstreamer-1.0/libgstvideotestsr
 gstreamer1.0-plugins-good        file:/usr/lib/*/gstreamer-1.0/libgstjpeg.so
 jq                               cmd:jq
 '
+# For ./demo --record.
+record_packages='
+gstreamer1.0-tools               cmd:gst-launch-1.0
+'
 test_packages='
 libgtest-dev                     file:/usr/include/gtest/gtest.h
 binutils                         cmd:readelf
