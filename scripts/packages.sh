@@ -96,6 +96,7 @@ lint_packages='
 clang-format                     cmd:clang-format
 clang-tidy                       cmd:clang-tidy
 shellcheck                       cmd:shellcheck
+cppcheck                         cmd:cppcheck
 '
 
 is_there() {

@@ -46,7 +46,8 @@ void CameraTable::announce(const CameraDataHeader& header, Bytes body) {
   auto camera = m_gallery.open(std::move(*info), [this, number](CameraDataKind kind, Bytes asked) {
     m_send(protocol::recordMessage(MSG_DATA, kind, number, asked).bytes());
   });
-  m_cameras.emplace(number, std::move(camera)).first->second->update(Clock::now());
+  const auto added = m_cameras.emplace(number, std::move(camera)).first;
+  added->second->update(Clock::now());
 }
 
 void CameraTable::remove(const CameraDataHeader& header, Bytes body) {

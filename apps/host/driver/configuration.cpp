@@ -54,7 +54,7 @@ std::string notText(const std::string& key, const QJsonValue& value) {
 // The plug-in's own way of reading a number.
 bool isNumber(const QString& text) {
   bool valid = false;
-  text.toInt(&valid);
+  static_cast<void>(text.toInt(&valid));
   return valid;
 }
 

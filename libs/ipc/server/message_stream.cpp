@@ -36,7 +36,7 @@ std::size_t sendUnsent(MessageStream::Socket& socket, const Outgoing& outgoing, 
 
 }  // namespace
 
-MessageStream::MessageStream(Socket socket, protocol::QueueLimits limits)
+MessageStream::MessageStream(Socket socket, const protocol::QueueLimits& limits)
     : m_socket(std::move(socket)), m_queue(limits, [](Outgoing& dropped) {
         if (dropped.onDrop) dropped.onDrop();
       }) {

@@ -50,7 +50,7 @@ class MessageStream : public std::enable_shared_from_this<MessageStream> {
     std::size_t bytesQueued = 0;
   };
 
-  explicit MessageStream(Socket socket, protocol::QueueLimits limits = kStreamLimits);
+  explicit MessageStream(Socket socket, const protocol::QueueLimits& limits = kStreamLimits);
 
   void start(Handlers handlers);
   void send(Outgoing outgoing);

@@ -30,7 +30,7 @@ struct IpcServer::Session {
 };
 
 IpcServer::IpcServer(asio::io_context& io, base::SocketListener listener, IpcServerEvents& events,
-                     ServerLimits limits)
+                     const ServerLimits& limits)
     : m_io(io),
       m_listener(std::move(listener)),
       m_acceptor(io),

@@ -44,7 +44,7 @@ struct ServerLimits {
 class IpcServer {
  public:
   IpcServer(asio::io_context& io, base::SocketListener listener, IpcServerEvents& events,
-            ServerLimits limits = {});
+            const ServerLimits& limits = {});
   ~IpcServer();
   IpcServer(const IpcServer&) = delete;
   IpcServer& operator=(const IpcServer&) = delete;
