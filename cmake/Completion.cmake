@@ -1,3 +1,6 @@
+set(LUMSAR_ZSH_COMPLETIONS ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING
+  "Where zsh looks for completions of what is installed")
+
 # What a shell completes after the name of the program TARGET, made of its own --help.
 function(lumsar_completion target)
   if(LUMSAR_SANITIZE)
@@ -16,5 +19,5 @@ function(lumsar_completion target)
   list(GET files 0 bash)
   list(GET files 1 zsh)
   install(FILES ${bash} DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-  install(FILES ${zsh} DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions RENAME _${target})
+  install(FILES ${zsh} DESTINATION ${LUMSAR_ZSH_COMPLETIONS} RENAME _${target})
 endfunction()

@@ -49,5 +49,4 @@ if(PkgConfig_FOUND)
 endif()
 
 find_program(HELP2MAN help2man)
-find_program(DPKG_DEB dpkg-deb)
-mark_as_advanced(HELP2MAN DPKG_DEB)
+mark_as_advanced(HELP2MAN)

@@ -89,6 +89,9 @@ xvfb                             cmd:Xvfb
 xdg-desktop-portal               file:/usr/libexec/xdg-desktop-portal
 libglib2.0-bin                   cmd:gdbus
 debootstrap                      cmd:debootstrap
+dpkg-dev                         cmd:dpkg-buildpackage
+debhelper                        cmd:dh
+lintian                          cmd:lintian
 kmod                             cmd:depmod
 openssl                          cmd:openssl
 '
