@@ -95,6 +95,10 @@ lintian                          cmd:lintian
 kmod                             cmd:depmod
 openssl                          cmd:openssl
 '
+coverage_packages='
+gcovr                            cmd:gcovr
+jq                               cmd:jq
+'
 lint_packages='
 clang-format                     cmd:clang-format
 clang-tidy                       cmd:clang-tidy
