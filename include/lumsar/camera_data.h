@@ -27,6 +27,8 @@ enum class CameraDataKind : std::uint16_t {
   KeyFrameRequest = 6,  // VM to service: the next frame should be independently decodable; no body
   Statistics = 7,       // VM to service, about once a second while started; CameraStatistics
   WakeUpProbe = 8,      // VM to host: makes a channel deliver what it holds back; no body, camera 0
+  Encodings = 9,        // VM to service, after the handshake: what it shows, best first; camera 0
+  WantedSize = 10,      // VM to service: what the camera's consumer has asked for; body CameraSize
 };
 
 struct CameraDataHeader {
@@ -77,6 +79,12 @@ struct CameraStatistics {
   std::uint32_t rate = 0;     // frames per 1000 s that the VM delivered in the last second
 };
 static_assert(sizeof(CameraStatistics) == 32);
+
+struct CameraSize {
+  std::uint16_t width = 0;  // 0 where it does not matter
+  std::uint16_t height = 0;
+};
+static_assert(sizeof(CameraSize) == 4);
 
 // The record's clock.
 inline std::uint64_t cameraClock() {

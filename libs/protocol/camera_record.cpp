@@ -46,6 +46,12 @@ Message frameMessage(std::uint32_t type, std::uint32_t camera, std::uint64_t cap
                         bytesOf(fields), data});
 }
 
+Message encodingsMessage(std::uint32_t type, const std::vector<std::uint32_t>& encodings) {
+  return recordMessage(type, CameraDataKind::Encodings, 0,
+                       {reinterpret_cast<const unsigned char*>(encodings.data()),
+                        encodings.size() * sizeof(std::uint32_t)});
+}
+
 void setSequence(Message& frame, std::uint32_t sequence) {
   const auto place =
       frame.payload().subspan(sizeof(CameraDataHeader) + offsetof(CameraFrame, sequence));
@@ -76,6 +82,12 @@ std::optional<Announcement> readAnnouncement(const CameraDataHeader& header, Byt
   Announcement result{header.camera, *format, base::clean(*id), base::clean(*name)};
   if (result.name.empty()) result.name = base::text("camera {}", result.camera);
   return result;
+}
+
+std::vector<std::uint32_t> readEncodings(Bytes body) {
+  std::vector<std::uint32_t> encodings;
+  while (const auto encoding = take<std::uint32_t>(body)) encodings.push_back(*encoding);
+  return encodings;
 }
 
 std::string encodingName(std::uint32_t encoding) {

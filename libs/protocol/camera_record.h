@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "lumsar/camera_data.h"
 #include "protocol/message.h"
@@ -28,6 +29,8 @@ Message announcedMessage(std::uint32_t type, const Announcement& announcement);
 Message removedMessage(std::uint32_t type, std::uint32_t camera, std::string_view why);
 Message frameMessage(std::uint32_t type, std::uint32_t camera, std::uint64_t captured,
                      const CameraFrame& fields, Bytes data = {});
+// What a VM can show, best first.
+Message encodingsMessage(std::uint32_t type, const std::vector<std::uint32_t>& encodings);
 // Numbers a frame, as late as when it leaves: frames dropped before leave no gap.
 void setSequence(Message& frame, std::uint32_t sequence);
 
@@ -38,6 +41,8 @@ std::optional<CameraDataHeader> readRecord(Bytes message, CameraDataKind kind);
 // Nothing if the body is shorter than what it says of itself. The texts are clean, and a camera
 // without a name gets one.
 std::optional<Announcement> readAnnouncement(const CameraDataHeader& header, Bytes body);
+
+std::vector<std::uint32_t> readEncodings(Bytes body);
 
 // "MJPG" from its number; bytes that are not letters or digits become '?'.
 std::string encodingName(std::uint32_t encoding);

@@ -16,7 +16,7 @@ void checkRule(const PolicyRule& rule, bool h264Available) {
   require(rule.quality >= 0 && rule.quality <= 100, "a quality in per cent");
   require(rule.intervalMs >= 0 && rule.intervalMs <= 10000, "an interval up to ten seconds");
   require(isSide(rule.maxWidth) && isSide(rule.maxHeight), "a size that can be encoded");
-  require(!rule.h264 || h264Available, "an encoder that is installed");
+  require(rule.encoding == SentEncoding::Mjpg || h264Available, "an encoder that is installed");
   require(!rule.pixelFormats.empty(), "some pixel format");
 }
 

@@ -13,16 +13,27 @@ namespace {
 
 struct H264Encoder {
   const char* factory;
-  const char* settings;
+  const char* settings;  // with a place for the bit rate
+  unsigned int bitRateUnit = 1;
+  bool needsDevice = false;
 };
 
-// Tuned for low latency: no frame waits for a later one. A VM gets two key frames a second at most,
-// however many it asks for.
-constexpr std::array<H264Encoder, 2> kH264Encoders = {
-    {{"x264enc",
+// The cheapest first. Tuned for low latency: no frame waits for a later one. A VM gets two key
+// frames a second at most, however many it asks for.
+constexpr std::array<H264Encoder, 5> kH264Encoders = {
+    {{"vah264enc",
+      "rate-control=cbr b-frames=0 key-int-max=60 min-force-key-unit-interval=500000000 bitrate={}",
+      1000, true},
+     {"vaapih264enc", "rate-control=cbr max-bframes=0 keyframe-period=60 bitrate={}", 1000, true},
+     {"v4l2h264enc",
+      "min-force-key-unit-interval=500000000 extra-controls=controls,repeat_sequence_header=1,"
+      "video_b_frames=0,video_gop_size=60,video_bitrate={}",
+      1, true},
+     {"openh264enc", "complexity=low gop-size=60 min-force-key-unit-interval=500000000 bitrate={}"},
+     {"x264enc",
       "tune=zerolatency speed-preset=superfast key-int-max=60 byte-stream=true "
-      "min-force-key-unit-interval=500000000"},
-     {"openh264enc", "complexity=low gop-size=60 min-force-key-unit-interval=500000000"}}};
+      "min-force-key-unit-interval=500000000 bitrate={}",
+      1000}}};
 
 // Bits per second for a quality from 0 to 100: 50 gives a tenth of a bit for each pixel.
 unsigned int bitRate(const CapturePlan& plan) {
@@ -33,21 +44,48 @@ unsigned int bitRate(const CapturePlan& plan) {
 }
 
 GstElement* makeBin(const H264Encoder& encoder, unsigned int bitRate) {
-  const bool kilobits = std::string(encoder.factory) == "x264enc";
+  const std::string settings =
+      fmt::format(fmt::runtime(encoder.settings), bitRate / encoder.bitRateUnit);
   const std::string description = base::text(
-      "{} {} bitrate={} ! capsfilter "
+      "{} {} ! capsfilter "
       "caps=\"video/x-h264,stream-format=(string)byte-stream,alignment=(string)au\"",
-      encoder.factory, encoder.settings, bitRate / (kilobits ? 1000 : 1));
+      encoder.factory, settings);
   return gst_parse_bin_from_description_full(description.c_str(), TRUE, nullptr,
                                              GST_PARSE_FLAG_FATAL_ERRORS, nullptr);
+}
+
+// That a device's driver can be loaded says little.
+bool encodesAFrame(GstElement* encoder) {
+  constexpr GstClockTime kTimeout = 3 * GST_SECOND;
+  const GstPtr<GstElement> pipeline(gst_parse_launch(
+      "videotestsrc num-buffers=1 name=source ! video/x-raw,format=I420,width=640,height=480 ! "
+      "videoconvert name=last fakesink name=sink",
+      nullptr));
+  GstBin* bin = GST_BIN(pipeline.get());
+  const GstPtr<GstElement> last(gst_bin_get_by_name(bin, "last"));
+  const GstPtr<GstElement> sink(gst_bin_get_by_name(bin, "sink"));
+  gst_bin_add(bin, encoder);
+  if (gst_element_link_many(last.get(), encoder, sink.get(), nullptr) == FALSE) return false;
+  gst_element_set_state(pipeline.get(), GST_STATE_PLAYING);
+  const GstPtr<GstBus> bus(gst_element_get_bus(pipeline.get()));
+  const GstPtr<GstMessage> end(gst_bus_timed_pop_filtered(
+      bus.get(), kTimeout, static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR)));
+  gst_element_set_state(pipeline.get(), GST_STATE_NULL);
+  return end && GST_MESSAGE_TYPE(end.get()) == GST_MESSAGE_EOS;
+}
+
+bool isUsable(const H264Encoder& encoder) {
+  GstElement* bin = makeBin(encoder, 1'000'000);
+  if (bin == nullptr) return false;
+  if (encoder.needsDevice) return encodesAFrame(bin);
+  const GstPtr<GstElement> unused(bin);
+  return true;
 }
 
 // The first that is installed and accepts its settings, which differ between versions.
 const H264Encoder* findH264Encoder() {
   static const H264Encoder* const best = []() -> const H264Encoder* {
-    const auto* found = std::ranges::find_if(kH264Encoders, [](const H264Encoder& encoder) {
-      return GstPtr<GstElement>(makeBin(encoder, 1'000'000)) != nullptr;
-    });
+    const auto* found = std::ranges::find_if(kH264Encoders, isUsable);
     return found == kH264Encoders.end() ? nullptr : found;
   }();
   return best;

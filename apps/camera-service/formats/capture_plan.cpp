@@ -55,6 +55,10 @@ CameraFormat chooseSource(const std::vector<CameraFormat>& formats, const Policy
       formats, {}, [&rule](const CameraFormat& format) { return rank(format, rule); });
 }
 
+bool wantsH264(const CaptureRequest& request) {
+  return request.rule.encoding == SentEncoding::H264;
+}
+
 int even(std::int64_t side) {
   return static_cast<int>(std::max<std::int64_t>(side & ~1LL, 2));
 }
@@ -82,9 +86,10 @@ CaptureRequest combined(const CaptureRequest& first, const CaptureRequest& secon
   result.rule.maxWidth = std::min(first.rule.maxWidth, second.rule.maxWidth);
   result.rule.maxHeight = std::min(first.rule.maxHeight, second.rule.maxHeight);
   result.rule.quality = std::min(first.rule.quality, second.rule.quality);
-  result.rule.h264 = first.rule.h264 && second.rule.h264;
-  result.interval = result.rule.h264 ? std::max(first.interval, second.interval)
-                                     : std::min(first.interval, second.interval);
+  const bool h264 = wantsH264(first) && wantsH264(second);
+  result.rule.encoding = h264 ? SentEncoding::H264 : SentEncoding::Mjpg;
+  result.interval =
+      h264 ? std::max(first.interval, second.interval) : std::min(first.interval, second.interval);
   return result;
 }
 
@@ -95,7 +100,7 @@ std::int64_t CapturePlan::frameInterval() const {
 CapturePlan planCapture(const std::vector<CameraFormat>& formats, const CaptureRequest& request) {
   CapturePlan plan;
   plan.source = chooseSource(formats, request.rule);
-  plan.encoding = request.rule.h264 ? kEncodingH264 : kEncodingMjpg;
+  plan.encoding = wantsH264(request) ? kEncodingH264 : kEncodingMjpg;
   const FrameSize size = sentSize(plan, request.rule);
   plan.width = size.width;
   plan.height = size.height;

@@ -2,6 +2,7 @@
 // session_commands.cpp and session_tcp.cpp.
 #include "session/client_session.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "base/log.h"
@@ -10,6 +11,7 @@
 #include "capture/encoder.h"
 #include "json/json.h"
 #include "lumsar/vdi_ipc.h"
+#include "protocol/camera_record.h"
 #include "transports/host_transport.h"
 
 namespace lumsar::service {
@@ -80,15 +82,30 @@ void ClientSession::onPolicy(base::Bytes payload) {
   }
 }
 
-void ClientSession::onVmData(const VmTransport* transport, base::Bytes record) {
+void ClientSession::onVmData(VmTransport* transport, base::Bytes record) {
   const auto header = take<CameraDataHeader>(record);
   if (!header) return logShortRecord();
+  if (header->kind == static_cast<std::uint16_t>(CameraDataKind::Encodings)) {
+    return onVmEncodings(*transport, record);
+  }
   for (const auto& [id, share] : m_shares) {
     if (share->camera().number != header->camera || share->transport().get() != transport) continue;
     return onVmRecord(*header, record, *share);
   }
   base::logDebug("{} names camera {}, which is not shared with it", vmText(),
                  std::uint32_t{header->camera});
+}
+
+// What it can show of any camera.
+void ClientSession::onVmEncodings(VmTransport& transport, base::Bytes body) {
+  const auto encodings = protocol::readEncodings(body);
+  const bool h264 = std::ranges::find(encodings, kEncodingH264) != encodings.end();
+  if (h264 == transport.showsH264()) return;
+  base::logInfo("{} {} H264", vmText(), h264 ? "can show" : "does not show");
+  transport.setShowsH264(h264);
+  for (const auto& [id, share] : m_shares) {
+    if (share->transport().get() == &transport) share->onEncodingsChanged();
+  }
 }
 
 // A VM may send any number of them.
@@ -107,6 +124,9 @@ void ClientSession::onVmRecord(const CameraDataHeader& header, base::Bytes body,
       return share.requestKeyFrame();
     case CameraDataKind::Statistics:
       if (const auto statistics = take<CameraStatistics>(body)) share.onStatistics(*statistics);
+      return;
+    case CameraDataKind::WantedSize:
+      if (const auto size = take<CameraSize>(body)) share.limitSize({size->width, size->height});
       return;
     default:
       return;  // newer than this service

@@ -93,7 +93,8 @@ class ClientSession {
  private:
   void onCommand(std::uint32_t type, base::Bytes payload);
   void onPolicy(base::Bytes payload);
-  void onVmData(const VmTransport* transport, base::Bytes record);
+  void onVmData(VmTransport* transport, base::Bytes record);
+  void onVmEncodings(VmTransport& transport, base::Bytes body);
   void logShortRecord();
   void onVmRecord(const CameraDataHeader& header, base::Bytes body, Share& share);
 

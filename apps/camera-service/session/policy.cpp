@@ -137,12 +137,19 @@ class RuleReader {
     const QJsonValue value = m_object.value(QLatin1String(key));
     if (value.isUndefined()) return;
     const QString text = value.toString().toUpper();
-    if (text == QLatin1String("MJPG")) return;
-    if (text != QLatin1String("H264")) {
-      return note("{} {} is neither MJPG nor H264; using MJPG", key, shown(value));
+    const bool isAuto = text == QLatin1String("AUTO");
+    if (text == QLatin1String("MJPG") || (isAuto && !h264Available)) return;
+    if (isAuto) {
+      m_rule.encoding = SentEncoding::Auto;
+      return;
     }
-    m_rule.h264 = h264Available;
-    if (h264Available) return;
+    if (text != QLatin1String("H264")) {
+      return note("{} {} is not MJPG, H264 or AUTO; using MJPG", key, shown(value));
+    }
+    if (h264Available) {
+      m_rule.encoding = SentEncoding::H264;
+      return;
+    }
     note(
         "{} H264 needs an H.264 encoder, and none is installed (x264enc, package "
         "gstreamer1.0-plugins-ugly); using MJPG",

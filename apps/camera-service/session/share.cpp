@@ -9,6 +9,7 @@
 namespace lumsar::service {
 namespace {
 
+constexpr int kMinWantedSide = 16;
 constexpr std::int64_t kStallTimeout = 10'000'000;  // µs without a frame that leaves
 
 std::int64_t steadyMicroseconds() {
@@ -90,6 +91,7 @@ void Share::consume() {
 void Share::stop() {
   if (!started()) return;
   m_state = State::Stopped;
+  m_wantedSize = {};
   m_stream.remove(*this);
 }
 
@@ -113,7 +115,26 @@ std::int64_t Share::interval() const {
 }
 
 CaptureRequest Share::request() const {
-  return {m_rule, interval()};
+  CaptureRequest request{m_rule, interval()};
+  PolicyRule& rule = request.rule;
+  if (rule.encoding == SentEncoding::Auto) {
+    rule.encoding = m_transport->showsH264() ? SentEncoding::H264 : SentEncoding::Mjpg;
+  }
+  if (m_wantedSize.width > 0) {
+    rule.maxWidth = std::min(rule.maxWidth, std::max(m_wantedSize.width, kMinWantedSide));
+    rule.maxHeight = std::min(rule.maxHeight, std::max(m_wantedSize.height, kMinWantedSide));
+  }
+  return request;
+}
+
+void Share::limitSize(FrameSize size) {
+  m_wantedSize = size;
+  if (started()) m_stream.refresh();
+}
+
+void Share::onEncodingsChanged() {
+  if (m_rule.encoding != SentEncoding::Auto) return;
+  started() ? m_stream.refresh() : announce();
 }
 
 bool Share::onFrame(const CapturedFrame& frame) {

@@ -34,6 +34,9 @@ class Share : private FrameConsumer {
   void start();
   void stop();
   void requestKeyFrame();
+  // The size that its consumer has asked for; 0 where it takes any.
+  void limitSize(FrameSize size);
+  void onEncodingsChanged();
   void onStatistics(const CameraStatistics& statistics);
 
   bool started() const { return m_state != State::Stopped; }
@@ -71,6 +74,7 @@ class Share : private FrameConsumer {
   CameraStream& m_stream;
   const std::shared_ptr<VmTransport> m_transport;
   PolicyRule m_rule;
+  FrameSize m_wantedSize;
   Pacer m_pacer;
   RateControl m_rateControl;
   State m_state = State::Stopped;

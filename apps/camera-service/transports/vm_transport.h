@@ -17,6 +17,13 @@ class VmTransport {
   virtual void send(ipc::Outgoing outgoing) = 0;
   // For people: "host" or "tcp 10.0.0.7:5000".
   virtual std::string name() const = 0;
+
+  // As the VM says right after its handshake; older ones do not.
+  bool showsH264() const { return m_showsH264; }
+  void setShowsH264(bool shows) { m_showsH264 = shows; }
+
+ private:
+  bool m_showsH264 = false;
 };
 
 }  // namespace lumsar::service

@@ -5,6 +5,7 @@
 
 #include "base/text/bytes.h"
 #include "json/json.h"
+#include "protocol/camera_record.h"
 
 namespace lumsar::test {
 
@@ -127,6 +128,13 @@ QJsonObject TestHost::call(std::uint32_t type) {
   const json::Reading json = json::readObject(text);
   EXPECT_EQ(json.error, "");
   return json.object;
+}
+
+void TestHost::showsH264(bool shows) {
+  std::vector<std::uint32_t> encodings = {kEncodingMjpg};
+  if (shows) encodings.push_back(kEncodingH264);
+  const protocol::Message made = protocol::encodingsMessage(IPC_MSG_DATA, encodings);
+  EXPECT_EQ(m_client->send(Bytes(made.bytes().begin(), made.bytes().end())), 0);
 }
 
 QJsonObject TestHost::list() {

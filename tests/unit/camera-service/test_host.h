@@ -64,6 +64,8 @@ class TestHost {
   void policy(QJsonObject rule);
   void fromVm(CameraDataKind kind, std::uint32_t camera, std::span<const unsigned char> body = {});
 
+  void showsH264(bool shows);
+
   QJsonObject list();
   QJsonObject status();
   // The entry of `id` in the list's or status's cameras; empty when there is none.

@@ -104,6 +104,18 @@ TEST(CameraRecord, IsFoundByItsKind) {
   EXPECT_FALSE(readRecord(stray.bytes(), CameraDataKind::WakeUpProbe));
 }
 
+TEST(CameraRecord, EncodingsAreReadAsTheyWereMade) {
+  const std::vector<std::uint32_t> encodings = {kEncodingH264, kEncodingMjpg};
+  const Message made = encodingsMessage(MSG_DATA, encodings);
+  EXPECT_EQ(headerOf(made.bytes()).kind, 9);
+  EXPECT_EQ(headerOf(made.bytes()).camera, 0U);
+  const auto body = bodyOf(made.bytes());
+  EXPECT_TRUE(std::ranges::equal(body, bytesOf("H264MJPG")));
+  EXPECT_EQ(readEncodings(body), encodings);
+  EXPECT_EQ(readEncodings(body.first(7)), std::vector{kEncodingH264}) << "what is whole";
+  EXPECT_TRUE(readEncodings({}).empty());
+}
+
 TEST(CameraRecord, NamesEncodings) {
   EXPECT_EQ(encodingName(kEncodingMjpg), "MJPG");
   EXPECT_EQ(encodingName(0x01FF4141), "AA??");

@@ -207,7 +207,7 @@ TEST_F(CaptureTest, KeyFramesAreNotMadeWithoutEnd) {
     }
   } insistent;
   insistent.camera = &camera;
-  insistent.wanted.rule.h264 = true;
+  insistent.wanted.rule.encoding = service::SentEncoding::H264;
   camera.add(insistent);
   ASSERT_TRUE(await([&] { return insistent.frames >= 45; }));
   EXPECT_GE(insistent.keys, 2);
@@ -259,7 +259,7 @@ TEST_F(CaptureTest, H264WhereThereIsAnEncoder) {
       return true;
     }
   } beginner;
-  beginner.wanted.rule.h264 = true;
+  beginner.wanted.rule.encoding = service::SentEncoding::H264;
   camera.add(beginner);
   ASSERT_TRUE(await([&] { return beginner.frames >= 10; }));
   EXPECT_TRUE(beginner.firstIsKey);

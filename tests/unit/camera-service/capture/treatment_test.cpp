@@ -54,7 +54,7 @@ TEST_F(TreatmentTest, EncodesWhatThePolicyWantsOtherwise) {
   small.rule.maxWidth = 160;
   EXPECT_EQ(treatment(planFor(small)), "encoded: the policy wants 160x120");
   CaptureRequest h264 = quality(100);
-  h264.rule.h264 = true;
+  h264.rule.encoding = service::SentEncoding::H264;
   EXPECT_EQ(treatment(planFor(h264)), "encoded: the policy wants H264");
   EXPECT_EQ(treatment(planFor(quality(100), "YUY2")), "encoded: the camera delivers YUY2");
 }

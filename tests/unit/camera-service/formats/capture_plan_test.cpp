@@ -54,7 +54,7 @@ TEST(CapturePlanTest, NeverVanishes) {
 
 TEST(CapturePlanTest, H264HasEvenSides) {
   CaptureRequest request = within(4000, 4000);
-  request.rule.h264 = true;
+  request.rule.encoding = service::SentEncoding::H264;
   const CapturePlan plan = planFor(641, 481, request);
   EXPECT_EQ(plan.width, 640);
   EXPECT_EQ(plan.height, 480);
@@ -130,11 +130,11 @@ TEST(CombinedTest, StaysWithinEveryLimitAndAsFastAsTheFastest) {
 TEST(CombinedTest, H264OnlyIfAllWantItAndThenAsSlowAsTheSlowest) {
   CaptureRequest first;
   CaptureRequest second;
-  first.rule.h264 = true;
-  EXPECT_FALSE(combined(first, second).rule.h264);
-  second.rule.h264 = true;
+  first.rule.encoding = service::SentEncoding::H264;
+  EXPECT_EQ(combined(first, second).rule.encoding, service::SentEncoding::Mjpg);
+  second.rule.encoding = service::SentEncoding::H264;
   second.interval = 100'000;
-  EXPECT_TRUE(combined(first, second).rule.h264);
+  EXPECT_EQ(combined(first, second).rule.encoding, service::SentEncoding::H264);
   EXPECT_EQ(combined(first, second).interval, 100'000);
 }
 

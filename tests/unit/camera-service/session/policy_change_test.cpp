@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "capture/encoder.h"
+#include "protocol/camera_record.h"
 #include "unit/camera-service/test_host.h"
 
 namespace lumsar::test {
@@ -137,6 +138,41 @@ TEST_F(PolicyChangeTest, H264WhereThereIsAnEncoder) {
     return std::ranges::any_of(host().records.of(CameraDataKind::Frame), dependsOnOthers);
   }));
   EXPECT_TRUE(host().changes().empty()) << "nothing had to be corrected";
+}
+
+TEST_F(PolicyChangeTest, AutoIsH264OnceTheVmShowsIt) {
+  if (!service::h264Available()) GTEST_SKIP() << "no H.264 encoder is installed";
+  start({"--camera", "test:A,320x240@30"});
+  host().policy({{"cameraEncodeType", "AUTO"}});
+  watch(host(), "test:A");
+  EXPECT_EQ(host().records.await(CameraDataKind::Frame).frame.encoding, kEncodingMjpg);
+  const auto sends = [&](std::uint32_t encoding) {
+    return eventually([&] {
+      const auto frames = host().records.of(CameraDataKind::Frame);
+      return !frames.empty() && frames.back().frame.encoding == encoding;
+    });
+  };
+  host().showsH264(true);
+  EXPECT_TRUE(sends(kEncodingH264));
+  host().showsH264(false);
+  EXPECT_TRUE(sends(kEncodingMjpg));
+  EXPECT_TRUE(host().changes().empty()) << "nothing had to be corrected";
+}
+
+TEST_F(PolicyChangeTest, FramesAreNoLargerThanTheVmsConsumerWants) {
+  start({"--camera", "test:A,640x480@30"});
+  const std::uint32_t camera = watch(host(), "test:A");
+  ASSERT_TRUE(host().records.awaitFrameOf({640, 480}));
+  const CameraSize small{320, 320};
+  host().fromVm(CameraDataKind::WantedSize, camera, protocol::bytesOf(small));
+  EXPECT_TRUE(host().records.awaitFrameOf({320, 240}));
+  host().fromVm(CameraDataKind::WantedSize, camera, protocol::bytesOf(small).first(3));
+  const CameraSize tiny{1, 1};
+  host().fromVm(CameraDataKind::WantedSize, camera, protocol::bytesOf(tiny));
+  EXPECT_TRUE(host().records.awaitFrameOf({16, 12}));
+  const CameraSize any{};
+  host().fromVm(CameraDataKind::WantedSize, camera, protocol::bytesOf(any));
+  EXPECT_TRUE(host().records.awaitFrameOf({640, 480}));
 }
 
 // A directory with all of GStreamer's plug-ins but the H.264 encoders.

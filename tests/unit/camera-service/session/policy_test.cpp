@@ -59,7 +59,7 @@ TEST(PolicyTest, Values) {
   EXPECT_EQ(rule(R"("cameraMaxResolution":"640*360")").maxHeight, 360);
   EXPECT_FALSE(rule(R"("cameraEnableFRC":"OFF")").followVm);
   EXPECT_TRUE(rule(R"("cameraEnableFRC":"on")").followVm);
-  EXPECT_TRUE(rule(R"("cameraEncodeType":"H264")", true).h264);
+  EXPECT_EQ(rule(R"("cameraEncodeType":"H264")", true).encoding, service::SentEncoding::H264);
   EXPECT_EQ(rule(R"("cameraPixelFormat":["NV12","yuyv"])").pixelFormats,
             (std::vector<std::string>{"NV12", "YUYV"}));
 }
@@ -89,7 +89,8 @@ TEST(PolicyTest, CorrectionsAreSaid) {
         Correction{R"("cameraMaxResolution":"99999*640")", "using 8192"},
         Correction{R"("cameraMaxResolution":"1*640")", "using 16"},
         Correction{R"("cameraEncodeType":"VP9")", "using MJPG"},
-        Correction{R"("cameraEncodeType":7)", "cameraEncodeType 7 is neither"},
+        Correction{R"("cameraEncodeType":7)",
+                   "cameraEncodeType 7 is not MJPG, H264 or AUTO; using MJPG"},
         Correction{R"("cameraEncodeType":"H264")", "none is installed"},
         Correction{R"("cameraEnableFRC":"MAYBE")", R"("MAYBE" is neither ON nor OFF; using ON)"},
         Correction{R"("cameraPixelFormat":["XYZ","MJPG"])", R"("XYZ" is not known)"},
@@ -119,7 +120,7 @@ TEST(PolicyTest, WhatIsCorrectedIsUsed) {
   EXPECT_EQ(rule(R"("cameraFrameInternal":-5)").intervalMs, 0);
   EXPECT_EQ(rule(R"("cameraMaxResolution":"*")").maxWidth, 1920);
   EXPECT_EQ(rule(R"("cameraMaxResolution":"*")").maxHeight, 1080);
-  EXPECT_FALSE(rule(R"("cameraEncodeType":"H264")").h264);
+  EXPECT_EQ(rule(R"("cameraEncodeType":"H264")").encoding, service::SentEncoding::Mjpg);
 }
 
 TEST(PolicyTest, ARuleForOneCameraCountsBeforeTheGeneralOne) {

@@ -61,6 +61,23 @@ TEST_F(ShareTest, AnnouncesTheCameraAsItWillBeSent) {
   EXPECT_EQ(record.name, "Front");
 }
 
+TEST_F(ShareTest, ChoosesTheEncodingByWhatTheVmShows) {
+  rule.encoding = service::SentEncoding::Auto;
+  share.setRule(rule);
+  share.announce();
+  EXPECT_EQ(lastRecord().announced.encoding, kEncodingMjpg);
+  transport->setShowsH264(true);
+  share.onEncodingsChanged();
+  ASSERT_EQ(transport->sent.size(), 2U);
+  EXPECT_EQ(lastRecord().announced.encoding, kEncodingH264);
+  rule.encoding = service::SentEncoding::Mjpg;
+  share.setRule(rule);
+  share.onEncodingsChanged();
+  EXPECT_EQ(transport->sent.size(), 2U) << "nothing to choose";
+  share.announce();
+  EXPECT_EQ(lastRecord().announced.encoding, kEncodingMjpg);
+}
+
 TEST_F(ShareTest, ALongNameIsCutBetweenCharacters) {
   camera.info.name = "x";
   for (int i = 0; i < 1000; ++i) camera.info.name += "ü";
