@@ -45,6 +45,9 @@ if(PkgConfig_FOUND)
   pkg_check_modules(SPICE IMPORTED_TARGET QUIET spice-client-glib-2.0)
   pkg_check_modules(FREERDP IMPORTED_TARGET GLOBAL QUIET freerdp2 winpr2)
   pkg_check_modules(PIPEWIRE IMPORTED_TARGET GLOBAL QUIET libpipewire-0.3>=0.3.65)
+  pkg_check_modules(LIBAV IMPORTED_TARGET GLOBAL QUIET
+    libavcodec>=59 libavutil>=57 libswscale>=6)
+  pkg_check_modules(SECCOMP IMPORTED_TARGET GLOBAL QUIET libseccomp)
   pkg_check_modules(TURBOJPEG IMPORTED_TARGET GLOBAL QUIET libturbojpeg>=2.1)
 endif()
 

@@ -46,6 +46,9 @@ man-db                           cmd:man
 gstreamer1.0-plugins-ugly        file:/usr/lib/*/gstreamer-1.0/libgstx264.so
 libpipewire-0.3-dev              pc:libpipewire-0.3
 libturbojpeg0-dev                pc:libturbojpeg
+libavcodec-dev                   pc:libavcodec
+libswscale-dev                   pc:libswscale
+libseccomp-dev                   pc:libseccomp
 pipewire                         cmd:pipewire
 pipewire-bin                     cmd:pw-cli
 wireplumber                      cmd:wireplumber

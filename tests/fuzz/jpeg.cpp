@@ -1,6 +1,7 @@
-// The little that is known of JPEG without a codec: whether a frame is complete, and the grey image
+// The little that is known of JPEG without a codec: whether a frame is complete, and the placards
 // of any size, whose segments must lead to its end.
 #include "outputs/jpeg.h"
+#include "outputs/placard.h"
 
 #include "fuzz/input.h"
 
@@ -26,9 +27,10 @@ std::pair<unsigned, unsigned> sizeOf(Bytes jpeg) {
   return {both(jpeg, at + 7), both(jpeg, at + 5)};
 }
 
-void checkGrey(std::uint16_t width, std::uint16_t height) {
-  const auto jpeg = lumsar::agent::greyJpeg(width, height);
-  require(lumsar::agent::isCompleteJpeg(jpeg), "the grey image is complete");
+void checkPlacard(std::uint16_t width, std::uint16_t height) {
+  const auto jpeg = lumsar::agent::placard(lumsar::agent::Notice::NoSignal, lumsar::kEncodingMjpg,
+                                           {width, height});
+  require(lumsar::agent::isCompleteJpeg(jpeg), "the placard is complete");
   require(sizeOf(jpeg) == std::pair<unsigned, unsigned>(width, height), "and has its size");
 }
 
@@ -42,7 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
                                       kMostSide);
   };
   const auto width = side();
-  checkGrey(width, side());
+  checkPlacard(width, side());
   const Bytes rest = input.rest();
   if (!lumsar::agent::isCompleteJpeg(rest)) return 0;
   require(both(rest, 0) == 0xFFD8 && both(rest, rest.size() - 2) == 0xFFD9, "it has both ends");

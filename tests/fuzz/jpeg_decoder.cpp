@@ -1,6 +1,6 @@
 // JPEGs that are decoded for programs which take no JPEG: two bytes for the announced size, then
 // the JPEG. What is decoded depends on nothing else.
-#include "outputs/pipewire/jpeg_decoder.h"
+#include "decode/jpeg_decoder.h"
 
 #include "fuzz/input.h"
 

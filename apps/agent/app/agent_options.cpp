@@ -63,6 +63,14 @@ void addOutputOptions(base::CommandLine& line, Options& options) {
       },
       "a v4l2loopback device, /dev/videoN; can be given more than once; without DEVICE, all that "
       "exist");
+  line.option("--v4l2-format auto|camera|i420|yuy2|nv12",
+              base::choice<DeviceFormat>(options.videoFormat, {{"auto", DeviceFormat::Auto},
+                                                               {"camera", DeviceFormat::Camera},
+                                                               {"i420", DeviceFormat::I420},
+                                                               {"yuy2", DeviceFormat::Yuy2},
+                                                               {"nv12", DeviceFormat::Nv12}}),
+              "what these devices have: the camera's own frames, or decoded ones; auto, the "
+              "default, decodes H.264 only, as i420");
   line.option("--pipewire", options.pipewire,
               "PipeWire, where each camera becomes a camera of the session of this user, without a "
               "kernel module; the variable PIPEWIRE_REMOTE names the socket of another session");

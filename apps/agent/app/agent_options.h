@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "outputs/v4l2/device_format.h"
 #include "session/endpoint.h"
 
 namespace lumsar::agent {
@@ -25,6 +26,7 @@ struct Options {
   std::chrono::milliseconds idleTimeout{60000};  // for a service that announces nothing
 
   std::vector<std::string> videoDevices;  // "auto" for all that are found
+  DeviceFormat videoFormat = DeviceFormat::Auto;
   bool pipewire = false;
   std::optional<std::uint16_t> view;
   std::string viewKey;  // of the page's address; a random one if empty

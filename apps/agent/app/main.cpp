@@ -49,8 +49,8 @@ std::unique_ptr<SinkFactory> openPipewire(const Options& options) {
   return std::make_unique<PipewireOutput>();
 #elif defined LUMSAR_AGENT_XRDP
   throw base::UsageError(
-      "this lumsar-agent was built without PipeWire; build it where libpipewire-0.3-dev and "
-      "libturbojpeg0-dev are installed, or use --v4l2");
+      "this lumsar-agent was built without PipeWire; build it where libpipewire-0.3-dev is "
+      "installed, or use --v4l2");
 #else
   throw base::UsageError("the static program does not support --pipewire; use the dynamic one");
 #endif

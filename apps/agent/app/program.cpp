@@ -54,6 +54,12 @@ Program::~Program() = default;
 std::vector<std::unique_ptr<SinkFactory>> Program::openOutputs(
     std::unique_ptr<SinkFactory> pipewire) {
   std::vector<std::unique_ptr<SinkFactory>> outputs;
+  if ((pipewire || !m_options.videoDevices.empty()) && !Decoder::isInstalled()) {
+    base::logWarning(
+        "frames are not decoded, as {} is not there: programs get them as cameras send them, and "
+        "few can show H264",
+        Decoder::path());
+  }
   if (pipewire) outputs.push_back(std::move(pipewire));
   if (!m_options.save.empty()) {
     outputs.push_back(std::make_unique<SaveOutput>(m_options.save, SaveAs::Images));
@@ -62,7 +68,8 @@ std::vector<std::unique_ptr<SinkFactory>> Program::openOutputs(
     outputs.push_back(std::make_unique<SaveOutput>(m_options.saveMjpeg, SaveAs::VideoFile));
   }
   if (!m_options.videoDevices.empty()) {
-    outputs.push_back(std::make_unique<VideoOutput>(kernelVideoSystem(), m_options.videoDevices));
+    outputs.push_back(std::make_unique<VideoOutput>(kernelVideoSystem(), m_options.videoDevices,
+                                                    m_options.videoFormat));
   }
   if (m_options.view) outputs.push_back(std::make_unique<ViewOutput>(m_hub));
   if (m_options.discard) outputs.push_back(std::make_unique<DiscardOutput>());

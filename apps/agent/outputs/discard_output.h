@@ -7,6 +7,7 @@ namespace lumsar::agent {
 
 class DiscardOutput : public SinkFactory {
  public:
+  std::optional<bool> showsH264() const override { return std::nullopt; }
   std::unique_ptr<Sink> open(const protocol::Announcement& /*camera*/, int /*handle*/,
                              const std::string& /*label*/,
                              std::function<void()> /*changed*/) override {

@@ -1,9 +1,7 @@
-// The little JPEG that is needed without a codec: whether bytes are complete, and a grey image.
+// The little that is read of a JPEG without a codec.
 #pragma once
 
-#include <cstdint>
 #include <span>
-#include <vector>
 
 namespace lumsar::agent {
 
@@ -13,8 +11,5 @@ inline bool isCompleteJpeg(std::span<const unsigned char> data) {
   return size >= 4 && data[0] == 0xFF && data[1] == 0xD8 && data[size - 2] == 0xFF &&
          data[size - 1] == 0xD9;
 }
-
-// A grey image of this size: what a video device shows before the camera's first frame.
-std::vector<unsigned char> greyJpeg(std::uint16_t width, std::uint16_t height);
 
 }  // namespace lumsar::agent

@@ -8,8 +8,10 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
+#include "decode/raw_format.h"
 #include "outputs/frame.h"
 #include "protocol/camera_record.h"
 
@@ -31,6 +33,8 @@ class Sink {
   virtual bool hasConsumer() const = 0;
   // Whether frames are of no use to its consumer before one that is independently decodable.
   virtual bool needsKeyFrame() const { return false; }
+  // The size that its consumer has asked for; nothing where it takes the camera's.
+  virtual std::optional<FrameSize> wantedSize() const { return std::nullopt; }
   // Only while there is a consumer. The frame is complete.
   virtual void deliver(FramePtr frame) = 0;
   // The camera has been removed: finish what was begun. Does not wait for it.
@@ -42,6 +46,8 @@ class Sink {
 class SinkFactory {
  public:
   virtual ~SinkFactory() = default;
+  // Whether its consumers can show H.264; nothing where it does not matter.
+  virtual std::optional<bool> showsH264() const { return false; }
   // `handle` is this run's number of the camera, `label` a unique name fit for files. `changed` may
   // be called from any thread, as long as the sink lives.
   virtual std::unique_ptr<Sink> open(const protocol::Announcement& camera, int handle,

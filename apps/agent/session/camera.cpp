@@ -111,6 +111,7 @@ void Camera::update(Clock::time_point now) {
   const unsigned before = std::exchange(m_consumers, consumers());
   if (m_consumers > 0 || before > 0) m_lastConsumed = now;
   if (m_consumers > 0) {
+    sendWantedSize();
     if (!m_started) {
       start(now);
     } else if (m_consumers > before && m_format.encoding == kEncodingH264) {
@@ -121,6 +122,25 @@ void Camera::update(Clock::time_point now) {
     stop(true);
   }
   if (m_started && now - m_lastStatistics >= kStatisticsInterval) sendStatistics(now);
+}
+
+// One consumer's size is made where the camera is; of several, each has to make its own.
+std::optional<FrameSize> Camera::wantedSize() const {
+  if (m_consumers != 1) return std::nullopt;
+  const auto consumed =
+      std::ranges::find_if(m_sinks, [](const auto& sink) { return sink->hasConsumer(); });
+  if (consumed == m_sinks.end()) return std::nullopt;
+  const auto size = (*consumed)->wantedSize();
+  const FrameSize own = {m_info.format.width, m_info.format.height};
+  return size == own ? std::nullopt : size;
+}
+
+void Camera::sendWantedSize() {
+  const auto size = wantedSize();
+  if (size == m_toldSize) return;
+  m_toldSize = size;
+  const FrameSize told = size.value_or(FrameSize{});
+  m_ask(CameraDataKind::WantedSize, protocol::bytesOf(CameraSize{told.width, told.height}));
 }
 
 Clock::time_point Camera::due() const {
@@ -143,11 +163,15 @@ void Camera::start(Clock::time_point now) {
 }
 
 void Camera::repeatStart() {
-  if (m_started) start(Clock::now());
+  if (!m_started) return;
+  m_toldSize.reset();
+  sendWantedSize();
+  start(Clock::now());
 }
 
 void Camera::stop(bool tellService) {
   m_started = false;
+  m_toldSize.reset();
   if (tellService) m_ask(CameraDataKind::Stop, {});
 }
 

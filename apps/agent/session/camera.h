@@ -64,6 +64,8 @@ class Camera {
   void start(Clock::time_point now);
   void stop(bool tellService);
   void requestKeyFrame();
+  std::optional<FrameSize> wantedSize() const;
+  void sendWantedSize();
   void sendStatistics(Clock::time_point now);
   std::uint64_t dropped() const;
   std::uint64_t delivered() const;
@@ -83,6 +85,8 @@ class Camera {
   Clock::time_point m_lastConsumed;
   Clock::time_point m_lastStatistics;
   Clock::time_point m_lastKeyRequest;
+
+  std::optional<FrameSize> m_toldSize;  // the service, since the camera was off
 
   CameraFrame m_format;
   Counters m_all;

@@ -11,6 +11,10 @@ namespace {
 constexpr std::size_t kMaxCameras = 64;
 }  // namespace
 
+void CameraTable::sendEncodings() {
+  m_send(protocol::encodingsMessage(MSG_DATA, m_gallery.encodings()).bytes());
+}
+
 void CameraTable::takeRecord(Bytes record) {
   const auto header = take<CameraDataHeader>(record);
   if (!header) return skip("shorter than its header");

@@ -17,6 +17,8 @@ class CameraTable {
 
   CameraTable(Gallery& gallery, Send send) : m_gallery(gallery), m_send(std::move(send)) {}
 
+  // Which encodings this VM can show.
+  void sendEncodings();
   void takeRecord(Bytes record);
   void update(Clock::time_point now);
   Clock::time_point due() const;

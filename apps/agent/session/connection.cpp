@@ -106,6 +106,7 @@ void Connection::established(const RedirMsgHeader& header, std::uint16_t token) 
     base::logWarning("{}: uses a protocol version other than {}.{}; cameras may not work",
                      m_transport->name(), kProtocolMajor, kProtocolMinor);
   }
+  m_cameras.sendEncodings();
 }
 
 void Connection::unredirectAll() {

@@ -127,8 +127,8 @@ void Endpoint::answer(Bytes message) {
   answer.payload.token =
       static_cast<std::uint16_t>(hello->payload.token + (m_settings.wrongToken ? 1U : 0U));
   answer.payload.vmSession = m_settings.session;
-  m_owner.established(hello->header, hello->payload.token);
   m_owner.send(protocol::answerMessage(hello->header, answer).bytes());
+  m_owner.established(hello->header, hello->payload.token);
 }
 
 void Endpoint::fault(const char* what) {

@@ -40,6 +40,7 @@ class EndpointEvents {
  public:
   virtual ~EndpointEvents() = default;
   virtual void send(Bytes message) = 0;
+  // The handshake has been answered.
   virtual void established(const RedirMsgHeader& header, std::uint16_t token) = 0;
   virtual void takeRecord(Bytes record) = 0;
   virtual void unredirectAll() = 0;

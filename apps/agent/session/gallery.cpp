@@ -23,6 +23,17 @@ Gallery::Gallery(std::vector<std::unique_ptr<SinkFactory>> outputs, std::functio
                  std::size_t maxFrameBytes)
     : m_outputs(std::move(outputs)), m_changed(std::move(changed)), m_budget(maxFrameBytes) {}
 
+// H.264 is the better one only where every output can show it.
+std::vector<std::uint32_t> Gallery::encodings() const {
+  bool anyShows = false;
+  for (const auto& output : m_outputs) {
+    const std::optional<bool> shows = output->showsH264();
+    if (shows == false) return {kEncodingMjpg};
+    anyShows = anyShows || shows == true;
+  }
+  return anyShows ? std::vector{kEncodingH264, kEncodingMjpg} : std::vector{kEncodingMjpg};
+}
+
 std::unique_ptr<Camera> Gallery::open(protocol::Announcement info, Camera::Ask ask) {
   const int handle = ++m_lastHandle;
   std::string label = labelOf(info);

@@ -23,6 +23,8 @@ class Gallery {
   Gallery(std::vector<std::unique_ptr<SinkFactory>> outputs, std::function<void()> changed,
           std::size_t maxFrameBytes = kMaxFrameBytes);
 
+  // Which its outputs can show, best first.
+  std::vector<std::uint32_t> encodings() const;
   std::unique_ptr<Camera> open(protocol::Announcement info, Camera::Ask ask);
   void retire(std::unique_ptr<Camera> camera, bool tellService);
   // Destroys sinks that have finished.

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "integration/pipewire/pipewire_fixture.h"
+#include "outputs/placard.h"
 
 namespace lumsar::test {
 namespace {
@@ -18,13 +19,17 @@ TEST_F(Pipewire, AConsumerGetsTheFramesAsTheyCame) {
   };
   ASSERT_TRUE(sendUntilEnded(consumer, [&] { send(jpeg(sequence)); })) << consumer.output();
   std::size_t last = 0;
+  const Bytes placard =
+      agent::placard(agent::Notice::CameraStarts, kEncodingMjpg, agent::FrameSize{640, 480});
   for (int i = 0; i < 10; ++i) {
     const std::string frame = readFile(folder / ("0" + std::to_string(i) + ".jpg"));
+    if (last == 0 && bytesOf(frame) == placard) continue;  // of a slow start
     ASSERT_GE(frame.size(), 1000U);
     EXPECT_EQ(bytesOf(frame), jpeg(frame.size() - 1000));
-    EXPECT_TRUE(i == 0 || frame.size() > last) << "in their order";
+    EXPECT_GT(frame.size(), last) << "in their order";
     last = frame.size();
   }
+  EXPECT_GT(last, 0U);
   EXPECT_TRUE(isStopped());
 }
 
@@ -48,9 +53,11 @@ TEST_F(Pipewire, AConsumerThatAsksForRawFramesGetsThemDecoded) {
   const std::string frames = readFile(folder / "frames.yuv");
   constexpr std::size_t kPixels = 640 * 480;
   ASSERT_EQ(frames.size(), 3 * kPixels * 3 / 2);
-  const auto at = [&](std::size_t i) { return static_cast<unsigned char>(frames[i]); };
-  EXPECT_NEAR(at(kPixels / 2), 200, 3);
-  EXPECT_NEAR(at(kPixels + 100), 128, 3);
+  const auto atOfLast = [&](std::size_t i) {
+    return static_cast<unsigned char>(frames[2 * kPixels * 3 / 2 + i]);
+  };
+  EXPECT_NEAR(atOfLast(kPixels / 2), 200, 3);
+  EXPECT_NEAR(atOfLast(kPixels + 100), 128, 3);
 }
 
 TEST_F(Pipewire, WhatIsNoJpegOfTheAnnouncedSizeIsDroppedAndTheNextFrameShown) {
@@ -66,6 +73,28 @@ TEST_F(Pipewire, WhatIsNoJpegOfTheAnnouncedSizeIsDroppedAndTheNextFrameShown) {
   EXPECT_TRUE(statusHas(R"("shown":0,)"));
   EXPECT_TRUE(sendUntilEnded(consumer, [&] { send(grey(200)); })) << consumer.output();
   EXPECT_TRUE(statusHas(R"("error":"")"));
+}
+
+TEST_F(Pipewire, AConsumerIsToldWhenThereIsNoSignal) {
+  shareCamera();
+  const Process consumer =
+      stack->consumer(kNode, {"!", "video/x-raw,format=I420", "!", "multifilesink",
+                              "location=" + (folder / "%05d.frame")});
+  ASSERT_TRUE(isStarted());
+  const auto isShown = [&](const Bytes& image) {
+    const auto names = folder.files();
+    return std::ranges::any_of(names, [&](const std::string& name) {
+      return name.ends_with(".frame") && bytesOf(readFile(folder / name)) == image;
+    });
+  };
+  const agent::FrameSize size = {640, 480};
+  using agent::Notice;
+  EXPECT_TRUE(eventually(
+      [&] { return isShown(agent::placard(Notice::CameraStarts, agent::kRawI420, size)); }));
+  EXPECT_TRUE(statusHas(R"("shown":0,)"));
+  ASSERT_TRUE(sendUntil([&] { return !statusHasNow(R"("shown":0,)"); }, [&] { send(grey(200)); }));
+  EXPECT_TRUE(
+      eventually([&] { return isShown(agent::placard(Notice::NoSignal, agent::kRawI420, size)); }));
 }
 
 TEST_F(Pipewire, AFrameThatIsLargerThanTheBuffersIsDropped) {
@@ -106,8 +135,36 @@ TEST_F(PipewireSizes, AreFollowedAsJpeg) {
              320 * 240);
 }
 
-TEST_F(PipewireSizes, AreFollowedAsRawFrames) {
-  expectBoth({"!", "video/x-raw,format=I420"}, 640 * 480 * 3 / 2, 320 * 240 * 3 / 2);
+// A program that has chosen a size keeps it, whatever the camera does.
+TEST_F(PipewireSizes, StayAsTheyWereChosenForRawFrames) {
+  constexpr std::size_t kBytes = 640 * 480 * 3 / 2;
+  shareCamera();
+  Process consumer = stack->consumer(kNode, {"!", "video/x-raw,format=I420", "!", "multifilesink",
+                                             "location=" + (folder / "%05d.frame")});
+  ASSERT_TRUE(isStarted());
+  ASSERT_TRUE(sendUntil([&] { return hasFrameOf(kBytes); }, [&] { send(grey(200)); }));
+  const auto hasLater = [&] {
+    const auto names = folder.files();
+    return std::ranges::any_of(names, [&](const std::string& name) {
+      const std::string frame = readFile(folder / name);
+      return frame.size() == kBytes && static_cast<unsigned char>(frame[kBytes / 3]) < 103;
+    });
+  };
+  EXPECT_TRUE(sendUntil(hasLater, [&] { send(grey(100, 40, 30), 320, 240); })) << consumer.output();
+  EXPECT_FALSE(hasFrameOf(320 * 240 * 3 / 2));
+}
+
+TEST_F(PipewireSizes, AreThoseThatAProgramAsksFor) {
+  shareCamera();
+  Process consumer = stack->consumer(kNode,
+                                     {"!", "video/x-raw,format=YUY2,width=320,height=240", "!",
+                                      "filesink", "location=" + (folder / "frames")},
+                                     2);
+  ASSERT_TRUE(isStarted());
+  ASSERT_TRUE(sendUntilEnded(consumer, [&] { send(grey(200)); })) << consumer.output();
+  const std::string frames = readFile(folder / "frames");
+  ASSERT_EQ(frames.size(), 2U * 320 * 240 * 2);
+  EXPECT_NEAR(static_cast<unsigned char>(frames[3 * 320 * 240]), 200, 3);  // of the second
 }
 
 TEST_F(Pipewire, AConsumerThatStopsReadingHoldsUpNobody) {

@@ -2,6 +2,7 @@
 #include <csignal>
 
 #include "integration/pipewire/pipewire_fixture.h"
+#include "unit/agent/decode/h264_stream.h"
 
 namespace lumsar::test {
 namespace {
@@ -14,6 +15,78 @@ TEST_F(Pipewire, AnH264CameraIsPassedThrough) {
   const Bytes unit = noise(1000, 1);
   ASSERT_TRUE(sendUntilEnded(consumer, [&] { sendH264(unit); })) << consumer.output();
   EXPECT_EQ(bytesOf(readFile(folder / "video")), join({unit, unit, unit}));
+}
+
+// What a stream's camera announces.
+class PipewireDecoded : public Pipewire {
+ protected:
+  void SetUp() override {
+    Pipewire::SetUp();
+    if (IsSkipped()) return;
+    if (!H264Stream::isThere()) GTEST_SKIP() << "libavcodec lacks libx264";
+    stream.emplace(agent::FrameSize{640, 480});
+    shareCamera(announcedBody("id-1", "Front", kEncodingH264));
+  }
+  void sendLevel(int level, bool isKey) {
+    const Bytes unit = stream->next(level, isKey);
+    sendFrame(frameBody(sequence++, unit, kEncodingH264, isKey ? kFrameIsKey : 0));
+  }
+  std::string lastFrame() const {
+    std::string last;
+    for (const std::string& name : folder.files()) {
+      if (name.ends_with(".frame")) last = std::max(last, name);
+    }
+    return last.empty() ? last : readFile(folder / last);
+  }
+  bool shows(int level) const {
+    const std::string frame = lastFrame();
+    return frame.size() == kBytes &&
+           std::abs(static_cast<unsigned char>(frame[kBytes / 3]) - level) <= 3;
+  }
+
+  static constexpr std::size_t kBytes = 640 * 480 * 3 / 2;
+  std::optional<H264Stream> stream;
+};
+
+TEST_F(PipewireDecoded, AProgramThatAsksForRawFramesGetsThem) {
+  Process consumer = stack->consumer(kNode, {"!", "video/x-raw,format=I420", "!", "multifilesink",
+                                             "location=" + (folder / "%05d.frame")});
+  ASSERT_TRUE(isStarted());
+  sendLevel(50, true);
+  EXPECT_TRUE(sendUntil([&] { return shows(50); }, [&] { sendLevel(50, false); }))
+      << consumer.output() << agent->output();
+  EXPECT_TRUE(sendUntil([&] { return shows(180); }, [&] { sendLevel(180, false); }));
+  EXPECT_TRUE(statusHas(R"("error":"")"));
+}
+
+TEST_F(PipewireDecoded, AfterAMissingFrameAKeyFrameIsAskedForAndShown) {
+  Process consumer = stack->consumer(kNode, {"!", "video/x-raw,format=I420", "!", "multifilesink",
+                                             "location=" + (folder / "%05d.frame")});
+  ASSERT_TRUE(isStarted());
+  sendLevel(50, true);
+  ASSERT_TRUE(sendUntil([&] { return shows(50); }, [&] { sendLevel(50, false); }));
+  ++sequence;
+  const auto isAsked = [&] {
+    return kindOf(host.receive(milliseconds(1))) == CameraDataKind::KeyFrameRequest;
+  };
+  ASSERT_TRUE(sendUntil(isAsked, [&] { sendLevel(120, false); }));
+  EXPECT_TRUE(shows(50));
+  sendLevel(120, true);
+  EXPECT_TRUE(sendUntil([&] { return shows(120); }, [&] { sendLevel(120, false); }));
+}
+
+TEST_F(PipewireDecoded, WhatCannotBeDecodedIsSaidAndTheNextKeyFrameShown) {
+  Process consumer = stack->consumer(kNode, {"!", "video/x-raw,format=I420", "!", "multifilesink",
+                                             "location=" + (folder / "%05d.frame")});
+  ASSERT_TRUE(isStarted());
+  const auto sendGarbage = [&] {
+    sendFrame(frameBody(sequence++, noise(1000, 1), kEncodingH264, kFrameIsKey));
+  };
+  ASSERT_TRUE(sendUntil(
+      [&] { return agent->says("a frame cannot be decoded", 1, milliseconds(1)); }, sendGarbage));
+  sendLevel(120, true);
+  EXPECT_TRUE(sendUntil([&] { return shows(120); }, [&] { sendLevel(120, false); }));
+  EXPECT_TRUE(statusHas(R"("error":"")"));
 }
 
 class PipewireH264 : public Pipewire {

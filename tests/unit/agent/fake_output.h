@@ -11,6 +11,7 @@ using namespace agent;
 struct FakeSinkState {
   bool wanted = false;
   bool needsKey = false;
+  std::optional<FrameSize> wantedSize;
   bool closing = false;
   bool closed = true;  // once closing
   std::string label;
@@ -23,6 +24,7 @@ class FakeSink : public Sink {
   explicit FakeSink(std::shared_ptr<FakeSinkState> state) : m_state(std::move(state)) {}
   bool hasConsumer() const override { return m_state->wanted; }
   bool needsKeyFrame() const override { return m_state->needsKey; }
+  std::optional<FrameSize> wantedSize() const override { return m_state->wantedSize; }
   void deliver(FramePtr frame) override {
     m_state->shown.push_back(std::move(frame));
     ++m_state->report.delivered;
@@ -37,7 +39,9 @@ class FakeSink : public Sink {
 
 class FakeOutput : public SinkFactory {
  public:
-  explicit FakeOutput(bool wanted = false) : m_wanted(wanted) {}
+  explicit FakeOutput(bool wanted = false, std::optional<bool> h264 = false)
+      : m_wanted(wanted), m_h264(h264) {}
+  std::optional<bool> showsH264() const override { return m_h264; }
   std::unique_ptr<Sink> open(const protocol::Announcement& /*camera*/, int /*handle*/,
                              const std::string& label, std::function<void()>) override {
     auto state = std::make_shared<FakeSinkState>();
@@ -50,6 +54,7 @@ class FakeOutput : public SinkFactory {
 
  private:
   bool m_wanted;
+  std::optional<bool> m_h264;
 };
 
 }  // namespace lumsar::test

@@ -47,12 +47,11 @@ const pw_stream_events CameraStream::kEvents = [] {
 CameraStream::CameraStream(pw_core& core, const NodeIdentity& identity, const OfferedFormat& format,
                            CameraStreamOwner& owner)
     : m_owner(owner),
-      m_offered(format),
       m_stream(pw_stream_new(&core, identity.name.c_str(), propertiesOf(identity))) {
   if (!m_stream) throw base::Failure(base::systemError());
   pw_stream_add_listener(m_stream.get(), &m_listener, &kEvents, this);
   PodSpace space;
-  Pods pods = formatPods(space, m_offered);
+  Pods pods = formatPods(space, format);
   const auto flags =
       static_cast<pw_stream_flags>(PW_STREAM_FLAG_MAP_BUFFERS | PW_STREAM_FLAG_DRIVER);
   const int result = pw_stream_connect(m_stream.get(), PW_DIRECTION_OUTPUT, PW_ID_ANY, flags,
@@ -66,26 +65,26 @@ CameraStream::~CameraStream() {
 }
 
 void CameraStream::offer(const OfferedFormat& format) {
-  m_offered = format;
   PodSpace space;
-  Pods pods = formatPods(space, m_offered);
+  Pods pods = formatPods(space, format);
   pw_stream_update_params(m_stream.get(), pods.data(), static_cast<std::uint32_t>(pods.size()));
 }
 
 void CameraStream::stateChanged(pw_stream_state state, const char* error) {
   const bool isConsumed = state == PW_STREAM_STATE_STREAMING;
   if (std::exchange(m_isConsumed, isConsumed) != isConsumed) m_owner.consumed(isConsumed);
-  if (!isConsumed) m_next.reset();
-  if (!isConsumed && std::exchange(m_frame, nullptr) != nullptr) m_owner.dropped();
+  if (!isConsumed) m_continuity.restart();
+  if (!isConsumed) dropFrame();
   if (state == PW_STREAM_STATE_ERROR || state == PW_STREAM_STATE_UNCONNECTED) {
     m_owner.failed(error == nullptr ? "its node was removed" : error);
   }
 }
 
 void CameraStream::formatChanged(const spa_pod* format) {
-  m_next.reset();
+  m_continuity.restart();
   m_chosen = readFormat(format);
-  if (!m_chosen) return m_decoder.reset();
+  m_owner.chosen(m_chosen);
+  if (!m_chosen) return;
   PodSpace space;
   Pods pods = bufferPods(space, *m_chosen);
   pw_stream_update_params(m_stream.get(), pods.data(), static_cast<std::uint32_t>(pods.size()));
@@ -97,70 +96,63 @@ void CameraStream::bufferRemoved(const pw_buffer* buffer) {
 
 void CameraStream::send(FramePtr frame) {
   if (!m_isConsumed || !fits(*frame)) return m_owner.dropped();
-  if (m_frame) m_owner.dropped();
+  dropFrame();
   m_frame = std::move(frame);
   pw_stream_trigger_process(m_stream.get());
 }
 
-bool CameraStream::fits(const Frame& frame) const {
-  const FrameSize size = {frame.format.width, frame.format.height};
-  return m_chosen && m_chosen->size == size && m_offered.size == size &&
-         m_chosen->cameraEncoding() == frame.format.encoding;
+void CameraStream::sendPlacard(Notice notice) {
+  if (!m_isConsumed || !m_chosen || m_frame) return;
+  auto frame = std::make_shared<Frame>();
+  frame->format.encoding = m_chosen->encoding;
+  frame->data = placard(notice, m_chosen->encoding, m_chosen->size);
+  m_frame = std::move(frame);
+  m_isPlacard = true;
+  pw_stream_trigger_process(m_stream.get());
 }
 
-// H.264 can be decoded from a key frame on, as long as no frame is missing.
-bool CameraStream::isDecodable(const Frame& frame) const {
-  return frame.format.encoding != kEncodingH264 || (frame.format.flags & kFrameIsKey) != 0 ||
-         m_next == frame.format.sequence;
+// What has not become a buffer.
+void CameraStream::dropFrame(const std::string& reason) {
+  const FramePtr frame = std::exchange(m_frame, nullptr);
+  if (frame && !std::exchange(m_isPlacard, false)) m_owner.dropped(reason);
+}
+
+bool CameraStream::fits(const Frame& frame) const {
+  const FrameSize size = {frame.format.width, frame.format.height};
+  return m_chosen && m_chosen->size == size && m_chosen->encoding == frame.format.encoding;
 }
 
 // Called when PipeWire is ready for the frame.
 void CameraStream::process() {
-  const FramePtr frame = std::exchange(m_frame, nullptr);
-  if (!frame) return;
+  if (!m_frame) return;
   pw_buffer* buffer = freeBuffer();
-  if (buffer == nullptr || !m_chosen) return m_owner.dropped();
-  if (!isDecodable(*frame)) {
+  if (buffer == nullptr || !m_chosen) return dropFrame();
+  if (!m_continuity.isDecodable(m_frame->format)) {
     m_owner.keyFrameNeeded();
-    return m_owner.dropped();
+    return dropFrame();
   }
   const spa_data& data = buffer->buffer->datas[0];
-  if (data.data == nullptr) return m_owner.dropped("PipeWire's buffers cannot be written to");
-  std::string why;
-  const std::size_t size =
-      fill({static_cast<unsigned char*>(data.data), data.maxsize}, *frame, why);
-  if (size == 0) return m_owner.dropped(why);
+  if (data.data == nullptr) return dropFrame("PipeWire's buffers cannot be written to");
+  if (m_frame->data.size() > data.maxsize) {
+    return dropFrame("a frame is larger than PipeWire's buffers for its size");
+  }
+  const FramePtr frame = std::exchange(m_frame, nullptr);
+  std::ranges::copy(frame->data, static_cast<unsigned char*>(data.data));
   *data.chunk = {};
-  data.chunk->size = static_cast<std::uint32_t>(size);
-  data.chunk->stride = m_chosen->isRaw() ? m_chosen->size.width : 0;
+  data.chunk->size = static_cast<std::uint32_t>(frame->data.size());
+  data.chunk->stride = static_cast<std::int32_t>(strideOf(*m_chosen));
   stamp(*buffer->buffer);
   m_buffer = nullptr;
-  m_next = frame->format.sequence + 1;
   pw_stream_queue_buffer(m_stream.get(), buffer);
+  if (std::exchange(m_isPlacard, false)) return;
+  m_continuity.passed(frame->format);
   m_owner.sent();
 }
 
-// A buffer that could not be filled is kept for the next frame.
+// One that could not be filled is kept for the next frame.
 pw_buffer* CameraStream::freeBuffer() {
   if (m_buffer == nullptr) m_buffer = pw_stream_dequeue_buffer(m_stream.get());
   return m_buffer;
-}
-
-// The size of what was written; 0 with the reason in `why`.
-std::size_t CameraStream::fill(std::span<unsigned char> buffer, const Frame& frame,
-                               std::string& why) {
-  if (m_chosen->isRaw()) {
-    if (!m_decoder) m_decoder = std::make_unique<JpegDecoder>();
-    if (m_decoder->decode(frame.data, m_chosen->size, buffer)) return i420Bytes(m_chosen->size);
-    why = "a JPEG is damaged or does not have the announced size";
-    return 0;
-  }
-  if (frame.data.size() > buffer.size()) {
-    why = "a frame is larger than PipeWire's buffers for its size";
-    return 0;
-  }
-  std::ranges::copy(frame.data, buffer.begin());
-  return frame.data.size();
 }
 
 void CameraStream::stamp(spa_buffer& buffer) {

@@ -6,9 +6,10 @@
 #include <optional>
 #include <string>
 
-#include "outputs/frame.h"
+#include "outputs/continuity.h"
 #include "outputs/pipewire/formats.h"
 #include "outputs/pipewire/handles.h"
+#include "outputs/placard.h"
 
 namespace lumsar::agent {
 
@@ -22,6 +23,8 @@ class CameraStreamOwner {
   virtual ~CameraStreamOwner() = default;
   // Whether a program takes frames. Not told by the destructor.
   virtual void consumed(bool isConsumed) = 0;
+  // What the frames are to be like; nothing while no program wants any.
+  virtual void chosen(const std::optional<ChosenFormat>& format) = 0;
   // What has become of a frame. A reason is given unless the consumer is just slow.
   virtual void sent() = 0;
   virtual void dropped(const std::string& reason = {}) = 0;
@@ -42,8 +45,10 @@ class CameraStream {
 
   // Of the frames from now on. Consumers are told and choose again.
   void offer(const OfferedFormat& format);
-  // Frames that are not of the offered format are dropped.
+  // Frames that are not of the chosen format are dropped.
   void send(FramePtr frame);
+  // Of the chosen format, for which there has to be one. The owner is told nothing of it.
+  void sendPlacard(Notice notice);
 
  private:
   static const pw_stream_events kEvents;
@@ -53,20 +58,18 @@ class CameraStream {
   void bufferRemoved(const pw_buffer* buffer);
   void process();
   bool fits(const Frame& frame) const;
-  bool isDecodable(const Frame& frame) const;
+  void dropFrame(const std::string& reason = {});
   pw_buffer* freeBuffer();
-  std::size_t fill(std::span<unsigned char> buffer, const Frame& frame, std::string& why);
   void stamp(spa_buffer& buffer);
 
   CameraStreamOwner& m_owner;
-  OfferedFormat m_offered;
   std::optional<ChosenFormat> m_chosen;  // nothing without a consumer
   FramePtr m_frame;                      // the one that is being sent
-  std::optional<std::uint32_t> m_next;   // in the numbering of frames; nothing before the first
-  pw_buffer* m_buffer = nullptr;         // taken from PipeWire and not yet filled
+  bool m_isPlacard = false;              // that is one
+  Continuity m_continuity;
+  pw_buffer* m_buffer = nullptr;  // taken from PipeWire and not yet filled
   std::uint64_t m_sequence = 0;
   bool m_isConsumed = false;
-  std::unique_ptr<JpegDecoder> m_decoder;  // once a consumer has needed it
   spa_hook m_listener = {};
   Handle<pw_stream, pw_stream_destroy> m_stream;
 };

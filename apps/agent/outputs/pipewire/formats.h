@@ -9,8 +9,8 @@
 #include <optional>
 #include <vector>
 
+#include "decode/raw_format.h"
 #include "lumsar/camera_data.h"
-#include "outputs/pipewire/jpeg_decoder.h"
 
 namespace lumsar::agent {
 
@@ -18,6 +18,7 @@ struct OfferedFormat {
   FrameSize size;
   std::uint32_t encoding = 0;
   std::uint32_t frameInterval = 0;  // µs, 0 if not known
+  bool asRaw = false;               // it can be decoded for consumers that want that
 
   bool sameFrames(const OfferedFormat& other) const {
     return size == other.size && encoding == other.encoding;
@@ -26,10 +27,9 @@ struct OfferedFormat {
 
 struct ChosenFormat {
   FrameSize size;
-  std::uint32_t encoding = 0;  // 0 for I420
-  bool isRaw() const { return encoding == 0; }
-  // Of the frames that it is made of.
-  std::uint32_t cameraEncoding() const { return isRaw() ? kEncodingMjpg : encoding; }
+  std::uint32_t encoding = 0;
+
+  bool operator==(const ChosenFormat&) const = default;
 };
 
 // Where descriptions are built; they are valid as long as this object lives.
@@ -41,7 +41,7 @@ class PodSpace {
   spa_pod_builder* builder() { return &m_builder; }
 
  private:
-  static constexpr std::uint32_t kBytes = 2048;  // far more than a few descriptions take
+  static constexpr std::uint32_t kBytes = 8192;  // far more than all descriptions take
 
   alignas(8) std::array<unsigned char, kBytes> m_bytes;
   spa_pod_builder m_builder = {};
@@ -51,9 +51,12 @@ using Pods = std::vector<const spa_pod*>;
 
 // The camera's own frames first, as they cost nothing. Empty if nothing can be made of them.
 Pods formatPods(PodSpace& space, const OfferedFormat& format);
+// Raw frames have the range of brightness of the camera's own, so that nothing is converted.
+bool isFullRange(const OfferedFormat& format);
 // What the buffers for frames of this format have to be like.
 Pods bufferPods(PodSpace& space, const ChosenFormat& format);
 std::size_t bufferBytes(const ChosenFormat& format);
+std::size_t strideOf(const ChosenFormat& format);
 std::optional<ChosenFormat> readFormat(const spa_pod* pod);
 
 }  // namespace lumsar::agent

@@ -74,6 +74,9 @@ void PipewireLoop::wake() {
 }
 
 void PipewireLoop::updateIn(std::chrono::nanoseconds delay) {
+  const auto due = std::chrono::steady_clock::now() + delay;
+  if (due >= m_timerDue) return;
+  m_timerDue = due;
   const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(delay);
   timespec time = {};
   time.tv_sec = seconds.count();
@@ -114,6 +117,7 @@ void PipewireLoop::updateClients() {
 }
 
 void PipewireLoop::timeOver() {
+  m_timerDue = std::chrono::steady_clock::time_point::max();
   m_core ? updateClients() : connect();
 }
 

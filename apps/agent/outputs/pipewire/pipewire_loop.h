@@ -41,7 +41,7 @@ class PipewireLoop {
 
   void add(PipewireClient& client);
   void wake();
-  // For clients: so that all of them are updated once more.
+  // For clients: so that all of them are updated once more, then or earlier.
   void updateIn(std::chrono::nanoseconds delay);
 
  private:
@@ -82,6 +82,7 @@ class PipewireLoop {
   base::BackOff m_backOff;
   bool m_isConnected = false;  // PipeWire has answered
   bool m_isLost = false;
+  std::chrono::steady_clock::time_point m_timerDue = std::chrono::steady_clock::time_point::max();
   bool m_loggedWaiting = false;
 
   std::thread m_thread;  // last, so that everything else exists when it begins

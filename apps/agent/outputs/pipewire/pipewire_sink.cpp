@@ -12,11 +12,15 @@ using namespace std::chrono_literals;
 
 // A peer may change the size with each frame; consumers are asked to follow no more often.
 constexpr auto kOfferInterval = 1s;
+// Before the first placard and between two: most cameras start sooner.
+constexpr auto kFirstNotice = 700ms;
+constexpr auto kNoSignalInterval = 3s;
 constexpr auto kRetryInterval = 5s;             // for a node that PipeWire does not want
 constexpr FrameSize kAssumedSize = {640, 480};  // of a camera that does not tell its own
 
 OfferedFormat formatOf(const CameraAnnounced& camera) {
-  OfferedFormat format{{camera.width, camera.height}, camera.encoding, camera.frameInterval};
+  OfferedFormat format{
+      {camera.width, camera.height}, camera.encoding, camera.frameInterval, Decoder::isInstalled()};
   if (camera.width == 0 || camera.height == 0) format.size = kAssumedSize;
   return format;
 }
@@ -29,6 +33,7 @@ PipewireSink::PipewireSink(PipewireLoop& loop, NodeNames& names,
       m_names(names),
       m_identity{names.take(camera.id), camera.name},
       m_changed(std::move(changed)),
+      m_frames([this] { m_loop.wake(); }),
       m_format(formatOf(camera.format)) {
   m_loop.add(*this);
 }
@@ -37,14 +42,6 @@ PipewireSink::~PipewireSink() {
   PipewireSink::close();
   std::unique_lock lock(m_mutex);
   m_hasEnded.wait(lock, [this] { return m_closed; });
-}
-
-void PipewireSink::deliver(FramePtr frame) {
-  {
-    const std::lock_guard lock(m_mutex);
-    if (std::exchange(m_newest, std::move(frame)) != nullptr) ++m_dropped;
-  }
-  m_loop.wake();
 }
 
 // The name is free at once: a camera that comes again gets the same.
@@ -67,11 +64,6 @@ void PipewireSink::ended() {
   m_hasEnded.notify_all();
 }
 
-FramePtr PipewireSink::takeNewest() {
-  const std::lock_guard lock(m_mutex);
-  return std::exchange(m_newest, nullptr);
-}
-
 void PipewireSink::update(pw_core* core) {
   if (core == nullptr) {
     m_failure.clear();  // that it has ended
@@ -80,10 +72,15 @@ void PipewireSink::update(pw_core* core) {
   }
   if (!m_failure.empty()) endStream();
   if (!m_stream && std::chrono::steady_clock::now() >= m_retryTime) createStream(*core);
-  FramePtr frame = takeNewest();
-  if (!frame || !m_stream) return;
-  followFormat(frame->format);
-  m_stream->send(std::move(frame));
+  if (!m_stream) return m_frames.clear();
+  followFormat();
+  if (const std::string problem = m_frames.takeProblem(); !problem.empty()) reportProblem(problem);
+  if (FramePtr frame = m_frames.take()) {
+    m_lastShown = std::chrono::steady_clock::now();
+    m_notice = Notice::NoSignal;
+    m_stream->send(std::move(frame));
+  }
+  checkSignal();
 }
 
 void PipewireSink::createStream(pw_core& core) {
@@ -109,19 +106,29 @@ void PipewireSink::endStream() {
 
 void PipewireSink::destroyStream() {
   m_stream.reset();
+  chosen({});
   consumed(false);
 }
 
 void PipewireSink::consumed(bool isConsumed) {
   if (m_hasConsumer.exchange(isConsumed) == isConsumed) return;
   base::logDebug("{}: {}", m_identity.name, isConsumed ? "has a consumer" : "has no consumer");
-  if (!isConsumed && takeNewest() != nullptr) ++m_dropped;  // the next one begins with a new frame
+  if (!isConsumed) m_frames.clear();  // the next one begins with a new frame
   m_needsKey = false;
   if (isConsumed) {
+    m_notice = Notice::CameraStarts;
+    m_lastShown = std::chrono::steady_clock::now();
+    m_loop.updateIn(kFirstNotice);
     clearError();
     m_loggedProblem.clear();
   }
   m_changed();
+}
+
+void PipewireSink::chosen(const std::optional<ChosenFormat>& format) {
+  m_chosen = format;
+  if (!isRawChosen()) return m_frames.decodeTo({});
+  m_frames.decodeTo(RawFormat{format->encoding, format->size, isFullRange(m_format)});
 }
 
 void PipewireSink::sent() {
@@ -130,13 +137,30 @@ void PipewireSink::sent() {
   clearError();
 }
 
-void PipewireSink::followFormat(const CameraFrame& frame) {
-  const OfferedFormat format{{frame.width, frame.height}, frame.encoding, m_format.frameInterval};
+// Raw frames keep the size that their consumer has chosen, whatever the camera's have.
+void PipewireSink::followFormat() {
+  const auto frame = m_frames.cameraFormat();
+  if (!frame || isRawChosen()) return;
+  OfferedFormat format = m_format;
+  format.size = {frame->width, frame->height};
+  format.encoding = frame->encoding;
   const auto now = std::chrono::steady_clock::now();
   if (format.sameFrames(m_format) || now - m_lastOffer < kOfferInterval) return;
   m_lastOffer = now;
   m_format = format;
   m_stream->offer(m_format);
+}
+
+// A program that gets nothing shows nothing, or goes on showing the last frame.
+void PipewireSink::checkSignal() {
+  if (!m_hasConsumer || !m_chosen || !hasPlacard(m_chosen->encoding, m_chosen->size)) return;
+  const auto interval = m_notice == Notice::CameraStarts ? kFirstNotice : kNoSignalInterval;
+  const auto now = std::chrono::steady_clock::now();
+  const auto due = m_lastShown + interval;
+  if (now < due) return m_loop.updateIn(due - now);
+  m_lastShown = now;
+  m_loop.updateIn(interval);
+  m_stream->sendPlacard(m_notice);
 }
 
 void PipewireSink::dropped(const std::string& reason) {
@@ -166,7 +190,7 @@ void PipewireSink::clearError() {
 SinkReport PipewireSink::report() const {
   SinkReport report;
   report.delivered = m_delivered;
-  report.dropped = m_dropped;
+  report.dropped = m_dropped + m_frames.dropped();
   report.device = m_identity.name;
   const std::lock_guard lock(m_mutex);
   report.error = m_error;

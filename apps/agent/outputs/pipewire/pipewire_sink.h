@@ -1,5 +1,5 @@
-// PipewireSink: the frames of one camera on their way to PipeWire. The channel thread leaves the
-// newest one here, and the loop's thread sends it. The sink has a consumer while a program takes
+// PipewireSink: the frames of one camera on their way to PipeWire, the newest of which the loop's
+// thread sends. The sink has a consumer while a program takes
 // frames of the camera's node.
 #pragma once
 
@@ -8,9 +8,11 @@
 #include <condition_variable>
 #include <mutex>
 
+#include "outputs/newest_frame.h"
 #include "outputs/pipewire/camera_stream.h"
 #include "outputs/pipewire/node_names.h"
 #include "outputs/pipewire/pipewire_loop.h"
+#include "outputs/placard.h"
 #include "outputs/sink.h"
 
 namespace lumsar::agent {
@@ -22,8 +24,9 @@ class PipewireSink final : public Sink, private PipewireClient, private CameraSt
   ~PipewireSink() override;
 
   bool hasConsumer() const override { return m_hasConsumer; }
-  bool needsKeyFrame() const override { return m_needsKey; }
-  void deliver(FramePtr frame) override;
+  bool needsKeyFrame() const override { return m_needsKey || m_frames.needsKeyFrame(); }
+  std::optional<FrameSize> wantedSize() const override { return m_frames.rawSize(); }
+  void deliver(FramePtr frame) override { m_frames.put(std::move(frame)); }
   void close() override;
   bool closed() const override;
   SinkReport report() const override;
@@ -34,16 +37,18 @@ class PipewireSink final : public Sink, private PipewireClient, private CameraSt
   void ended() override;
 
   void consumed(bool isConsumed) override;
+  void chosen(const std::optional<ChosenFormat>& format) override;
   void sent() override;
   void dropped(const std::string& reason) override;
   void keyFrameNeeded() override { m_needsKey = true; }
   void failed(const std::string& why) override;
 
+  bool isRawChosen() const { return m_chosen && isRaw(m_chosen->encoding); }
   void createStream(pw_core& core);
   void endStream();
   void destroyStream();
-  void followFormat(const CameraFrame& format);
-  FramePtr takeNewest();
+  void followFormat();
+  void checkSignal();
   void reportProblem(const std::string& problem);
   void clearError();
 
@@ -56,14 +61,17 @@ class PipewireSink final : public Sink, private PipewireClient, private CameraSt
   std::atomic<bool> m_closing{false};
   std::atomic<std::uint64_t> m_delivered{0};
   std::atomic<std::uint64_t> m_dropped{0};
-  mutable std::mutex m_mutex;  // for the next four
+  NewestFrame m_frames;
+  mutable std::mutex m_mutex;  // for the next three
   std::condition_variable m_hasEnded;
-  FramePtr m_newest;
   std::string m_error;
   bool m_closed = false;
 
   // Used by the loop's thread only.
-  OfferedFormat m_format;  // by the announcement or the latest frame
+  OfferedFormat m_format;                // by the announcement or the latest frame
+  std::optional<ChosenFormat> m_chosen;  // by the consumer
+  Notice m_notice = Notice::CameraStarts;
+  std::chrono::steady_clock::time_point m_lastShown;  // to the consumer, or when it came
   std::unique_ptr<CameraStream> m_stream;
   std::chrono::steady_clock::time_point m_lastOffer;
   std::string m_failure;                              // of the stream

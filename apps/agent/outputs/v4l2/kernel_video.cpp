@@ -69,8 +69,7 @@ bool KernelDevice::setFormat(VideoFormat& format, std::string& why) {
   request.type = V4L2_BUF_TYPE_VIDEO_OUTPUT;
   request.fmt.pix.width = format.width;  // 0 becomes the driver's default
   request.fmt.pix.height = format.height;
-  request.fmt.pix.pixelformat =
-      format.encoding == kEncodingMjpg ? std::uint32_t{V4L2_PIX_FMT_MJPEG} : format.encoding;
+  request.fmt.pix.pixelformat = format.encoding;
   request.fmt.pix.field = V4L2_FIELD_NONE;
   if (!control(m_device.get(), VIDIOC_S_FMT, &request)) {
     why = base::text("it refuses {}: {}", protocol::encodingName(format.encoding),
@@ -78,8 +77,7 @@ bool KernelDevice::setFormat(VideoFormat& format, std::string& why) {
     return false;
   }
   // The driver changes the request silently, above all while a reader keeps another format.
-  if (request.fmt.pix.pixelformat != V4L2_PIX_FMT_MJPEG &&
-      request.fmt.pix.pixelformat != format.encoding) {
+  if (request.fmt.pix.pixelformat != format.encoding) {
     why = base::text("it has the format {} instead of {}; close the programs that have it open",
                      protocol::encodingName(request.fmt.pix.pixelformat),
                      protocol::encodingName(format.encoding));

@@ -7,18 +7,23 @@ namespace lumsar::agent {
 
 class VideoOutput : public SinkFactory {
  public:
-  VideoOutput(std::unique_ptr<VideoSystem> system, std::vector<std::string> paths)
-      : m_pool(std::move(system), std::move(paths)) {
+  VideoOutput(std::unique_ptr<VideoSystem> system, std::vector<std::string> paths,
+              DeviceFormat format)
+      : m_pool(std::move(system), std::move(paths)), m_format(format) {
     m_pool.warnOfUnusable();
   }
 
+  std::optional<bool> showsH264() const override {
+    return Decoder::isInstalled() && m_format != DeviceFormat::Camera;
+  }
   std::unique_ptr<Sink> open(const protocol::Announcement& camera, int /*handle*/,
                              const std::string& /*label*/, std::function<void()> changed) override {
-    return std::make_unique<VideoSink>(m_pool, camera, std::move(changed));
+    return std::make_unique<VideoSink>(m_pool, m_format, camera, std::move(changed));
   }
 
  private:
   VideoPool m_pool;
+  const DeviceFormat m_format;
 };
 
 }  // namespace lumsar::agent

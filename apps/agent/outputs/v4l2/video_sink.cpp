@@ -2,11 +2,11 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "base/deadline.h"
 #include "base/log.h"
-#include "outputs/jpeg.h"
 
 namespace lumsar::agent {
 namespace {
@@ -19,13 +19,17 @@ constexpr auto kQueryTime = 100ms;
 constexpr auto kReaderCheckInterval = 10s;
 constexpr auto kSearchInterval = 2s;
 constexpr auto kFormatCheckInterval = 1s;
+constexpr auto kNoSignalInterval = 3s;  // also between one placard and the next
 
 }  // namespace
 
-VideoSink::VideoSink(VideoPool& pool, protocol::Announcement camera, std::function<void()> changed)
+VideoSink::VideoSink(VideoPool& pool, DeviceFormat chosen, protocol::Announcement camera,
+                     std::function<void()> changed)
     : m_pool(pool),
+      m_chosen(chosen),
       m_camera(std::move(camera)),
       m_changed(std::move(changed)),
+      m_frames([this] { m_wakeUp.wake(); }),
       m_cameraFormat{.width = m_camera.format.width,
                      .height = m_camera.format.height,
                      .encoding = m_camera.format.encoding,
@@ -37,32 +41,23 @@ VideoSink::~VideoSink() {
   m_thread.join();
 }
 
-void VideoSink::deliver(FramePtr frame) {
-  {
-    const std::lock_guard lock(m_mutex);
-    if (std::exchange(m_newest, std::move(frame)) != nullptr) ++m_dropped;
-  }
-  m_wakeUp.wake();
-}
-
 void VideoSink::close() {
   m_closing = true;
   m_wakeUp.wake();
 }
 
-FramePtr VideoSink::takeNewest() {
-  const std::lock_guard lock(m_mutex);
-  return std::exchange(m_newest, nullptr);
-}
-
 void VideoSink::run() {
   while (!m_closing) {
     if (m_device || findDevice()) checkReaders();
-    const FramePtr frame = takeNewest();
+    if (const std::string problem = m_frames.takeProblem(); !problem.empty()) {
+      reportProblem(problem);
+    }
+    const FramePtr frame = m_frames.take();
     if (frame && m_hasConsumer) ++(write(*frame) ? m_delivered : m_dropped);
+    checkSignal();
     waitForEvent();
   }
-  m_hasConsumer = false;
+  if (m_hasConsumer.exchange(false)) show(Notice::NoSignal);
   releaseDevice();
   m_closed = true;
   m_changed();
@@ -70,8 +65,8 @@ void VideoSink::run() {
 
 void VideoSink::waitForEvent() {
   pollfd fds[] = {{m_wakeUp.get(), POLLIN, 0}, {m_device ? m_device->changes() : -1, POLLIN, 0}};
-  const auto due =
-      m_device ? m_lastReaderCheck + kReaderCheckInterval : m_lastSearch + kSearchInterval;
+  auto due = m_device ? m_lastReaderCheck + kReaderCheckInterval : m_lastSearch + kSearchInterval;
+  if (m_device && m_hasConsumer) due = std::min(due, m_lastShown + kNoSignalInterval);
   if (poll(fds, 2, base::pollTimeout(due)) <= 0) return;
   m_wakeUp.clear();
   if (fds[1].revents == 0) return;
@@ -110,13 +105,14 @@ bool VideoSink::findDevice() {
 bool VideoSink::openDevice() {
   std::string why;
   m_device = m_pool.system().open(m_path, why);
-  m_deviceFormat = m_cameraFormat;
+  m_deviceFormat = wantedFormat();
   if (!m_device || !m_device->setFormat(m_deviceFormat, why)) {
     m_device.reset();
     reportProblem(base::text("cannot use {}: {}", m_path, why));
     return false;
   }
-  showGrey();
+  show(Notice::CameraStarts);
+  decodeForReaders();
   m_lastReaderCheck = {};
   m_problems.clear();
   const std::lock_guard lock(m_mutex);
@@ -132,6 +128,7 @@ void VideoSink::reopenDevice() {
 
 void VideoSink::releaseDevice() {
   m_device.reset();
+  m_frames.decodeTo({});
   const std::lock_guard lock(m_mutex);
   if (!m_path.empty()) m_pool.release(std::exchange(m_path, {}));
 }
@@ -143,44 +140,77 @@ void VideoSink::checkReaders() {
   const bool hasReaders = m_device->readers() > 0;
   if (m_hasConsumer.exchange(hasReaders) == hasReaders) return;
   base::logDebug("{}: {}", m_path, hasReaders ? "opened by a program" : "no longer open");
+  decodeForReaders();
   m_changed();
+  m_lastShown = now;
   if (hasReaders) return;
   if (formatDiffers()) {
     reopenDevice();
   } else {
-    showGrey();  // the next reader begins with what was written last, not with an old frame
+    show(Notice::CameraStarts);  // the next reader begins with what was written last
   }
 }
 
-void VideoSink::showGrey() {
-  if (m_deviceFormat.encoding != kEncodingMjpg) return;
-  m_device->write(greyJpeg(m_deviceFormat.width, m_deviceFormat.height));
+// Without a reader no decoder runs. The device's size is that of the frames, as it may keep one
+// that programs have chosen before.
+void VideoSink::decodeForReaders() {
+  const FrameSize size = {m_deviceFormat.width, m_deviceFormat.height};
+  if (!m_hasConsumer || !isRaw(m_deviceFormat.encoding)) return m_frames.decodeTo({});
+  m_frames.decodeTo(RawFormat{m_deviceFormat.encoding, size, false});
+}
+
+void VideoSink::show(Notice notice) {
+  const FrameSize size = {m_deviceFormat.width, m_deviceFormat.height};
+  if (!m_device || !hasPlacard(m_deviceFormat.encoding, size)) return;
+  m_device->write(placard(notice, m_deviceFormat.encoding, size));
+}
+
+// A reader that gets nothing goes on showing the last frame.
+void VideoSink::checkSignal() {
+  const auto now = std::chrono::steady_clock::now();
+  if (!m_device || !m_hasConsumer || now - m_lastShown < kNoSignalInterval) return;
+  m_lastShown = now;
+  show(Notice::NoSignal);
 }
 
 bool VideoSink::write(const Frame& frame) {
-  followFormat(frame.format);
+  followFormat();
   if (!m_device || !fits(frame)) return false;
-  if (m_device->write(frame.data)) return true;
+  if (m_device->write(frame.data)) {
+    m_lastShown = std::chrono::steady_clock::now();
+    const std::lock_guard lock(m_mutex);
+    m_error.clear();
+    return true;
+  }
   reportProblem(base::text("cannot write to {} any more: {}", m_path, base::systemError()));
   releaseDevice();
   if (m_hasConsumer.exchange(false)) m_changed();
   return false;
 }
 
-void VideoSink::followFormat(const CameraFrame& format) {
-  m_cameraFormat.width = format.width;
-  m_cameraFormat.height = format.height;
-  m_cameraFormat.encoding = format.encoding;
+void VideoSink::followFormat() {
+  const auto format = m_frames.cameraFormat();
+  if (!format) return;
+  m_cameraFormat.width = format->width;
+  m_cameraFormat.height = format->height;
+  m_cameraFormat.encoding = format->encoding;
   const auto now = std::chrono::steady_clock::now();
   if (!m_device || !formatDiffers() || now - m_lastFormatCheck < kFormatCheckInterval) return;
   m_lastFormatCheck = now;
   if (m_device->readers() == 0) reopenDevice();  // otherwise once the last reader has closed it
 }
 
+VideoFormat VideoSink::wantedFormat() const {
+  VideoFormat format = m_cameraFormat;
+  const bool canDecode = m_hasDecoder && isDecodable({format.width, format.height});
+  format.encoding = deviceEncoding(m_chosen, format.encoding, canDecode);
+  return format;
+}
+
 bool VideoSink::formatDiffers() const {
-  return m_cameraFormat.width != m_deviceFormat.width ||
-         m_cameraFormat.height != m_deviceFormat.height ||
-         m_cameraFormat.encoding != m_deviceFormat.encoding;
+  const VideoFormat wanted = wantedFormat();
+  return wanted.width != m_deviceFormat.width || wanted.height != m_deviceFormat.height ||
+         wanted.encoding != m_deviceFormat.encoding;
 }
 
 // Smaller frames pass through a device of another size, as every JPEG contains its own.
@@ -208,7 +238,7 @@ void VideoSink::reportProblem(const std::string& problem) {
 SinkReport VideoSink::report() const {
   SinkReport report;
   report.delivered = m_delivered;
-  report.dropped = m_dropped;
+  report.dropped = m_dropped + m_frames.dropped();
   const std::lock_guard lock(m_mutex);
   report.device = m_path;
   report.error = m_error;

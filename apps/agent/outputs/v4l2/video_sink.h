@@ -1,7 +1,8 @@
 // VideoSink: one camera on one v4l2loopback device. It has a consumer while another program has the
-// device open. Everything that touches the device happens on the sink's own thread.
+// device open. Where the device is to have raw frames, they are decoded. Everything that touches
+// the device happens on the sink's own thread.
 //
-//   find a device -> set the format -> grey image --a program opens it--> frames
+//   find a device -> set the format -> placard -----a program opens it--> frames
 //                         ^                    ^                             |
 //                         +--other format------+----- no program has it open +
 #pragma once
@@ -14,18 +15,23 @@
 #include <thread>
 
 #include "base/system/event_fd.h"
+#include "outputs/newest_frame.h"
+#include "outputs/placard.h"
 #include "outputs/sink.h"
+#include "outputs/v4l2/device_format.h"
 #include "outputs/v4l2/video_pool.h"
 
 namespace lumsar::agent {
 
 class VideoSink final : public Sink {
  public:
-  VideoSink(VideoPool& pool, protocol::Announcement camera, std::function<void()> changed);
+  VideoSink(VideoPool& pool, DeviceFormat chosen, protocol::Announcement camera,
+            std::function<void()> changed);
   ~VideoSink() override;
 
   bool hasConsumer() const override { return m_hasConsumer; }
-  void deliver(FramePtr frame) override;
+  bool needsKeyFrame() const override { return m_frames.needsKeyFrame(); }
+  void deliver(FramePtr frame) override { m_frames.put(std::move(frame)); }
   void close() override;
   bool closed() const override { return m_closed; }
   SinkReport report() const override;
@@ -40,15 +46,19 @@ class VideoSink final : public Sink {
   void releaseDevice();
   void checkReaders();
   bool write(const Frame& frame);
-  void followFormat(const CameraFrame& format);
+  VideoFormat wantedFormat() const;
+  void followFormat();
   bool formatDiffers() const;
   bool fits(const Frame& frame);
-  void showGrey();
+  void decodeForReaders();
+  void show(Notice notice);
+  void checkSignal();
   void waitForEvent();
   void reportProblem(const std::string& problem);
-  FramePtr takeNewest();
 
   VideoPool& m_pool;
+  const DeviceFormat m_chosen;
+  const bool m_hasDecoder = Decoder::isInstalled();
   const protocol::Announcement m_camera;
   const std::function<void()> m_changed;
   base::EventFd m_wakeUp;
@@ -57,8 +67,8 @@ class VideoSink final : public Sink {
   std::atomic<bool> m_closed{false};
   std::atomic<std::uint64_t> m_delivered{0};
   std::atomic<std::uint64_t> m_dropped{0};
-  mutable std::mutex m_mutex;  // for the next three
-  FramePtr m_newest;
+  NewestFrame m_frames;
+  mutable std::mutex m_mutex;  // for the next two
   std::string m_path;
   std::string m_error;
 
@@ -71,6 +81,7 @@ class VideoSink final : public Sink {
   Time m_lastSearch;
   Time m_lastReaderCheck;
   Time m_lastFormatCheck;
+  Time m_lastShown;  // to a reader, or when it came
 
   std::thread m_thread;  // last, so that everything else exists when it begins
 };

@@ -52,7 +52,7 @@ TEST(Process, OneThatIsBuiltWithoutPipewireNamesWhatIsMissing) {
   EXPECT_EQ(child.wait(), 2);
   EXPECT_TRUE(has(child.errors(),
                   "this lumsar-agent was built without PipeWire; build it where "
-                  "libpipewire-0.3-dev and libturbojpeg0-dev are installed, or use --v4l2"))
+                  "libpipewire-0.3-dev is installed, or use --v4l2"))
       << child.errors();
 }
 #endif

@@ -12,57 +12,22 @@
 #include "support/process.h"
 #include "support/temporary_directory.h"
 #include "support/text.h"
-#include "unit/agent/outputs/fake_video.h"
+#include "unit/agent/outputs/video_fixture.h"
 
 namespace lumsar::test {
 namespace {
 
 using namespace agent;
 
-class VideoSinkTest : public testing::Test {
- protected:
-  void nodes(std::initializer_list<const char*> paths) {
-    for (const char* path : paths) video.nodes[path];
-    output.emplace(std::make_unique<FakeVideoSystem>(video), std::vector<std::string>{"auto"});
-  }
-  std::unique_ptr<Sink> open(const std::string& id, std::uint16_t width = 640,
-                             std::uint16_t height = 480) {
-    const Bytes body = announcedBody(id, id, kEncodingMjpg, width, height);
-    return output->open(protocol::readAnnouncement({.camera = 1}, body).value(), 1, id,
-                        [this] { ++changes; });
-  }
-  // A camera whose device a program has open.
-  std::unique_ptr<Sink> openWithConsumer(std::uint16_t width = 640, std::uint16_t height = 480) {
-    nodes({"/dev/video0"});
-    auto sink = open("front", width, height);
-    EXPECT_TRUE(deviceIs(*sink, "/dev/video0"));
-    video.setReaders("/dev/video0", 1);
-    EXPECT_TRUE(eventually([&] { return sink->hasConsumer(); }));
-    return sink;
-  }
-  static FramePtr frame(const Bytes& jpeg, std::uint16_t width = 640, std::uint16_t height = 480) {
-    auto frame = std::make_shared<Frame>();
-    frame->format = {0, width, height, kEncodingMjpg, 1};
-    frame->data = jpeg;
-    return frame;
-  }
-  bool deviceIs(const Sink& sink, const std::string& path) {
-    return eventually([&] { return sink.report().device == path; });
-  }
-  auto written(const std::string& path) {
-    return video.ask([&](auto& all) { return all[path].written; });
-  }
-
-  FakeVideo video;
-  std::atomic<int> changes{0};
-  std::optional<VideoOutput> output;
-};
+Bytes startsJpeg(std::uint16_t width, std::uint16_t height) {
+  return placard(Notice::CameraStarts, kEncodingMjpg, {width, height});
+}
 
 TEST_F(VideoSinkTest, IsACameraFromTheBeginningAndWantedWhileOpen) {
   nodes({"/dev/video0"});
   const auto sink = open("front");
   ASSERT_TRUE(eventually([&] { return written("/dev/video0").size() == 1; }));
-  EXPECT_EQ(written("/dev/video0")[0], greyJpeg(640, 480));
+  EXPECT_EQ(written("/dev/video0")[0], startsJpeg(640, 480));
   EXPECT_FALSE(sink->hasConsumer());
   video.setReaders("/dev/video0", 1);
   ASSERT_TRUE(eventually([&] { return sink->hasConsumer(); }));
@@ -71,8 +36,20 @@ TEST_F(VideoSinkTest, IsACameraFromTheBeginningAndWantedWhileOpen) {
   EXPECT_EQ(written("/dev/video0").back(), blankJpeg());
   video.setReaders("/dev/video0", 0);
   ASSERT_TRUE(eventually([&] { return !sink->hasConsumer(); }));
-  EXPECT_TRUE(eventually([&] { return written("/dev/video0").back() == greyJpeg(640, 480); }));
+  EXPECT_TRUE(eventually([&] { return written("/dev/video0").back() == startsJpeg(640, 480); }));
   EXPECT_GE(changes, 2);
+}
+
+TEST_F(VideoSinkTest, AReaderIsToldWhenThereIsNoSignal) {
+  const Bytes noSignal = placard(Notice::NoSignal, kEncodingMjpg, {640, 480});
+  auto sink = openWithConsumer();
+  sink->deliver(frame(blankJpeg()));
+  ASSERT_TRUE(eventually([&] { return written("/dev/video0").back() == blankJpeg(); }));
+  EXPECT_TRUE(eventually([&] { return written("/dev/video0").back() == noSignal; }));
+  sink->deliver(frame(blankJpeg()));
+  ASSERT_TRUE(eventually([&] { return written("/dev/video0").back() == blankJpeg(); }));
+  sink.reset();
+  EXPECT_EQ(written("/dev/video0").back(), noSignal);
 }
 
 TEST_F(VideoSinkTest, AProgramThatOnlyAsksWhatItIsDoesNotStartIt) {
@@ -104,7 +81,7 @@ TEST_F(VideoSinkTest, ChangesTheFormatWhenNobodyElseHasItOpen) {
   video.setReaders("/dev/video0", 0);
   EXPECT_TRUE(eventually(
       [&] { return video.ask([](auto& all) { return all["/dev/video0"].format.width; }) == 320; }));
-  EXPECT_TRUE(eventually([&] { return written("/dev/video0").back() == greyJpeg(320, 240); }));
+  EXPECT_TRUE(eventually([&] { return written("/dev/video0").back() == startsJpeg(320, 240); }));
 }
 
 TEST_F(VideoSinkTest, PicturesThatDoNotFitAreDroppedWithAReason) {
@@ -189,20 +166,6 @@ TEST(CountOpeners, SeesOtherProgramsButNotThisOne) {
   }
   EXPECT_EQ(countOpeners(path, blind), 0);
   EXPECT_EQ(countOpeners(folder / "missing", blind), 0);
-}
-
-TEST(GreyJpeg, IsAWholePictureOfItsSize) {
-  const auto jpeg = greyJpeg(640, 480);
-  EXPECT_TRUE(isCompleteJpeg(jpeg));
-  EXPECT_EQ(jpeg.size(), 1950U);
-  for (std::size_t i = 2; i + 2 < jpeg.size(); ++i) {
-    if (jpeg[i] == 0xFF && jpeg[i + 1] == 0xC0) {
-      EXPECT_EQ(jpeg[i + 5] << 8 | jpeg[i + 6], 480);
-      EXPECT_EQ(jpeg[i + 7] << 8 | jpeg[i + 8], 640);
-      return;
-    }
-  }
-  FAIL() << "no frame header";
 }
 
 TEST(KernelVideo, RefusesWhatIsNoLoopbackDevice) {

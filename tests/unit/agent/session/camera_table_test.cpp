@@ -36,6 +36,31 @@ class CameraTableTest : public testing::Test {
   std::vector<Bytes> sent;
 };
 
+// Which encodings a VM with these outputs says that it can show.
+std::vector<std::uint32_t> encodings(std::initializer_list<std::optional<bool>> h264) {
+  std::vector<std::unique_ptr<SinkFactory>> outputs;
+  for (const auto& shows : h264) outputs.push_back(std::make_unique<FakeOutput>(true, shows));
+  Gallery gallery(std::move(outputs), [] {});
+  std::vector<Bytes> sent;
+  CameraTable table(gallery,
+                    [&](View message) { sent.emplace_back(message.begin(), message.end()); });
+  table.sendEncodings();
+  EXPECT_EQ(sent.size(), 1U);
+  EXPECT_EQ(kindOf(sent[0]), CameraDataKind::Encodings);
+  return protocol::readEncodings(View(sent[0]).subspan(kHeaderSize + sizeof(CameraDataHeader)));
+}
+
+TEST(Encodings, AreThoseThatEveryOutputShows) {
+  const std::vector<std::uint32_t> mjpg = {kEncodingMjpg};
+  const std::vector<std::uint32_t> both = {kEncodingH264, kEncodingMjpg};
+  EXPECT_EQ(encodings({}), mjpg);
+  EXPECT_EQ(encodings({false}), mjpg);
+  EXPECT_EQ(encodings({true}), both);
+  EXPECT_EQ(encodings({true, std::nullopt}), both);
+  EXPECT_EQ(encodings({true, false}), mjpg);
+  EXPECT_EQ(encodings({std::nullopt}), mjpg);
+}
+
 TEST_F(CameraTableTest, CamerasComeAndGo) {
   announce(1, "Front");
   announce(2, "Back");

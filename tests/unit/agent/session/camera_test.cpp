@@ -27,6 +27,7 @@ class CameraTest : public testing::Test {
         [this](CameraDataKind kind, View body) {
           asked.push_back(kind);
           if (kind == CameraDataKind::Statistics) statistics = *take<CameraStatistics>(body);
+          if (kind == CameraDataKind::WantedSize) size = *take<CameraSize>(body);
         },
         budget);
   }
@@ -39,6 +40,7 @@ class CameraTest : public testing::Test {
     camera->takeFrame({.camera = 4, .time = cameraClock() - age},
                       frameBody(sequence, jpeg, encoding, flags));
   }
+  FrameSize wanted() const { return {size.width, size.height}; }
   std::size_t shown(std::size_t sink = 0) const { return states[sink]->shown.size(); }
 
   FrameBudget budget{std::size_t{1} << 20U};
@@ -46,10 +48,49 @@ class CameraTest : public testing::Test {
   std::vector<std::shared_ptr<FakeSinkState>> states;
   std::vector<CameraDataKind> asked;
   CameraStatistics statistics;
+  CameraSize size;
   Clock::time_point now = Clock::now();
 };
 
 using Kinds = std::vector<CameraDataKind>;
+
+TEST_F(CameraTest, TheSizeOfItsOnlyConsumerIsToldBeforeItStartsAndWhenItChanges) {
+  open(kEncodingMjpg, 2);
+  states[0]->wantedSize = FrameSize{320, 240};
+  look();
+  EXPECT_EQ(asked, (Kinds{CameraDataKind::WantedSize, CameraDataKind::Start}));
+  EXPECT_EQ(wanted(), (FrameSize{320, 240}));
+  states[0]->wantedSize = FrameSize{160, 120};
+  look();
+  EXPECT_EQ(wanted(), (FrameSize{160, 120}));
+  look(true, 1);
+  EXPECT_EQ(wanted(), FrameSize{}) << "of two, each makes its own";
+  look(false, 1);
+  EXPECT_EQ(wanted(), (FrameSize{160, 120}));
+  const std::size_t before = asked.size();
+  look();
+  EXPECT_EQ(asked.size(), before) << "once";
+}
+
+TEST_F(CameraTest, TheSizeIsToldAgainWithEachStart) {
+  open();
+  states[0]->wantedSize = FrameSize{320, 240};
+  look();
+  look(false);
+  now += 1s;
+  camera->update(now);
+  look();
+  EXPECT_EQ(std::ranges::count(asked, CameraDataKind::WantedSize), 2);
+  camera->repeatStart();
+  EXPECT_EQ(std::ranges::count(asked, CameraDataKind::WantedSize), 3);
+}
+
+TEST_F(CameraTest, TheCamerasOwnSizeIsNoWish) {
+  open();
+  states[0]->wantedSize = FrameSize{640, 480};
+  look();
+  EXPECT_EQ(asked, Kinds{CameraDataKind::Start});
+}
 
 TEST_F(CameraTest, NobodyLooksNothingIsAskedFor) {
   open();

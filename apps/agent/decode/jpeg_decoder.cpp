@@ -1,4 +1,4 @@
-#include "outputs/pipewire/jpeg_decoder.h"
+#include "decode/jpeg_decoder.h"
 
 #include <turbojpeg.h>
 

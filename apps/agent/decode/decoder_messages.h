@@ -1,0 +1,41 @@
+// What lumsar-agent and lumsar-decoder, which runs without rights, say to each other over a socket.
+// Frames are in two pieces of memory that both have: an encoded one from the agent, a raw one back.
+//
+//   agent --DecodeRequest--> decoder, which reads the encoded frame
+//         <--DecodeReply---           and has written the raw one
+//
+// There is one request at a time.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace lumsar::agent {
+
+// The descriptors with which lumsar-decoder is started.
+inline constexpr int kDecoderSocket = 3;
+inline constexpr int kDecoderEncoded = 4;
+inline constexpr int kDecoderRaw = 5;
+
+// Larger frames are not decoded.
+inline constexpr std::size_t kMaxEncodedBytes = std::size_t{16} << 20U;
+
+struct DecodeRequest {
+  std::uint32_t encoding = 0;  // as in CameraFrame
+  std::uint16_t width = 0;
+  std::uint16_t height = 0;
+  std::uint32_t flags = 0;
+  std::uint32_t bytes = 0;
+};
+
+enum class DecodeResult : std::uint32_t {
+  Decoded = 1,
+  NotYet = 2,   // the decoder waits for another frame first
+  Damaged = 3,  // nothing could be made of it
+};
+
+struct DecodeReply {
+  DecodeResult result = DecodeResult::Damaged;
+};
+
+}  // namespace lumsar::agent

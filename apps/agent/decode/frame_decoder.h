@@ -1,0 +1,35 @@
+// FrameDecoder: encoded frames of one camera as raw ones of one format, whatever the size and
+// encoding of each. The aspect ratio is kept; the rest of the image is black. Not thread-safe.
+#pragma once
+
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "decode/decoder_messages.h"
+#include "decode/h264_decoder.h"
+#include "decode/jpeg_decoder.h"
+#include "decode/scaler.h"
+
+namespace lumsar::agent {
+
+class FrameDecoder {
+ public:
+  explicit FrameDecoder(const RawFormat& format) : m_format(format), m_scaler(format) {}
+
+  // `to` has to hold rawBytes() of the format. Throws base::Failure and std::bad_alloc.
+  DecodeResult decode(const DecodeRequest& request, base::Bytes encoded,
+                      std::span<unsigned char> to);
+
+ private:
+  DecodeResult decodeJpeg(base::Bytes jpeg, FrameSize size, std::span<unsigned char> to);
+  DecodeResult decodeH264(base::Bytes unit, bool isKey, std::span<unsigned char> to);
+
+  const RawFormat m_format;
+  Scaler m_scaler;
+  JpegDecoder m_jpeg;
+  std::vector<unsigned char> m_planes;  // of a JPEG that has to be converted
+  std::optional<H264Decoder> m_h264;    // once there was such a frame
+};
+
+}  // namespace lumsar::agent

@@ -1,0 +1,40 @@
+// H264Decoder: the frames of one H.264 stream from another machine, by libavcodec. Not thread-safe.
+#pragma once
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+}
+
+#include <memory>
+
+#include "base/text/bytes.h"
+#include "decode/decoder_messages.h"
+
+namespace lumsar::agent {
+
+template <auto function>
+struct FreeByAddress {
+  void operator()(auto* object) const { function(&object); }
+};
+
+class H264Decoder {
+ public:
+  // Throws base::Failure.
+  H264Decoder();
+
+  // One access unit. Those in front of the first key frame, and between a damaged one and the next
+  // key frame, are damaged.
+  DecodeResult decode(base::Bytes unit, bool isKey);
+  // The last one that was decoded, until the next call.
+  const AVFrame& frame() const { return *m_frame; }
+
+ private:
+  DecodeResult damaged();
+
+  std::unique_ptr<AVCodecContext, FreeByAddress<avcodec_free_context>> m_codec;
+  std::unique_ptr<AVPacket, FreeByAddress<av_packet_free>> m_packet;
+  std::unique_ptr<AVFrame, FreeByAddress<av_frame_free>> m_frame;
+  bool m_needsKey = true;
+};
+
+}  // namespace lumsar::agent
