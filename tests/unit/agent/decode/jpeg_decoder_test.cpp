@@ -76,7 +76,8 @@ INSTANTIATE_TEST_SUITE_P(All, Sampling,
 // The same, but for what its frame header says.
 Bytes withSize(Bytes jpeg, FrameSize size) {
   constexpr std::array<unsigned char, 2> kFrameHeader = {0xFF, 0xC0};
-  const auto at = std::ranges::search(jpeg, kFrameHeader).begin() + 5;
+  const auto at =
+      std::search(jpeg.begin(), jpeg.end(), kFrameHeader.begin(), kFrameHeader.end()) + 5;
   const unsigned sides[] = {size.height, size.width};
   for (std::ptrdiff_t i = 0; i < 4; ++i) {
     at[i] = static_cast<unsigned char>(sides[i / 2] >> (i % 2 == 0 ? 8U : 0U));
