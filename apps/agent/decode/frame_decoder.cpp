@@ -3,6 +3,8 @@
 namespace lumsar::agent {
 namespace {
 
+constexpr std::size_t kReadAhead = 64;  // of libswscale, behind an image
+
 Image imageOf(FrameSize size, std::span<const unsigned char> i420) {
   const int columns = (size.width + 1) / 2;
   const unsigned char* const colours = i420.data() + std::size_t{size.width} * size.height;
@@ -47,13 +49,12 @@ DecodeResult FrameDecoder::decodeJpeg(base::Bytes jpeg, FrameSize size,
     return m_jpeg.decode(jpeg, size, to) ? Decoded : Damaged;
   }
   if (!isDecodable(size)) return Damaged;
-  m_planes.resize(i420Bytes(size));
+  m_planes.resize(i420Bytes(size) + kReadAhead);
   if (!m_jpeg.decode(jpeg, size, m_planes)) return Damaged;
   return m_scaler.scale(imageOf(size, m_planes), to) ? Decoded : Damaged;
 }
 
-DecodeResult FrameDecoder::decodeH264(base::Bytes unit, bool isKey,
-                                      std::span<unsigned char> to) {
+DecodeResult FrameDecoder::decodeH264(base::Bytes unit, bool isKey, std::span<unsigned char> to) {
   using enum DecodeResult;
   if (!m_h264) m_h264.emplace();
   const DecodeResult result = m_h264->decode(unit, isKey);

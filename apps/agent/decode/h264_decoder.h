@@ -9,13 +9,9 @@ extern "C" {
 
 #include "base/text/bytes.h"
 #include "decode/decoder_messages.h"
+#include "decode/free_by_address.h"
 
 namespace lumsar::agent {
-
-template <auto function>
-struct FreeByAddress {
-  void operator()(auto* object) const { function(&object); }
-};
 
 class H264Decoder {
  public:

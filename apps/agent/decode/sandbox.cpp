@@ -62,7 +62,7 @@ void forbidCalls() {
     if (result == 0) result = seccomp_rule_add(filter.get(), SCMP_ACT_ALLOW, call, 0);
   }
   for (const int call : kAllowedForData) {
-    const scmp_arg_cmp noCode = SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0);
+    const scmp_arg_cmp noCode = {2, SCMP_CMP_MASKED_EQ, PROT_EXEC, 0};
     if (result == 0) {
       result = seccomp_rule_add_array(filter.get(), SCMP_ACT_ALLOW, call, 1, &noCode);
     }

@@ -106,6 +106,13 @@ bool Scaler::prepare(const Source& source) {
       {"sws_flags", SWS_BILINEAR}};
   for (const auto& [name, value] : options) av_opt_set_int(context.get(), name, value, 0);
   if (sws_init_context(context.get(), nullptr, nullptr) < 0) return false;
+  // libswscale writes more than a row, so not into the frame itself.
+  m_scaled.reset(av_frame_alloc());
+  if (!m_scaled) throw std::bad_alloc();
+  m_scaled->format = layoutOf(m_format.encoding);
+  m_scaled->width = m_area.width;
+  m_scaled->height = m_area.height;
+  if (av_frame_get_buffer(m_scaled.get(), 0) != 0) throw std::bad_alloc();
   m_context = std::move(context);
   return true;
 }
@@ -116,8 +123,16 @@ bool Scaler::scale(const Image& image, std::span<unsigned char> to) {
   const bool fills = m_area.width == m_format.size.width && m_area.height == m_format.size.height;
   if (!fills) paintBlack(m_format, target);
   moveTo(m_area.x, m_area.y, m_format, target);
-  return sws_scale(m_context.get(), image.planes.data(), image.strides.data(), 0, image.height,
-                   target.planes.data(), target.strides.data()) == m_area.height;
+  AVFrame& scaled = *m_scaled;
+  if (sws_scale(m_context.get(), image.planes.data(), image.strides.data(), 0, image.height,
+                scaled.data, scaled.linesize) != m_area.height) {
+    return false;
+  }
+  std::array<const unsigned char*, 4> from{};
+  std::copy_n(scaled.data, from.size(), from.begin());
+  av_image_copy(target.planes.data(), target.strides.data(), from.data(), scaled.linesize,
+                layoutOf(m_format.encoding), m_area.width, m_area.height);
+  return true;
 }
 
 }  // namespace lumsar::agent

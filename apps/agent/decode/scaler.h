@@ -3,6 +3,7 @@
 #pragma once
 
 extern "C" {
+#include <libavutil/frame.h>
 #include <libswscale/swscale.h>
 }
 
@@ -11,6 +12,7 @@ extern "C" {
 #include <optional>
 #include <span>
 
+#include "decode/free_by_address.h"
 #include "decode/raw_format.h"
 
 namespace lumsar::agent {
@@ -58,6 +60,7 @@ class Scaler {
   std::optional<Source> m_source;
   Area m_area{};
   std::unique_ptr<SwsContext, Free> m_context;
+  std::unique_ptr<AVFrame, FreeByAddress<av_frame_free>> m_scaled;
 };
 
 }  // namespace lumsar::agent
