@@ -112,7 +112,7 @@ bool VideoSink::openDevice() {
     return false;
   }
   show(Notice::CameraStarts);
-  decodeForReaders();
+  decodeFor(m_hasConsumer);
   m_lastReaderCheck = {};
   m_problems.clear();
   const std::lock_guard lock(m_mutex);
@@ -138,9 +138,10 @@ void VideoSink::checkReaders() {
   if (now - m_lastReaderCheck < kReaderCheckInterval) return;
   m_lastReaderCheck = now;
   const bool hasReaders = m_device->readers() > 0;
-  if (m_hasConsumer.exchange(hasReaders) == hasReaders) return;
+  if (m_hasConsumer == hasReaders) return;
+  decodeFor(hasReaders);  // before frames come
+  m_hasConsumer = hasReaders;
   base::logDebug("{}: {}", m_path, hasReaders ? "opened by a program" : "no longer open");
-  decodeForReaders();
   m_changed();
   m_lastShown = now;
   if (hasReaders) return;
@@ -153,9 +154,9 @@ void VideoSink::checkReaders() {
 
 // Without a reader no decoder runs. The device's size is that of the frames, as it may keep one
 // that programs have chosen before.
-void VideoSink::decodeForReaders() {
+void VideoSink::decodeFor(bool hasReaders) {
   const FrameSize size = {m_deviceFormat.width, m_deviceFormat.height};
-  if (!m_hasConsumer || !isRaw(m_deviceFormat.encoding)) return m_frames.decodeTo({});
+  if (!hasReaders || !isRaw(m_deviceFormat.encoding)) return m_frames.decodeTo({});
   m_frames.decodeTo(RawFormat{m_deviceFormat.encoding, size, false});
 }
 

@@ -50,7 +50,7 @@ class VideoSink final : public Sink {
   void followFormat();
   bool formatDiffers() const;
   bool fits(const Frame& frame);
-  void decodeForReaders();
+  void decodeFor(bool hasReaders);
   void show(Notice notice);
   void checkSignal();
   void waitForEvent();
