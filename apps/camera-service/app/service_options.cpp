@@ -2,11 +2,11 @@
 
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 
 #include "base/command_line.h"
 #include "base/errors.h"
+#include "base/system/files.h"
 #include "base/text/format.h"
 #include "ipc/channel_path.h"
 #include "lumsar/ipc_transport.h"
@@ -80,20 +80,10 @@ void addCameraOptions(base::CommandLine& line, Options& options) {
       "address; repeatable (default: any address)");
 }
 
-std::string defaultConfigFile() {
-  const auto variable = [](const char* name) {
-    const char* value = std::getenv(name);
-    return fs::path(value != nullptr ? value : "");
-  };
-  fs::path directory = variable("XDG_CONFIG_HOME");
-  if (directory.empty() && !variable("HOME").empty()) directory = variable("HOME") / ".config";
-  return directory.empty() ? "" : (directory / "lumsar/camera-service.conf").string();
-}
-
 // Not the channel: those who ask for the status would have to know it, too.
 void addConfigFile(base::CommandLine& line) {
   line.configFile(
-      defaultConfigFile(),
+      base::userConfigFile("camera-service.conf"),
       {"--camera", "--watch", "--allow", "--deny", "--direct-to", "--token-file", "--verbose"},
       "--status",
       "read cameras, rules and the like from FILE before the command line, such as "

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 
 namespace lumsar::base {
 namespace {
@@ -56,6 +57,16 @@ bool replaceFile(const std::string& path, Bytes content) {
   unlink(part.c_str());
   errno = error;
   return false;
+}
+
+std::string userConfigFile(const std::string& name) {
+  const auto variable = [](const char* variableName) {
+    const char* value = std::getenv(variableName);
+    return std::string(value != nullptr ? value : "");
+  };
+  std::string directory = variable("XDG_CONFIG_HOME");
+  if (directory.empty() && !variable("HOME").empty()) directory = variable("HOME") + "/.config";
+  return directory.empty() ? "" : directory + "/lumsar/" + name;
 }
 
 }  // namespace lumsar::base

@@ -21,4 +21,8 @@ UniqueFd openForWriting(const std::string& path);
 // set; the previous file then remains, and no temporary one.
 bool replaceFile(const std::string& path, Bytes content);
 
+// Where the user's file of this name is: below $XDG_CONFIG_HOME/lumsar, else ~/.config/lumsar.
+// Empty when there is neither.
+std::string userConfigFile(const std::string& name);
+
 }  // namespace lumsar::base
