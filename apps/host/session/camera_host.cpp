@@ -85,6 +85,13 @@ void CameraHost::run(std::vector<std::string> commands, std::function<void(bool 
   });
 }
 
+void CameraHost::control(std::function<void(Commands&)> action) {
+  post([this, action = std::move(action)] {
+    action(m_commands);
+    m_serviceWatch.askSoon();
+  });
+}
+
 // One command after another; while a connection is made, what the VM sends comes first.
 void CameraHost::runScripts() {
   while (!m_scripts.empty()) {

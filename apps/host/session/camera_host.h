@@ -53,6 +53,8 @@ class CameraHost {
   // Carries out commands on the plug-in's thread, one after another, then calls `done` there:
   // whether one of them asked to quit. Nothing is called once the host stops. Thread-safe.
   void run(std::vector<std::string> commands, std::function<void(bool quits)> done);
+  // Calls `action` there, for a program with a window. Thread-safe.
+  void control(std::function<void(Commands&)> action);
   void post(std::function<void()> job);
 
   // All thread-safe.

@@ -13,6 +13,8 @@ struct ListedCamera {
   std::string id;
   std::string name;
   bool present = true;
+  std::vector<std::string> sharedWith = {};  // ids of VMs
+  bool inUse = false;
 };
 
 // A command that was not carried out or a connection that ended; not what a camera is like now.

@@ -253,6 +253,10 @@ ListReply Commands::list() {
   return reply;
 }
 
+std::optional<CameraList> Commands::cameras() {
+  return list().status == STATUS_OK ? std::optional(m_list) : std::nullopt;
+}
+
 bool Commands::serviceAnswers() {
   const int status = list().status;
   return status == STATUS_OK || status == STATUS_LIST_ERROR;

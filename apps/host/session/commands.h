@@ -21,6 +21,8 @@
 namespace lumsar::host {
 
 class Commands {
+  using Words = std::vector<std::string>;
+
  public:
   struct Result {
     std::string command;
@@ -40,6 +42,11 @@ class Commands {
   bool run(const std::string& line);
   bool isConnecting() const { return m_connecting.has_value(); }
   void checkConnection();
+  // The same for a program with a window: nothing is reported. An id may be any text.
+  Result share(const std::string& id) { return share(Words{"share", id}); }
+  Result unshare(const std::string& id) { return unshare(Words{"unshare", id}); }
+  // None when the service cannot be asked.
+  std::optional<CameraList> cameras();
   // Repeats policy and shares, which the camera service forgets with its connection. When the VM
   // `sharesAll` with each handshake, what the user has unshared is unshared again.
   void shareAgain(bool sharesAll);
@@ -51,7 +58,6 @@ class Commands {
   static std::string help();
 
  private:
-  using Words = std::vector<std::string>;
   struct Share {
     std::string name;  // the camera's
     QJsonObject command;

@@ -1,14 +1,11 @@
 #include "spice/spice_transport.h"
 
-#include <functional>
+#include "spice/on_glib.h"
 
 namespace lumsar::host {
 
 namespace {
 
-// The library reads nothing while it writes, and of what waits only our own queue knows what may
-// be dropped.
-constexpr int kMaxOutstanding = 1;
 constexpr std::chrono::milliseconds kFirstBackOff{250};
 constexpr std::chrono::milliseconds kLongestBackOff{5000};
 // Two clients of one server take the connection from each other: what ends sooner than this is not
@@ -18,19 +15,6 @@ constexpr gint64 kLastingUs = 10'000'000;
 constexpr unsigned kPortTimeoutMs = 3000;
 
 constexpr const char* kPortClosed = "no program in the VM has the port open";
-
-// Runs `call` on the GLib thread. Always through the loop: an "invoke" would run it right here
-// while the loop has not begun.
-void onGlib(std::function<void()> call) {
-  auto* owned = new std::function<void()>(std::move(call));  // freed by the last argument
-  g_idle_add_full(
-      G_PRIORITY_DEFAULT,
-      [](gpointer data) -> gboolean {
-        (*static_cast<std::function<void()>*>(data))();
-        return G_SOURCE_REMOVE;
-      },
-      owned, [](gpointer data) { delete static_cast<std::function<void()>*>(data); });
-}
 
 const char* eventText(SpiceChannelEvent event) {
   switch (event) {
@@ -64,14 +48,9 @@ SpiceUri readSpiceUri(const std::string& uri) {
   return {.valid = named || tlsPort != nullptr, .tls = tlsPort != nullptr};
 }
 
-// One write in flight; the library reads the bytes until its callback.
-struct SpiceTransport::Write {
-  SpiceTransport* transport;
-  SendQueue::Bytes bytes;
-};
-
 SpiceTransport::SpiceTransport(SendQueue& queue, Inbox& inbox, SpiceAddress address)
     : m_queue(queue),
+      m_writer(std::make_shared<PortWriter>(queue)),
       m_inbox(inbox),
       m_address(std::move(address)),
       m_backOff(kFirstBackOff, kLongestBackOff) {}
@@ -94,12 +73,12 @@ void SpiceTransport::stop() {
   });
   m_thread.join();
   // Writes that were cut off still call back, from here now that the thread is gone.
-  while (m_outstanding > 0) g_main_context_iteration(nullptr, TRUE);
+  while (m_writer->isWriting()) g_main_context_iteration(nullptr, TRUE);
   g_main_loop_unref(m_glibLoop);
 }
 
 void SpiceTransport::wake() {
-  onGlib([this] { drain(); });
+  onGlib([this] { m_writer->drain(); });
 }
 
 void SpiceTransport::run() {
@@ -271,29 +250,11 @@ void SpiceTransport::setOpen(bool open, const std::string& why) {
   m_open = open;
   if (open) {
     m_inbox.opened();
+    m_writer->open(m_port);
   } else {
+    m_writer->close();
     m_queue.close();
     m_inbox.closed(why);
-  }
-}
-
-void SpiceTransport::drain() {
-  while (m_open && m_outstanding < kMaxOutstanding) {
-    auto message = m_queue.pop();
-    if (!message) return;
-    auto write = std::make_unique<Write>(Write{this, std::move(*message)});
-    ++m_outstanding;
-    auto& bytes = write->bytes;
-    spice_port_channel_write_async(
-        m_port, bytes.data(), bytes.size(), nullptr,
-        [](GObject* port, GAsyncResult* result, gpointer data) {
-          const std::unique_ptr<Write> done(static_cast<Write*>(data));
-          g_autoptr(GError) ignored = nullptr;  // a lost channel reports itself
-          spice_port_channel_write_finish(SPICE_PORT_CHANNEL(port), result, &ignored);
-          --done->transport->m_outstanding;
-          done->transport->drain();
-        },
-        write.release());
   }
 }
 

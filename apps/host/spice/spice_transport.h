@@ -4,11 +4,13 @@
 
 #include <spice-client.h>
 
+#include <memory>
 #include <string>
 #include <thread>
 
 #include "base/back_off.h"
 #include "protocol/names.h"
+#include "spice/port_writer.h"
 #include "transport/inbox.h"
 #include "transport/send_queue.h"
 #include "transport/transport.h"
@@ -40,8 +42,6 @@ class SpiceTransport final : public Transport {
   void wake() override;
 
  private:
-  struct Write;
-
   // On the GLib thread.
   void run();
   void connect();
@@ -56,9 +56,9 @@ class SpiceTransport final : public Transport {
   void guestDid(SpicePortChannel* port, int event);
   void checkPort();
   void setOpen(bool open, const std::string& why);
-  void drain();
 
   SendQueue& m_queue;
+  std::shared_ptr<PortWriter> m_writer;
   Inbox& m_inbox;
   SpiceAddress m_address;
   base::BackOff m_backOff;
@@ -68,7 +68,6 @@ class SpiceTransport final : public Transport {
   SpiceSession* m_session = nullptr;
   SpicePortChannel* m_port = nullptr;  // the one with our name, once it is known
   bool m_open = false;
-  int m_outstanding = 0;
   unsigned m_retry = 0;
   unsigned m_portCheck = 0;
   gint64 m_connectedAt = 0;  // µs; 0 while there is no connection

@@ -44,7 +44,19 @@ void Inbox::refused(const std::string& why) {
 
 void Inbox::received(std::span<const unsigned char> bytes) {
   std::unique_lock lock(m_mutex);
-  m_capacity.wait(lock, [this] { return m_bytes < kMaxBytes || m_ended; });
+  m_capacity.wait(lock, [this] { return hasCapacity(); });
+  take(bytes);
+}
+
+bool Inbox::tryReceived(std::span<const unsigned char> bytes) {
+  const std::lock_guard lock(m_mutex);
+  if (!hasCapacity()) return false;
+  take(bytes);
+  return true;
+}
+
+// Called with the lock held.
+void Inbox::take(std::span<const unsigned char> bytes) {
   if (m_ended) return;
   m_bytes += bytes.size();
   if (appendToLast(bytes)) return;

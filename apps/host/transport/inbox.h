@@ -48,7 +48,9 @@ class Inbox : public std::enable_shared_from_this<Inbox> {
   void opened();
   // Blocks while the listener lags too far.
   void received(std::span<const unsigned char> bytes);
-  // For a thread that must not block: calls `action` once received() would not, perhaps at once,
+  // For a thread that must not block: false, with nothing taken, where received() would.
+  bool tryReceived(std::span<const unsigned char> bytes);
+  // For a thread that waits by itself: calls `action` once received() would not, perhaps at once,
   // perhaps on the executor.
   void whenCapacity(std::function<void()> action);
   void closed(const std::string& why);
@@ -58,6 +60,8 @@ class Inbox : public std::enable_shared_from_this<Inbox> {
  private:
   using Event = std::function<void(ChannelListener&)>;
 
+  bool hasCapacity() const { return m_bytes < kMaxBytes || m_ended; }
+  void take(std::span<const unsigned char> bytes);
   bool appendToLast(std::span<const unsigned char> bytes);
   void put(Event event);
   void deliverLater();
