@@ -33,6 +33,12 @@ binutils                         cmd:readelf
 # Without these some tests are skipped, and say so.
 wanted_test_packages='
 libspice-client-glib-2.0-dev     pc:spice-client-glib-2.0
+libgtk-3-dev                     pc:gtk+-3.0
+virt-viewer                      cmd:remote-viewer
+spice-client-gtk                 cmd:spicy
+xvfb                             cmd:Xvfb
+xdotool                          cmd:xdotool
+gettext                          cmd:msgfmt
 freerdp2-dev                     pc:freerdp2
 qemu-system-x86                  cmd:qemu-system-x86_64
 make                             cmd:make

@@ -22,7 +22,9 @@ std::string environment(const char* name) {
 }  // namespace
 
 GuestSetup GuestSetup::desktop() {
-  return {environment("LUMSAR_GUEST_KERNEL"), environment("LUMSAR_GUEST_INITRAMFS")};
+  return {.kernel = environment("LUMSAR_GUEST_KERNEL"),
+          .initramfs = environment("LUMSAR_GUEST_INITRAMFS"),
+          .display = !environment("LUMSAR_GUEST_DISPLAY").empty()};
 }
 
 GuestSetup GuestSetup::user() {
@@ -86,6 +88,7 @@ std::vector<std::string> Guest::command() const {
   add("-device", "virtserialport,chardev=camera,name=" + port);
   add("-chardev", "socket,id=shell,server=on,wait=off,path=" + m_shellSocket.string());
   add("-device", "virtserialport,chardev=shell,name=org.lumsar.test.0");
+  if (m_setup.display) add("-device", "VGA");
   if (m_setup.network) {
     add("-netdev", "user,id=net");
     add("-device", "virtio-net-pci,netdev=net,romfile=");

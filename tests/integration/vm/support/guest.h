@@ -22,6 +22,7 @@ struct GuestSetup {
   int tlsPort = 0;    // beside it, with what is in `certificates`
   Path certificates = {};
   std::string ticket = {};  // none if empty
+  bool display = false;     // a picture for viewers
   bool network = false;     // reaches this machine's loopback interface as 10.0.2.2
 
   // The guest whose parts run-vm-test has exported.

@@ -53,6 +53,14 @@ void UserSide::startHost(const std::string& address, const std::vector<std::stri
                             .input = true});
 }
 
+std::map<std::string, std::string> UserSide::hostEnvironment() const {
+  return {{"LUMSAR_IPC_CHANNEL", m_channel.string()},
+          {"LUMSAR_IPC_LIBRARY", LUMSAR_IPC_RECORDER},
+          {"LUMSAR_REAL_IPC", LUMSAR_REAL_IPC},
+          {"LUMSAR_IPC_RECORD", m_record.string()},
+          {"LUMSAR_CONFIG", (m_directory / "config.json").string()}};
+}
+
 void UserSide::endHost() {
   if (m_host && m_host->running()) {
     m_host->signal(SIGTERM);

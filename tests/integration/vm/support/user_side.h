@@ -3,6 +3,7 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -29,6 +30,9 @@ class UserSide {
   void endHost();
   // What both have written, after a failure.
   void printOutput();
+
+  // What tells a host that takes no options of its own how to reach the service.
+  std::map<std::string, std::string> hostEnvironment() const;
 
   const Path& directory() const { return m_directory; }
   Process& host() { return *m_host; }

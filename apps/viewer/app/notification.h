@@ -1,0 +1,14 @@
+// Notifications of the desktop: a person always knows when they are seen.
+#pragma once
+
+#include <string>
+
+#include "cameras/camera_model.h"
+
+namespace lumsar::viewer {
+
+// Says that the VM begins to use cameras, and takes that back when it has ended. Nothing where the
+// program has no notifications.
+void notifyOfUse(const std::string& vm, const CameraModel& before, const CameraModel& now);
+
+}  // namespace lumsar::viewer

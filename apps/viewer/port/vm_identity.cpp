@@ -1,0 +1,51 @@
+#include "port/vm_identity.h"
+
+#include <algorithm>
+#include <array>
+
+#include "base/text/format.h"
+#include "base/text/utf8.h"
+
+namespace lumsar::viewer {
+
+namespace {
+
+std::string textOf(SpiceSession* session, const char* property) {
+  g_autofree char* value = nullptr;
+  g_object_get(session, property, &value, nullptr);
+  return value != nullptr ? value : "";
+}
+
+// Empty when the server has none, which then is all zeros.
+std::string uuidOf(SpiceSession* session) {
+  const unsigned char* uuid = nullptr;
+  g_object_get(session, "uuid", &uuid, nullptr);
+  constexpr int kSize = 16;
+  if (uuid == nullptr || std::all_of(uuid, uuid + kSize, [](auto byte) { return byte == 0; })) {
+    return {};
+  }
+  std::string digits;
+  for (int i = 0; i < kSize; ++i) digits += base::text("{:02x}", uuid[i]);
+  return digits;
+}
+
+}  // namespace
+
+VmIdentity identify(SpiceChannel* channel) {
+  SpiceSession* session = nullptr;
+  g_object_get(channel, "spice-session", &session, nullptr);
+  const std::string host = textOf(session, "host");
+  const std::string path = textOf(session, "unix-path");
+  std::string port = textOf(session, "port");
+  if (port.empty()) port = textOf(session, "tls-port");
+  const std::string name = base::clean(textOf(session, "name"));
+  const std::string uuid = uuidOf(session);
+  g_object_unref(session);
+
+  const std::string address = path.empty() ? base::text("{}:{}", host, port) : path;
+  // A VM's port may change from start to start, its server does not.
+  const std::string key = uuid.empty() ? address : base::text("{} {}", host, uuid);
+  return {name.empty() ? base::clean(address) : name, key};
+}
+
+}  // namespace lumsar::viewer

@@ -1,0 +1,57 @@
+// CameraWindow: a small window of its own with a switch for each camera. Closing it hides it, and
+// it keeps no program from ending. Bound to GTK's thread; lives as long as the process.
+#pragma once
+
+#include <gtk/gtk.h>
+
+#include <functional>
+#include <map>
+#include <string>
+
+#include "cameras/camera_model.h"
+
+namespace lumsar::viewer {
+
+class CameraWindow {
+ public:
+  struct Actions {
+    std::function<void(const std::string& id, bool shared)> share;
+    std::function<void(bool shared)> shareAll;
+    std::function<void(bool remembered)> remember;
+    std::function<void(bool watched)> watch;
+  };
+
+  explicit CameraWindow(Actions actions);
+
+  void present(GtkWindow* beside);
+  // `vm` is the VM's name; `note` is said of other VMs.
+  void update(const std::string& vm, const CameraModel& model, const std::string& note);
+  GtkWidget* widget() const { return m_window; }
+
+ private:
+  struct Row {
+    GtkWidget* line;
+    GtkWidget* name;
+    GtkWidget* state;
+    GtkWidget* toggle;
+  };
+
+  void build();
+  GtkWidget* makeButtons();
+  void updateRows(const std::vector<CameraRow>& cameras);
+  Row makeRow(const std::string& id);
+  void updateRow(Row& row, const CameraRow& camera) const;
+  void toggled(GtkSwitch* toggle, bool on);
+
+  const Actions m_actions;
+  GtkWidget* m_window;
+  GtkWidget* m_header;
+  GtkWidget* m_message;
+  GtkWidget* m_note;
+  GtkWidget* m_list;
+  GtkWidget* m_remember;
+  std::map<std::string, Row> m_rows;  // by the camera's id
+  bool m_updating = false;            // what changes is not a person's doing
+};
+
+}  // namespace lumsar::viewer

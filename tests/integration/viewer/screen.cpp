@@ -1,0 +1,80 @@
+#include "integration/viewer/screen.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+
+namespace lumsar::test {
+
+Screen::Screen()
+    : m_server({"Xvfb", "-displayfd", "1", "-screen", "0", "1280x900x24", "-nolisten", "tcp"},
+               {.errorsApart = true}) {}
+
+bool Screen::isUp() {
+  const bool isThere = m_server.says("\n");
+  const std::string& number = m_server.output();
+  m_display = ":" + number.substr(0, number.find('\n'));
+  return isThere;
+}
+
+std::map<std::string, std::string> Screen::environment(
+    const std::filesystem::path& directory) const {
+  const std::filesystem::path home = directory / "home";
+  std::filesystem::create_directories(home / "virt-viewer");
+  // One question less at the end.
+  std::ofstream(home / "virt-viewer" / "settings") << "[virt-viewer]\nask-quit=false\n";
+  return {{"DISPLAY", m_display},
+          {"GDK_BACKEND", "x11"},
+          {"WAYLAND_DISPLAY", ""},
+          {"XAUTHORITY", ""},
+          {"HOME", home},
+          {"XDG_CONFIG_HOME", home},
+          {"XDG_CACHE_HOME", home},
+          {"XDG_DATA_HOME", home},
+          {"XDG_RUNTIME_DIR", home},
+          {"DBUS_SESSION_BUS_ADDRESS", "disabled:"},
+          {"GSETTINGS_BACKEND", "memory"},
+          {"NO_AT_BRIDGE", "1"},
+          {"LC_ALL", "C.UTF-8"}};
+}
+
+Screen::Answer Screen::ask(std::vector<std::string> words) {
+  words.insert(words.begin(), "xdotool");
+  Process process(words, {.environment = {{"DISPLAY", m_display}}});
+  const int status = process.wait();
+  return {status, process.output()};
+}
+
+bool Screen::hasWindow(const std::string& how, const std::string& pattern) {
+  return ask({"search", "--onlyvisible", how, pattern}).status == 0;
+}
+
+std::string Screen::window(const std::string& how, const std::string& pattern) {
+  Answer answer{1, {}};
+  const bool found = eventually([&] {
+    answer = ask({"search", "--onlyvisible", how, pattern});
+    return answer.status == 0;
+  });
+  EXPECT_TRUE(found) << "no window " << how << " " << pattern;
+  return answer.output.substr(0, answer.output.find('\n'));
+}
+
+bool Screen::press(const std::string& window, const std::string& keys) {
+  return ask({"windowfocus", window, "key", keys}).status == 0;
+}
+
+void Screen::movePointer(int x, int y) {
+  EXPECT_EQ(ask({"mousemove", std::to_string(x), std::to_string(y)}).status, 0);
+}
+
+void Screen::click(const std::string& window, int fromRight, int fromTop) {
+  const std::string geometry = ask({"getwindowgeometry", "--shell", window}).output;
+  const auto found = geometry.find("WIDTH=");
+  const int width = found == std::string::npos ? 0 : std::atoi(geometry.c_str() + found + 6);
+  const Answer answer = ask({"mousemove", "--window", window, std::to_string(width - fromRight),
+                             std::to_string(fromTop), "click", "1"});
+  EXPECT_EQ(answer.status, 0) << answer.output << geometry;
+}
+
+}  // namespace lumsar::test
