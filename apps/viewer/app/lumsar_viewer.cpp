@@ -73,13 +73,15 @@ base::CommandLine commandLine() {
   base::CommandLine line("lumsar-viewer", "[OPTION...] [VIEWER [ARGUMENT...]]",
                          "Starts a SPICE viewer in which the cameras of this machine can be shared "
                          "with the VM: Ctrl+Alt+C, or the button in the viewer's header bar.");
+  line.section("Viewers",
+               {{"VIEWER",
+                 "a program of GTK 3 that shows SPICE desktops (default: the first that is "
+                 "installed of remote-viewer, virt-viewer, virt-manager, spicy and "
+                 "gnome-boxes)"},
+                {"ARGUMENT", "the viewer's own"}});
   line.section(
-      "Viewers",
-      "VIEWER is a program of GTK 3 that shows SPICE desktops. Without one, the first that "
-      "is installed of remote-viewer, virt-viewer, virt-manager, spicy and gnome-boxes. Its "
-      "arguments are its own. The camera service has to run.");
-  line.section("Exit status",
-               {{"", "the viewer's"}, {"1", "the viewer cannot be started"}, {"2", "wrong usage"}});
+      "Exit status",
+      {{"1", "the viewer cannot be started"}, {"2", "wrong usage"}, {"any", "the viewer's"}});
   line.section(
       "Environment",
       {{"LUMSAR_VM_ID",
@@ -91,8 +93,9 @@ base::CommandLine commandLine() {
        {"XDG_CONFIG_HOME", "where remembered choices are (default ~/.config)"}});
   line.section("Files", {{"$XDG_CONFIG_HOME/lumsar/viewer.json",
                           "which cameras are shared with which VM when it is connected"}});
-  line.section("Examples", {{"lumsar-viewer remote-viewer spice://127.0.0.1:5900", ""},
-                            {"lumsar-viewer virt-viewer --attach VM", ""}});
+  line.section("Examples",
+               {{"lumsar-viewer remote-viewer spice://127.0.0.1:5900", "a SPICE server's desktop"},
+                {"lumsar-viewer virt-viewer --attach VM", "a VM of libvirt"}});
   return line;
 }
 

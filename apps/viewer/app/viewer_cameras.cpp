@@ -103,7 +103,12 @@ void ViewerCameras::portAppeared(SpicePortChannel* port, bool isOpen) {
   Vm& vm = m_vms.emplace_back(Vm{identify(SPICE_CHANNEL(port)), port});
   vm.transport = PortTransport::watch(port, isOpen,
                                       [this, &vm](const std::string& why) { portEnded(vm, why); });
-  if (m_vms.size() == 1) begin(vm);
+  if (m_vms.size() == 1) {
+    begin(vm);
+  } else {
+    log(base::text("{} gets the cameras when the connection to {} ends", vm.identity.name,
+                   m_vms.front().identity.name));
+  }
   update();
 }
 
@@ -165,14 +170,14 @@ void ViewerCameras::update() {
 }
 
 std::string ViewerCameras::noteOnOthers() const {
-  std::string note;
+  std::string notes;
   for (auto vm = std::next(m_vms.begin()); vm != m_vms.end(); ++vm) {
-    g_autofree char* line =
+    g_autofree char* note =
         g_strdup_printf(tr("%s gets the cameras when the connection to %s ends."),
                         vm->identity.name.c_str(), m_vms.front().identity.name.c_str());
-    note += (note.empty() ? "" : "\n") + std::string(line);
+    notes += (notes.empty() ? "" : "\n") + std::string(note);
   }
-  return note;
+  return notes;
 }
 
 void ViewerCameras::shutDown() {
