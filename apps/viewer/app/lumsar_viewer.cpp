@@ -32,7 +32,7 @@ fs::path findModule() {
   std::error_code error;
   const fs::path here = fs::read_symlink("/proc/self/exe", error).parent_path();
   for (const fs::path& place : {here / "../lib", fs::path(LUMSAR_LIBRARY_DIRECTORY)}) {
-    const fs::path module = fs::canonical(place / kModule, error);
+    fs::path module = fs::canonical(place / kModule, error);
     if (!error) return module;
   }
   throw base::Failure(base::text("cannot find {} in {}; install Lumsar completely", kModule,
@@ -62,9 +62,8 @@ void addModule(const std::string& module) {
 }
 
 [[noreturn]] void execute(std::vector<std::string> command) {
-  std::vector<char*> words;
-  for (std::string& word : command) words.push_back(word.data());
-  words.push_back(nullptr);
+  std::vector<char*> words(command.size() + 1);  // the last one is null
+  std::ranges::transform(command, words.begin(), [](std::string& word) { return word.data(); });
   execvp(words[0], words.data());
   throw base::Failure(base::text("cannot start {}: {}", command[0], base::systemError()));
 }
