@@ -85,6 +85,8 @@ std::optional<Announcement> readAnnouncement(const CameraDataHeader& header, Byt
 }
 
 std::vector<std::uint32_t> readEncodings(Bytes body) {
+  constexpr std::size_t kMaxEncodings = 16;  // there are two
+  body = body.first(std::min(body.size(), kMaxEncodings * sizeof(std::uint32_t)));
   std::vector<std::uint32_t> encodings;
   while (const auto encoding = take<std::uint32_t>(body)) encodings.push_back(*encoding);
   return encodings;

@@ -54,9 +54,10 @@ Program::~Program() = default;
 std::vector<std::unique_ptr<SinkFactory>> Program::openOutputs(
     std::unique_ptr<SinkFactory> pipewire) {
   std::vector<std::unique_ptr<SinkFactory>> outputs;
-  if ((pipewire || !m_options.videoDevices.empty()) && !Decoder::isInstalled()) {
+  if ((pipewire || !m_options.videoDevices.empty()) && !Decoder::isUsable()) {
     base::logWarning(
-        "frames are not decoded, as {} is not there: programs get them as cameras send them, and "
+        "frames are not decoded, as {} is not there or cannot run: programs get them as cameras "
+        "send them, and "
         "few can show H264",
         Decoder::path());
   }

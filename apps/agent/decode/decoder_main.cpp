@@ -1,10 +1,10 @@
 // lumsar-decoder: decodes the frames of one camera for lumsar-agent, which starts it. What it reads
-// comes from another machine, so it has no rights: see enterSandbox().
+// comes from another machine, so it runs in a sandbox.
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
+#include <csignal>
 #include <exception>
 
 #include "base/command_line.h"
@@ -23,7 +23,7 @@ namespace {
 std::span<unsigned char> mapped(int descriptor, std::size_t bytes, int access) {
   struct stat file = {};
   if (fstat(descriptor, &file) != 0 || static_cast<std::size_t>(file.st_size) != bytes) {
-    throw base::Failure("is started by lumsar-agent only, which gives it its memory");
+    throw base::Failure("must be started by lumsar-agent");
   }
   void* const memory = mmap(nullptr, bytes, access, MAP_SHARED, descriptor, 0);
   if (memory == MAP_FAILED) throw base::Failure("cannot map memory: " + base::systemError());
@@ -32,7 +32,7 @@ std::span<unsigned char> mapped(int descriptor, std::size_t bytes, int access) {
 
 // ENCODING WIDTH HEIGHT RANGE, of the raw frames.
 RawFormat readFormat(int argc, const char* const* argv) {
-  if (argc != 5) throw base::UsageError("is started by lumsar-agent");
+  if (argc != 5) throw base::UsageError("must be started by lumsar-agent");
   RawFormat format;
   base::convert(argv[1], format.encoding);
   base::convert(argv[2], format.size.width);
@@ -41,7 +41,7 @@ RawFormat readFormat(int argc, const char* const* argv) {
   base::convert(argv[4], range);
   format.fullRange = range != 0;
   if (!isRaw(format.encoding) || !isDecodable(format.size)) {
-    throw base::UsageError("is to make frames of a format that it does not know");
+    throw base::UsageError("the requested format is not supported");
   }
   return format;
 }
@@ -63,7 +63,7 @@ void serve(const RawFormat& format) {
       mapped(kDecoderRaw, rawBytes(format.encoding, format.size), PROT_READ | PROT_WRITE);
   av_log_set_level(AV_LOG_QUIET);
   FrameDecoder decoder(format);
-  enterSandbox();
+  enterSandbox(kDecoderSocket);
   DecodeRequest request;
   while (read(kDecoderSocket, &request, sizeof request) == sizeof request) {
     const DecodeReply reply{decode(decoder, request, encoded, raw)};
@@ -72,6 +72,10 @@ void serve(const RawFormat& format) {
 }
 
 int run(int argc, const char* const* argv) {
+  // A signal that ends the agent reaches this process, too; it ends when its socket is closed.
+  std::signal(SIGINT, SIG_IGN);
+  std::signal(SIGTERM, SIG_IGN);
+  std::signal(SIGHUP, SIG_IGN);
   serve(readFormat(argc, argv));
   return 0;
 }

@@ -1,4 +1,4 @@
-// What lumsar-agent and lumsar-decoder, which runs without rights, say to each other over a socket.
+// What lumsar-agent and lumsar-decoder, which runs in a sandbox, say to each other over a socket.
 // Frames are in two pieces of memory that both have: an encoded one from the agent, a raw one back.
 //
 //   agent --DecodeRequest--> decoder, which reads the encoded frame

@@ -3,7 +3,7 @@
 namespace lumsar::agent {
 namespace {
 
-constexpr std::size_t kReadAhead = 64;  // of libswscale, behind an image
+constexpr std::size_t kReadAhead = 64;  // of libswscale, after an image
 
 Image imageOf(FrameSize size, std::span<const unsigned char> i420) {
   const int columns = (size.width + 1) / 2;

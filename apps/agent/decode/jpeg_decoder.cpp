@@ -36,7 +36,7 @@ bool hasOneScan(base::Bytes bytes) {
   return false;
 }
 
-// Some cameras fill the data of an image up. All of it has been decoded then.
+// Some cameras pad the data of an image. All of it has been decoded then.
 bool isOnlyFilledUp(tjhandle decoder) {
   constexpr std::string_view kFilledUp = " extraneous bytes before marker 0xd9";
   return tjGetErrorCode(decoder) == TJERR_WARNING &&

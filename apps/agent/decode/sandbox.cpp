@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <memory>
 
 #include "base/errors.h"
@@ -18,22 +19,26 @@ namespace lumsar::agent {
 namespace {
 
 constexpr uid_t kNobody = 65534;
-// The two largest images, libavcodec's copies of them, and the program.
-constexpr rlim_t kAddressSpace = rlim_t{1} << 30U;
+// Two of the largest images and those that libavcodec keeps; less than what the units allow the
+// agent.
+constexpr rlim_t kMaxData = rlim_t{320} << 20U;
 
 constexpr std::array kAllowed = {
     // its work
-    SCMP_SYS(read), SCMP_SYS(write), SCMP_SYS(futex), SCMP_SYS(clock_gettime),
-    SCMP_SYS(restart_syscall), SCMP_SYS(rt_sigreturn), SCMP_SYS(exit_group), SCMP_SYS(exit),
+    SCMP_SYS(futex), SCMP_SYS(clock_gettime), SCMP_SYS(restart_syscall), SCMP_SYS(rt_sigreturn),
+    SCMP_SYS(exit_group), SCMP_SYS(exit),
     // memory
     SCMP_SYS(brk), SCMP_SYS(munmap), SCMP_SYS(mremap), SCMP_SYS(madvise),
     // what libraries ask before they begin
     SCMP_SYS(sched_getaffinity), SCMP_SYS(getrandom),
     // to end by a signal of its own
-    SCMP_SYS(rt_sigprocmask), SCMP_SYS(getpid), SCMP_SYS(gettid), SCMP_SYS(tgkill)};
+    SCMP_SYS(rt_sigprocmask), SCMP_SYS(getpid), SCMP_SYS(gettid)};
 
-// Allowed as well, but not for code.
-constexpr std::array kAllowedForData = {SCMP_SYS(mmap), SCMP_SYS(mprotect)};
+// A call that is allowed only with this argument.
+struct Restricted {
+  int call;
+  scmp_arg_cmp argument;
+};
 
 void check(bool done, const char* what) {
   if (!done) throw base::Failure(base::text("cannot {}: {}", what, base::systemError()));
@@ -55,32 +60,40 @@ struct Release {
   void operator()(void* filter) const { seccomp_release(filter); }
 };
 
-void forbidCalls() {
+void filterCalls(int socket) {
+  const auto only = [](unsigned index, auto value) {
+    return scmp_arg_cmp{index, SCMP_CMP_EQ, static_cast<scmp_datum_t>(value), 0};
+  };
+  const scmp_arg_cmp noCode = {2, SCMP_CMP_MASKED_EQ, PROT_EXEC, 0};
+  const std::array<Restricted, 5> restricted = {{{SCMP_SYS(read), only(0, socket)},
+                                                 {SCMP_SYS(write), only(0, socket)},
+                                                 {SCMP_SYS(tgkill), only(0, getpid())},
+                                                 {SCMP_SYS(mmap), noCode},
+                                                 {SCMP_SYS(mprotect), noCode}}};
   const std::unique_ptr<void, Release> filter(seccomp_init(SCMP_ACT_KILL_PROCESS));
   int result = filter ? 0 : -ENOMEM;
   for (const int call : kAllowed) {
     if (result == 0) result = seccomp_rule_add(filter.get(), SCMP_ACT_ALLOW, call, 0);
   }
-  for (const int call : kAllowedForData) {
-    const scmp_arg_cmp noCode = {2, SCMP_CMP_MASKED_EQ, PROT_EXEC, 0};
-    if (result == 0) {
-      result = seccomp_rule_add_array(filter.get(), SCMP_ACT_ALLOW, call, 1, &noCode);
-    }
+  for (const auto& [call, argument] : restricted) {
+    if (result != 0) break;
+    result = seccomp_rule_add_array(filter.get(), SCMP_ACT_ALLOW, call, 1, &argument);
   }
   if (result == 0) result = seccomp_load(filter.get());
   errno = -result;
-  check(result == 0, "forbid calls of the system");
+  check(result == 0, "install the system call filter");
 }
 
 }  // namespace
 
-void enterSandbox() {
+void enterSandbox(int socket) {
   check(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0, "give up new privileges");
   dropRoot();
-  check(prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) == 0, "keep its memory from others");
-  limit(RLIMIT_AS, kAddressSpace);
+  check(prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) == 0, "protect its memory from other processes");
+  check(prctl(PR_SET_PDEATHSIG, SIGKILL) == 0, "end with the agent");
+  limit(RLIMIT_DATA, kMaxData);
   limit(RLIMIT_CORE, 0);
-  forbidCalls();
+  filterCalls(socket);
 }
 
 }  // namespace lumsar::agent

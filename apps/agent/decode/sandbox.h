@@ -1,10 +1,10 @@
-// Gives up whatever a decoder does not need: privileges, memory without a limit, and all calls of
-// the system but a few that open, send and start nothing.
+// Gives up whatever a decoder does not need: privileges, memory without a limit, and all system
+// calls but a few that open and start nothing and reach no other process.
 #pragma once
 
 namespace lumsar::agent {
 
-// Throws base::Failure. Descriptors that are open stay so.
-void enterSandbox();
+// Only `socket` can be read from and written to afterwards. Throws base::Failure.
+void enterSandbox(int socket);
 
 }  // namespace lumsar::agent

@@ -37,7 +37,7 @@ Target targetOf(const RawFormat& format, std::span<unsigned char> to) {
   target.planes[0] = to.data();
   target.strides[0] = stride;
   if (format.encoding == kRawYuy2) return target;
-  target.planes[1] = to.data() + std::size_t{format.size.width} * format.size.height;
+  target.planes[1] = to.data() + static_cast<std::size_t>(format.size.width) * format.size.height;
   target.strides[1] = static_cast<int>(columns);
   if (format.encoding == kRawNv12) {
     target.strides[1] = static_cast<int>(2 * columns);
@@ -58,10 +58,10 @@ void paintBlack(const RawFormat& format, Target& target) {
 
 // Moved to the corner of an area, whose sides and position are even.
 void moveTo(int x, int y, const RawFormat& format, Target& target) {
-  target.planes[0] += std::ptrdiff_t{y} * target.strides[0];
+  target.planes[0] += static_cast<std::ptrdiff_t>(y) * target.strides[0];
   target.planes[0] += format.encoding == kRawYuy2 ? 2 * x : x;
   for (std::size_t i = 1; i < 3 && target.planes[i] != nullptr; ++i) {
-    target.planes[i] += std::ptrdiff_t{y / 2} * target.strides[i];
+    target.planes[i] += static_cast<std::ptrdiff_t>(y / 2) * target.strides[i];
     target.planes[i] += format.encoding == kRawNv12 ? x : x / 2;
   }
 }
@@ -87,8 +87,8 @@ Scaler::Area Scaler::areaFor(const Source& source) const {
 }
 
 bool Scaler::prepare(const Source& source) {
-  if (m_source == source) return m_context != nullptr;
-  m_source = source;
+  if (m_source == source) return true;
+  m_source.reset();
   m_area = areaFor(source);
   m_context.reset();
   // Ranges have to be known from the beginning: which code is chosen depends on them.
@@ -114,6 +114,7 @@ bool Scaler::prepare(const Source& source) {
   m_scaled->height = m_area.height;
   if (av_frame_get_buffer(m_scaled.get(), 0) != 0) throw std::bad_alloc();
   m_context = std::move(context);
+  m_source = source;
   return true;
 }
 

@@ -17,6 +17,7 @@
 
 #include "base/deadline.h"
 #include "base/text/format.h"
+#include "outputs/placard.h"
 
 namespace lumsar::agent {
 namespace {
@@ -42,14 +43,14 @@ struct FileActions {
   posix_spawn_file_actions_t actions;
 };
 
-// Without the signals that this program blocks, and without its handlers.
+// Without the signals that this program blocks, and in a process group of its own.
 struct Attributes {
   Attributes() {
     sigset_t none;
     sigemptyset(&none);
     posix_spawnattr_init(&attributes);
     posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
   }
   ~Attributes() { posix_spawnattr_destroy(&attributes); }
   Attributes(const Attributes&) = delete;
@@ -92,8 +93,18 @@ std::string Decoder::path() {
   return (own / LUMSAR_DECODER_FROM_BIN).lexically_normal();
 }
 
-bool Decoder::isInstalled() {
-  return access(path().c_str(), X_OK) == 0;
+// By decoding an image: that the program is there says little of where it is allowed to run.
+bool Decoder::isUsable() {
+  static const bool usable = [] {
+    constexpr FrameSize kSize = {16, 16};
+    if (access(path().c_str(), X_OK) != 0) return false;
+    Frame frame;
+    frame.format = {0, kSize.width, kSize.height, kEncodingMjpg, kFrameIsKey};
+    frame.data = placard(Notice::CameraStarts, kEncodingMjpg, kSize);
+    std::string why;
+    return Decoder({kRawI420, kSize, false}).decode(frame, why) != nullptr;
+  }();
+  return usable;
 }
 
 Decoder::Decoder(const RawFormat& format)
@@ -153,6 +164,8 @@ bool Decoder::spawn(int socket, std::string& why) {
   for (const auto& [own, number] : given) {
     posix_spawn_file_actions_adddup2(&files.actions, free++, number);
   }
+  posix_spawn_file_actions_addopen(&files.actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&files.actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
   posix_spawn_file_actions_addclosefrom_np(&files.actions, kDecoderRaw + 1);
   const std::string program = path();
   std::array<std::string, 5> words = {

@@ -1,6 +1,6 @@
-// Decoder: a camera's frames as raw ones of one format, made by a process of its own without
-// rights, lumsar-decoder, since what is decoded comes from another machine. It is started with the
-// first frame, and again after it has ended. Bound to one thread, but for cancel().
+// Decoder: a camera's frames as raw ones of one format, made by a process in a sandbox,
+// lumsar-decoder, since what is decoded comes from another machine. It is started with the first
+// frame, and again after it has ended. Bound to one thread, but for cancel().
 #pragma once
 
 #include <sys/types.h>
@@ -14,7 +14,7 @@
 #include "base/system/fd.h"
 #include "decode/decoder_messages.h"
 #include "decode/raw_format.h"
-#include "outputs/frame.h"
+#include "frames/frame.h"
 
 namespace lumsar::agent {
 
@@ -22,7 +22,8 @@ class Decoder {
  public:
   // Where lumsar-decoder is looked for.
   static std::string path();
-  static bool isInstalled();
+  // Whether it is there and decodes. Tried once, with the first call.
+  static bool isUsable();
 
   explicit Decoder(const RawFormat& format);
   Decoder(const Decoder&) = delete;

@@ -1,17 +1,19 @@
 #include "outputs/newest_frame.h"
 
+#include <system_error>
 #include <utility>
+
+#include "base/text/format.h"
 
 namespace lumsar::agent {
 
 void NewestFrame::put(FramePtr frame) {
-  std::shared_ptr<RawFrames> raw;
   {
     const std::lock_guard lock(m_mutex);
-    raw = m_raw;
-    if (!raw) m_cameraFormat = frame->format;
+    if (m_raw) return m_raw->push(std::move(frame));
+    m_cameraFormat = frame->format;
   }
-  raw ? raw->push(std::move(frame)) : replace(std::move(frame));
+  replace(std::move(frame));
 }
 
 void NewestFrame::replace(FramePtr frame) {
@@ -33,16 +35,24 @@ void NewestFrame::clear() {
 }
 
 void NewestFrame::decodeTo(const std::optional<RawFormat>& format) {
-  auto raw =
-      format ? std::make_shared<RawFrames>(*format, static_cast<RawFramesOwner&>(*this)) : nullptr;
+  std::unique_ptr<RawFrames> raw;
+  std::string problem;
+  try {
+    if (format) raw = std::make_unique<RawFrames>(*format, static_cast<RawFramesOwner&>(*this));
+  } catch (const std::system_error& error) {
+    problem = base::text("its decoder cannot be started: {}", error.what());
+  }
   {
     const std::lock_guard lock(m_mutex);
     std::swap(m_raw, raw);
-    if (raw) m_dropped += raw->dropped();
-    m_problem.clear();
+    m_problem = problem;
   }
-  raw.reset();  // without the lock, which its thread takes
+  // Its end is waited for without the lock, which its thread takes.
+  const std::uint64_t dropped = raw ? raw->stop() : 0;
+  raw.reset();
   clear();
+  const std::lock_guard lock(m_mutex);
+  m_dropped += dropped;
 }
 
 bool NewestFrame::needsKeyFrame() const {

@@ -44,10 +44,10 @@ class NewestFrame : private RawFramesOwner {
   const std::function<void()> m_arrived;
   mutable std::mutex m_mutex;  // for all of these
   FramePtr m_newest;
-  std::shared_ptr<RawFrames> m_raw;
   std::optional<CameraFrame> m_cameraFormat;
   std::string m_problem;
   std::uint64_t m_dropped = 0;
+  std::unique_ptr<RawFrames> m_raw;  // last, as its thread uses the others
 };
 
 }  // namespace lumsar::agent

@@ -3,11 +3,12 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
 #include <string>
 
-#include "outputs/continuity.h"
+#include "frames/continuity.h"
+#include "frames/frame_worker.h"
 #include "outputs/decoder.h"
-#include "outputs/frame_worker.h"
 
 namespace lumsar::agent {
 
@@ -23,16 +24,17 @@ class RawFramesOwner {
 class RawFrames {
  public:
   RawFrames(const RawFormat& format, RawFramesOwner& owner);
-  // Leaves what is queued.
   ~RawFrames();
   RawFrames(const RawFrames&) = delete;
   RawFrames& operator=(const RawFrames&) = delete;
 
   const RawFormat& format() const { return m_decoder.format(); }
-  void push(FramePtr frame) { m_worker.push(std::move(frame)); }
+  void push(FramePtr frame) { m_worker->push(std::move(frame)); }
   // Nothing can be decoded before the next key frame.
   bool needsKeyFrame() const { return m_needsKey; }
-  std::uint64_t dropped() const { return m_worker.dropped(); }
+  std::uint64_t dropped() const { return m_worker->dropped(); }
+  // Leaves what is queued and waits for the end of the thread. How many frames were dropped in all.
+  std::uint64_t stop();
 
  private:
   bool work(const Frame& frame);
@@ -42,7 +44,8 @@ class RawFrames {
   Decoder m_decoder;
   Continuity m_continuity;
   std::atomic<bool> m_needsKey{false};
-  FrameWorker m_worker;  // last, so that everything else exists when it begins
+  std::atomic<bool> m_stopping{false};
+  std::unique_ptr<FrameWorker> m_worker;  // last, so that everything else exists when it begins
 };
 
 }  // namespace lumsar::agent

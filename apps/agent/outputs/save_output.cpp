@@ -11,7 +11,7 @@
 #include "base/log.h"
 #include "base/system/fd.h"
 #include "base/system/files.h"
-#include "outputs/frame_worker.h"
+#include "frames/frame_worker.h"
 
 namespace lumsar::agent {
 namespace {

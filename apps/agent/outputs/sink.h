@@ -12,7 +12,7 @@
 #include <string>
 
 #include "decode/raw_format.h"
-#include "outputs/frame.h"
+#include "frames/frame.h"
 #include "protocol/camera_record.h"
 
 namespace lumsar::agent {

@@ -24,7 +24,10 @@ constexpr std::array<H264Encoder, 5> kH264Encoders = {
     {{"vah264enc",
       "rate-control=cbr b-frames=0 key-int-max=60 min-force-key-unit-interval=500000000 bitrate={}",
       1000, true},
-     {"vaapih264enc", "rate-control=cbr max-bframes=0 keyframe-period=60 bitrate={}", 1000, true},
+     {"vaapih264enc",
+      "rate-control=cbr max-bframes=0 keyframe-period=60 min-force-key-unit-interval=500000000 "
+      "bitrate={}",
+      1000, true},
      {"v4l2h264enc",
       "min-force-key-unit-interval=500000000 extra-controls=controls,repeat_sequence_header=1,"
       "video_b_frames=0,video_gop_size=60,video_bitrate={}",
@@ -61,6 +64,8 @@ bool encodesAFrame(GstElement* encoder) {
       "videotestsrc num-buffers=1 name=source ! video/x-raw,format=I420,width=640,height=480 ! "
       "videoconvert name=last fakesink name=sink",
       nullptr));
+  const GstPtr<GstElement> held(GST_ELEMENT(gst_object_ref_sink(encoder)));
+  if (!pipeline) return false;
   GstBin* bin = GST_BIN(pipeline.get());
   const GstPtr<GstElement> last(gst_bin_get_by_name(bin, "last"));
   const GstPtr<GstElement> sink(gst_bin_get_by_name(bin, "sink"));

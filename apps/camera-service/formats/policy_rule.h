@@ -20,8 +20,8 @@ struct PolicyRule {
   std::optional<std::uint16_t> productId;
   int maxWidth = 4000;
   int maxHeight = 4000;
-  int quality = 50;      // JPEG quality, 0 to 100
-  int intervalMs = 0;    // between frames; 0: the camera's own rate
+  int quality = 50;    // JPEG quality, 0 to 100
+  int intervalMs = 0;  // between frames; 0: the camera's own rate
   SentEncoding encoding = SentEncoding::Mjpg;
   bool followVm = true;  // the rate follows what the VM can take
   std::vector<std::string> pixelFormats = {"MJPG", "YUYV"};  // of the camera, best first

@@ -100,7 +100,7 @@ void ClientSession::onVmData(VmTransport* transport, base::Bytes record) {
 void ClientSession::onVmEncodings(VmTransport& transport, base::Bytes body) {
   const auto encodings = protocol::readEncodings(body);
   const bool h264 = std::ranges::find(encodings, kEncodingH264) != encodings.end();
-  if (h264 == transport.showsH264()) return;
+  if (h264 == transport.showsH264() || !m_encodingChanges.allow()) return;
   base::logInfo("{} {} H264", vmText(), h264 ? "can show" : "does not show");
   transport.setShowsH264(h264);
   for (const auto& [id, share] : m_shares) {

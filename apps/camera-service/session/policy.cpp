@@ -151,7 +151,7 @@ class RuleReader {
       return;
     }
     note(
-        "{} H264 needs an H.264 encoder, and none is installed (x264enc, package "
+        "{} H264 needs an H.264 encoder, and none is installed (such as x264enc, package "
         "gstreamer1.0-plugins-ugly); using MJPG",
         key);
   }

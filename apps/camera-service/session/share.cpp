@@ -21,6 +21,10 @@ std::uint16_t side(int value) {
   return static_cast<std::uint16_t>(std::clamp(value, 0, 0xFFFF));
 }
 
+int limited(int side, int wanted) {
+  return wanted == 0 ? side : std::min(side, std::max(wanted, kMinWantedSide));
+}
+
 protocol::Announcement announcement(const Camera& camera, const CapturePlan& plan) {
   CameraAnnounced format;
   format.vendorId = camera.info.vendorId;
@@ -120,14 +124,17 @@ CaptureRequest Share::request() const {
   if (rule.encoding == SentEncoding::Auto) {
     rule.encoding = m_transport->showsH264() ? SentEncoding::H264 : SentEncoding::Mjpg;
   }
-  if (m_wantedSize.width > 0) {
-    rule.maxWidth = std::min(rule.maxWidth, std::max(m_wantedSize.width, kMinWantedSide));
-    rule.maxHeight = std::min(rule.maxHeight, std::max(m_wantedSize.height, kMinWantedSide));
+  // Of several VMs each scales for itself.
+  if (m_stream.consumers() <= 1) {
+    rule.maxWidth = limited(rule.maxWidth, m_wantedSize.width);
+    rule.maxHeight = limited(rule.maxHeight, m_wantedSize.height);
   }
   return request;
 }
 
 void Share::limitSize(FrameSize size) {
+  const bool same = size.width == m_wantedSize.width && size.height == m_wantedSize.height;
+  if (same || !m_sizeChanges.allow()) return;
   m_wantedSize = size;
   if (started()) m_stream.refresh();
 }

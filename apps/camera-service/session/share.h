@@ -3,14 +3,20 @@
 // not consume frames.
 #pragma once
 
+#include <chrono>
 #include <memory>
 
+#include "base/rate_limit.h"
 #include "camera/camera_stream.h"
 #include "camera/rate_control.h"
 #include "capture/pacer.h"
 #include "transports/vm_transport.h"
 
 namespace lumsar::service {
+
+// So many of a VM within a time; further ones are left out.
+inline constexpr int kMaxSizeChanges = 8;
+inline constexpr std::chrono::seconds kSizeChangesTime{10};
 
 class Share : private FrameConsumer {
  public:
@@ -75,6 +81,8 @@ class Share : private FrameConsumer {
   const std::shared_ptr<VmTransport> m_transport;
   PolicyRule m_rule;
   FrameSize m_wantedSize;
+  // A camera that starts again may blink.
+  base::RateLimit m_sizeChanges{kMaxSizeChanges, kSizeChangesTime};
   Pacer m_pacer;
   RateControl m_rateControl;
   State m_state = State::Stopped;

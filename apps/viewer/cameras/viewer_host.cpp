@@ -159,7 +159,7 @@ void ViewerHost::tick() {
   });
 }
 
-// A service whose cameras nobody looks at and nobody shares is not woken up.
+// A service whose cameras are neither shown nor shared is not woken up.
 void ViewerHost::refresh() {
   if (m_model.problem == Problem::Failure) return;
   const host::Session::State state = m_host->state();

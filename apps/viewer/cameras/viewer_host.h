@@ -57,7 +57,7 @@ class ViewerHost {
   void setAllShared(bool shared);
   // Whether what is shared is shared again at the next connection.
   void setRemembered(bool remembered);
-  // Somebody looks: what is shown follows the camera service.
+  // While the window is open, what it shows follows the camera service.
   void setWatched(bool watched);
   void stop();
 

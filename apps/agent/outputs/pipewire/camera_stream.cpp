@@ -95,7 +95,8 @@ void CameraStream::bufferRemoved(const pw_buffer* buffer) {
 }
 
 void CameraStream::send(FramePtr frame) {
-  if (!m_isConsumed || !fits(*frame)) return m_owner.dropped();
+  if (!m_isConsumed) return m_owner.dropped();
+  if (!fits(*frame)) return m_owner.dropped("frames do not have the format that a program uses");
   dropFrame();
   m_frame = std::move(frame);
   pw_stream_trigger_process(m_stream.get());

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "outputs/continuity.h"
+#include "frames/continuity.h"
 #include "outputs/pipewire/formats.h"
 #include "outputs/pipewire/handles.h"
 #include "outputs/placard.h"

@@ -8,7 +8,7 @@ namespace lumsar::agent {
 
 class PipewireOutput : public SinkFactory {
  public:
-  std::optional<bool> showsH264() const override { return Decoder::isInstalled(); }
+  std::optional<bool> showsH264() const override { return Decoder::isUsable(); }
   std::unique_ptr<Sink> open(const protocol::Announcement& camera, int /*handle*/,
                              const std::string& /*label*/, std::function<void()> changed) override {
     return std::make_unique<PipewireSink>(m_loop, m_names, camera, std::move(changed));

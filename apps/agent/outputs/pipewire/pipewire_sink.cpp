@@ -14,13 +14,13 @@ using namespace std::chrono_literals;
 constexpr auto kOfferInterval = 1s;
 // Before the first placard and between two: most cameras start sooner.
 constexpr auto kFirstNotice = 700ms;
-constexpr auto kNoSignalInterval = 3s;
+constexpr std::chrono::microseconds kNoSignalInterval = 3s;  // at least three frames
 constexpr auto kRetryInterval = 5s;             // for a node that PipeWire does not want
 constexpr FrameSize kAssumedSize = {640, 480};  // of a camera that does not tell its own
 
 OfferedFormat formatOf(const CameraAnnounced& camera) {
   OfferedFormat format{
-      {camera.width, camera.height}, camera.encoding, camera.frameInterval, Decoder::isInstalled()};
+      {camera.width, camera.height}, camera.encoding, camera.frameInterval, Decoder::isUsable()};
   if (camera.width == 0 || camera.height == 0) format.size = kAssumedSize;
   return format;
 }
@@ -75,11 +75,7 @@ void PipewireSink::update(pw_core* core) {
   if (!m_stream) return m_frames.clear();
   followFormat();
   if (const std::string problem = m_frames.takeProblem(); !problem.empty()) reportProblem(problem);
-  if (FramePtr frame = m_frames.take()) {
-    m_lastShown = std::chrono::steady_clock::now();
-    m_notice = Notice::NoSignal;
-    m_stream->send(std::move(frame));
-  }
+  if (FramePtr frame = m_frames.take()) m_stream->send(std::move(frame));
   checkSignal();
 }
 
@@ -120,7 +116,7 @@ void PipewireSink::consumed(bool isConsumed) {
     m_lastShown = std::chrono::steady_clock::now();
     m_loop.updateIn(kFirstNotice);
     clearError();
-    m_loggedProblem.clear();
+    m_loggedProblems.clear();
   }
   m_changed();
 }
@@ -132,6 +128,8 @@ void PipewireSink::chosen(const std::optional<ChosenFormat>& format) {
 }
 
 void PipewireSink::sent() {
+  m_lastShown = std::chrono::steady_clock::now();
+  m_notice = Notice::NoSignal;
   ++m_delivered;
   m_needsKey = false;
   clearError();
@@ -154,7 +152,9 @@ void PipewireSink::followFormat() {
 // A program that gets nothing shows nothing, or goes on showing the last frame.
 void PipewireSink::checkSignal() {
   if (!m_hasConsumer || !m_chosen || !hasPlacard(m_chosen->encoding, m_chosen->size)) return;
-  const auto interval = m_notice == Notice::CameraStarts ? kFirstNotice : kNoSignalInterval;
+  const auto noSignal =
+      std::max(kNoSignalInterval, 3 * std::chrono::microseconds(m_format.frameInterval));
+  const auto interval = m_notice == Notice::CameraStarts ? kFirstNotice : noSignal;
   const auto now = std::chrono::steady_clock::now();
   const auto due = m_lastShown + interval;
   if (now < due) return m_loop.updateIn(due - now);
@@ -178,7 +178,7 @@ void PipewireSink::reportProblem(const std::string& problem) {
     const std::lock_guard lock(m_mutex);
     m_error = problem;
   }
-  if (std::exchange(m_loggedProblem, problem) == problem) return;
+  if (!m_loggedProblems.insert(problem).second) return;
   base::logWarning("camera \"{}\": {}", m_identity.description, problem);
 }
 

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <set>
 
 #include "outputs/newest_frame.h"
 #include "outputs/pipewire/camera_stream.h"
@@ -76,7 +77,7 @@ class PipewireSink final : public Sink, private PipewireClient, private CameraSt
   std::chrono::steady_clock::time_point m_lastOffer;
   std::string m_failure;                              // of the stream
   std::chrono::steady_clock::time_point m_retryTime;  // before it there is no other stream
-  std::string m_loggedProblem;                        // of this consumer
+  std::set<std::string> m_loggedProblems;             // of this consumer
   bool m_loggedName = false;
 };
 

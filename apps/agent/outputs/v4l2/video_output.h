@@ -14,7 +14,7 @@ class VideoOutput : public SinkFactory {
   }
 
   std::optional<bool> showsH264() const override {
-    return Decoder::isInstalled() && m_format != DeviceFormat::Camera;
+    return Decoder::isUsable() && m_format != DeviceFormat::Camera;
   }
   std::unique_ptr<Sink> open(const protocol::Announcement& camera, int /*handle*/,
                              const std::string& /*label*/, std::function<void()> changed) override {

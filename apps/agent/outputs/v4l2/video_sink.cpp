@@ -19,7 +19,8 @@ constexpr auto kQueryTime = 100ms;
 constexpr auto kReaderCheckInterval = 10s;
 constexpr auto kSearchInterval = 2s;
 constexpr auto kFormatCheckInterval = 1s;
-constexpr auto kNoSignalInterval = 3s;  // also between one placard and the next
+// Also between one placard and the next; at least three frames.
+constexpr std::chrono::microseconds kNoSignalInterval = 3s;
 
 }  // namespace
 
@@ -66,7 +67,7 @@ void VideoSink::run() {
 void VideoSink::waitForEvent() {
   pollfd fds[] = {{m_wakeUp.get(), POLLIN, 0}, {m_device ? m_device->changes() : -1, POLLIN, 0}};
   auto due = m_device ? m_lastReaderCheck + kReaderCheckInterval : m_lastSearch + kSearchInterval;
-  if (m_device && m_hasConsumer) due = std::min(due, m_lastShown + kNoSignalInterval);
+  if (m_device && m_hasConsumer) due = std::min(due, m_lastShown + noSignalInterval());
   if (poll(fds, 2, base::pollTimeout(due)) <= 0) return;
   m_wakeUp.clear();
   if (fds[1].revents == 0) return;
@@ -114,7 +115,7 @@ bool VideoSink::openDevice() {
   show(Notice::CameraStarts);
   decodeFor(m_hasConsumer);
   m_lastReaderCheck = {};
-  m_problems.clear();
+  m_loggedProblems.clear();
   const std::lock_guard lock(m_mutex);
   m_error.clear();
   return true;
@@ -166,10 +167,14 @@ void VideoSink::show(Notice notice) {
   m_device->write(placard(notice, m_deviceFormat.encoding, size));
 }
 
+std::chrono::microseconds VideoSink::noSignalInterval() const {
+  return std::max(kNoSignalInterval, 3 * std::chrono::microseconds(m_cameraFormat.frameInterval));
+}
+
 // A reader that gets nothing goes on showing the last frame.
 void VideoSink::checkSignal() {
   const auto now = std::chrono::steady_clock::now();
-  if (!m_device || !m_hasConsumer || now - m_lastShown < kNoSignalInterval) return;
+  if (!m_device || !m_hasConsumer || now - m_lastShown < noSignalInterval()) return;
   m_lastShown = now;
   show(Notice::NoSignal);
 }
@@ -232,7 +237,7 @@ void VideoSink::reportProblem(const std::string& problem) {
     const std::lock_guard lock(m_mutex);
     m_error = problem;
   }
-  if (std::exchange(m_problems[m_path], problem) == problem) return;
+  if (!m_loggedProblems.emplace(m_path, problem).second) return;
   base::logWarning("camera \"{}\": {}", m_camera.name, problem);
 }
 

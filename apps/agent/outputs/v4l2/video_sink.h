@@ -9,7 +9,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <map>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -53,12 +52,13 @@ class VideoSink final : public Sink {
   void decodeFor(bool hasReaders);
   void show(Notice notice);
   void checkSignal();
+  std::chrono::microseconds noSignalInterval() const;
   void waitForEvent();
   void reportProblem(const std::string& problem);
 
   VideoPool& m_pool;
   const DeviceFormat m_chosen;
-  const bool m_hasDecoder = Decoder::isInstalled();
+  const bool m_hasDecoder = Decoder::isUsable();
   const protocol::Announcement m_camera;
   const std::function<void()> m_changed;
   base::EventFd m_wakeUp;
@@ -77,7 +77,7 @@ class VideoSink final : public Sink {
   VideoFormat m_cameraFormat;  // by the announcement or the latest frame
   VideoFormat m_deviceFormat;  // what the device has accepted of it
   std::set<std::string> m_unusable;
-  std::map<std::string, std::string> m_problems;  // by path, so that each is logged once
+  std::set<std::pair<std::string, std::string>> m_loggedProblems;  // with the path of the device
   Time m_lastSearch;
   Time m_lastReaderCheck;
   Time m_lastFormatCheck;

@@ -30,7 +30,7 @@ class Sandbox : public testing::Test {
 TEST_F(Sandbox, OpensNoFile) {
   EXPECT_EXIT(
       {
-        enterSandbox();
+        enterSandbox(STDOUT_FILENO);
         open("/dev/null", O_RDONLY);
         std::_Exit(0);
       },
@@ -40,7 +40,7 @@ TEST_F(Sandbox, OpensNoFile) {
 TEST_F(Sandbox, ConnectsToNothing) {
   EXPECT_EXIT(
       {
-        enterSandbox();
+        enterSandbox(STDOUT_FILENO);
         socket(AF_INET, SOCK_STREAM, 0);
         std::_Exit(0);
       },
@@ -50,7 +50,7 @@ TEST_F(Sandbox, ConnectsToNothing) {
 TEST_F(Sandbox, StartsNothing) {
   EXPECT_EXIT(
       {
-        enterSandbox();
+        enterSandbox(STDOUT_FILENO);
         execl("/bin/true", "true", nullptr);
         std::_Exit(0);
       },
@@ -60,9 +60,30 @@ TEST_F(Sandbox, StartsNothing) {
 TEST_F(Sandbox, SignalsNoOther) {
   EXPECT_EXIT(
       {
-        enterSandbox();
+        enterSandbox(STDOUT_FILENO);
         kill(1, 0);
         std::_Exit(0);
+      },
+      testing::KilledBySignal(SIGSYS), "");
+}
+
+TEST_F(Sandbox, SignalsNoOtherByItsThreads) {
+  const pid_t other = getpid();
+  EXPECT_EXIT(
+      {
+        enterSandbox(STDOUT_FILENO);
+        tgkill(other, other, 0);
+        std::_Exit(0);
+      },
+      testing::KilledBySignal(SIGSYS), "");
+}
+
+TEST_F(Sandbox, ReadsAndWritesItsSocketOnly) {
+  EXPECT_EXIT(
+      {
+        enterSandbox(STDOUT_FILENO);
+        if (write(STDERR_FILENO, "x", 1) == 1) std::_Exit(0);
+        std::_Exit(1);
       },
       testing::KilledBySignal(SIGSYS), "");
 }
@@ -70,7 +91,7 @@ TEST_F(Sandbox, SignalsNoOther) {
 TEST_F(Sandbox, MakesNoCode) {
   EXPECT_EXIT(
       {
-        enterSandbox();
+        enterSandbox(STDOUT_FILENO);
         mmap(nullptr, 4096, PROT_READ | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         std::_Exit(0);
       },
@@ -80,7 +101,7 @@ TEST_F(Sandbox, MakesNoCode) {
 TEST_F(Sandbox, HasBoundedMemory) {
   EXPECT_EXIT(
       {
-        enterSandbox();
+        enterSandbox(STDOUT_FILENO);
         const std::unique_ptr<char[]> much(new (std::nothrow) char[std::size_t{2} << 30U]);
         std::_Exit(much ? 0 : 7);
       },
@@ -90,7 +111,7 @@ TEST_F(Sandbox, HasBoundedMemory) {
 TEST_F(Sandbox, CanDoADecodersWork) {
   EXPECT_EXIT(
       {
-        enterSandbox();
+        enterSandbox(STDOUT_FILENO);
         std::vector<char> image(20 << 20);
         image[image.size() / 2] = 1;
         std::_Exit(write(STDOUT_FILENO, "", 0) == 0 ? 5 : 0);

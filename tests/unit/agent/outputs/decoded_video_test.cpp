@@ -14,7 +14,7 @@ constexpr const char* kDevice = "/dev/video0";
 class DecodedVideo : public VideoSinkTest {
  protected:
   void SetUp() override {
-    if (!Decoder::isInstalled()) GTEST_SKIP() << Decoder::path() << " was not built";
+    if (!Decoder::isUsable()) GTEST_SKIP() << Decoder::path() << " was not built";
     if (!H264Stream::isThere()) GTEST_SKIP() << "libavcodec lacks libx264";
     stream.emplace(kSize);
   }
@@ -35,6 +35,8 @@ class DecodedVideo : public VideoSinkTest {
     frame->data = stream->next(level, isKey);
     return frame;
   }
+  // With key frames, for a decoder that has dropped some while it started.
+  FramePtr often(int level) { return h264(level, sequence % 4 == 0); }
   static FramePtr jpeg(double level) {
     return frame(mosaicJpeg(8, 6,
                             [level](int, int) {
@@ -62,9 +64,8 @@ TEST_F(DecodedVideo, AnH264CameraIsDecodedOfItsOwn) {
   EXPECT_EQ(deviceEncoding(), kRawI420);
   EXPECT_EQ(written(kDevice).front(),
             std::vector<unsigned char>(rawBytes(kRawI420, kSize), 128));  // grey
-  sink->deliver(h264(50, true));
-  EXPECT_TRUE(shows(*sink, kRawI420, 50, [&] { return h264(50, false); }));
-  EXPECT_TRUE(shows(*sink, kRawI420, 180, [&] { return h264(180, false); }));
+  EXPECT_TRUE(shows(*sink, kRawI420, 50, [&] { return often(50); }));
+  EXPECT_TRUE(shows(*sink, kRawI420, 180, [&] { return often(180); }));
   EXPECT_FALSE(sink->needsKeyFrame());
   EXPECT_EQ(sink->report().error, "");
 }
@@ -100,14 +101,12 @@ TEST_F(DecodedVideo, HasTheFormatThatIsAskedFor) {
 
 TEST_F(DecodedVideo, AfterAMissingFrameAKeyFrameIsNeeded) {
   const auto sink = consumed(kEncodingH264);
-  sink->deliver(h264(50, true));
-  ASSERT_TRUE(shows(*sink, kRawI420, 50, [&] { return h264(50, false); }));
+  ASSERT_TRUE(shows(*sink, kRawI420, 50, [&] { return often(50); }));
   ++sequence;
   sink->deliver(h264(100, false));
   ASSERT_TRUE(eventually([&] { return sink->needsKeyFrame(); }));
   EXPECT_TRUE(eventually([&] { return sink->report().dropped >= 1; }));
-  sink->deliver(h264(150, true));
-  EXPECT_TRUE(shows(*sink, kRawI420, 150, [&] { return h264(150, false); }));
+  EXPECT_TRUE(shows(*sink, kRawI420, 150, [&] { return often(150); }));
   EXPECT_FALSE(sink->needsKeyFrame());
 }
 

@@ -49,7 +49,7 @@ std::vector<pid_t> children() {
 class DecoderTest : public testing::Test {
  protected:
   void SetUp() override {
-    if (!Decoder::isInstalled()) GTEST_SKIP() << Decoder::path() << " was not built";
+    if (!Decoder::isUsable()) GTEST_SKIP() << Decoder::path() << " was not built";
   }
   // Of the one decoder that runs.
   static pid_t process() {
@@ -121,6 +121,10 @@ TEST_F(DecoderTest, HasNoDescriptorsButItsOwn) {
     if (file.path().filename() > "2") ++count;
   }
   EXPECT_EQ(count, 3U);
+  for (const char* standard : {"0", "1"}) {
+    EXPECT_EQ(std::filesystem::read_symlink(text("/proc/{}/fd/{}", process(), standard)),
+              "/dev/null");
+  }
 }
 
 TEST_F(DecoderTest, ThatIsKilledIsStartedAgain) {
@@ -157,7 +161,7 @@ TEST_F(DecoderTest, ThatHangsIsLeftWhenNobodyWantsTheFrameAnyMore) {
 }
 
 TEST(Decoders, LeaveNoProcess) {
-  if (!Decoder::isInstalled()) GTEST_SKIP() << Decoder::path() << " was not built";
+  if (!Decoder::isUsable()) GTEST_SKIP() << Decoder::path() << " was not built";
   for (int i = 0; i < 20; ++i) {
     Decoder decoder({kRawNv12, kSize, true});
     std::string why;

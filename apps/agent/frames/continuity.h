@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "outputs/frame.h"
+#include "frames/frame.h"
 
 namespace lumsar::agent {
 

@@ -5,8 +5,8 @@
 #include <memory>
 #include <vector>
 
+#include "frames/frame_budget.h"
 #include "lumsar/camera_data.h"
-#include "outputs/frame_budget.h"
 
 namespace lumsar::agent {
 

@@ -1,5 +1,5 @@
 // FrameWorker: bounded, newest wins, nothing that was taken on is lost at the end.
-#include "outputs/frame_worker.h"
+#include "frames/frame_worker.h"
 
 #include <gtest/gtest.h>
 

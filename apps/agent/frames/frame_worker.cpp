@@ -1,4 +1,4 @@
-#include "outputs/frame_worker.h"
+#include "frames/frame_worker.h"
 
 #include <utility>
 
@@ -11,7 +11,11 @@ FrameWorker::FrameWorker(std::size_t capacity, std::function<bool(const Frame&)>
 
 FrameWorker::~FrameWorker() {
   close();
-  m_thread.join();
+  wait();
+}
+
+void FrameWorker::wait() {
+  if (m_thread.joinable()) m_thread.join();
 }
 
 void FrameWorker::push(FramePtr frame) {

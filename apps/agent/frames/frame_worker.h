@@ -9,7 +9,7 @@
 #include <mutex>
 #include <thread>
 
-#include "outputs/frame.h"
+#include "frames/frame.h"
 #include "protocol/frame_queue.h"
 
 namespace lumsar::agent {
@@ -26,6 +26,8 @@ class FrameWorker {
 
   void push(FramePtr frame);
   void close();
+  // For the end of its thread, after close(). Bound to one thread.
+  void wait();
   bool closed() const;
   std::uint64_t delivered() const;
   std::uint64_t dropped() const;
