@@ -11,7 +11,8 @@
 namespace lumsar::test {
 
 HostRecord& HostRecord::instance() {
-  static HostRecord record;
+  // Never destroyed: detached event threads may outlive main.
+  static HostRecord& record = *new HostRecord;
   return record;
 }
 

@@ -26,7 +26,8 @@ std::string clientName(const IpcClientParams& params) {
 }  // namespace
 
 IpcPeer& IpcPeer::instance() {
-  static IpcPeer peer;
+  // Never destroyed: detached event threads may outlive main.
+  static IpcPeer& peer = *new IpcPeer;
   return peer;
 }
 

@@ -67,7 +67,8 @@ Lines withoutSourceLines(Lines lines) {
 }
 
 LogRecord& LogRecord::instance() {
-  static LogRecord record;
+  // Never destroyed: detached event threads may outlive main.
+  static LogRecord& record = *new LogRecord;
   return record;
 }
 

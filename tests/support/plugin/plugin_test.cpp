@@ -35,6 +35,10 @@ void FreshPluginTest::SetUp() {
 }
 
 void FreshPluginTest::TearDown() {
+  expectNothingUntaken();
+}
+
+void FreshPluginTest::expectNothingUntaken() {
   EXPECT_EQ(log.take(), Lines{});
   EXPECT_EQ(ipc.take(), Lines{});
   EXPECT_EQ(host.takeBytes(), std::vector<Bytes>{});
