@@ -1,5 +1,7 @@
 // What does a message cost between the camera service and the host, through libvdi_ipc.so and the
 // service's end of the connection? The floor is a loop of send and recv over such a socket.
+#include <sched.h>
+
 #include <atomic>
 #include <memory>
 #include <span>
@@ -188,6 +190,24 @@ double rawCall(std::size_t size) {
   return each(Clock::now() - begin, kCalls);
 }
 
+// This process and its children on one processor, so that no wake-up of another one is measured.
+class OneProcessor {
+ public:
+  OneProcessor() {
+    sched_getaffinity(0, sizeof m_before, &m_before);
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(static_cast<std::size_t>(sched_getcpu()), &one);
+    sched_setaffinity(0, sizeof one, &one);
+  }
+  ~OneProcessor() { sched_setaffinity(0, sizeof m_before, &m_before); }
+  OneProcessor(const OneProcessor&) = delete;
+  OneProcessor& operator=(const OneProcessor&) = delete;
+
+ private:
+  cpu_set_t m_before = {};
+};
+
 int onSend(int, void*) {
   return 0;
 }
@@ -208,6 +228,18 @@ std::vector<Row> rows() {
   const auto both = [](const char* name, std::size_t size, double limit) {
     return Row{name, "us", [=] { return rawCall(size); }, [=] { return call(size); }, limit};
   };
+  const auto onOne = [](Row row) {
+    const auto alone = [](const Measure& measure) {
+      return [=] {
+        const OneProcessor one;
+        return measure();
+      };
+    };
+    row.name += ", one processor";
+    row.floor = alone(row.floor);
+    row.here = alone(row.here);
+    return row;
+  };
   return {
       down("IPC: service to library, 64 B", kSmall, 1.3),
       down("IPC: service to library, 100 KB", kFrame, 1.1),
@@ -217,6 +249,7 @@ std::vector<Row> rows() {
       up("IPC: library to service, 100 KB", kFrame, nullptr, 1.1),
       both("IPC: synchronous call, 64 B", kSmall, 1.6),
       both("IPC: synchronous call, 100 KB", kFrame, 1.4),
+      onOne(both("IPC: synchronous call, 100 KB", kFrame, 1.4)),
       down("growth: service to library, 4 MB", 4 * kLarge, 1.1),
       down("growth: service to library, 16 MB", 16 * kLarge, 1.1),
   };

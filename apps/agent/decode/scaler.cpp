@@ -50,7 +50,7 @@ Target targetOf(const RawFormat& format, std::span<unsigned char> to) {
 
 void paintBlack(const RawFormat& format, Target& target) {
   std::array<std::ptrdiff_t, 4> strides{};
-  std::ranges::copy(target.strides, strides.begin());
+  std::copy(target.strides.begin(), target.strides.end(), strides.begin());
   av_image_fill_black(target.planes.data(), strides.data(), layoutOf(format.encoding),
                       format.fullRange ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG, format.size.width,
                       format.size.height);

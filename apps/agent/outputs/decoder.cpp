@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "base/deadline.h"
+#include "base/text/bytes.h"
 #include "base/text/format.h"
 #include "outputs/placard.h"
 
@@ -206,7 +207,7 @@ FramePtr Decoder::decode(const Frame& frame, std::string& why) {
 }
 
 bool Decoder::ask(const Frame& frame, DecodeReply& reply, std::string& why) {
-  std::ranges::copy(frame.data, m_encoded.data());
+  base::copyBytes(frame.data, m_encoded.data());
   const DecodeRequest request{frame.format.encoding, frame.format.width, frame.format.height,
                               frame.format.flags, static_cast<std::uint32_t>(frame.data.size())};
   constexpr auto kSize = static_cast<ssize_t>(sizeof reply);

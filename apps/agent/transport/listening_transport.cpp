@@ -35,7 +35,8 @@ ssize_t SocketTransport::checkAccess(std::span<unsigned char> received) {
                      m_name);
     return -1;
   }
-  if (rest.size() < received.size()) std::ranges::copy(rest, received.begin());
+  if (rest.size() < received.size())
+    std::copy(rest.data(), rest.data() + rest.size(), received.data());
   return static_cast<ssize_t>(rest.size());
 }
 

@@ -1,8 +1,8 @@
 #include "ipc/client/pending_calls.h"
 
-#include <algorithm>
 #include <cstring>
 
+#include "base/text/bytes.h"
 #include "lumsar/ipc_transport.h"
 #include "lumsar/vdi_ipc.h"
 
@@ -47,7 +47,7 @@ bool PendingCalls::take(std::uint64_t number, std::span<const unsigned char> rep
   call.size = reply.size();
   call.result = reply.size() <= call.capacity ? 0 : kIpcReplyTooLarge;
   if (call.result == 0) {
-    std::ranges::copy(reply, call.reply);
+    base::copyBytes(reply, call.reply);
     // The number is the transport's business; the caller sees the header as the service meant it.
     std::memset(call.reply + offsetof(RedirMsgHeader, reserved), 0, sizeof number);
   }

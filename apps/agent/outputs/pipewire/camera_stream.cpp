@@ -2,11 +2,11 @@
 
 #include <spa/buffer/meta.h>
 
-#include <algorithm>
 #include <chrono>
 #include <utility>
 
 #include "base/errors.h"
+#include "base/text/bytes.h"
 
 namespace lumsar::agent {
 namespace {
@@ -138,7 +138,7 @@ void CameraStream::process() {
     return dropFrame("a frame is larger than PipeWire's buffers for its size");
   }
   const FramePtr frame = std::exchange(m_frame, nullptr);
-  std::ranges::copy(frame->data, static_cast<unsigned char*>(data.data));
+  base::copyBytes(frame->data, static_cast<unsigned char*>(data.data));
   *data.chunk = {};
   data.chunk->size = static_cast<std::uint32_t>(frame->data.size());
   data.chunk->stride = static_cast<std::int32_t>(strideOf(*m_chosen));
