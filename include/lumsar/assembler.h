@@ -39,7 +39,7 @@ class MessageAssembler {
   Span<unsigned char> prepare(std::size_t size) {
     dropDelivered();
     if (m_end + size <= kKeptCapacity) shrink();
-    if (m_buffer.size() < m_end + size) m_buffer.resize(m_end + size);
+    grow(m_end + size);
     return {m_buffer.data() + m_end, size};
   }
   void commit(std::size_t size) { m_end += size; }
@@ -126,6 +126,15 @@ class MessageAssembler {
               m_buffer.begin() + static_cast<std::ptrdiff_t>(m_end), m_buffer.begin());
     m_end -= m_begin;
     m_begin = 0;
+  }
+
+  // Doubled, as a vector does, but not beyond what is kept as long as that is enough.
+  void grow(std::size_t size) {
+    const std::size_t capacity = m_buffer.capacity();
+    if (size > capacity && size <= kKeptCapacity) {
+      m_buffer.reserve(std::min(std::max(size, 2 * capacity), kKeptCapacity));
+    }
+    if (m_buffer.size() < size) m_buffer.resize(size);
   }
 
   void shrink() {

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <utility>
+
 #include "support/plugin/wire.h"
 
 namespace lumsar::test {
@@ -182,6 +184,24 @@ TEST(Assembler, GivesBackTheMemoryOfALargeMessage) {
   assembler.append(large);
   assembler.clear();
   EXPECT_LE(assembler.capacity(), kKeptCapacity);
+}
+
+TEST(Assembler, KeepsTheMemoryOfAMessageThatIsNotLarge) {
+  MessageAssembler assembler;
+  const Bytes bytes = message(6, pattern(4'000'000));
+  const auto receive = [&] {
+    std::size_t step = 64U << 10U;
+    for (std::size_t at = 0; at < bytes.size(); at += std::exchange(step, 1U << 20U)) {
+      assembler.append({bytes.data() + at, std::min(step, bytes.size() - at)});
+    }
+    EXPECT_EQ(assembler.next().size(), bytes.size());
+    assembler.trim();
+  };
+  receive();
+  const std::size_t kept = assembler.capacity();
+  EXPECT_GE(kept, bytes.size());
+  receive();
+  EXPECT_EQ(assembler.capacity(), kept);
 }
 
 TEST(Assembler, ClearForgetsEverything) {
