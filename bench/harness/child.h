@@ -21,6 +21,7 @@ class Child {
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
 
+  pid_t id() const { return m_id; }
   Nanoseconds used() const { return processorTime(m_id); }
   // Until its work is done.
   void wait();
