@@ -19,9 +19,11 @@ bool sameFile(const struct stat& one, const struct stat& other) {
   return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
-// Following a link in /proc can hang on a dead network disk, so only likely ones are followed.
-bool isLikely(const std::string& target, const std::string& path) {
-  return target == path || (target.starts_with("/dev/") && path.starts_with("/dev/"));
+// Following a link in /proc can hang on a dead network disk, so only likely ones are followed. In a
+// container or a chroot a device has its name, but below another directory.
+bool isLikely(const fs::path& target, const fs::path& path) {
+  return target.filename() == path.filename() ||
+         (target.native().starts_with("/dev/") && path.native().starts_with("/dev/"));
 }
 
 bool hasOpen(const fs::path& process, const std::string& path, const struct stat& device,
@@ -34,7 +36,7 @@ bool hasOpen(const fs::path& process, const std::string& path, const struct stat
   }
   for (; !error && files != fs::directory_iterator(); files.increment(error)) {
     std::error_code unreadable;
-    const std::string target = fs::read_symlink(files->path(), unreadable);
+    const fs::path target = fs::read_symlink(files->path(), unreadable);
     struct stat found = {};
     if (unreadable || !isLikely(target, path)) continue;
     if (stat(files->path().c_str(), &found) == 0 && sameFile(device, found)) return true;

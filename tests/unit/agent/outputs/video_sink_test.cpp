@@ -168,6 +168,18 @@ TEST(CountOpeners, SeesOtherProgramsButNotThisOne) {
   EXPECT_EQ(countOpeners(folder / "missing", blind), 0);
 }
 
+// A container or a chroot has its own /dev, below one of ours.
+TEST(CountOpeners, SeesProgramsThatCallTheDirectoryOtherwise) {
+  const TemporaryDirectory folder;
+  writeFile(folder / "video9", "x");
+  std::filesystem::create_directory(folder / "container");
+  const std::string inside = folder / "container/video9";
+  std::filesystem::create_hard_link(folder / "video9", inside);
+  const Process other({"/bin/sh", "-c", "exec 7<" + inside + "; exec sleep 30"});
+  bool blind = false;
+  EXPECT_TRUE(eventually([&] { return countOpeners(folder / "video9", blind) == 1; }));
+}
+
 TEST(KernelVideo, RefusesWhatIsNoLoopbackDevice) {
   std::string why;
   EXPECT_EQ(kernelVideoSystem()->open("/dev/null", why), nullptr);
