@@ -46,6 +46,8 @@ xz-utils                         cmd:xz
 openssl                          cmd:openssl
 abigail-tools                    cmd:abidiff
 chromium                         cmd:chromium
+v4l-utils                        cmd:v4l2-ctl
+ffmpeg                           cmd:ffmpeg
 desktop-file-utils               cmd:desktop-file-validate
 help2man                         cmd:help2man
 man-db                           cmd:man
@@ -90,6 +92,7 @@ libclang-rt-14-dev               file:/usr/lib/llvm-*/lib/clang/*/lib/linux/libc
 '
 # For the longer tests: programs that are not ours as the peer.
 long_packages='
+firefox-esr                      cmd:firefox-esr
 valgrind                         cmd:valgrind
 xrdp                             file:/usr/sbin/xrdp
 tigervnc-standalone-server       cmd:Xvnc

@@ -1,8 +1,10 @@
 // guest_reader: a program as any that uses a camera. Runs in the guest of the tests and of the
 // demonstration.
 //   guest_reader DEVICE COUNT [FILE]
+//   guest_reader FILE
 // Prints what the device is, then a line for each of COUNT frames: its number, size in bytes and
 // hash. FILE receives the last frame. Exit code 1: no capture device, or no frame in time.
+// With a file alone, which another program has saved: the same of each JPEG in it.
 #include <fcntl.h>
 #include <linux/videodev2.h>
 #include <poll.h>
@@ -10,12 +12,15 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <span>
+#include <string_view>
 #include <vector>
 
 #include "support/messages.h"
@@ -106,10 +111,30 @@ class Reader {
   std::vector<const unsigned char*> m_memory;
 };
 
+void print(int number, Picture picture) {
+  std::printf("picture %d %zu %016llx\n", number, picture.size(), lumsar::test::hash(picture));
+}
+
+int printFile(const char* name) {
+  std::ifstream file(name, std::ios::binary);
+  const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
+  const std::string_view rest(bytes.data(), bytes.size());
+  // Two bytes that no JPEG has but at its end.
+  constexpr std::string_view kEnd = "\xFF\xD9";
+  int number = 0;
+  for (std::size_t begin = 0, end = 0; begin < rest.size(); begin = end) {
+    end = std::min(rest.find(kEnd, begin), rest.size() - kEnd.size()) + kEnd.size();
+    const std::string_view jpeg = rest.substr(begin, end - begin);
+    print(++number, {reinterpret_cast<const unsigned char*>(jpeg.data()), jpeg.size()});
+  }
+  return number > 0 ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
+  if (argc == 2) return printFile(argv[1]);
   if (argc < 3) return 2;
   Reader reader(argv[1]);
   reader.describe();
@@ -118,7 +143,7 @@ int main(int argc, char** argv) {
   reader.begin();
   for (int i = 1; i <= count; ++i) {
     reader.next([&](Picture picture) {
-      std::printf("picture %d %zu %016llx\n", i, picture.size(), lumsar::test::hash(picture));
+      print(i, picture);
       if (i < count || argc < 4) return;
       std::ofstream(argv[3], std::ios::binary)
           .write(reinterpret_cast<const char*>(picture.data()),

@@ -22,9 +22,12 @@ std::string environment(const char* name) {
 }  // namespace
 
 GuestSetup GuestSetup::desktop() {
+  const bool programs = !environment("LUMSAR_GUEST_PROGRAMS").empty();
   return {.kernel = environment("LUMSAR_GUEST_KERNEL"),
           .initramfs = environment("LUMSAR_GUEST_INITRAMFS"),
-          .display = !environment("LUMSAR_GUEST_DISPLAY").empty()};
+          .megabytes = programs ? 1536 : 256,
+          .display = !environment("LUMSAR_GUEST_DISPLAY").empty(),
+          .programs = programs};
 }
 
 GuestSetup GuestSetup::user() {
@@ -89,6 +92,11 @@ std::vector<std::string> Guest::command() const {
   add("-chardev", "socket,id=shell,server=on,wait=off,path=" + m_shellSocket.string());
   add("-device", "virtserialport,chardev=shell,name=org.lumsar.test.0");
   if (m_setup.display) add("-device", "VGA");
+  if (m_setup.programs) {
+    add("-fsdev", "local,id=programs,path=/,security_model=none,readonly=on,multidevs=remap");
+    add("-device", "virtio-9p-pci,fsdev=programs,mount_tag=programs");
+    add("-smp", "2");
+  }
   if (m_setup.network) {
     add("-netdev", "user,id=net");
     add("-device", "virtio-net-pci,netdev=net,romfile=");

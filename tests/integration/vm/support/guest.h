@@ -23,6 +23,7 @@ struct GuestSetup {
   Path certificates = {};
   std::string ticket = {};  // none if empty
   bool display = false;     // a picture for viewers
+  bool programs = false;    // this machine's, to be run with chroot /programs
   bool network = false;     // reaches this machine's loopback interface as 10.0.2.2
 
   // The guest whose parts run-vm-test has exported.
