@@ -119,12 +119,14 @@ int printFile(const char* name) {
   std::ifstream file(name, std::ios::binary);
   const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
   const std::string_view rest(bytes.data(), bytes.size());
-  // Two bytes that no JPEG has but at its end.
+  // Two bytes that no JPEG has but at its begin or its end.
+  constexpr std::string_view kBegin = "\xFF\xD8";
   constexpr std::string_view kEnd = "\xFF\xD9";
   int number = 0;
   for (std::size_t begin = 0, end = 0; begin < rest.size(); begin = end) {
     end = std::min(rest.find(kEnd, begin), rest.size() - kEnd.size()) + kEnd.size();
     const std::string_view jpeg = rest.substr(begin, end - begin);
+    if (!jpeg.starts_with(kBegin)) continue;
     print(++number, {reinterpret_cast<const unsigned char*>(jpeg.data()), jpeg.size()});
   }
   return number > 0 ? 0 : 1;
