@@ -93,6 +93,7 @@ libclang-rt-14-dev               file:/usr/lib/llvm-*/lib/clang/*/lib/linux/libc
 # For the longer tests: programs that are not ours as the peer.
 long_packages='
 firefox-esr                      cmd:firefox-esr
+xserver-xorg-core                cmd:Xorg
 valgrind                         cmd:valgrind
 xrdp                             file:/usr/sbin/xrdp
 tigervnc-standalone-server       cmd:Xvnc
