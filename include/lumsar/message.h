@@ -64,7 +64,9 @@ enum IpcMsgType : std::uint32_t {
 enum Capability : std::uint32_t {
   CAP_BASE_1 = 0x01,
   CAP_BASE_2 = 0x02,
-  CAP_SHARE_ALL = 0x10,  // sharing all cameras with a VM session at once; RDP only
+  // Sharing all cameras with a VM session at once. The plug-in announces it over RDP only, and obeys
+  // it in any VM's answer: a SPICE host clears it there.
+  CAP_SHARE_ALL = 0x10,
 };
 
 inline constexpr std::uint8_t kProtocolMajor = 1;

@@ -98,7 +98,7 @@ void addOtherOptions(base::CommandLine& line, Options& options) {
   line.option("--status-file PATH", options.statusFile,
               "keep the same summary in a file, replaced every second");
   line.option("--share-all", options.endpoint.shareAll,
-              "ask the host to share all cameras at once");
+              "ask the host to share all cameras at once (RDP)");
   line.option("--session N", options.endpoint.session,
               "this VM's session number, reported to the host (default 1)");
   line.option(

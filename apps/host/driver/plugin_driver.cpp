@@ -35,6 +35,7 @@ class SpiceDriver final : public PluginDriver {
   void deInit() override { m_plugin.DeInit(); }
   void channelEvent(ChannelEvent event) override { m_plugin.Event(event); }
   bool vmOpensChannel() const override { return false; }
+  bool vmMayShareAll() const override { return false; }
   void repeatHandshake() override { m_plugin.Event(CHANNEL_EVENT_OPENED); }
   bool tellsOfLostService() const override { return true; }
 
@@ -90,6 +91,7 @@ class RdpDriver final : public PluginDriver {
   void deInit() override { m_plugin.RdpDeInit(); }
   void channelEvent(ChannelEvent event) override { m_plugin.RdpEvent(event); }
   bool vmOpensChannel() const override { return true; }
+  bool vmMayShareAll() const override { return true; }
   void repeatHandshake() override {
     // The VM reported its end open before the plug-in was initialised again; repeat that report.
     protocol::Message opened(MSG_CHANNEL_OPENED);

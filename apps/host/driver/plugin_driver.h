@@ -34,6 +34,8 @@ class PluginDriver {
   virtual void channelEvent(ChannelEvent event) = 0;
   // Whether it is the VM that reports the channel open and then receives the HELLO.
   virtual bool vmOpensChannel() const = 0;
+  // Whether a VM's answer may share all cameras without its user.
+  virtual bool vmMayShareAll() const = 0;
   // For a VM whose channel has stayed open while the plug-in was initialised again.
   virtual void repeatHandshake() = 0;
   // Whether the plug-in tells this kind of host of a lost camera service.

@@ -1,6 +1,7 @@
 #include "session/session.h"
 
 #include <asio/post.hpp>
+#include <cstring>
 #include <utility>
 
 #include "base/text/format.h"
@@ -214,6 +215,13 @@ void Session::handleHello(std::span<unsigned char> message) {
   if (!answer) {
     return warnOnce(Warning::ShortHello, "the VM sent a HELLO without its payload; dropped");
   }
+  RedirMsgHeader header = answer->header;
+  if ((header.capabilities & CAP_SHARE_ALL) != 0 && !m_driver->vmMayShareAll()) {
+    // The plug-in obeys it whoever the host is.
+    header.capabilities &= ~std::uint32_t{CAP_SHARE_ALL};
+    std::memcpy(message.data(), &header, kHeaderSize);
+    warnOnce(Warning::SharesAll, "the VM asks for all cameras; only the user shares them");
+  }
   const SendQueue::Counters sent = m_queue.counters();
   if (answer->payload.token != sent.helloToken) {
     pass(message);
@@ -224,7 +232,7 @@ void Session::handleHello(std::span<unsigned char> message) {
   // A VM that repeats itself must not make us do so.
   if (std::exchange(m_answeredHello, sent.hellos) == sent.hellos) return;
   pass(message);
-  if (m_state.initialised) handshakeCompleted(answer->header);
+  if (m_state.initialised) handshakeCompleted(header);
 }
 
 void Session::pass(std::span<unsigned char> message) {

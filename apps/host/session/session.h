@@ -36,7 +36,7 @@ class Session final : public ChannelListener {
   };
   struct Actions {
     // After each completed handshake: time to share cameras. `sharesAll` when the VM has asked for
-    // all of them, which the plug-in has then done.
+    // all of them and may, which the plug-in has then done.
     std::function<void(bool sharesAll)> onHandshake;
     // There will be no channel to the VM.
     std::function<void()> onRefused;
@@ -60,7 +60,7 @@ class Session final : public ChannelListener {
   void recover(const std::string& why);
 
  private:
-  enum class Warning { StrayBytes, ShortHello, OlderHello, RdpAgent, Restarts };
+  enum class Warning { StrayBytes, ShortHello, OlderHello, RdpAgent, Restarts, SharesAll };
   struct EventGate;  // lets events in as long as the session lives
 
   void channelOpened() override;

@@ -46,7 +46,9 @@ EXPORTED int RdpInit(const char*, lumsar::RdpSendFunc) {
   return lumsar::STATUS_OK;
 }
 EXPORTED void RdpEvent(int) {}
-EXPORTED void Handler(unsigned char*, int) {}
+EXPORTED void Handler(unsigned char* data, int length) {
+  fake.handled.emplace_back(reinterpret_cast<const char*>(data), static_cast<std::size_t>(length));
+}
 EXPORTED int ShareAll(int session) {
   fake.commands.push_back("all " + std::to_string(session));
   return lumsar::STATUS_OK;

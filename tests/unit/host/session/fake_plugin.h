@@ -10,5 +10,6 @@ struct FakePlugin {
   int listGrowth = 0;                 // how often the answer still grows when it is asked for
   int status = 0;                     // of all commands
   int listStatus = 0;                 // of "list"
+  std::vector<std::string> handled;   // messages of the VM
   bool throws = false;                // whatever it is asked
 };
