@@ -136,7 +136,12 @@ QJsonObject cameraList(const ClientSession& session, const SessionContext& conte
     if (!session.refusal(camera->info).empty()) continue;
     // One that is unplugged is listed only to the host whose share waits for it.
     if (!camera->present && !session.waiting().contains(camera->info.id)) continue;
-    cameras.append(describeCamera(*camera, context, sessions));
+    QJsonObject object = describeCamera(*camera, context, sessions);
+    // Of several VMs of one name each has its own.
+    const Share* own = session.shareOf(camera->info.id);
+    object["sharedHere"] = own != nullptr || session.waiting().contains(camera->info.id);
+    object["inUseHere"] = own != nullptr && own->consumes();
+    cameras.append(object);
   }
   QJsonArray refusals;
   for (const DeviceChange& change : session.refusals()) refusals.append(toJson(change));

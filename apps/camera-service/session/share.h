@@ -46,6 +46,8 @@ class Share : private FrameConsumer {
   void onStatistics(const CameraStatistics& statistics);
 
   bool started() const { return m_state != State::Stopped; }
+  // Started, and its transport is not stalled.
+  bool consumes() const { return m_state == State::Consuming; }
   const Camera& camera() const { return m_stream.camera(); }
   const std::shared_ptr<VmTransport>& transport() const { return m_transport; }
   const Counters& counters() const { return m_delivery->counters; }

@@ -51,7 +51,8 @@ std::string findPlugin(const fs::path& directory) {
   return firstIn(placesAround(directory), kPluginName).value_or(kPluginName);
 }
 
-std::string findIpcLibrary(const fs::path& plugin, const fs::path& directory) {
+std::string findIpcLibrary(const fs::path& plugin, const fs::path& directory,
+                           const std::string& option) {
   std::vector<fs::path> places = placesAround(directory);
   // A plug-in without a directory is one that the loader looks for.
   if (plugin.has_parent_path()) {
@@ -63,10 +64,10 @@ std::string findIpcLibrary(const fs::path& plugin, const fs::path& directory) {
   for (const fs::path& place : places) {
     text += base::text("\n  {}", place.lexically_normal().string());
   }
-  throw base::Failure(text + "\nname it with --ipc-library PATH");
+  throw base::Failure(text + "\nname it with " + option);
 }
 
-void checkIpcLibrary(const std::string& path) {
+void checkIpcLibrary(const std::string& path, const std::string& option) {
   void* library = dlopen(path.c_str(), RTLD_LAZY | RTLD_LOCAL);
   std::string error = library == nullptr ? dlerror() : "";
   for (const char* symbol : kIpcFunctions) {
@@ -74,8 +75,8 @@ void checkIpcLibrary(const std::string& path) {
   }
   if (library != nullptr) dlclose(library);
   if (error.empty()) return;
-  throw base::Failure(base::text(
-      "cannot load the IPC library: {}; name another one with --ipc-library PATH", error));
+  throw base::Failure(
+      base::text("cannot load the IPC library: {}; name another one with {}", error, option));
 }
 
 }  // namespace lumsar::host

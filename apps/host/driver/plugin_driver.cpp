@@ -116,10 +116,10 @@ class RdpDriver final : public PluginDriver {
 std::unique_ptr<PluginDriver> makeDriver(const Plugin& plugin, const DriverSetup& setup,
                                          SendQueue& queue, PluginDriver::EventSink events) {
   if (!fs::exists(setup.ipcLibrary)) {
-    throw base::Failure(base::text(
-        "cannot find the IPC library {}; name it with --ipc-library PATH", setup.ipcLibrary));
+    throw base::Failure(base::text("cannot find the IPC library {}; name it with {}",
+                                   setup.ipcLibrary, setup.ipcLibraryOption));
   }
-  checkIpcLibrary(setup.ipcLibrary);
+  checkIpcLibrary(setup.ipcLibrary, setup.ipcLibraryOption);
   if (setup.protocol == Protocol::Rdp) return std::make_unique<RdpDriver>(plugin, setup, queue);
   return std::make_unique<SpiceDriver>(plugin, setup, queue, std::move(events));
 }

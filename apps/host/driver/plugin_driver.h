@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "driver/find_libraries.h"
 #include "lumsar/plugin.h"
 #include "protocol/names.h"
 #include "transport/send_queue.h"
@@ -20,6 +21,7 @@ struct DriverSetup {
   std::string ipcChannel = protocol::kDefaultIpcChannel;  // SPICE only
   std::string configFile;                                 // further configuration, JSON; SPICE only
   std::string ipcLibrary;                                 // path of libvdi_ipc.so
+  std::string ipcLibraryOption = kIpcLibraryOption;       // how a person names it
 };
 
 class PluginDriver {

@@ -19,6 +19,7 @@ CameraHost::CameraHost(asio::io_context& loop, Report& report, Settings settings
                 {.onHandshake = [this](bool sharesAll) { handshake(sharesAll); },
                  .onRefused = m_settings.onRefused,
                  .onService = [this] { m_serviceWatch.askSoon(); },
+                 .onDeviceChange = m_settings.onDeviceChange,
                  .showsJson = m_settings.json}),
       m_serviceWatch(
           m_pluginLoop.get_executor(), [this] { return m_session.state().initialised; },
@@ -129,6 +130,7 @@ void CameraHost::handshake(bool sharesAll) {
   post([this, sharesAll] {
     m_shareAgainWaits = false;
     m_commands.shareAgain(sharesAll);
+    m_settings.onSharedAgain();
   });
 }
 

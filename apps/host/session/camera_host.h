@@ -34,6 +34,10 @@ class CameraHost {
     std::function<bool()> onHandshake;
     // On the plug-in's thread: there will be no channel to the VM, or the host has failed.
     std::function<void()> onRefused;
+    // On the plug-in's thread: after a handshake, once what was shared has been shared again.
+    std::function<void()> onSharedAgain = [] {};
+    // On the plug-in's thread: the camera service has told of a change.
+    std::function<void()> onDeviceChange = [] {};
   };
   // Loads the plug-in.
   CameraHost(asio::io_context& loop, Report& report, Settings settings);

@@ -20,13 +20,6 @@ bool isPresent(const QJsonObject& camera) {
   return camera[QLatin1String("present")].toBool(true);
 }
 
-std::vector<std::string> sharedWith(const QJsonObject& camera) {
-  std::vector<std::string> ids;
-  const QJsonArray values = camera[QLatin1String("sharedWith")].toArray();
-  for (const auto& id : values) ids.push_back(id.toString().toStdString());
-  return ids;
-}
-
 base::TableRow describeCamera(std::size_t number, const QJsonObject& camera) {
   std::string state;
   const auto add = [&state](const char* word) {
@@ -62,7 +55,8 @@ CameraList readList(const std::string& text) {
     const QJsonObject camera = value.toObject();
     rows.push_back(describeCamera(list.cameras.size(), camera));
     list.cameras.push_back({textAt(camera, "id"), textAt(camera, "name"), isPresent(camera),
-                            sharedWith(camera), camera[QLatin1String("inUse")].toBool()});
+                            camera[QLatin1String("sharedHere")].toBool(),
+                            camera[QLatin1String("inUseHere")].toBool()});
   }
   list.description = cameras.isEmpty() ? "  no cameras\n" : base::table(rows);
   const QJsonArray refusals = document[QStringLiteral("refusals")].toArray();

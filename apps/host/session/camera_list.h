@@ -13,8 +13,8 @@ struct ListedCamera {
   std::string id;
   std::string name;
   bool present = true;
-  std::vector<std::string> sharedWith = {};  // ids of VMs
-  bool inUse = false;
+  bool sharedHere = false;  // with this host's VM, or waits for that
+  bool inUseHere = false;   // by this host's VM
 };
 
 // A command that was not carried out or a connection that ended; not what a camera is like now.

@@ -140,7 +140,8 @@ Commands::Result Commands::shareTcp(const Words& words) {
 // Remembered is only what the service lists or waits for: it refuses anything else, which must not
 // be shared at some later time without being asked for.
 Commands::Result Commands::shareCamera(const std::string& word, QJsonObject command) {
-  list();
+  // A service that hangs would not answer the next question either.
+  if (list().status == STATUS_LIST_CALL_FAILED) return {{}, STATUS_LIST_CALL_FAILED, {}};
   std::optional<ListedCamera> camera = findCamera(word);
   if (!camera && isNumber(word)) return {{}, kUsage, noSuchNumber(word)};
   if (const std::string hint = mistyped(word); !camera && !hint.empty()) return {{}, kUsage, hint};
@@ -185,7 +186,7 @@ Commands::Result Commands::shareAllSession(const Words& words) {
 
 Commands::Result Commands::unshare(const Words& words) {
   if (words.size() != 2) return {{}, kUsage, "usage: unshare ID"};
-  list();
+  const int listed = list().status;
   const std::optional<ListedCamera> camera = findCamera(words[1]);
   if (!camera && isNumber(words[1])) return {{}, kUsage, noSuchNumber(words[1])};
   const std::string id = camera ? camera->id : words[1];
@@ -194,6 +195,7 @@ Commands::Result Commands::unshare(const Words& words) {
   if (camera) m_shared.erase(camera->name);  // as it may have been waited for
   m_unshared.insert(id);
   const int status = control(deviceCommand("unshare", id));
+  if (status == STATUS_OK && listed == STATUS_LIST_CALL_FAILED) return {{}, listed, {}};
   return status == STATUS_OK ? verdict(id) : Result{{}, status, {}};
 }
 

@@ -134,7 +134,10 @@ void Session::recover(const std::string& why) {
 
 void Session::channelOpened() {
   m_report.note("channel to the VM is open");
-  update([](State& state) { state.channelOpen = true; });
+  update([](State& state) {
+    state.channelOpen = true;
+    state.answered = state.strayed = false;
+  });
   m_deframer.reset();
   m_warned.clear();
   m_unavailable.clear();
@@ -177,7 +180,10 @@ void Session::channelReceived(std::span<const unsigned char> bytes) {
 void Session::reportDropped() {
   const std::size_t dropped = m_deframer.takeDropped();
   if (dropped == 0) return;
-  update([&](State& state) { state.strayBytes += dropped; });
+  update([&](State& state) {
+    state.strayBytes += dropped;
+    state.strayed = true;
+  });
   warnOnce(Warning::StrayBytes, "the VM sent ",
            base::text("{} bytes that are not a message; dropped", dropped));
 }
@@ -247,7 +253,10 @@ void Session::pass(std::span<unsigned char> message) {
 
 void Session::handshakeCompleted(const RedirMsgHeader& header) {
   m_report.note("VM answered, version ", base::text("{}.{}", header.vmMajor, header.vmMinor));
-  update([](State& state) { ++state.handshakes; });
+  update([](State& state) {
+    ++state.handshakes;
+    state.answered = true;
+  });
   m_actions.onHandshake((header.capabilities & CAP_SHARE_ALL) != 0);
 }
 
@@ -268,6 +277,7 @@ void Session::pluginEvent(RedirEvent event, const std::string& data) {
       return m_report.note("ready to share cameras");
     case REDIR_EVENT_DEVICE_CHANGE:
       update([](State& state) { ++state.deviceChanges; });
+      m_actions.onDeviceChange();
       return reportChange(data);
     case REDIR_EVENT_IPC_CLOSED:
       return recover("its connection closed");

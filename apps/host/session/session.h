@@ -33,6 +33,9 @@ class Session final : public ChannelListener {
     std::uint64_t deviceChanges = 0;
     std::uint64_t bytesFromVm = 0;
     std::uint64_t strayBytes = 0;  // dropped because they were not a message
+    // Since the channel was opened last:
+    bool answered = false;  // the VM has completed a handshake
+    bool strayed = false;   // it has sent what is not a message
   };
   struct Actions {
     // After each completed handshake: time to share cameras. `sharesAll` when the VM has asked for
@@ -42,6 +45,8 @@ class Session final : public ChannelListener {
     std::function<void()> onRefused;
     // Something was to be done with the camera service.
     std::function<void()> onService = [] {};
+    // The camera service has told of a change.
+    std::function<void()> onDeviceChange = [] {};
     // Device changes are shown as they come, for a program that reads them.
     bool showsJson = false;
   };

@@ -8,6 +8,7 @@
 #include <exception>
 #include <filesystem>
 #include <mutex>
+#include <sstream>
 #include <utility>
 
 #include "app/credentials.h"
@@ -47,14 +48,19 @@ HostSetup setupFor(const VmIdentity& vm) {
   return setup;
 }
 
-void log(const std::string& line) {
-  std::fprintf(stderr, "lumsar: %s\n", line.c_str());
+void log(const std::string& text) {
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    std::fprintf(stderr, "lumsar: %s\n", line.c_str());
+  }
 }
 
-// Only now: what is loaded last goes first when the process ends.
-void shutDownAtExit() {
-  static std::once_flag once;
-  std::call_once(once, [] { std::atexit([] { ViewerCameras::instance().shutDown(); }); });
+Problem problemOf(PortEnd end) {
+  return end == PortEnd::TooMuch ? Problem::TooMuch : Problem::ConnectionEnded;
+}
+
+void endAtExit() {
+  std::atexit([] { ViewerCameras::instance().end(); });
 }
 
 }  // namespace
@@ -102,7 +108,7 @@ void ViewerCameras::portAppeared(SpicePortChannel* port, bool isOpen) {
   if (m_isDown || std::ranges::any_of(m_vms, isKnown)) return;
   Vm& vm = m_vms.emplace_back(Vm{identify(SPICE_CHANNEL(port)), port});
   vm.transport = PortTransport::watch(port, isOpen,
-                                      [this, &vm](const std::string& why) { portEnded(vm, why); });
+                                      [this, &vm](PortEnd why) { portEnded(vm, why); });
   if (m_vms.size() == 1) {
     begin(vm);
   } else {
@@ -112,7 +118,11 @@ void ViewerCameras::portAppeared(SpicePortChannel* port, bool isOpen) {
   update();
 }
 
+// What is loaded last goes first when the process ends: once before the plug-in is loaded, in case
+// the process ends meanwhile, and once after that.
 void ViewerCameras::begin(Vm& vm) {
+  static std::once_flag once;
+  std::call_once(once, endAtExit);
   vm.host = std::make_unique<ViewerHost>(vm.transport, setupFor(vm.identity), hostActions(vm));
   vm.host->setWatched(gtk_widget_get_visible(m_window.widget()) == TRUE);
 }
@@ -120,7 +130,8 @@ void ViewerCameras::begin(Vm& vm) {
 ViewerHost::Actions ViewerCameras::hostActions(Vm& vm) {
   return {.connect =
               [transport = vm.transport](host::SendQueue& queue, host::Inbox& inbox) {
-                shutDownAtExit();
+                static std::once_flag once;
+                std::call_once(once, endAtExit);
                 transport->serve(queue, inbox);
               },
           .show =
@@ -131,9 +142,10 @@ ViewerHost::Actions ViewerCameras::hostActions(Vm& vm) {
           .ended = [this, &vm] { host::onGlib([this, &vm] { hostEnded(vm); }); }};
 }
 
-void ViewerCameras::portEnded(Vm& vm, const std::string& why) {
-  log(base::text("no more cameras for {}: {}", vm.identity.name, why));
-  m_lastWords = why;
+void ViewerCameras::portEnded(Vm& vm, PortEnd why) {
+  log(base::text("no more cameras for {}: {}", vm.identity.name, textOf(why)));
+  m_lastEnd = problemOf(why);
+  show(vm, {.problem = m_lastEnd});
   vm.portEnded = true;
   if (!vm.host || vm.hostEnded) return remove(vm);
   vm.transport->detach();
@@ -153,20 +165,22 @@ void ViewerCameras::remove(Vm& vm) {
 }
 
 void ViewerCameras::show(Vm& vm, const CameraModel& model) {
-  if (m_isDown) return;
-  notifyOfUse(vm.identity.name, vm.model, model);
-  vm.model = model;
+  if (m_isDown || vm.portEnded) return;
+  const CameraModel before = std::exchange(vm.model, model);
+  const bool isTold = notifyOfUse(vm.identity.name, before, model);
   update();
+  // A person always knows when they are seen.
+  if (!isTold && !m_windows.isIndicatorSeen()) m_window.appear();
 }
 
 void ViewerCameras::update() {
   if (m_vms.empty()) {
-    m_window.update({}, {.problem = Problem::Failure, .details = m_lastWords}, {});
-    return m_windows.setIndicator(!m_lastWords.empty(), false);
+    m_window.update({}, {.problem = m_lastEnd}, {});
+    return m_windows.setIndicator({.isVisible = m_lastEnd != Problem::None});
   }
   const Vm& vm = m_vms.front();
   m_window.update(vm.identity.name, vm.model, noteOnOthers());
-  m_windows.setIndicator(true, vm.model.inUse());
+  m_windows.setIndicator({true, vm.model.inUse(), vm.identity.name});
 }
 
 std::string ViewerCameras::noteOnOthers() const {
@@ -181,9 +195,15 @@ std::string ViewerCameras::noteOnOthers() const {
 }
 
 void ViewerCameras::shutDown() {
+  if (m_isDown) return;
+  for (Vm& vm : m_vms) show(vm, {});
+  m_windows.setIndicator({});
+  end();
+}
+
+void ViewerCameras::end() {
   if (std::exchange(m_isDown, true)) return;
   for (Vm& vm : m_vms) vm.transport->detach();
-  m_windows.setIndicator(false, false);
   withHost([](ViewerHost& host) { host.stop(); });
   for (Vm& vm : m_vms) vm.host.reset();
 }

@@ -25,6 +25,8 @@ class ViewerCameras {
   void portAppeared(SpicePortChannel* port, bool isOpen);
   // Waits for the plug-in, a few seconds at worst. There are no cameras from here on.
   void shutDown();
+  // The same when there are no widgets any more, as at the end of the process.
+  void end();
 
  private:
   struct Vm {
@@ -43,15 +45,15 @@ class ViewerCameras {
   void withHost(Call call);
   void begin(Vm& vm);
   ViewerHost::Actions hostActions(Vm& vm);
-  void portEnded(Vm& vm, const std::string& why);
+  void portEnded(Vm& vm, PortEnd why);
   void hostEnded(Vm& vm);
   void remove(Vm& vm);
   void show(Vm& vm, const CameraModel& model);
   void update();
   std::string noteOnOthers() const;
 
-  std::list<Vm> m_vms;      // the first one has the cameras
-  std::string m_lastWords;  // why the last one ended
+  std::list<Vm> m_vms;                  // the first one has the cameras
+  Problem m_lastEnd = Problem::None;  // why the last one ended
   CameraWindow m_window;
   ViewerWindows m_windows;
   bool m_isDown = false;

@@ -10,17 +10,18 @@ namespace {
 
 using host::CameraList;
 
-Problem problemOf(const host::Session::State& session) {
+Problem problemOf(const host::Session::State& session, bool serviceAnswers) {
   if (!session.initialised) return Problem::NoService;
+  if (!serviceAnswers) return Problem::ServiceSilent;
   if (!session.channelOpen) return Problem::PortClosed;
-  if (session.handshakes > 0) return Problem::None;
-  return session.strayBytes > 0 ? Problem::NotOurs : Problem::NoAnswer;
+  if (session.answered) return Problem::None;
+  return session.strayed ? Problem::NotOurs : Problem::NoAnswer;
 }
 
-CameraState stateOf(const host::ListedCamera& camera, bool isShared) {
+CameraState stateOf(const host::ListedCamera& camera) {
   if (!camera.present) return CameraState::Unplugged;
-  if (!isShared) return CameraState::Off;
-  return camera.inUse ? CameraState::InUse : CameraState::On;
+  if (!camera.sharedHere) return CameraState::Off;
+  return camera.inUseHere ? CameraState::InUse : CameraState::On;
 }
 
 // A refusal is shown with its camera, also where the rules hide that from this VM.
@@ -54,13 +55,13 @@ std::vector<std::string> CameraModel::shared() const {
 }
 
 CameraModel describeCameras(const host::Session::State& session,
-                            const std::optional<CameraList>& list, const std::string& vmId) {
-  CameraModel model{.problem = problemOf(session)};
+                            const std::optional<CameraList>& list, bool serviceAnswers) {
+  CameraModel model{.problem = problemOf(session, serviceAnswers)};
   if (!session.initialised || !list) return model;
+  model.isListed = true;
   for (const host::ListedCamera& camera : list->cameras) {
-    const bool isShared = std::ranges::count(camera.sharedWith, vmId) > 0;
     model.cameras.push_back(
-        {camera.id, base::clean(camera.name), stateOf(camera, isShared), isShared});
+        {camera.id, base::clean(camera.name), stateOf(camera), camera.sharedHere});
   }
   for (const host::ListedCamera& camera : list->awaited) {
     model.cameras.push_back({camera.id, base::clean(camera.name), CameraState::Unplugged, true});

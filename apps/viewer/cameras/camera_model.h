@@ -23,21 +23,34 @@ struct CameraRow {
   bool operator==(const CameraRow&) const = default;
 };
 
-enum class Problem { None, Failure, NoService, PortClosed, NoAnswer, NotOurs };
+enum class Problem {
+  None,
+  CannotStart,      // the plug-in or what it needs is missing
+  Failure,          // of this program
+  ConnectionEnded,  // the viewer's to the VM
+  TooMuch,          // sent by the VM
+  NoService,
+  ServiceSilent,
+  PortClosed,
+  NoAnswer,  // of the VM
+  NotOurs
+};
 
 struct CameraModel {
   Problem problem = Problem::None;
-  std::string details = {};  // of a failure
+  bool isListed = false;  // there is a list, though it may be empty
   std::vector<CameraRow> cameras = {};
+  bool canRemember = false;
   bool remembered = false;  // what is shared is shared again at the next connection
+  bool notSaved = false;    // what was last to be remembered or forgotten
 
   bool inUse() const;
   std::vector<std::string> shared() const;
   bool operator==(const CameraModel&) const = default;
 };
 
-// What the session and the camera service's list mean for the VM that is called `vmId` there.
+// What the session and the camera service's latest list, which was made for it, mean.
 CameraModel describeCameras(const host::Session::State& session,
-                            const std::optional<host::CameraList>& list, const std::string& vmId);
+                            const std::optional<host::CameraList>& list, bool serviceAnswers);
 
 }  // namespace lumsar::viewer

@@ -5,6 +5,7 @@
 #include <QJsonObject>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace lumsar::viewer {
@@ -13,14 +14,18 @@ class Choices {
  public:
   using Cameras = std::vector<std::string>;  // ids
 
-  // A file that cannot be understood is set aside, and `warning` says so.
+  // A file that cannot be understood is set aside, and a warning says so.
   Choices(std::string file, std::string vm);
+
+  // Not where there is no file, nor for a VM that cannot be told from others.
+  bool canRemember() const { return !m_file.empty() && !m_vm.empty(); }
 
   // None when nothing is to be remembered of this VM.
   const std::optional<Cameras>& cameras() const { return m_cameras; }
   // False, with errno set, when it cannot be written; what other VMs have in the file stays.
   bool remember(std::optional<Cameras> cameras);
-  const std::string& warning() const { return m_warning; }
+  // What there is to say since it was last asked for.
+  std::string takeWarning() { return std::exchange(m_warning, {}); }
 
  private:
   std::optional<QJsonObject> read();

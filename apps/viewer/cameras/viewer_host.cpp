@@ -2,6 +2,7 @@
 
 #include <asio/post.hpp>
 #include <exception>
+#include <system_error>
 #include <utility>
 
 #include "base/text/format.h"
@@ -13,6 +14,7 @@ namespace {
 
 // The service does not tell when a VM begins or ends to use a camera.
 constexpr std::chrono::seconds kRefreshInterval{1};
+constexpr const char* kIpcLibraryVariable = "LUMSAR_IPC_LIBRARY";
 
 }  // namespace
 
@@ -40,7 +42,7 @@ void ViewerHost::run() {
     serve();
   } catch (const std::exception& error) {
     m_actions.log(base::text("no cameras: {}", error.what()));
-    m_actions.show({.problem = Problem::Failure, .details = error.what()});
+    m_actions.show({.problem = Problem::CannotStart});
   }
   m_actions.ended();
 }
@@ -49,7 +51,10 @@ HostSetup ViewerHost::completeSetup() const {
   HostSetup setup = m_setup;
   if (setup.plugin.empty()) setup.plugin = host::findPlugin(setup.directory);
   std::string& ipcLibrary = setup.driver.ipcLibrary;
-  if (ipcLibrary.empty()) ipcLibrary = host::findIpcLibrary(setup.plugin, setup.directory);
+  setup.driver.ipcLibraryOption = kIpcLibraryVariable;
+  if (ipcLibrary.empty()) {
+    ipcLibrary = host::findIpcLibrary(setup.plugin, setup.directory, kIpcLibraryVariable);
+  }
   return setup;
 }
 
@@ -59,22 +64,35 @@ void ViewerHost::serve() {
   report.setSink(m_actions.log);
   const host::PluginLog log(report, m_setup.verbose);
   m_choices.emplace(m_setup.choicesFile, m_setup.choicesKey);
-  if (!m_choices->warning().empty()) report.say("warning: " + m_choices->warning());
+  warnOfChoices();
   host::CameraHost host(m_loop, report,
                         {.plugin = setup.plugin,
                          .driver = setup.driver,
                          .status = {},
-                         .onHandshake =
-                             [this] {
-                               post([this] { handshake(); });
-                               return false;
-                             },
-                         .onRefused = [this] { post([this] { failed(); }); }});
+                         .onHandshake = [] { return false; },
+                         .onRefused = [this] { post([this] { failed(); }); },
+                         .onSharedAgain = [this] { post([this] { handshake(); }); },
+                         .onDeviceChange = [this] { post([this] { askAgain(); }); }});
   m_actions.connect(host.queue(), host.inbox());
   m_host = &host;
-  host.start(*m_transport);
-  tick();
-  m_loop.run();
+  post([this] {
+    m_host->start(*m_transport);
+    tick();
+  });
+  runLoop();
+}
+
+// The transport uses the host until it is told to stop, whatever has failed.
+void ViewerHost::runLoop() {
+  while (true) {
+    try {
+      m_loop.run();
+      return;
+    } catch (const std::exception& error) {
+      m_actions.log(base::text("no more cameras: {}", error.what()));
+    }
+    post([this] { failed(); });
+  }
 }
 
 // What waits for a host that is not there any more is left out.
@@ -91,7 +109,8 @@ void ViewerHost::setShared(const std::string& id, bool shared) {
 void ViewerHost::setAllShared(bool shared) {
   post([this, shared] {
     for (const CameraRow& row : m_model.cameras) {
-      if (row.shared != shared && row.state != CameraState::Refused) share(row.id, shared);
+      const bool isMeant = shared ? row.state == CameraState::Off : row.shared;
+      if (isMeant) share(row.id, shared);
     }
   });
 }
@@ -103,10 +122,13 @@ void ViewerHost::setWatched(bool watched) {
   });
 }
 
+// What is shared is not known of a service that has not been asked.
 void ViewerHost::setRemembered(bool remembered) {
   post([this, remembered] {
-    remember(remembered ? std::optional(m_model.shared()) : std::nullopt);
-    refresh();
+    if (!remembered) remember(std::nullopt);
+    if (remembered && m_list) remember(m_model.shared());
+    // Even if nothing has changed: a box has, and has to go back.
+    show(describe(), true);
   });
 }
 
@@ -116,9 +138,11 @@ void ViewerHost::share(const std::string& id, bool shared) {
     const int status = (shared ? commands.share(id) : commands.unshare(id)).status;
     // What is no longer wanted is forgotten even when the service cannot be told.
     const bool counts = !shared || status == STATUS_OK;
-    post([this, id, shared, counts, list = commands.cameras()] {
+    std::optional<host::CameraList> list;
+    if (status != STATUS_LIST_CALL_FAILED) list = commands.cameras();
+    post([this, id, shared, counts, list = std::move(list)] {
       if (counts) chose(id, shared);
-      m_list = list;
+      listed(list);
       // Even if nothing has changed: a switch has, and has to go back.
       show(describe(), true);
     });
@@ -134,21 +158,41 @@ void ViewerHost::chose(const std::string& id, bool shared) {
 }
 
 void ViewerHost::remember(std::optional<Choices::Cameras> cameras) {
-  if (m_choices->remember(std::move(cameras))) return;
-  m_actions.log(
-      base::text("warning: cannot write {}: {}", m_setup.choicesFile, base::systemError()));
+  if (!m_choices->canRemember()) return;
+  m_notSaved = !m_choices->remember(std::move(cameras));
+  if (m_notSaved) {
+    m_actions.log(
+        base::text("warning: cannot write {}: {}", m_setup.choicesFile, base::systemError()));
+  }
+  warnOfChoices();
+}
+
+void ViewerHost::warnOfChoices() {
+  const std::string warning = m_choices->takeWarning();
+  if (!warning.empty()) m_actions.log("warning: " + warning);
 }
 
 void ViewerHost::handshake() {
-  if (!std::exchange(m_isRestored, true) && m_choices->cameras()) {
-    for (const std::string& id : *m_choices->cameras()) share(id, true);
+  if (!m_isRestored && m_choices->cameras()) restore(*m_choices->cameras());
+  askAgain();
+}
+
+// Once, but a service that is lost meanwhile has to be told again.
+void ViewerHost::restore(const Choices::Cameras& cameras) {
+  m_isRestored = true;
+  for (const std::string& id : cameras) {
+    m_host->control([this, id](host::Commands& commands) {
+      const int status = commands.share(id).status;
+      if (status == STATUS_OK || status == host::kStatusRefused) return;
+      post([this] { m_isRestored = false; });
+    });
   }
-  ask();
 }
 
 void ViewerHost::failed() {
   m_timer.cancel();
-  show({.problem = Problem::Failure, .details = "the cameras have failed; connect again"});
+  m_hasFailed = true;
+  show({.problem = Problem::Failure});
 }
 
 void ViewerHost::tick() {
@@ -161,10 +205,13 @@ void ViewerHost::tick() {
 
 // A service whose cameras are neither shown nor shared is not woken up.
 void ViewerHost::refresh() {
-  if (m_model.problem == Problem::Failure) return;
   const host::Session::State state = m_host->state();
-  if (!state.initialised) m_list.reset();
-  const bool asks = m_isWatched || !m_model.shared().empty() || !m_list;
+  if (!state.initialised) {
+    m_list.reset();
+    m_serviceAnswers = true;
+  }
+  const bool isKnown = m_list && m_serviceAnswers;
+  const bool asks = m_isWatched || !m_model.shared().empty() || !isKnown;
   if (asks && state.initialised) return ask();
   show(describe());
 }
@@ -172,22 +219,39 @@ void ViewerHost::refresh() {
 // One question at a time: a camera service that hangs answers late.
 void ViewerHost::ask() {
   if (std::exchange(m_isAsking, true)) return;
+  m_asksAgain = false;
   m_host->control([this](host::Commands& commands) {
     post([this, list = commands.cameras()] {
       m_isAsking = false;
-      m_list = list;
+      listed(list);
       show(describe());
+      if (m_asksAgain) ask();
     });
   });
 }
 
+// The answer to a question that is under way may be older than what has happened.
+void ViewerHost::askAgain() {
+  m_asksAgain = true;
+  ask();
+}
+
+// What was last listed holds until there is another list: a camera may still be on.
+void ViewerHost::listed(const std::optional<host::CameraList>& list) {
+  m_serviceAnswers = list.has_value();
+  if (list) m_list = list;
+}
+
 CameraModel ViewerHost::describe() const {
-  CameraModel model = describeCameras(m_host->state(), m_list, m_setup.driver.vmId);
+  CameraModel model = describeCameras(m_host->state(), m_list, m_serviceAnswers);
+  model.canRemember = m_choices->canRemember();
   model.remembered = m_choices->cameras().has_value();
+  model.notSaved = m_notSaved;
   return model;
 }
 
 void ViewerHost::show(CameraModel model, bool always) {
+  if (m_hasFailed && model.problem != Problem::Failure) return;
   if (model == m_model && !always) return;
   m_model = std::move(model);
   m_actions.show(m_model);

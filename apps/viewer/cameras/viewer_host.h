@@ -53,7 +53,7 @@ class ViewerHost {
   ViewerHost& operator=(const ViewerHost&) = delete;
 
   void setShared(const std::string& id, bool shared);
-  // All that are there now.
+  // All: those that are there, are off and have not been refused. None: all that are shared.
   void setAllShared(bool shared);
   // Whether what is shared is shared again at the next connection.
   void setRemembered(bool remembered);
@@ -65,14 +65,19 @@ class ViewerHost {
   void run();
   HostSetup completeSetup() const;
   void serve();
+  void runLoop();
   void handshake();
+  void restore(const Choices::Cameras& cameras);
   void share(const std::string& id, bool shared);
   void chose(const std::string& id, bool shared);
   void remember(std::optional<Choices::Cameras> cameras);
+  void warnOfChoices();
   void failed();
   void tick();
   void refresh();
   void ask();
+  void askAgain();
+  void listed(const std::optional<host::CameraList>& list);
   CameraModel describe() const;
   void show(CameraModel model, bool always = false);
   void post(std::function<void()> job);
@@ -86,11 +91,15 @@ class ViewerHost {
   // What follows belongs to the own thread.
   host::CameraHost* m_host = nullptr;  // while it runs
   std::optional<Choices> m_choices;
-  std::optional<host::CameraList> m_list;
+  std::optional<host::CameraList> m_list;  // the latest, of this connection to the service
+  bool m_serviceAnswers = true;
   CameraModel m_model;
   bool m_isRestored = false;
   bool m_isWatched = false;
   bool m_isAsking = false;
+  bool m_asksAgain = false;
+  bool m_notSaved = false;
+  bool m_hasFailed = false;
   std::thread m_thread;  // last: it uses all of the above
 };
 

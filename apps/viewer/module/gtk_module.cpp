@@ -5,6 +5,10 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <memory>
+#include <thread>
+#include <utility>
+#include <vector>
 
 #include "base/system/dynamic_library.h"
 #include "protocol/names.h"
@@ -15,19 +19,62 @@ namespace {
 
 using ViewerPort = void(SpicePortChannel* port, int isOpen);
 
-// None when it cannot be loaded, which is said once.
-ViewerPort* viewerPort() {
-  static ViewerPort* const function = [] {
-    ViewerPort* bound = nullptr;
-    try {
-      lumsar::base::DynamicLibrary(LUMSAR_VIEWER_LIBRARY).bind("lumsarViewerPort", bound);
-    } catch (const std::exception& error) {
-      std::fprintf(stderr, "lumsar: no cameras: %s\n", error.what());
-    }
-    return bound;
-  }();
-  return function;
+ViewerPort* load() {
+  ViewerPort* bound = nullptr;
+  try {
+    lumsar::base::DynamicLibrary(LUMSAR_VIEWER_LIBRARY).bind("lumsarViewerPort", bound);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "lumsar: no cameras: %s\n", error.what());
+  }
+  return bound;
 }
+
+// The library, loaded once by a thread: from a slow disk that takes longer than a desktop may stand
+// still. Ports that appear meanwhile wait. Bound to GTK's thread.
+class Library {
+ public:
+  void tell(SpicePortChannel* port, bool isOpen) {
+    if (m_isLoaded) return call(port, isOpen);
+    m_waiting.emplace_back(SPICE_PORT_CHANNEL(g_object_ref(port)), g_object_unref);
+    if (!std::exchange(m_isLoading, true)) start();
+  }
+
+ private:
+  using Port = std::unique_ptr<SpicePortChannel, decltype(&g_object_unref)>;
+
+  void start() try {
+    std::thread([this] {
+      m_call = load();
+      g_idle_add_full(
+          G_PRIORITY_DEFAULT,
+          [](gpointer self) -> gboolean {
+            static_cast<Library*>(self)->loaded();
+            return G_SOURCE_REMOVE;
+          },
+          this, nullptr);
+    }).detach();
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "lumsar: no cameras: %s\n", error.what());
+  }
+
+  void loaded() {
+    m_isLoaded = true;
+    for (const Port& port : std::exchange(m_waiting, {})) {
+      gboolean isOpen = FALSE;
+      g_object_get(port.get(), "port-opened", &isOpen, nullptr);
+      call(port.get(), isOpen == TRUE);
+    }
+  }
+
+  void call(SpicePortChannel* port, bool isOpen) const {
+    if (m_call != nullptr) m_call(port, isOpen ? 1 : 0);
+  }
+
+  ViewerPort* m_call = nullptr;  // the thread's, until it is loaded
+  std::vector<Port> m_waiting;
+  bool m_isLoading = false;
+  bool m_isLoaded = false;
+};
 
 bool hasCameras(SpicePortChannel* port) {
   g_autofree char* name = nullptr;
@@ -36,7 +83,9 @@ bool hasCameras(SpicePortChannel* port) {
 }
 
 void appeared(SpicePortChannel* port, bool isOpen) {
-  if (hasCameras(port) && viewerPort() != nullptr) viewerPort()(port, isOpen ? 1 : 0);
+  // Its thread may outlive everything else.
+  static auto* library = new Library;
+  if (hasCameras(port)) library->tell(port, isOpen);
 }
 
 // A port that is open already reports so before its name, which can be asked for then.

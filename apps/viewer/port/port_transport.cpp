@@ -9,10 +9,13 @@ namespace lumsar::viewer {
 namespace {
 
 constexpr const char* kPortClosed = "no program in the VM has the port open";
-constexpr const char* kTooMuch = "the VM sends more than the camera service takes; port closed";
-constexpr const char* kConnectionEnded = "the viewer's connection to the VM has ended";
 
 }  // namespace
+
+const char* textOf(PortEnd end) {
+  return end == PortEnd::TooMuch ? "the VM sends more than the camera service takes; port closed"
+                                 : "the viewer's connection to the VM has ended";
+}
 
 std::shared_ptr<PortTransport> PortTransport::watch(SpicePortChannel* port, bool isOpen,
                                                     OnEnded onEnded) {
@@ -47,8 +50,7 @@ void PortTransport::connectSignals() {
 void PortTransport::freed(gpointer data, GObject*) {
   auto& self = *static_cast<PortTransport*>(data);
   self.m_port = nullptr;
-  self.setOpen(false, kConnectionEnded);
-  self.end(kConnectionEnded);
+  self.end(PortEnd::ConnectionEnded);
 }
 
 void PortTransport::detach() {
@@ -102,18 +104,18 @@ void PortTransport::guestDid(int event) {
 
 void PortTransport::channelEvent(SpiceChannelEvent event) {
   if (event == SPICE_CHANNEL_OPENED || event == SPICE_CHANNEL_NONE) return;
-  setOpen(false, kConnectionEnded);
   // A VM that migrates keeps its channels.
-  if (event != SPICE_CHANNEL_SWITCHING) end(kConnectionEnded);
+  if (event != SPICE_CHANNEL_SWITCHING) return end(PortEnd::ConnectionEnded);
+  setOpen(false, textOf(PortEnd::ConnectionEnded));
 }
 
 void PortTransport::received(const void* bytes, int size) {
   if (!m_writer || !m_open) return;
   const auto* data = static_cast<const unsigned char*>(bytes);
   if (m_inbox->tryReceived({data, static_cast<std::size_t>(size)})) return;
-  setOpen(false, kTooMuch);
+  setOpen(false, textOf(PortEnd::TooMuch));
   spice_channel_disconnect(SPICE_CHANNEL(m_port), SPICE_CHANNEL_NONE);
-  end(kTooMuch);
+  end(PortEnd::TooMuch);
 }
 
 void PortTransport::setOpen(bool open, const std::string& why) {
@@ -131,7 +133,8 @@ void PortTransport::tellOpen() {
   m_writer->open(m_port);
 }
 
-void PortTransport::end(const std::string& why) {
+void PortTransport::end(PortEnd why) {
+  setOpen(false, textOf(why));
   if (const auto onEnded = std::exchange(m_onEnded, nullptr)) onEnded(why);
 }
 

@@ -19,16 +19,19 @@
 
 namespace lumsar::viewer {
 
+enum class PortEnd { ConnectionEnded, TooMuch };
+// For the log.
+const char* textOf(PortEnd end);
+
 class PortTransport final : public host::Transport,
                             public std::enable_shared_from_this<PortTransport> {
  public:
-  using OnEnded = std::function<void(const std::string& why)>;
+  using OnEnded = std::function<void(PortEnd)>;
 
   // `onEnded` is called once, when the port is lost; the transport may be let go of in it.
   static std::shared_ptr<PortTransport> watch(SpicePortChannel* port, bool isOpen, OnEnded onEnded);
   ~PortTransport() override { detach(); }
 
-  const SpicePortChannel* port() const { return m_port; }
   // The queue is not used from here on, and `onEnded` is not called.
   void detach();
 
@@ -48,7 +51,7 @@ class PortTransport final : public host::Transport,
   void received(const void* bytes, int size);
   void setOpen(bool open, const std::string& why);
   void tellOpen();
-  void end(const std::string& why);
+  void end(PortEnd why);
   template <class Call>
   void post(Call call);
 

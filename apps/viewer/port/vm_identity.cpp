@@ -42,9 +42,13 @@ VmIdentity identify(SpiceChannel* channel) {
   const std::string uuid = uuidOf(session);
   g_object_unref(session);
 
-  const std::string address = path.empty() ? base::text("{}:{}", host, port) : path;
-  // A VM's port may change from start to start, its server does not.
-  const std::string key = uuid.empty() ? address : base::text("{} {}", host, uuid);
+  std::string address = path;
+  if (address.empty() && !host.empty()) address = base::text("{}:{}", host, port);
+  // A VM's port may change from start to start, its server does not. Without a UUID the next VM may
+  // be at the same address.
+  std::string key;
+  if (!uuid.empty()) key = base::text("{} {}", host, uuid);
+  if (uuid.empty() && !address.empty()) key = base::text("{} {}", address, name);
   return {name.empty() ? base::clean(address) : name, key};
 }
 

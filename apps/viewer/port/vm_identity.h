@@ -11,6 +11,7 @@ struct VmIdentity {
   // For people and for the camera service's rules: as the server calls the VM, else its address.
   std::string name;
   // Under which its choices are kept. The address is part of it, as any server can claim any name.
+  // Empty where it cannot be told from other VMs.
   std::string key;
 };
 

@@ -11,6 +11,7 @@ namespace {
 
 constexpr int kSpacing = 12;
 constexpr int kWidth = 380;
+constexpr int kLongestList = 360;  // its height; more is scrolled
 
 // A screen reader says more than an icon or a switch shows.
 void setSpoken(GtkWidget* widget, const std::string& text) {
@@ -55,8 +56,11 @@ CameraWindow::CameraWindow(Actions actions)
       m_header(gtk_header_bar_new()),
       m_message(makeLabel(false)),
       m_note(makeLabel(true)),
+      m_scrolled(gtk_scrolled_window_new(nullptr, nullptr)),
       m_list(gtk_box_new(GTK_ORIENTATION_VERTICAL, kSpacing)),
-      m_remember(gtk_check_button_new_with_mnemonic(tr("_Remember for this VM"))) {
+      m_remember(gtk_check_button_new_with_mnemonic(tr("_Remember for this VM"))),
+      m_notSaved(makeLabel(false)),
+      m_buttons(makeButtons()) {
   build();
 }
 
@@ -75,9 +79,14 @@ void CameraWindow::build() {
   setSpoken(m_list, tr("Cameras"));
   add(m_window, box);
   add(box, m_message);
-  add(box, m_list);
+  GtkScrolledWindow* scrolled = GTK_SCROLLED_WINDOW(m_scrolled);
+  gtk_scrolled_window_set_policy(scrolled, GTK_POLICY_NEVER, GTK_POLICY_AUTOMATIC);
+  gtk_widget_set_can_focus(m_scrolled, FALSE);
+  add(m_scrolled, m_list);
+  add(box, m_scrolled);
   add(box, m_remember);
-  add(box, makeButtons());
+  add(box, m_notSaved);
+  add(box, m_buttons);
   add(box, m_note);
   gtk_widget_show_all(box);
   gtk_widget_show(m_header);
@@ -91,18 +100,19 @@ void CameraWindow::build() {
                    }),
                    nullptr);
   g_signal_connect(m_window, "map-event",
-                   G_CALLBACK(+[](GtkWidget* widget, GdkEvent*, gpointer) -> gboolean {
-                     takeKeyboard(widget);
+                   G_CALLBACK(+[](GtkWidget* widget, GdkEvent*, gpointer self) -> gboolean {
+                     if (static_cast<CameraWindow*>(self)->m_wanted) takeKeyboard(widget);
                      return FALSE;
                    }),
-                   nullptr);
+                   this);
   const auto watch = [this](const char* signal, GCallback callback) {
     g_signal_connect(m_window, signal, callback, this);
   };
   watch("show", G_CALLBACK(+[](GtkWidget*, gpointer self) {
           static_cast<CameraWindow*>(self)->m_actions.watch(true);
         }));
-  watch("hide", G_CALLBACK(+[](GtkWidget*, gpointer self) {
+  watch("hide", G_CALLBACK(+[](GtkWidget* widget, gpointer self) {
+          gtk_window_set_keep_above(GTK_WINDOW(widget), FALSE);
           static_cast<CameraWindow*>(self)->m_actions.watch(false);
         }));
   g_signal_connect(m_remember, "toggled", G_CALLBACK(+[](GtkToggleButton* button, gpointer data) {
@@ -132,21 +142,35 @@ GtkWidget* CameraWindow::makeButtons() {
 }
 
 void CameraWindow::present(GtkWindow* beside) {
-  gtk_window_set_transient_for(GTK_WINDOW(m_window), beside);
+  m_wanted = true;
+  GtkWindow* window = GTK_WINDOW(m_window);
+  gtk_window_set_transient_for(window, beside);
+  gtk_window_set_focus_on_map(window, TRUE);
   if (gtk_widget_get_mapped(m_window) == TRUE) takeKeyboard(m_window);
-  gtk_window_present(GTK_WINDOW(m_window));
+  focusFirst();
+  gtk_window_present(window);
+}
+
+void CameraWindow::appear() {
+  if (gtk_widget_get_visible(m_window) == TRUE) return;
+  m_wanted = false;
+  gtk_window_set_focus_on_map(GTK_WINDOW(m_window), FALSE);
+  gtk_window_set_keep_above(GTK_WINDOW(m_window), TRUE);
+  gtk_widget_show(m_window);
 }
 
 void CameraWindow::update(const std::string& vm, const CameraModel& model,
                           const std::string& note) {
   m_updating = true;
   gtk_header_bar_set_subtitle(GTK_HEADER_BAR(m_header), vm.c_str());
-  std::string message = problemText(model);
-  if (message.empty() && model.cameras.empty()) message = tr("This machine has no cameras.");
-  setText(m_message, message);
+  setText(m_message, problemText(model));
+  setText(m_notSaved, model.notSaved ? tr("This choice could not be saved.") : "");
   setText(m_note, note);
   updateRows(model.cameras);
+  const bool mayRemember = model.isListed && model.canRemember;
   gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(m_remember), model.remembered ? TRUE : FALSE);
+  gtk_widget_set_sensitive(m_remember, mayRemember ? TRUE : FALSE);
+  gtk_widget_set_sensitive(m_buttons, model.isListed ? TRUE : FALSE);
   m_updating = false;
 }
 
@@ -157,11 +181,29 @@ void CameraWindow::updateRows(const std::vector<CameraRow>& cameras) {
     gtk_widget_destroy(entry.second.line);
     return true;
   });
+  int position = 0;
   for (const CameraRow& camera : cameras) {
     auto row = m_rows.find(camera.id);
     if (row == m_rows.end()) row = m_rows.emplace(camera.id, makeRow(camera.id)).first;
     updateRow(row->second, camera);
+    gtk_box_reorder_child(GTK_BOX(m_list), row->second.line, position++);
   }
+  gtk_widget_set_visible(m_scrolled, m_rows.empty() ? FALSE : TRUE);
+  int height = 0;
+  gtk_widget_get_preferred_height_for_width(m_list, kWidth, nullptr, &height);
+  gtk_scrolled_window_set_min_content_height(GTK_SCROLLED_WINDOW(m_scrolled),
+                                             std::min(height, kLongestList));
+  focusFirst();
+}
+
+// The keyboard begins at the first camera.
+void CameraWindow::focusFirst() {
+  if (gtk_window_get_focus(GTK_WINDOW(m_window)) != nullptr) return;
+  g_autoptr(GList) lines = gtk_container_get_children(GTK_CONTAINER(m_list));
+  if (lines == nullptr) return;
+  const auto row = std::ranges::find_if(
+      m_rows, [&](const auto& entry) { return entry.second.line == lines->data; });
+  if (row != m_rows.end()) gtk_widget_grab_focus(row->second.toggle);
 }
 
 CameraWindow::Row CameraWindow::makeRow(const std::string& id) {
@@ -182,8 +224,6 @@ CameraWindow::Row CameraWindow::makeRow(const std::string& id) {
                    this);
   add(m_list, row.line);
   gtk_widget_show_all(row.line);
-  // The keyboard begins at the first one.
-  if (m_rows.empty()) gtk_widget_grab_focus(row.toggle);
   return row;
 }
 

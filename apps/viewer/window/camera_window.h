@@ -23,7 +23,10 @@ class CameraWindow {
 
   explicit CameraWindow(Actions actions);
 
+  // A person asks for it.
   void present(GtkWindow* beside);
+  // It shows by itself what there is no other sign of, and leaves the keyboard where it is.
+  void appear();
   // `vm` is the VM's name; `note` is said of other VMs.
   void update(const std::string& vm, const CameraModel& model, const std::string& note);
   GtkWidget* widget() const { return m_window; }
@@ -41,6 +44,7 @@ class CameraWindow {
   void updateRows(const std::vector<CameraRow>& cameras);
   Row makeRow(const std::string& id);
   void updateRow(Row& row, const CameraRow& camera) const;
+  void focusFirst();
   void toggled(GtkSwitch* toggle, bool on);
 
   const Actions m_actions;
@@ -48,10 +52,14 @@ class CameraWindow {
   GtkWidget* m_header;
   GtkWidget* m_message;
   GtkWidget* m_note;
+  GtkWidget* m_scrolled;
   GtkWidget* m_list;
   GtkWidget* m_remember;
+  GtkWidget* m_notSaved;
+  GtkWidget* m_buttons;
   std::map<std::string, Row> m_rows;  // by the camera's id
   bool m_updating = false;            // what changes is not a person's doing
+  bool m_wanted = false;              // a person has asked for the window
 };
 
 }  // namespace lumsar::viewer

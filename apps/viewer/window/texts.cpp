@@ -33,13 +33,24 @@ std::string stateText(const CameraRow& camera) {
 }
 
 std::string problemText(const CameraModel& model) {
+  const bool isEmpty = model.isListed && model.cameras.empty();
   switch (model.problem) {
     case Problem::None:
-      return {};
+      return isEmpty ? tr("This machine has no cameras.") : "";
+    case Problem::CannotStart:
+      return tr("There are no cameras: a part of Lumsar is missing or cannot be loaded. The viewer's "
+                "standard error says which.");
     case Problem::Failure:
-      return tr("There are no cameras: ") + model.details;
+      return tr("The cameras have failed. Connect again.");
+    case Problem::ConnectionEnded:
+      return tr("The connection to the VM has ended.");
+    case Problem::TooMuch:
+      return tr("The VM sent more than the camera service takes, so its camera port was closed. "
+                "Connect again.");
     case Problem::NoService:
       return tr("The camera service is not running. Start lumsar-camera-service.");
+    case Problem::ServiceSilent:
+      return tr("The camera service does not answer.");
     case Problem::PortClosed:
       return tr("No program in the VM has the camera port open. Is lumsar-agent running there?");
     case Problem::NoAnswer:

@@ -1,5 +1,7 @@
 #include "window/viewer_windows.h"
 
+#include <algorithm>
+#include <string_view>
 #include <utility>
 
 #include "window/texts.h"
@@ -10,10 +12,42 @@ namespace {
 
 constexpr const char* kAdopted = "lumsar-adopted";
 
+// The letter where a keyboard has one; the key that has it on another of its layouts where this one
+// is Greek, say; else the key where it usually is.
+bool isLetterC(const GdkEventKey& key) {
+  constexpr unsigned kLastLatin = 0x24F;
+  constexpr guint16 kUsualKey = 54;
+  if (const unsigned typed = gdk_keyval_to_unicode(key.keyval); typed != 0 && typed <= kLastLatin) {
+    return gdk_keyval_to_lower(key.keyval) == GDK_KEY_c;
+  }
+  g_autofree GdkKeymapKey* keys = nullptr;
+  int count = 0;
+  gdk_keymap_get_entries_for_keyval(gdk_keymap_get_for_display(gdk_window_get_display(key.window)),
+                                    GDK_KEY_c, &keys, &count);
+  if (count == 0) return key.hardware_keycode == kUsualKey;
+  return std::any_of(keys, keys + count, [&](const GdkKeymapKey& each) {
+    return each.keycode == key.hardware_keycode;
+  });
+}
+
 bool isShortcut(const GdkEventKey& key) {
   constexpr unsigned kModifiers = GDK_CONTROL_MASK | GDK_MOD1_MASK;
   const auto all = static_cast<unsigned>(gtk_accelerator_get_default_mod_mask());
-  return (key.state & all) == kModifiers && gdk_keyval_to_lower(key.keyval) == GDK_KEY_c;
+  return (key.state & all) == kModifiers && isLetterC(key);
+}
+
+// What remote-viewer shows at the upper edge of a full screen, which hides the title.
+GtkWidget* findToolbar(GtkWidget* widget) {
+  const char* name = GTK_IS_BUILDABLE(widget) ? gtk_buildable_get_name(GTK_BUILDABLE(widget)) : nullptr;
+  if (GTK_IS_HEADER_BAR(widget) && name != nullptr && std::string_view(name) == "toolbar") {
+    return widget;
+  }
+  if (!GTK_IS_CONTAINER(widget)) return nullptr;
+  g_autoptr(GList) children = gtk_container_get_children(GTK_CONTAINER(widget));
+  for (const GList* child = children; child != nullptr; child = child->next) {
+    if (GtkWidget* found = findToolbar(GTK_WIDGET(child->data))) return found;
+  }
+  return nullptr;
 }
 
 }  // namespace
@@ -44,17 +78,18 @@ void ViewerWindows::adopt(GtkWindow* window) {
   g_signal_connect(window, "key-press-event",
                    G_CALLBACK(+[](GtkWindow* pressed, GdkEventKey* key, gpointer data) -> gboolean {
                      auto& self = *static_cast<ViewerWindows*>(data);
-                     if (!self.m_visible || !isShortcut(*key)) return FALSE;
+                     if (!self.m_indicator.isVisible || !isShortcut(*key)) return FALSE;
                      self.m_open(pressed);
                      return TRUE;
                    }),
                    this);
-  addButton(window);
+  GtkWidget* header = gtk_window_get_titlebar(window);
+  if (header != nullptr && GTK_IS_HEADER_BAR(header)) addButton(header);
+  GtkWidget* toolbar = findToolbar(GTK_WIDGET(window));
+  if (toolbar != nullptr && toolbar != header) addButton(toolbar);
 }
 
-void ViewerWindows::addButton(GtkWindow* window) {
-  GtkWidget* header = gtk_window_get_titlebar(window);
-  if (header == nullptr || !GTK_IS_HEADER_BAR(header)) return;
+void ViewerWindows::addButton(GtkWidget* header) {
   GtkWidget* button = gtk_button_new();
   gtk_widget_set_no_show_all(button, TRUE);
   gtk_widget_set_focus_on_click(button, FALSE);
@@ -75,25 +110,34 @@ void ViewerWindows::addButton(GtkWindow* window) {
   update(button);
 }
 
-void ViewerWindows::setIndicator(bool visible, bool inUse) {
-  m_visible = visible;
-  m_inUse = inUse;
+void ViewerWindows::setIndicator(const Indicator& indicator) {
+  m_indicator = indicator;
   for (const GList* item = m_buttons; item != nullptr; item = item->next) {
     update(GTK_WIDGET(item->data));
   }
 }
 
+bool ViewerWindows::isIndicatorSeen() const {
+  for (const GList* item = m_buttons; item != nullptr; item = item->next) {
+    if (gtk_widget_get_mapped(GTK_WIDGET(item->data)) == TRUE) return true;
+  }
+  return false;
+}
+
 void ViewerWindows::update(GtkWidget* button) const {
-  const char* text = m_inUse ? tr("Cameras: in use by the VM") : tr("Cameras");
+  const char* vm = m_indicator.vm.c_str();
+  g_autofree char* text = m_indicator.vm.empty() ? g_strdup(tr("Cameras"))
+                          : m_indicator.inUse ? g_strdup_printf(tr("Cameras: in use by %s"), vm)
+                                              : g_strdup_printf(tr("Cameras for %s"), vm);
   gtk_widget_set_tooltip_text(button, text);
   atk_object_set_name(gtk_widget_get_accessible(button), text);
   GtkStyleContext* style = gtk_widget_get_style_context(button);
-  if (m_inUse) {
+  if (m_indicator.inUse) {
     gtk_style_context_add_class(style, "destructive-action");
   } else {
     gtk_style_context_remove_class(style, "destructive-action");
   }
-  gtk_widget_set_visible(button, m_visible ? TRUE : FALSE);
+  gtk_widget_set_visible(button, m_indicator.isVisible ? TRUE : FALSE);
 }
 
 }  // namespace lumsar::viewer

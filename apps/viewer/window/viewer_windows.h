@@ -1,5 +1,5 @@
 // ViewerWindows: what is added to the windows of somebody else's program: Ctrl+Alt+C, and a button
-// where a window has a header bar. Bound to GTK's thread; lives as long as the process.
+// where a window has a header bar or a full screen's toolbar. Bound to GTK's thread; lives as long as the process.
 #pragma once
 
 #include <gtk/gtk.h>
@@ -14,19 +14,24 @@ class ViewerWindows {
   // `open` gets the window in which a person asked for the cameras. `own` is left alone.
   ViewerWindows(GtkWidget* own, std::function<void(GtkWindow*)> open);
 
-  // What the buttons look like, and whether there are any.
-  void setIndicator(bool visible, bool inUse);
+  struct Indicator {
+    bool isVisible = false;
+    bool inUse = false;
+    std::string vm = {};  // whose cameras they are, as all windows of the program have the buttons
+  };
+  void setIndicator(const Indicator& indicator);
+  // Whether a person can see one of the buttons: a full screen has none.
+  bool isIndicatorSeen() const;
 
  private:
   void adopt(GtkWindow* window);
-  void addButton(GtkWindow* window);
+  void addButton(GtkWidget* header);
   void update(GtkWidget* button) const;
 
   GtkWidget* m_own;
   std::function<void(GtkWindow*)> m_open;
   GList* m_buttons = nullptr;  // those that exist
-  bool m_visible = false;
-  bool m_inUse = false;
+  Indicator m_indicator;
 };
 
 }  // namespace lumsar::viewer

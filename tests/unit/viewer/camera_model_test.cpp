@@ -8,12 +8,15 @@ namespace {
 
 using namespace viewer;
 
-host::Session::State session(std::uint64_t handshakes = 1) {
-  return {.initialised = true, .channelOpen = true, .handshakes = handshakes};
+host::Session::State session(bool answered = true) {
+  host::Session::State state;
+  state.initialised = state.channelOpen = true;
+  state.answered = answered;
+  return state;
 }
 
 CameraModel modelOf(const std::string& list) {
-  return describeCameras(session(), host::readList(list), "vm");
+  return describeCameras(session(), host::readList(list), true);
 }
 
 CameraRow rowOf(const std::string& camera) {
@@ -22,20 +25,25 @@ CameraRow rowOf(const std::string& camera) {
 
 TEST(CameraModel, StatesOfACamera) {
   EXPECT_EQ(rowOf(R"({"id":"a","name":"A"})"), (CameraRow{"a", "A", CameraState::Off, false}));
-  EXPECT_EQ(rowOf(R"({"id":"a","name":"A","sharedWith":["vm"]})"),
+  EXPECT_EQ(rowOf(R"({"id":"a","name":"A","sharedHere":true})"),
             (CameraRow{"a", "A", CameraState::On, true}));
-  EXPECT_EQ(rowOf(R"({"id":"a","name":"A","sharedWith":["x","vm"],"inUse":true})"),
+  EXPECT_EQ(rowOf(R"({"id":"a","name":"A","sharedHere":true,"inUseHere":true})"),
             (CameraRow{"a", "A", CameraState::InUse, true}));
-  EXPECT_EQ(rowOf(R"({"id":"a","name":"A","sharedWith":["vm"],"present":false})"),
+  EXPECT_EQ(rowOf(R"({"id":"a","name":"A","sharedHere":true,"present":false})"),
             (CameraRow{"a", "A", CameraState::Unplugged, true}));
 }
 
+// Even one of the same name.
 TEST(CameraModel, WhatAnotherVmUsesIsNotInUseHere) {
   const CameraModel model =
-      modelOf(R"({"cameras":[{"id":"a","name":"A","sharedWith":["x"],"inUse":true}]})");
+      modelOf(R"({"cameras":[{"id":"a","name":"A","sharedWith":["vm"],"inUse":true,)"
+              R"("sharedHere":false,"inUseHere":false},)"
+              R"({"id":"b","name":"B","sharedWith":["vm","vm"],"inUse":true,)"
+              R"("sharedHere":true,"inUseHere":false}]})");
   EXPECT_EQ(model.cameras.at(0).state, CameraState::Off);
+  EXPECT_EQ(model.cameras.at(1).state, CameraState::On);
   EXPECT_FALSE(model.inUse());
-  EXPECT_TRUE(model.shared().empty());
+  EXPECT_EQ(model.shared(), std::vector<std::string>{"b"});
 }
 
 TEST(CameraModel, ARefusalIsSaidOfItsCamera) {
@@ -65,16 +73,29 @@ TEST(CameraModel, NamesAreMadeHarmless) {
   EXPECT_EQ(rowOf(R"({"id":"a","name":"A\nB"})").name, "A?B");
 }
 
+TEST(CameraModel, NoListIsNotAnEmptyList) {
+  EXPECT_FALSE(describeCameras(session(), std::nullopt, true).isListed);
+  EXPECT_TRUE(modelOf("{}").isListed);
+  EXPECT_FALSE(describeCameras({}, host::readList("{}"), true).isListed);
+}
+
 TEST(CameraModel, WhatIsMissing) {
-  const auto problem = [](const host::Session::State& state) {
-    return describeCameras(state, host::readList("{}"), "vm").problem;
+  const auto problem = [](const host::Session::State& state, bool serviceAnswers = true) {
+    return describeCameras(state, host::readList("{}"), serviceAnswers).problem;
   };
   EXPECT_EQ(problem({}), Problem::NoService);
-  EXPECT_EQ(problem({.initialised = true}), Problem::PortClosed);
-  EXPECT_EQ(problem(session(0)), Problem::NoAnswer);
-  host::Session::State stray = session(0);
-  stray.strayBytes = 5;
+  host::Session::State closed = session();
+  closed.channelOpen = false;
+  EXPECT_EQ(problem(closed), Problem::PortClosed);
+  EXPECT_EQ(problem(session(false)), Problem::NoAnswer);
+  host::Session::State stray = session(false);
+  stray.strayed = true;
   EXPECT_EQ(problem(stray), Problem::NotOurs);
+  // Of a former program at the port.
+  stray = session(false);
+  stray.handshakes = stray.strayBytes = 5;
+  EXPECT_EQ(problem(stray), Problem::NoAnswer);
+  EXPECT_EQ(problem(session(), false), Problem::ServiceSilent);
   EXPECT_EQ(problem(session()), Problem::None);
 }
 

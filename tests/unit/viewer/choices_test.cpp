@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <filesystem>
+#include <future>
+
 #include "support/temporary_directory.h"
 #include "support/text.h"
 
@@ -21,7 +24,7 @@ struct ChoicesTest : testing::Test {
 
 TEST_F(ChoicesTest, NothingIsRememberedUnasked) {
   EXPECT_EQ(choices().cameras(), std::nullopt);
-  EXPECT_EQ(choices().warning(), "");
+  EXPECT_EQ(choices().takeWarning(), "");
   EXPECT_TRUE(directory.files().empty());
 }
 
@@ -52,12 +55,66 @@ TEST_F(ChoicesTest, WhatAnotherProcessHasWrittenStays) {
 TEST_F(ChoicesTest, ADamagedFileIsSetAside) {
   ASSERT_TRUE(choices().remember(Choices::Cameras{"a"}));
   writeFile(file, "{\"vms\":");
-  const Choices damaged = choices();
+  Choices damaged = choices();
   EXPECT_EQ(damaged.cameras(), std::nullopt);
-  EXPECT_TRUE(has(damaged.warning(), "is not JSON")) << damaged.warning();
-  EXPECT_TRUE(has(damaged.warning(), "it is now " + file + ".damaged")) << damaged.warning();
+  const std::string warning = damaged.takeWarning();
+  EXPECT_TRUE(has(warning, "is not JSON")) << warning;
+  EXPECT_TRUE(has(warning, "it is now " + file + ".damaged")) << warning;
+  EXPECT_EQ(damaged.takeWarning(), "");
   EXPECT_EQ(readFile(file + ".damaged"), "{\"vms\":");
   EXPECT_TRUE(choices().remember(Choices::Cameras{"b"}));
+}
+
+// What is not of this program's making, or of another version of it.
+TEST_F(ChoicesTest, VmsThatAreNoObjectAreSetAside) {
+  ASSERT_TRUE(choices().remember(Choices::Cameras{"a"}));
+  writeFile(file, R"({"vms":["a"]})");
+  EXPECT_TRUE(has(choices().takeWarning(), "has \"vms\" that are not an object"));
+  EXPECT_EQ(readFile(file + ".damaged"), R"({"vms":["a"]})");
+}
+
+TEST_F(ChoicesTest, AFileThatIsDamagedLaterIsSetAsideAndSaid) {
+  Choices one = choices();
+  ASSERT_TRUE(one.remember(Choices::Cameras{"a"}));
+  writeFile(file, "damaged");
+  EXPECT_TRUE(one.remember(Choices::Cameras{"b"}));
+  EXPECT_TRUE(has(one.takeWarning(), "it is now " + file + ".damaged"));
+  EXPECT_EQ(choices().cameras(), Choices::Cameras{"b"});
+}
+
+TEST_F(ChoicesTest, ADamagedFileThatCannotBeSetAsideIsNotOverwritten) {
+  ASSERT_TRUE(choices().remember(Choices::Cameras{"a"}));
+  writeFile(file, "damaged");
+  std::filesystem::create_directories(file + ".damaged/in the way");
+  EXPECT_FALSE(choices().remember(Choices::Cameras{"b"}));
+  EXPECT_EQ(readFile(file), "damaged");
+}
+
+TEST_F(ChoicesTest, AFileThatCannotBeReadIsSaid) {
+  std::filesystem::create_directories(file);
+  EXPECT_TRUE(has(choices().takeWarning(), "cannot read " + file + ": Is a directory"));
+  EXPECT_FALSE(choices().remember(Choices::Cameras{"a"}));
+}
+
+TEST_F(ChoicesTest, TwoViewersLoseNothingOfEachOther) {
+  const auto remember = [this](const std::string& vm) {
+    Choices own = choices(vm);
+    for (int i = 0; i < 200; ++i) {
+      if (!own.remember(Choices::Cameras{std::to_string(i)})) return false;
+    }
+    return true;
+  };
+  auto other = std::async(std::launch::async, remember, "two");
+  EXPECT_TRUE(remember("one"));
+  EXPECT_TRUE(other.get());
+  EXPECT_EQ(choices("one").cameras(), Choices::Cameras{"199"});
+  EXPECT_EQ(choices("two").cameras(), Choices::Cameras{"199"});
+}
+
+TEST_F(ChoicesTest, NothingIsRememberedOfAVmThatCannotBeTold) {
+  EXPECT_FALSE(choices("").canRemember());
+  EXPECT_FALSE(Choices("", "vm").canRemember());
+  EXPECT_TRUE(choices().canRemember());
 }
 
 TEST_F(ChoicesTest, OnlyItsOwnerReadsIt) {

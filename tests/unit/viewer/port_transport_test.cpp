@@ -40,7 +40,7 @@ struct PortTransportTest : testing::Test {
   }
 
   void watch(bool isOpen) {
-    transport = PortTransport::watch(port, isOpen, [this](const std::string& why) { ended = why; });
+    transport = PortTransport::watch(port, isOpen, [this](viewer::PortEnd why) { ended = textOf(why); });
   }
   void serve() {
     inbox->listen(listener);
@@ -113,7 +113,7 @@ TEST_F(PortTransportTest, AMigrationDoesNot) {
   serve();
   g_signal_emit_by_name(port, "channel-event", SPICE_CHANNEL_SWITCHING);
   guestDid(SPICE_PORT_EVENT_OPENED);
-  EXPECT_EQ(told().back(), "opened");
+  EXPECT_EQ(told(), (Told{"opened", "closed: the viewer's connection to the VM has ended", "opened"}));
   EXPECT_EQ(ended, "");
 }
 
@@ -126,7 +126,7 @@ TEST_F(PortTransportTest, APortThatIsFreedWithoutAWordEndsIt) {
   g_object_unref(session);
   session = spice_session_new();
   EXPECT_EQ(ended, "the viewer's connection to the VM has ended");
-  EXPECT_EQ(told().front(), "opened");
+  EXPECT_EQ(told(), (Told{"opened", "closed: the viewer's connection to the VM has ended"}));
 }
 
 // On the thread that draws the desktop, waiting for the listener would freeze it.

@@ -14,8 +14,17 @@ using namespace viewer;
 
 TEST(ViewerTexts, OneMessageForEachProblem) {
   EXPECT_EQ(problemText({}), "");
-  EXPECT_EQ(problemText({.problem = Problem::Failure, .details = "no plug-in"}),
-            "There are no cameras: no plug-in");
+  EXPECT_EQ(problemText({.problem = Problem::CannotStart}),
+            "There are no cameras: a part of Lumsar is missing or cannot be loaded. The viewer's "
+            "standard error says which.");
+  EXPECT_EQ(problemText({.problem = Problem::Failure}), "The cameras have failed. Connect again.");
+  EXPECT_EQ(problemText({.problem = Problem::ConnectionEnded}),
+            "The connection to the VM has ended.");
+  EXPECT_EQ(problemText({.problem = Problem::TooMuch}),
+            "The VM sent more than the camera service takes, so its camera port was closed. "
+            "Connect again.");
+  EXPECT_EQ(problemText({.problem = Problem::ServiceSilent}),
+            "The camera service does not answer.");
   EXPECT_EQ(problemText({.problem = Problem::NoService}),
             "The camera service is not running. Start lumsar-camera-service.");
   EXPECT_EQ(problemText({.problem = Problem::PortClosed}),
@@ -24,6 +33,12 @@ TEST(ViewerTexts, OneMessageForEachProblem) {
             "The VM has not answered yet. Is lumsar-agent running there?");
   EXPECT_EQ(problemText({.problem = Problem::NotOurs}),
             "The program at the VM's camera port is not lumsar-agent.");
+}
+
+// Only of a list that there is.
+TEST(ViewerTexts, AMachineWithoutCameras) {
+  EXPECT_EQ(problemText({.isListed = true}), "This machine has no cameras.");
+  EXPECT_EQ(problemText({.isListed = true, .cameras = {{"a", "A"}}}), "");
 }
 
 TEST(ViewerTexts, StatesOfACamera) {

@@ -154,6 +154,23 @@ TEST_F(StreamingTest, TwoHostsShareOneCamera) {
   first->records.await(CameraDataKind::Frame, frames + 5);
 }
 
+TEST_F(StreamingTest, AHostIsToldWhichCamerasAreItsOwn) {
+  start({"--camera", "test:A,320x240@30"});
+  const auto first = newHost("vm");
+  const auto second = newHost("vm");
+  const auto own = [](TestHost& host) {
+    const QJsonObject camera = TestHost::camera(host.list(), "test:A");
+    return std::pair(camera.value("sharedHere"), camera.value("inUseHere"));
+  };
+  const std::uint32_t number = watch(*first, "test:A");
+  EXPECT_EQ(own(*first), std::pair(QJsonValue(true), QJsonValue(true)));
+  EXPECT_EQ(own(*second), std::pair(QJsonValue(false), QJsonValue(false)));
+  second->share("test:A");
+  EXPECT_EQ(own(*second), std::pair(QJsonValue(true), QJsonValue(false)));
+  first->fromVm(CameraDataKind::Stop, number);
+  EXPECT_EQ(own(*first), std::pair(QJsonValue(true), QJsonValue(false)));
+}
+
 TEST_F(StreamingTest, AHostThatIsGoneTurnsTheCameraOff) {
   start({"--camera", "test:A,320x240@30"});
   auto first = newHost("vm-1");

@@ -7,6 +7,7 @@
 
 #include <future>
 
+#include "support/messages.h"
 #include "unit/host/session/fake_plugin.h"
 
 namespace lumsar::test {
@@ -33,8 +34,9 @@ struct CameraHostTest : testing::Test {
     return {.plugin = LUMSAR_FAKE_PLUGIN,
             .driver = driver,
             .status = {},
-            .onHandshake = [] { return true; },
-            .onRefused = [this] { refused.set_value(); }};
+            .onHandshake = [] { return false; },
+            .onRefused = [this] { refused.set_value(); },
+            .onSharedAgain = [this] { sharedAgain.set_value(fake.commands.size()); }};
   }
   void expectStops() {
     camera.stop([this] { loop.stop(); });
@@ -55,6 +57,7 @@ struct CameraHostTest : testing::Test {
 
   FakePlugin& fake = fakePlugin();
   std::promise<void> refused, done;
+  std::promise<std::size_t> sharedAgain;  // with so many commands
   std::string said;
   Report report{true};
   asio::io_context loop;
@@ -68,6 +71,25 @@ TEST_F(CameraHostTest, AnExceptionEndsTheCamerasAndNotTheProcess) {
   EXPECT_TRUE(comes(refused.get_future()));
   expectStops();
   EXPECT_NE(said.find("no more cameras: out of luck"), std::string::npos) << said;
+}
+
+struct NoTransport final : Transport {
+  void start() override {}
+  void stop() override {}
+  void wake() override {}
+};
+
+TEST_F(CameraHostTest, TellsOnceWhatWasSharedHasBeenSharedAgain) {
+  fake.list = R"({"cameras":[{"id":"A","name":"A"}]})";
+  NoTransport transport;
+  camera.start(transport);
+  camera.run({"share A"}, [this](bool) { done.set_value(); });
+  ASSERT_TRUE(comes(done.get_future()));
+  camera.queue().push(hello(4711));
+  camera.inbox().opened();
+  camera.inbox().received(helloAnswer({.token = 4711}));
+  EXPECT_EQ(sharedAgain.get_future().get(), 2U);
+  expectStops();
 }
 
 TEST_F(CameraHostTest, ADirectConnectionHoldsUpTheNextCommandAndNothingElse) {

@@ -1,6 +1,7 @@
 // A plug-in that notes the commands it is given and answers "list" with what the test has set.
 #include "unit/host/session/fake_plugin.h"
 
+#include <atomic>
 #include <cstring>
 #include <stdexcept>
 
@@ -12,6 +13,10 @@ namespace {
 
 FakePlugin fake;
 
+std::atomic_ref<int> atomic(int& value) {
+  return std::atomic_ref(value);
+}
+
 }  // namespace
 
 EXPORTED FakePlugin* fakePlugin() {
@@ -22,10 +27,11 @@ EXPORTED int Ctrl(const std::string& command, char* output, int& outputLength) {
   if (fake.throws) throw std::runtime_error("out of luck");
   if (command != R"({"command":"list"})") {
     fake.commands.push_back(command);
-    return fake.status;
+    return atomic(fake.status);
   }
-  if (fake.status != lumsar::STATUS_OK) return fake.status;
-  if (fake.listStatus != lumsar::STATUS_OK) return fake.listStatus;
+  ++atomic(fake.lists);
+  if (const int status = atomic(fake.status); status != lumsar::STATUS_OK) return status;
+  if (const int status = atomic(fake.listStatus); status != lumsar::STATUS_OK) return status;
   if (fake.listGrowth > 0) {
     --fake.listGrowth;
     fake.list.append(100000, ' ');
@@ -36,8 +42,9 @@ EXPORTED int Ctrl(const std::string& command, char* output, int& outputLength) {
   return lumsar::STATUS_OK;
 }
 
-EXPORTED int Init(const lumsar::SpiceSendFunc&, const lumsar::SpicePostEventFunc&,
+EXPORTED int Init(const lumsar::SpiceSendFunc&, const lumsar::SpicePostEventFunc& event,
                   const std::string&, const std::string&) {
+  fake.event = event;
   return lumsar::STATUS_OK;
 }
 EXPORTED void Event(int) {}

@@ -75,5 +75,25 @@ TEST_F(SessionTest, AnRdpVmMay) {
   EXPECT_EQ(sharesAll, std::vector{true});
 }
 
+TEST_F(SessionTest, WhatAFormerProgramAtThePortHasSentIsOfThePast) {
+  DriverSetup setup;
+  setup.ipcLibrary = LUMSAR_IPC_LIBRARY;
+  Session session(loop.get_executor(), loop, plugin, setup, queue, report,
+                  {.onHandshake = [](bool) {}, .onRefused = [] {}});
+  session.start();
+  ChannelListener& channel = session;
+  channel.channelOpened();
+  queue.push(hello(kToken));
+  channel.channelReceived(helloAnswer({.token = kToken}));
+  channel.channelReceived(bytesOf(std::string(100, 'x')));
+  EXPECT_TRUE(session.state().answered);
+  EXPECT_TRUE(session.state().strayed);
+  channel.channelClosed("it has ended");
+  channel.channelOpened();
+  EXPECT_FALSE(session.state().answered);
+  EXPECT_FALSE(session.state().strayed);
+  session.stop();
+}
+
 }  // namespace
 }  // namespace lumsar::test

@@ -1,0 +1,266 @@
+// The camera window and what is added to a viewer's windows, on a screen of the test's own.
+#include <gtest/gtest.h>
+
+#include "integration/viewer/screen.h"
+#include "support/eventually.h"
+#include "support/temporary_directory.h"
+#include "window/camera_window.h"
+#include "window/viewer_windows.h"
+
+namespace lumsar::test {
+namespace {
+
+using namespace viewer;
+
+using Widgets = std::vector<GtkWidget*>;
+
+// All below `widget` for which `matches`, in the order of the screen.
+template <class Matches>
+Widgets find(GtkWidget* widget, Matches matches) {
+  Widgets found;
+  if (matches(widget)) found.push_back(widget);
+  if (!GTK_IS_CONTAINER(widget)) return found;
+  g_autoptr(GList) children = gtk_container_get_children(GTK_CONTAINER(widget));
+  for (const GList* child = children; child != nullptr; child = child->next) {
+    const Widgets below = find(GTK_WIDGET(child->data), matches);
+    found.insert(found.end(), below.begin(), below.end());
+  }
+  return found;
+}
+
+std::string spoken(GtkWidget* widget) {
+  const char* name = atk_object_get_name(gtk_widget_get_accessible(widget));
+  return name != nullptr ? name : "";
+}
+
+void turn() {
+  while (gtk_events_pending() == TRUE) gtk_main_iteration();
+}
+bool comes(const std::function<bool()>& condition) {
+  return eventually([&] {
+    turn();
+    return condition();
+  });
+}
+
+CameraRow row(const std::string& id, CameraState state = CameraState::Off) {
+  return {id, "Camera " + id, state, state == CameraState::On || state == CameraState::InUse};
+}
+
+struct Windows : testing::Test {
+  void SetUp() override {
+    ASSERT_TRUE(screen.isUp());
+    for (const auto& [name, value] : screen.environment(directory.path())) {
+      setenv(name.c_str(), value.c_str(), 1);
+    }
+    ASSERT_TRUE(gtk_init_check(nullptr, nullptr));
+  }
+
+  Screen screen;
+  TemporaryDirectory directory;
+};
+
+struct CameraWindowTest : Windows {
+  void SetUp() override {
+    Windows::SetUp();
+    window = new CameraWindow({.share = [this](const std::string& id, bool on) {
+                                 asked.push_back(id + (on ? " on" : " off"));
+                               },
+                               .shareAll = [](bool) {},
+                               .remember = [this](bool on) {
+                                 asked.emplace_back(on ? "remember" : "forget");
+                               },
+                               .watch = [this](bool on) { watched = on; }});
+  }
+  void show(const std::vector<CameraRow>& rows) {
+    model.cameras = rows;
+    window->update("VM-1", model, {});
+    turn();
+  }
+  Widgets switches() const {
+    return find(window->widget(), [](GtkWidget* widget) { return GTK_IS_SWITCH(widget); });
+  }
+  std::vector<std::string> spokenRows() const {
+    std::vector<std::string> names;
+    for (GtkWidget* each : switches()) names.push_back(spoken(each));
+    return names;
+  }
+  GtkWidget* rememberBox() const {
+    return find(window->widget(), [](GtkWidget* each) { return GTK_IS_CHECK_BUTTON(each); }).at(0);
+  }
+  bool says(const std::string& text) const {
+    return !find(window->widget(), [&](GtkWidget* each) {
+              return GTK_IS_LABEL(each) && gtk_widget_get_visible(each) == TRUE &&
+                     gtk_label_get_text(GTK_LABEL(each)) == text;
+            }).empty();
+  }
+
+  CameraWindow* window = nullptr;  // lives as long as the process
+  CameraModel model{.isListed = true, .canRemember = true};
+  std::vector<std::string> asked;
+  bool watched = false;
+};
+
+TEST_F(CameraWindowTest, EachCameraHasASwitchAndSaysWhatItDoes) {
+  CameraRow refused = row("c", CameraState::Refused);
+  refused.reason = "a rule denies it";
+  show({row("a"), row("b", CameraState::InUse), refused});
+  EXPECT_EQ(spokenRows(),
+            (std::vector<std::string>{"Camera a, Off", "Camera b, In use by the VM",
+                                      "Camera c, Refused: a rule denies it"}));
+  EXPECT_TRUE(says("Refused: a rule denies it"));
+  EXPECT_TRUE(gtk_switch_get_active(GTK_SWITCH(switches().at(1))));
+  EXPECT_TRUE(asked.empty()) << "what is shown is not a person's doing";
+  gtk_switch_set_active(GTK_SWITCH(switches().at(0)), TRUE);
+  gtk_switch_set_active(GTK_SWITCH(switches().at(1)), FALSE);
+  EXPECT_EQ(asked, (std::vector<std::string>{"a on", "b off"}));
+}
+
+TEST_F(CameraWindowTest, ACameraThatIsBackIsWhereItWas) {
+  show({row("a"), row("b")});
+  show({row("b")});
+  show({row("a"), row("b")});
+  EXPECT_EQ(spokenRows(), (std::vector<std::string>{"Camera a, Off", "Camera b, Off"}));
+}
+
+TEST_F(CameraWindowTest, TheKeyboardStaysWhereItIs) {
+  show({row("a"), row("b")});
+  window->present(nullptr);
+  ASSERT_TRUE(comes([&] { return gtk_widget_get_mapped(window->widget()) == TRUE; }));
+  EXPECT_EQ(gtk_window_get_focus(GTK_WINDOW(window->widget())), switches().at(0));
+  gtk_widget_grab_focus(rememberBox());
+  show({});
+  show({row("c")});
+  EXPECT_EQ(gtk_window_get_focus(GTK_WINDOW(window->widget())), rememberBox());
+}
+
+TEST_F(CameraWindowTest, NothingCanBeRememberedWithoutAList) {
+  show({});
+  EXPECT_TRUE(says("This machine has no cameras."));
+  EXPECT_TRUE(gtk_widget_is_sensitive(rememberBox()));
+  model.isListed = false;
+  show({});
+  EXPECT_FALSE(says("This machine has no cameras."));
+  EXPECT_FALSE(gtk_widget_is_sensitive(rememberBox()));
+}
+
+TEST_F(CameraWindowTest, TheBoxGoesBackWhenTheChoiceCannotBeSaved) {
+  show({row("a")});
+  gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(rememberBox()), TRUE);
+  EXPECT_EQ(asked, std::vector<std::string>{"remember"});
+  model.notSaved = true;
+  show({row("a")});
+  EXPECT_FALSE(gtk_toggle_button_get_active(GTK_TOGGLE_BUTTON(rememberBox())));
+  EXPECT_TRUE(says("This choice could not be saved."));
+}
+
+TEST_F(CameraWindowTest, ManyCamerasAreScrolled) {
+  window->present(nullptr);
+  const auto height = [&] { return gtk_widget_get_allocated_height(window->widget()); };
+  show({row("a")});
+  ASSERT_TRUE(comes([&] { return height() > 1; }));
+  const int one = height();
+  show({row("a"), row("b"), row("c")});
+  EXPECT_TRUE(comes([&] { return height() > one; }));
+  std::vector<CameraRow> many;
+  for (int i = 0; i < 40; ++i) many.push_back(row(std::to_string(100 + i)));
+  show(many);
+  EXPECT_LT(height(), 800);
+  EXPECT_EQ(switches().size(), 40U);
+}
+
+TEST_F(CameraWindowTest, AppearsWithoutTakingTheKeyboard) {
+  GtkWidget* desktop = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+  gtk_widget_show_all(desktop);
+  show({row("a", CameraState::InUse)});
+  window->appear();
+  ASSERT_TRUE(comes([&] { return gtk_widget_get_mapped(window->widget()) == TRUE; }));
+  EXPECT_TRUE(watched);
+  EXPECT_FALSE(gtk_window_get_focus_on_map(GTK_WINDOW(window->widget())));
+}
+
+struct ViewerWindowsTest : Windows {
+  // A viewer's window, with the module in it.
+  void watch(GtkWidget* content = nullptr) {
+    desktop = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+    GtkWidget* header = gtk_header_bar_new();
+    gtk_window_set_titlebar(GTK_WINDOW(desktop), header);
+    if (content != nullptr) gtk_container_add(GTK_CONTAINER(desktop), content);
+    gtk_widget_show_all(desktop);
+    windows = new ViewerWindows(nullptr, [this](GtkWindow* beside) { opened.push_back(beside); });
+  }
+  Widgets buttons() const {
+    return find(desktop, isOurs);
+  }
+  static bool isOurs(GtkWidget* widget) {
+    return GTK_IS_BUTTON(widget) && spoken(widget).starts_with("Cameras");
+  }
+  static bool isColoured(GtkWidget* widget) {
+    return gtk_style_context_has_class(gtk_widget_get_style_context(widget),
+                                       "destructive-action") == TRUE;
+  }
+  // Ctrl+Alt and a key.
+  void press(unsigned keyval, guint16 keycode) const {
+    GdkEvent* event = gdk_event_new(GDK_KEY_PRESS);
+    event->key.window = GDK_WINDOW(g_object_ref(gtk_widget_get_window(desktop)));
+    event->key.state = GDK_CONTROL_MASK | GDK_MOD1_MASK;
+    event->key.keyval = keyval;
+    event->key.hardware_keycode = keycode;
+    gtk_widget_event(desktop, event);
+    gdk_event_free(event);
+  }
+
+  GtkWidget* desktop = nullptr;
+  ViewerWindows* windows = nullptr;  // lives as long as the process
+  std::vector<GtkWindow*> opened;
+};
+
+TEST_F(ViewerWindowsTest, TheButtonSaysWhichVmUsesACamera) {
+  watch();
+  EXPECT_FALSE(windows->isIndicatorSeen());
+  windows->setIndicator({true, false, "VM-1"});
+  turn();
+  ASSERT_EQ(buttons().size(), 1U);
+  GtkWidget* button = buttons().at(0);
+  EXPECT_EQ(spoken(button), "Cameras for VM-1");
+  EXPECT_FALSE(isColoured(button));
+  EXPECT_TRUE(windows->isIndicatorSeen());
+  windows->setIndicator({true, true, "VM-1"});
+  EXPECT_EQ(spoken(button), "Cameras: in use by VM-1");
+  EXPECT_TRUE(isColoured(button));
+  gtk_button_clicked(GTK_BUTTON(button));
+  EXPECT_EQ(opened, std::vector{GTK_WINDOW(desktop)});
+  windows->setIndicator({});
+  EXPECT_FALSE(windows->isIndicatorSeen());
+}
+
+TEST_F(ViewerWindowsTest, AFullScreensToolbarHasTheButton) {
+  GtkWidget* toolbar = gtk_header_bar_new();
+  gtk_buildable_set_name(GTK_BUILDABLE(toolbar), "toolbar");
+  GtkWidget* revealer = gtk_revealer_new();
+  gtk_container_add(GTK_CONTAINER(revealer), toolbar);
+  watch(revealer);
+  windows->setIndicator({true, true, "VM-1"});
+  EXPECT_EQ(buttons().size(), 2U);
+}
+
+TEST_F(ViewerWindowsTest, TheShortcutWorksOnEachLayout) {
+  watch();
+  windows->setIndicator({.isVisible = true});
+  constexpr guint16 kKeyOfC = 54;
+  press(GDK_KEY_c, kKeyOfC);
+  press(GDK_KEY_C, kKeyOfC);
+  press(GDK_KEY_Cyrillic_es, kKeyOfC);
+  press(GDK_KEY_Greek_psi, kKeyOfC);
+  press(GDK_KEY_Arabic_hamzaonwaw, kKeyOfC);
+  EXPECT_EQ(opened.size(), 5U);
+  press(GDK_KEY_j, kKeyOfC);  // as on a Dvorak keyboard
+  press(GDK_KEY_Cyrillic_em, 55);
+  press(GDK_KEY_Delete, 119);
+  EXPECT_EQ(opened.size(), 5U);
+  press(GDK_KEY_c, 31);
+  EXPECT_EQ(opened.size(), 6U);
+}
+
+}  // namespace
+}  // namespace lumsar::test
