@@ -36,6 +36,7 @@ class CameraStream : private CaptureEvents {
   // `camera` is the catalogue's and outlives the stream.
   CameraStream(asio::io_context& io, asio::thread_pool& cameraThreads, const Camera& camera,
                OnFailure onFailure);
+  asio::io_context& io() const { return m_io; }
 
   void add(FrameConsumer& consumer);
   void remove(FrameConsumer& consumer);

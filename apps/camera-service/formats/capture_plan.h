@@ -34,6 +34,8 @@ struct CapturePlan {
 struct FrameSize {
   int width = 0;
   int height = 0;
+
+  bool operator==(const FrameSize&) const = default;
 };
 
 // Scaled down to even sides if it is larger than `limit`.

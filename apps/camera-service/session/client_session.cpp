@@ -32,7 +32,8 @@ ClientSession::ClientSession(SessionContext context, ipc::ClientId client, const
       m_client(client),
       m_name(name),
       m_vmId(name),
-      m_hostTransport(std::make_shared<HostTransport>(context.server, client)) {}
+      m_hostTransport(std::make_shared<HostTransport>(context.server, client)),
+      m_encodingChanges(context.io, kMaxSizeChanges, kSizeChangesTime) {}
 
 ClientSession::~ClientSession() {
   for (const auto& [id, share] : m_shares) share->remove("its host has disconnected");
@@ -100,12 +101,12 @@ void ClientSession::onVmData(VmTransport* transport, base::Bytes record) {
 void ClientSession::onVmEncodings(VmTransport& transport, base::Bytes body) {
   const auto encodings = protocol::readEncodings(body);
   const bool h264 = std::ranges::find(encodings, kEncodingH264) != encodings.end();
-  if (h264 == transport.showsH264() || !m_encodingChanges.allow()) return;
-  base::logInfo("{} {} H264", vmText(), h264 ? "can show" : "does not show");
+  if (h264 == transport.showsH264()) return;
   transport.setShowsH264(h264);
-  for (const auto& [id, share] : m_shares) {
-    if (share->transport().get() == &transport) share->onEncodingsChanged();
-  }
+  m_encodingChanges.apply([this, h264] {
+    base::logInfo("{} {} H264", vmText(), h264 ? "can show" : "does not show");
+    for (const auto& [id, share] : m_shares) share->onEncodingsChanged();
+  });
 }
 
 // A VM may send any number of them.

@@ -141,7 +141,7 @@ class ClientSession {
   std::map<std::string, std::shared_ptr<TcpTransport>> m_tcpTransports;  // by address
   std::map<std::string, std::unique_ptr<Share>> m_shares;                // by camera id
   Waits m_waiting;                                                       // for their cameras
-  base::RateLimit m_encodingChanges{kMaxSizeChanges, kSizeChangesTime};
+  LimitedChanges m_encodingChanges;
   base::RateLimit m_connects{kMaxConnects, kConnectsTime};
   std::optional<TcpTarget> m_failedTarget;  // of a "sharetcp" that is still to share
   bool m_shareAll = false;                  // cameras plugged in later are shared as well

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 #include "base/log.h"
 #include "protocol/camera_record.h"
@@ -48,7 +49,11 @@ CameraFrame fieldsOf(const CapturedFrame& frame) {
 }  // namespace
 
 Share::Share(CameraStream& stream, std::shared_ptr<VmTransport> transport, const PolicyRule& rule)
-    : m_stream(stream), m_transport(std::move(transport)), m_rule(rule) {
+    : m_stream(stream),
+      m_transport(std::move(transport)),
+      m_rule(rule),
+      m_showsH264(m_transport->showsH264()),
+      m_sizeChanges(stream.io(), kMaxSizeChanges, kSizeChangesTime) {
   m_delivery->share = this;
 }
 
@@ -95,7 +100,8 @@ void Share::consume() {
 void Share::stop() {
   if (!started()) return;
   m_state = State::Stopped;
-  m_wantedSize = {};
+  m_sizeChanges.cancel();
+  m_wantedSize = m_lastSize = {};
   m_stream.remove(*this);
 }
 
@@ -133,14 +139,16 @@ CaptureRequest Share::request() const {
 }
 
 void Share::limitSize(FrameSize size) {
-  const bool same = size.width == m_wantedSize.width && size.height == m_wantedSize.height;
-  if (same || !m_sizeChanges.allow()) return;
-  m_wantedSize = size;
-  if (started()) m_stream.refresh();
+  if (size == std::exchange(m_lastSize, size)) return;
+  m_sizeChanges.apply([this, size] {
+    m_wantedSize = size;
+    if (started()) m_stream.refresh();
+  });
 }
 
 void Share::onEncodingsChanged() {
-  if (m_rule.encoding != SentEncoding::Auto) return;
+  const bool shows = m_transport->showsH264();
+  if (std::exchange(m_showsH264, shows) == shows || m_rule.encoding != SentEncoding::Auto) return;
   started() ? m_stream.refresh() : announce();
 }
 

@@ -6,15 +6,15 @@
 #include <chrono>
 #include <memory>
 
-#include "base/rate_limit.h"
 #include "camera/camera_stream.h"
 #include "camera/rate_control.h"
 #include "capture/pacer.h"
+#include "session/limited_changes.h"
 #include "transports/vm_transport.h"
 
 namespace lumsar::service {
 
-// So many of a VM within a time; further ones are left out.
+// So many of a VM within a time; of further ones the last counts, later.
 inline constexpr int kMaxSizeChanges = 8;
 inline constexpr std::chrono::seconds kSizeChangesTime{10};
 
@@ -82,9 +82,11 @@ class Share : private FrameConsumer {
   CameraStream& m_stream;
   const std::shared_ptr<VmTransport> m_transport;
   PolicyRule m_rule;
-  FrameSize m_wantedSize;
+  bool m_showsH264;  // the VM, when that was last looked at
+  FrameSize m_lastSize;    // that the VM has asked for
+  FrameSize m_wantedSize;  // the same, once it counts
   // A camera that starts again may blink.
-  base::RateLimit m_sizeChanges{kMaxSizeChanges, kSizeChangesTime};
+  LimitedChanges m_sizeChanges;
   Pacer m_pacer;
   RateControl m_rateControl;
   State m_state = State::Stopped;

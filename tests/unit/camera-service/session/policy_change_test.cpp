@@ -3,6 +3,7 @@
 
 #include "capture/encoder.h"
 #include "protocol/camera_record.h"
+#include "session/share.h"
 #include "unit/camera-service/test_host.h"
 
 namespace lumsar::test {
@@ -173,6 +174,31 @@ TEST_F(PolicyChangeTest, FramesAreNoLargerThanTheVmsConsumerWants) {
   const CameraSize any{};
   host().fromVm(CameraDataKind::WantedSize, camera, protocol::bytesOf(any));
   EXPECT_TRUE(host().records.awaitFrameOf({640, 480}));
+}
+
+// A consumer that is resized with the mouse.
+TEST_F(PolicyChangeTest, TheLastOfManySizesCountsThoughLater) {
+  start({"--camera", "test:A,640x480@30"});
+  const std::uint32_t camera = watch(host(), "test:A");
+  for (int i = 0; i < 4 * service::kMaxSizeChanges; ++i) {
+    const CameraSize size{static_cast<std::uint16_t>(320 + 2 * i), 320};
+    host().fromVm(CameraDataKind::WantedSize, camera, protocol::bytesOf(size));
+  }
+  host().fromVm(CameraDataKind::WantedSize, camera, protocol::bytesOf(CameraSize{160, 160}));
+  EXPECT_TRUE(host().records.awaitFrameOf({160, 120}));
+}
+
+TEST_F(PolicyChangeTest, TheLastOfManyEncodingsCountsThoughLater) {
+  if (!service::h264Available()) GTEST_SKIP() << "no H.264 encoder is installed";
+  start({"--camera", "test:A,320x240@30"});
+  host().policy({{"cameraEncodeType", "AUTO"}});
+  watch(host(), "test:A");
+  for (int i = 0; i < 4 * service::kMaxSizeChanges; ++i) host().showsH264(i % 2 == 0);
+  host().showsH264(true);
+  EXPECT_TRUE(eventually([&] {
+    const auto frames = host().records.of(CameraDataKind::Frame);
+    return !frames.empty() && frames.back().frame.encoding == kEncodingH264;
+  }));
 }
 
 // A directory with all of GStreamer's plug-ins but the H.264 encoders.
