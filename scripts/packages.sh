@@ -49,6 +49,7 @@ chromium                         cmd:chromium
 v4l-utils                        cmd:v4l2-ctl
 ffmpeg                           cmd:ffmpeg
 desktop-file-utils               cmd:desktop-file-validate
+appstream                        cmd:appstreamcli
 help2man                         cmd:help2man
 man-db                           cmd:man
 gstreamer1.0-plugins-ugly        file:/usr/lib/*/gstreamer-1.0/libgstx264.so
