@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "integration/viewer/screen.h"
+#include "support/raw_peer.h"
 #include "support/temporary_directory.h"
 #include "support/text.h"
 
@@ -73,7 +74,7 @@ struct ModuleWithVms : Module {
                     "virtserialport,chardev=camera,name=" + port});
   }
   bool isUp(const std::string& vm) const {
-    return eventually([&] { return std::filesystem::exists(socket(vm)); });
+    return eventually([&] { return RawPeer(socket(vm)).connected(); });
   }
 
   const std::string channel = directory.path() + "/cameras.sock";

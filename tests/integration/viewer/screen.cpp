@@ -8,7 +8,8 @@
 namespace lumsar::test {
 
 Screen::Screen()
-    : m_server({"Xvfb", "-displayfd", "1", "-screen", "0", "1280x900x24", "-nolisten", "tcp"},
+    : m_server({"Xvfb", "-displayfd", "1", "-screen", "0", "1280x900x24", "-nolisten", "tcp",
+                "-fbdir", m_memory.path()},
                {.errorsApart = true}) {}
 
 bool Screen::isUp() {
@@ -35,6 +36,8 @@ std::map<std::string, std::string> Screen::environment(
           {"XDG_RUNTIME_DIR", home},
           {"DBUS_SESSION_BUS_ADDRESS", "disabled:"},
           {"GSETTINGS_BACKEND", "memory"},
+          // Where its buttons are is known.
+          {"GTK_THEME", "Adwaita"},
           {"NO_AT_BRIDGE", "1"},
           {"LC_ALL", "C.UTF-8"}};
 }
@@ -62,6 +65,18 @@ std::string Screen::window(const std::string& how, const std::string& pattern) {
 
 bool Screen::press(const std::string& window, const std::string& keys) {
   return ask({"windowfocus", window, "key", keys}).status == 0;
+}
+
+std::string Screen::picture() const {
+  return readFile(m_memory.path() + "/Xvfb_screen0");
+}
+
+std::size_t Screen::differs(const std::string& before) const {
+  const std::string now = picture();
+  if (now.size() != before.size()) return now.size();
+  std::size_t count = 0;
+  for (std::size_t i = 0; i < now.size(); ++i) count += now[i] != before[i] ? 1U : 0U;
+  return count;
 }
 
 void Screen::movePointer(int x, int y) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "support/process.h"
+#include "support/temporary_directory.h"
 
 namespace lumsar::test {
 
@@ -27,6 +28,9 @@ class Screen {
   // Types into a window: "ctrl+alt+c", "space". False when it is not there any more.
   bool press(const std::string& window, const std::string& keys);
   void movePointer(int x, int y);
+  // All that is on the screen, and how many bytes of it are others than in `before`.
+  std::string picture() const;
+  std::size_t differs(const std::string& before) const;
   // So far from its right edge and from its top.
   void click(const std::string& window, int fromRight, int fromTop);
 
@@ -37,6 +41,7 @@ class Screen {
   };
   Answer ask(std::vector<std::string> words);
 
+  TemporaryDirectory m_memory;  // the server's
   Process m_server;
   std::string m_display;
 };

@@ -34,8 +34,9 @@ void connectTo(const char* address) {
 
 gboolean lineCame(GIOChannel* input, GIOCondition, gpointer) {
   g_autofree char* line = nullptr;
-  g_io_channel_read_line(input, &line, nullptr, nullptr, nullptr);
-  if (line == nullptr) return TRUE;
+  const GIOStatus status = g_io_channel_read_line(input, &line, nullptr, nullptr, nullptr);
+  if (status == G_IO_STATUS_EOF || status == G_IO_STATUS_ERROR) gtk_main_quit();
+  if (line == nullptr) return status == G_IO_STATUS_AGAIN ? TRUE : FALSE;
   g_strchomp(line);
   if (std::strcmp(line, "quit") == 0) {
     gtk_main_quit();

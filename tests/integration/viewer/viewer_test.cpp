@@ -1,98 +1,61 @@
 // Cameras in a viewer that knows nothing of them: a real guest, an unmodified viewer with the
 // module, and a hand at keyboard and mouse.
 #include <csignal>
+#include <filesystem>
 
-#include "integration/viewer/screen.h"
-#include "integration/vm/support/camera_vm.h"
+#include "integration/viewer/desktop_viewer.h"
 
 namespace lumsar::test {
 namespace {
 
-class Viewer : public CameraVm {
- protected:
-  void SetUp() override {
-    CameraVm::SetUp();
-    ASSERT_TRUE(m_screen.isUp());
-  }
-  void TearDown() override {
-    if (HasFailure() && m_viewer) std::printf("%s\n", m_viewer->output().c_str());
-    m_viewer.reset();
-    CameraVm::TearDown();
-  }
-
-  void startViewer(const std::string& program = "remote-viewer") {
-    auto environment = m_screen.environment(user().directory());
-    environment.merge(user().hostEnvironment());
-    m_viewer = std::make_unique<Process>(
-        std::vector<std::string>{LUMSAR_VIEWER, program, guest().address()},
-        ProcessSetup{.environment = environment});
-  }
-  void startGuestAgent() { guest().start("vm", "lumsar-agent --v4l2 --verbose"); }
-  // Everything up to a guest that has answered.
-  void begin() {
-    ASSERT_TRUE(user().startService());
-    startGuestAgent();
-    startViewer();
-    ASSERT_TRUE(viewer().says("VM answered"));
-    m_desktop = screen().window("--class", "remote-viewer");
-  }
-  // A desktop below the pointer has the keyboard for itself.
-  void openCameras(bool pointerIsAway = true) {
-    if (pointerIsAway) screen().movePointer(1270, 890);
-    ASSERT_TRUE(screen().press(m_desktop, "ctrl+alt+c"));
-    m_cameras = screen().window("--name", "^Cameras$");
-  }
-  // Keys that come while the window appears are the desktop's.
-  bool escape() {
-    return eventually([this] {
-      screen().press(m_cameras, "Escape");
-      return !screen().hasWindow("--name", "^Cameras$");
-    });
-  }
-  // The close button of a window's header bar.
-  void closeByMouse(const std::string& window) { screen().click(window, 26, 27); }
-
-  Process& viewer() { return *m_viewer; }
-  Screen& screen() { return m_screen; }
-
-  std::string m_desktop, m_cameras;
-
- private:
-  Screen m_screen;
-  std::unique_ptr<Process> m_viewer;
-};
-
-TEST_F(Viewer, CameraIsSharedByKeyboardAndTakenBack) {
+TEST_F(DesktopViewer, CameraIsSharedByKeyboardAndTakenBack) {
   begin();
   openCameras();
   EXPECT_FALSE(device().starts_with("capture device"));
-  ASSERT_TRUE(screen().press(m_cameras, "space"));
+  ASSERT_TRUE(share("space"));
   ASSERT_TRUE(cameraIsThere());
   expectPictures(25);
-  ASSERT_TRUE(screen().press(m_cameras, "space"));
+  ASSERT_TRUE(unshare("space"));
   EXPECT_TRUE(cameraIsGone());
 }
 
-TEST_F(Viewer, CameraIsSharedByAClickAndTheDesktopIsClosedWhileItStreams) {
+TEST_F(DesktopViewer, CameraIsSharedByAClickAndTheDesktopIsClosedWhileItStreams) {
   begin();
   openCameras();
-  screen().click(m_cameras, 50, 88);
+  ASSERT_TRUE(does("is shared with VM", [this] { screen().click(m_cameras, 50, 88); }));
   ASSERT_TRUE(cameraIsThere());
   startReader();
   ASSERT_TRUE(reading());
+  EXPECT_FALSE(processes().empty());
   closeByMouse(m_desktop);
   EXPECT_EQ(viewer().wait(), 0);
   EXPECT_TRUE(user().service().says("disconnected"));
+  EXPECT_TRUE(eventually([this] { return processes().empty(); }));
+  EXPECT_FALSE(std::filesystem::exists(user().directory() / "home/lumsar"));
   EXPECT_TRUE(cameraIsGone());
 }
 
-TEST_F(Viewer, WhatIsRememberedIsSharedAgainByTheNextViewer) {
-  begin();
-  openCameras();
-  ASSERT_TRUE(screen().press(m_cameras, "space"));
-  ASSERT_TRUE(cameraIsThere());
-  ASSERT_TRUE(screen().press(m_cameras, "alt+r"));
+// Both cross the same connection.
+TEST_F(DesktopViewer, TheDesktopChangesWhileACameraStreams) {
+  shareCamera();
+  ASSERT_TRUE(escape());
+  startReader();
+  ASSERT_TRUE(reading());
+  for (const char* colour : {"w", "p", "w"}) {
+    const std::string before = screen().picture();
+    // The memory of its text screen, each character in this colour.
+    guest().run(std::string("tr '\\0' ") + colour +
+                " </dev/zero | dd of=/dev/mem bs=4096 seek=$((0xb8000 / 4096)) count=1");
+    // Far more than a cursor that blinks.
+    EXPECT_TRUE(eventually([&] { return screen().differs(before) > 10'000; }));
+  }
+  EXPECT_TRUE(reading());
+}
+
+TEST_F(DesktopViewer, WhatIsRememberedIsSharedAgainByTheNextViewer) {
+  shareCamera();
   const Path choices = user().directory() / "home/lumsar/viewer.json";
+  ASSERT_TRUE(screen().press(m_cameras, "alt+r"));
   ASSERT_TRUE(eventually([&] { return std::filesystem::exists(choices); }));
   viewer().stop(SIGTERM);
   EXPECT_TRUE(cameraIsGone());
@@ -100,7 +63,7 @@ TEST_F(Viewer, WhatIsRememberedIsSharedAgainByTheNextViewer) {
   EXPECT_TRUE(cameraIsThere());
 }
 
-TEST_F(Viewer, ServiceThatStartsLateAndAgain) {
+TEST_F(DesktopViewer, ServiceThatStartsLateAndAgain) {
   startGuestAgent();
   startViewer();
   ASSERT_TRUE(viewer().says("no camera service"));
@@ -108,8 +71,10 @@ TEST_F(Viewer, ServiceThatStartsLateAndAgain) {
   ASSERT_TRUE(viewer().says("VM answered"));
   m_desktop = screen().window("--class", "remote-viewer");
   openCameras();
-  ASSERT_TRUE(screen().press(m_cameras, "space"));
+  ASSERT_TRUE(share());
   ASSERT_TRUE(cameraIsThere());
+  startReader();
+  ASSERT_TRUE(reading());
   user().killService();
   EXPECT_TRUE(cameraIsGone());
   ASSERT_TRUE(user().startService());
@@ -117,11 +82,28 @@ TEST_F(Viewer, ServiceThatStartsLateAndAgain) {
   expectPictures(5);
 }
 
-TEST_F(Viewer, GuestAgentThatIsStartedAgain) {
-  begin();
-  openCameras();
+TEST_F(DesktopViewer, ServiceThatHangsWhileItStreams) {
+  shareCamera();
+  startReader();
+  ASSERT_TRUE(reading());
+  user().service().signal(SIGSTOP);
+  EXPECT_TRUE(escape()) << "the desktop goes on";
+  user().service().signal(SIGCONT);
+  EXPECT_TRUE(reading());
+}
+
+// Whatever it was asked to do.
+TEST_F(DesktopViewer, IsClosedWhileTheServiceHangs) {
+  shareCamera();
+  user().service().signal(SIGSTOP);
   ASSERT_TRUE(screen().press(m_cameras, "space"));
-  ASSERT_TRUE(cameraIsThere());
+  closeByMouse(m_desktop);
+  EXPECT_EQ(viewer().wait(), 0);
+  user().service().signal(SIGCONT);
+}
+
+TEST_F(DesktopViewer, GuestAgentThatIsStartedAgain) {
+  shareCamera();
   guest().run("killall -KILL lumsar-agent");
   startGuestAgent();
   EXPECT_TRUE(viewer().says("VM answered", 2));
@@ -129,7 +111,32 @@ TEST_F(Viewer, GuestAgentThatIsStartedAgain) {
   expectPictures(5);
 }
 
-TEST_F(Viewer, CamerasTakeTheKeyboardFromTheDesktopBelowThePointer) {
+TEST_F(DesktopViewer, GuestThatReboots) {
+  shareCamera();
+  startReader();
+  ASSERT_TRUE(reading());
+  guest().run("touch /tmp/before");
+  guest().order("reboot -f");
+  ASSERT_TRUE(eventually([this] {
+    return guest().awaitShell() && guest().run("test -e /tmp/before").status == 1;
+  }));
+  startGuestAgent();
+  EXPECT_TRUE(cameraIsThere());
+  expectPictures(5);
+}
+
+// A SPICE server serves one client at a time.
+TEST_F(DesktopViewer, AnotherClientTakesTheConnection) {
+  shareCamera();
+  user().startHost(guest().address());
+  EXPECT_TRUE(viewer().says("the viewer's connection to the VM has ended"));
+  ASSERT_TRUE(user().host().expect("VM answered"));
+  ASSERT_TRUE(user().command("share 0"));
+  const auto devices = [this] { return guest().run("grep -c 'is /dev/video' /tmp/vm.log").output; };
+  EXPECT_TRUE(eventually([&] { return devices() == "2\n"; }));
+}
+
+TEST_F(DesktopViewer, CamerasTakeTheKeyboardFromTheDesktopBelowThePointer) {
   begin();
   screen().movePointer(300, 300);
   openCameras(false);
@@ -137,7 +144,7 @@ TEST_F(Viewer, CamerasTakeTheKeyboardFromTheDesktopBelowThePointer) {
 }
 
 // What the thread that draws the desktop cannot get rid of is refused, and the desktop goes on.
-TEST_F(Viewer, FloodWhileTheServiceHangsCostsThePortOnly) {
+TEST_F(DesktopViewer, FloodWhileTheServiceHangsCostsThePortOnly) {
   begin();
   guest().run("killall -KILL lumsar-agent");
   user().service().signal(SIGSTOP);
@@ -153,7 +160,7 @@ TEST_F(Viewer, FloodWhileTheServiceHangsCostsThePortOnly) {
 }
 
 // A desktop without cameras is worth more than none.
-TEST_F(Viewer, EndsCleanlyWhateverIsMissing) {
+TEST_F(DesktopViewer, EndsCleanlyWhateverIsMissing) {
   startViewer();
   ASSERT_TRUE(viewer().says("no camera service"));
   m_desktop = screen().window("--class", "remote-viewer");
@@ -163,20 +170,20 @@ TEST_F(Viewer, EndsCleanlyWhateverIsMissing) {
   EXPECT_EQ(viewer().wait(), 0);
 }
 
-// It has no GApplication to tell of its end.
-TEST_F(Viewer, AnotherViewer) {
+// It has no GApplication to tell of its end, nor a header bar that could say that a camera is in use.
+TEST_F(DesktopViewer, AnotherViewer) {
   ASSERT_TRUE(user().startService());
   startGuestAgent();
-  auto environment = screen().environment(user().directory());
-  environment.merge(user().hostEnvironment());
-  Process spicy({LUMSAR_VIEWER, "spicy", "--uri=" + guest().address()},
-                {.environment = environment});
-  ASSERT_TRUE(spicy.says("VM answered")) << spicy.output();
+  start({"spicy", "--uri=" + guest().address()});
+  ASSERT_TRUE(viewer().says("VM answered"));
   m_desktop = screen().window("--class", "spicy");
   openCameras();
-  ASSERT_TRUE(screen().press(m_cameras, "space"));
+  ASSERT_TRUE(share());
   ASSERT_TRUE(cameraIsThere());
+  ASSERT_TRUE(escape());
   expectPictures(5);
+  EXPECT_TRUE(eventually([this] { return screen().hasWindow("--name", "^Cameras$"); }))
+      << "a person knows when they are seen";
 }
 
 }  // namespace

@@ -17,7 +17,7 @@ class SpiceVm : public testing::Test {
   void TearDown() override;
 
   Guest& guest() { return *s_guest; }
-  UserSide& user() { return *m_user; }
+  UserSide& user() const { return *m_user; }
 
   // Starts guest_agent in the guest with these steps.
   void agent(const std::string& steps);
