@@ -64,8 +64,8 @@ enum IpcMsgType : std::uint32_t {
 enum Capability : std::uint32_t {
   CAP_BASE_1 = 0x01,
   CAP_BASE_2 = 0x02,
-  // Sharing all cameras with a VM session at once. The plug-in announces it over RDP only, and obeys
-  // it in any VM's answer: a SPICE host clears it there.
+  // Sharing all cameras with a VM session at once. The plug-in announces it over RDP only, and
+  // obeys it in any VM's answer: a SPICE host clears it there.
   CAP_SHARE_ALL = 0x10,
 };
 

@@ -82,7 +82,7 @@ class Share : private FrameConsumer {
   CameraStream& m_stream;
   const std::shared_ptr<VmTransport> m_transport;
   PolicyRule m_rule;
-  bool m_showsH264;  // the VM, when that was last looked at
+  bool m_showsH264;        // the VM, when that was last looked at
   FrameSize m_lastSize;    // that the VM has asked for
   FrameSize m_wantedSize;  // the same, once it counts
   // A camera that starts again may blink.

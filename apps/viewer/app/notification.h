@@ -7,8 +7,8 @@
 
 namespace lumsar::viewer {
 
-// Says that the VM begins to use cameras, and takes that back when it has ended. False when there is
-// something to say and the program has no notifications.
+// Says that the VM begins to use cameras, and takes that back when it has ended. False when there
+// is something to say and the program has no notifications.
 bool notifyOfUse(const std::string& vm, const CameraModel& before, const CameraModel& now);
 
 }  // namespace lumsar::viewer

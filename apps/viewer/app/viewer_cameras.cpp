@@ -72,14 +72,23 @@ ViewerCameras& ViewerCameras::instance() {
 }
 
 ViewerCameras::ViewerCameras()
-    : m_window(windowActions()),
-      m_windows(m_window.widget(), [this](GtkWindow* beside) { m_window.present(beside); }) {
+    : m_windows([this](GtkWindow* beside) { window().present(beside); }) {
   GApplication* application = g_application_get_default();
   if (application == nullptr) return;
   g_signal_connect(application, "shutdown", G_CALLBACK(+[](GApplication*, gpointer self) {
                      static_cast<ViewerCameras*>(self)->shutDown();
                    }),
                    this);
+}
+
+// Only once it is to be seen: to make it takes longer than to draw the desktop.
+CameraWindow& ViewerCameras::window() {
+  if (!m_window) {
+    m_window = std::make_unique<CameraWindow>(windowActions());
+    m_windows.leaveAlone(GTK_WINDOW(m_window->widget()));
+    updateWindow();
+  }
+  return *m_window;
 }
 
 CameraWindow::Actions ViewerCameras::windowActions() {
@@ -107,8 +116,8 @@ void ViewerCameras::portAppeared(SpicePortChannel* port, bool isOpen) {
   const auto isKnown = [port](const Vm& vm) { return vm.port == port && !vm.portEnded; };
   if (m_isDown || std::ranges::any_of(m_vms, isKnown)) return;
   Vm& vm = m_vms.emplace_back(Vm{identify(SPICE_CHANNEL(port)), port});
-  vm.transport = PortTransport::watch(port, isOpen,
-                                      [this, &vm](PortEnd why) { portEnded(vm, why); });
+  vm.transport =
+      PortTransport::watch(port, isOpen, [this, &vm](PortEnd why) { portEnded(vm, why); });
   if (m_vms.size() == 1) {
     begin(vm);
   } else {
@@ -124,7 +133,7 @@ void ViewerCameras::begin(Vm& vm) {
   static std::once_flag once;
   std::call_once(once, endAtExit);
   vm.host = std::make_unique<ViewerHost>(vm.transport, setupFor(vm.identity), hostActions(vm));
-  vm.host->setWatched(gtk_widget_get_visible(m_window.widget()) == TRUE);
+  vm.host->setWatched(m_window && gtk_widget_get_visible(m_window->widget()) == TRUE);
 }
 
 ViewerHost::Actions ViewerCameras::hostActions(Vm& vm) {
@@ -170,17 +179,20 @@ void ViewerCameras::show(Vm& vm, const CameraModel& model) {
   const bool isTold = notifyOfUse(vm.identity.name, before, model);
   update();
   // A person always knows when they are seen.
-  if (!isTold && !m_windows.isIndicatorSeen()) m_window.appear();
+  if (!isTold && !m_windows.isIndicatorSeen()) window().appear();
 }
 
 void ViewerCameras::update() {
-  if (m_vms.empty()) {
-    m_window.update({}, {.problem = m_lastEnd}, {});
-    return m_windows.setIndicator({.isVisible = m_lastEnd != Problem::None});
-  }
+  if (m_window) updateWindow();
+  if (m_vms.empty()) return m_windows.setIndicator({.isVisible = m_lastEnd != Problem::None});
   const Vm& vm = m_vms.front();
-  m_window.update(vm.identity.name, vm.model, noteOnOthers());
   m_windows.setIndicator({true, vm.model.inUse(), vm.identity.name});
+}
+
+void ViewerCameras::updateWindow() {
+  if (m_vms.empty()) return m_window->update({}, {.problem = m_lastEnd}, {});
+  const Vm& vm = m_vms.front();
+  m_window->update(vm.identity.name, vm.model, noteOnOthers());
 }
 
 std::string ViewerCameras::noteOnOthers() const {

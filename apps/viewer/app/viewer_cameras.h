@@ -40,6 +40,7 @@ class ViewerCameras {
   };
 
   ViewerCameras();
+  CameraWindow& window();
   CameraWindow::Actions windowActions();
   template <class Call>
   void withHost(Call call);
@@ -50,11 +51,12 @@ class ViewerCameras {
   void remove(Vm& vm);
   void show(Vm& vm, const CameraModel& model);
   void update();
+  void updateWindow();
   std::string noteOnOthers() const;
 
-  std::list<Vm> m_vms;                  // the first one has the cameras
+  std::list<Vm> m_vms;                // the first one has the cameras
   Problem m_lastEnd = Problem::None;  // why the last one ended
-  CameraWindow m_window;
+  std::unique_ptr<CameraWindow> m_window;
   ViewerWindows m_windows;
   bool m_isDown = false;
 };

@@ -38,15 +38,17 @@ std::string problemText(const CameraModel& model) {
     case Problem::None:
       return isEmpty ? tr("This machine has no cameras.") : "";
     case Problem::CannotStart:
-      return tr("There are no cameras: a part of Lumsar is missing or cannot be loaded. The viewer's "
-                "standard error says which.");
+      return tr(
+          "There are no cameras: a part of Lumsar is missing or cannot be loaded. The viewer's "
+          "standard error says which.");
     case Problem::Failure:
       return tr("The cameras have failed. Connect again.");
     case Problem::ConnectionEnded:
       return tr("The connection to the VM has ended.");
     case Problem::TooMuch:
-      return tr("The VM sent more than the camera service takes, so its camera port was closed. "
-                "Connect again.");
+      return tr(
+          "The VM sent more than the camera service takes, so its camera port was closed. "
+          "Connect again.");
     case Problem::NoService:
       return tr("The camera service is not running. Start lumsar-camera-service.");
     case Problem::ServiceSilent:

@@ -38,7 +38,8 @@ bool isShortcut(const GdkEventKey& key) {
 
 // What remote-viewer shows at the upper edge of a full screen, which hides the title.
 GtkWidget* findToolbar(GtkWidget* widget) {
-  const char* name = GTK_IS_BUILDABLE(widget) ? gtk_buildable_get_name(GTK_BUILDABLE(widget)) : nullptr;
+  const char* name =
+      GTK_IS_BUILDABLE(widget) ? gtk_buildable_get_name(GTK_BUILDABLE(widget)) : nullptr;
   if (GTK_IS_HEADER_BAR(widget) && name != nullptr && std::string_view(name) == "toolbar") {
     return widget;
   }
@@ -52,8 +53,7 @@ GtkWidget* findToolbar(GtkWidget* widget) {
 
 }  // namespace
 
-ViewerWindows::ViewerWindows(GtkWidget* own, std::function<void(GtkWindow*)> open)
-    : m_own(own), m_open(std::move(open)) {
+ViewerWindows::ViewerWindows(std::function<void(GtkWindow*)> open) : m_open(std::move(open)) {
   g_autoptr(GList) windows = gtk_window_list_toplevels();
   for (const GList* item = windows; item != nullptr; item = item->next) {
     adopt(GTK_WINDOW(item->data));
@@ -69,11 +69,15 @@ ViewerWindows::ViewerWindows(GtkWidget* own, std::function<void(GtkWindow*)> ope
       this, nullptr);
 }
 
+void ViewerWindows::leaveAlone(GtkWindow* window) {
+  g_object_set_data(G_OBJECT(window), kAdopted, this);
+}
+
 void ViewerWindows::adopt(GtkWindow* window) {
   const bool isPopup = gtk_window_get_window_type(window) != GTK_WINDOW_TOPLEVEL;
-  if (isPopup || GTK_IS_DIALOG(window) || GTK_WIDGET(window) == m_own) return;
+  if (isPopup || GTK_IS_DIALOG(window)) return;
   if (g_object_get_data(G_OBJECT(window), kAdopted) != nullptr) return;
-  g_object_set_data(G_OBJECT(window), kAdopted, this);
+  leaveAlone(window);
   // Before the window's own handling: a desktop takes all keys that are left.
   g_signal_connect(window, "key-press-event",
                    G_CALLBACK(+[](GtkWindow* pressed, GdkEventKey* key, gpointer data) -> gboolean {
@@ -127,8 +131,8 @@ bool ViewerWindows::isIndicatorSeen() const {
 void ViewerWindows::update(GtkWidget* button) const {
   const char* vm = m_indicator.vm.c_str();
   g_autofree char* text = m_indicator.vm.empty() ? g_strdup(tr("Cameras"))
-                          : m_indicator.inUse ? g_strdup_printf(tr("Cameras: in use by %s"), vm)
-                                              : g_strdup_printf(tr("Cameras for %s"), vm);
+                          : m_indicator.inUse    ? g_strdup_printf(tr("Cameras: in use by %s"), vm)
+                                                 : g_strdup_printf(tr("Cameras for %s"), vm);
   gtk_widget_set_tooltip_text(button, text);
   atk_object_set_name(gtk_widget_get_accessible(button), text);
   GtkStyleContext* style = gtk_widget_get_style_context(button);

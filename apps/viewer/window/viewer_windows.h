@@ -1,5 +1,6 @@
 // ViewerWindows: what is added to the windows of somebody else's program: Ctrl+Alt+C, and a button
-// where a window has a header bar or a full screen's toolbar. Bound to GTK's thread; lives as long as the process.
+// where a window has a header bar or a full screen's toolbar. Bound to GTK's thread; lives as long
+// as the process.
 #pragma once
 
 #include <gtk/gtk.h>
@@ -11,8 +12,10 @@ namespace lumsar::viewer {
 
 class ViewerWindows {
  public:
-  // `open` gets the window in which a person asked for the cameras. `own` is left alone.
-  ViewerWindows(GtkWidget* own, std::function<void(GtkWindow*)> open);
+  // `open` gets the window in which a person asked for the cameras.
+  explicit ViewerWindows(std::function<void(GtkWindow*)> open);
+  // Nothing is added to it, if it has not been shown yet.
+  void leaveAlone(GtkWindow* window);
 
   struct Indicator {
     bool isVisible = false;
@@ -28,7 +31,6 @@ class ViewerWindows {
   void addButton(GtkWidget* header);
   void update(GtkWidget* button) const;
 
-  GtkWidget* m_own;
   std::function<void(GtkWindow*)> m_open;
   GList* m_buttons = nullptr;  // those that exist
   Indicator m_indicator;

@@ -30,10 +30,15 @@ class DesktopViewer : public CameraVm {
   void startViewer() { start({"remote-viewer", guest().address()}); }
   void start(std::vector<std::string> viewerCommand,
              const std::map<std::string, std::string>& more = {}) {
+    viewerCommand.insert(viewerCommand.begin(), LUMSAR_VIEWER);
+    startBare(viewerCommand, more);
+  }
+  // Without the module.
+  void startBare(const std::vector<std::string>& viewerCommand,
+                 const std::map<std::string, std::string>& more = {}) {
     auto environment = m_screen.environment(user().directory());
     environment.merge(user().hostEnvironment());
     for (const auto& [name, value] : more) environment[name] = value;
-    viewerCommand.insert(viewerCommand.begin(), LUMSAR_VIEWER);
     m_viewer = std::make_unique<Process>(viewerCommand, ProcessSetup{.environment = environment});
   }
   void startGuestAgent() { guest().start("vm", "lumsar-agent --v4l2 --verbose"); }

@@ -117,9 +117,8 @@ TEST_F(DesktopViewer, GuestThatReboots) {
   ASSERT_TRUE(reading());
   guest().run("touch /tmp/before");
   guest().order("reboot -f");
-  ASSERT_TRUE(eventually([this] {
-    return guest().awaitShell() && guest().run("test -e /tmp/before").status == 1;
-  }));
+  ASSERT_TRUE(eventually(
+      [this] { return guest().awaitShell() && guest().run("test -e /tmp/before").status == 1; }));
   startGuestAgent();
   EXPECT_TRUE(cameraIsThere());
   expectPictures(5);
@@ -170,7 +169,8 @@ TEST_F(DesktopViewer, EndsCleanlyWhateverIsMissing) {
   EXPECT_EQ(viewer().wait(), 0);
 }
 
-// It has no GApplication to tell of its end, nor a header bar that could say that a camera is in use.
+// It has no GApplication to tell of its end, nor a header bar that could say that a camera is in
+// use.
 TEST_F(DesktopViewer, AnotherViewer) {
   ASSERT_TRUE(user().startService());
   startGuestAgent();

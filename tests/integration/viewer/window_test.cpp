@@ -63,14 +63,12 @@ struct Windows : testing::Test {
 struct CameraWindowTest : Windows {
   void SetUp() override {
     Windows::SetUp();
-    window = new CameraWindow({.share = [this](const std::string& id, bool on) {
-                                 asked.push_back(id + (on ? " on" : " off"));
-                               },
-                               .shareAll = [](bool) {},
-                               .remember = [this](bool on) {
-                                 asked.emplace_back(on ? "remember" : "forget");
-                               },
-                               .watch = [this](bool on) { watched = on; }});
+    window = new CameraWindow(
+        {.share = [this](const std::string& id,
+                         bool on) { asked.push_back(id + (on ? " on" : " off")); },
+         .shareAll = [](bool) {},
+         .remember = [this](bool on) { asked.emplace_back(on ? "remember" : "forget"); },
+         .watch = [this](bool on) { watched = on; }});
   }
   void show(const std::vector<CameraRow>& rows) {
     model.cameras = rows;
@@ -105,9 +103,8 @@ TEST_F(CameraWindowTest, EachCameraHasASwitchAndSaysWhatItDoes) {
   CameraRow refused = row("c", CameraState::Refused);
   refused.reason = "a rule denies it";
   show({row("a"), row("b", CameraState::InUse), refused});
-  EXPECT_EQ(spokenRows(),
-            (std::vector<std::string>{"Camera a, Off", "Camera b, In use by the VM",
-                                      "Camera c, Refused: a rule denies it"}));
+  EXPECT_EQ(spokenRows(), (std::vector<std::string>{"Camera a, Off", "Camera b, In use by the VM",
+                                                    "Camera c, Refused: a rule denies it"}));
   EXPECT_TRUE(says("Refused: a rule denies it"));
   EXPECT_TRUE(gtk_switch_get_active(GTK_SWITCH(switches().at(1))));
   EXPECT_TRUE(asked.empty()) << "what is shown is not a person's doing";
@@ -187,11 +184,9 @@ struct ViewerWindowsTest : Windows {
     gtk_window_set_titlebar(GTK_WINDOW(desktop), header);
     if (content != nullptr) gtk_container_add(GTK_CONTAINER(desktop), content);
     gtk_widget_show_all(desktop);
-    windows = new ViewerWindows(nullptr, [this](GtkWindow* beside) { opened.push_back(beside); });
+    windows = new ViewerWindows([this](GtkWindow* beside) { opened.push_back(beside); });
   }
-  Widgets buttons() const {
-    return find(desktop, isOurs);
-  }
+  Widgets buttons() const { return find(desktop, isOurs); }
   static bool isOurs(GtkWidget* widget) {
     return GTK_IS_BUTTON(widget) && spoken(widget).starts_with("Cameras");
   }

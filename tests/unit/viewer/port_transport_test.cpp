@@ -40,7 +40,8 @@ struct PortTransportTest : testing::Test {
   }
 
   void watch(bool isOpen) {
-    transport = PortTransport::watch(port, isOpen, [this](viewer::PortEnd why) { ended = textOf(why); });
+    transport =
+        PortTransport::watch(port, isOpen, [this](viewer::PortEnd why) { ended = textOf(why); });
   }
   void serve() {
     inbox->listen(listener);
@@ -113,7 +114,8 @@ TEST_F(PortTransportTest, AMigrationDoesNot) {
   serve();
   g_signal_emit_by_name(port, "channel-event", SPICE_CHANNEL_SWITCHING);
   guestDid(SPICE_PORT_EVENT_OPENED);
-  EXPECT_EQ(told(), (Told{"opened", "closed: the viewer's connection to the VM has ended", "opened"}));
+  EXPECT_EQ(told(),
+            (Told{"opened", "closed: the viewer's connection to the VM has ended", "opened"}));
   EXPECT_EQ(ended, "");
 }
 

@@ -173,10 +173,9 @@ TEST_F(ViewerHostTest, NoneAreAllThatAreShared) {
   const std::size_t before = told.count();
   host->setAllShared(false);
   ASSERT_TRUE(eventually([&] { return told.count() >= before + 3; }));
-  EXPECT_EQ(commands(),
-            (std::vector<std::string>{R"({"command":"unshare","deviceId":"on"})",
-                                      R"({"command":"unshare","deviceId":"used"})",
-                                      R"({"command":"unshare","deviceId":"away"})"}));
+  EXPECT_EQ(commands(), (std::vector<std::string>{R"({"command":"unshare","deviceId":"on"})",
+                                                  R"({"command":"unshare","deviceId":"used"})",
+                                                  R"({"command":"unshare","deviceId":"away"})"}));
 }
 
 // A camera may still be on.
@@ -326,8 +325,9 @@ TEST_F(ViewerHostTest, AMissingIpcLibraryIsSaid) {
   start();
   ASSERT_TRUE(eventually([this] { return told.ended.load(); }));
   EXPECT_EQ(told.last().problem, Problem::CannotStart);
-  EXPECT_TRUE(has(told.log(), "cannot find the IPC library /nowhere/libvdi_ipc.so; name it with "
-                              "LUMSAR_IPC_LIBRARY"))
+  EXPECT_TRUE(has(told.log(),
+                  "cannot find the IPC library /nowhere/libvdi_ipc.so; name it with "
+                  "LUMSAR_IPC_LIBRARY"))
       << told.log();
 }
 

@@ -32,9 +32,9 @@ struct SessionTest : testing::Test {
     DriverSetup setup;
     setup.protocol = protocol;
     setup.ipcLibrary = LUMSAR_IPC_LIBRARY;
-    Session session(loop.get_executor(), loop, plugin, setup, queue, report,
-                    {.onHandshake = [this](bool all) { sharesAll.push_back(all); },
-                     .onRefused = [] {}});
+    Session session(
+        loop.get_executor(), loop, plugin, setup, queue, report,
+        {.onHandshake = [this](bool all) { sharesAll.push_back(all); }, .onRefused = [] {}});
     session.start();
     ChannelListener& channel = session;
     channel.channelOpened();
