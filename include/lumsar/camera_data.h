@@ -29,6 +29,7 @@ enum class CameraDataKind : std::uint16_t {
   WakeUpProbe = 8,      // VM to host: makes a channel deliver what it holds back; no body, camera 0
   Encodings = 9,        // VM to service, after the handshake: what it shows, best first; camera 0
   WantedSize = 10,      // VM to service: what the camera's consumer has asked for; body CameraSize
+  Received = 11,        // VM to service: the newest frame that it has; body CameraReceived
 };
 
 struct CameraDataHeader {
@@ -85,6 +86,11 @@ struct CameraSize {
   std::uint16_t height = 0;
 };
 static_assert(sizeof(CameraSize) == 4);
+
+struct CameraReceived {
+  std::uint32_t sequence = 0;  // of the frame; 0 right after Start, before the first
+};
+static_assert(sizeof(CameraReceived) == 4);
 
 // The record's clock.
 inline std::uint64_t cameraClock() {

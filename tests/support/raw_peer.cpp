@@ -82,7 +82,8 @@ bool RawPeer::ended() const {
 
 bool RawPeer::handshake(std::uint16_t token) const {
   send(hello(token));
-  const Bytes answer = receive();
+  Bytes answer = receive();
+  while (kindOf(answer) == CameraDataKind::Received) answer = receive();  // of earlier cameras
   return answer.size() == sizeof(HelloMessage) &&
          std::ranges::equal(View(answer).subspan(kHeaderSize, sizeof token), bytesOf(token));
 }

@@ -16,6 +16,8 @@ using namespace std::chrono_literals;
 constexpr auto kStopDelay = 500ms;
 constexpr auto kStatisticsInterval = 1s;
 constexpr auto kKeyRequestInterval = 500ms;
+// The camera service finds out by them how long frames are on the way.
+constexpr auto kReceivedInterval = 50ms;
 
 std::uint32_t narrow(std::uint64_t value) {
   constexpr std::uint64_t kMax = std::numeric_limits<std::uint32_t>::max();
@@ -47,6 +49,7 @@ void Camera::takeFrame(const CameraDataHeader& header, Bytes body) {
     return;
   }
   frame->format = m_format = *format;
+  received(format->sequence);
   const std::uint32_t gap = m_sequence.gapBefore(format->sequence);
   ++m_all.frames;
   m_all.bytes += body.size();
@@ -122,6 +125,19 @@ void Camera::update(Clock::time_point now) {
     stop(true);
   }
   if (m_started && now - m_lastStatistics >= kStatisticsInterval) sendStatistics(now);
+  if (m_received && now - m_lastReceived >= kReceivedInterval) sendReceived(now);
+}
+
+void Camera::received(std::uint32_t sequence) {
+  m_received = sequence;
+  const auto now = Clock::now();
+  if (now - m_lastReceived >= kReceivedInterval) sendReceived(now);
+}
+
+void Camera::sendReceived(Clock::time_point now) {
+  const CameraReceived received{*std::exchange(m_received, std::nullopt)};
+  m_lastReceived = now;
+  m_ask(CameraDataKind::Received, protocol::bytesOf(received));
 }
 
 // One consumer's size is made where the camera is; of several, each has to make its own.
@@ -145,8 +161,9 @@ void Camera::sendWantedSize() {
 
 Clock::time_point Camera::due() const {
   if (!m_started) return Clock::time_point::max();
-  const auto statistics = m_lastStatistics + kStatisticsInterval;
-  return m_consumers > 0 ? statistics : std::min(statistics, m_lastConsumed + kStopDelay);
+  auto reports = m_lastStatistics + kStatisticsInterval;
+  if (m_received) reports = std::min(reports, m_lastReceived + kReceivedInterval);
+  return m_consumers > 0 ? reports : std::min(reports, m_lastConsumed + kStopDelay);
 }
 
 void Camera::start(Clock::time_point now) {
@@ -160,6 +177,7 @@ void Camera::start(Clock::time_point now) {
   m_deliveredBefore = delivered();
   base::logInfo("camera \"{}\": has a consumer, starting it", m_info.name);
   m_ask(CameraDataKind::Start, {});
+  m_ask(CameraDataKind::Received, protocol::bytesOf(CameraReceived{}));
 }
 
 void Camera::repeatStart() {
@@ -171,6 +189,7 @@ void Camera::repeatStart() {
 
 void Camera::stop(bool tellService) {
   m_started = false;
+  m_received.reset();
   m_toldSize.reset();
   if (tellService) m_ask(CameraDataKind::Stop, {});
 }

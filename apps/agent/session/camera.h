@@ -67,6 +67,8 @@ class Camera {
   std::optional<FrameSize> wantedSize() const;
   void sendWantedSize();
   void sendStatistics(Clock::time_point now);
+  void received(std::uint32_t sequence);
+  void sendReceived(Clock::time_point now);
   std::uint64_t dropped() const;
   std::uint64_t delivered() const;
   unsigned consumers() const;
@@ -85,6 +87,8 @@ class Camera {
   Clock::time_point m_lastConsumed;
   Clock::time_point m_lastStatistics;
   Clock::time_point m_lastKeyRequest;
+  Clock::time_point m_lastReceived;         // told
+  std::optional<std::uint32_t> m_received;  // still to be told
 
   std::optional<FrameSize> m_toldSize;  // the service, since the camera was off
 

@@ -88,7 +88,7 @@ std::string hostTable(const QJsonArray& hosts) {
 
 std::string shareTable(const QJsonArray& hosts) {
   std::vector<base::TableRow> rows{
-      {"VM", "CAMERA", "THROUGH", "STATE", "FRAMES", "BYTES", "DROPPED"}};
+      {"VM", "CAMERA", "THROUGH", "STATE", "FRAMES", "BYTES", "DROPPED", "LINE"}};
   for (const auto& value : hosts) {
     const QJsonObject host = value.toObject();
     const QJsonArray shares = host.value("shares").toArray();
@@ -96,7 +96,8 @@ std::string shareTable(const QJsonArray& hosts) {
       const QJsonObject share = item.toObject();
       rows.push_back({field(host, "vmId"), field(share, "camera"), field(share, "link"),
                       share.value("started").toBool() ? "started" : "not started",
-                      field(share, "frames"), field(share, "bytes"), field(share, "dropped")});
+                      field(share, "frames"), field(share, "bytes"), field(share, "dropped"),
+                      field(share, "line")});
     }
     const QJsonArray waiting = host.value("waiting").toArray();
     for (const auto& item : waiting) {

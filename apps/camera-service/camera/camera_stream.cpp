@@ -14,6 +14,9 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds kBetweenStarts{500};
+constexpr milliseconds kBetweenChanges{200};  // for the sake of the lines
+// A key frame is large: on a thin line, more of them cost more frames than they bring back.
+constexpr milliseconds kBetweenKeyFrames{1000};
 constexpr milliseconds kSilence{5000};  // without a frame for this long a camera counts as stuck
 
 using Clock = asio::steady_timer::clock_type;
@@ -54,7 +57,7 @@ void CameraStream::onConsumerRemoved() {
 
 void CameraStream::refresh() {
   if (!m_capture) return;
-  if (m_capture->adapt(planFor(combinedRequest()))) return;
+  if (m_capture->adapt(planForLines())) return;
   stop();
   startSoon();
 }
@@ -65,8 +68,52 @@ CaptureRequest CameraStream::combinedRequest() const {
   return all;
 }
 
+// Whoever needs one goes on asking.
 void CameraStream::requestKeyFrame() {
-  if (m_capture) m_capture->requestKeyFrame();
+  if (!m_capture) return;
+  const bool thin = m_capture->plan().isThinned;
+  if (thin && Clock::now() - m_lastKeyFrame < kBetweenKeyFrames) return;
+  m_capture->requestKeyFrame();
+}
+
+// JPEG is for those with room, the others leave frames out.
+void CameraStream::updateHold() {
+  if (!m_capture || m_consumers.empty()) return;
+  const auto isFull = [](FrameConsumer* consumer) { return consumer->lineFullFor() > 0; };
+  const auto isWaitedFor = [](FrameConsumer* consumer) {
+    const std::int64_t time = consumer->lineFullFor();
+    return time > 0 && time < kLongestWait;
+  };
+  const bool h264 = m_capture->plan().encoding == kEncodingH264;
+  m_capture->hold(std::ranges::all_of(m_consumers, isFull) ||
+                  (h264 && std::ranges::any_of(m_consumers, isWaitedFor)));
+}
+
+double CameraStream::wantedRate() const {
+  return m_consumers.empty() ? 0 : byteRate(planFor(combinedRequest()), m_detail);
+}
+
+CapturePlan CameraStream::planForLines() const {
+  const CaptureRequest request = combinedRequest();
+  return planForLine(planFor(request), request.lineRate, m_detail,
+                     m_capture ? m_capture->plan() : CapturePlan{});
+}
+
+// Views change, too.
+void CameraStream::followLines() {
+  const auto now = Clock::now();
+  if (!m_capture || now - m_lastFollowed < kBetweenChanges) return;
+  m_lastFollowed = now;
+  if (m_capture->plan().isThinned || combinedRequest().lineRate > 0) refresh();
+}
+
+void CameraStream::measure(const CapturedFrame& frame) {
+  if (frame.encoding == kEncodingH264) {
+    if (frame.key) m_lastKeyFrame = m_lastSign;
+    return;
+  }
+  m_detail.add(frame.data.bytes.size(), static_cast<double>(frame.width) * frame.height,
+               m_capture->plan().quality);
 }
 
 CapturePlan CameraStream::planFor(const CaptureRequest& request) const {
@@ -110,7 +157,7 @@ void CameraStream::start() {
   if (!base::hasSpareDescriptors(kPipelineDescriptors))
     return onCaptureFailed(base::tooManyOpenFiles());
   if (!base::hasSpareThreads(kPipelineThreads)) return onCaptureFailed(base::kTooManyThreads);
-  const CapturePlan plan = planFor(combinedRequest());
+  const CapturePlan plan = planForLines();
   m_tried = plan.source;
   if (plan.source.width == 0) return onCaptureFailed("it offers no format that can be read here");
   try {
@@ -159,8 +206,11 @@ void CameraStream::onFrame(const CapturedFrame& frame) {
   m_counters.bytes += frame.data.bytes.size();
   m_backOff.reset();
   m_error.clear();
+  measure(frame);
   const auto wantsNoMore = [&](FrameConsumer* consumer) { return !consumer->onFrame(frame); };
   if (std::erase_if(m_consumers, wantsNoMore) > 0) onConsumerRemoved();
+  updateHold();
+  followLines();
 }
 
 void CameraStream::onDamagedFrame(const std::string& why) {

@@ -12,6 +12,7 @@
 #include "base/back_off.h"
 #include "camera/camera_info.h"
 #include "capture/capture.h"
+#include "formats/line_plan.h"
 
 namespace lumsar::service {
 
@@ -21,7 +22,12 @@ class FrameConsumer {
   virtual CaptureRequest request() const = 0;
   // False: it is to be removed. Must not add or remove consumers of this camera.
   virtual bool onFrame(const CapturedFrame& frame) = 0;
+  // For how long (µs) there has been no room for frames on its line; 0 when there is.
+  virtual std::int64_t lineFullFor() = 0;
 };
+
+// H.264 waits no longer for one of several consumers, which then needs a key frame.
+inline constexpr std::int64_t kLongestWait = 1'000'000;  // µs
 
 class CameraStream : private CaptureEvents {
  public:
@@ -43,6 +49,10 @@ class CameraStream : private CaptureEvents {
   // A consumer's request has changed.
   void refresh();
   void requestKeyFrame();
+  // The line of a consumer has got room, or has none any more.
+  void updateHold();
+  // Bytes a second that would be sent if no line were a limit.
+  double wantedRate() const;
 
   bool running() const { return m_capture != nullptr; }
   std::size_t consumers() const { return m_consumers.size(); }
@@ -62,6 +72,9 @@ class CameraStream : private CaptureEvents {
   void onCaptureFailed(const std::string& why) override;
   void onConsumerRemoved();
   CaptureRequest combinedRequest() const;
+  CapturePlan planForLines() const;
+  void followLines();
+  void measure(const CapturedFrame& frame);
   void startSoon();
   void startAfter(std::chrono::milliseconds delay);
   void start();
@@ -85,6 +98,9 @@ class CameraStream : private CaptureEvents {
   CameraFormat m_tried;                       // by the last start
   std::vector<CameraFormat> m_failed;         // without any frame, for the present consumers
   Counters m_counters;
+  Detail m_detail;
+  asio::steady_timer::time_point m_lastFollowed;
+  asio::steady_timer::time_point m_lastKeyFrame;
 };
 
 // One stream for each camera, made when it is first asked for.

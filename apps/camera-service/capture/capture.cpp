@@ -130,6 +130,9 @@ bool Capture::adapt(const CapturePlan& plan) {
   if (plan.width != m_plan.width || plan.height != m_plan.height) {
     setFrameSize(m_pipeline, plan);
   }
+  if (plan.bitRate != m_plan.bitRate || (plan.bitRate > 0 && plan.interval != m_plan.interval)) {
+    setEncoderRate(m_pipeline.encoder, plan);
+  }
   m_frames->setPlan(plan);
   m_plan = plan;
   return true;

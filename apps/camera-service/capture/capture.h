@@ -59,6 +59,8 @@ class Capture {
   // Changes to another plan while running. False when that needs a new capture.
   bool adapt(const CapturePlan& plan);
   void requestKeyFrame();
+  // While it is held, hardly any frame is encoded: there is no room for them.
+  void hold(bool held) { m_frames->hold(held); }
   const CapturePlan& plan() const { return m_plan; }
   const FrameTap& frames() const { return *m_frames; }
 

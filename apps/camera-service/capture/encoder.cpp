@@ -6,6 +6,7 @@
 #include <string>
 
 #include "base/text/format.h"
+#include "formats/line_plan.h"
 #include "lumsar/camera_data.h"
 
 namespace lumsar::service {
@@ -16,10 +17,12 @@ struct H264Encoder {
   const char* settings;  // with a place for the bit rate
   unsigned int bitRateUnit = 1;
   bool needsDevice = false;
+  const char* rateControl = nullptr;  // of a driver, where the bit rate is no property
+  const char* bufferTime = nullptr;   // in ms of the bit rate: how much more a key frame may have
 };
 
 // The cheapest first. Tuned for low latency: no frame waits for a later one. A VM gets two key
-// frames a second at most, however many it asks for.
+// frames a second at most, however many it asks for and whatever it sees.
 constexpr std::array<H264Encoder, 5> kH264Encoders = {
     {{"vah264enc",
       "rate-control=cbr b-frames=0 key-int-max=60 min-force-key-unit-interval=500000000 bitrate={}",
@@ -31,28 +34,35 @@ constexpr std::array<H264Encoder, 5> kH264Encoders = {
      {"v4l2h264enc",
       "min-force-key-unit-interval=500000000 extra-controls=controls,repeat_sequence_header=1,"
       "video_b_frames=0,video_gop_size=60,video_bitrate={}",
-      1, true},
+      1, true, "video_bitrate"},
      {"openh264enc", "complexity=low gop-size=60 min-force-key-unit-interval=500000000 bitrate={}"},
      {"x264enc",
       "tune=zerolatency speed-preset=superfast key-int-max=60 byte-stream=true "
+      "option-string=scenecut=0 "
       "min-force-key-unit-interval=500000000 bitrate={}",
-      1000}}};
+      1000, false, nullptr, "vbv-buf-capacity"}}};
 
-// Bits per second for a quality from 0 to 100: 50 gives a tenth of a bit for each pixel.
+constexpr const char* kName = "h264";
+constexpr unsigned int kBufferTime = 600;      // ms
+constexpr unsigned int kThinBufferTime = 250;  // of a line on which everything waits for it
+
+// Encoders take all frames of the source to come, and give each its part of the bit rate.
 unsigned int bitRate(const CapturePlan& plan) {
-  const double frames =
-      plan.frameInterval() > 0 ? 1e6 / static_cast<double>(plan.frameInterval()) : 30.0;
-  const double pixels = static_cast<double>(plan.width) * plan.height * frames;
-  return static_cast<unsigned int>(std::max(100e3, pixels * plan.quality * 0.002));
+  if (plan.bitRate <= 0) return static_cast<unsigned int>(policyBitRate(plan));
+  const double rate = plan.source.rate();
+  const double skipped = plan.interval > 0 && rate > 0
+                             ? std::max(1.0, static_cast<double>(plan.interval) * rate / 1e6)
+                             : 1.0;
+  return static_cast<unsigned int>(plan.bitRate * skipped);
 }
 
 GstElement* makeBin(const H264Encoder& encoder, unsigned int bitRate) {
   const std::string settings =
       fmt::format(fmt::runtime(encoder.settings), bitRate / encoder.bitRateUnit);
   const std::string description = base::text(
-      "{} {} ! capsfilter "
+      "{} name={} {} ! capsfilter "
       "caps=\"video/x-h264,stream-format=(string)byte-stream,alignment=(string)au\"",
-      encoder.factory, settings);
+      encoder.factory, kName, settings);
   return gst_parse_bin_from_description_full(description.c_str(), TRUE, nullptr,
                                              GST_PARSE_FLAG_FATAL_ERRORS, nullptr);
 }
@@ -129,6 +139,27 @@ bool setEncoderQuality(GstElement* encoder, const CapturePlan& plan) {
   if (plan.encoding != kEncodingMjpg) return false;
   g_object_set(encoder, "quality", std::clamp(plan.quality, 0, 100), nullptr);
   return true;
+}
+
+void setEncoderRate(GstElement* encoder, const CapturePlan& plan) {
+  const H264Encoder* kind = plan.encoding == kEncodingH264 ? findH264Encoder() : nullptr;
+  if (kind == nullptr) return;
+  const GstPtr<GstElement> element(gst_bin_get_by_name(GST_BIN(encoder), kName));
+  const unsigned int rate = bitRate(plan) / kind->bitRateUnit;
+  if (kind->rateControl != nullptr) {
+    GstStructure* controls = gst_structure_new("controls", kind->rateControl, G_TYPE_INT,
+                                               static_cast<int>(rate), nullptr);
+    g_object_set(element.get(), "extra-controls", controls, nullptr);
+    return gst_structure_free(controls);
+  }
+  const GParamSpec* property =
+      g_object_class_find_property(G_OBJECT_GET_CLASS(element.get()), "bitrate");
+  if ((property->flags & GST_PARAM_MUTABLE_PLAYING) == 0) return;
+  if (kind->bufferTime != nullptr) {
+    const unsigned int time = plan.isThinned ? kThinBufferTime : kBufferTime;
+    g_object_set(element.get(), kind->bufferTime, time, nullptr);
+  }
+  g_object_set(element.get(), "bitrate", rate, nullptr);
 }
 
 }  // namespace lumsar::service

@@ -15,4 +15,7 @@ GstElement* makeEncoder(const CapturePlan& plan);
 // Changes the quality while running. False where the encoder cannot.
 bool setEncoderQuality(GstElement* encoder, const CapturePlan& plan);
 
+// Changes the bit rate of H.264 while running. An encoder that cannot stays as it is.
+void setEncoderRate(GstElement* encoder, const CapturePlan& plan);
+
 }  // namespace lumsar::service

@@ -86,8 +86,16 @@ GstPadProbeReturn FrameTap::onCaptured(GstPad* pad, GstBuffer* buffer) {
 }
 
 bool FrameTap::isDue() {
+  const std::int64_t now = g_get_monotonic_time();
+  if (isHeldBack(now)) return false;
   const std::lock_guard lock(m_mutex);
-  return m_pacer.due(g_get_monotonic_time(), m_plan.interval);
+  if (!m_pacer.due(now, m_plan.interval)) return false;
+  m_lastLet = now;
+  return true;
+}
+
+bool FrameTap::isHeldBack(std::int64_t now) {
+  return m_held && now - m_lastLet < kHeldInterval;
 }
 
 Treatment FrameTap::judge(GstBuffer* buffer) {

@@ -20,6 +20,8 @@
 
 namespace lumsar::service {
 
+inline constexpr std::int64_t kHeldInterval = 1'000'000;  // µs
+
 class FrameTap : public std::enable_shared_from_this<FrameTap> {
  public:
   // On the streaming thread.
@@ -37,6 +39,8 @@ class FrameTap : public std::enable_shared_from_this<FrameTap> {
   void attach(const CapturePipeline& pipeline);
 
   void setPlan(const CapturePlan& plan);
+  // While it is held, one frame in kHeldInterval goes on, as a sign of life.
+  void hold(bool held) { m_held = held; }
   Newest take();
   // What becomes of the camera's frames, by the latest.
   std::string treatment() const;
@@ -47,6 +51,7 @@ class FrameTap : public std::enable_shared_from_this<FrameTap> {
  private:
   GstPadProbeReturn onCaptured(GstPad* pad, GstBuffer* buffer);
   bool isDue();
+  bool isHeldBack(std::int64_t now);
   Treatment judge(GstBuffer* buffer);
   void onEncodeEnd();
   void onEncoded();
@@ -60,7 +65,9 @@ class FrameTap : public std::enable_shared_from_this<FrameTap> {
   Treatment m_treatment;
   Newest m_frames;
 
-  Pacer m_pacer;           // these three on the streaming thread
+  std::atomic<bool> m_held = false;
+  std::int64_t m_lastLet = 0;  // these four on the streaming thread
+  Pacer m_pacer;
   bool m_discard = false;  // what comes next out of the encoder: it was passed through
   std::int64_t m_encodeBegin = 0;
   std::atomic<std::int64_t> m_encodeTotal = 0;

@@ -90,6 +90,8 @@ CaptureRequest combined(const CaptureRequest& first, const CaptureRequest& secon
   result.rule.encoding = h264 ? SentEncoding::H264 : SentEncoding::Mjpg;
   result.interval =
       h264 ? std::max(first.interval, second.interval) : std::min(first.interval, second.interval);
+  const auto [slower, faster] = std::minmax(first.lineRate, second.lineRate);
+  result.lineRate = slower > 0 ? slower : faster;
   return result;
 }
 

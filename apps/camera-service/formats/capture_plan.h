@@ -13,10 +13,11 @@ namespace lumsar::service {
 struct CaptureRequest {
   PolicyRule rule;
   std::int64_t interval = 0;  // µs between frames; 0: the camera's own rate
+  double lineRate = 0;        // bytes a second that the VM's line takes; 0: it is no limit
 };
 
 // One stream of frames serves all consumers of a camera: within every limit, and as fast as the
-// fastest (for H.264, which bears no gaps, as slow as the slowest).
+// fastest (for H.264, which bears no gaps, as slow as the slowest). The slowest line is the limit.
 CaptureRequest combined(const CaptureRequest& first, const CaptureRequest& second);
 
 struct CapturePlan {
@@ -26,6 +27,8 @@ struct CapturePlan {
   std::uint32_t encoding = 0;  // kEncodingMjpg or kEncodingH264
   int quality = 0;
   std::int64_t interval = 0;  // µs, as far as it is slower than the source; else 0
+  double bitRate = 0;         // of H.264, bits a second; 0: what its quality gives
+  bool isThinned = false;     // less than the policy gives, for the line's sake
 
   // µs from frame to frame, 0 if not known.
   std::int64_t frameInterval() const;

@@ -20,15 +20,16 @@ Kind kindOf(const JpegHeader& frame, const CapturePlan& plan) {
 
 std::string reason(const Treatment& treatment, const CapturePlan& plan) {
   const JpegHeader& frame = treatment.frame;
+  const char* who = plan.isThinned ? "the VM's line" : "the policy";
   switch (treatment.kind) {
     case Kind::NoJpeg:
       return base::text("the camera delivers {}", plan.source.encoding);
     case Kind::OtherEncoding:
       return "the policy wants H264";
     case Kind::OtherSize:
-      return base::text("the policy wants {}x{}", plan.width, plan.height);
+      return base::text("{} wants {}x{}", who, plan.width, plan.height);
     case Kind::LowerQuality:
-      return base::text("the policy wants quality {}, the camera's own is about {}", plan.quality,
+      return base::text("{} wants quality {}, the camera's own is about {}", who, plan.quality,
                         frame.quality);
     case Kind::FrameIsUnusual:
       return base::text("the camera's frame {}", frame.fault);

@@ -126,6 +126,9 @@ void ClientSession::onVmRecord(const CameraDataHeader& header, base::Bytes body,
     case CameraDataKind::Statistics:
       if (const auto statistics = take<CameraStatistics>(body)) share.onStatistics(*statistics);
       return;
+    case CameraDataKind::Received:
+      if (const auto received = take<CameraReceived>(body)) share.onReceived(received->sequence);
+      return;
     case CameraDataKind::WantedSize:
       if (const auto size = take<CameraSize>(body)) share.limitSize({size->width, size->height});
       return;

@@ -78,7 +78,7 @@ QJsonObject shareStatus(const Share& share) {
   return {{"camera", qt(share.camera().info.id)}, {"link", qt(share.transport()->name())},
           {"started", share.started()},           {"frames", number(counters.frames)},
           {"bytes", number(counters.bytes)},      {"dropped", number(counters.dropped)},
-          {"rateLimit", share.rateLimit()}};
+          {"rateLimit", share.rateLimit()},       {"line", qt(share.line())}};
 }
 
 QJsonArray waitingShares(const ClientSession& session) {

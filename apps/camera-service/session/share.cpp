@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/log.h"
+#include "base/text/format.h"
 #include "protocol/camera_record.h"
 
 namespace lumsar::service {
@@ -85,6 +86,7 @@ void Share::setRule(const PolicyRule& rule) {
 void Share::start() {
   if (started()) return;
   m_rateControl.reset();
+  m_line.reset();
   consume();
 }
 
@@ -119,13 +121,29 @@ void Share::onStatistics(const CameraStatistics& statistics) {
   m_stream.refresh();
 }
 
+void Share::onReceived(std::uint32_t sequence) {
+  if (!started()) return;
+  m_line.onReceived(sequence, steadyMicroseconds(), m_stream.wantedRate());
+  if (m_state == State::Stalled && sequence > 0) consume();
+  m_stream.updateHold();
+}
+
+std::string Share::line() const {
+  if (!started()) return "";
+  if (!m_rule.followVm) return "not followed, as the policy says";
+  if (!m_line.reports()) return "the VM does not tell what it receives";
+  if (m_line.target() == 0) return "no limit";
+  return base::text("{:.0f} kbit/s, as frames waited {} ms for it", m_line.target() * 8 / 1000,
+                    m_line.waited() / 1000);
+}
+
 std::int64_t Share::interval() const {
   const std::int64_t wanted = std::int64_t{m_rule.intervalMs} * 1000;
   return m_rule.followVm ? std::max(wanted, m_rateControl.interval()) : wanted;
 }
 
 CaptureRequest Share::request() const {
-  CaptureRequest request{m_rule, interval()};
+  CaptureRequest request{m_rule, interval(), m_rule.followVm ? m_line.target() : 0};
   PolicyRule& rule = request.rule;
   if (rule.encoding == SentEncoding::Auto) {
     rule.encoding = m_transport->showsH264() ? SentEncoding::H264 : SentEncoding::Mjpg;
@@ -155,9 +173,10 @@ void Share::onEncodingsChanged() {
 bool Share::onFrame(const CapturedFrame& frame) {
   const bool maySkip = frame.encoding == kEncodingMjpg;
   if (maySkip && !m_pacer.due(static_cast<std::int64_t>(frame.time), interval())) return true;
-  if (m_delivery->needsKeyFrame && !frame.key) {
-    m_stream.requestKeyFrame();
-  } else {
+  const bool waits = waitsForLine(frame);
+  if (!waits && m_delivery->needsKeyFrame && !frame.key) {
+    if (lineFullFor() == 0) m_stream.requestKeyFrame();
+  } else if (!waits) {
     send(frame);
   }
   if (!isStalled()) return true;
@@ -167,12 +186,29 @@ bool Share::onFrame(const CapturedFrame& frame) {
   return false;
 }
 
+std::int64_t Share::lineFullFor() {
+  return m_rule.followVm ? m_line.fullFor(steadyMicroseconds()) : 0;
+}
+
+// H.264 bears gaps only before a key frame, so what has been encoded is sent, unless the camera
+// goes on for others. Now and then a frame is sent anyway, to find out.
+bool Share::waitsForLine(const CapturedFrame& frame) {
+  const std::int64_t full = lineFullFor();
+  if (full == 0 || steadyMicroseconds() - m_lastOffered > kHeldInterval / 2) return false;
+  if (frame.encoding == kEncodingMjpg) return true;
+  if (full < kLongestWait) return false;
+  return m_delivery->needsKeyFrame = true;
+}
+
 bool Share::isStalled() const {
-  return m_delivery->droppedSince && steadyMicroseconds() - m_delivery->lastLeft > kStallTimeout;
+  const std::int64_t now = steadyMicroseconds();
+  if (m_rule.followVm && m_line.silentFor(now) > kStallTimeout) return true;
+  return m_delivery->droppedSince && now - m_delivery->lastLeft > kStallTimeout;
 }
 
 void Share::send(const CapturedFrame& frame) {
   m_delivery->needsKeyFrame = false;
+  m_lastOffered = steadyMicroseconds();
   ++m_delivery->counters.offered;
   protocol::Message head =
       protocol::frameMessage(m_transport->dataType(), camera().number, frame.time, fieldsOf(frame));
@@ -184,11 +220,13 @@ void Share::send(const CapturedFrame& frame) {
 }
 
 void Share::Delivery::onLeave(protocol::Message& frame) {
-  protocol::setSequence(frame, static_cast<std::uint32_t>(++counters.frames));
-  counters.bytes += kHeaderSize + frame.header().length;
+  const auto sequence = static_cast<std::uint32_t>(++counters.frames);
+  const std::size_t size = kHeaderSize + frame.header().length;
+  protocol::setSequence(frame, sequence);
+  counters.bytes += size;
   droppedSince = false;
   lastLeft = steadyMicroseconds();
-  if (share != nullptr) share->onFrameLeft();
+  if (share != nullptr) share->onFrameLeft(sequence, size);
 }
 
 void Share::Delivery::onDrop() {
@@ -197,8 +235,9 @@ void Share::Delivery::onDrop() {
   needsKeyFrame = true;
 }
 
-void Share::onFrameLeft() {
-  if (m_state == State::Stalled) consume();
+void Share::onFrameLeft(std::uint32_t sequence, std::size_t size) {
+  m_line.onSent(sequence, size, m_delivery->lastLeft);
+  if (m_state == State::Stalled && !isStalled()) consume();
 }
 
 }  // namespace lumsar::service

@@ -5,8 +5,10 @@
 
 #include <chrono>
 #include <memory>
+#include <string>
 
 #include "camera/camera_stream.h"
+#include "camera/line_control.h"
 #include "camera/rate_control.h"
 #include "capture/pacer.h"
 #include "session/limited_changes.h"
@@ -44,6 +46,8 @@ class Share : private FrameConsumer {
   void limitSize(FrameSize size);
   void onEncodingsChanged();
   void onStatistics(const CameraStatistics& statistics);
+  // It has this frame.
+  void onReceived(std::uint32_t sequence);
 
   bool started() const { return m_state != State::Stopped; }
   // Started, and its transport is not stalled.
@@ -52,6 +56,8 @@ class Share : private FrameConsumer {
   const std::shared_ptr<VmTransport>& transport() const { return m_transport; }
   const Counters& counters() const { return m_delivery->counters; }
   double rateLimit() const { return m_rateControl.limit(); }
+  // For people: what the line to the VM takes, and why.
+  std::string line() const;
 
  private:
   enum class State {
@@ -73,10 +79,12 @@ class Share : private FrameConsumer {
 
   CaptureRequest request() const override;
   bool onFrame(const CapturedFrame& frame) override;
+  std::int64_t lineFullFor() override;
+  bool waitsForLine(const CapturedFrame& frame);
   void consume();
   void send(const CapturedFrame& frame);
   bool isStalled() const;
-  void onFrameLeft();
+  void onFrameLeft(std::uint32_t sequence, std::size_t size);
   std::int64_t interval() const;
 
   CameraStream& m_stream;
@@ -89,6 +97,8 @@ class Share : private FrameConsumer {
   LimitedChanges m_sizeChanges;
   Pacer m_pacer;
   RateControl m_rateControl;
+  LineControl m_line;
+  std::int64_t m_lastOffered = 0;  // µs
   State m_state = State::Stopped;
   const std::shared_ptr<Delivery> m_delivery = std::make_shared<Delivery>();
 };

@@ -15,6 +15,7 @@ class Cameras : public CameraVm {
   // A camera is being read when the guest agent stalls.
   void stall() {
     share("1920x1080@30");
+    ignoreTheLine();
     startReader();
     ASSERT_TRUE(reading());
     guest().run("killall -STOP lumsar-agent");
@@ -83,6 +84,7 @@ TEST_F(Cameras, LineThatIsTooThin) {
   const Path line = user().directory() / "line";
   const SlowLine slow(line.string(), guest().spiceSocket().string(), 500'000);
   share("1920x1080@30", "spice+unix://" + line.string());
+  ignoreTheLine();
   startReader();
   ASSERT_TRUE(reading());
   EXPECT_TRUE(eventually([this] { return user().counter("dropped") > 10; }));

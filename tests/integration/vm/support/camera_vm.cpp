@@ -1,6 +1,7 @@
 #include "integration/vm/support/camera_vm.h"
 
 #include "integration/vm/support/pictures.h"
+#include "support/temporary_directory.h"
 
 namespace lumsar::test {
 
@@ -12,6 +13,12 @@ void CameraVm::share(const std::string& format, const std::string& address) {
   startAgent();
   ASSERT_TRUE(user().command("share 0"));
   ASSERT_TRUE(cameraIsThere()) << device();
+}
+
+void CameraVm::ignoreTheLine() {
+  const std::string policy = user().directory() / "policy.json";
+  writeFile(policy, R"({"policy":[{"cameraEnableFRC":"OFF"}]})");
+  ASSERT_TRUE(user().command("policy " + policy));
 }
 
 void CameraVm::startAgent() {

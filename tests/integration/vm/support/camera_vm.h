@@ -9,6 +9,8 @@ class CameraVm : public SpiceVm {
  protected:
   // Everything up to a camera that is there in the guest.
   void share(const std::string& format = "320x240@10", const std::string& address = {});
+  // Frames are sent whatever the line takes, and pile up in front of it.
+  void ignoreTheLine();
   void startAgent();
 
   std::string device() { return guest().run("guest_reader /dev/video20 0").output; }

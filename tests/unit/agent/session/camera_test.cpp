@@ -25,6 +25,10 @@ class CameraTest : public testing::Test {
     camera.emplace(
         info, 1, std::move(all),
         [this](CameraDataKind kind, View body) {
+          if (kind == CameraDataKind::Received) {
+            received.push_back(take<CameraReceived>(body)->sequence);
+            return;
+          }
           asked.push_back(kind);
           if (kind == CameraDataKind::Statistics) statistics = *take<CameraStatistics>(body);
           if (kind == CameraDataKind::WantedSize) size = *take<CameraSize>(body);
@@ -47,6 +51,7 @@ class CameraTest : public testing::Test {
   std::optional<Camera> camera;
   std::vector<std::shared_ptr<FakeSinkState>> states;
   std::vector<CameraDataKind> asked;
+  std::vector<std::uint32_t> received;
   CameraStatistics statistics;
   CameraSize size;
   Clock::time_point now = Clock::now();
@@ -90,6 +95,24 @@ TEST_F(CameraTest, TheCamerasOwnSizeIsNoWish) {
   states[0]->wantedSize = FrameSize{640, 480};
   look();
   EXPECT_EQ(asked, Kinds{CameraDataKind::Start});
+}
+
+TEST_F(CameraTest, TheServiceIsToldWhichFramesHaveCome) {
+  open();
+  look();
+  EXPECT_EQ(received, std::vector<std::uint32_t>{0}) << "that it will be";
+  frame(7);
+  EXPECT_EQ(received.back(), 7U);
+  for (std::uint32_t sequence = 8; sequence < 1000; ++sequence) frame(sequence);
+  EXPECT_LT(received.size(), 500U) << "not each";
+  EXPECT_LE(camera->due(), Clock::now() + 50ms);
+  camera->update(Clock::now() + 1s);
+  EXPECT_EQ(received.back(), 999U) << "the last, though none follows";
+  const std::size_t count = received.size();
+  camera->update(Clock::now() + 2s);
+  EXPECT_EQ(received.size(), count) << "once";
+  camera->takeFrame({.camera = 4}, {});
+  EXPECT_EQ(received.size(), count) << "no frame";
 }
 
 TEST_F(CameraTest, NobodyLooksNothingIsAskedFor) {

@@ -22,8 +22,10 @@ struct Reader : service::FrameConsumer {
   PictureSize size;
   std::int64_t age = 0;
   bool takesMore = true;
+  std::int64_t fullFor = 0;  // µs
 
   service::CaptureRequest request() const override { return wanted; }
+  std::int64_t lineFullFor() override { return fullFor; }
   bool onFrame(const service::CapturedFrame& frame) override {
     ++frames;
     bytes = frame.data.bytes.size();

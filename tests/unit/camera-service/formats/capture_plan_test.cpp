@@ -11,6 +11,7 @@ namespace {
 using service::CameraFormat;
 using service::CapturePlan;
 using service::CaptureRequest;
+using service::combined;
 using service::planCapture;
 
 CaptureRequest within(int width, int height) {
@@ -38,6 +39,18 @@ TEST(CapturePlanTest, ASquareLimitBoundsBothSidesAndKeepsTheShape) {
     EXPECT_EQ(plan.width, c.expectedWidth) << c.width << "x" << c.height << " in " << c.max;
     EXPECT_EQ(plan.height, c.expectedHeight) << c.width << "x" << c.height << " in " << c.max;
   }
+}
+
+TEST(CapturePlanTest, TheThinnestLineIsTheLimit) {
+  CaptureRequest thin;
+  thin.lineRate = 1000;
+  CaptureRequest thinner;
+  thinner.lineRate = 500;
+  const CaptureRequest free;
+  EXPECT_EQ(combined(free, free).lineRate, 0);
+  EXPECT_EQ(combined(thin, free).lineRate, 1000);
+  EXPECT_EQ(combined(free, thin).lineRate, 1000);
+  EXPECT_EQ(combined(thin, thinner).lineRate, 500);
 }
 
 TEST(CapturePlanTest, NeverEnlarges) {

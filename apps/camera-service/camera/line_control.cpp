@@ -1,0 +1,155 @@
+#include "camera/line_control.h"
+
+#include <algorithm>
+
+namespace lumsar::service {
+namespace {
+
+constexpr std::int64_t kMillisecond = 1000;  // all times in µs
+constexpr std::int64_t kSecond = 1000 * kMillisecond;
+
+constexpr std::int64_t kRateSpan = kSecond;
+constexpr std::int64_t kShortestRateSpan = 200 * kMillisecond;
+constexpr std::int64_t kBaseSpan = 10 * kSecond;
+constexpr std::int64_t kLongestBase = kSecond;             // longer is a queue
+constexpr std::int64_t kMostWaiting = 200 * kMillisecond;  // a frame waits for the line
+constexpr std::int64_t kHardlyAny = 80 * kMillisecond;     // as much as the VM's reports vary
+constexpr std::int64_t kPersistent = 500 * kMillisecond;   // else a busy machine, not a thin line
+constexpr std::int64_t kGap = 500 * kMillisecond;          // without a report
+constexpr std::int64_t kBetweenRises = 500 * kMillisecond;
+constexpr double kRise = 1.05;
+constexpr double kKept = 0.85;  // of what was received, so that the queue empties
+constexpr double kMostLowered = 0.5;
+constexpr double kLeastLowered = 0.9;
+constexpr double kSlowest = 4000;           // bytes a second
+constexpr double kNoLimit = 1.5;            // of what would be sent without one
+constexpr std::size_t kMostTracked = 1024;  // frames
+constexpr std::uint64_t kFirst = 2;         // frames on a line of which nothing is known yet
+constexpr std::uint64_t kMore = 2;          // and for each that it has carried
+
+// Across the end of the numbers.
+bool isAfter(std::uint32_t sequence, std::uint32_t other) {
+  return static_cast<std::int32_t>(sequence - other) > 0;
+}
+
+}  // namespace
+
+void ByteRate::add(std::size_t bytes, std::int64_t now) {
+  if (m_pieces.empty()) m_begin = now;
+  m_pieces.push_back({now, bytes});
+}
+
+double ByteRate::rate(std::int64_t now) {
+  while (!m_pieces.empty() && m_pieces.front().time < now - kRateSpan) m_pieces.pop_front();
+  std::size_t bytes = 0;
+  for (const Piece& piece : m_pieces) bytes += piece.bytes;
+  const auto span = std::clamp(now - m_begin, kShortestRateSpan, kRateSpan);
+  return static_cast<double>(bytes) * static_cast<double>(kSecond) / static_cast<double>(span);
+}
+
+void LineControl::Lowest::add(std::int64_t value, std::int64_t now) {
+  if (now - m_since > kBaseSpan) {
+    m_before = now - m_since > 2 * kBaseSpan ? -1 : m_now;
+    m_now = -1;
+    m_since = now;
+  }
+  m_now = m_now < 0 ? value : std::min(m_now, value);
+}
+
+std::int64_t LineControl::Lowest::get() const {
+  const std::int64_t lowest =
+      m_before < 0 || m_now < 0 ? std::max(m_before, m_now) : std::min(m_before, m_now);
+  return std::clamp<std::int64_t>(lowest, 0, kLongestBase);
+}
+
+void LineControl::onSent(std::uint32_t sequence, std::size_t bytes, std::int64_t now) {
+  m_onTheWay.push_back({sequence, bytes, now});
+  m_bytesOnTheWay += bytes;
+  m_lastSent = sequence;
+  m_sent.add(bytes, now);
+  if (m_onTheWay.size() <= kMostTracked) return;
+  m_bytesOnTheWay -= m_onTheWay.front().bytes;
+  m_onTheWay.pop_front();
+}
+
+void LineControl::onReceived(std::uint32_t sequence, std::int64_t now, double wanted) {
+  const bool afterGap = m_reports && now - m_lastReport > kGap;
+  m_reports = true;
+  m_lastReport = now;
+  std::int64_t delay = -1;
+  std::size_t bytes = 0;
+  while (!m_onTheWay.empty() && !isAfter(m_onTheWay.front().sequence, sequence)) {
+    bytes += m_onTheWay.front().bytes;
+    delay = now - m_onTheWay.front().time;
+    m_onTheWay.pop_front();
+    ++m_carried;
+  }
+  m_bytesOnTheWay -= bytes;
+  if (delay < 0) return;
+  m_received.add(bytes, now);
+  m_base.add(delay, now);
+  // What was on the way during a gap waited for its end, and tells nothing of the line's rate.
+  if (afterGap) m_judgeAfter = m_lastSent;
+  judge(sequence, delay, now);
+  if (m_target > 0 && waiting(delay) < kHardlyAny) rise(now, wanted);
+}
+
+std::int64_t LineControl::waiting(std::int64_t delay) const {
+  return delay - m_base.get();
+}
+
+void LineControl::judge(std::uint32_t sequence, std::int64_t delay, std::int64_t now) {
+  const bool late = waiting(delay) > kMostWaiting;
+  if (!isPersistent(late, now)) return;
+  if (m_target == 0 || isAfter(sequence, m_judgeAfter)) lower(waiting(delay), now);
+}
+
+// A line that was no limit until now is given some time.
+bool LineControl::isPersistent(bool late, std::int64_t now) {
+  if (!late) {
+    m_lateSince = 0;
+    return false;
+  }
+  if (m_lateSince == 0) m_lateSince = now;
+  return m_target > 0 || now - m_lateSince > kPersistent;
+}
+
+// What was on the way before does not tell whether that was enough.
+void LineControl::lower(std::int64_t waited, std::int64_t now) {
+  const double from = m_target > 0 ? m_target : m_sent.rate(now);
+  m_target = std::clamp(kKept * m_received.rate(now), kMostLowered * from, kLeastLowered * from);
+  m_target = std::max(m_target, kSlowest);
+  m_waited = waited;
+  m_judgeAfter = m_lastSent;
+  m_lastChange = now;
+}
+
+void LineControl::rise(std::int64_t now, double wanted) {
+  if (now - m_lastChange < kBetweenRises) return;
+  m_lastChange = now;
+  m_target *= kRise;
+  if (wanted > 0 && m_target > kNoLimit * wanted) m_target = 0;
+}
+
+std::int64_t LineControl::fullFor(std::int64_t now) {
+  if (!m_reports) return 0;
+  const std::int64_t silent = silentFor(now);
+  if (waiting(silent) > kMostWaiting) judge(m_onTheWay.front().sequence, silent, now);
+  if (!isFull(now)) return m_fullSince = 0;
+  if (m_fullSince == 0) m_fullSince = now;
+  return std::max<std::int64_t>(1, now - m_fullSince);
+}
+
+std::int64_t LineControl::silentFor(std::int64_t now) const {
+  return !m_reports || m_onTheWay.empty() ? 0 : now - m_onTheWay.front().time;
+}
+
+bool LineControl::isFull(std::int64_t now) const {
+  if (m_target == 0) return m_onTheWay.size() >= kFirst + kMore * m_carried;
+  if (m_onTheWay.empty()) return false;
+  const std::int64_t most = m_base.get() + kMostWaiting;
+  const double mostBytes = m_target * static_cast<double>(most) / static_cast<double>(kSecond);
+  return silentFor(now) > most || static_cast<double>(m_bytesOnTheWay) > mostBytes;
+}
+
+}  // namespace lumsar::service
