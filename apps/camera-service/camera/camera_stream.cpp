@@ -108,6 +108,7 @@ void CameraStream::followLines() {
 }
 
 void CameraStream::measure(const CapturedFrame& frame) {
+  if (!m_capture) return;  // switched off by the frame before
   if (frame.encoding == kEncodingH264) {
     if (frame.key) m_lastKeyFrame = m_lastSign;
     return;

@@ -47,6 +47,14 @@ TEST_F(ThinLineTest, FramesAreHeldBackWhileTheLineIsFull) {
   camera.remove(reader);
 }
 
+TEST_F(ThinLineTest, TheLastReaderMayLeaveWithTheFirstOfTwoFrames) {
+  CameraStream& camera = readThree("F,320x240@30");
+  std::this_thread::sleep_for(milliseconds(300));  // both wait
+  reader.takesMore = false;
+  EXPECT_TRUE(await([&] { return !camera.running(); }));
+  EXPECT_TRUE(troubles.empty());
+}
+
 TEST_F(ThinLineTest, JpegIsForThoseWithRoom) {
   CameraStream& camera = readThree("F,320x240@30");
   Reader other;
