@@ -36,6 +36,16 @@ class Pipewire : public testing::Test {
     host.send(message(MSG_DATA, record(CameraDataKind::Announced, 1, body)));
     ASSERT_TRUE(eventually([this] { return stack->hasNode(kNode); })) << agent->output();
   }
+  // The user's answer to the desktop's portal, for all programs. False where there is none.
+  bool permitsCameras() const {
+    Process permit(
+        {"gdbus", "call", "--session", "--dest", "org.freedesktop.impl.portal.PermissionStore",
+         "--object-path", "/org/freedesktop/impl/portal/PermissionStore", "--method",
+         "org.freedesktop.impl.portal.PermissionStore.SetPermission", "devices", "true", "camera",
+         "", "['yes']"},
+        stack->session());
+    return permit.wait() == 0;
+  }
   bool isStarted() const { return host.receiveRecord(CameraDataKind::Start, 1).has_value(); }
   bool isStopped() const { return host.receiveRecord(CameraDataKind::Stop, 1).has_value(); }
 
