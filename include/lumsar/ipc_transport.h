@@ -31,6 +31,7 @@ enum IpcOwnType : std::uint32_t {
   IPC_MSG_CONNECT_REQUEST = 0x100,  // first message of a client; payload: its name, UTF-8
   IPC_MSG_CONNECT_ACCEPT = 0x101,   // the service's answer; param: 0 or one of IpcError
   IPC_MSG_STATUS = 0x110,           // synchronous call without payload, answered by JSON
+  IPC_MSG_CONTROL = 0x111,          // the same with a command on a host's behalf, JSON
 };
 
 // What the functions of libvdi_ipc.so return, and what onClose receives, besides 0 and

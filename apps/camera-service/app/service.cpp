@@ -4,7 +4,7 @@
 #include <csignal>
 #include <cstring>
 
-#include "app/status_client.h"
+#include "app/service_call.h"
 #include "base/log.h"
 #include "json/json.h"
 #include "lumsar/ipc_transport.h"
@@ -67,7 +67,7 @@ void Service::run() {
 }
 
 void Service::onClient(ipc::ClientId client, const std::string& name) {
-  if (name == kStatusClient) return;  // not a host
+  if (name == kToolClient) return;  // not a host
   base::logInfo("client {} '{}' connected", client, name);
   m_sessions[client] = std::make_unique<ClientSession>(m_context, client, name);
 }
@@ -80,12 +80,27 @@ void Service::onMessage(ipc::ClientId client, std::span<unsigned char> message) 
   if (header.type == IPC_MSG_STATUS) {
     return answer(statusReport(m_context, m_sessions, std::chrono::steady_clock::now() - m_begin));
   }
+  if (header.type == IPC_MSG_CONTROL) {
+    return answer(control(base::textOf(message.subspan(kHeaderSize))));
+  }
   const auto session = m_sessions.find(client);
   if (session == m_sessions.end()) return;
   if (header.type == IPC_MSG_CAMERA_LIST) {
     return answer(cameraList(*session->second, m_context, m_sessions, m_files.unreadable()));
   }
   session->second->onMessage(message);
+}
+
+QJsonObject Service::control(std::string_view text) {
+  if (text.size() > kLongestCommand) return toJson(commandRefused("the command is too long"));
+  const json::Reading command = json::readObject(text);
+  if (!command.error.empty()) return toJson(commandRefused("the command " + command.error));
+  const auto host = static_cast<ipc::ClientId>(command.object.value("client").toInt(-1));
+  const auto session = m_sessions.find(host);
+  if (session == m_sessions.end()) return toJson(commandRefused("this host is not connected"));
+  DeviceChange change = session->second->control(command.object);
+  change.vmId = session->second->vmId();
+  return toJson(change);
 }
 
 void Service::onClientGone(ipc::ClientId client, const std::string& why) {

@@ -38,6 +38,7 @@ class Service : private ipc::IpcServerEvents {
   void onPlugged(CameraInfo info);
   void onUnplugged(const std::string& id);
   void onCameraFailed(const Camera& camera, const std::string& why);
+  QJsonObject control(std::string_view text);
   void onUnreadable(const std::string& id, const std::string& why);
   void offerFallback();
   void nameUnmatchedRules();

@@ -2,14 +2,11 @@
 
 #include <QJsonArray>
 #include <QStringList>
-#include <cstring>
 #include <vector>
 
-#include "base/errors.h"
-#include "base/text/bytes.h"
+#include "app/service_call.h"
 #include "base/text/format.h"
 #include "base/text/table.h"
-#include "ipc/client/client.h"
 #include "json/json.h"
 #include "lumsar/ipc_transport.h"
 
@@ -17,30 +14,6 @@ namespace lumsar::service {
 namespace {
 
 using base::text;
-
-void check(int error, const std::string& channel) {
-  if (error == 0) return;
-  const char* meaning = ipcErrorText(error);
-  throw base::Failure(text("cannot get the status of channel \"{}\": {} ({})", channel,
-                           meaning != nullptr ? meaning : "unknown error", error));
-}
-
-std::string receiveStatus(const std::string& channel) {
-  IpcClientParams params;
-  std::strncpy(params.clientName, kStatusClient, kClientNameSize - 1);
-  ipc::IpcClient client(&params);
-  check(client.connect(channel.c_str()), channel);
-  RedirMsgHeader request;
-  request.type = IPC_MSG_STATUS;
-  std::vector<unsigned char> reply(64U << 10U);
-  for (int error = kIpcReplyTooLarge; error == kIpcReplyTooLarge;) {
-    auto size = static_cast<unsigned int>(reply.size());
-    error = client.call(base::bytesOf(request), reply.data(), &size);
-    reply.resize(size);
-    if (error != kIpcReplyTooLarge) check(error, channel);
-  }
-  return {reply.begin() + kHeaderSize, reply.end()};
-}
 
 std::string field(const QJsonObject& object, const char* key) {
   const QJsonValue value = object.value(QLatin1String(key));
@@ -120,7 +93,7 @@ std::string statusText(const QJsonObject& status) {
 }  // namespace
 
 std::string askStatus(const std::string& channel, bool asJson) {
-  const std::string status = receiveStatus(channel);
+  const std::string status = callService(channel, IPC_MSG_STATUS);
   return asJson ? status + "\n" : statusText(json::readObject(status).object);
 }
 

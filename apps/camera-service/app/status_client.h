@@ -5,9 +5,6 @@
 
 namespace lumsar::service {
 
-// By this name the service knows clients that only ask for its status.
-inline constexpr const char* kStatusClient = "lumsar --status";
-
 // The status of the service on `channel`, for people or as JSON. Throws Failure.
 std::string askStatus(const std::string& channel, bool asJson);
 

@@ -18,7 +18,6 @@ namespace lumsar::service {
 namespace {
 
 constexpr std::size_t kMaxRefusals = 16;
-constexpr std::size_t kLongestCommand = 1U << 20U;
 constexpr std::size_t kLongestVmId = 1024;
 // Of a command's texts in what is told of them.
 constexpr std::size_t kLongestText = 4096;
@@ -194,6 +193,10 @@ void ClientSession::report(DeviceChange change) {
   change.reason = base::shortened(change.reason, kLongestText);
   const std::string camera = change.camera.empty() ? "" : " " + change.camera;
   base::logWarning("{}: {}{}: {}", vmText(), change.change, camera, change.reason);
+  if (m_verdict != nullptr) {
+    *m_verdict = std::move(change);
+    return;
+  }
   tell(change);
   forgetRefusals(change.camera);
   m_refusals.push_back(std::move(change));

@@ -31,6 +31,7 @@ namespace lumsar::service {
 inline constexpr std::size_t kMaxConnections = 4;
 inline constexpr int kMaxConnects = 8;
 inline constexpr std::chrono::seconds kConnectsTime{10};
+inline constexpr std::size_t kLongestCommand = 1U << 20U;
 // What clients and connections leave to the cameras.
 inline constexpr std::size_t kSpareDescriptors = 32;
 
@@ -70,6 +71,8 @@ class ClientSession {
   ClientSession& operator=(const ClientSession&) = delete;
 
   void onMessage(base::Bytes message);
+  // A command that lumsar-cameras gives on the host's behalf: what became of it.
+  DeviceChange control(const QJsonObject& command);
 
   // Notifications of cameras, for the host and its VM.
   void onPlugged(const Camera& camera);
@@ -88,6 +91,9 @@ class ClientSession {
   // What a waiting share goes through, as VmTransport::name().
   static std::string transportName(const Wait& wait);
   const std::deque<DeviceChange>& refusals() const { return m_refusals; }
+  // What such commands have changed since the host's own last one: whether a camera is shared, by
+  // its id; of the empty id, that no other is.
+  const std::map<std::string, bool>& controls() const { return m_controls; }
   const std::vector<std::string>& policyNotes() const { return m_policyNotes; }
 
  private:
@@ -98,6 +104,8 @@ class ClientSession {
   void logShortRecord();
   void onVmRecord(const CameraDataHeader& header, base::Bytes body, Share& share);
 
+  void carryOut(std::uint32_t type, const QJsonObject& command);
+  void forgetControls(std::uint32_t type, const QJsonObject& command);
   void share(const QJsonObject& command);
   void shareAll(int session);
   void unshare(const std::string& reference);
@@ -148,6 +156,8 @@ class ClientSession {
   std::set<std::string> m_exceptFromAll;    // but not these, unshared one by one
   bool m_loggedShortRecord = false;
   std::deque<DeviceChange> m_refusals;  // the latest of each camera, oldest first
+  std::map<std::string, bool> m_controls;
+  DeviceChange* m_verdict = nullptr;  // where a refusal goes that the host has not caused
 };
 
 }  // namespace lumsar::service

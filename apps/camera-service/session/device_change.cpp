@@ -30,6 +30,14 @@ DeviceChange cameraAwaited(const std::string& reference, const Camera* known) {
   return {"waiting", reference, known, {}, reason};
 }
 
+DeviceChange shareControlled(bool shared, const std::string& reference, const Camera* known) {
+  return {shared ? "shared" : "unshared",
+          reference,
+          known,
+          {},
+          shared ? "shared by lumsar-cameras" : "unshared by lumsar-cameras"};
+}
+
 DeviceChange cameraFailed(const Camera& camera, const std::string& reason) {
   return ofCamera("failed", camera, reason);
 }

@@ -13,8 +13,9 @@
 namespace lumsar::service {
 
 struct DeviceChange {
-  const char* change = "";  // added, removed, refused, waiting, failed or policy
-  std::string camera;       // its id, or what the command called it; empty when none is named
+  // added, removed, shared, unshared, refused, waiting, failed or policy
+  const char* change = "";
+  std::string camera;  // its id, or what the command called it; empty when none is named
   const Camera* known = nullptr;
   std::string vmId;
   std::string reason;
@@ -25,6 +26,8 @@ DeviceChange cameraRemoved(const Camera& camera, const std::string& reason);
 DeviceChange cameraRefused(const Camera& camera, const std::string& reason);
 // Its share waits until it is there. `known` is one that has been there before.
 DeviceChange cameraAwaited(const std::string& reference, const Camera* known);
+// By somebody else than its host; without a `reference` no camera is shared any more.
+DeviceChange shareControlled(bool shared, const std::string& reference, const Camera* known);
 DeviceChange cameraFailed(const Camera& camera, const std::string& reason);
 // Its device does not deliver frames while it is shared.
 DeviceChange captureFailed(const Camera& camera, const std::string& why);

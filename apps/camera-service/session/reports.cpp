@@ -152,7 +152,12 @@ QJsonObject cameraList(const ClientSession& session, const SessionContext& conte
   }
   QJsonArray notes;
   for (const std::string& note : session.policyNotes()) notes.append(qt(note));
-  return {{"cameras", cameras}, {"refusals", refusals}, {"policyNotes", notes}};
+  QJsonArray controls;
+  for (const auto& [camera, shared] : session.controls()) {
+    controls.append(QJsonObject{{"camera", qt(camera)}, {"shared", shared}});
+  }
+  return {
+      {"cameras", cameras}, {"refusals", refusals}, {"controls", controls}, {"policyNotes", notes}};
 }
 
 QJsonObject statusReport(const SessionContext& context, const SessionTable& sessions,

@@ -12,17 +12,22 @@ void ClientSession::onCommand(std::uint32_t type, base::Bytes payload) {
   if (needsDocument || !payload.empty()) command = json::readObject(base::textOf(payload));
   if (!command.error.empty()) return report(commandRefused("the command " + command.error));
   if (!setVmId(json::textAt(command.object, "vmId"))) return;
+  forgetControls(type, command.object);
+  carryOut(type, command.object);
+}
+
+void ClientSession::carryOut(std::uint32_t type, const QJsonObject& command) {
   switch (type) {
     case IPC_MSG_SHARE:
-      return share(command.object);
+      return share(command);
     case IPC_MSG_CONNECT_VM:
-      return connectVm(tcpTarget(command.object));
+      return connectVm(tcpTarget(command));
     case IPC_MSG_UNSHARE:
-      return unshare(json::textOrNumber(command.object.value("deviceId")));
+      return unshare(json::textOrNumber(command.value("deviceId")));
     case IPC_MSG_UNSHARE_ALL:
       return unshareAll();
     case IPC_MSG_REDIRECT_ALL:
-      return shareAll(command.object.value("sessionId").toInt(-1));
+      return shareAll(command.value("sessionId").toInt(-1));
     default:
       report(
           commandRefused(base::text("message type {} is not known to this camera service", type)));

@@ -20,6 +20,7 @@ CameraHost::CameraHost(asio::io_context& loop, Report& report, Settings settings
                  .onRefused = m_settings.onRefused,
                  .onService = [this] { m_serviceWatch.askSoon(); },
                  .onDeviceChange = m_settings.onDeviceChange,
+                 .onControl = [this] { post([this] { m_commands.cameras(); }); },
                  .showsJson = m_settings.json}),
       m_serviceWatch(
           m_pluginLoop.get_executor(), [this] { return m_session.state().initialised; },

@@ -73,6 +73,11 @@ CameraList readList(const std::string& text) {
           {change, camera, textAt(refusal, "name"), shownAt(refusal, "reason")});
     }
   }
+  const QJsonArray controls = document[QStringLiteral("controls")].toArray();
+  for (const auto& value : controls) {
+    const QJsonObject control = value.toObject();
+    list.controls.push_back({textAt(control, "camera"), control[QLatin1String("shared")].toBool()});
+  }
   const QJsonArray notes = document[QStringLiteral("policyNotes")].toArray();
   for (const auto& note : notes) {
     list.policyNotes += base::text("  policy: {}\n", json::shown(note.toString().toStdString()));

@@ -25,11 +25,18 @@ struct ListedRefusal {
   std::string reason;  // for people
 };
 
+// What somebody else has changed on this host's behalf since its own last command for the camera.
+struct ListedControl {
+  std::string camera;  // its id; of an empty one, no other is shared any more
+  bool shared = false;
+};
+
 struct CameraList {
   std::vector<ListedCamera> cameras;
   // What the service waits for and has never seen, by what the command called it.
   std::vector<ListedCamera> awaited;
   std::vector<ListedRefusal> refusals;
+  std::vector<ListedControl> controls;
   std::string policyNotes;  // for people, a line for each correction
   std::string description;  // for people, a line for each camera and each thing that is wrong
 };

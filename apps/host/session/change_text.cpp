@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 #include <string_view>
 
 #include "base/text/format.h"
@@ -12,11 +13,11 @@ namespace {
 
 using json::shownAt;
 
-using Kinds = std::array<std::string_view, 3>;
-constexpr Kinds kOfCameras = {"added", "removed", "waiting"};
-constexpr Kinds kOfFailures = {"refused", "failed", "policy"};
+constexpr std::array<std::string_view, 5> kOfCameras = {"added", "removed", "waiting", "shared",
+                                                        "unshared"};
+constexpr std::array<std::string_view, 3> kOfFailures = {"refused", "failed", "policy"};
 
-bool isOneOf(const Kinds& kinds, const std::string& kind) {
+bool isOneOf(std::span<const std::string_view> kinds, const std::string& kind) {
   return std::ranges::find(kinds, kind) != kinds.end();
 }
 
@@ -32,6 +33,7 @@ ChangeLine describeChange(const QJsonObject& change) {
   const std::string camera = cameraOf(change);
   const std::string reason = shownAt(change, "reason");
   const std::string kind = shownAt(change, "change");
+  if (isOneOf(kOfCameras, kind) && camera.empty()) return {"all cameras: ", reason};
   if (isOneOf(kOfCameras, kind)) return {"camera ", base::text("{}: {}", camera, reason)};
   if (camera.empty()) return {kind + ": ", reason};
   return {kind + ": ", base::text("camera {}: {}", camera, reason)};
@@ -42,6 +44,11 @@ ChangeLine describeChange(const std::string& data) {
   const std::string kind = json::textAt(change, "change");
   if (isOneOf(kOfCameras, kind) || isOneOf(kOfFailures, kind)) return describeChange(change);
   return {"device change: ", data};
+}
+
+bool isControl(const std::string& data) {
+  const std::string kind = json::textAt(json::readObject(data).object, "change");
+  return kind == "shared" || kind == "unshared";
 }
 
 }  // namespace lumsar::host

@@ -16,4 +16,7 @@ ChangeLine describeChange(const QJsonObject& change);
 // What is not of a known kind is shown as it came.
 ChangeLine describeChange(const std::string& data);
 
+// Whether it tells what somebody else has shared or unshared on this host's behalf.
+bool isControl(const std::string& data);
+
 }  // namespace lumsar::host

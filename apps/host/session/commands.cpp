@@ -191,19 +191,14 @@ Commands::Result Commands::unshare(const Words& words) {
   if (!camera && isNumber(words[1])) return {{}, kUsage, noSuchNumber(words[1])};
   const std::string id = camera ? camera->id : words[1];
   // Even when the service cannot be told now: it must not be shared again.
-  m_shared.erase(id);
-  if (camera) m_shared.erase(camera->name);  // as it may have been waited for
-  m_unshared.insert(id);
+  forgetShare(id, camera);
   const int status = control(deviceCommand("unshare", id));
   if (status == STATUS_OK && listed == STATUS_LIST_CALL_FAILED) return {{}, listed, {}};
   return status == STATUS_OK ? verdict(id) : Result{{}, status, {}};
 }
 
 Commands::Result Commands::unshareAll() {
-  m_shared.clear();
-  m_shareAllSession.reset();
-  m_unsharedAll = true;
-  m_unshared.clear();
+  forgetShares();
   return {{}, control({{QStringLiteral("command"), QStringLiteral("unshareall")}}), {}};
 }
 
@@ -251,8 +246,36 @@ Commands::Result Commands::verdict(const std::string& reference, bool connects) 
 
 ListReply Commands::list() {
   ListReply reply = askForList(m_plugin);
-  if (reply.status == STATUS_OK) m_list = readList(reply.text);
+  if (reply.status != STATUS_OK) return reply;
+  m_list = readList(reply.text);
+  for (const ListedControl& control : m_list.controls) remember(control);
   return reply;
+}
+
+// As if the user had given the command here.
+void Commands::remember(const ListedControl& control) {
+  const std::string& id = control.camera;
+  if (id.empty()) return forgetShares();
+  const std::optional<ListedCamera> camera = findCamera(id);
+  if (control.shared) {
+    m_shared.try_emplace(id, Share{camera ? camera->name : id, deviceCommand("share", id)});
+    m_unshared.erase(id);
+  } else {
+    forgetShare(id, camera);
+  }
+}
+
+void Commands::forgetShare(const std::string& id, const std::optional<ListedCamera>& camera) {
+  m_shared.erase(id);
+  if (camera) m_shared.erase(camera->name);  // as it may have been waited for
+  m_unshared.insert(id);
+}
+
+void Commands::forgetShares() {
+  m_shared.clear();
+  m_shareAllSession.reset();
+  m_unsharedAll = true;
+  m_unshared.clear();
 }
 
 std::optional<CameraList> Commands::cameras() {

@@ -82,6 +82,9 @@ class Commands {
   int control(const QJsonObject& command);
   Result verdict(const std::string& reference, bool connects = false);
   ListReply list();
+  void remember(const ListedControl& control);
+  void forgetShare(const std::string& id, const std::optional<ListedCamera>& camera);
+  void forgetShares();
   std::optional<ListedCamera> findCamera(const std::string& word) const;
   std::string mistyped(const std::string& word) const;
   bool isAwaited(const std::string& id) const;

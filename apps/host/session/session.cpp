@@ -278,6 +278,7 @@ void Session::pluginEvent(RedirEvent event, const std::string& data) {
     case REDIR_EVENT_DEVICE_CHANGE:
       update([](State& state) { ++state.deviceChanges; });
       m_actions.onDeviceChange();
+      if (isControl(data)) m_actions.onControl();
       return reportChange(data);
     case REDIR_EVENT_IPC_CLOSED:
       return recover("its connection closed");

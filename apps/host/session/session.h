@@ -47,6 +47,8 @@ class Session final : public ChannelListener {
     std::function<void()> onService = [] {};
     // The camera service has told of a change.
     std::function<void()> onDeviceChange = [] {};
+    // Somebody else has shared or unshared a camera: the list says which.
+    std::function<void()> onControl = [] {};
     // Device changes are shown as they come, for a program that reads them.
     bool showsJson = false;
   };

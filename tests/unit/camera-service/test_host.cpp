@@ -119,10 +119,10 @@ void TestHost::fromVm(CameraDataKind kind, std::uint32_t camera,
   EXPECT_EQ(m_client->send(message(IPC_MSG_DATA, bytes)), 0);
 }
 
-QJsonObject TestHost::call(std::uint32_t type) {
+QJsonObject TestHost::call(std::uint32_t type, const std::string& payload) {
   Bytes reply(256U << 10U);
   auto size = static_cast<unsigned int>(reply.size());
-  EXPECT_EQ(m_client->call(message(type), reply.data(), &size), 0);
+  EXPECT_EQ(m_client->call(message(type, payload), reply.data(), &size), 0);
   EXPECT_EQ(readHeader(reply.data()).param, 0U);
   const auto text = base::textOf(std::span(reply).first(size).subspan(kHeaderSize));
   const json::Reading json = json::readObject(text);
@@ -142,6 +142,10 @@ QJsonObject TestHost::list() {
 }
 QJsonObject TestHost::status() {
   return call(IPC_MSG_STATUS);
+}
+
+QJsonObject TestHost::control(const QJsonObject& command) {
+  return call(IPC_MSG_CONTROL, json::compact(command));
 }
 
 QJsonObject TestHost::camera(const QJsonObject& report, const std::string& id) {

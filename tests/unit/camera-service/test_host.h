@@ -68,6 +68,8 @@ class TestHost {
 
   QJsonObject list();
   QJsonObject status();
+  // As lumsar-cameras; `client` is a host's number.
+  QJsonObject control(const QJsonObject& command);
   // The entry of `id` in the list's or status's cameras; empty when there is none.
   static QJsonObject camera(const QJsonObject& report, const std::string& id);
   bool awaitCamera(const std::string& id);
@@ -85,7 +87,7 @@ class TestHost {
   static QJsonObject withDevice(const char* command, const std::string& device);
 
  private:
-  QJsonObject call(std::uint32_t type);
+  QJsonObject call(std::uint32_t type, const std::string& payload = {});
 
   const std::string m_vmId;
   mutable std::mutex m_mutex;

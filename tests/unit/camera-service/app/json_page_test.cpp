@@ -57,6 +57,8 @@ class JsonPageTest : public ServiceTest {
     host().awaitChange("waiting");
     host().unshare("nobody");
     host().awaitChange("refused");
+    host().control({{"command", "share"}, {"deviceId", "test:Front"}, {"client", 1}});
+    host().awaitChange("shared");
   }
 };
 

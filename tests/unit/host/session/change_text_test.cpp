@@ -23,6 +23,9 @@ TEST(ChangeTextTest, IsASentence) {
             "refused: camera Desk: denied");
   EXPECT_EQ(sentence(R"({"camera":"a","change":"failed","name":"A","reason":"it does not work"})"),
             "failed: camera A (a): it does not work");
+  EXPECT_EQ(sentence(R"({"camera":"a","change":"shared","name":"A","reason":"by another"})"),
+            "camera A (a): by another");
+  EXPECT_EQ(sentence(R"({"change":"unshared","reason":"by another"})"), "all cameras: by another");
   EXPECT_EQ(sentence(R"({"change":"policy","reason":"using 50"})"), "policy: using 50");
   EXPECT_EQ(sentence(R"({"change":"refused","reason":"too large"})"), "refused: too large");
 }

@@ -334,5 +334,32 @@ TEST_F(CommandsTest, AListThatGrowsWhileItIsAskedForIsReadWhole) {
   EXPECT_EQ(fake.listGrowth, 0);
 }
 
+std::string withControls(const std::string& controls) {
+  return std::string(kTwoCameras).substr(0, std::string(kTwoCameras).size() - 1) +
+         R"(,"controls":[)" + controls + "]}";
+}
+
+// What somebody else has shared on this host's behalf holds as if it had been told itself.
+TEST_F(CommandsTest, RemembersWhatOthersHaveSharedAndUnshared) {
+  run("share Front");
+  fake.list = withControls(R"({"camera":"test:Back","shared":true},)"
+                           R"({"camera":"test:Front","shared":false})");
+  commands.cameras();
+  fake.list = kTwoCameras;
+  EXPECT_EQ(again(true), (std::vector{deviceCommand("unshare", "test:Front"),
+                                      deviceCommand("share", "test:Back")}));
+  run("unshare Back");
+  EXPECT_EQ(again(), std::vector<std::string>{});
+}
+
+TEST_F(CommandsTest, ForgetsAllWhenOthersHaveUnsharedAll) {
+  run("share Front");
+  run("share-all 2");
+  fake.list = withControls(R"({"camera":"","shared":false},{"camera":"test:Back","shared":true})");
+  commands.cameras();
+  fake.list = kTwoCameras;
+  EXPECT_EQ(again(), (std::vector{deviceCommand("share", "test:Back")}));
+}
+
 }  // namespace
 }  // namespace lumsar::test
