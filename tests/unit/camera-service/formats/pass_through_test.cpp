@@ -90,6 +90,17 @@ TEST_F(PassThroughTest, TheDefaultPolicyEncodesThem) {
   EXPECT_GT(made->counters().encodeTime, 0);
 }
 
+TEST_F(PassThroughTest, AThinLineEncodesThem) {
+  start(85);
+  const Bytes frame = makeJpeg(320, 240, 85);
+  EXPECT_TRUE(consumed(frame) == frame);
+  collector.wanted.lineRate = made->wantedRate() / 2;
+  made->refresh();
+  EXPECT_LT(consumed(frame).size(), frame.size());
+  EXPECT_TRUE(made->treatment().starts_with("encoded: the VM's line wants quality "))
+      << made->treatment();
+}
+
 TEST_F(PassThroughTest, PaddingIsNotSent) {
   start(85);
   const Bytes frame = makeJpeg(320, 240, 85);
