@@ -12,7 +12,7 @@ namespace {
 constexpr double kLeastBitRate = 100e3;  // of H.264, while the line is no limit
 constexpr double kBitsPerPixel = 0.002;  // of H.264, for each point of quality
 constexpr double kPoorestBits = 0.04;    // for a pixel: with less, fewer pixels look better
-constexpr int kPoorestQuality = 20;      // of JPEG
+constexpr int kPoorestQuality = 12;      // of JPEG
 constexpr double kSmoothRate = 17;       // frames a second; then they become smaller
 constexpr double kSlowestRate = 5;       // of the smallest
 constexpr double kAssumedRate = 30;      // of a camera that does not tell

@@ -45,8 +45,8 @@ TEST(LinePlanTest, QualityFirstThenRateThenSizeThenRateAgain) {
   EXPECT_LT(quality.quality, 50);
   EXPECT_EQ(quality.interval, 0);
   EXPECT_EQ(quality.width, 1280);
-  const CapturePlan rate = on(300e3);
-  EXPECT_EQ(rate.quality, 20);
+  const CapturePlan rate = on(210e3);
+  EXPECT_EQ(rate.quality, 12);
   EXPECT_GT(rate.interval, 33'333);
   EXPECT_LE(rate.interval, 58'823);
   EXPECT_EQ(rate.width, 1280);
@@ -54,7 +54,7 @@ TEST(LinePlanTest, QualityFirstThenRateThenSizeThenRateAgain) {
   EXPECT_EQ(size.interval, 58'823);
   EXPECT_LT(size.width, 1280);
   EXPECT_NEAR(size.width * 9.0 / 16, size.height, 2);
-  EXPECT_GT(size.quality, 20) << "what is left of the line is for quality";
+  EXPECT_GT(size.quality, 12) << "what is left of the line is for quality";
   const CapturePlan least = on(5e3);
   EXPECT_EQ(least.width, 320);
   EXPECT_EQ(least.height, 180);
