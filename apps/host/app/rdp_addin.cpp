@@ -13,6 +13,7 @@
 #include <freerdp/settings.h>
 #include <sched.h>
 
+#include <algorithm>
 #include <asio/executor_work_guard.hpp>
 #include <asio/post.hpp>
 #include <cstdio>
@@ -21,9 +22,12 @@
 #include <memory>
 #include <stdexcept>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "base/errors.h"
 #include "base/text/format.h"
+#include "base/text/utf8.h"
 #include "rdp/rdp_channel.h"
 
 namespace lumsar::host {
@@ -39,10 +43,11 @@ fs::path addInDirectory() {
   return fs::canonical(info.dli_fname, ignored).parent_path();
 }
 
-// "/vc:lumsar,plugin:PATH,ipc-library:PATH,vm-id:ID,verbose"
+// "/vc:lumsar,plugin:PATH,ipc-library:PATH,vm-id:ID,share:NAME,verbose"
 struct AddInOptions {
   DriverSetup driver;
   std::string plugin;
+  std::vector<std::string> shares;  // "all", "none" or cameras; empty: as the VM wants it
   bool verbose = false;
 };
 
@@ -60,12 +65,14 @@ AddInOptions parseArguments(const ADDIN_ARGV* arguments) {
       options.driver.ipcLibrary = value;
     } else if (name == "vm-id") {
       options.driver.vmId = value;
+    } else if (name == "share" && !value.empty()) {
+      options.shares.push_back(value);
     } else if (name == "verbose") {
       options.verbose = true;
     } else {
       throw base::UsageError(
-          base::text("unknown option \"{}\"; expected plugin:PATH, ipc-library:PATH, vm-id:ID or "
-                     "verbose",
+          base::text("unknown option \"{}\"; expected plugin:PATH, ipc-library:PATH, vm-id:ID, "
+                     "share:NAME, share:all, share:none or verbose",
                      word));
     }
   }
@@ -101,13 +108,14 @@ class AddInTransport final : public Transport {
 class AddIn {
  public:
   explicit AddIn(const AddInOptions& options)
-      : m_report(true),
+      : m_shares(options.shares),
+        m_report(true),
         m_log(m_report, options.verbose),
         m_host(m_loop, m_report,
                {.plugin = options.plugin,
                 .driver = options.driver,
                 .status = {},
-                .onHandshake = [] { return false; },
+                .onHandshake = [this] { return share(); },
                 .onRefused = [] {}}),
         m_transport(m_loop, m_host.queue(), m_host.inbox()) {
     m_report.setSink(
@@ -130,6 +138,24 @@ class AddIn {
   RdpChannel& channel() { return m_transport.channel(); }
 
  private:
+  // With the first handshake; with later ones the host shares again what it remembers.
+  bool share() {
+    if (m_shares.empty()) return false;
+    m_host.control([this, shares = std::exchange(m_shares, {})](Commands& commands) {
+      const bool all = std::ranges::find(shares, "all") != shares.end();
+      // Of a VM that wants all cameras, only these.
+      commands.run(all ? "share-all" : "unshare-all");
+      for (const std::string& camera : shares) {
+        if (camera == "all" || camera == "none") continue;
+        const Commands::Result result = commands.share(camera);
+        m_report.say(base::text("share {}: {}", base::clean(camera), statusText(result.status)),
+                     result.answer);
+      }
+    });
+    return true;
+  }
+
+  std::vector<std::string> m_shares;  // still to be shared
   Report m_report;
   PluginLog m_log;
   asio::io_context m_loop;

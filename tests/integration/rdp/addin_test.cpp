@@ -2,6 +2,7 @@
 // xfreerdp does, without a screen.
 #include <filesystem>
 
+#include "base/text/bytes.h"
 #include "integration/rdp/addin_client.h"
 #include "integration/rdp/rig.h"
 
@@ -34,6 +35,37 @@ TEST_F(RdpAddIn, OneClientAfterAnother) {
     ASSERT_TRUE(client.connected());
     beginSession();
     expectAtVm(noise(5000, 1));
+  }
+}
+
+// Also of a VM that wants all cameras.
+TEST_F(RdpAddIn, SharesWhatItsOptionsSay) {
+  startService();
+  startServer();
+  auto words = addInWords();
+  words.insert(words.end(), {"share:Front", "share:Desk camera"});
+  const AddInClient client(path("rdp"), path("state"), words);
+  ASSERT_TRUE(server->waitForClient());
+  handshake(CAP_SHARE_ALL);
+  ASSERT_TRUE(service->messages().nextOf(IPC_MSG_UNSHARE_ALL));
+  for (const std::string camera : {"Front", "Desk camera"}) {
+    const auto share = service->messages().nextOf(IPC_MSG_SHARE);
+    ASSERT_TRUE(share) << camera;
+    EXPECT_NE(base::textOf(*share).find('"' + camera + '"'), std::string::npos);
+  }
+}
+
+TEST_F(RdpAddIn, SharesAllOrNone) {
+  startService();
+  startServer();
+  for (const auto& [option, type] : {std::pair("share:all", IPC_MSG_REDIRECT_ALL),
+                                     std::pair("share:none", IPC_MSG_UNSHARE_ALL)}) {
+    auto words = addInWords();
+    words.push_back(option);
+    const AddInClient client(path("rdp"), path("state"), words);
+    ASSERT_TRUE(server->waitForClient());
+    handshake();
+    EXPECT_TRUE(service->messages().nextOf(type)) << option;
   }
 }
 
