@@ -43,12 +43,13 @@ VmIdentity identify(SpiceChannel* channel) {
   g_object_unref(session);
 
   std::string address = path;
-  if (address.empty() && !host.empty()) address = base::text("{}:{}", host, port);
+  // A connection that was handed over ready has no port, and a host that means nothing.
+  if (address.empty() && !port.empty()) address = base::text("{}:{}", host, port);
   // A VM's port may change from start to start, its server does not. Without a UUID the next VM may
   // be at the same address.
   std::string key;
   if (!uuid.empty()) key = base::text("{} {}", host, uuid);
-  if (uuid.empty() && !address.empty()) key = base::text("{} {}", address, name);
+  if (uuid.empty() && !address.empty() && !name.empty()) key = base::text("{} {}", address, name);
   return {name.empty() ? base::clean(address) : name, key};
 }
 

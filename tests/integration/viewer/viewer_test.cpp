@@ -182,6 +182,7 @@ TEST_F(DesktopViewer, AnotherViewer) {
   ASSERT_TRUE(cameraIsThere());
   ASSERT_TRUE(escape());
   expectPictures(5);
+  startReader();
   EXPECT_TRUE(eventually([this] { return screen().hasWindow("--name", "^Cameras$"); }))
       << "a person knows when they are seen";
 }
