@@ -141,6 +141,7 @@ QJsonObject cameraList(const ClientSession& session, const SessionContext& conte
     const Share* own = session.shareOf(camera->info.id);
     object["sharedHere"] = own != nullptr || session.waiting().contains(camera->info.id);
     object["inUseHere"] = own != nullptr && own->consumes();
+    object["framesHere"] = number(own == nullptr ? 0 : own->counters().frames);
     cameras.append(object);
   }
   QJsonArray refusals;

@@ -56,7 +56,8 @@ CameraList readList(const std::string& text) {
     rows.push_back(describeCamera(list.cameras.size(), camera));
     list.cameras.push_back({textAt(camera, "id"), textAt(camera, "name"), isPresent(camera),
                             camera[QLatin1String("sharedHere")].toBool(),
-                            camera[QLatin1String("inUseHere")].toBool()});
+                            camera[QLatin1String("inUseHere")].toBool(),
+                            camera[QLatin1String("framesHere")].toDouble()});
   }
   list.description = cameras.isEmpty() ? "  no cameras\n" : base::table(rows);
   const QJsonArray refusals = document[QStringLiteral("refusals")].toArray();

@@ -15,6 +15,7 @@ struct ListedCamera {
   bool present = true;
   bool sharedHere = false;  // with this host's VM, or waits for that
   bool inUseHere = false;   // by this host's VM
+  double framesHere = 0;    // that it has got since the camera is shared
 };
 
 // A command that was not carried out or a connection that ended; not what a camera is like now.

@@ -1,5 +1,6 @@
 #include "cameras/viewer_host.h"
 
+#include <algorithm>
 #include <asio/post.hpp>
 #include <exception>
 #include <system_error>
@@ -15,6 +16,15 @@ namespace {
 // The service does not tell when a VM begins or ends to use a camera.
 constexpr std::chrono::seconds kRefreshInterval{1};
 constexpr const char* kIpcLibraryVariable = "LUMSAR_IPC_LIBRARY";
+
+// A use may begin and end between two lists.
+void noteUses(host::CameraList& list, const host::CameraList& before) {
+  for (host::ListedCamera& camera : list.cameras) {
+    const auto old = std::ranges::find(before.cameras, camera.id, &host::ListedCamera::id);
+    if (old == before.cameras.end() || !camera.sharedHere) continue;
+    camera.inUseHere |= camera.framesHere > old->framesHere;
+  }
+}
 
 }  // namespace
 
@@ -237,9 +247,11 @@ void ViewerHost::askAgain() {
 }
 
 // What was last listed holds until there is another list: a camera may still be on.
-void ViewerHost::listed(const std::optional<host::CameraList>& list) {
+void ViewerHost::listed(std::optional<host::CameraList> list) {
   m_serviceAnswers = list.has_value();
-  if (list) m_list = list;
+  if (!list) return;
+  if (m_list) noteUses(*list, *m_list);
+  m_list = std::move(list);
 }
 
 CameraModel ViewerHost::describe() const {

@@ -77,7 +77,7 @@ class ViewerHost {
   void refresh();
   void ask();
   void askAgain();
-  void listed(const std::optional<host::CameraList>& list);
+  void listed(std::optional<host::CameraList> list);
   CameraModel describe() const;
   void show(CameraModel model, bool always = false);
   void post(std::function<void()> job);

@@ -160,6 +160,7 @@ TEST_F(CameraWindowTest, ManyCamerasAreScrolled) {
   show({row("a"), row("b"), row("c")});
   EXPECT_TRUE(comes([&] { return height() > one; }));
   std::vector<CameraRow> many;
+  many.reserve(40);
   for (int i = 0; i < 40; ++i) many.push_back(row(std::to_string(100 + i)));
   show(many);
   EXPECT_LT(height(), 800);

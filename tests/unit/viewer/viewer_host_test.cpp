@@ -81,6 +81,16 @@ TEST_F(ViewerHostTest, AServiceThatHasNeverAnsweredHasNoList) {
   EXPECT_FALSE(told.last().isListed);
 }
 
+TEST_F(ViewerHostTest, AUseThatBeginsAndEndsBetweenTwoListsIsShown) {
+  fake.list = R"({"cameras":[{"id":"a","name":"A","sharedHere":true,"framesHere":5}]})";
+  start();
+  ASSERT_TRUE(shows([](const CameraModel& model) { return model.cameras.size() == 1; }));
+  EXPECT_FALSE(told.last().inUse());
+  set(fake.frames, 7);
+  EXPECT_TRUE(shows([](const CameraModel& model) { return model.inUse(); }));
+  EXPECT_TRUE(shows([](const CameraModel& model) { return !model.inUse(); }));
+}
+
 // Each answer that does not come takes seconds, which the end of the program would wait for.
 TEST_F(ViewerHostTest, AServiceThatDoesNotAnswerIsAskedOnceForAClick) {
   fake.list = R"({"cameras":[{"id":"a","name":"A"}]})";

@@ -165,6 +165,8 @@ TEST_F(StreamingTest, AHostIsToldWhichCamerasAreItsOwn) {
   const std::uint32_t number = watch(*first, "test:A");
   EXPECT_EQ(own(*first), std::pair(QJsonValue(true), QJsonValue(true)));
   EXPECT_EQ(own(*second), std::pair(QJsonValue(false), QJsonValue(false)));
+  EXPECT_GT(TestHost::camera(first->list(), "test:A").value("framesHere").toInt(), 0);
+  EXPECT_EQ(TestHost::camera(second->list(), "test:A").value("framesHere").toInt(), 0);
   second->share("test:A");
   EXPECT_EQ(own(*second), std::pair(QJsonValue(true), QJsonValue(false)));
   first->fromVm(CameraDataKind::Stop, number);

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstring>
 #include <stdexcept>
+#include <string_view>
 
 #include "lumsar/plugin.h"
 
@@ -35,6 +36,11 @@ EXPORTED int Ctrl(const std::string& command, char* output, int& outputLength) {
   if (fake.listGrowth > 0) {
     --fake.listGrowth;
     fake.list.append(100000, ' ');
+  }
+  const std::string_view five = "\"framesHere\":5";
+  if (const int frames = atomic(fake.frames);
+      frames != 0 && fake.list.find(five) != fake.list.npos) {
+    fake.list.replace(fake.list.find(five) + five.size() - 1, 1, std::to_string(frames));
   }
   const int room = outputLength;
   outputLength = static_cast<int>(fake.list.size());

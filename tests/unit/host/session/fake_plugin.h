@@ -13,6 +13,7 @@ struct FakePlugin {
   int listGrowth = 0;                 // how often the answer still grows when it is asked for
   int status = 0;                     // of all commands; atomic
   int listStatus = 0;                 // of "list"; atomic
+  int frames = 0;                     // in place of the 5 in "framesHere":5, if any; atomic
   int lists = 0;                      // how often it was asked for; atomic
   lumsar::SpicePostEventFunc event;   // the host's
   std::vector<std::string> handled;   // messages of the VM
