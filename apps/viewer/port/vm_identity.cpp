@@ -50,7 +50,8 @@ VmIdentity identify(SpiceChannel* channel) {
   std::string key;
   if (!uuid.empty()) key = base::text("{} {}", host, uuid);
   if (uuid.empty() && !address.empty() && !name.empty()) key = base::text("{} {}", address, name);
-  return {name.empty() ? base::clean(address) : name, key};
+  if (!name.empty()) return {name, key};
+  return {address.empty() ? "VM" : base::clean(address), key};
 }
 
 }  // namespace lumsar::viewer

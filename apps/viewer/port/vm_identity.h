@@ -8,7 +8,8 @@
 namespace lumsar::viewer {
 
 struct VmIdentity {
-  // For people and for the camera service's rules: as the server calls the VM, else its address.
+  // For people and for the camera service's rules: as the server calls the VM, else its
+  // address, else "VM".
   std::string name;
   // Under which its choices are kept. The address is part of it, as any server can claim any name.
   // Empty where it cannot be told from other VMs.

@@ -159,10 +159,12 @@ TEST_F(CameraWindowTest, ManyCamerasAreScrolled) {
   const int one = height();
   show({row("a"), row("b"), row("c")});
   EXPECT_TRUE(comes([&] { return height() > one; }));
+  const int three = height();
   std::vector<CameraRow> many;
   many.reserve(40);
   for (int i = 0; i < 40; ++i) many.push_back(row(std::to_string(100 + i)));
   show(many);
+  EXPECT_TRUE(comes([&] { return height() > three; }));
   EXPECT_LT(height(), 800);
   EXPECT_EQ(switches().size(), 40U);
 }

@@ -29,7 +29,7 @@ TEST(VmIdentity, NothingIsKeptForAVmWithNeitherNameNorUuid) {
 }
 
 TEST(VmIdentity, AConnectionThatIsHandedOverHasNoAddress) {
-  EXPECT_EQ(identityAt("host", "localhost", nullptr).name, "");
+  EXPECT_EQ(identityAt("host", "localhost", nullptr).name, "VM");
   EXPECT_EQ(identityAt("host", "localhost", nullptr).key, "");
 }
 

@@ -2,7 +2,6 @@
 #include "unit/host/session/fake_plugin.h"
 
 #include <atomic>
-#include <cstring>
 #include <stdexcept>
 #include <string_view>
 
@@ -44,7 +43,7 @@ EXPORTED int Ctrl(const std::string& command, char* output, int& outputLength) {
   }
   const int room = outputLength;
   outputLength = static_cast<int>(fake.list.size());
-  if (outputLength <= room) std::memcpy(output, fake.list.data(), fake.list.size());
+  if (outputLength <= room) fake.list.copy(output, fake.list.size());
   return lumsar::STATUS_OK;
 }
 
