@@ -11,7 +11,7 @@ viewer::VmIdentity identityAt(const char* property, const char* value, const cha
   SpiceSession* session = spice_session_new();
   g_object_set(session, property, value, "port", port, nullptr);
   SpiceChannel* channel = spice_channel_new(session, SPICE_CHANNEL_PORT, 0);
-  const viewer::VmIdentity identity = viewer::identify(channel);
+  viewer::VmIdentity identity = viewer::identify(channel);
   spice_session_disconnect(session);
   g_object_unref(session);
   return identity;
