@@ -112,10 +112,13 @@ void printTable(const std::string& bin) {
 }  // namespace
 }  // namespace lumsar::bench
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   if (argc < 2 || std::string(argv[1]) != "--table") {
     std::puts("bench_thin_lines --table [PROGRAMS]");
     return 0;
   }
   lumsar::bench::printTable(argc > 2 ? argv[2] : LUMSAR_BIN);
+} catch (const std::exception& error) {
+  std::fputs(error.what(), stderr);
+  return 1;
 }

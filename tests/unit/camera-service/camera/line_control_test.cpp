@@ -130,8 +130,9 @@ TEST(LineControlTest, NorIsABusyMoment) {
 TEST(LineControlTest, AVmThatDoesNotReportIsNotLimited) {
   LineControl control;
   for (std::uint32_t i = 1; i < 5000; ++i) {
-    control.onSent(i, 30'000, i * 33 * kMs);
-    ASSERT_EQ(control.fullFor(i * 33 * kMs), 0);
+    const std::int64_t now = i * (33 * kMs);
+    control.onSent(i, 30'000, now);
+    ASSERT_EQ(control.fullFor(now), 0);
   }
   EXPECT_EQ(control.target(), 0);
   EXPECT_EQ(control.silentFor(kSecond), 0);

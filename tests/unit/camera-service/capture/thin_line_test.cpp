@@ -155,10 +155,10 @@ TEST_F(ThinLineTest, TheEncodersBitRateChangesWhileItRuns) {
   plan.bitRate = policyBitRate(plan) / 4;
   plan.isThinned = true;
   setEncoderRate(encoder.get(), plan);
-  EXPECT_NEAR(bitRate(), full / 4, 1);
+  EXPECT_NEAR(bitRate(), full / 4.0, 1);
   plan.interval = 2 * plan.frameInterval();
   setEncoderRate(encoder.get(), plan);
-  EXPECT_NEAR(bitRate(), full / 2, 2) << "of half the frames, each may have twice as much";
+  EXPECT_NEAR(bitRate(), full / 2.0, 2) << "of half the frames, each may have twice as much";
   plan.bitRate = 0;
   plan.interval = 0;
   plan.isThinned = false;
