@@ -99,6 +99,8 @@ valgrind                         cmd:valgrind
 xrdp                             file:/usr/sbin/xrdp
 tigervnc-standalone-server       cmd:Xvnc
 freerdp2-x11                     cmd:xfreerdp
+remmina                          cmd:remmina
+remmina-plugin-rdp               file:/usr/lib/*/remmina/plugins/remmina-plugin-rdp.so
 xvfb                             cmd:Xvfb
 xdg-desktop-portal               file:/usr/libexec/xdg-desktop-portal
 libglib2.0-bin                   cmd:gdbus

@@ -54,6 +54,7 @@ struct AddInOptions {
 AddInOptions parseArguments(const ADDIN_ARGV* arguments) {
   AddInOptions options;
   options.driver.protocol = Protocol::Rdp;
+  options.driver.ipcLibraryOption = "ipc-library:PATH";
   for (int i = 1; arguments != nullptr && i < arguments->argc; ++i) {
     const std::string word = arguments->argv[i];
     const auto colon = word.find(':');
@@ -80,7 +81,8 @@ AddInOptions parseArguments(const ADDIN_ARGV* arguments) {
   const fs::path here = addInDirectory();
   if (options.plugin.empty()) options.plugin = findPlugin(here);
   if (options.driver.ipcLibrary.empty()) {
-    options.driver.ipcLibrary = findIpcLibrary(options.plugin, here);
+    options.driver.ipcLibrary =
+        findIpcLibrary(options.plugin, here, options.driver.ipcLibraryOption);
   }
   return options;
 }
@@ -171,7 +173,8 @@ bool isLoaded = false;
 // Says so when there will be no cameras. The client is not told: it would not connect at all.
 void enter(const CHANNEL_ENTRY_POINTS_FREERDP_EX& entry, void* initHandle) {
   try {
-    if (isLoaded) throw std::runtime_error("the channel is already loaded");
+    if (isLoaded)
+      throw std::runtime_error("another connection of this program has them; close it first");
     auto addIn =
         std::make_unique<AddIn>(parseArguments(static_cast<ADDIN_ARGV*>(entry.pExtendedData)));
     addIn->channel().setOnTerminated([owned = addIn.get()] {

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# The RDP side against programs that are not ours: lumsar-rdp, or xfreerdp with the add-in under
-# Xvfb, to xrdp with Xvnc behind it. Run by ctest (label long) or by hand.
-#   xrdp_test.sh BUILD-DIRECTORY lumsar-rdp|xfreerdp
+# The RDP side against programs that are not ours: lumsar-rdp, or xfreerdp or Remmina with the add-in
+# under Xvfb, to xrdp with Xvnc behind it. Run by ctest (label long) or by hand.
+#   xrdp_test.sh BUILD-DIRECTORY lumsar-rdp|xfreerdp|remmina
 # Exit codes: 0 passed, 1 failed, 77 skipped because something is not installed.
 set -euo pipefail
 PATH=$PATH:/usr/sbin
 
-usage="usage: xrdp_test.sh BUILD-DIRECTORY lumsar-rdp|xfreerdp"
+usage="usage: xrdp_test.sh BUILD-DIRECTORY lumsar-rdp|xfreerdp|remmina"
 build=$(realpath "${1:?$usage}")
 client=${2:?$usage}
 
@@ -18,10 +18,15 @@ need xrdp xrdp
 need xrdp-chansrv xrdp
 need Xvnc tigervnc-standalone-server
 need openssl openssl
-if [ "$client" = xfreerdp ]; then
-  need xfreerdp freerdp2-x11
+if [ "$client" != lumsar-rdp ]; then
+  if [ "$client" = remmina ]; then
+    need remmina "remmina remmina-plugin-rdp"
+    need dbus-run-session dbus-daemon
+  else
+    need xfreerdp freerdp2-x11
+  fi
   need Xvfb xvfb
-  # xfreerdp looks for add-ins in one place only.
+  # FreeRDP's library looks for add-ins in one place only.
   directory=$(dirname "$(ldconfig -p | sed -n 's/.* => \(.*libfreerdp2.so.2\)$/\1/p' | head -1)")/freerdp2
   mkdir -p "$directory" 2>/dev/null || skip "$directory cannot be made"
   [ -w "$directory" ] || skip "$directory cannot be written"
@@ -160,13 +165,52 @@ test_lumsar_rdp() {
   expect "the third host gives up" grep -q 'the VM has not answered' "$work/host3.log"
 }
 
-test_xfreerdp() {
-  local screen xfreerdp before
+start_screen() {
   addin=$directory/liblumsar-client.so
   ln -s "$build/lib/freerdp2/liblumsar-client.so" "$addin"
   screen=$(free_display $((display + 1)))
   start xvfb Xvfb ":$screen" -screen 0 800x600x24
   expect "Xvfb runs" test -e "/tmp/.X11-unix/X$screen"
+}
+
+profile() {  # FILE NAME PORT: of Remmina, with the line that docs/rdp.md shows
+  cat >"$1" <<INI
+[remmina]
+name=$2
+protocol=RDP
+server=127.0.0.1:$3
+username=na
+security=tls
+cert_ignore=1
+vc=lumsar
+INI
+  remmina --update-profile "$1" --set-option password=na >/dev/null 2>&1
+}
+
+# Both connections are in one process: the second is asked of the first by the session's bus.
+test_remmina() {
+  local screen remmina before
+  start_screen
+  export DISPLAY=:$screen GDK_BACKEND=x11 NO_AT_BRIDGE=1 DBUS_SESSION_BUS_ADDRESS=unix:path=$work/bus
+  start bus dbus-daemon --session --nofork "--address=$DBUS_SESSION_BUS_ADDRESS"
+  expect "the session's bus runs" test -S "$work/bus"
+  profile "$work/one.remmina" one "$port"
+  profile "$work/two.remmina" two "$((port + 1))"
+  start remmina remmina -c "$work/one.remmina"
+  remmina=$!
+  expect "frames come from Remmina with the add-in" more_frames_than 60
+  start second remmina -c "$work/two.remmina"
+  expect "a second connection says why it has no cameras" \
+    grep -q 'no cameras: another connection of this program has them' "$work/remmina.log"
+  before=$(pictures)
+  expect "the first goes on" more_frames_than $((before + 60))
+  kill "$remmina"
+  expect "the guest agent sees Remmina leave" grep -q 'host: disconnected' "$work/vm.log"
+}
+
+test_xfreerdp() {
+  local screen xfreerdp before
+  start_screen
   start xfreerdp env "DISPLAY=:$screen" xfreerdp "/v:127.0.0.1:$port" /u:na /p:na /sec:tls \
     "/cert:fingerprint:sha256:$fingerprint" /vc:lumsar
   xfreerdp=$!
@@ -182,6 +226,6 @@ test_xfreerdp() {
   expect "the guest agent sees xfreerdp leave" grep -q 'host: disconnected' "$work/vm.log"
 }
 
-if [ "$client" = xfreerdp ]; then test_xfreerdp; else test_lumsar_rdp; fi
+"test_${client//-/_}"
 [ $failures = 0 ] || exit 1
 echo "passed"
