@@ -106,13 +106,5 @@ double throughTransport(Measured what) {
 
 int main(int argc, char** argv) {
   using namespace lumsar::bench;
-  const auto row = [](const char* name, const char* unit, Measured what, double limit) {
-    return Row{
-        name,  unit, [=] { return throughTransport(what); }, [=] { return throughHost(what); },
-        limit, 5};
-  };
-  return runRows(
-      argc, argv,
-      {row("RDP: frame of 100 KB through a real connection", "ms", Measured::Time, 1 / 0.95),
-       row("RDP: the same, processor time of all", "ms CPU", Measured::Processor, kNoLimit)});
+  return runRows(argc, argv, rowsOfConnection("RDP", throughTransport, throughHost));
 }

@@ -108,13 +108,5 @@ int main(int argc, char** argv) {
   const bool listed =
       std::any_of(argv, argv + argc, [](std::string_view word) { return word == "--list"; });
   if (!listed && lumsar::test::testDirectory().empty()) return startWithGuest(argc, argv);
-  const auto row = [](const char* name, const char* unit, Measured what, double limit) {
-    return Row{
-        name,  unit, [=] { return throughTransport(what); }, [=] { return throughHost(what); },
-        limit, 5};
-  };
-  return runRows(
-      argc, argv,
-      {row("SPICE: frame of 100 KB through a real connection", "ms", Measured::Time, 1 / 0.95),
-       row("SPICE: the same, processor time of all", "ms CPU", Measured::Processor, kNoLimit)});
+  return runRows(argc, argv, rowsOfConnection("SPICE", throughTransport, throughHost));
 }
