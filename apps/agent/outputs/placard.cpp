@@ -132,7 +132,8 @@ class Scan {
  private:
   void put(unsigned value, int bits) {
     for (int i = bits; i-- > 0;) {
-      m_byte = static_cast<unsigned char>(m_byte << 1U | (value >> static_cast<unsigned>(i) & 1U));
+      const unsigned bit = value >> static_cast<unsigned>(i) & 1U;
+      m_byte = static_cast<unsigned char>(unsigned{m_byte} << 1U | bit);
       if (++m_count < 8) continue;
       m_to.push_back(m_byte);
       if (m_byte == 0xFF) m_to.push_back(0);  // so that it is not taken for a marker

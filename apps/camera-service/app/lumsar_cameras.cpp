@@ -209,6 +209,8 @@ void addManual(base::CommandLine& line) {
                                {"1", "refused, or there is no such host or no camera service"},
                                {"2", "wrong usage"}});
   line.section("Environment", {{"XDG_RUNTIME_DIR", "where the camera service's socket is"}});
+  line.section("Files",
+               {{"$XDG_RUNTIME_DIR/lumsar/lumsar.sock", "the socket of the camera service"}});
   line.section("Examples",
                {{"lumsar-cameras", "the cameras and hosts of this machine"},
                 {"lumsar-cameras --share Front", "for the only host"},

@@ -143,20 +143,21 @@ TEST_F(PipewireSizes, AndLayoutsAreThoseThatAProgramAsksFor) {
     std::string caps;
     std::size_t bytes;
   };
-  for (const auto& [caps, bytes] :
+  for (const Asked& asked :
        {Asked{"video/x-raw,format=I420", 640 * 480 * 3 / 2},
         Asked{"video/x-raw,format=NV12", 640 * 480 * 3 / 2},
         Asked{"video/x-raw,format=YUY2,width=320,height=240", 320 * 240 * 2}}) {
     Process consumer = stack->consumer(
-        kNode, {"!", caps, "!", "multifilesink", "location=" + (folder / "%05d.frame")});
+        kNode, {"!", asked.caps, "!", "multifilesink", "location=" + (folder / "%05d.frame")});
     const auto isShown = [&] {
       const auto names = folder.files();
       return std::ranges::any_of(names, [&](const std::string& name) {
         const std::string frame = readFile(folder / name);
-        return frame.size() == bytes && std::abs(static_cast<unsigned char>(frame[2]) - 200) <= 3;
+        return frame.size() == asked.bytes &&
+               std::abs(static_cast<unsigned char>(frame[2]) - 200) <= 3;
       });
     };
-    EXPECT_TRUE(sendUntil(isShown, [&] { send(grey(200)); })) << caps << consumer.output();
+    EXPECT_TRUE(sendUntil(isShown, [&] { send(grey(200)); })) << asked.caps << consumer.output();
     consumer.stop(SIGTERM);
     for (const std::string& name : folder.files()) {
       if (name.ends_with(".frame")) std::filesystem::remove(folder / name);
