@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "base/latency.h"
-#include "harness/flow.h"
+#include "feeds/flow.h"
 #include "harness/rows.h"
 #include "support/process.h"
 #include "support/temporary_directory.h"

@@ -8,8 +8,8 @@
 #include <stdexcept>
 
 #include "base/system/temporary_directory.h"
+#include "feeds/ipc_service.h"
 #include "harness/child.h"
-#include "harness/ipc_service.h"
 #include "harness/raw_stream.h"
 #include "harness/rows.h"
 #include "unit/ipc/vdi_library.h"

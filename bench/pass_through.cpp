@@ -9,7 +9,7 @@
 #include <ctime>
 
 #include "capture/encoder.h"
-#include "harness/movie.h"
+#include "feeds/movie.h"
 #include "harness/rows.h"
 #include "sources/file_probe.h"
 #include "unit/camera-service/test_host.h"

@@ -2,11 +2,9 @@
 // same transport, fed with the same fragments and nothing before it.
 #include <stdexcept>
 
-#include "harness/flow.h"
+#include "feeds/flow.h"
+#include "feeds/transport_feed.h"
 #include "harness/raw_stream.h"
-#include "harness/rows.h"
-#include "harness/stopwatch.h"
-#include "harness/transport_feed.h"
 #include "integration/rdp/rdp_server.h"
 #include "rdp/rdp_transport.h"
 #include "support/messages.h"
@@ -18,9 +16,8 @@ namespace {
 
 constexpr std::size_t kFrame = 100'000;
 constexpr std::size_t kFragment = 1536;
-constexpr std::uint64_t kAhead = 4;
 constexpr int kWarmUp = 50;
-constexpr int kCount = 500;
+constexpr int kCount = 1500;
 
 // An RDP server at a socket. Started once all other processes are, as it has a thread.
 class Server {
@@ -65,12 +62,12 @@ class Server {
   std::optional<test::RdpServer> m_server;
 };
 
-double throughHost(Measured what) {
+double throughHost(Measured what, std::uint64_t ahead) {
   Server server;
   const SharedFlow flow;
   const Child service([&] {
     serveFrames(server.directory() + "/lumsar/lumsar.sock",
-                {.size = kFrame, .perSecond = 10'000, .ahead = kAhead}, *flow);
+                {.size = kFrame, .perSecond = 10'000, .ahead = ahead}, *flow);
   });
   const test::Process host(
       {LUMSAR_BIN "/lumsar-rdp", "unix:" + server.address(), "--ignore-certificate", "--exec",
@@ -82,7 +79,7 @@ double throughHost(Measured what) {
   return server.timeOfFrame(*flow, stopwatch(what, {0, service.id(), host.id()}));
 }
 
-[[noreturn]] void feedRdp(const std::string& address, Flow& flow) {
+[[noreturn]] void feedRdp(const std::string& address, std::uint64_t ahead, Flow& flow) {
   host::RdpTarget target;
   target.host = address;
   target.ignoreCertificate = true;
@@ -90,13 +87,13 @@ double throughHost(Measured what) {
       [&](asio::io_context& loop, host::SendQueue& queue, host::Inbox& inbox) {
         return std::make_unique<host::RdpTransport>(loop, queue, inbox, target);
       },
-      {.frame = kFrame, .fragment = kFragment, .ahead = kAhead}, flow);
+      {.frame = kFrame, .fragment = kFragment, .ahead = ahead}, flow);
 }
 
-double throughTransport(Measured what) {
+double throughTransport(Measured what, std::uint64_t ahead) {
   Server server;
   const SharedFlow flow;
-  const Child sender([&] { feedRdp(server.address(), *flow); });
+  const Child sender([&] { feedRdp(server.address(), ahead, *flow); });
   server.start();
   return server.timeOfFrame(*flow, stopwatch(what, {0, sender.id()}));
 }
@@ -106,5 +103,5 @@ double throughTransport(Measured what) {
 
 int main(int argc, char** argv) {
   using namespace lumsar::bench;
-  return runRows(argc, argv, rowsOfConnection("RDP", throughTransport, throughHost));
+  return runRows(argc, argv, rowsOf({"RDP", throughTransport, throughHost}));
 }

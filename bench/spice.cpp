@@ -9,9 +9,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "harness/rows.h"
-#include "harness/stopwatch.h"
-#include "harness/transport_feed.h"
+#include "feeds/transport_feed.h"
 #include "integration/vm/support/guest.h"
 #include "protocol/names.h"
 #include "spice/spice_transport.h"
@@ -23,10 +21,9 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kFrame = 100'000;
-constexpr std::uint64_t kAhead = 4;  // as many as wait in a queue without being dropped
-constexpr std::uint64_t kTold = 1;   // the guest tells of so many frames at once
+constexpr std::uint64_t kTold = 1;  // the guest tells of so many frames at once
 constexpr std::uint64_t kWarmUp = 100;
-constexpr std::uint64_t kCount = 400;
+constexpr std::uint64_t kCount = 1500;
 
 // A VM of its own for each measurement: what the one before has left on the line is gone with it.
 // Its agent counts the frames.
@@ -61,12 +58,12 @@ class Vm {
   test::Guest m_guest;
 };
 
-double throughHost(Measured what) {
+double throughHost(Measured what, std::uint64_t ahead) {
   const test::TemporaryDirectory directory;
   const SharedFlow flow;
   const Child service([&] {
     serveFrames(directory / "lumsar/lumsar.sock",
-                {.size = kFrame, .perSecond = 10'000, .ahead = kAhead}, *flow);
+                {.size = kFrame, .perSecond = 10'000, .ahead = ahead}, *flow);
   });
   Vm vm;
   const test::Process host(
@@ -75,7 +72,7 @@ double throughHost(Measured what) {
   return vm.timeOfFrame(*flow, stopwatch(what, {service.id(), host.id(), vm.qemu()}));
 }
 
-double throughTransport(Measured what) {
+double throughTransport(Measured what, std::uint64_t ahead) {
   const SharedFlow flow;
   Vm vm;
   const Child sender([&] {
@@ -84,7 +81,7 @@ double throughTransport(Measured what) {
           return std::make_unique<host::SpiceTransport>(queue, inbox,
                                                         host::SpiceAddress{.uri = vm.address()});
         },
-        {.frame = kFrame, .fragment = kFrame * 2, .ahead = kAhead}, *flow);
+        {.frame = kFrame, .fragment = kFrame * 2, .ahead = ahead}, *flow);
   });
   return vm.timeOfFrame(*flow, stopwatch(what, {sender.id(), vm.qemu()}));
 }
@@ -108,5 +105,9 @@ int main(int argc, char** argv) {
   const bool listed =
       std::any_of(argv, argv + argc, [](std::string_view word) { return word == "--list"; });
   if (!listed && lumsar::test::testDirectory().empty()) return startWithGuest(argc, argv);
-  return runRows(argc, argv, rowsOfConnection("SPICE", throughTransport, throughHost));
+  const Connection connection{"SPICE", throughTransport, throughHost};
+  auto rows = rowsOf(connection);
+  // How long each takes there, and its report back.
+  rows.push_back(connection.row(": the same, one frame at a time", Measured::Time, 1));
+  return runRows(argc, argv, rows);
 }

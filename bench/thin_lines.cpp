@@ -9,7 +9,7 @@
 
 #include "base/latency.h"
 #include "capture/encoder.h"
-#include "harness/movie.h"
+#include "feeds/movie.h"
 #include "thin_line/thin_chain.h"
 
 namespace lumsar::bench {

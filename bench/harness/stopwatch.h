@@ -3,12 +3,10 @@
 
 #include <chrono>
 #include <functional>
-#include <string>
 #include <utility>
 #include <vector>
 
 #include "harness/child.h"
-#include "harness/rows.h"
 
 namespace lumsar::bench {
 
@@ -27,17 +25,6 @@ inline Stopwatch stopwatch(Measured what, std::vector<pid_t> processes) {
     for (const pid_t process : processes) sum += processorTime(process);
     return sum;
   };
-}
-
-// The rows of a real connection: the time of a frame, which is to be at least 0.95 of the bare
-// transport's rate, and the processor time.
-inline std::vector<Row> rowsOfConnection(const std::string& name, double (*floor)(Measured),
-                                         double (*here)(Measured)) {
-  const auto row = [&](const std::string& of, const char* unit, Measured what, double limit) {
-    return Row{name + of, unit, [=] { return floor(what); }, [=] { return here(what); }, limit, 5};
-  };
-  return {row(": frame of 100 KB through a real connection", "ms", Measured::Time, 1 / 0.95),
-          row(": the same, processor time of all", "ms CPU", Measured::Processor, kNoLimit)};
 }
 
 }  // namespace lumsar::bench

@@ -1,4 +1,4 @@
-#include "harness/flow.h"
+#include "feeds/flow.h"
 
 #include <sys/mman.h>
 

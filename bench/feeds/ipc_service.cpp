@@ -1,4 +1,4 @@
-#include "harness/ipc_service.h"
+#include "feeds/ipc_service.h"
 
 #include <algorithm>
 #include <asio/post.hpp>

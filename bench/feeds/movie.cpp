@@ -1,4 +1,4 @@
-#include "harness/movie.h"
+#include "feeds/movie.h"
 
 #include <algorithm>
 #include <random>

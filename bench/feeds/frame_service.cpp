@@ -2,7 +2,7 @@
 #include <list>
 
 #include "base/system/frame_memory.h"
-#include "harness/flow.h"
+#include "feeds/flow.h"
 #include "ipc/server/server.h"
 #include "lumsar/ipc_transport.h"
 #include "protocol/camera_record.h"
@@ -14,13 +14,21 @@ namespace {
 constexpr std::uint16_t kWidth = 1280;
 constexpr std::uint16_t kHeight = 720;
 
+// As many frames as may be under way are kept; without a limit of those, as many as by a real
+// service.
+ipc::ServerLimits limitsOf(const Pace& pace) {
+  ipc::ServerLimits limits;
+  if (pace.ahead != Pace{}.ahead) limits.queue.frames = pace.ahead;
+  return limits;
+}
+
 class FrameService : public ipc::IpcServerEvents {
  public:
   FrameService(const std::string& path, Pace pace, Flow& flow)
       : m_server(
             m_io,
             base::SocketListener::at({path, {}, 0}, base::SocketListener::Directory::MakePrivate),
-            *this),
+            *this, limitsOf(pace)),
         m_pace(pace),
         m_flow(flow),
         m_jpeg(test::blankJpeg(pace.size)) {}

@@ -1,4 +1,4 @@
-#include "harness/transport_feed.h"
+#include "feeds/transport_feed.h"
 
 #include "lumsar/assembler.h"
 #include "support/messages.h"
