@@ -23,10 +23,13 @@ stack_end() {
   trap - INT TERM
 }
 
-# wait_until SECONDS WHAT COMMAND...: until COMMAND succeeds; fails with WHAT and the logs.
+# In seconds. What is waited for takes milliseconds; a busy machine may need more.
+wait_limit=60
+
+# wait_until WHAT COMMAND...: until COMMAND succeeds; fails with WHAT and the logs.
 wait_until() {
-  local tries=$(($1 * 20)) what=$2
-  shift 2
+  local tries=$((wait_limit * 20)) what=$1
+  shift
   until "$@" >/dev/null 2>&1; do
     tries=$((tries - 1))
     if [ $tries -le 0 ]; then
@@ -49,7 +52,7 @@ stack_fail() {
 start_service() {
   "$bin/lumsar-camera-service" "$@" >>"$run/service.log" 2>&1 &
   service_pid=$!
-  wait_until 10 "the camera service's start" test -S "$run/lumsar/lumsar.sock"
+  wait_until "the camera service's start" test -S "$run/lumsar/lumsar.sock"
 }
 
 # service_is EXPRESSION: whether it is true of the service's status.
@@ -75,7 +78,7 @@ start_vm() {
   "$bin/lumsar-agent" --protocol "$kind" --listen "unix:$run/vm.sock" --status-file "$run/vm.json" "$@" \
     >>"$run/vm.log" 2>&1 &
   vm_pid=$!
-  wait_until 10 "the guest agent's start" test -S "$run/vm.sock"
+  wait_until "the guest agent's start" test -S "$run/vm.sock"
 }
 
 stop_vm() {
@@ -93,7 +96,7 @@ start_host() {
     <"$run/commands" >"$run/host.json" 2>>"$run/host.log" &
   host_pid=$!
   exec 9>"$run/commands"
-  wait_until 20 "the VM's answer to the host" grep -q 'VM answered' "$run/host.log"
+  wait_until "the VM's answer to the host" grep -q 'VM answered' "$run/host.log"
 }
 
 # tell COMMAND: the host carries it out, and says that it succeeded.
@@ -101,7 +104,7 @@ tell() {
   local before
   before=$(grep -cF "$1: done" "$run/host.log" || true)
   echo "$1" >&9
-  wait_until 10 "\"$1\"" host_has_done "$1" "$before"
+  wait_until "\"$1\"" host_has_done "$1" "$before"
 }
 host_has_done() { [ "$(grep -cF "$1: done" "$run/host.log")" -gt "$2" ]; }
 
@@ -121,8 +124,8 @@ vm_is() { jq -e "$1" "$run/vm.json"; }
 frames_of() { vm "[.cameras[] | select(.present) | .frames] | min // 0"; }
 cameras_flow() {
   local before
-  wait_until 10 "$1 cameras in the VM" vm_is "[.cameras[] | select(.present)] | length == $1"
+  wait_until "$1 cameras in the VM" vm_is "[.cameras[] | select(.present)] | length == $1"
   before=$(frames_of)
-  wait_until 10 "frames of $1 cameras" vm_is \
+  wait_until "frames of $1 cameras" vm_is \
     "[.cameras[] | select(.present) | .frames] | min > $before + $2"
 }
