@@ -1,5 +1,5 @@
 // The policy that a host sends: refused, or corrected until every value is in its range.
-#include "session/policy.h"
+#include "rules/policy.h"
 
 #include "base/text/bytes.h"
 #include "fuzz/input.h"

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "app/service_call.h"
+#include "app/status_words.h"
 #include "base/command_line.h"
 #include "base/errors.h"
 #include "base/text/format.h"
@@ -39,10 +40,6 @@ QJsonObject askStatus(const Options& options) {
 
 QJsonArray hostsOf(const QJsonObject& status) {
   return status.value("hosts").toArray();
-}
-
-std::string field(const QJsonObject& object, const char* key) {
-  return json::shown(json::textOrNumber(object.value(QLatin1String(key))));
 }
 
 // Cameras by id, as people call them.
@@ -114,10 +111,7 @@ std::string cameraTable(const QJsonObject& status) {
   std::vector<base::TableRow> rows{{"ID", "NAME", "STATE"}};
   for (const auto& value : cameras) {
     const QJsonObject camera = value.toObject();
-    const char* state = !camera.value("present").toBool()  ? "unplugged"
-                        : camera.value("running").toBool() ? "on"
-                                                           : "off";
-    rows.push_back({field(camera, "id"), field(camera, "name"), state});
+    rows.push_back({field(camera, "id"), field(camera, "name"), stateOf(camera)});
   }
   return "cameras:\n" + base::table(rows);
 }

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "protocol/names.h"
-#include "session/access_rules.h"
+#include "rules/access_rules.h"
 #include "sources/virtual_cameras.h"
 #include "transports/direct_networks.h"
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "app/service_call.h"
+#include "app/status_words.h"
 #include "base/text/format.h"
 #include "base/text/table.h"
 #include "json/json.h"
@@ -14,12 +15,6 @@ namespace lumsar::service {
 namespace {
 
 using base::text;
-
-std::string field(const QJsonObject& object, const char* key) {
-  const QJsonValue value = object.value(QLatin1String(key));
-  if (value.isBool()) return value.toBool() ? "yes" : "no";
-  return json::shown(json::textOrNumber(value));
-}
 
 std::string sharedWith(const QJsonObject& camera) {
   QStringList vms;
@@ -34,14 +29,11 @@ std::string cameraTable(const QJsonArray& cameras) {
                                     "DAMAGED", "ENCODING", "SHARED WITH", "FRAMES ARE"}};
   for (const auto& value : cameras) {
     const QJsonObject camera = value.toObject();
-    const char* state = !camera.value("present").toBool()  ? "unplugged"
-                        : camera.value("running").toBool() ? "on"
-                                                           : "off";
     const std::string size = camera.contains("width")
                                  ? text("{}x{}", field(camera, "width"), field(camera, "height"))
                                  : "";
-    rows.push_back({field(camera, "number"), field(camera, "id"), field(camera, "name"), state,
-                    size, field(camera, "frames"), field(camera, "bytes"),
+    rows.push_back({field(camera, "number"), field(camera, "id"), field(camera, "name"),
+                    stateOf(camera), size, field(camera, "frames"), field(camera, "bytes"),
                     field(camera, "damagedFrames"), field(camera, "encodeMicroseconds") + " us",
                     sharedWith(camera), field(camera, "treatment")});
   }

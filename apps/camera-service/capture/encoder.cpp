@@ -117,10 +117,30 @@ GstElement* makeH264Encoder(const CapturePlan& plan) {
   return bin;
 }
 
+const H264Encoder* kindOf(GstElement* encoder) {
+  const char* const name = GST_OBJECT_NAME(gst_element_get_factory(encoder));
+  const auto* kind =
+      std::ranges::find(kH264Encoders, std::string_view(name), &H264Encoder::factory);
+  return kind == kH264Encoders.end() ? nullptr : kind;
+}
+
 }  // namespace
 
 bool h264Available() {
   return findH264Encoder() != nullptr;
+}
+
+std::vector<std::string> h264Encoders() {
+  std::vector<std::string> names;
+  for (const H264Encoder& encoder : kH264Encoders) {
+    if (isUsable(encoder)) names.emplace_back(encoder.factory);
+  }
+  return names;
+}
+
+GstElement* makeH264Encoder(const std::string& name, const CapturePlan& plan) {
+  const auto* encoder = std::ranges::find(kH264Encoders, name, &H264Encoder::factory);
+  return encoder == kH264Encoders.end() ? nullptr : makeBin(*encoder, bitRate(plan));
 }
 
 GstElement* makeEncoder(const CapturePlan& plan) {
@@ -142,9 +162,10 @@ bool setEncoderQuality(GstElement* encoder, const CapturePlan& plan) {
 }
 
 void setEncoderRate(GstElement* encoder, const CapturePlan& plan) {
-  const H264Encoder* kind = plan.encoding == kEncodingH264 ? findH264Encoder() : nullptr;
-  if (kind == nullptr) return;
+  if (plan.encoding != kEncodingH264) return;
   const GstPtr<GstElement> element(gst_bin_get_by_name(GST_BIN(encoder), kName));
+  const H264Encoder* kind = kindOf(element.get());
+  if (kind == nullptr) return;
   const unsigned int rate = bitRate(plan) / kind->bitRateUnit;
   if (kind->rateControl != nullptr) {
     GstStructure* controls = gst_structure_new("controls", kind->rateControl, G_TYPE_INT,

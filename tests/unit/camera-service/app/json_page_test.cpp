@@ -2,7 +2,7 @@
 #include <QJsonDocument>
 #include <set>
 
-#include "session/policy.h"
+#include "rules/policy.h"
 #include "unit/camera-service/test_host.h"
 
 namespace lumsar::test {

@@ -132,39 +132,5 @@ TEST_F(ThinLineTest, OnAThinLineKeyFramesAreRarer) {
   camera.remove(insistent);
 }
 
-TEST_F(ThinLineTest, TheEncodersBitRateChangesWhileItRuns) {
-  if (!h264Available()) GTEST_SKIP() << "no H.264 encoder is installed";
-  CapturePlan plan;
-  plan.source = {"I420", 1280, 720, 30, 1};
-  plan.width = 1280;
-  plan.height = 720;
-  plan.quality = 50;
-  plan.encoding = kEncodingH264;
-  const GstPtr<GstElement> encoder(GST_ELEMENT(gst_object_ref_sink(makeEncoder(plan))));
-  const GstPtr<GstElement> element(gst_bin_get_by_name(GST_BIN(encoder.get()), "h264"));
-  ASSERT_TRUE(element);
-  if (g_object_class_find_property(G_OBJECT_GET_CLASS(element.get()), "bitrate") == nullptr) {
-    GTEST_SKIP() << "the encoder is a driver";
-  }
-  const auto bitRate = [&] {
-    guint rate = 0;
-    g_object_get(element.get(), "bitrate", &rate, nullptr);
-    return rate;
-  };
-  const guint full = bitRate();
-  plan.bitRate = policyBitRate(plan) / 4;
-  plan.isThinned = true;
-  setEncoderRate(encoder.get(), plan);
-  EXPECT_NEAR(bitRate(), full / 4.0, 1);
-  plan.interval = 2 * plan.frameInterval();
-  setEncoderRate(encoder.get(), plan);
-  EXPECT_NEAR(bitRate(), full / 2.0, 2) << "of half the frames, each may have twice as much";
-  plan.bitRate = 0;
-  plan.interval = 0;
-  plan.isThinned = false;
-  setEncoderRate(encoder.get(), plan);
-  EXPECT_EQ(bitRate(), full);
-}
-
 }  // namespace
 }  // namespace lumsar::test

@@ -1,5 +1,5 @@
 // Tests of access_rules.h. Test's main thread.
-#include "session/access_rules.h"
+#include "rules/access_rules.h"
 
 #include <gtest/gtest.h>
 

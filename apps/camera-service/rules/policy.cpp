@@ -1,4 +1,4 @@
-#include "session/policy.h"
+#include "rules/policy.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

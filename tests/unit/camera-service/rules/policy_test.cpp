@@ -1,5 +1,5 @@
 // Tests of policy.h: every key, in range and out of it. Test's main thread.
-#include "session/policy.h"
+#include "rules/policy.h"
 
 #include <gtest/gtest.h>
 

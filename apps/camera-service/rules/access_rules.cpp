@@ -1,4 +1,4 @@
-#include "session/access_rules.h"
+#include "rules/access_rules.h"
 
 #include <fnmatch.h>
 

@@ -1,0 +1,131 @@
+// Tests of encoder.h: what each H.264 encoder that is installed makes of its bit rate.
+#include "capture/encoder.h"
+
+#include <gst/app/gstappsink.h>
+#include <gtest/gtest.h>
+
+#include <string_view>
+
+#include "base/text/format.h"
+#include "formats/line_plan.h"
+#include "lumsar/camera_data.h"
+
+namespace lumsar::test {
+namespace {
+
+using namespace service;
+
+constexpr int kFrames = 60;
+
+CapturePlan planOf(int width, int height) {
+  CapturePlan plan;
+  plan.source = {"I420", width, height, 30, 1};
+  plan.width = width;
+  plan.height = height;
+  plan.quality = 50;
+  plan.encoding = kEncodingH264;
+  return plan;
+}
+
+// A view that moves, with more detail than any of the bit rates has room for.
+class Encoding {
+ public:
+  explicit Encoding(GstElement* encoder)
+      : m_encoder(GST_ELEMENT(gst_object_ref_sink(encoder))),
+        m_pipeline(
+            gst_parse_launch("videotestsrc pattern=zone-plate kx2=20 ky2=20 kt=5 ! "
+                             "video/x-raw,format=I420,width=640,height=480,framerate=30/1 ! "
+                             "videoconvert name=last appsink name=sink sync=false max-buffers=1",
+                             nullptr)) {
+    GstBin* const bin = GST_BIN(m_pipeline.get());
+    const GstPtr<GstElement> last(gst_bin_get_by_name(bin, "last"));
+    m_sink.reset(gst_bin_get_by_name(bin, "sink"));
+    gst_bin_add(bin, m_encoder.get());
+    gst_element_link_many(last.get(), m_encoder.get(), m_sink.get(), nullptr);
+    gst_element_set_state(m_pipeline.get(), GST_STATE_PLAYING);
+  }
+  ~Encoding() { gst_element_set_state(m_pipeline.get(), GST_STATE_NULL); }
+  Encoding(const Encoding&) = delete;
+  Encoding& operator=(const Encoding&) = delete;
+
+  GstElement* encoder() const { return m_encoder.get(); }
+
+  std::size_t bytesOf(int frames) {
+    std::size_t bytes = 0;
+    for (; frames > 0; --frames) {
+      const GstPtr<GstSample> sample(gst_app_sink_pull_sample(GST_APP_SINK(m_sink.get())));
+      if (!sample) throw std::runtime_error("the encoder has ended");
+      bytes += gst_buffer_get_size(gst_sample_get_buffer(sample.get()));
+    }
+    return bytes;
+  }
+
+ private:
+  const GstPtr<GstElement> m_encoder;
+  const GstPtr<GstElement> m_pipeline;
+  GstPtr<GstElement> m_sink;
+};
+
+class EncoderTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() { gst_init(nullptr, nullptr); }
+};
+
+TEST_F(EncoderTest, EachFollowsItsBitRateWhileItRuns) {
+  const auto encoders = h264Encoders();
+  if (encoders.empty()) GTEST_SKIP() << "no H.264 encoder is installed";
+  for (const std::string& name : encoders) {
+    SCOPED_TRACE(name);
+    CapturePlan plan = planOf(640, 480);
+    plan.bitRate = 2'000'000;
+    Encoding encoding(makeH264Encoder(name, plan));
+    encoding.bytesOf(kFrames);  // until its rate control has settled
+    const std::size_t full = encoding.bytesOf(kFrames);
+    const double expected = plan.bitRate / 8 * kFrames / 30;
+    EXPECT_NEAR(static_cast<double>(full), expected, expected / 3);
+    plan.bitRate /= 4;
+    plan.isThinned = true;
+    setEncoderRate(encoding.encoder(), plan);
+    encoding.bytesOf(kFrames);
+    EXPECT_LT(encoding.bytesOf(kFrames), full / 2);
+    plan.bitRate *= 4;
+    plan.isThinned = false;
+    setEncoderRate(encoding.encoder(), plan);
+    encoding.bytesOf(kFrames);
+    EXPECT_GT(encoding.bytesOf(kFrames), full / 2);
+  }
+}
+
+TEST_F(EncoderTest, FramesThatAreLeftOutGiveTheirPartToTheOthers) {
+  for (const std::string& name : h264Encoders()) {
+    SCOPED_TRACE(name);
+    CapturePlan plan = planOf(1280, 720);
+    const GstPtr<GstElement> encoder(GST_ELEMENT(gst_object_ref_sink(makeH264Encoder(name, plan))));
+    const GstPtr<GstElement> element(gst_bin_get_by_name(GST_BIN(encoder.get()), "h264"));
+    ASSERT_TRUE(element);
+    if (g_object_class_find_property(G_OBJECT_GET_CLASS(element.get()), "bitrate") == nullptr) {
+      continue;  // a driver, which tells nothing
+    }
+    const auto bitRate = [&] {
+      guint rate = 0;
+      g_object_get(element.get(), "bitrate", &rate, nullptr);
+      return rate;
+    };
+    const guint full = bitRate();
+    plan.bitRate = policyBitRate(plan) / 4;
+    plan.isThinned = true;
+    setEncoderRate(encoder.get(), plan);
+    EXPECT_NEAR(bitRate(), full / 4.0, full / 1000.0);
+    plan.interval = 2 * plan.frameInterval();
+    setEncoderRate(encoder.get(), plan);
+    EXPECT_NEAR(bitRate(), full / 2.0, full / 1000.0) << "of half the frames, each may have twice as much";
+    plan.bitRate = 0;
+    plan.interval = 0;
+    plan.isThinned = false;
+    setEncoderRate(encoder.get(), plan);
+    EXPECT_EQ(bitRate(), full);
+  }
+}
+
+}  // namespace
+}  // namespace lumsar::test
