@@ -71,6 +71,10 @@ void addOutputOptions(base::CommandLine& line, Options& options) {
                                                                {"nv12", DeviceFormat::Nv12}}),
               "what these devices have: the camera's own frames, or decoded ones; auto, the "
               "default, decodes H.264 only, as i420");
+  line.option(
+      "--hardware-decoding", options.hardwareDecoding,
+      "for --v4l2 and --pipewire: decode H.264 on a graphics device (VA-API) where there is "
+      "one; its driver then deals with what another machine has sent");
   line.option("--pipewire", options.pipewire,
               "PipeWire, where each camera becomes a camera of the session of this user, without a "
               "kernel module; the variable PIPEWIRE_REMOTE names the socket of another session");

@@ -28,6 +28,7 @@ struct Options {
   std::vector<std::string> videoDevices;  // "auto" for all that are found
   DeviceFormat videoFormat = DeviceFormat::Auto;
   bool pipewire = false;
+  bool hardwareDecoding = false;
   std::optional<std::uint16_t> view;
   std::string viewKey;  // of the page's address; a random one if empty
   std::string save;     // directories

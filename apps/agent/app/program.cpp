@@ -60,6 +60,13 @@ std::vector<std::unique_ptr<SinkFactory>> Program::openOutputs(
         "send them, and "
         "few can show H264",
         Decoder::path());
+  } else if (m_options.hardwareDecoding) {
+    if (Decoder::useHardware()) {
+      base::logInfo("H264 is decoded on the graphics device");
+    } else {
+      base::logWarning(
+          "no graphics device can decode H264 here (VA-API); the processor decodes it");
+    }
   }
   if (pipewire) outputs.push_back(std::move(pipewire));
   if (!m_options.save.empty()) {

@@ -6,6 +6,8 @@
 
 #include <csignal>
 #include <exception>
+#include <string_view>
+#include <utility>
 
 #include "base/command_line.h"
 #include "base/errors.h"
@@ -30,9 +32,9 @@ std::span<unsigned char> mapped(int descriptor, std::size_t bytes, int access) {
   return {static_cast<unsigned char*>(memory), bytes};
 }
 
-// ENCODING WIDTH HEIGHT RANGE, of the raw frames.
+// ENCODING WIDTH HEIGHT RANGE of the raw frames, and whether hardware may be used.
 RawFormat readFormat(int argc, const char* const* argv) {
-  if (argc != 5) throw base::UsageError("must be started by lumsar-agent");
+  if (argc != 6) throw base::UsageError("must be started by lumsar-agent");
   RawFormat format;
   base::convert(argv[1], format.encoding);
   base::convert(argv[2], format.size.width);
@@ -57,16 +59,18 @@ DecodeResult decode(FrameDecoder& decoder, const DecodeRequest& request, base::B
 }
 
 // Until the agent closes its end.
-void serve(const RawFormat& format) {
+void serve(const RawFormat& format, bool mayUseHardware) {
   const base::Bytes encoded = mapped(kDecoderEncoded, kMaxEncodedBytes, PROT_READ);
   const auto raw =
       mapped(kDecoderRaw, rawBytes(format.encoding, format.size), PROT_READ | PROT_WRITE);
   av_log_set_level(AV_LOG_QUIET);
-  FrameDecoder decoder(format);
-  enterSandbox(kDecoderSocket);
+  Hardware hardware = mayUseHardware ? Hardware::open() : Hardware();
+  const bool hasHardware = hardware.isThere();
+  FrameDecoder decoder(format, std::move(hardware));
+  enterSandbox(kDecoderSocket, hasHardware ? Devices::Graphics : Devices::None);
   DecodeRequest request;
   while (read(kDecoderSocket, &request, sizeof request) == sizeof request) {
-    const DecodeReply reply{decode(decoder, request, encoded, raw)};
+    const DecodeReply reply{decode(decoder, request, encoded, raw), hasHardware ? 1U : 0U};
     if (write(kDecoderSocket, &reply, sizeof reply) != sizeof reply) break;
   }
 }
@@ -76,7 +80,8 @@ int run(int argc, const char* const* argv) {
   std::signal(SIGINT, SIG_IGN);
   std::signal(SIGTERM, SIG_IGN);
   std::signal(SIGHUP, SIG_IGN);
-  serve(readFormat(argc, argv));
+  const RawFormat format = readFormat(argc, argv);
+  serve(format, std::string_view(argv[5]) == kUseHardware);
   return 0;
 }
 

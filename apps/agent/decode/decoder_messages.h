@@ -17,6 +17,9 @@ inline constexpr int kDecoderSocket = 3;
 inline constexpr int kDecoderEncoded = 4;
 inline constexpr int kDecoderRaw = 5;
 
+// Its last argument, where it may use hardware.
+inline constexpr const char* kUseHardware = "hardware";
+
 // Larger frames are not decoded.
 inline constexpr std::size_t kMaxEncodedBytes = std::size_t{16} << 20U;
 
@@ -36,6 +39,7 @@ enum class DecodeResult : std::uint32_t {
 
 struct DecodeReply {
   DecodeResult result = DecodeResult::Damaged;
+  std::uint32_t hasHardware = 0;  // which H.264 is decoded by
 };
 
 }  // namespace lumsar::agent

@@ -56,7 +56,7 @@ DecodeResult FrameDecoder::decodeJpeg(base::Bytes jpeg, FrameSize size,
 
 DecodeResult FrameDecoder::decodeH264(base::Bytes unit, bool isKey, std::span<unsigned char> to) {
   using enum DecodeResult;
-  if (!m_h264) m_h264.emplace();
+  if (!m_h264) m_h264.emplace(m_hardware);
   const DecodeResult result = m_h264->decode(unit, isKey);
   if (result != Decoded) return result;
   return m_scaler.scale(imageOf(m_h264->frame()), to) ? Decoded : Damaged;

@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "decode/decoder_messages.h"
@@ -15,7 +16,8 @@ namespace lumsar::agent {
 
 class FrameDecoder {
  public:
-  explicit FrameDecoder(const RawFormat& format) : m_format(format), m_scaler(format) {}
+  explicit FrameDecoder(const RawFormat& format, Hardware hardware = {})
+      : m_format(format), m_scaler(format), m_hardware(std::move(hardware)) {}
 
   // `to` has to hold rawBytes() of the format. Throws base::Failure and std::bad_alloc.
   DecodeResult decode(const DecodeRequest& request, base::Bytes encoded,
@@ -27,6 +29,7 @@ class FrameDecoder {
 
   const RawFormat m_format;
   Scaler m_scaler;
+  const Hardware m_hardware;
   JpegDecoder m_jpeg;
   std::vector<unsigned char> m_planes;  // of a JPEG that has to be converted
   std::optional<H264Decoder> m_h264;    // once there was such a frame

@@ -3,24 +3,27 @@
 #include <algorithm>
 #include <cerrno>
 #include <new>
+#include <utility>
 
 #include "base/errors.h"
 #include "decode/raw_format.h"
 
 namespace lumsar::agent {
 
-H264Decoder::H264Decoder() {
+H264Decoder::H264Decoder(const Hardware& hardware) {
   const AVCodec* codec = avcodec_find_decoder(AV_CODEC_ID_H264);
   if (codec == nullptr) throw base::Failure("libavcodec lacks a decoder for H.264");
   m_codec.reset(avcodec_alloc_context3(codec));
   m_packet.reset(av_packet_alloc());
   m_frame.reset(av_frame_alloc());
-  if (!m_codec || !m_packet || !m_frame) throw std::bad_alloc();
+  m_onHardware.reset(av_frame_alloc());
+  if (!m_codec || !m_packet || !m_frame || !m_onHardware) throw std::bad_alloc();
   m_codec->flags |= AV_CODEC_FLAG_LOW_DELAY;
   m_codec->thread_count = 1;  // more would hold frames back
   m_codec->max_pixels = static_cast<std::int64_t>(kMaxDecodedPixels);
   // A damaged frame would spoil those after it, too: the next key frame is waited for instead.
   m_codec->err_recognition = AV_EF_CRCCHECK | AV_EF_BITSTREAM | AV_EF_BUFFER | AV_EF_EXPLODE;
+  hardware.offer(*m_codec);
   if (avcodec_open2(m_codec.get(), codec, nullptr) != 0) {
     throw base::Failure("libavcodec cannot open its decoder for H.264");
   }
@@ -43,7 +46,16 @@ DecodeResult H264Decoder::decode(base::Bytes unit, bool isKey) {
   if (received == AVERROR(EAGAIN)) return DecodeResult::NotYet;
   if (received != 0 || m_frame->decode_error_flags != 0) return damaged();
   if ((m_frame->flags & AV_FRAME_FLAG_CORRUPT) != 0) return damaged();
-  return DecodeResult::Decoded;
+  return fetch() ? DecodeResult::Decoded : damaged();
+}
+
+// From the device, if it is there, to memory.
+bool H264Decoder::fetch() {
+  if (!Hardware::holds(*m_frame)) return true;
+  av_frame_unref(m_onHardware.get());
+  std::swap(m_frame, m_onHardware);
+  return av_hwframe_transfer_data(m_frame.get(), m_onHardware.get(), 0) == 0 &&
+         av_frame_copy_props(m_frame.get(), m_onHardware.get()) == 0;
 }
 
 }  // namespace lumsar::agent

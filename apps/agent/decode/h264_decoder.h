@@ -10,13 +10,14 @@ extern "C" {
 #include "base/text/bytes.h"
 #include "decode/decoder_messages.h"
 #include "decode/free_by_address.h"
+#include "decode/hardware.h"
 
 namespace lumsar::agent {
 
 class H264Decoder {
  public:
-  // Throws base::Failure.
-  H264Decoder();
+  // By `hardware` as far as that decodes the stream. Throws base::Failure.
+  explicit H264Decoder(const Hardware& hardware);
 
   // One access unit. Those in front of the first key frame, and between a damaged one and the next
   // key frame, are damaged.
@@ -26,10 +27,12 @@ class H264Decoder {
 
  private:
   DecodeResult damaged();
+  bool fetch();
 
   std::unique_ptr<AVCodecContext, FreeByAddress<avcodec_free_context>> m_codec;
   std::unique_ptr<AVPacket, FreeByAddress<av_packet_free>> m_packet;
   std::unique_ptr<AVFrame, FreeByAddress<av_frame_free>> m_frame;
+  std::unique_ptr<AVFrame, FreeByAddress<av_frame_free>> m_onHardware;
   bool m_needsKey = true;
 };
 

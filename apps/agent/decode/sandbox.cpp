@@ -34,6 +34,10 @@ constexpr std::array kAllowed = {
     // to end by a signal of its own
     SCMP_SYS(rt_sigprocmask), SCMP_SYS(getpid), SCMP_SYS(gettid)};
 
+// What drivers of graphics devices do as well. One that does more is ended for it.
+constexpr std::array kAllowedWithGraphics = {SCMP_SYS(ioctl), SCMP_SYS(poll), SCMP_SYS(sched_yield),
+                                             SCMP_SYS(clock_nanosleep)};
+
 // A call that is allowed only with this argument.
 struct Restricted {
   int call;
@@ -60,7 +64,7 @@ struct Release {
   void operator()(void* filter) const { seccomp_release(filter); }
 };
 
-void filterCalls(int socket) {
+void filterCalls(int socket, Devices devices) {
   const auto only = [](unsigned index, auto value) {
     return scmp_arg_cmp{index, SCMP_CMP_EQ, static_cast<scmp_datum_t>(value), 0};
   };
@@ -72,9 +76,15 @@ void filterCalls(int socket) {
                                                  {SCMP_SYS(mprotect), noCode}}};
   const std::unique_ptr<void, Release> filter(seccomp_init(SCMP_ACT_KILL_PROCESS));
   int result = filter ? 0 : -ENOMEM;
-  for (const int call : kAllowed) {
-    if (result == 0) result = seccomp_rule_add(filter.get(), SCMP_ACT_ALLOW, call, 0);
-  }
+  const auto allow = [&](const auto& calls) {
+    for (const int call : calls) {
+      if (result == 0) result = seccomp_rule_add(filter.get(), SCMP_ACT_ALLOW, call, 0);
+    }
+  };
+  allow(kAllowed);
+  if (devices == Devices::Graphics) allow(kAllowedWithGraphics);
+  // For the threads that a driver has started, too.
+  if (result == 0) result = seccomp_attr_set(filter.get(), SCMP_FLTATR_CTL_TSYNC, 1);
   for (const auto& [call, argument] : restricted) {
     if (result != 0) break;
     result = seccomp_rule_add_array(filter.get(), SCMP_ACT_ALLOW, call, 1, &argument);
@@ -86,14 +96,14 @@ void filterCalls(int socket) {
 
 }  // namespace
 
-void enterSandbox(int socket) {
+void enterSandbox(int socket, Devices devices) {
   check(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0, "give up new privileges");
   dropRoot();
   check(prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) == 0, "protect its memory from other processes");
   check(prctl(PR_SET_PDEATHSIG, SIGKILL) == 0, "end with the agent");
   limit(RLIMIT_DATA, kMaxData);
   limit(RLIMIT_CORE, 0);
-  filterCalls(socket);
+  filterCalls(socket, devices);
 }
 
 }  // namespace lumsar::agent

@@ -4,7 +4,10 @@
 
 namespace lumsar::agent {
 
-// Only `socket` can be read from and written to afterwards. Throws base::Failure.
-void enterSandbox(int socket);
+// Those that are open already and may be used on.
+enum class Devices { None, Graphics };
+
+// Only `socket` can be read from and written to afterwards, by any thread. Throws base::Failure.
+void enterSandbox(int socket, Devices devices = Devices::None);
 
 }  // namespace lumsar::agent

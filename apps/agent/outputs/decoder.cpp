@@ -30,6 +30,9 @@ using Clock = std::chrono::steady_clock;
 constexpr auto kDecodeTimeout = 5s;
 constexpr auto kFirstRestart = 100ms;
 constexpr auto kLongestRestart = 10s;
+constexpr RawFormat kTrialFormat = {kRawI420, {16, 16}, false};
+
+bool shouldUseHardware = false;
 
 int checked(int result, const char* what) {
   if (result < 0) throw std::system_error(errno, std::generic_category(), what);
@@ -94,22 +97,31 @@ std::string Decoder::path() {
   return (own / LUMSAR_DECODER_FROM_BIN).lexically_normal();
 }
 
-// By decoding an image: that the program is there says little of where it is allowed to run.
+bool Decoder::decodesAnImage() {
+  Frame frame;
+  frame.format = {0, m_format.size.width, m_format.size.height, kEncodingMjpg, kFrameIsKey};
+  frame.data = placard(Notice::CameraStarts, kEncodingMjpg, m_format.size);
+  std::string why;
+  return decode(frame, why) != nullptr;
+}
+
+// That the program is there says little of where it is allowed to run.
 bool Decoder::isUsable() {
-  static const bool usable = [] {
-    constexpr FrameSize kSize = {16, 16};
-    if (access(path().c_str(), X_OK) != 0) return false;
-    Frame frame;
-    frame.format = {0, kSize.width, kSize.height, kEncodingMjpg, kFrameIsKey};
-    frame.data = placard(Notice::CameraStarts, kEncodingMjpg, kSize);
-    std::string why;
-    return Decoder({kRawI420, kSize, false}).decode(frame, why) != nullptr;
-  }();
+  static const bool usable =
+      access(path().c_str(), X_OK) == 0 && Decoder(kTrialFormat).decodesAnImage();
   return usable;
 }
 
+bool Decoder::useHardware() {
+  shouldUseHardware = true;
+  Decoder trial(kTrialFormat);
+  return trial.decodesAnImage() && trial.m_hasHardware;
+}
+
 Decoder::Decoder(const RawFormat& format)
-    : m_format(format), m_backOff(kFirstRestart, kLongestRestart) {}
+    : m_format(format),
+      m_mayUseHardware(shouldUseHardware),
+      m_backOff(kFirstRestart, kLongestRestart) {}
 
 Decoder::~Decoder() {
   stop();
@@ -169,10 +181,13 @@ bool Decoder::spawn(int socket, std::string& why) {
   posix_spawn_file_actions_addopen(&files.actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
   posix_spawn_file_actions_addclosefrom_np(&files.actions, kDecoderRaw + 1);
   const std::string program = path();
-  std::array<std::string, 5> words = {
-      program, base::text("{}", m_format.encoding), base::text("{}", m_format.size.width),
-      base::text("{}", m_format.size.height), m_format.fullRange ? "1" : "0"};
-  std::array<char*, 6> arguments{};
+  std::array<std::string, 6> words = {program,
+                                      base::text("{}", m_format.encoding),
+                                      base::text("{}", m_format.size.width),
+                                      base::text("{}", m_format.size.height),
+                                      m_format.fullRange ? "1" : "0",
+                                      m_mayUseHardware ? kUseHardware : "processor"};
+  std::array<char*, 7> arguments{};
   std::ranges::transform(words, arguments.begin(), [](std::string& word) { return word.data(); });
   const Attributes attributes;
   std::array<char*, 1> environment{};
@@ -215,6 +230,7 @@ bool Decoder::ask(const Frame& frame, DecodeReply& reply, std::string& why) {
     if (!waitForReply()) {
       why = m_cancelled ? "" : "its decoder takes too long and is started again";
     } else if (recv(m_socket.get(), &reply, sizeof reply, 0) == kSize) {
+      m_hasHardware = reply.hasHardware != 0;
       return true;
     } else {
       why = "its decoder has ended over a frame and is started again";
@@ -223,7 +239,15 @@ bool Decoder::ask(const Frame& frame, DecodeReply& reply, std::string& why) {
     why = "its decoder has ended and is started again";
   }
   stop();
+  leaveHardware(why);
   return false;
+}
+
+// A driver is the likeliest reason for a decoder to end or to hang.
+void Decoder::leaveHardware(std::string& why) {
+  if (!m_hasHardware || m_cancelled) return;
+  m_mayUseHardware = m_hasHardware = false;
+  why += ", without its hardware";
 }
 
 bool Decoder::waitForReply() {

@@ -24,6 +24,8 @@ class Decoder {
   static std::string path();
   // Whether it is there and decodes. Tried once, with the first call.
   static bool isUsable();
+  // Decoders that are made later use hardware for H.264, if there is any, which is returned.
+  static bool useHardware();
 
   explicit Decoder(const RawFormat& format);
   Decoder(const Decoder&) = delete;
@@ -59,9 +61,13 @@ class Decoder {
   bool spawn(int socket, std::string& why);
   bool ask(const Frame& frame, DecodeReply& reply, std::string& why);
   bool waitForReply();
+  void leaveHardware(std::string& why);
+  bool decodesAnImage();
   FramePtr rawFrame(const Frame& frame) const;
 
   const RawFormat m_format;
+  bool m_mayUseHardware;
+  bool m_hasHardware = false;
   Memory m_encoded;
   Memory m_raw;
   base::UniqueFd m_socket;

@@ -3,14 +3,18 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <new>
+#include <thread>
 #include <vector>
 
 namespace lumsar::test {
@@ -25,75 +29,75 @@ class Sandbox : public testing::Test {
     GTEST_SKIP() << "sanitizers need more than a decoder";
   }
 #endif
+  static void expectKilledFor(const std::function<void()>& action) {
+    EXPECT_EXIT(
+        {
+          enterSandbox(STDOUT_FILENO);
+          action();
+          std::_Exit(0);
+        },
+        testing::KilledBySignal(SIGSYS), "");
+  }
 };
 
 TEST_F(Sandbox, OpensNoFile) {
-  EXPECT_EXIT(
-      {
-        enterSandbox(STDOUT_FILENO);
-        open("/dev/null", O_RDONLY);
-        std::_Exit(0);
-      },
-      testing::KilledBySignal(SIGSYS), "");
+  expectKilledFor([] { open("/dev/null", O_RDONLY); });
 }
 
 TEST_F(Sandbox, ConnectsToNothing) {
-  EXPECT_EXIT(
-      {
-        enterSandbox(STDOUT_FILENO);
-        socket(AF_INET, SOCK_STREAM, 0);
-        std::_Exit(0);
-      },
-      testing::KilledBySignal(SIGSYS), "");
+  expectKilledFor([] { socket(AF_INET, SOCK_STREAM, 0); });
 }
 
 TEST_F(Sandbox, StartsNothing) {
-  EXPECT_EXIT(
-      {
-        enterSandbox(STDOUT_FILENO);
-        execl("/bin/true", "true", nullptr);
-        std::_Exit(0);
-      },
-      testing::KilledBySignal(SIGSYS), "");
+  expectKilledFor([] { execl("/bin/true", "true", nullptr); });
 }
 
 TEST_F(Sandbox, SignalsNoOther) {
-  EXPECT_EXIT(
-      {
-        enterSandbox(STDOUT_FILENO);
-        kill(1, 0);
-        std::_Exit(0);
-      },
-      testing::KilledBySignal(SIGSYS), "");
+  expectKilledFor([] { kill(1, 0); });
 }
 
 TEST_F(Sandbox, SignalsNoOtherByItsThreads) {
-  const pid_t other = getpid();
-  EXPECT_EXIT(
-      {
-        enterSandbox(STDOUT_FILENO);
-        tgkill(other, other, 0);
-        std::_Exit(0);
-      },
-      testing::KilledBySignal(SIGSYS), "");
+  expectKilledFor([other = getpid()] { tgkill(other, other, 0); });
 }
 
 TEST_F(Sandbox, ReadsAndWritesItsSocketOnly) {
-  EXPECT_EXIT(
-      {
-        enterSandbox(STDOUT_FILENO);
-        if (write(STDERR_FILENO, "x", 1) == 1) std::_Exit(0);
-        std::_Exit(1);
-      },
-      testing::KilledBySignal(SIGSYS), "");
+  expectKilledFor([] {
+    if (write(STDERR_FILENO, "x", 1) != 1) std::_Exit(1);
+  });
 }
 
 TEST_F(Sandbox, MakesNoCode) {
+  expectKilledFor(
+      [] { mmap(nullptr, 4096, PROT_READ | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0); });
+}
+
+TEST_F(Sandbox, UsesNoDevice) {
+  expectKilledFor([] { ioctl(STDIN_FILENO, FIONREAD, nullptr); });
+}
+
+TEST_F(Sandbox, MayUseAGraphicsDeviceThatIsOpen) {
   EXPECT_EXIT(
       {
+        enterSandbox(STDOUT_FILENO, agent::Devices::Graphics);
+        ioctl(STDIN_FILENO, FIONREAD, nullptr);
+        std::_Exit(5);
+      },
+      testing::ExitedWithCode(5), "");
+}
+
+TEST_F(Sandbox, HoldsThreadsThatRunAlready) {
+  EXPECT_EXIT(
+      {
+        std::atomic<bool> isClosed = false;
+        std::thread driver([&] {
+          isClosed.wait(false);
+          open("/dev/null", O_RDONLY);
+          std::_Exit(0);
+        });
         enterSandbox(STDOUT_FILENO);
-        mmap(nullptr, 4096, PROT_READ | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        std::_Exit(0);
+        isClosed = true;
+        isClosed.notify_all();
+        driver.join();
       },
       testing::KilledBySignal(SIGSYS), "");
 }

@@ -137,6 +137,16 @@ TEST_F(DecoderTest, ThatIsKilledIsStartedAgain) {
   EXPECT_NE(process(), killed);
 }
 
+TEST_F(DecoderTest, WithoutHardwareTheProcessorDecodes) {
+  const bool hasHardware = Decoder::useHardware();
+  Decoder other{{kRawI420, kSize, false}};
+  H264Stream stream(kSize);
+  const FramePtr raw = other.decode(frameOf(stream.next(100), kEncodingH264), why);
+  ASSERT_TRUE(raw) << why;
+  EXPECT_NEAR(raw->data[0], 100, 3);
+  EXPECT_TRUE(has(readFile(text("/proc/{}/cmdline", process())), "hardware")) << hasHardware;
+}
+
 TEST_F(DecoderTest, ThatHangsIsStartedAgain) {
   ASSERT_TRUE(decode(greyFrame())) << why;
   kill(process(), SIGSTOP);
