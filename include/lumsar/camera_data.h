@@ -29,7 +29,7 @@ enum class CameraDataKind : std::uint16_t {
   WakeUpProbe = 8,      // VM to host: makes a channel deliver what it holds back; no body, camera 0
   Encodings = 9,        // VM to service, after the handshake: what it shows, best first; camera 0
   WantedSize = 10,      // VM to service: what the camera's consumer has asked for; body CameraSize
-  Received = 11,        // VM to service: the newest frame that it has; body CameraReceived
+  Received = 11,        // VM to service: it has this frame, as asked; body CameraReceived
 };
 
 struct CameraDataHeader {
@@ -60,7 +60,9 @@ struct CameraAnnounced {
 };
 static_assert(sizeof(CameraAnnounced) == 20);
 
+// Flags of a frame.
 inline constexpr std::uint32_t kFrameIsKey = 1;  // independently decodable; set on every MJPG frame
+inline constexpr std::uint32_t kFrameIsAsked = 2;  // the VM tells at once that it has received it
 
 struct CameraFrame {
   std::uint32_t sequence = 0;  // one more with each frame that leaves the service for this VM

@@ -52,10 +52,13 @@ Message encodingsMessage(std::uint32_t type, const std::vector<std::uint32_t>& e
                         encodings.size() * sizeof(std::uint32_t)});
 }
 
-void setSequence(Message& frame, std::uint32_t sequence) {
-  const auto place =
-      frame.payload().subspan(sizeof(CameraDataHeader) + offsetof(CameraFrame, sequence));
-  std::memcpy(place.data(), &sequence, sizeof sequence);
+void stampFrame(Message& frame, std::uint32_t sequence, bool isAsked) {
+  const auto place = frame.payload().subspan(sizeof(CameraDataHeader), sizeof(CameraFrame));
+  CameraFrame fields;
+  std::memcpy(&fields, place.data(), sizeof fields);
+  fields.sequence = sequence;
+  if (isAsked) fields.flags |= kFrameIsAsked;
+  std::memcpy(place.data(), &fields, sizeof fields);
 }
 
 std::optional<CameraDataHeader> readRecord(Bytes message, CameraDataKind kind) {

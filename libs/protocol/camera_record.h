@@ -31,8 +31,9 @@ Message frameMessage(std::uint32_t type, std::uint32_t camera, std::uint64_t cap
                      const CameraFrame& fields, Bytes data = {});
 // What a VM can show, best first.
 Message encodingsMessage(std::uint32_t type, const std::vector<std::uint32_t>& encodings);
-// Numbers a frame, as late as when it leaves: frames dropped before leave no gap.
-void setSequence(Message& frame, std::uint32_t sequence);
+// Numbers a frame, as late as when it leaves: frames dropped before leave no gap. `isAsked`: the VM
+// is to tell when it has it.
+void stampFrame(Message& frame, std::uint32_t sequence, bool isAsked);
 
 // The header of the record of this kind that a message of type MSG_DATA begins with; nothing for
 // everything else. `message` may be incomplete.

@@ -17,7 +17,6 @@ constexpr auto kStopDelay = 500ms;
 constexpr auto kStatisticsInterval = 1s;
 constexpr auto kKeyRequestInterval = 500ms;
 // The camera service finds out by them how long frames are on the way.
-constexpr auto kReceivedInterval = 50ms;
 
 std::uint32_t narrow(std::uint64_t value) {
   constexpr std::uint64_t kMax = std::numeric_limits<std::uint32_t>::max();
@@ -49,7 +48,7 @@ void Camera::takeFrame(const CameraDataHeader& header, Bytes body) {
     return;
   }
   frame->format = m_format = *format;
-  received(format->sequence);
+  if ((format->flags & kFrameIsAsked) != 0) tellReceived(format->sequence);
   const std::uint32_t gap = m_sequence.gapBefore(format->sequence);
   ++m_all.frames;
   m_all.bytes += body.size();
@@ -125,19 +124,10 @@ void Camera::update(Clock::time_point now) {
     stop(true);
   }
   if (m_started && now - m_lastStatistics >= kStatisticsInterval) sendStatistics(now);
-  if (m_received && now - m_lastReceived >= kReceivedInterval) sendReceived(now);
 }
 
-void Camera::received(std::uint32_t sequence) {
-  m_received = sequence;
-  const auto now = Clock::now();
-  if (now - m_lastReceived >= kReceivedInterval) sendReceived(now);
-}
-
-void Camera::sendReceived(Clock::time_point now) {
-  const CameraReceived received{*std::exchange(m_received, std::nullopt)};
-  m_lastReceived = now;
-  m_ask(CameraDataKind::Received, protocol::bytesOf(received));
+void Camera::tellReceived(std::uint32_t sequence) {
+  m_ask(CameraDataKind::Received, protocol::bytesOf(CameraReceived{sequence}));
 }
 
 // One consumer's size is made where the camera is; of several, each has to make its own.
@@ -161,8 +151,7 @@ void Camera::sendWantedSize() {
 
 Clock::time_point Camera::due() const {
   if (!m_started) return Clock::time_point::max();
-  auto reports = m_lastStatistics + kStatisticsInterval;
-  if (m_received) reports = std::min(reports, m_lastReceived + kReceivedInterval);
+  const auto reports = m_lastStatistics + kStatisticsInterval;
   return m_consumers > 0 ? reports : std::min(reports, m_lastConsumed + kStopDelay);
 }
 
@@ -177,7 +166,7 @@ void Camera::start(Clock::time_point now) {
   m_deliveredBefore = delivered();
   base::logInfo("camera \"{}\": has a consumer, starting it", m_info.name);
   m_ask(CameraDataKind::Start, {});
-  m_ask(CameraDataKind::Received, protocol::bytesOf(CameraReceived{}));
+  tellReceived(0);
 }
 
 void Camera::repeatStart() {
@@ -189,7 +178,6 @@ void Camera::repeatStart() {
 
 void Camera::stop(bool tellService) {
   m_started = false;
-  m_received.reset();
   m_toldSize.reset();
   if (tellService) m_ask(CameraDataKind::Stop, {});
 }

@@ -67,8 +67,7 @@ class Camera {
   std::optional<FrameSize> wantedSize() const;
   void sendWantedSize();
   void sendStatistics(Clock::time_point now);
-  void received(std::uint32_t sequence);
-  void sendReceived(Clock::time_point now);
+  void tellReceived(std::uint32_t sequence);
   std::uint64_t dropped() const;
   std::uint64_t delivered() const;
   unsigned consumers() const;
@@ -87,8 +86,6 @@ class Camera {
   Clock::time_point m_lastConsumed;
   Clock::time_point m_lastStatistics;
   Clock::time_point m_lastKeyRequest;
-  Clock::time_point m_lastReceived;         // told
-  std::optional<std::uint32_t> m_received;  // still to be told
 
   std::optional<FrameSize> m_toldSize;  // the service, since the camera was off
 

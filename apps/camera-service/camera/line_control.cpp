@@ -16,6 +16,9 @@ constexpr std::int64_t kMostWaiting = 200 * kMillisecond;  // a frame waits for 
 constexpr std::int64_t kHardlyAny = 80 * kMillisecond;     // as much as the VM's reports vary
 constexpr std::int64_t kPersistent = 500 * kMillisecond;   // else a busy machine, not a thin line
 constexpr std::int64_t kGap = 500 * kMillisecond;          // without a report
+constexpr std::int64_t kAsksOften = 50 * kMillisecond;
+constexpr std::int64_t kAsksSeldom = 500 * kMillisecond;
+constexpr std::uint64_t kKnown = 100;  // frames that a line has carried without a limit
 constexpr std::int64_t kBetweenRises = 500 * kMillisecond;
 constexpr double kRise = 1.05;
 constexpr double kKept = 0.85;  // of what was received, so that the queue empties
@@ -62,18 +65,29 @@ std::int64_t LineControl::Lowest::get() const {
   return std::clamp<std::int64_t>(lowest, 0, kLongestBase);
 }
 
-void LineControl::onSent(std::uint32_t sequence, std::size_t bytes, std::int64_t now) {
-  m_onTheWay.push_back({sequence, bytes, now});
+bool LineControl::asks(std::int64_t now) const {
+  if (!m_reports) return false;
+  const bool isWatched =
+      m_target > 0 || m_lateSince > 0 || m_carried < kKnown || waiting(silentFor(now)) > kHardlyAny;
+  return now - m_lastAsked >= (isWatched ? kAsksOften : kAsksSeldom);
+}
+
+bool LineControl::onSent(std::uint32_t sequence, std::size_t bytes, std::int64_t now) {
+  const bool isAsked = asks(now);
+  if (isAsked) m_lastAsked = now;
+  m_onTheWay.push_back({sequence, bytes, now, isAsked});
   m_bytesOnTheWay += bytes;
   m_lastSent = sequence;
   m_sent.add(bytes, now);
-  if (m_onTheWay.size() <= kMostTracked) return;
-  m_bytesOnTheWay -= m_onTheWay.front().bytes;
-  m_onTheWay.pop_front();
+  if (m_onTheWay.size() > kMostTracked) {
+    m_bytesOnTheWay -= m_onTheWay.front().bytes;
+    m_onTheWay.pop_front();
+  }
+  return isAsked;
 }
 
 void LineControl::onReceived(std::uint32_t sequence, std::int64_t now, double wanted) {
-  const bool afterGap = m_reports && now - m_lastReport > kGap;
+  const bool afterGap = m_reports && now - m_lastReport > kGap && silentFor(now) > kGap;
   m_reports = true;
   m_lastReport = now;
   std::int64_t delay = -1;
@@ -141,7 +155,9 @@ std::int64_t LineControl::fullFor(std::int64_t now) {
 }
 
 std::int64_t LineControl::silentFor(std::int64_t now) const {
-  return !m_reports || m_onTheWay.empty() ? 0 : now - m_onTheWay.front().time;
+  if (!m_reports) return 0;
+  const auto oldest = std::ranges::find_if(m_onTheWay, &Sent::isAsked);
+  return oldest == m_onTheWay.end() ? 0 : now - oldest->time;
 }
 
 bool LineControl::isFull(std::int64_t now) const {

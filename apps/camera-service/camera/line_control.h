@@ -4,6 +4,9 @@
 //
 //   left  |--- base: the fastest lately ---|--- waited ---| reported as received
 //
+// The VM reports the frames that it is asked to: a few a second while the line is no limit, since
+// each report costs as much as a frame, and more as soon as that may not be so.
+//
 // All times are µs on one steady clock, the service's own: the VM's clock does not matter.
 #pragma once
 
@@ -33,7 +36,8 @@ class LineControl {
   // Nothing is known of the line any more.
   void reset() { *this = LineControl(); }
 
-  void onSent(std::uint32_t sequence, std::size_t bytes, std::int64_t now);
+  // Whether the VM is to be asked to report this frame.
+  bool onSent(std::uint32_t sequence, std::size_t bytes, std::int64_t now);
   // The VM has this frame, and those before it as far as they were not dropped on the way. 0: it
   // has none yet, but will tell.
   // `wanted`: bytes a second that would be sent if the line were no limit.
@@ -41,7 +45,7 @@ class LineControl {
 
   // For how long nothing more should have been sent, as too much is on the way; else 0.
   std::int64_t fullFor(std::int64_t now);
-  // For how long the VM has not received what it was sent.
+  // For how long the VM has not reported what it was asked to.
   std::int64_t silentFor(std::int64_t now) const;
 
   // Bytes a second; 0 while the line is no limit.
@@ -57,6 +61,7 @@ class LineControl {
     std::uint32_t sequence;
     std::size_t bytes;
     std::int64_t time;
+    bool isAsked;
   };
   // The lowest value of the last 10 to 20 s.
   class Lowest {
@@ -70,6 +75,7 @@ class LineControl {
     std::int64_t m_before = -1;
   };
 
+  bool asks(std::int64_t now) const;
   std::int64_t waiting(std::int64_t delay) const;
   void judge(std::uint32_t sequence, std::int64_t delay, std::int64_t now);
   bool isPersistent(bool late, std::int64_t now);
@@ -89,6 +95,7 @@ class LineControl {
   double m_target = 0;
   std::int64_t m_waited = 0;
   std::int64_t m_lastReport = 0;
+  std::int64_t m_lastAsked = 0;
   std::int64_t m_lateSince = 0;  // 0 when the last frame was in time
   std::int64_t m_lastChange = 0;
   std::int64_t m_fullSince = 0;

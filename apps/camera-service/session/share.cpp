@@ -222,11 +222,11 @@ void Share::send(const CapturedFrame& frame) {
 void Share::Delivery::onLeave(protocol::Message& frame) {
   const auto sequence = static_cast<std::uint32_t>(++counters.frames);
   const std::size_t size = kHeaderSize + frame.header().length;
-  protocol::setSequence(frame, sequence);
   counters.bytes += size;
   droppedSince = false;
   lastLeft = steadyMicroseconds();
-  if (share != nullptr) share->onFrameLeft(sequence, size);
+  const bool isAsked = share != nullptr && share->onFrameLeft(sequence, size);
+  protocol::stampFrame(frame, sequence, isAsked);
 }
 
 void Share::Delivery::onDrop() {
@@ -235,9 +235,10 @@ void Share::Delivery::onDrop() {
   needsKeyFrame = true;
 }
 
-void Share::onFrameLeft(std::uint32_t sequence, std::size_t size) {
-  m_line.onSent(sequence, size, m_delivery->lastLeft);
+bool Share::onFrameLeft(std::uint32_t sequence, std::size_t size) {
+  const bool isAsked = m_line.onSent(sequence, size, m_delivery->lastLeft);
   if (m_state == State::Stalled && !isStalled()) consume();
+  return isAsked;
 }
 
 }  // namespace lumsar::service

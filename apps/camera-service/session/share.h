@@ -84,7 +84,7 @@ class Share : private FrameConsumer {
   void consume();
   void send(const CapturedFrame& frame);
   bool isStalled() const;
-  void onFrameLeft(std::uint32_t sequence, std::size_t size);
+  bool onFrameLeft(std::uint32_t sequence, std::size_t size);
   std::int64_t interval() const;
 
   CameraStream& m_stream;

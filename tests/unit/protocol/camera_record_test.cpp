@@ -80,7 +80,7 @@ TEST(CameraRecord, AFrameIsNumberedWhenItLeaves) {
   fields.width = 320;
   fields.flags = kFrameIsKey;
   Message frame = frameMessage(MSG_DATA, 5, 123456, fields, bytesOf("jpeg"));
-  setSequence(frame, 77);
+  stampFrame(frame, 77, false);
   EXPECT_EQ(headerOf(frame.bytes()).time, 123456U);
   EXPECT_EQ(headerOf(frame.bytes()).camera, 5U);
   Bytes body = bodyOf(frame.bytes());
@@ -89,6 +89,9 @@ TEST(CameraRecord, AFrameIsNumberedWhenItLeaves) {
   EXPECT_EQ(read->width, 320);
   EXPECT_EQ(read->flags, kFrameIsKey);
   EXPECT_TRUE(std::ranges::equal(body, bytesOf("jpeg")));
+  stampFrame(frame, 78, true);
+  body = bodyOf(frame.bytes());
+  EXPECT_EQ(take<CameraFrame>(body)->flags, kFrameIsKey | kFrameIsAsked);
 }
 
 TEST(CameraRecord, IsFoundByItsKind) {

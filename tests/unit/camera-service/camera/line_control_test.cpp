@@ -18,8 +18,8 @@ constexpr double kWanted = 870e3;
 constexpr double kThin = 250e3;
 constexpr double kVeryThin = 37.5e3;
 
-// A camera of 30 frames a second, a line that carries one after another, and a VM that reports what
-// it has every 50 ms.
+// A camera of 30 frames a second, a line that carries one after another, and a VM that reports at
+// once the frames that it is asked to.
 class Simulation {
  public:
   explicit Simulation(double bytesPerSecond, std::int64_t delay = 50 * kMs)
@@ -29,7 +29,7 @@ class Simulation {
 
   void run(double seconds) {
     worstLatency = 0;
-    arrived = 0;
+    arrived = asked = 0;
     mostOnTheWay = 0;
     for (const auto end = m_now + static_cast<std::int64_t>(seconds * 1e6); m_now < end;) {
       m_now += kMs;
@@ -52,6 +52,7 @@ class Simulation {
   // Since the last run() began.
   std::int64_t worstLatency = 0;
   int arrived = 0;
+  int asked = 0;
   std::size_t mostOnTheWay = 0;
 
  private:
@@ -59,6 +60,7 @@ class Simulation {
     std::uint32_t sequence;
     std::int64_t sent;
     std::int64_t arrival;
+    bool isAsked;
   };
 
   void offerFrame() {
@@ -67,26 +69,24 @@ class Simulation {
     if (control.fullFor(m_now) > 0 && !isProbe) return;
     const double rate = control.target() > 0 ? std::min(control.target(), kWanted) : kWanted;
     const auto bytes = static_cast<std::size_t>(rate / 30);
-    control.onSent(++sequence, bytes, m_now);
+    const bool isAsked = control.onSent(++sequence, bytes, m_now);
+    if (isAsked) ++asked;
     m_lastSent = m_now;
     const double time = static_cast<double>(bytes) / capacity * 1e6;
     m_lineFree = std::max(m_lineFree, m_now) + static_cast<std::int64_t>(time);
-    m_line.push_back({sequence, m_now, m_lineFree + m_delay});
+    m_line.push_back({sequence, m_now, m_lineFree + m_delay, isAsked});
     mostOnTheWay = std::max(mostOnTheWay, control.bytesOnTheWay());
   }
   void carry() {
     for (; !m_line.empty() && m_line.front().arrival <= m_now; m_line.pop_front()) {
       worstLatency = std::max(worstLatency, m_now - m_line.front().sent);
       ++arrived;
-      m_has = m_line.front().sequence;
+      if (vmReports && m_line.front().isAsked) {
+        m_reports.push_back({m_line.front().sequence, m_now, m_now + m_delay, false});
+      }
     }
   }
   void report() {
-    if (vmReports && m_has != m_told && m_now - m_lastReport >= 50 * kMs) {
-      m_lastReport = m_now;
-      m_told = m_has;
-      m_reports.push_back({m_told, m_now, m_now + m_delay});
-    }
     for (; !m_reports.empty() && m_reports.front().arrival <= m_now; m_reports.pop_front()) {
       control.onReceived(m_reports.front().sequence, m_now, kWanted);
     }
@@ -97,9 +97,6 @@ class Simulation {
   std::int64_t m_nextFrame = m_now;
   std::int64_t m_lineFree = 0;
   std::int64_t m_lastSent = 0;
-  std::int64_t m_lastReport = 0;
-  std::uint32_t m_has = 0;
-  std::uint32_t m_told = 0;
   std::deque<Frame> m_line;
   std::deque<Frame> m_reports;
 };
@@ -109,6 +106,32 @@ TEST(LineControlTest, AFastLineIsNoLimit) {
   line.run(30);
   EXPECT_EQ(line.control.target(), 0);
   EXPECT_GE(line.sequence, 30'000U / 33) << "each frame has been sent";
+}
+
+TEST(LineControlTest, FewReportsAreAskedForWhileTheLineIsNoLimit) {
+  Simulation line(kFast);
+  line.run(0.5);
+  EXPECT_GE(line.asked, 7) << "of a line of which nothing is known yet";
+  line.run(5);
+  line.run(10);
+  EXPECT_LE(line.asked, 20);
+  EXPECT_GE(line.asked, 18);
+  line.capacity = kThin;
+  line.run(3);
+  line.run(5);
+  EXPECT_GT(line.asked, 5 * 10) << "of one that has become thin";
+}
+
+TEST(LineControlTest, OnesThatAreLostAreAskedForAgain) {
+  Simulation line(kFast);
+  line.run(10);
+  line.vmReports = false;
+  line.run(0.6);
+  EXPECT_GE(line.asked, 3);
+  line.vmReports = true;
+  line.run(5);
+  EXPECT_LT(line.asked, 15);
+  EXPECT_EQ(line.control.target(), 0);
 }
 
 TEST(LineControlTest, ALongWayIsNoLimit) {
@@ -131,7 +154,7 @@ TEST(LineControlTest, AVmThatDoesNotReportIsNotLimited) {
   LineControl control;
   for (std::uint32_t i = 1; i < 5000; ++i) {
     const std::int64_t now = i * (33 * kMs);
-    control.onSent(i, 30'000, now);
+    ASSERT_FALSE(control.onSent(i, 30'000, now)) << "nor asked";
     ASSERT_EQ(control.fullFor(now), 0);
   }
   EXPECT_EQ(control.target(), 0);
