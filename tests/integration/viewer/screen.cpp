@@ -2,10 +2,19 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 
+#include "support/text.h"
+
 namespace lumsar::test {
+
+namespace {
+
+constexpr std::size_t kPixels = std::size_t{1280} * 900;
+
+}  // namespace
 
 Screen::Screen()
     : m_server({"Xvfb", "-displayfd", "1", "-screen", "0", "1280x900x24", "-nolisten", "tcp",
@@ -13,7 +22,8 @@ Screen::Screen()
                {.errorsApart = true}) {}
 
 bool Screen::isUp() {
-  const bool isThere = m_server.says("\n");
+  // Its number alone, as it also says which ones are taken.
+  const bool isThere = eventually([this] { return has(m_server.output(), "\n"); });
   const std::string& number = m_server.output();
   m_display = ":" + number.substr(0, number.find('\n'));
   return isThere;
@@ -76,6 +86,21 @@ std::size_t Screen::differs(const std::string& before) const {
   if (now.size() != before.size()) return now.size();
   std::size_t count = 0;
   for (std::size_t i = 0; i < now.size(); ++i) count += now[i] != before[i] ? 1U : 0U;
+  return count;
+}
+
+// Four bytes each, at the end of the picture.
+std::size_t Screen::count(int red, int green, int blue) const {
+  constexpr int kMostOff = 12;
+  const std::string all = picture();
+  const auto isLike = [&](std::size_t at, int wanted) {
+    return std::abs(static_cast<unsigned char>(all[at]) - wanted) <= kMostOff;
+  };
+  std::size_t count = 0;
+  const std::size_t first = all.size() - std::min(all.size(), kPixels * 4);
+  for (std::size_t at = first; at + 3 < all.size(); at += 4) {
+    count += isLike(at, blue) && isLike(at + 1, green) && isLike(at + 2, red) ? 1U : 0U;
+  }
   return count;
 }
 

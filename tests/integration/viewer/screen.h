@@ -31,6 +31,8 @@ class Screen {
   // All that is on the screen, and how many bytes of it are others than in `before`.
   std::string picture() const;
   std::size_t differs(const std::string& before) const;
+  // How many pixels have about this colour.
+  std::size_t count(int red, int green, int blue) const;
   // So far from its right edge and from its top.
   void click(const std::string& window, int fromRight, int fromTop);
 
