@@ -1,4 +1,5 @@
-// The segments of a JPEG in front of its coded data, one after another.
+// The little that is read of a JPEG without a codec: whether it is whole, and the segments in front
+// of its coded data.
 #pragma once
 
 #include <cstddef>
@@ -17,6 +18,13 @@ inline constexpr unsigned kEnd = 0xD9;
 inline constexpr unsigned kScan = 0xDA;
 inline constexpr unsigned kQuantisationTables = 0xDB;
 }  // namespace jpeg
+
+// True for FF D8 … FF D9.
+inline bool isCompleteJpeg(base::Bytes bytes) {
+  const std::size_t size = bytes.size();
+  return size >= 4 && bytes[0] == 0xFF && bytes[1] == jpeg::kBegin && bytes[size - 2] == 0xFF &&
+         bytes[size - 1] == jpeg::kEnd;
+}
 
 struct JpegSegment {
   unsigned marker;

@@ -9,8 +9,8 @@
 #include "base/system/temporary_directory.h"
 #include "fuzz/input.h"
 #include "outputs/discard_output.h"
-#include "outputs/jpeg.h"
 #include "outputs/save_output.h"
+#include "protocol/jpeg_segments.h"
 #include "session/camera_table.h"
 
 namespace {
@@ -32,7 +32,7 @@ class StrictSink : public Sink {
     require(bool{frame->share}, "a frame is counted");
     const bool isVideo = frame->format.encoding == kEncodingH264;
     require(isVideo || frame->format.encoding == kEncodingMjpg, "a known encoding");
-    require(isVideo || isCompleteJpeg(frame->data), "a complete frame");
+    require(isVideo || protocol::isCompleteJpeg(frame->data), "a complete frame");
     m_newest = std::move(frame);  // as a slow consumer would
     ++m_report.delivered;
   }
@@ -83,7 +83,7 @@ void checkFiles(const fs::path& directory) {
     const fs::path& path = entry.path();
     if (path.extension() == ".h264") continue;
     require(path.extension() == ".jpg" || path.extension() == ".mjpeg", "a known kind of file");
-    require(isCompleteJpeg(contentOf(path)), "a file ends with a complete frame");
+    require(protocol::isCompleteJpeg(contentOf(path)), "a file ends with a complete frame");
   }
 }
 

@@ -1,7 +1,7 @@
 // The little that is known of JPEG without a codec: whether a frame is complete, and the placards
 // of any size, whose segments must lead to its end.
-#include "outputs/jpeg.h"
 #include "outputs/placard.h"
+#include "protocol/jpeg_segments.h"
 
 #include "fuzz/input.h"
 
@@ -30,7 +30,7 @@ std::pair<unsigned, unsigned> sizeOf(Bytes jpeg) {
 void checkPlacard(std::uint16_t width, std::uint16_t height) {
   const auto jpeg = lumsar::agent::placard(lumsar::agent::Notice::NoSignal, lumsar::kEncodingMjpg,
                                            {width, height});
-  require(lumsar::agent::isCompleteJpeg(jpeg), "the placard is complete");
+  require(lumsar::protocol::isCompleteJpeg(jpeg), "the placard is complete");
   require(sizeOf(jpeg) == std::pair<unsigned, unsigned>(width, height), "and has its size");
 }
 
@@ -46,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   const auto width = side();
   checkPlacard(width, side());
   const Bytes rest = input.rest();
-  if (!lumsar::agent::isCompleteJpeg(rest)) return 0;
+  if (!lumsar::protocol::isCompleteJpeg(rest)) return 0;
   require(both(rest, 0) == 0xFFD8 && both(rest, rest.size() - 2) == 0xFFD9, "it has both ends");
   require(rest.size() >= 4, "which are not the same");
   return 0;

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "base/log.h"
-#include "outputs/jpeg.h"
+#include "protocol/jpeg_segments.h"
 
 namespace lumsar::agent {
 namespace {
@@ -80,7 +80,7 @@ bool Camera::isShowable(const Frame& frame, bool gap) {
 }
 
 bool Camera::isShowableJpeg(const Frame& frame) {
-  const bool good = frame.format.encoding == kEncodingMjpg && isCompleteJpeg(frame.data);
+  const bool good = frame.format.encoding == kEncodingMjpg && protocol::isCompleteJpeg(frame.data);
   if (!good && !std::exchange(m_loggedBad, true)) {
     base::logWarning(
         "camera \"{}\": dropped a frame ({} bytes, {}) that is not a complete JPEG; further ones "

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "outputs/jpeg.h"
+#include "protocol/jpeg_segments.h"
 #include "support/messages.h"
 
 namespace lumsar::test {
@@ -60,7 +60,7 @@ TEST(Placard, IsGreyWhereThereIsNoRoomForWords) {
 TEST(Placard, OfJpegIsACompleteOne) {
   for (const FrameSize size : {kSize, {1, 1}, {321, 243}, {1920, 1080}}) {
     const Bytes jpeg = placard(Notice::CameraStarts, kEncodingMjpg, size);
-    EXPECT_TRUE(isCompleteJpeg(jpeg));
+    EXPECT_TRUE(protocol::isCompleteJpeg(jpeg));
     EXPECT_LT(jpeg.size(), 40000U);
   }
 }

@@ -5,8 +5,8 @@
 
 #include <atomic>
 
-#include "outputs/jpeg.h"
 #include "outputs/v4l2/video_output.h"
+#include "protocol/jpeg_segments.h"
 #include "support/eventually.h"
 #include "support/messages.h"
 #include "support/process.h"
