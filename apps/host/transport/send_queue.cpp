@@ -35,7 +35,10 @@ bool SendQueue::countMessage(std::span<const unsigned char> message) {
     m_counters.helloToken = hello->payload.token;
   }
   const auto frame = protocol::readRecord(message, CameraDataKind::Frame);
-  if (!frame) return false;
+  if (!frame) {
+    if (m_tap) m_tap->pass(message);
+    return false;
+  }
   const std::uint64_t now = cameraClock();
   m_latencies.add(now > frame->time ? now - frame->time : 0);
   ++m_counters.frames;
@@ -55,7 +58,10 @@ bool SendQueue::sendNow(std::span<const unsigned char> message) {
   if (!m_fragments.isWhole(message)) return false;
   const std::size_t sent = m_sendNow(message);
   if (sent == 0) return false;
-  if (countMessage(message)) ++m_counters.framesSent;
+  if (countMessage(message)) {
+    ++m_counters.framesSent;
+    if (m_tap) m_tap->sent(message);
+  }
   m_counters.bytesSent += sent;
   if (sent == message.size()) return true;
   // The rest can no longer be dropped. Before the queue's lock is released nothing comes between.
@@ -66,6 +72,14 @@ bool SendQueue::sendNow(std::span<const unsigned char> message) {
 }
 
 std::optional<SendQueue::Bytes> SendQueue::pop() {
+  auto item = next();
+  if (!item) return std::nullopt;
+  // Without the lock: who pushes does not wait for a copy.
+  if (item->isFrame && m_tap) m_tap->sent(item->entry);
+  return std::move(item->entry);
+}
+
+std::optional<protocol::FrameQueue<SendQueue::Bytes>::Item> SendQueue::next() {
   const std::lock_guard lock(m_mutex);
   if (!m_open) return std::nullopt;
   auto item = m_messages.pop();
@@ -73,13 +87,14 @@ std::optional<SendQueue::Bytes> SendQueue::pop() {
   if (!item) return std::nullopt;
   if (item->isFrame) ++m_counters.framesSent;
   m_counters.bytesSent += item->size;
-  return std::move(item->entry);
+  return item;
 }
 
 void SendQueue::reset(bool open) {
   const std::lock_guard lock(m_mutex);
   m_messages.clear();
   m_fragments.discard();
+  if (m_tap) m_tap->forget();
   m_open = open;
   m_idle = false;
 }

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -12,6 +13,7 @@
 #include "base/latency.h"
 #include "protocol/frame_queue.h"
 #include "transport/fragment_joiner.h"
+#include "transport/preview_tap.h"
 
 namespace lumsar::host {
 
@@ -39,6 +41,9 @@ class SendQueue {
   // `wake` is called after a push, on the pushing thread and without the queue's lock.
   void setWake(std::function<void()> wake) { m_wake = std::move(wake); }
 
+  // Gets copies of the frames that leave. Before the transport starts.
+  void setTap(std::shared_ptr<PreviewTap> tap) { m_tap = std::move(tap); }
+
   // How a transport sends on the pushing thread: it returns, at once, how many bytes the line has
   // taken. It is asked when nothing waits, neither here nor in the transport, so that a message
   // needs neither a copy nor a change of threads.
@@ -63,9 +68,11 @@ class SendQueue {
   bool enqueue(Bytes message);
   bool sendNow(std::span<const unsigned char> message);
   void reset(bool open);
+  std::optional<protocol::FrameQueue<Bytes>::Item> next();
 
   mutable std::mutex m_mutex;
   std::function<void()> m_wake;
+  std::shared_ptr<PreviewTap> m_tap;
   FragmentJoiner m_fragments;
   protocol::FrameQueue<Bytes> m_messages{kSendLimits};
   SendNow m_sendNow;

@@ -72,7 +72,8 @@ ViewerCameras& ViewerCameras::instance() {
 }
 
 ViewerCameras::ViewerCameras()
-    : m_windows([this](GtkWindow* beside) { window().present(beside); }) {
+    : m_previews([this] { host::onGlib([this] { showPreviews(); }); }),
+      m_windows([this](GtkWindow* beside) { window().present(beside); }) {
   GApplication* application = g_application_get_default();
   if (application == nullptr) return;
   g_signal_connect(application, "shutdown", G_CALLBACK(+[](GApplication*, gpointer self) {
@@ -104,7 +105,8 @@ CameraWindow::Actions ViewerCameras::windowActions() {
             withHost([&](ViewerHost& host) { host.setRemembered(remembered); });
           },
       .watch =
-          [this](bool watched) { withHost([&](ViewerHost& host) { host.setWatched(watched); }); }};
+          [this](bool watched) { withHost([&](ViewerHost& host) { host.setWatched(watched); }); },
+      .preview = [this](int scale) { preview(scale); }};
 }
 
 template <class Call>
@@ -138,9 +140,11 @@ void ViewerCameras::begin(Vm& vm) {
 
 ViewerHost::Actions ViewerCameras::hostActions(Vm& vm) {
   return {.connect =
-              [transport = vm.transport](host::SendQueue& queue, host::Inbox& inbox) {
+              [transport = vm.transport, tap = m_previews.tap()](host::SendQueue& queue,
+                                                                 host::Inbox& inbox) {
                 static std::once_flag once;
                 std::call_once(once, endAtExit);
+                queue.setTap(tap);
                 transport->serve(queue, inbox);
               },
           .show =
@@ -195,6 +199,20 @@ void ViewerCameras::updateWindow() {
   m_window->update(vm.identity.name, vm.model, noteOnOthers());
 }
 
+void ViewerCameras::preview(int scale) {
+  if (m_isDown || scale == 0) return m_previews.close();
+  try {
+    m_previews.open(scale);
+  } catch (const std::exception& error) {
+    log(base::text("no previews: {}", error.what()));
+  }
+}
+
+void ViewerCameras::showPreviews() {
+  if (m_isDown) return;
+  for (const Preview& each : m_previews.take()) m_window->show(each);
+}
+
 std::string ViewerCameras::noteOnOthers() const {
   std::string notes;
   for (auto vm = std::next(m_vms.begin()); vm != m_vms.end(); ++vm) {
@@ -218,6 +236,7 @@ void ViewerCameras::end() {
   for (Vm& vm : m_vms) vm.transport->detach();
   withHost([](ViewerHost& host) { host.stop(); });
   for (Vm& vm : m_vms) vm.host.reset();
+  m_previews.end();
 }
 
 }  // namespace lumsar::viewer

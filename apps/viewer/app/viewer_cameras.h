@@ -12,6 +12,7 @@
 #include "cameras/viewer_host.h"
 #include "port/port_transport.h"
 #include "port/vm_identity.h"
+#include "preview/previews.h"
 #include "window/camera_window.h"
 #include "window/viewer_windows.h"
 
@@ -52,11 +53,14 @@ class ViewerCameras {
   void show(Vm& vm, const CameraModel& model);
   void update();
   void updateWindow();
+  void preview(int scale);
+  void showPreviews();
   std::string noteOnOthers() const;
 
   std::list<Vm> m_vms;                // the first one has the cameras
   Problem m_lastEnd = Problem::None;  // why the last one ended
   std::unique_ptr<CameraWindow> m_window;
+  Previews m_previews;
   ViewerWindows m_windows;
   bool m_isDown = false;
 };

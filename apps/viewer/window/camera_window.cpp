@@ -113,12 +113,38 @@ void CameraWindow::build() {
         }));
   watch("hide", G_CALLBACK(+[](GtkWidget* widget, gpointer self) {
           gtk_window_set_keep_above(GTK_WINDOW(widget), FALSE);
+          static_cast<CameraWindow*>(self)->m_actions.preview(0);
           static_cast<CameraWindow*>(self)->m_actions.watch(false);
         }));
   g_signal_connect(m_remember, "toggled", G_CALLBACK(+[](GtkToggleButton* button, gpointer data) {
                      auto& self = *static_cast<CameraWindow*>(data);
                      if (self.m_updating) return;
                      self.m_actions.remember(gtk_toggle_button_get_active(button) == TRUE);
+                   }),
+                   this);
+  watchPreviews();
+}
+
+// A window that is minimised is not mapped, though it is shown.
+void CameraWindow::watchPreviews() {
+  g_signal_connect(m_window, "map-event",
+                   G_CALLBACK(+[](GtkWidget* window, GdkEvent*, gpointer self) -> gboolean {
+                     const int scale = gtk_widget_get_scale_factor(window);
+                     static_cast<CameraWindow*>(self)->m_actions.preview(scale);
+                     return FALSE;
+                   }),
+                   this);
+  g_signal_connect(m_window, "unmap-event",
+                   G_CALLBACK(+[](GtkWidget*, GdkEvent*, gpointer self) -> gboolean {
+                     static_cast<CameraWindow*>(self)->m_actions.preview(0);
+                     return FALSE;
+                   }),
+                   this);
+  g_signal_connect(m_window, "notify::scale-factor",
+                   G_CALLBACK(+[](GtkWidget* window, GParamSpec*, gpointer self) {
+                     if (gtk_widget_get_mapped(window) == FALSE) return;
+                     const int scale = gtk_widget_get_scale_factor(window);
+                     static_cast<CameraWindow*>(self)->m_actions.preview(scale);
                    }),
                    this);
 }
@@ -207,11 +233,12 @@ void CameraWindow::focusFirst() {
 }
 
 CameraWindow::Row CameraWindow::makeRow(const std::string& id) {
-  const Row row{gtk_box_new(GTK_ORIENTATION_HORIZONTAL, kSpacing), makeLabel(false),
-                makeLabel(true), gtk_switch_new()};
+  Row row{gtk_box_new(GTK_ORIENTATION_HORIZONTAL, kSpacing), makeLabel(false), makeLabel(true),
+          gtk_switch_new(), std::make_unique<PreviewView>()};
   GtkWidget* texts = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
   add(texts, row.name);
   add(texts, row.state);
+  gtk_box_pack_start(GTK_BOX(row.line), row.preview->widget(), FALSE, FALSE, 0);
   gtk_box_pack_start(GTK_BOX(row.line), texts, TRUE, TRUE, 0);
   gtk_widget_set_valign(row.toggle, GTK_ALIGN_CENTER);
   gtk_box_pack_end(GTK_BOX(row.line), row.toggle, FALSE, FALSE, 0);
@@ -232,8 +259,14 @@ void CameraWindow::updateRow(Row& row, const CameraRow& camera) const {
   setText(row.name, camera.name);
   setText(row.state, state);
   setSpoken(row.toggle, camera.name + ", " + state);
+  row.preview->update(camera.name, camera.state == CameraState::InUse);
   gtk_switch_set_active(GTK_SWITCH(row.toggle), camera.shared ? TRUE : FALSE);
   gtk_switch_set_state(GTK_SWITCH(row.toggle), camera.shared ? TRUE : FALSE);
+}
+
+void CameraWindow::show(const Preview& preview) {
+  const auto row = m_rows.find(preview.camera);
+  if (row != m_rows.end()) row->second.preview->show(preview);
 }
 
 void CameraWindow::toggled(GtkSwitch* toggle, bool on) {

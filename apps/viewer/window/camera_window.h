@@ -6,9 +6,12 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 
 #include "cameras/camera_model.h"
+#include "preview/preview.h"
+#include "window/preview_view.h"
 
 namespace lumsar::viewer {
 
@@ -19,6 +22,8 @@ class CameraWindow {
     std::function<void(bool shared)> shareAll;
     std::function<void(bool remembered)> remember;
     std::function<void(bool watched)> watch;
+    // The screen's scale while previews can be seen, else 0.
+    std::function<void(int scale)> preview = [](int) {};
   };
 
   explicit CameraWindow(Actions actions);
@@ -29,6 +34,7 @@ class CameraWindow {
   void appear();
   // `vm` is the VM's name; `note` is said of other VMs.
   void update(const std::string& vm, const CameraModel& model, const std::string& note);
+  void show(const Preview& preview);
   GtkWidget* widget() const { return m_window; }
 
  private:
@@ -37,10 +43,12 @@ class CameraWindow {
     GtkWidget* name;
     GtkWidget* state;
     GtkWidget* toggle;
+    std::unique_ptr<PreviewView> preview;
   };
 
   void build();
   GtkWidget* makeButtons();
+  void watchPreviews();
   void updateRows(const std::vector<CameraRow>& cameras);
   Row makeRow(const std::string& id);
   void updateRow(Row& row, const CameraRow& camera) const;

@@ -4,6 +4,8 @@
 #include <libintl.h>
 
 #include "base/text/utf8.h"
+#include "lumsar/camera_data.h"
+#include "protocol/camera_record.h"
 
 namespace lumsar::viewer {
 
@@ -61,6 +63,12 @@ std::string problemText(const CameraModel& model) {
       return tr("The program at the VM's camera port is not lumsar-agent.");
   }
   return {};
+}
+
+std::string noPreviewText(std::uint32_t encoding) {
+  const std::string name = encoding == kEncodingH264 ? "H.264" : protocol::encodingName(encoding);
+  g_autofree char* text = g_strdup_printf(tr("No preview of %s"), name.c_str());
+  return text;
 }
 
 }  // namespace lumsar::viewer

@@ -1,6 +1,7 @@
 // The camera window's words, in the language of the desktop.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "cameras/camera_model.h"
@@ -18,5 +19,7 @@ const char* tr(const char* text) __attribute__((format_arg(1)));
 std::string stateText(const CameraRow& camera);
 // What is wrong and what to do; empty when nothing is.
 std::string problemText(const CameraModel& model);
+// Frames of this encoding are not shown.
+std::string noPreviewText(std::uint32_t encoding);
 
 }  // namespace lumsar::viewer

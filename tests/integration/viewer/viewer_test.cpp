@@ -52,6 +52,16 @@ TEST_F(DesktopViewer, TheDesktopChangesWhileACameraStreams) {
   EXPECT_TRUE(reading());
 }
 
+TEST_F(DesktopViewer, TheCameraWindowShowsWhatGoesToTheVm) {
+  shareCamera();
+  const auto pixels = [this] { return screen().count(0x20, 0x40, 0x60); };  // of its background
+  EXPECT_LT(pixels(), 100U);
+  startReader();
+  EXPECT_TRUE(eventually([&] { return pixels() > 1000; }));
+  stopReader();
+  EXPECT_TRUE(eventually([&] { return pixels() < 100; }));
+}
+
 TEST_F(DesktopViewer, WhatIsRememberedIsSharedAgainByTheNextViewer) {
   shareCamera();
   const Path choices = user().directory() / "home/lumsar/viewer.json";
