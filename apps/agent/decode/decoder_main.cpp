@@ -64,7 +64,8 @@ void serve(const RawFormat& format, bool mayUseHardware) {
   const auto raw =
       mapped(kDecoderRaw, rawBytes(format.encoding, format.size), PROT_READ | PROT_WRITE);
   av_log_set_level(AV_LOG_QUIET);
-  Hardware hardware = mayUseHardware ? Hardware::open() : Hardware();
+  // In the sandbox no device can be opened.
+  auto hardware = mayUseHardware ? video::Hardware::open() : video::Hardware();
   const bool hasHardware = hardware.isThere();
   FrameDecoder decoder(format, std::move(hardware));
   enterSandbox(kDecoderSocket, hasHardware ? Devices::Graphics : Devices::None);

@@ -10,7 +10,11 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "video/decode_result.h"
+
 namespace lumsar::agent {
+
+using video::DecodeResult;
 
 // The descriptors with which lumsar-decoder is started.
 inline constexpr int kDecoderSocket = 3;
@@ -29,12 +33,6 @@ struct DecodeRequest {
   std::uint16_t height = 0;
   std::uint32_t flags = 0;
   std::uint32_t bytes = 0;
-};
-
-enum class DecodeResult : std::uint32_t {
-  Decoded = 1,
-  NotYet = 2,   // the decoder waits for another frame first
-  Damaged = 3,  // nothing could be made of it
 };
 
 struct DecodeReply {

@@ -8,15 +8,15 @@
 #include <vector>
 
 #include "decode/decoder_messages.h"
-#include "decode/h264_decoder.h"
 #include "decode/jpeg_decoder.h"
 #include "decode/scaler.h"
+#include "video/h264_decoder.h"
 
 namespace lumsar::agent {
 
 class FrameDecoder {
  public:
-  explicit FrameDecoder(const RawFormat& format, Hardware hardware = {})
+  explicit FrameDecoder(const RawFormat& format, video::Hardware hardware = {})
       : m_format(format), m_scaler(format), m_hardware(std::move(hardware)) {}
 
   // `to` has to hold rawBytes() of the format. Throws base::Failure and std::bad_alloc.
@@ -29,10 +29,10 @@ class FrameDecoder {
 
   const RawFormat m_format;
   Scaler m_scaler;
-  const Hardware m_hardware;
+  const video::Hardware m_hardware;
   JpegDecoder m_jpeg;
-  std::vector<unsigned char> m_planes;  // of a JPEG that has to be converted
-  std::optional<H264Decoder> m_h264;    // once there was such a frame
+  std::vector<unsigned char> m_planes;       // of a JPEG that has to be converted
+  std::optional<video::H264Decoder> m_h264;  // once there was such a frame
 };
 
 }  // namespace lumsar::agent

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "lumsar/camera_data.h"
+#include "video/decode_result.h"
 
 namespace lumsar::agent {
 
@@ -17,8 +18,7 @@ constexpr bool isRaw(std::uint32_t encoding) {
   return encoding == kRawI420 || encoding == kRawYuy2 || encoding == kRawNv12;
 }
 
-// Larger images are not decoded, so that a peer cannot ask for any amount of memory.
-inline constexpr std::size_t kMaxDecodedPixels = std::size_t{4096} * 2304;
+using video::kMaxDecodedPixels;
 
 struct FrameSize {
   std::uint16_t width = 0;

@@ -12,8 +12,8 @@ extern "C" {
 #include <optional>
 #include <span>
 
-#include "decode/free_by_address.h"
 #include "decode/raw_format.h"
+#include "video/free_by_address.h"
 
 namespace lumsar::agent {
 
@@ -60,7 +60,7 @@ class Scaler {
   std::optional<Source> m_source;
   Area m_area{};
   std::unique_ptr<SwsContext, Free> m_context;
-  std::unique_ptr<AVFrame, FreeByAddress<av_frame_free>> m_scaled;
+  std::unique_ptr<AVFrame, video::FreeByAddress<av_frame_free>> m_scaled;
 };
 
 }  // namespace lumsar::agent

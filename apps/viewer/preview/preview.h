@@ -3,7 +3,6 @@
 
 #include <gdk-pixbuf/gdk-pixbuf.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -13,8 +12,6 @@ namespace lumsar::viewer {
 // Its place in the window, at a scale of 1.
 inline constexpr int kPreviewWidth = 96;
 inline constexpr int kPreviewHeight = 54;
-// Larger frames are not decoded for it.
-inline constexpr std::size_t kMaxPreviewPixels = std::size_t{4096} * 2304;
 
 using Image = std::shared_ptr<GdkPixbuf>;
 

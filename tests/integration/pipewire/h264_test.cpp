@@ -2,7 +2,7 @@
 #include <csignal>
 
 #include "integration/pipewire/pipewire_fixture.h"
-#include "unit/agent/decode/h264_stream.h"
+#include "unit/video/h264_stream.h"
 
 namespace lumsar::test {
 namespace {
@@ -24,7 +24,7 @@ class PipewireDecoded : public Pipewire {
     Pipewire::SetUp();
     if (IsSkipped()) return;
     if (!H264Stream::isThere()) GTEST_SKIP() << "libavcodec lacks libx264";
-    stream.emplace(agent::FrameSize{640, 480});
+    stream.emplace(640, 480);
     shareCamera(announcedBody("id-1", "Front", kEncodingH264));
   }
   void sendLevel(int level, bool isKey) {

@@ -6,8 +6,8 @@
 #include <array>
 
 #include "outputs/placard.h"
-#include "unit/agent/decode/h264_stream.h"
 #include "unit/agent/outputs/mosaic_jpeg.h"
+#include "unit/video/h264_stream.h"
 
 namespace lumsar::test {
 namespace {
@@ -57,7 +57,7 @@ TEST_P(FrameDecoderLayouts, HoldAJpeg) {
 
 TEST_P(FrameDecoderLayouts, HoldH264) {
   if (!H264Stream::isThere()) GTEST_SKIP() << "libavcodec lacks libx264";
-  H264Stream stream(kSize);
+  H264Stream stream(kSize.width, kSize.height);
   Decoding limited({GetParam(), kSize, false});
   for (const int level : {50, 120, 200}) {
     ASSERT_EQ(limited.h264(stream.next(level)), DecodeResult::Decoded);
@@ -105,10 +105,10 @@ TEST(FrameDecoder, ReadsThePlacards) {
 TEST(FrameDecoder, FollowsAStreamThatChangesItsSizeAndItsEncoding) {
   if (!H264Stream::isThere()) GTEST_SKIP() << "libavcodec lacks libx264";
   Decoding decoding({kRawI420, kSize, false});
-  H264Stream large({128, 96});
+  H264Stream large(128, 96);
   ASSERT_EQ(decoding.h264(large.next(60)), DecodeResult::Decoded);
   EXPECT_NEAR(decoding.middle(), 60, 3);
-  H264Stream small({32, 24});
+  H264Stream small(32, 24);
   ASSERT_EQ(decoding.h264(small.next(90)), DecodeResult::Decoded);
   EXPECT_NEAR(decoding.middle(), 90, 3);
   ASSERT_EQ(decoding.jpeg(greyJpegOf(255)), DecodeResult::Decoded);
@@ -120,7 +120,7 @@ TEST(FrameDecoder, FollowsAStreamThatChangesItsSizeAndItsEncoding) {
 TEST(FrameDecoder, BeginsWithAKeyFrame) {
   if (!H264Stream::isThere()) GTEST_SKIP() << "libavcodec lacks libx264";
   Decoding decoding({kRawI420, kSize, false});
-  H264Stream stream(kSize);
+  H264Stream stream(kSize.width, kSize.height);
   stream.next(50);
   EXPECT_EQ(decoding.h264(stream.next(60), false), DecodeResult::Damaged);
   EXPECT_EQ(decoding.h264(stream.next(70, true)), DecodeResult::Decoded);
@@ -130,7 +130,7 @@ TEST(FrameDecoder, BeginsWithAKeyFrame) {
 TEST(FrameDecoder, WaitsForAKeyFrameAfterADamagedOne) {
   if (!H264Stream::isThere()) GTEST_SKIP() << "libavcodec lacks libx264";
   Decoding decoding({kRawI420, kSize, false});
-  H264Stream stream(kSize);
+  H264Stream stream(kSize.width, kSize.height);
   ASSERT_EQ(decoding.h264(stream.next(50)), DecodeResult::Decoded);
   Bytes cut = stream.next(60);
   cut.resize(cut.size() / 2);
@@ -154,7 +154,7 @@ TEST(FrameDecoder, MakesNothingOfWhatIsNoFrame) {
 TEST(FrameDecoder, RefusesImagesThatAreTooLarge) {
   if (!H264Stream::isThere()) GTEST_SKIP() << "libavcodec lacks libx264";
   Decoding decoding({kRawI420, kSize, false});
-  H264Stream huge({8192, 4320});
+  H264Stream huge(8192, 4320);
   EXPECT_EQ(decoding.h264(huge.next(50)), DecodeResult::Damaged);
   EXPECT_EQ(decoding.jpeg(greyJpegOf(50), {16384, 16384}), DecodeResult::Damaged);
 }

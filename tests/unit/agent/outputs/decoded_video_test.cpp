@@ -1,9 +1,9 @@
 // Video devices with raw frames: the format that the user has chosen, of JPEG and H.264 cameras.
 #include <gtest/gtest.h>
 
-#include "unit/agent/decode/h264_stream.h"
 #include "unit/agent/outputs/mosaic_jpeg.h"
 #include "unit/agent/outputs/video_fixture.h"
+#include "unit/video/h264_stream.h"
 
 namespace lumsar::test {
 namespace {
@@ -16,7 +16,7 @@ class DecodedVideo : public VideoSinkTest {
   void SetUp() override {
     if (!Decoder::isUsable()) GTEST_SKIP() << Decoder::path() << " was not built";
     if (!H264Stream::isThere()) GTEST_SKIP() << "libavcodec lacks libx264";
-    stream.emplace(kSize);
+    stream.emplace(kSize.width, kSize.height);
   }
   std::unique_ptr<Sink> consumed(std::uint32_t encoding) {
     nodes({kDevice});

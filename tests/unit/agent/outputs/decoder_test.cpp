@@ -12,8 +12,8 @@
 #include "support/eventually.h"
 #include "support/temporary_directory.h"
 #include "support/text.h"
-#include "unit/agent/decode/h264_stream.h"
 #include "unit/agent/outputs/mosaic_jpeg.h"
+#include "unit/video/h264_stream.h"
 
 namespace lumsar::test {
 namespace {
@@ -83,7 +83,7 @@ TEST_F(DecoderTest, MakesRawFramesOfJpegs) {
 
 TEST_F(DecoderTest, MakesRawFramesOfH264) {
   if (!H264Stream::isThere()) GTEST_SKIP() << "libavcodec lacks libx264";
-  H264Stream stream(kSize);
+  H264Stream stream(kSize.width, kSize.height);
   for (const int level : {50, 100, 150}) {
     const FramePtr raw = decode(frameOf(stream.next(level), kEncodingH264));
     ASSERT_TRUE(raw) << why;
@@ -140,7 +140,8 @@ TEST_F(DecoderTest, ThatIsKilledIsStartedAgain) {
 TEST_F(DecoderTest, WithoutHardwareTheProcessorDecodes) {
   const bool hasHardware = Decoder::useHardware();
   Decoder other{{kRawI420, kSize, false}};
-  H264Stream stream(kSize);
+  if (!H264Stream::isThere()) GTEST_SKIP() << "libavcodec lacks libx264";
+  H264Stream stream(kSize.width, kSize.height);
   const FramePtr raw = other.decode(frameOf(stream.next(100), kEncodingH264), why);
   ASSERT_TRUE(raw) << why;
   EXPECT_NEAR(raw->data[0], 100, 3);

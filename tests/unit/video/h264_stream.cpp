@@ -1,4 +1,4 @@
-#include "unit/agent/decode/h264_stream.h"
+#include "unit/video/h264_stream.h"
 
 extern "C" {
 #include <libavutil/opt.h>
@@ -16,12 +16,12 @@ void check(int result) {
 
 }  // namespace
 
-H264Stream::H264Stream(agent::FrameSize size)
+H264Stream::H264Stream(int width, int height)
     : m_encoder(avcodec_alloc_context3(avcodec_find_encoder_by_name("libx264"))),
       m_frame(av_frame_alloc()),
       m_packet(av_packet_alloc()) {
-  m_encoder->width = m_frame->width = size.width;
-  m_encoder->height = m_frame->height = size.height;
+  m_encoder->width = m_frame->width = width;
+  m_encoder->height = m_frame->height = height;
   m_encoder->pix_fmt = AV_PIX_FMT_YUV420P;
   m_encoder->time_base = {1, 30};
   m_encoder->gop_size = 1000;  // key frames come when they are asked for

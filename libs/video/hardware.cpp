@@ -1,8 +1,8 @@
-#include "decode/hardware.h"
+#include "video/hardware.h"
 
 #include <new>
 
-namespace lumsar::agent {
+namespace lumsar::video {
 namespace {
 
 // libavcodec asks for each stream; the first of its own formats is for what the device lacks.
@@ -31,4 +31,4 @@ void Hardware::offer(AVCodecContext& decoder) const {
   decoder.get_format = chooseFormat;
 }
 
-}  // namespace lumsar::agent
+}  // namespace lumsar::video

@@ -1,5 +1,4 @@
-// Hardware: what decodes H.264 beside the processor, by VA-API. It is opened before the sandbox is
-// entered, in which no file can be.
+// Hardware: what decodes H.264 in place of the processor, by VA-API.
 #pragma once
 
 extern "C" {
@@ -9,9 +8,9 @@ extern "C" {
 
 #include <memory>
 
-#include "decode/free_by_address.h"
+#include "video/free_by_address.h"
 
-namespace lumsar::agent {
+namespace lumsar::video {
 
 class Hardware {
  public:
@@ -29,4 +28,4 @@ class Hardware {
   std::unique_ptr<AVBufferRef, FreeByAddress<av_buffer_unref>> m_device;
 };
 
-}  // namespace lumsar::agent
+}  // namespace lumsar::video

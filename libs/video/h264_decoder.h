@@ -1,4 +1,4 @@
-// H264Decoder: the frames of one H.264 stream from another machine, by libavcodec. Not thread-safe.
+// H264Decoder: the frames of one H.264 stream, by libavcodec. Not thread-safe.
 #pragma once
 
 extern "C" {
@@ -8,16 +8,16 @@ extern "C" {
 #include <memory>
 
 #include "base/text/bytes.h"
-#include "decode/decoder_messages.h"
-#include "decode/free_by_address.h"
-#include "decode/hardware.h"
+#include "video/decode_result.h"
+#include "video/free_by_address.h"
+#include "video/hardware.h"
 
-namespace lumsar::agent {
+namespace lumsar::video {
 
 class H264Decoder {
  public:
   // By `hardware` as far as that decodes the stream. Throws base::Failure.
-  explicit H264Decoder(const Hardware& hardware);
+  explicit H264Decoder(const Hardware& hardware = {});
 
   // One access unit. Those in front of the first key frame, and between a damaged one and the next
   // key frame, are damaged.
@@ -36,4 +36,4 @@ class H264Decoder {
   bool m_needsKey = true;
 };
 
-}  // namespace lumsar::agent
+}  // namespace lumsar::video

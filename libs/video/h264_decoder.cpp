@@ -1,4 +1,4 @@
-#include "decode/h264_decoder.h"
+#include "video/h264_decoder.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -6,9 +6,8 @@
 #include <utility>
 
 #include "base/errors.h"
-#include "decode/raw_format.h"
 
-namespace lumsar::agent {
+namespace lumsar::video {
 
 H264Decoder::H264Decoder(const Hardware& hardware) {
   const AVCodec* codec = avcodec_find_decoder(AV_CODEC_ID_H264);
@@ -19,7 +18,8 @@ H264Decoder::H264Decoder(const Hardware& hardware) {
   m_onHardware.reset(av_frame_alloc());
   if (!m_codec || !m_packet || !m_frame || !m_onHardware) throw std::bad_alloc();
   m_codec->flags |= AV_CODEC_FLAG_LOW_DELAY;
-  m_codec->thread_count = 1;  // more would hold frames back
+  m_codec->log_level_offset = AV_LOG_MAX_OFFSET;  // damage is not worth lines in a program's log
+  m_codec->thread_count = 1;                      // more would hold frames back
   m_codec->max_pixels = static_cast<std::int64_t>(kMaxDecodedPixels);
   // A damaged frame would spoil those after it, too: the next key frame is waited for instead.
   m_codec->err_recognition = AV_EF_CRCCHECK | AV_EF_BITSTREAM | AV_EF_BUFFER | AV_EF_EXPLODE;
@@ -58,4 +58,4 @@ bool H264Decoder::fetch() {
          av_frame_copy_props(m_frame.get(), m_onHardware.get()) == 0;
 }
 
-}  // namespace lumsar::agent
+}  // namespace lumsar::video

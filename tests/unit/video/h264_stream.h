@@ -9,9 +9,8 @@ extern "C" {
 #include <memory>
 #include <vector>
 
-#include "decode/h264_decoder.h"
-#include "decode/raw_format.h"
 #include "support/messages.h"
+#include "video/free_by_address.h"
 
 namespace lumsar::test {
 
@@ -19,14 +18,14 @@ class H264Stream {
  public:
   static bool isThere() { return avcodec_find_encoder_by_name("libx264") != nullptr; }
 
-  explicit H264Stream(agent::FrameSize size);
+  H264Stream(int width, int height);
   // The next access unit, whose brightness is `level`, from 16 to 235.
   Bytes next(int level, bool isKey = false);
 
  private:
-  std::unique_ptr<AVCodecContext, agent::FreeByAddress<avcodec_free_context>> m_encoder;
-  std::unique_ptr<AVFrame, agent::FreeByAddress<av_frame_free>> m_frame;
-  std::unique_ptr<AVPacket, agent::FreeByAddress<av_packet_free>> m_packet;
+  std::unique_ptr<AVCodecContext, video::FreeByAddress<avcodec_free_context>> m_encoder;
+  std::unique_ptr<AVFrame, video::FreeByAddress<av_frame_free>> m_frame;
+  std::unique_ptr<AVPacket, video::FreeByAddress<av_packet_free>> m_packet;
 };
 
 }  // namespace lumsar::test
