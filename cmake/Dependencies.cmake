@@ -44,6 +44,7 @@ if(PkgConfig_FOUND)
     gstreamer-1.0>=1.20 gstreamer-app-1.0 gstreamer-video-1.0 gstreamer-pbutils-1.0)
   pkg_check_modules(SPICE IMPORTED_TARGET GLOBAL QUIET spice-client-glib-2.0)
   pkg_check_modules(GTK IMPORTED_TARGET GLOBAL QUIET gtk+-3.0>=3.22)
+  pkg_check_modules(GDK_PIXBUF IMPORTED_TARGET GLOBAL QUIET gdk-pixbuf-2.0)
   pkg_check_modules(FREERDP IMPORTED_TARGET GLOBAL QUIET freerdp2 winpr2)
   pkg_check_modules(PIPEWIRE IMPORTED_TARGET GLOBAL QUIET libpipewire-0.3>=0.3.65)
   pkg_check_modules(LIBAV IMPORTED_TARGET GLOBAL QUIET

@@ -24,6 +24,8 @@ void PreviewTap::close() {
 void PreviewTap::begin(bool isOpen) {
   const std::lock_guard lock(m_mutex);
   m_isOpen = isOpen;
+  m_hasChanged = true;
+  m_came.notify_one();
   for (auto& [number, camera] : m_cameras) camera = {.id = std::move(camera.id)};
 }
 
@@ -86,10 +88,12 @@ void PreviewTap::Camera::drop() {
   bytes = 0;
 }
 
-bool PreviewTap::wait() {
+PreviewTap::Event PreviewTap::wait() {
   std::unique_lock lock(m_mutex);
-  m_came.wait(lock, [this] { return m_hasEnded || nextWaiting() != m_cameras.end(); });
-  return !m_hasEnded;
+  m_came.wait(lock,
+              [this] { return m_hasEnded || m_hasChanged || nextWaiting() != m_cameras.end(); });
+  if (m_hasEnded) return Event::Ended;
+  return std::exchange(m_hasChanged, false) ? Event::Changed : Event::Frame;
 }
 
 std::optional<PreviewTap::Frame> PreviewTap::take() {

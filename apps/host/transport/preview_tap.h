@@ -48,8 +48,9 @@ class PreviewTap {
   void forget();
   void copy(std::span<const unsigned char> frame, Clock::time_point now);
 
-  // Waits until there is a frame; false once it has ended.
-  bool wait();
+  enum class Event { Frame, Changed, Ended };
+  // Waits until there is a frame, it has been opened or closed, or it has ended.
+  Event wait();
   // The cameras take turns.
   std::optional<Frame> take();
   void end();
@@ -77,6 +78,7 @@ class PreviewTap {
   std::condition_variable m_came;
   Cameras m_cameras;           // by the service's number
   std::uint32_t m_latest = 0;  // whose frame was taken last
+  bool m_hasChanged = false;
   bool m_hasEnded = false;
 };
 

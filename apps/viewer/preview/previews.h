@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "preview/h264_images.h"
 #include "preview/preview.h"
 #include "transport/preview_tap.h"
 
@@ -36,13 +37,22 @@ class Previews {
   void end();
 
  private:
+  // Of H.264.
+  struct Stream {
+    std::unique_ptr<H264Images> images = loadH264Images();
+    host::PreviewTap::Clock::time_point next = {};
+  };
+
   void run();
+  void handle(host::PreviewTap::Event event);
   void make(const host::PreviewTap::Frame& frame);
+  void makeFromH264(const host::PreviewTap::Frame& frame);
   void put(Preview preview);
 
   const std::shared_ptr<host::PreviewTap> m_tap = std::make_shared<host::PreviewTap>();
   const std::function<void()> m_made;
   std::atomic<int> m_scale = 1;
+  std::map<std::string, Stream> m_streams;  // by the camera's id; the thread's
   std::mutex m_mutex;
   std::map<std::string, Preview> m_newest;  // by the camera's id
   std::thread m_thread;                     // from the first opening on

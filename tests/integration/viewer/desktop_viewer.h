@@ -27,7 +27,9 @@ class DesktopViewer : public CameraVm {
     CameraVm::TearDown();
   }
 
-  void startViewer() { start({"remote-viewer", guest().address()}); }
+  void startViewer(const std::map<std::string, std::string>& more = {}) {
+    start({"remote-viewer", guest().address()}, more);
+  }
   void start(std::vector<std::string> viewerCommand,
              const std::map<std::string, std::string>& more = {}) {
     viewerCommand.insert(viewerCommand.begin(), LUMSAR_VIEWER);
@@ -43,10 +45,10 @@ class DesktopViewer : public CameraVm {
   }
   void startGuestAgent() { guest().start("vm", "lumsar-agent --v4l2 --verbose"); }
   // Everything up to a guest that has answered.
-  void begin() {
+  void begin(const std::map<std::string, std::string>& more = {}) {
     ASSERT_TRUE(user().startService());
     startGuestAgent();
-    startViewer();
+    startViewer(more);
     ASSERT_TRUE(viewer().says("VM answered"));
     m_desktop = screen().window("--class", "remote-viewer");
   }
@@ -76,11 +78,20 @@ class DesktopViewer : public CameraVm {
     return does("is no longer shared with VM", [&] { screen().press(m_cameras, keys); });
   }
   // A camera that is in the guest.
-  void shareCamera() {
-    begin();
+  void shareCamera(const std::map<std::string, std::string>& more = {}) {
+    begin(more);
     openCameras();
     ASSERT_TRUE(share());
     ASSERT_TRUE(cameraIsThere());
+  }
+  // That its window has a preview of the camera while it is used.
+  void expectPreview() {
+    const auto pixels = [this] { return screen().count(0x20, 0x40, 0x60); };  // of its background
+    EXPECT_LT(pixels(), 100U);
+    startReader();
+    EXPECT_TRUE(eventually([&] { return pixels() > 1000; }));
+    stopReader();
+    EXPECT_TRUE(eventually([&] { return pixels() < 100; }));
   }
   bool escape() {
     return eventually([this] {

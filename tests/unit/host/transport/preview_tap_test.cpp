@@ -138,12 +138,14 @@ TEST_F(PreviewTapTest, SurvivesWhatIsNoFrame) {
 }
 
 TEST_F(PreviewTapTest, WhoWaitsIsTold) {
+  using Event = PreviewTap::Event;
   std::atomic<bool> isTaken = false;
   std::thread waiting([&] {
-    EXPECT_TRUE(tap.wait());
+    EXPECT_EQ(tap.wait(), Event::Changed);
+    EXPECT_EQ(tap.wait(), Event::Frame);
     EXPECT_EQ(next(), 1U);
     isTaken = true;
-    EXPECT_FALSE(tap.wait());
+    EXPECT_EQ(tap.wait(), Event::Ended);
   });
   copy(frame(1, 1, blankJpeg()));
   EXPECT_TRUE(eventually([&] { return isTaken.load(); }));

@@ -1,0 +1,93 @@
+// Previews of H.264: every unit is decoded, by a library that is loaded for it.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <thread>
+#include <vector>
+
+#include "preview/previews.h"
+#include "support/eventually.h"
+#include "unit/video/h264_stream.h"
+#include "unit/viewer/preview_frames.h"
+
+namespace lumsar::test {
+namespace {
+
+using namespace viewer;
+
+// A unit of a camera that is already known.
+Bytes unitOf(View data, bool isKey) {
+  const Bytes body = frameBody(1, data, kEncodingH264, isKey ? kFrameIsKey : 0);
+  return message(MSG_DATA, record(CameraDataKind::Frame, 1, body, cameraClock()));
+}
+
+struct H264PreviewsTest : testing::Test {
+  void SetUp() override {
+    if (!H264Stream::isThere()) GTEST_SKIP() << "libavcodec lacks libx264";
+    previews.tap()->pass(announce(1, "Front"));
+    previews.open(1);
+  }
+  void send(View data, bool isKey) { previews.tap()->sent(unitOf(data, isKey)); }
+  // Sends units until one of them is to be seen that looks like that. A machine that is too slow is
+  // given another chance.
+  bool shows(H264Stream& stream, int level, guint32 colour) {
+    bool isKey = true;
+    return eventually([&] {
+      send(stream.next(level, isKey), isKey);
+      std::this_thread::sleep_for(milliseconds(5));
+      newest = previews.take();
+      if (newest.empty()) return isKey = false;
+      if (newest.front().image) return isLike(colour, newest.front().image);
+      previews.open(1);
+      isKey = true;
+      return false;
+    });
+  }
+
+  Previews previews{[] {}};
+  std::vector<Preview> newest;
+};
+
+constexpr guint32 kWhite = 0xFFFFFFFF;
+constexpr guint32 kBlack = 0x000000FF;
+
+TEST_F(H264PreviewsTest, ShowWhatGoesToTheVmWhateverItsSize) {
+  H264Stream large(640, 480);
+  ASSERT_TRUE(shows(large, 235, kWhite));
+  EXPECT_EQ(newest.front().camera, "id-1");
+  EXPECT_EQ(gdk_pixbuf_get_width(newest.front().image.get()), 72);
+  EXPECT_EQ(gdk_pixbuf_get_height(newest.front().image.get()), 54);
+  EXPECT_TRUE(shows(large, 16, kBlack));
+  H264Stream small(320, 180);
+  EXPECT_TRUE(shows(small, 235, kWhite));
+  EXPECT_EQ(gdk_pixbuf_get_width(newest.front().image.get()), 96);
+}
+
+TEST_F(H264PreviewsTest, GoOnAfterDamageWithTheNextKeyFrame) {
+  H264Stream stream(640, 480);
+  ASSERT_TRUE(shows(stream, 235, kWhite));
+  Bytes unit = stream.next(16);
+  std::fill(unit.begin() + 5, unit.end(), 0xFF);
+  send(unit, false);
+  EXPECT_TRUE(shows(stream, 16, kBlack));
+}
+
+TEST_F(H264PreviewsTest, BeginAgainWhenTheyAreOpenedAgain) {
+  H264Stream stream(640, 480);
+  ASSERT_TRUE(shows(stream, 235, kWhite));
+  previews.close();
+  send(stream.next(16, true), true);
+  previews.open(2);
+  ASSERT_TRUE(shows(stream, 235, kWhite));
+  EXPECT_EQ(gdk_pixbuf_get_height(newest.front().image.get()), 108);
+}
+
+TEST_F(H264PreviewsTest, SayWhatIsTooMuch) {
+  send(Bytes(host::kMaxPreviewBytes + 1), true);
+  EXPECT_TRUE(eventually([&] { return !(newest = previews.take()).empty(); }));
+  EXPECT_EQ(newest.front().encoding, kEncodingH264);
+  EXPECT_FALSE(newest.front().image);
+}
+
+}  // namespace
+}  // namespace lumsar::test
