@@ -110,6 +110,7 @@ debhelper                        cmd:dh
 lintian                          cmd:lintian
 kmod                             cmd:depmod
 openssl                          cmd:openssl
+gstreamer1.0-plugins-bad         file:/usr/lib/*/gstreamer-1.0/libgstopenh264.so
 '
 coverage_packages='
 gcovr                            cmd:gcovr
