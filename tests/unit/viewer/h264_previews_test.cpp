@@ -51,6 +51,28 @@ struct H264PreviewsTest : testing::Test {
 constexpr guint32 kWhite = 0xFFFFFFFF;
 constexpr guint32 kBlack = 0x000000FF;
 
+TEST(H264Images, FollowTheStreamAndTheScreen) {
+  if (!H264Stream::isThere()) GTEST_SKIP() << "libavcodec lacks libx264";
+  const auto images = loadH264Images();
+  ASSERT_TRUE(images);
+  const auto shows = [&](guint32 colour, ImageSize space, ImageSize size) {
+    const Image image = images->image(space);
+    return image && isLike(colour, image) && gdk_pixbuf_get_width(image.get()) == size.width &&
+           gdk_pixbuf_get_height(image.get()) == size.height;
+  };
+  H264Stream large(640, 480);
+  const Bytes first = large.next(235);
+  EXPECT_FALSE(images->decode(first, false)) << "it does not begin with a key frame";
+  ASSERT_TRUE(images->decode(first, true));
+  EXPECT_TRUE(shows(kWhite, previewSize(1), {72, 54}));
+  EXPECT_TRUE(shows(kWhite, previewSize(2), {144, 108}));
+  ASSERT_TRUE(images->decode(large.next(16), false));
+  EXPECT_TRUE(shows(kBlack, previewSize(2), {144, 108}));
+  H264Stream small(320, 180);
+  ASSERT_TRUE(images->decode(small.next(235), true));
+  EXPECT_TRUE(shows(kWhite, previewSize(1), {96, 54}));
+}
+
 TEST_F(H264PreviewsTest, ShowWhatGoesToTheVmWhateverItsSize) {
   H264Stream large(640, 480);
   ASSERT_TRUE(shows(large, 235, kWhite));
@@ -84,7 +106,7 @@ TEST_F(H264PreviewsTest, BeginAgainWhenTheyAreOpenedAgain) {
 
 TEST_F(H264PreviewsTest, SayWhatIsTooMuch) {
   send(Bytes(host::kMaxPreviewBytes + 1), true);
-  EXPECT_TRUE(eventually([&] { return !(newest = previews.take()).empty(); }));
+  ASSERT_TRUE(eventually([&] { return !(newest = previews.take()).empty(); }));
   EXPECT_EQ(newest.front().encoding, kEncodingH264);
   EXPECT_FALSE(newest.front().image);
 }
