@@ -35,7 +35,10 @@ constexpr std::array<H264Encoder, 5> kH264Encoders = {
       "min-force-key-unit-interval=500000000 extra-controls=controls,repeat_sequence_header=1,"
       "video_b_frames=0,video_gop_size=60,video_bitrate={}",
       1, true, "video_bitrate"},
-     {"openh264enc", "complexity=low gop-size=60 min-force-key-unit-interval=500000000 bitrate={}"},
+     // Without leaving frames out it exceeds a low bit rate many times.
+     {"openh264enc",
+      "complexity=low rate-control=bitrate enable-frame-skip=true gop-size=60 "
+      "min-force-key-unit-interval=500000000 bitrate={}"},
      {"x264enc",
       "tune=zerolatency speed-preset=superfast key-int-max=60 byte-stream=true "
       "option-string=scenecut=0 "
