@@ -238,6 +238,7 @@ CameraWindow::Row CameraWindow::makeRow(const std::string& id) {
   GtkWidget* texts = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
   add(texts, row.name);
   add(texts, row.state);
+  gtk_widget_set_valign(texts, GTK_ALIGN_CENTER);
   gtk_box_pack_start(GTK_BOX(row.line), row.preview->widget(), FALSE, FALSE, 0);
   gtk_box_pack_start(GTK_BOX(row.line), texts, TRUE, TRUE, 0);
   gtk_widget_set_valign(row.toggle, GTK_ALIGN_CENTER);
