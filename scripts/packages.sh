@@ -102,6 +102,11 @@ freerdp2-x11                     cmd:xfreerdp
 remmina                          cmd:remmina
 remmina-plugin-rdp               file:/usr/lib/*/remmina/plugins/remmina-plugin-rdp.so
 xvfb                             cmd:Xvfb
+libvirt-daemon                   file:/usr/sbin/libvirtd
+libvirt-daemon-driver-qemu       file:/usr/lib/*/libvirt/connection-driver/libvirt_driver_qemu.so
+libvirt-clients                  cmd:virsh
+virt-manager                     cmd:virt-manager
+gnome-boxes                      cmd:gnome-boxes
 xdg-desktop-portal               file:/usr/libexec/xdg-desktop-portal
 libglib2.0-bin                   cmd:gdbus
 debootstrap                      cmd:debootstrap

@@ -5,7 +5,9 @@
 //   own thread:       what RdpChannel sends
 //   plug-in's thread: CameraHost
 // These first: the RDP library has macros with the names of our status codes.
-#include "driver/find_libraries.h"
+#include "app/add_in_options.h"
+#include "app/open_panel.h"
+#include "cameras/camera_view.h"
 #include "session/camera_host.h"
 #include "session/report.h"
 
@@ -20,12 +22,13 @@
 #include <exception>
 #include <filesystem>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <thread>
 #include <utility>
 #include <vector>
 
-#include "base/errors.h"
+#include "base/system/files.h"
 #include "base/text/format.h"
 #include "base/text/utf8.h"
 #include "rdp/rdp_channel.h"
@@ -43,48 +46,16 @@ fs::path addInDirectory() {
   return fs::canonical(info.dli_fname, ignored).parent_path();
 }
 
-// "/vc:lumsar,plugin:PATH,ipc-library:PATH,vm-id:ID,share:NAME,verbose"
-struct AddInOptions {
-  DriverSetup driver;
-  std::string plugin;
-  std::vector<std::string> shares;  // "all", "none" or cameras; empty: as the VM wants it
-  bool verbose = false;
-};
-
-AddInOptions parseArguments(const ADDIN_ARGV* arguments) {
-  AddInOptions options;
-  options.driver.protocol = Protocol::Rdp;
-  options.driver.ipcLibraryOption = "ipc-library:PATH";
+AddInOptions optionsOf(const ADDIN_ARGV* arguments) {
+  std::vector<std::string> words;
   for (int i = 1; arguments != nullptr && i < arguments->argc; ++i) {
-    const std::string word = arguments->argv[i];
-    const auto colon = word.find(':');
-    const std::string name = word.substr(0, colon);
-    const std::string value = colon == std::string::npos ? "" : word.substr(colon + 1);
-    if (name == "plugin") {
-      options.plugin = value;
-    } else if (name == "ipc-library") {
-      options.driver.ipcLibrary = value;
-    } else if (name == "vm-id") {
-      options.driver.vmId = value;
-    } else if (name == "share" && !value.empty()) {
-      options.shares.push_back(value);
-    } else if (name == "verbose") {
-      options.verbose = true;
-    } else {
-      throw base::UsageError(
-          base::text("unknown option \"{}\"; expected plugin:PATH, ipc-library:PATH, vm-id:ID, "
-                     "share:NAME, share:all, share:none or verbose",
-                     word));
-    }
+    words.emplace_back(arguments->argv[i]);
   }
-  if (options.driver.vmId.empty()) throw base::UsageError("vm-id needs a value");
-  const fs::path here = addInDirectory();
-  if (options.plugin.empty()) options.plugin = findPlugin(here);
-  if (options.driver.ipcLibrary.empty()) {
-    options.driver.ipcLibrary =
-        findIpcLibrary(options.plugin, here, options.driver.ipcLibraryOption);
-  }
-  return options;
+  return parseAddInOptions(words, addInDirectory());
+}
+
+void print(const std::string& line) {
+  std::fprintf(stderr, "lumsar: %s\n", line.c_str());
 }
 
 // The client has the connection; here is only its channel.
@@ -107,37 +78,76 @@ class AddInTransport final : public Transport {
   RdpChannel m_channel;
 };
 
+// The camera window, if there can be one: what it shows, and what it asks of the host.
+class AddInWindow {
+ public:
+  AddInWindow(asio::io_context& loop, const AddInOptions& options, const AddInVm& vm,
+              Report& report)
+      : m_view(loop,
+               {.protocol = Protocol::Rdp,
+                .choicesFile = base::userConfigFile("viewer.json"),
+                .choicesKey = vm.key,
+                .sharesByItself = !options.shares.empty()},
+               {.show = [this](const CameraModel& model) { m_panel->show(model); },
+                .log = [&report](const std::string& line) { report.say(line); }}) {
+    if (!options.window) return;
+    m_panel = openPanel(addInDirectory(), vm.name, m_view, [&](const std::string& why) {
+      if (options.verbose) print(why);
+    });
+  }
+
+  bool isThere() const { return m_panel != nullptr; }
+  CameraView& view() { return m_view; }
+  CameraPanel& panel() { return *m_panel; }
+
+ private:
+  CameraView m_view;
+  std::unique_ptr<CameraPanel> m_panel;
+};
+
 class AddIn {
  public:
-  explicit AddIn(const AddInOptions& options)
+  AddIn(const AddInOptions& options, const AddInVm& vm)
       : m_shares(options.shares),
         m_report(true),
         m_log(m_report, options.verbose),
+        m_window(m_loop, options, vm, m_report),
         m_host(m_loop, m_report,
                {.plugin = options.plugin,
                 .driver = options.driver,
                 .status = {},
                 .onHandshake = [this] { return share(); },
-                .onRefused = [] {}}),
+                .onRefused = [this] { m_window.view().onFailure(); },
+                .onSharedAgain = [this] { m_window.view().onSharedAgain(); }}),
         m_transport(m_loop, m_host.queue(), m_host.inbox()) {
-    m_report.setSink(
-        [](const std::string& line) { std::fprintf(stderr, "lumsar: %s\n", line.c_str()); });
+    m_report.setSink(print);
     // The plug-in loads its IPC library below the working directory; that of its thread shall not
     // be the client's. Where this is not allowed, it is the client's for a moment.
     m_host.post([] { static_cast<void>(unshare(CLONE_FS)); });
+    if (m_window.isThere()) m_host.queue().setTap(m_window.panel().tap());
     m_host.start(m_transport);
-    m_thread = std::thread([this] { m_loop.run(); });
+    if (m_window.isThere()) m_window.view().start(m_host);
+    m_thread = std::thread([this] { m_window.view().run(); });
   }
 
   // Waits for the plug-in, a few seconds at worst.
   ~AddIn() {
-    m_host.stop([this] { m_loop.stop(); });
+    const auto end = [this] { m_loop.stop(); };
+    if (m_window.isThere()) {
+      m_window.view().stop(end);
+    } else {
+      m_host.stop(end);
+    }
     m_thread.join();
   }
   AddIn(const AddIn&) = delete;
   AddIn& operator=(const AddIn&) = delete;
 
   RdpChannel& channel() { return m_transport.channel(); }
+  // Another connection of the client asks for cameras.
+  void noteOther(const std::string& vm) {
+    if (m_window.isThere()) m_window.panel().noteOther(vm);
+  }
 
  private:
   // With the first handshake; with later ones the host shares again what it remembers.
@@ -153,6 +163,7 @@ class AddIn {
         m_report.say(base::text("share {}: {}", base::clean(camera), statusText(result.status)),
                      result.answer);
       }
+      m_window.view().onSharedAgain();
     });
     return true;
   }
@@ -162,32 +173,43 @@ class AddIn {
   PluginLog m_log;
   asio::io_context m_loop;
   asio::executor_work_guard<asio::io_context::executor_type> m_work = asio::make_work_guard(m_loop);
+  AddInWindow m_window;
   CameraHost m_host;
   AddInTransport m_transport;
   std::thread m_thread;
 };
 
-// The plug-in serves one host per process.
-bool isLoaded = false;
+// The plug-in serves one host per process, and a client may make connections on several threads.
+std::mutex loading;
+AddIn* loaded = nullptr;
+
+AddInVm vmOf(const CHANNEL_ENTRY_POINTS_FREERDP_EX& entry, const AddInOptions& options) {
+  const rdpSettings& settings = *entry.context->settings;
+  const char* host = settings.ServerHostname;
+  return identify(options, host != nullptr ? host : "", settings.ServerPort);
+}
 
 // Says so when there will be no cameras. The client is not told: it would not connect at all.
 void enter(const CHANNEL_ENTRY_POINTS_FREERDP_EX& entry, void* initHandle) {
   try {
-    if (isLoaded)
+    const std::lock_guard lock(loading);
+    const AddInOptions options = optionsOf(static_cast<ADDIN_ARGV*>(entry.pExtendedData));
+    const AddInVm vm = vmOf(entry, options);
+    if (loaded != nullptr) {
+      loaded->noteOther(vm.name);
       throw std::runtime_error("another connection of this program has them; close it first");
-    auto addIn =
-        std::make_unique<AddIn>(parseArguments(static_cast<ADDIN_ARGV*>(entry.pExtendedData)));
-    addIn->channel().setOnTerminated([owned = addIn.get()] {
-      const std::unique_ptr<AddIn> last(owned);
-      isLoaded = false;
+    }
+    auto addIn = std::make_unique<AddIn>(options, vm);
+    addIn->channel().setOnTerminated([] {
+      const std::lock_guard guard(loading);
+      const std::unique_ptr<AddIn> last(std::exchange(loaded, nullptr));
     });
     if (!addIn->channel().enter(entry, initHandle)) {
       throw std::runtime_error("the client refused the channel");
     }
-    isLoaded = true;
-    static_cast<void>(addIn.release());  // the client's, until it terminates the channel
+    loaded = addIn.release();  // the client's, until it terminates the channel
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "lumsar: no cameras: %s\n", error.what());
+    print(base::text("no cameras: {}", error.what()));
   }
 }
 

@@ -16,6 +16,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kPluginName = "liblumsar.so.1";
+constexpr const char* kPanelLibraryName = "liblumsar-viewer.so";
 constexpr const char* kIpcLibraryName = "libvdi_ipc.so";
 constexpr std::array kIpcFunctions = {"VDI_CreateIpcClient",     "VDI_DestroyIpcClient",
                                       "VDI_ConnectIpcClient",    "VDI_AsyncConnectIpcClient",
@@ -49,6 +50,10 @@ std::optional<std::string> firstIn(const std::vector<fs::path>& places, const ch
 
 std::string findPlugin(const fs::path& directory) {
   return firstIn(placesAround(directory), kPluginName).value_or(kPluginName);
+}
+
+std::string findPanelLibrary(const fs::path& directory) {
+  return firstIn(placesAround(directory), kPanelLibraryName).value_or(kPanelLibraryName);
 }
 
 std::string findIpcLibrary(const fs::path& plugin, const fs::path& directory,

@@ -13,6 +13,9 @@ inline constexpr const char* kIpcLibraryOption = "--ipc-library PATH";
 // there, for the loader to look.
 std::string findPlugin(const std::filesystem::path& directory);
 
+// The camera window's library around `directory`; its bare name when it is not there.
+std::string findPanelLibrary(const std::filesystem::path& directory);
+
 // The IPC library beside `plugin`, else around `directory`. Throws Failure when it is in neither
 // place: by its bare name it would be taken from wherever the program was started.
 std::string findIpcLibrary(const std::filesystem::path& plugin,

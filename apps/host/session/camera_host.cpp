@@ -94,6 +94,14 @@ void CameraHost::control(std::function<void(Commands&)> action) {
   });
 }
 
+void CameraHost::list(std::function<void(std::optional<CameraList>)> answer) {
+  post([this, answer = std::move(answer)] {
+    std::optional<CameraList> cameras = m_commands.cameras();
+    if (!cameras) m_serviceWatch.askSoon();
+    answer(std::move(cameras));
+  });
+}
+
 // One command after another; while a connection is made, what the VM sends comes first.
 void CameraHost::runScripts() {
   while (!m_scripts.empty()) {

@@ -59,6 +59,8 @@ class CameraHost {
   void run(std::vector<std::string> commands, std::function<void(bool quits)> done);
   // Calls `action` there, for a program with a window. Thread-safe.
   void control(std::function<void(Commands&)> action);
+  // Asks for the cameras there, and calls `answer` with the list, if there is one. Thread-safe.
+  void list(std::function<void(std::optional<CameraList>)> answer);
   void post(std::function<void()> job);
 
   // All thread-safe.

@@ -2,8 +2,6 @@
 
 #include <gio/gio.h>
 
-#include "window/texts.h"
-
 namespace lumsar::viewer {
 
 namespace {

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "cameras/camera_model.h"
+#include "window/texts.h"
 
 namespace lumsar::viewer {
 

@@ -12,7 +12,6 @@
 #include <utility>
 
 #include "app/credentials.h"
-#include "app/notification.h"
 #include "base/system/files.h"
 #include "base/text/format.h"
 #include "spice/on_glib.h"
@@ -72,46 +71,14 @@ ViewerCameras& ViewerCameras::instance() {
 }
 
 ViewerCameras::ViewerCameras()
-    : m_previews([this] { host::onGlib([this] { showPreviews(); }); }),
-      m_windows([this](GtkWindow* beside) { window().present(beside); }) {
+    : m_previews([this] { host::onGlib([this] { m_display.showPreviews(); }); }),
+      m_display(m_previews) {
   GApplication* application = g_application_get_default();
   if (application == nullptr) return;
   g_signal_connect(application, "shutdown", G_CALLBACK(+[](GApplication*, gpointer self) {
                      static_cast<ViewerCameras*>(self)->shutDown();
                    }),
                    this);
-}
-
-// Only once it is to be seen: to make it takes longer than to draw the desktop.
-CameraWindow& ViewerCameras::window() {
-  if (!m_window) {
-    m_window = std::make_unique<CameraWindow>(windowActions());
-    m_windows.leaveAlone(GTK_WINDOW(m_window->widget()));
-    updateWindow();
-  }
-  return *m_window;
-}
-
-CameraWindow::Actions ViewerCameras::windowActions() {
-  return {
-      .share =
-          [this](const std::string& id, bool shared) {
-            withHost([&](ViewerHost& host) { host.setShared(id, shared); });
-          },
-      .shareAll =
-          [this](bool shared) { withHost([&](ViewerHost& host) { host.setAllShared(shared); }); },
-      .remember =
-          [this](bool remembered) {
-            withHost([&](ViewerHost& host) { host.setRemembered(remembered); });
-          },
-      .watch =
-          [this](bool watched) { withHost([&](ViewerHost& host) { host.setWatched(watched); }); },
-      .preview = [this](int scale) { preview(scale); }};
-}
-
-template <class Call>
-void ViewerCameras::withHost(Call call) {
-  if (!m_vms.empty() && m_vms.front().host) call(*m_vms.front().host);
 }
 
 void ViewerCameras::portAppeared(SpicePortChannel* port, bool isOpen) {
@@ -135,7 +102,7 @@ void ViewerCameras::begin(Vm& vm) {
   static std::once_flag once;
   std::call_once(once, endAtExit);
   vm.host = std::make_unique<ViewerHost>(vm.transport, setupFor(vm.identity), hostActions(vm));
-  vm.host->setWatched(m_window && gtk_widget_get_visible(m_window->widget()) == TRUE);
+  m_display.serve(&vm.host->control());
 }
 
 ViewerHost::Actions ViewerCameras::hostActions(Vm& vm) {
@@ -172,6 +139,7 @@ void ViewerCameras::hostEnded(Vm& vm) {
 }
 
 void ViewerCameras::remove(Vm& vm) {
+  if (vm.host) m_display.serve(nullptr);
   m_vms.remove_if([&vm](const Vm& each) { return &each == &vm; });
   if (!m_vms.empty() && !m_vms.front().host) begin(m_vms.front());
   update();
@@ -179,38 +147,14 @@ void ViewerCameras::remove(Vm& vm) {
 
 void ViewerCameras::show(Vm& vm, const CameraModel& model) {
   if (m_isDown || vm.portEnded) return;
-  const CameraModel before = std::exchange(vm.model, model);
-  const bool isTold = notifyOfUse(vm.identity.name, before, model);
+  vm.model = model;
   update();
-  // A person always knows when they are seen.
-  if (!isTold && !m_windows.isIndicatorSeen()) window().appear();
 }
 
 void ViewerCameras::update() {
-  if (m_window) updateWindow();
-  if (m_vms.empty()) return m_windows.setIndicator({.isVisible = m_lastEnd != Problem::None});
+  if (m_vms.empty()) return m_display.show({}, {.problem = m_lastEnd});
   const Vm& vm = m_vms.front();
-  m_windows.setIndicator({true, vm.model.inUse(), vm.identity.name});
-}
-
-void ViewerCameras::updateWindow() {
-  if (m_vms.empty()) return m_window->update({}, {.problem = m_lastEnd}, {});
-  const Vm& vm = m_vms.front();
-  m_window->update(vm.identity.name, vm.model, noteOnOthers());
-}
-
-void ViewerCameras::preview(int scale) {
-  if (m_isDown || scale == 0) return m_previews.close();
-  try {
-    m_previews.open(scale);
-  } catch (const std::exception& error) {
-    log(base::text("no previews: {}", error.what()));
-  }
-}
-
-void ViewerCameras::showPreviews() {
-  if (m_isDown) return;
-  for (const Preview& each : m_previews.take()) m_window->show(each);
+  m_display.show(vm.identity.name, vm.model, noteOnOthers());
 }
 
 std::string ViewerCameras::noteOnOthers() const {
@@ -226,15 +170,15 @@ std::string ViewerCameras::noteOnOthers() const {
 
 void ViewerCameras::shutDown() {
   if (m_isDown) return;
-  for (Vm& vm : m_vms) show(vm, {});
-  m_windows.setIndicator({});
+  m_display.end();
   end();
 }
 
 void ViewerCameras::end() {
   if (std::exchange(m_isDown, true)) return;
   for (Vm& vm : m_vms) vm.transport->detach();
-  withHost([](ViewerHost& host) { host.stop(); });
+  m_display.serve(nullptr);
+  if (!m_vms.empty() && m_vms.front().host) m_vms.front().host->stop();
   for (Vm& vm : m_vms) vm.host.reset();
   m_previews.end();
 }

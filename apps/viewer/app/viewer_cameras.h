@@ -9,12 +9,11 @@
 #include <memory>
 #include <string>
 
+#include "app/camera_display.h"
 #include "cameras/viewer_host.h"
 #include "port/port_transport.h"
 #include "port/vm_identity.h"
 #include "preview/previews.h"
-#include "window/camera_window.h"
-#include "window/viewer_windows.h"
 
 namespace lumsar::viewer {
 
@@ -41,10 +40,6 @@ class ViewerCameras {
   };
 
   ViewerCameras();
-  CameraWindow& window();
-  CameraWindow::Actions windowActions();
-  template <class Call>
-  void withHost(Call call);
   void begin(Vm& vm);
   ViewerHost::Actions hostActions(Vm& vm);
   void portEnded(Vm& vm, PortEnd why);
@@ -52,16 +47,12 @@ class ViewerCameras {
   void remove(Vm& vm);
   void show(Vm& vm, const CameraModel& model);
   void update();
-  void updateWindow();
-  void preview(int scale);
-  void showPreviews();
   std::string noteOnOthers() const;
 
   std::list<Vm> m_vms;                // the first one has the cameras
   Problem m_lastEnd = Problem::None;  // why the last one ended
-  std::unique_ptr<CameraWindow> m_window;
   Previews m_previews;
-  ViewerWindows m_windows;
+  CameraDisplay m_display;
   bool m_isDown = false;
 };
 

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "window/texts.h"
-
 namespace lumsar::viewer {
 
 namespace {

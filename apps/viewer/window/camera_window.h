@@ -9,9 +9,9 @@
 #include <memory>
 #include <string>
 
-#include "cameras/camera_model.h"
 #include "preview/preview.h"
 #include "window/preview_view.h"
+#include "window/texts.h"
 
 namespace lumsar::viewer {
 

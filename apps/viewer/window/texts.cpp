@@ -61,6 +61,12 @@ std::string problemText(const CameraModel& model) {
       return tr("The VM has not answered yet. Is lumsar-agent running there?");
     case Problem::NotOurs:
       return tr("The program at the VM's camera port is not lumsar-agent.");
+    case Problem::NoChannel:
+      return tr("There is no camera channel to the VM. Does the RDP server allow it?");
+    case Problem::ChannelSilent:
+      return tr(
+          "The VM has not answered yet. Is lumsar-agent running there, and does the RDP server "
+          "allow the channel?");
   }
   return {};
 }

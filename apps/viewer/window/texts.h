@@ -8,6 +8,11 @@
 
 namespace lumsar::viewer {
 
+using host::CameraModel;
+using host::CameraRow;
+using host::CameraState;
+using host::Problem;
+
 inline constexpr char kTextDomain[] = "lumsar";
 
 // Once, before the first text.

@@ -109,5 +109,16 @@ TEST_F(RdpAddIn, SaysWhatIsWrongWithItsOptionsAndLetsTheClientConnect) {
             std::string::npos);
 }
 
+TEST_F(RdpAddIn, SaysWhyThereIsNoWindowIfItIsAsked) {
+  startServer();
+  auto words = addInWords();
+  words.push_back("verbose");
+  testing::internal::CaptureStderr();
+  const AddInClient client(path("rdp"), path("state"), words);
+  EXPECT_NE(testing::internal::GetCapturedStderr().find(
+                "lumsar: no camera window: this program does not use GTK 3\n"),
+            std::string::npos);
+}
+
 }  // namespace
 }  // namespace lumsar::test

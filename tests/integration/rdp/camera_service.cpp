@@ -30,6 +30,11 @@ void CameraService::sendFrame(std::uint32_t sequence, std::size_t size) {
   send(message(IPC_MSG_DATA, record(CameraDataKind::Frame, 0, body, cameraClock())));
 }
 
+void CameraService::setList(const std::string& list) {
+  const std::lock_guard lock(m_mutex);
+  m_list = list;
+}
+
 void CameraService::stall(bool stalled) {
   m_stalled = stalled;
   m_stalled.notify_all();
@@ -75,7 +80,8 @@ void CameraService::serve() {
 void CameraService::answer(View bytes) {
   const RedirMsgHeader header = headerOf(bytes);
   if (header.type != IPC_MSG_CAMERA_LIST) return m_messages.put(bytes);
-  send(callMessage(header.type, R"({"cameras":[]})", callNumber(header)));
+  const std::lock_guard lock(m_mutex);
+  m_peer.send(callMessage(header.type, m_list, callNumber(header)));
 }
 
 }  // namespace lumsar::test

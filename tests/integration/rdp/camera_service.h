@@ -23,6 +23,8 @@ class CameraService {
   MessageQueue& messages() { return m_messages; }
   // From any thread.
   void send(View bytes);
+  // Its cameras, as the list call answers; none without it. From any thread.
+  void setList(const std::string& list);
   // A frame that looks like nothing in particular.
   void sendFrame(std::uint32_t sequence, std::size_t size);
   // Reads nothing as long as it is stalled.
@@ -40,6 +42,7 @@ class CameraService {
   const RawListener m_listener;
   std::mutex m_mutex;  // guards the connection's state and keeps messages whole
   RawPeer m_peer;
+  std::string m_list = R"({"cameras":[]})";
   std::filesystem::path m_directory;
   std::atomic<bool> m_stopping{false};
   std::atomic<bool> m_stalled{false};

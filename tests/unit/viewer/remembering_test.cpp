@@ -7,14 +7,14 @@ namespace {
 TEST_F(ViewerHostTest, RemembersWhatIsSharedFromThenOn) {
   start();
   ASSERT_TRUE(showsBoth());
-  host->setRemembered(true);
+  host->control().setRemembered(true);
   ASSERT_TRUE(shows([](const CameraModel& model) { return model.remembered; }));
   EXPECT_EQ(Choices(setup.choicesFile, "key").cameras(), Choices::Cameras{"b c"});
-  host->setShared("a", true);
-  host->setShared("b c", false);
+  host->control().setShared("a", true);
+  host->control().setShared("b c", false);
   EXPECT_TRUE(eventually(
       [this] { return Choices(setup.choicesFile, "key").cameras() == Choices::Cameras{"a"}; }));
-  host->setRemembered(false);
+  host->control().setRemembered(false);
   ASSERT_TRUE(shows([](const CameraModel& model) { return !model.remembered; }));
   EXPECT_EQ(Choices(setup.choicesFile, "key").cameras(), std::nullopt);
 }
@@ -25,7 +25,7 @@ TEST_F(ViewerHostTest, NothingIsRememberedWithoutAList) {
   start();
   ASSERT_TRUE(shows([](const CameraModel& model) { return model.remembered; }));
   const std::size_t before = told.count();
-  host->setRemembered(true);
+  host->control().setRemembered(true);
   ASSERT_TRUE(eventually([&] { return told.count() > before; }));
   EXPECT_EQ(Choices(setup.choicesFile, "key").cameras(), Choices::Cameras{"a"});
 }
@@ -36,7 +36,7 @@ TEST_F(ViewerHostTest, AChoiceThatCannotBeSavedIsShown) {
   start();
   ASSERT_TRUE(showsBoth());
   EXPECT_TRUE(told.last().canRemember);
-  host->setRemembered(true);
+  host->control().setRemembered(true);
   ASSERT_TRUE(shows([](const CameraModel& model) { return model.notSaved; }));
   EXPECT_FALSE(told.last().remembered);
   EXPECT_TRUE(has(told.log(), "warning: cannot write")) << told.log();
@@ -48,7 +48,7 @@ TEST_F(ViewerHostTest, AVmThatCannotBeToldFromOthersIsNotRemembered) {
   ASSERT_TRUE(showsBoth());
   EXPECT_FALSE(told.last().canRemember);
   const std::size_t before = told.count();
-  host->setRemembered(true);
+  host->control().setRemembered(true);
   ASSERT_TRUE(eventually([&] { return told.count() > before; }));
   EXPECT_FALSE(told.last().remembered);
 }

@@ -33,6 +33,11 @@ TEST(ViewerTexts, OneMessageForEachProblem) {
             "The VM has not answered yet. Is lumsar-agent running there?");
   EXPECT_EQ(problemText({.problem = Problem::NotOurs}),
             "The program at the VM's camera port is not lumsar-agent.");
+  EXPECT_EQ(problemText({.problem = Problem::NoChannel}),
+            "There is no camera channel to the VM. Does the RDP server allow it?");
+  EXPECT_EQ(problemText({.problem = Problem::ChannelSilent}),
+            "The VM has not answered yet. Is lumsar-agent running there, and does the RDP server "
+            "allow the channel?");
 }
 
 // Only of a list that there is.

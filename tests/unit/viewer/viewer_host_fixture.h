@@ -18,6 +18,11 @@
 namespace lumsar::test {
 
 using namespace viewer;
+using host::CameraModel;
+using host::CameraRow;
+using host::CameraState;
+using host::Choices;
+using host::Problem;
 
 inline constexpr std::uint16_t kToken = 4711;
 inline constexpr const char* kTwoCameras =

@@ -14,7 +14,7 @@ TEST_F(ViewerHostTest, AnIdMayBeAnyText) {
   start();
   ASSERT_TRUE(showsBoth());
   const std::size_t before = told.count();
-  host->setShared("b c", false);
+  host->control().setShared("b c", false);
   ASSERT_TRUE(eventually([&] { return told.count() > before; }));
   EXPECT_EQ(commands(), std::vector<std::string>{R"({"command":"unshare","deviceId":"b c"})"});
 }
@@ -24,7 +24,7 @@ TEST_F(ViewerHostTest, WhatWasAskedForIsAnsweredEvenIfNothingChanges) {
   start();
   ASSERT_TRUE(showsBoth());
   const std::size_t before = told.count();
-  host->setShared("a", true);
+  host->control().setShared("a", true);
   EXPECT_TRUE(eventually([&] { return told.count() > before; }));
   EXPECT_FALSE(told.last().cameras.at(0).shared);
 }
@@ -41,7 +41,7 @@ TEST_F(ViewerHostTest, AllAreThoseThatAreThereAndOff) {
   start();
   ASSERT_TRUE(shows([](const CameraModel& model) { return model.cameras.size() == 6; }));
   const std::size_t before = told.count();
-  host->setAllShared(true);
+  host->control().setAllShared(true);
   ASSERT_TRUE(eventually([&] { return told.count() > before; }));
   EXPECT_EQ(commands(), std::vector<std::string>{R"({"command":"share","deviceId":"off"})"});
 }
@@ -51,7 +51,7 @@ TEST_F(ViewerHostTest, NoneAreAllThatAreShared) {
   start();
   ASSERT_TRUE(shows([](const CameraModel& model) { return model.cameras.size() == 6; }));
   const std::size_t before = told.count();
-  host->setAllShared(false);
+  host->control().setAllShared(false);
   ASSERT_TRUE(eventually([&] { return told.count() >= before + 3; }));
   EXPECT_EQ(commands(), (std::vector<std::string>{R"({"command":"unshare","deviceId":"on"})",
                                                   R"({"command":"unshare","deviceId":"used"})",
@@ -100,7 +100,7 @@ TEST_F(ViewerHostTest, AServiceThatDoesNotAnswerIsAskedOnceForAClick) {
   for (const bool shared : {true, false}) {
     const int lists = now(fake.lists);
     const std::size_t before = told.count();
-    host->setShared("a", shared);
+    host->control().setShared("a", shared);
     ASSERT_TRUE(eventually([&] { return told.count() > before; }));
     // By the click, and by the first of the questions that follow until it answers.
     EXPECT_LE(now(fake.lists), lists + 2);
@@ -149,11 +149,11 @@ TEST_F(ViewerHostTest, AFailureOfItsOwnThreadIsSaidAndLeavesTheHostWhereItIs) {
   start();
   ASSERT_TRUE(showsBoth());
   told.throws = true;
-  host->setShared("a", true);
+  host->control().setShared("a", true);
   EXPECT_TRUE(shows([](const CameraModel& model) { return model.problem == Problem::Failure; }));
   EXPECT_TRUE(has(told.log(), "no more cameras: out of luck")) << told.log();
   EXPECT_FALSE(told.ended);
-  host->setShared("a", false);
+  host->control().setShared("a", false);
   host->stop();
   EXPECT_TRUE(eventually([this] { return told.ended.load(); }));
   EXPECT_EQ(told.last().problem, Problem::Failure);

@@ -6,10 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "driver/plugin_driver.h"
 #include "session/camera_list.h"
 #include "session/session.h"
 
-namespace lumsar::viewer {
+namespace lumsar::host {
 
 enum class CameraState { Off, On, InUse, Unplugged, Refused };
 
@@ -33,7 +34,10 @@ enum class Problem {
   ServiceSilent,
   PortClosed,
   NoAnswer,  // of the VM
-  NotOurs
+  NotOurs,
+  // Of an RDP server:
+  NoChannel,
+  ChannelSilent
 };
 
 struct CameraModel {
@@ -50,7 +54,7 @@ struct CameraModel {
 };
 
 // What the session and the camera service's latest list, which was made for it, mean.
-CameraModel describeCameras(const host::Session::State& session,
-                            const std::optional<host::CameraList>& list, bool serviceAnswers);
+CameraModel describeCameras(const Session::State& session, const std::optional<CameraList>& list,
+                            bool serviceAnswers, Protocol protocol);
 
-}  // namespace lumsar::viewer
+}  // namespace lumsar::host

@@ -4,28 +4,30 @@
 
 #include "base/text/utf8.h"
 
-namespace lumsar::viewer {
+namespace lumsar::host {
 
 namespace {
 
-using host::CameraList;
-
-Problem problemOf(const host::Session::State& session, bool serviceAnswers) {
+// A SPICE server tells of a port that nobody in the VM has opened; an RDP server's channel may look
+// open when it is not.
+Problem problemOf(const Session::State& session, bool serviceAnswers, Protocol protocol) {
+  const bool isRdp = protocol == Protocol::Rdp;
   if (!session.initialised) return Problem::NoService;
   if (!serviceAnswers) return Problem::ServiceSilent;
-  if (!session.channelOpen) return Problem::PortClosed;
+  if (!session.channelOpen) return isRdp ? Problem::NoChannel : Problem::PortClosed;
   if (session.answered) return Problem::None;
-  return session.strayed ? Problem::NotOurs : Problem::NoAnswer;
+  if (session.strayed) return Problem::NotOurs;
+  return isRdp ? Problem::ChannelSilent : Problem::NoAnswer;
 }
 
-CameraState stateOf(const host::ListedCamera& camera) {
+CameraState stateOf(const ListedCamera& camera) {
   if (!camera.present) return CameraState::Unplugged;
   if (!camera.sharedHere) return CameraState::Off;
   return camera.inUseHere ? CameraState::InUse : CameraState::On;
 }
 
 // A refusal is shown with its camera, also where the rules hide that from this VM.
-void addRefusal(std::vector<CameraRow>& rows, const host::ListedRefusal& refusal) {
+void addRefusal(std::vector<CameraRow>& rows, const ListedRefusal& refusal) {
   if (refusal.camera.empty()) return;
   const auto row = std::ranges::find_if(rows, [&](const CameraRow& each) {
     return each.id == refusal.camera || each.name == refusal.camera;
@@ -54,20 +56,20 @@ std::vector<std::string> CameraModel::shared() const {
   return ids;
 }
 
-CameraModel describeCameras(const host::Session::State& session,
-                            const std::optional<CameraList>& list, bool serviceAnswers) {
-  CameraModel model{.problem = problemOf(session, serviceAnswers)};
+CameraModel describeCameras(const Session::State& session, const std::optional<CameraList>& list,
+                            bool serviceAnswers, Protocol protocol) {
+  CameraModel model{.problem = problemOf(session, serviceAnswers, protocol)};
   if (!session.initialised || !list) return model;
   model.isListed = true;
-  for (const host::ListedCamera& camera : list->cameras) {
+  for (const ListedCamera& camera : list->cameras) {
     model.cameras.push_back(
         {camera.id, base::clean(camera.name), stateOf(camera), camera.sharedHere});
   }
-  for (const host::ListedCamera& camera : list->awaited) {
+  for (const ListedCamera& camera : list->awaited) {
     model.cameras.push_back({camera.id, base::clean(camera.name), CameraState::Unplugged, true});
   }
-  for (const host::ListedRefusal& refusal : list->refusals) addRefusal(model.cameras, refusal);
+  for (const ListedRefusal& refusal : list->refusals) addRefusal(model.cameras, refusal);
   return model;
 }
 
-}  // namespace lumsar::viewer
+}  // namespace lumsar::host

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-namespace lumsar::viewer {
+namespace lumsar::host {
 
 class Choices {
  public:
@@ -36,4 +36,4 @@ class Choices {
   std::string m_warning;
 };
 
-}  // namespace lumsar::viewer
+}  // namespace lumsar::host

@@ -6,17 +6,22 @@
 namespace lumsar::test {
 namespace {
 
-using namespace viewer;
+using namespace host;
 
-host::Session::State session(bool answered = true) {
-  host::Session::State state;
+Session::State session(bool answered = true) {
+  Session::State state;
   state.initialised = state.channelOpen = true;
   state.answered = answered;
   return state;
 }
 
+CameraModel describe(const Session::State& state, const std::optional<CameraList>& list,
+                     bool serviceAnswers = true, Protocol protocol = Protocol::Spice) {
+  return describeCameras(state, list, serviceAnswers, protocol);
+}
+
 CameraModel modelOf(const std::string& list) {
-  return describeCameras(session(), host::readList(list), true);
+  return describe(session(), readList(list));
 }
 
 CameraRow rowOf(const std::string& camera) {
@@ -74,21 +79,21 @@ TEST(CameraModel, NamesAreMadeHarmless) {
 }
 
 TEST(CameraModel, NoListIsNotAnEmptyList) {
-  EXPECT_FALSE(describeCameras(session(), std::nullopt, true).isListed);
+  EXPECT_FALSE(describe(session(), std::nullopt).isListed);
   EXPECT_TRUE(modelOf("{}").isListed);
-  EXPECT_FALSE(describeCameras({}, host::readList("{}"), true).isListed);
+  EXPECT_FALSE(describe({}, readList("{}")).isListed);
 }
 
 TEST(CameraModel, WhatIsMissing) {
-  const auto problem = [](const host::Session::State& state, bool serviceAnswers = true) {
-    return describeCameras(state, host::readList("{}"), serviceAnswers).problem;
+  const auto problem = [](const Session::State& state, bool serviceAnswers = true) {
+    return describe(state, readList("{}"), serviceAnswers).problem;
   };
   EXPECT_EQ(problem({}), Problem::NoService);
-  host::Session::State closed = session();
+  Session::State closed = session();
   closed.channelOpen = false;
   EXPECT_EQ(problem(closed), Problem::PortClosed);
   EXPECT_EQ(problem(session(false)), Problem::NoAnswer);
-  host::Session::State stray = session(false);
+  Session::State stray = session(false);
   stray.strayed = true;
   EXPECT_EQ(problem(stray), Problem::NotOurs);
   // Of a former program at the port.
@@ -96,6 +101,18 @@ TEST(CameraModel, WhatIsMissing) {
   stray.handshakes = stray.strayBytes = 5;
   EXPECT_EQ(problem(stray), Problem::NoAnswer);
   EXPECT_EQ(problem(session(), false), Problem::ServiceSilent);
+  EXPECT_EQ(problem(session()), Problem::None);
+}
+
+// Its server may block the channel, and has no ports.
+TEST(CameraModel, WhatIsWrongWithAnRdpConnection) {
+  const auto problem = [](const Session::State& state) {
+    return describe(state, readList("{}"), true, Protocol::Rdp).problem;
+  };
+  Session::State closed = session();
+  closed.channelOpen = false;
+  EXPECT_EQ(problem(closed), Problem::NoChannel);
+  EXPECT_EQ(problem(session(false)), Problem::ChannelSilent);
   EXPECT_EQ(problem(session()), Problem::None);
 }
 

@@ -13,7 +13,7 @@
 namespace lumsar::test {
 namespace {
 
-using viewer::Choices;
+using host::Choices;
 
 struct ChoicesTest : testing::Test {
   Choices choices(const std::string& vm = "vm") { return Choices(file, vm); }

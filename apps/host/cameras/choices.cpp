@@ -15,7 +15,7 @@
 #include "base/text/format.h"
 #include "json/json.h"
 
-namespace lumsar::viewer {
+namespace lumsar::host {
 
 namespace {
 
@@ -108,4 +108,4 @@ bool Choices::remember(std::optional<Cameras> cameras) {
   return true;
 }
 
-}  // namespace lumsar::viewer
+}  // namespace lumsar::host
