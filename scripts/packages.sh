@@ -106,6 +106,7 @@ libvirt-daemon                   file:/usr/sbin/libvirtd
 libvirt-daemon-driver-qemu       file:/usr/lib/*/libvirt/connection-driver/libvirt_driver_qemu.so
 libvirt-clients                  cmd:virsh
 virt-manager                     cmd:virt-manager
+gir1.2-spiceclientgtk-3.0        file:/usr/lib/*/girepository-1.0/SpiceClientGtk-3.0.typelib
 gnome-boxes                      cmd:gnome-boxes
 xdg-desktop-portal               file:/usr/libexec/xdg-desktop-portal
 libglib2.0-bin                   cmd:gdbus

@@ -13,7 +13,7 @@ start_screen() {
 }
 
 # window HOW PATTERN: the number of a visible one
-window() { xdotool search --onlyvisible "$1" "$2" 2>/dev/null | head -n 1; }
+window() { xdotool search --onlyvisible "$1" "$2" 2>/dev/null | head -n 1 || true; }
 has_window() { [ -n "$(window "$@")" ]; }
 
 # press WINDOW KEY...

@@ -102,7 +102,7 @@ start_session_bus() {
   wait_until "the start of the session's bus" test -S "$run/bus"
 }
 
-remmina_profile() {  # FILE NAME PORT: with the line that docs/rdp.md shows
+remmina_profile() {  # FILE NAME PORT [OPTIONS]: with the line that docs/rdp.md shows
   cat >"$1" <<INI
 [remmina]
 name=$2
@@ -111,7 +111,10 @@ server=127.0.0.1:$3
 username=na
 security=tls
 cert_ignore=1
-vc=lumsar
+vc=lumsar${4:-}
+resolution_mode=2
+resolution_width=${width:-640}
+resolution_height=${height:-480}
 INI
   remmina --update-profile "$1" --set-option password=na >/dev/null 2>&1
 }
