@@ -54,18 +54,18 @@ Program::~Program() = default;
 std::vector<std::unique_ptr<SinkFactory>> Program::openOutputs(
     std::unique_ptr<SinkFactory> pipewire) {
   std::vector<std::unique_ptr<SinkFactory>> outputs;
-  if ((pipewire || !m_options.videoDevices.empty()) && !Decoder::isUsable()) {
+  const bool decodes = pipewire || !m_options.videoDevices.empty();
+  if (decodes && !Decoder::isUsable()) {
     base::logWarning(
         "frames are not decoded, as {} is not there or cannot run: programs get them as cameras "
         "send them, and "
         "few can show H264",
         Decoder::path());
-  } else if (m_options.hardwareDecoding) {
+  } else if (decodes && m_options.hardwareDecoding) {
     if (Decoder::useHardware()) {
-      base::logInfo("H264 is decoded on the graphics device");
+      base::logInfo("H264 is decoded on the graphics device as far as that can");
     } else {
-      base::logWarning(
-          "no graphics device can decode H264 here (VA-API); the processor decodes it");
+      base::logWarning("there is no graphics device for decoding (VA-API); the processor decodes");
     }
   }
   if (pipewire) outputs.push_back(std::move(pipewire));

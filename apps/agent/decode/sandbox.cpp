@@ -35,8 +35,10 @@ constexpr std::array kAllowed = {
     SCMP_SYS(rt_sigprocmask), SCMP_SYS(getpid), SCMP_SYS(gettid)};
 
 // What drivers of graphics devices do as well. One that does more is ended for it.
-constexpr std::array kAllowedWithGraphics = {SCMP_SYS(ioctl), SCMP_SYS(poll), SCMP_SYS(sched_yield),
+constexpr std::array kAllowedWithGraphics = {SCMP_SYS(poll), SCMP_SYS(sched_yield),
                                              SCMP_SYS(clock_nanosleep)};
+// The types of their requests: graphics devices, buffers, sync files.
+constexpr std::array kGraphicsRequests = {'d', 'b', '>'};
 
 // A call that is allowed only with this argument.
 struct Restricted {
@@ -82,7 +84,15 @@ void filterCalls(int socket, Devices devices) {
     }
   };
   allow(kAllowed);
-  if (devices == Devices::Graphics) allow(kAllowedWithGraphics);
+  if (devices == Devices::Graphics) {
+    allow(kAllowedWithGraphics);
+    for (const char type : kGraphicsRequests) {
+      const scmp_arg_cmp request = {1, SCMP_CMP_MASKED_EQ, 0xFF00,
+                                    static_cast<scmp_datum_t>(type) << 8U};
+      if (result != 0) break;
+      result = seccomp_rule_add_array(filter.get(), SCMP_ACT_ALLOW, SCMP_SYS(ioctl), 1, &request);
+    }
+  }
   // For the threads that a driver has started, too.
   if (result == 0) result = seccomp_attr_set(filter.get(), SCMP_FLTATR_CTL_TSYNC, 1);
   for (const auto& [call, argument] : restricted) {

@@ -32,7 +32,7 @@ constexpr auto kFirstRestart = 100ms;
 constexpr auto kLongestRestart = 10s;
 constexpr RawFormat kTrialFormat = {kRawI420, {16, 16}, false};
 
-bool shouldUseHardware = false;
+auto usedHardware = Decoder::Hardware::No;
 
 int checked(int result, const char* what) {
   if (result < 0) throw std::system_error(errno, std::generic_category(), what);
@@ -113,14 +113,17 @@ bool Decoder::isUsable() {
 }
 
 bool Decoder::useHardware() {
-  shouldUseHardware = true;
-  Decoder trial(kTrialFormat);
-  return trial.decodesAnImage() && trial.m_hasHardware;
+  Decoder trial(kTrialFormat, Hardware::IfThere);
+  const bool isThere = trial.decodesAnImage() && trial.m_hasHardware;
+  usedHardware = isThere ? Hardware::IfThere : Hardware::No;
+  return isThere;
 }
 
-Decoder::Decoder(const RawFormat& format)
+Decoder::Decoder(const RawFormat& format) : Decoder(format, usedHardware) {}
+
+Decoder::Decoder(const RawFormat& format, Hardware hardware)
     : m_format(format),
-      m_mayUseHardware(shouldUseHardware),
+      m_mayUseHardware(hardware == Hardware::IfThere),
       m_backOff(kFirstRestart, kLongestRestart) {}
 
 Decoder::~Decoder() {
@@ -179,6 +182,10 @@ bool Decoder::spawn(int socket, std::string& why) {
   }
   posix_spawn_file_actions_addopen(&files.actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
   posix_spawn_file_actions_addopen(&files.actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  // No terminal is left to a driver's system calls.
+  if (m_mayUseHardware) {
+    posix_spawn_file_actions_addopen(&files.actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+  }
   posix_spawn_file_actions_addclosefrom_np(&files.actions, kDecoderRaw + 1);
   const std::string program = path();
   std::array<std::string, 6> words = {program,
@@ -245,8 +252,8 @@ bool Decoder::ask(const Frame& frame, DecodeReply& reply, std::string& why) {
 
 // A driver is the likeliest reason for a decoder to end or to hang.
 void Decoder::leaveHardware(std::string& why) {
-  if (!m_hasHardware || m_cancelled) return;
-  m_mayUseHardware = m_hasHardware = false;
+  if (!m_mayUseHardware || m_cancelled) return;
+  m_mayUseHardware = false;
   why += ", without its hardware";
 }
 

@@ -24,10 +24,13 @@ class Decoder {
   static std::string path();
   // Whether it is there and decodes. Tried once, with the first call.
   static bool isUsable();
-  // Decoders that are made later use hardware for H.264, if there is any, which is returned.
+  // Decoders that are made later may use hardware for H.264, if there is any, which is returned.
   static bool useHardware();
 
+  enum class Hardware { No, IfThere };
+  // With hardware as useHardware() has found.
   explicit Decoder(const RawFormat& format);
+  Decoder(const RawFormat& format, Hardware hardware);
   Decoder(const Decoder&) = delete;
   Decoder& operator=(const Decoder&) = delete;
   ~Decoder();

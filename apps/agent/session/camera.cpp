@@ -16,7 +16,6 @@ using namespace std::chrono_literals;
 constexpr auto kStopDelay = 500ms;
 constexpr auto kStatisticsInterval = 1s;
 constexpr auto kKeyRequestInterval = 500ms;
-// The camera service finds out by them how long frames are on the way.
 
 std::uint32_t narrow(std::uint64_t value) {
   constexpr std::uint64_t kMax = std::numeric_limits<std::uint32_t>::max();

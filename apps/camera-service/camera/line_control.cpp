@@ -40,10 +40,15 @@ bool isAfter(std::uint32_t sequence, std::uint32_t other) {
 void ByteRate::add(std::size_t bytes, std::int64_t now) {
   if (m_pieces.empty()) m_begin = now;
   m_pieces.push_back({now, bytes});
+  forget(now);
+}
+
+void ByteRate::forget(std::int64_t now) {
+  while (!m_pieces.empty() && m_pieces.front().time < now - kRateSpan) m_pieces.pop_front();
 }
 
 double ByteRate::rate(std::int64_t now) {
-  while (!m_pieces.empty() && m_pieces.front().time < now - kRateSpan) m_pieces.pop_front();
+  forget(now);
   std::size_t bytes = 0;
   for (const Piece& piece : m_pieces) bytes += piece.bytes;
   const auto span = std::clamp(now - m_begin, kShortestRateSpan, kRateSpan);
@@ -148,16 +153,19 @@ void LineControl::rise(std::int64_t now, double wanted) {
 std::int64_t LineControl::fullFor(std::int64_t now) {
   if (!m_reports) return 0;
   const std::int64_t silent = silentFor(now);
-  if (waiting(silent) > kMostWaiting) judge(m_onTheWay.front().sequence, silent, now);
+  if (waiting(silent) > kMostWaiting) judge(oldestAsked()->sequence, silent, now);
   if (!isFull(now)) return m_fullSince = 0;
   if (m_fullSince == 0) m_fullSince = now;
   return std::max<std::int64_t>(1, now - m_fullSince);
 }
 
 std::int64_t LineControl::silentFor(std::int64_t now) const {
-  if (!m_reports) return 0;
-  const auto oldest = std::ranges::find_if(m_onTheWay, &Sent::isAsked);
-  return oldest == m_onTheWay.end() ? 0 : now - oldest->time;
+  const auto oldest = oldestAsked();
+  return !m_reports || oldest == m_onTheWay.end() ? 0 : now - oldest->time;
+}
+
+std::deque<LineControl::Sent>::const_iterator LineControl::oldestAsked() const {
+  return std::ranges::find_if(m_onTheWay, &Sent::isAsked);
 }
 
 bool LineControl::isFull(std::int64_t now) const {

@@ -21,8 +21,11 @@ class ByteRate {
  public:
   void add(std::size_t bytes, std::int64_t now);
   double rate(std::int64_t now);
+  std::size_t size() const { return m_pieces.size(); }  // what it holds
 
  private:
+  void forget(std::int64_t now);
+
   struct Piece {
     std::int64_t time;
     std::size_t bytes;
@@ -76,6 +79,7 @@ class LineControl {
   };
 
   bool asks(std::int64_t now) const;
+  std::deque<Sent>::const_iterator oldestAsked() const;
   std::int64_t waiting(std::int64_t delay) const;
   void judge(std::uint32_t sequence, std::int64_t delay, std::int64_t now);
   bool isPersistent(bool late, std::int64_t now);

@@ -75,14 +75,27 @@ TEST_F(Sandbox, UsesNoDevice) {
   expectKilledFor([] { ioctl(STDIN_FILENO, FIONREAD, nullptr); });
 }
 
+// Type, number and size as of a request to a graphics device.
+constexpr unsigned long kVersionRequest = _IOC(_IOC_READ | _IOC_WRITE, 'd', 0, 64);
+
 TEST_F(Sandbox, MayUseAGraphicsDeviceThatIsOpen) {
   EXPECT_EXIT(
       {
         enterSandbox(STDOUT_FILENO, agent::Devices::Graphics);
-        ioctl(STDIN_FILENO, FIONREAD, nullptr);
+        ioctl(STDIN_FILENO, kVersionRequest, nullptr);
         std::_Exit(5);
       },
       testing::ExitedWithCode(5), "");
+}
+
+TEST_F(Sandbox, ButNotATerminal) {
+  EXPECT_EXIT(
+      {
+        enterSandbox(STDOUT_FILENO, agent::Devices::Graphics);
+        ioctl(STDIN_FILENO, TIOCSTI, "x");
+        std::_Exit(0);
+      },
+      testing::KilledBySignal(SIGSYS), "");
 }
 
 TEST_F(Sandbox, HoldsThreadsThatRunAlready) {

@@ -137,15 +137,27 @@ TEST_F(DecoderTest, ThatIsKilledIsStartedAgain) {
   EXPECT_NE(process(), killed);
 }
 
-TEST_F(DecoderTest, WithoutHardwareTheProcessorDecodes) {
-  const bool hasHardware = Decoder::useHardware();
+// Of the last argument with which the one decoder that runs was started.
+bool mayUseHardware(pid_t decoder) {
+  return has(readFile(text("/proc/{}/cmdline", decoder)), "hardware");
+}
+
+TEST_F(DecoderTest, HardwareThatIsNotThereIsNotAskedForAgain) {
+  if (Decoder::useHardware()) GTEST_SKIP() << "this machine has such a device";
   Decoder other{{kRawI420, kSize, false}};
-  if (!H264Stream::isThere()) GTEST_SKIP() << "libavcodec lacks libx264";
-  H264Stream stream(kSize.width, kSize.height);
-  const FramePtr raw = other.decode(frameOf(stream.next(100), kEncodingH264), why);
-  ASSERT_TRUE(raw) << why;
-  EXPECT_NEAR(raw->data[0], 100, 3);
-  EXPECT_TRUE(has(readFile(text("/proc/{}/cmdline", process())), "hardware")) << hasHardware;
+  ASSERT_TRUE(other.decode(greyFrame(), why)) << why;
+  EXPECT_FALSE(mayUseHardware(process()));
+}
+
+TEST_F(DecoderTest, IsLeftForTheProcessorWhenItEndsWithHardware) {
+  Decoder other{{kRawI420, kSize, false}, Decoder::Hardware::IfThere};
+  ASSERT_TRUE(other.decode(greyFrame(), why)) << why;
+  ASSERT_TRUE(mayUseHardware(process()));
+  kill(process(), SIGKILL);
+  ASSERT_TRUE(eventually([&] { return !other.decode(greyFrame(), why); }));
+  EXPECT_TRUE(has(why, ", without its hardware")) << why;
+  ASSERT_TRUE(eventually([&] { return other.decode(greyFrame(), why) != nullptr; })) << why;
+  EXPECT_FALSE(mayUseHardware(process()));
 }
 
 TEST_F(DecoderTest, ThatHangsIsStartedAgain) {

@@ -101,6 +101,13 @@ class Simulation {
   std::deque<Frame> m_reports;
 };
 
+TEST(ByteRateTest, HoldsNoMoreThanItNeeds) {
+  service::ByteRate rate;
+  for (std::int64_t now = 0; now < 600 * kSecond; now += 10 * kMs) rate.add(100, now);
+  EXPECT_LE(rate.size(), 102U);
+  EXPECT_NEAR(rate.rate(600 * kSecond), 10'000, 200);
+}
+
 TEST(LineControlTest, AFastLineIsNoLimit) {
   Simulation line(kFast, kMs);
   line.run(30);
