@@ -11,7 +11,8 @@ namespace lumsar::service {
 
 bool h264Available();
 
-// GStreamer's elements that can encode H.264 here, in the order of preference.
+// For tests, which try each: GStreamer's elements that can encode H.264 here, in the order of
+// preference.
 std::vector<std::string> h264Encoders();
 // One of them, floating; null when it does not accept its settings.
 GstElement* makeH264Encoder(const std::string& name, const CapturePlan& plan);

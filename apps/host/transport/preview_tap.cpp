@@ -62,9 +62,10 @@ void PreviewTap::copy(std::span<const unsigned char> frame, Clock::time_point no
 // The newest of those that can be decoded by themselves, and every unit of H.264.
 bool PreviewTap::Camera::wants(const CameraFrame& fields, Clock::time_point now) {
   if (fields.encoding == kEncodingH264) {
-    if (isBehind || (needsKey && (fields.flags & kFrameIsKey) == 0)) return false;
-    needsKey = false;
-    return true;
+    const bool isGap = fields.sequence != last + 1;
+    last = fields.sequence;
+    needsKey = (needsKey || isGap) && (fields.flags & kFrameIsKey) == 0;
+    return !needsKey && !isBehind;
   }
   if (now < next) return false;
   next = now + kPreviewInterval;

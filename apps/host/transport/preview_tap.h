@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <exception>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -35,14 +36,20 @@ class PreviewTap {
     std::vector<unsigned char> data;  // empty when it is too large or nobody keeps up
   };
 
-  // Nothing is copied while it is closed. Each opening begins anew.
+  // Nothing is copied while it is closed. Each opening begins again.
   void open();
   void close();
 
   // By the queue, with complete messages: one that is not a frame; a frame that leaves.
   void pass(std::span<const unsigned char> control);
-  void sent(std::span<const unsigned char> frame) {
-    if (m_isOpen.load(std::memory_order_relaxed)) copy(frame, Clock::now());
+  // Without memory for it there is no preview, and the frame goes on.
+  void sent(std::span<const unsigned char> frame) noexcept {
+    if (!m_isOpen.load(std::memory_order_relaxed)) return;
+    try {
+      copy(frame, Clock::now());
+    } catch (const std::exception&) {
+      close();
+    }
   }
   // The cameras of the connection are announced again.
   void forget();
@@ -61,8 +68,9 @@ class PreviewTap {
     std::deque<Frame> waiting = {};
     std::size_t bytes = 0;  // of what waits
     Clock::time_point next = {};
-    bool needsKey = true;   // of H.264
-    bool isBehind = false;  // H.264 has come faster than it was taken
+    bool needsKey = true;    // of H.264
+    std::uint32_t last = 0;  // frame's number, of H.264
+    bool isBehind = false;   // H.264 has come faster than it was taken
 
     bool wants(const CameraFrame& fields, Clock::time_point now);
     void keep(const CameraFrame& fields, std::span<const unsigned char> data);

@@ -58,11 +58,10 @@ bool SendQueue::sendNow(std::span<const unsigned char> message) {
   if (!m_fragments.isWhole(message)) return false;
   const std::size_t sent = m_sendNow(message);
   if (sent == 0) return false;
-  if (countMessage(message)) {
-    ++m_counters.framesSent;
-    if (m_tap) m_tap->sent(message);
-  }
+  const bool isFrame = countMessage(message);
+  if (isFrame) ++m_counters.framesSent;
   m_counters.bytesSent += sent;
+  if (isFrame && m_tap) m_tap->sent(message);
   if (sent == message.size()) return true;
   // The rest can no longer be dropped. Before the queue's lock is released nothing comes between.
   const auto rest = message.subspan(sent);

@@ -85,17 +85,21 @@ TEXT
   (cd "$work/image" && find . | "$guest/busybox" cpio -o -H newc 2>/dev/null) >"$work/initramfs"
 }
 
-# run_vm HOST_COMMAND...: with this machine's files, to be mounted by the name "programs", until the
-# checks have run.
+# run_vm HOST_COMMAND...: until the checks have run. Where with_programs is set, this machine's files
+# can be mounted by the name "programs".
+with_programs=''
 run_vm() {
-  local command commands=()
+  local command commands=() files=()
+  if [ -n "$with_programs" ]; then
+    files=(-fsdev "local,id=programs,path=/,security_model=none,readonly=on,multidevs=remap"
+      -device "virtio-9p-pci,fsdev=programs,mount_tag=programs")
+  fi
   for command in "$@"; do commands+=(--exec "$command"); done
   make_image
   in_background qemu qemu-system-x86_64 -nodefaults -no-user-config -display none -no-reboot \
     -machine q35 -accel tcg -m 3072 -kernel "$guest/vmlinux" -initrd "$work/initramfs" \
     -append "console=ttyS0 quiet systemd.show_status=0" -serial "file:$work/console" \
-    -fsdev local,id=programs,path=/,security_model=none,readonly=on,multidevs=remap \
-    -device virtio-9p-pci,fsdev=programs,mount_tag=programs \
+    "${files[@]}" \
     -spice "unix=on,disable-ticketing=on,addr=$work/spice" -device virtio-serial-pci \
     -chardev "spiceport,id=camera,name=$port" -device "virtserialport,chardev=camera,name=$port"
   local vm=$!

@@ -25,6 +25,16 @@ CapturePlan planOf(int width, int height) {
   return plan;
 }
 
+constexpr GstClockTime kTimeout = 60 * GST_SECOND;
+
+// Some encoders have one that is fixed while they run.
+bool hasLiveBitRate(GstElement* encoder) {
+  const GstPtr<GstElement> element(gst_bin_get_by_name(GST_BIN(encoder), "h264"));
+  const GParamSpec* const property =
+      g_object_class_find_property(G_OBJECT_GET_CLASS(element.get()), "bitrate");
+  return property == nullptr || (property->flags & GST_PARAM_MUTABLE_PLAYING) != 0;
+}
+
 // Noise: whatever the bit rate, there is no room for it.
 class Encoding {
  public:
@@ -61,8 +71,9 @@ class Encoding {
   double bytesUntil(double time) {
     double bytes = 0;
     while (m_time < time) {
-      const GstPtr<GstSample> sample(gst_app_sink_pull_sample(GST_APP_SINK(m_sink.get())));
-      if (!sample) throw std::runtime_error("the encoder has ended");
+      const GstPtr<GstSample> sample(
+          gst_app_sink_try_pull_sample(GST_APP_SINK(m_sink.get()), kTimeout));
+      if (!sample) throw std::runtime_error("the encoder has ended or hangs");
       GstBuffer* const buffer = gst_sample_get_buffer(sample.get());
       bytes += static_cast<double>(gst_buffer_get_size(buffer));
       m_time = static_cast<double>(GST_BUFFER_PTS(buffer)) / static_cast<double>(GST_SECOND);
@@ -91,6 +102,7 @@ TEST_F(EncoderTest, EachFollowsItsBitRateWhileItRuns) {
     Encoding encoding(makeH264Encoder(name, plan));
     const double full = plan.bitRate;
     EXPECT_NEAR(encoding.bitsASecond(), full, full / 2);
+    if (!hasLiveBitRate(encoding.encoder())) continue;
     plan.bitRate /= 4;
     plan.isThinned = true;
     setEncoderRate(encoding.encoder(), plan);

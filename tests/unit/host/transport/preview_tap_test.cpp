@@ -95,6 +95,18 @@ TEST_F(PreviewTapTest, KeepsTheUnitsOfH264FromAKeyFrameOn) {
   EXPECT_EQ(next(), std::nullopt) << "those before it are missing";
 }
 
+TEST_F(PreviewTapTest, AfterAGapH264WaitsForAKeyFrame) {
+  copy(unit(1, 1, kFrameIsKey));
+  copy(unit(1, 2));
+  copy(unit(1, 4));
+  copy(unit(1, 5));
+  copy(unit(1, 6, kFrameIsKey));
+  copy(unit(1, 7));
+  std::vector<std::uint32_t> copied;
+  while (const auto sequence = next()) copied.push_back(*sequence);
+  EXPECT_EQ(copied, (std::vector<std::uint32_t>{1, 2, 6, 7}));
+}
+
 TEST_F(PreviewTapTest, GivesUpH264ThatNobodyTakesInTime) {
   for (std::uint32_t i = 0; i <= kMaxPreviewUnits; ++i) copy(unit(1, i, kFrameIsKey));
   const auto copied = tap.take();
