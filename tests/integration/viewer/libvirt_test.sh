@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Viewers that ask libvirt for their VM, with the module: a camera is switched on in the window and
-# read in the guest, also once the VM has been started again. Run by ctest (label long) or by hand.
+# read in the guest, with most of them also once the VM has been started again. Run by ctest (label long) or by hand.
 #   libvirt_test.sh BIN virt-viewer|virt-manager|gnome-boxes
 # Exit codes: 0 passed, 1 failed, 77 skipped because something is not installed.
 set -euo pipefail
@@ -120,7 +120,8 @@ export DBUS_SESSION_BUS_ADDRESS=unix:path=$run/bus
 bus_pid=$!
 wait_until "the session's bus" test -S "$run/bus"
 start_libvirt
-virsh create "$run/domain.xml"
+virsh define "$run/domain.xml"
+virsh start Desktop
 start_viewer
 wait_until "the VM's answer" said viewer.log "VM answered" 1
 wait_until "the viewer's window" has_window --name 'Desktop|^Boxes$'
@@ -130,12 +131,15 @@ wait_until "the switch" said service.log "is shared with VM" 1
 press "$cameras" alt+r
 wait_until "a camera's frames in the guest" said console.log "the guest has read frames" 1
 
-virsh destroy Desktop
-wait_until "the end of the connection" said viewer.log "connection to the VM has ended" 1
-virsh create "$run/domain.xml"
-wait_until "the answer of the VM that was started again" said viewer.log "VM answered" 2
-wait_until "the camera that was remembered" said service.log "is shared with VM" 2
-wait_until "its frames" said console.log "the guest has read frames" 1
+# GNOME Boxes leaves a VM that has ended.
+if [ "$viewer" != gnome-boxes ]; then
+  virsh destroy Desktop
+  wait_until "the end of the connection" said viewer.log "connection to the VM has ended" 1
+  virsh start Desktop
+  wait_until "the answer of the VM that was started again" said viewer.log "VM answered" 2
+  wait_until "the camera that was remembered" said service.log "is shared with VM" 2
+  wait_until "its frames" said console.log "the guest has read frames" 1
+fi
 
 if [ "$viewer" = virt-viewer ]; then
   press "$cameras" Escape
