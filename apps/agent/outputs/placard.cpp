@@ -150,8 +150,9 @@ class Scan {
 Bytes jpegPlacard(const Text& text, FrameSize size) {
   const unsigned w = size.width;
   const unsigned h = size.height;
-  Bytes jpeg{0xFF, 0xD8, 0xFF, 0xDB, 0, 67, 0};
-  jpeg.insert(jpeg.end(), 64, Scan::kQuantisation);
+  constexpr std::array<unsigned char, 7> kBegin = {0xFF, 0xD8, 0xFF, 0xDB, 0, 67, 0};
+  Bytes jpeg(kBegin.size() + 64, Scan::kQuantisation);
+  std::copy(kBegin.begin(), kBegin.end(), jpeg.begin());
   // Three components, the two of colour at half the size each way.
   segment(jpeg, 0xC0,
           {8, h >> 8U, h & 0xFFU, w >> 8U, w & 0xFFU, 3, 1, 0x22, 0, 2, 0x11, 0, 3, 0x11, 0});

@@ -111,7 +111,7 @@ void Report::setSink(std::function<void(const std::string&)> sink) {
 void Report::say(const std::string& line, const std::string& answer) {
   std::string text = timeOfDay() + shown(line);
   std::istringstream lines(answer);
-  for (std::string each; std::getline(lines, each);) text += "\n" + shown(each);
+  for (std::string each; std::getline(lines, each);) text.append("\n").append(shown(each));
   const std::lock_guard lock(m_mutex);
   if (m_sink) return m_sink(text);
   std::FILE* stream = m_toStderr ? stderr : stdout;

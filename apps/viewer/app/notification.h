@@ -8,7 +8,7 @@
 namespace lumsar::viewer {
 
 // Says that the VM begins to use cameras, and takes that back when it has ended. False when there
-// is something to say and the program has no notifications.
+// is something to say and nobody shows notifications, or nobody is known yet to do so.
 bool notifyOfUse(const std::string& vm, const CameraModel& before, const CameraModel& now);
 
 }  // namespace lumsar::viewer

@@ -163,7 +163,7 @@ std::string ViewerCameras::noteOnOthers() const {
     g_autofree char* note =
         g_strdup_printf(tr("%s gets the cameras when the connection to %s ends."),
                         vm->identity.name.c_str(), m_vms.front().identity.name.c_str());
-    notes += (notes.empty() ? "" : "\n") + std::string(note);
+    notes.append(notes.empty() ? "" : "\n").append(note);
   }
   return notes;
 }

@@ -25,7 +25,7 @@ struct Notifications : testing::Test {
       GTEST_SKIP() << "install dbus-daemon";
     }
     g_test_dbus_up(bus);
-    serve();
+    if (hasDesktop) serve();
     application = g_application_new("org.lumsar.Test", GApplicationFlags{});
     ASSERT_TRUE(g_application_register(application, nullptr, nullptr));
     g_application_set_default(application);
@@ -84,6 +84,7 @@ struct Notifications : testing::Test {
     });
   }
 
+  bool hasDesktop = true;
   GTestDBus* bus = g_test_dbus_new(G_TEST_DBUS_NONE);  // as long as the process
   GDBusConnection* desktop = nullptr;
   GApplication* application = nullptr;
@@ -95,6 +96,7 @@ TEST_F(Notifications, AUseIsToldAndTakenBack) {
   const CameraModel used{.cameras = {{"a", "Front", CameraState::InUse, true},
                                      {"b", "Desk", CameraState::InUse, true}}};
   EXPECT_TRUE(notifyOfUse("VM-1", {}, off));
+  roundTrip();
   EXPECT_TRUE(notifyOfUse("VM-1", off, used));
   EXPECT_TRUE(notifyOfUse("VM-1", used, used));
   EXPECT_TRUE(comes([this] { return told == "VM-1 uses your camera: Front, Desk\n"; })) << told;
@@ -102,6 +104,17 @@ TEST_F(Notifications, AUseIsToldAndTakenBack) {
   EXPECT_TRUE(notifyOfUse("VM-1", used, {.problem = Problem::ConnectionEnded}));
   EXPECT_TRUE(comes([this] { return told == "VM-1 uses your camera: Front, Desk\nclosed\n"; }))
       << told;
+}
+
+struct NotificationsWithoutADesktop : Notifications {
+  NotificationsWithoutADesktop() { hasDesktop = false; }
+};
+
+TEST_F(NotificationsWithoutADesktop, SayThatNobodyWasTold) {
+  const CameraModel used{.cameras = {{"a", "Front", CameraState::InUse, true}}};
+  EXPECT_TRUE(notifyOfUse("VM-1", {}, {}));
+  roundTrip();
+  EXPECT_FALSE(notifyOfUse("VM-1", {}, used));
 }
 
 TEST(NotificationsWithoutABus, SayThatNobodyWasTold) {

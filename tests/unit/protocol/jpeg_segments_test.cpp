@@ -11,8 +11,10 @@ namespace {
 using namespace protocol;
 
 std::vector<unsigned char> jpegOf(std::initializer_list<unsigned char> segments) {
-  std::vector<unsigned char> jpeg = {0xFF, jpeg::kBegin};
-  jpeg.insert(jpeg.end(), segments);
+  std::vector<unsigned char> jpeg(2 + segments.size());
+  jpeg[0] = 0xFF;
+  jpeg[1] = jpeg::kBegin;
+  std::copy(segments.begin(), segments.end(), jpeg.begin() + 2);
   return jpeg;
 }
 

@@ -1,4 +1,4 @@
-#include "app/open_panel.h"
+#include "addin/open_panel.h"
 
 #include <dlfcn.h>
 

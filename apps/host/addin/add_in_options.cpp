@@ -1,4 +1,4 @@
-#include "app/add_in_options.h"
+#include "addin/add_in_options.h"
 
 #include "base/errors.h"
 #include "base/text/format.h"

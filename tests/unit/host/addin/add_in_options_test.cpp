@@ -1,5 +1,5 @@
 // What the add-in for RDP clients is told, and which VM that is about.
-#include "app/add_in_options.h"
+#include "addin/add_in_options.h"
 
 #include <gtest/gtest.h>
 

@@ -5,8 +5,8 @@
 //   own thread:       what RdpChannel sends
 //   plug-in's thread: CameraHost
 // These first: the RDP library has macros with the names of our status codes.
-#include "app/add_in_options.h"
-#include "app/open_panel.h"
+#include "addin/add_in_options.h"
+#include "addin/open_panel.h"
 #include "cameras/camera_view.h"
 #include "session/camera_host.h"
 #include "session/report.h"
