@@ -4,7 +4,7 @@
 
 # start_screen WIDTHxHEIGHT: sets screen_pid and DISPLAY, for programs at home in $run
 start_screen() {
-  Xvfb -displayfd 1 -screen 0 "$1x24" -nolisten tcp >"$run/display" 2>"$run/screen.log" &
+  Xvfb -displayfd 1 -screen 0 "$1x24" -nolisten tcp -noreset >"$run/display" 2>"$run/screen.log" &
   screen_pid=$!
   wait_until "the screen" test -s "$run/display"
   DISPLAY=:$(cat "$run/display")

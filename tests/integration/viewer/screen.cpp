@@ -16,9 +16,10 @@ constexpr std::size_t kPixels = std::size_t{1280} * 900;
 
 }  // namespace
 
+// It resets itself when its last client goes, which refuses one that comes just then.
 Screen::Screen()
     : m_server({"Xvfb", "-displayfd", "1", "-screen", "0", "1280x900x24", "-nolisten", "tcp",
-                "-fbdir", m_memory.path()},
+                "-noreset", "-fbdir", m_memory.path()},
                {.errorsApart = true}) {}
 
 bool Screen::isUp() {
