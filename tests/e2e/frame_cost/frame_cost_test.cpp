@@ -64,11 +64,12 @@ class FrameCost : public testing::Test {
     sendFrames(kFrames / 4);  // after which buffers have grown
   }
   void send(View record) { service->send(message(IPC_MSG_DATA, record)); }
-  // Slowly enough that none is dropped.
+  // None is dropped: each waits until the agent has copied the one before.
   void sendFrames(int count) {
     for (int i = 0; i < count; ++i) {
+      const std::uint64_t before = inAgent.copies();
       send(record(CameraDataKind::Frame, 1, frameBody(++sequence, jpeg), cameraClock()));
-      std::this_thread::sleep_for(milliseconds(3));
+      ASSERT_TRUE(eventually([&] { return inAgent.copies() > before; })) << agent->output();
     }
   }
   // Of kFrames, a frame, rounded down: what happens once a second does not count.
