@@ -28,13 +28,10 @@ wait_limit=60
 
 # wait_until WHAT COMMAND...: until COMMAND succeeds; fails with WHAT and the logs.
 wait_until() {
-  local tries=$((wait_limit * 20)) what=$1
+  local end=$((SECONDS + wait_limit)) what=$1
   shift
   until "$@" >/dev/null 2>&1; do
-    tries=$((tries - 1))
-    if [ $tries -le 0 ]; then
-      stack_fail "$what did not happen in time"
-    fi
+    [ $SECONDS -lt $end ] || stack_fail "$what did not happen in time"
     sleep 0.05
   done
 }
