@@ -37,12 +37,10 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     const int columns = (from.width + 1) / 2;
     const std::size_t pixels = std::size_t{from.width} * from.height;
     const unsigned char* const colours = planes.data() + pixels;
-    const Image image{AV_PIX_FMT_YUV420P,
-                      from.width,
-                      from.height,
-                      input.byte() % 2 == 0,
-                      {planes.data(), colours, colours + (bytes - pixels) / 2, nullptr},
-                      {from.width, columns, columns, 0}};
+    const lumsar::video::Image image{
+        {AV_PIX_FMT_YUV420P, from.width, from.height, input.byte() % 2 == 0},
+        {planes.data(), colours, colours + (bytes - pixels) / 2, nullptr},
+        {from.width, columns, columns, 0}};
     scaler.scale(image, std::span(to).first(needed));
     for (std::size_t at = needed; at < to.size(); ++at) {
       require(to[at] == kUntouched, "what is behind the frame stays as it is");

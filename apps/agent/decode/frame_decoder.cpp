@@ -5,30 +5,13 @@ namespace {
 
 constexpr std::size_t kReadAhead = 64;  // of libswscale, after an image
 
-Image imageOf(FrameSize size, std::span<const unsigned char> i420) {
+video::Image imageOf(FrameSize size, std::span<const unsigned char> i420) {
   const int columns = (size.width + 1) / 2;
   const unsigned char* const colours = i420.data() + std::size_t{size.width} * size.height;
   const std::size_t colourBytes = (i420Bytes(size) - std::size_t{size.width} * size.height) / 2;
-  return {AV_PIX_FMT_YUV420P,
-          size.width,
-          size.height,
-          true,
+  return {{AV_PIX_FMT_YUV420P, size.width, size.height, true},
           {i420.data(), colours, colours + colourBytes, nullptr},
           {size.width, columns, columns, 0}};
-}
-
-Image imageOf(const AVFrame& frame) {
-  Image image{static_cast<AVPixelFormat>(frame.format), frame.width, frame.height,
-              frame.color_range == AVCOL_RANGE_JPEG};
-  if (frame.format == AV_PIX_FMT_YUVJ420P) {  // the same, but deprecated
-    image.layout = AV_PIX_FMT_YUV420P;
-    image.fullRange = true;
-  }
-  for (std::size_t i = 0; i < image.planes.size(); ++i) {
-    image.planes[i] = frame.data[i];
-    image.strides[i] = frame.linesize[i];
-  }
-  return image;
 }
 
 }  // namespace
@@ -59,7 +42,7 @@ DecodeResult FrameDecoder::decodeH264(base::Bytes unit, bool isKey, std::span<un
   if (!m_h264) m_h264.emplace(m_hardware);
   const DecodeResult result = m_h264->decode(unit, isKey);
   if (result != Decoded) return result;
-  return m_scaler.scale(imageOf(m_h264->frame()), to) ? Decoded : Damaged;
+  return m_scaler.scale(video::imageOf(m_h264->frame()), to) ? Decoded : Damaged;
 }
 
 }  // namespace lumsar::agent

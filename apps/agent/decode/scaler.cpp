@@ -2,14 +2,11 @@
 
 extern "C" {
 #include <libavutil/imgutils.h>
-#include <libavutil/opt.h>
 }
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
-#include <initializer_list>
-#include <new>
-#include <utility>
 
 namespace lumsar::agent {
 namespace {
@@ -69,70 +66,36 @@ void moveTo(int x, int y, const RawFormat& format, Target& target) {
 }  // namespace
 
 // The largest of the image's shape that fits, in the middle.
-Scaler::Area Scaler::areaFor(const Source& source) const {
-  const std::int64_t width = m_format.size.width;
-  const std::int64_t height = m_format.size.height;
-  if (source.width * height == source.height * width) {
-    return {0, 0, static_cast<int>(width), static_cast<int>(height)};
-  }
-  Area area{0, 0, static_cast<int>(width), static_cast<int>(height)};
-  if (source.width * height > source.height * width) {
-    area.height = std::min(area.height, even(width * source.height / source.width));
+Scaler::Area Scaler::areaFor(const video::ImageFormat& image) const {
+  Area area{0, 0, m_format.size.width, m_format.size.height};
+  const std::int64_t width = area.width;
+  const std::int64_t height = area.height;
+  const std::int64_t wider = image.width * height - image.height * width;
+  if (wider > 0) {
+    area.height = std::min(area.height, even(width * image.height / image.width));
     area.y = static_cast<int>((height - area.height) / 2) & ~1;
-  } else {
-    area.width = std::min(area.width, even(height * source.width / source.height));
+  } else if (wider < 0) {
+    area.width = std::min(area.width, even(height * image.width / image.height));
     area.x = static_cast<int>((width - area.width) / 2) & ~1;
   }
   return area;
 }
 
-bool Scaler::prepare(const Source& source) {
-  if (m_source == source) return true;
-  m_source.reset();
-  m_area = areaFor(source);
-  m_context.reset();
-  // Ranges have to be known from the beginning: which code is chosen depends on them.
-  std::unique_ptr<SwsContext, Free> context(sws_alloc_context());
-  if (!context) throw std::bad_alloc();
-  const std::initializer_list<std::pair<const char*, int>> options = {
-      {"srcw", source.width},
-      {"srch", source.height},
-      {"src_format", source.layout},
-      {"src_range", source.fullRange ? 1 : 0},
-      {"dstw", m_area.width},
-      {"dsth", m_area.height},
-      {"dst_format", layoutOf(m_format.encoding)},
-      {"dst_range", m_format.fullRange ? 1 : 0},
-      {"sws_flags", SWS_BILINEAR}};
-  for (const auto& [name, value] : options) av_opt_set_int(context.get(), name, value, 0);
-  if (sws_init_context(context.get(), nullptr, nullptr) < 0) return false;
+bool Scaler::scale(const video::Image& image, std::span<unsigned char> to) {
+  const Area area = areaFor(image.format);
+  const AVPixelFormat layout = layoutOf(m_format.encoding);
   // libswscale writes more than a row, so not into the frame itself.
-  m_scaled.reset(av_frame_alloc());
-  if (!m_scaled) throw std::bad_alloc();
-  m_scaled->format = layoutOf(m_format.encoding);
-  m_scaled->width = m_area.width;
-  m_scaled->height = m_area.height;
-  if (av_frame_get_buffer(m_scaled.get(), 0) != 0) throw std::bad_alloc();
-  m_context = std::move(context);
-  m_source = source;
-  return true;
-}
-
-bool Scaler::scale(const Image& image, std::span<unsigned char> to) {
-  if (!prepare({image.layout, image.width, image.height, image.fullRange})) return false;
+  const AVFrame* const scaled =
+      m_converter.convert(image, {layout, area.width, area.height, m_format.fullRange});
+  if (scaled == nullptr) return false;
   Target target = targetOf(m_format, to);
-  const bool fills = m_area.width == m_format.size.width && m_area.height == m_format.size.height;
+  const bool fills = area.width == m_format.size.width && area.height == m_format.size.height;
   if (!fills) paintBlack(m_format, target);
-  moveTo(m_area.x, m_area.y, m_format, target);
-  AVFrame& scaled = *m_scaled;
-  if (sws_scale(m_context.get(), image.planes.data(), image.strides.data(), 0, image.height,
-                scaled.data, scaled.linesize) != m_area.height) {
-    return false;
-  }
+  moveTo(area.x, area.y, m_format, target);
   std::array<const unsigned char*, 4> from{};
-  std::copy_n(scaled.data, from.size(), from.begin());
-  av_image_copy(target.planes.data(), target.strides.data(), from.data(), scaled.linesize,
-                layoutOf(m_format.encoding), m_area.width, m_area.height);
+  std::copy_n(scaled->data, from.size(), from.begin());
+  av_image_copy(target.planes.data(), target.strides.data(), from.data(), scaled->linesize, layout,
+                area.width, area.height);
   return true;
 }
 
