@@ -36,9 +36,10 @@ struct PreviewViewTest : CameraWindowTest {
     cairo_surface_destroy(surface);
     return image;
   }
-  // Once it has its place.
-  bool shows(guint32 colour, int scale = 1) const {
+  // Once it has its place. The image comes again and again, as an old one is not shown.
+  bool shows(guint32 colour, const Image& image, int scale = 1) const {
     return comes([&] {
+      preview(image);
       return area() != nullptr && gtk_widget_get_allocated_width(area()) >= kPreviewWidth &&
              isLike(colour, drawn(scale));
     });
@@ -54,11 +55,10 @@ TEST_F(PreviewViewTest, IsThereWhileTheCameraIsUsed) {
   preview(imageOf(kRed, 96, 54));
   EXPECT_EQ(area(), nullptr);
   show({row("a", CameraState::InUse)});
-  ASSERT_TRUE(shows(kRed));
+  ASSERT_TRUE(shows(kRed, imageOf(kRed, 96, 54)));
   EXPECT_EQ(spoken(area()), "Preview of Camera a");
   EXPECT_FALSE(gtk_widget_get_can_focus(area()));
-  preview(imageOf(kBlue, 54, 54));
-  EXPECT_TRUE(shows(kBlue));
+  EXPECT_TRUE(shows(kBlue, imageOf(kBlue, 54, 54)));
   show({row("a", CameraState::On)});
   EXPECT_EQ(area(), nullptr);
   show({row("a", CameraState::InUse)});
@@ -130,8 +130,7 @@ TEST_F(ScaledPreviewViewTest, HasAllThePixelsOfTheScreen) {
     gdk_pixbuf_fill(column.get(), kBlue);
   }
   show({row("a", CameraState::InUse)});
-  preview(image);
-  EXPECT_TRUE(shows(kBlue, 2));
+  EXPECT_TRUE(shows(kBlue, image, 2));
 }
 
 }  // namespace

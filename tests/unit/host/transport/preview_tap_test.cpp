@@ -170,13 +170,19 @@ std::string whose(PreviewTap& tap) {
   return frame ? frame->camera : "";
 }
 
-// A transport that has sent all it has taken, on a line that takes everything at once.
-TEST(PreviewTapOfAQueue, GetsTheFramesThatLeaveEitherWay) {
-  const auto tap = std::make_shared<PreviewTap>();
-  tap->open();
+struct PreviewTapOfAQueue : testing::Test {
+  PreviewTapOfAQueue() {
+    tap->open();
+    queue.setTap(tap);
+    queue.push(announce(1, "Front"));
+  }
+
+  const std::shared_ptr<PreviewTap> tap = std::make_shared<PreviewTap>();
   SendQueue queue;
-  queue.setTap(tap);
-  queue.push(announce(1, "Front"));
+};
+
+// A transport that has sent all it has taken, on a line that takes everything at once.
+TEST_F(PreviewTapOfAQueue, GetsTheFramesThatLeaveEitherWay) {
   queue.push(announce(2, "Back"));
   queue.push(announce(3, "Side"));
   queue.push(frame(1, 1, blankJpeg()));
@@ -192,12 +198,7 @@ TEST(PreviewTapOfAQueue, GetsTheFramesThatLeaveEitherWay) {
   EXPECT_FALSE(tap->take()) << "on this connection it has not been announced";
 }
 
-TEST(PreviewTapOfAQueue, GetsNoFrameThatIsDropped) {
-  const auto tap = std::make_shared<PreviewTap>();
-  tap->open();
-  SendQueue queue;
-  queue.setTap(tap);
-  queue.push(announce(1, "Front"));
+TEST_F(PreviewTapOfAQueue, GetsNoFrameThatIsDropped) {
   for (std::uint32_t i = 0; i <= kSendLimits.frames; ++i) queue.push(frame(1, i, blankJpeg()));
   while (queue.pop()) continue;
   EXPECT_EQ(tap->take()->fields.sequence, 1U) << "of two, the first is dropped";
