@@ -55,7 +55,7 @@ void PreviewTap::copy(std::span<const unsigned char> frame, Clock::time_point no
   const auto camera = m_cameras.find(record->camera);
   if (!fields || !m_isOpen || camera == m_cameras.end()) return;
   if (!camera->second.wants(*fields, now)) return;
-  camera->second.keep(*fields, body);
+  camera->second.keep(*fields, body, now);
   m_came.notify_one();
 }
 
@@ -64,8 +64,9 @@ bool PreviewTap::Camera::wants(const CameraFrame& fields, Clock::time_point now)
   if (fields.encoding == kEncodingH264) {
     const bool isGap = fields.sequence != last + 1;
     last = fields.sequence;
-    needsKey = (needsKey || isGap) && (fields.flags & kFrameIsKey) == 0;
-    return !needsKey && !isBehind;
+    const bool isKey = (fields.flags & kFrameIsKey) != 0;
+    needsKey = now < restsUntil || ((needsKey || isGap) && !isKey);
+    return !needsKey;
   }
   if (now < next) return false;
   next = now + kPreviewInterval;
@@ -74,10 +75,11 @@ bool PreviewTap::Camera::wants(const CameraFrame& fields, Clock::time_point now)
   return true;
 }
 
-void PreviewTap::Camera::keep(const CameraFrame& fields, std::span<const unsigned char> data) {
+void PreviewTap::Camera::keep(const CameraFrame& fields, std::span<const unsigned char> data,
+                              Clock::time_point now) {
   if (bytes + data.size() > kMaxPreviewBytes || waiting.size() == kMaxPreviewUnits) {
     drop();
-    isBehind = fields.encoding == kEncodingH264;
+    if (fields.encoding == kEncodingH264) restsUntil = now + backOff.next();
     data = {};
   }
   waiting.push_back({id, fields, {data.begin(), data.end()}});

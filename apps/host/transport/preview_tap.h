@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "base/back_off.h"
 #include "lumsar/camera_data.h"
 
 namespace lumsar::host {
@@ -22,8 +23,10 @@ namespace lumsar::host {
 // Between two frames of a camera that can be decoded by themselves.
 inline constexpr std::chrono::milliseconds kPreviewInterval{200};
 // Each unit of H.264 needs those before it. So many of a camera wait; then there is no preview of
-// it.
+// it for a while, longer each time, as a machine that is too slow for it stays so.
 inline constexpr std::size_t kMaxPreviewUnits = 60;
+inline constexpr std::chrono::seconds kFirstPreviewRest{5};
+inline constexpr std::chrono::seconds kLongestPreviewRest{60};
 // All that waits of a camera.
 inline constexpr std::size_t kMaxPreviewBytes = std::size_t{8} << 20U;
 
@@ -70,10 +73,13 @@ class PreviewTap {
     Clock::time_point next = {};
     bool needsKey = true;    // of H.264
     std::uint32_t last = 0;  // frame's number, of H.264
-    bool isBehind = false;   // H.264 has come faster than it was taken
+    // H.264 that has come faster than it was taken rests.
+    Clock::time_point restsUntil = {};
+    base::BackOff backOff{kFirstPreviewRest, kLongestPreviewRest};
 
     bool wants(const CameraFrame& fields, Clock::time_point now);
-    void keep(const CameraFrame& fields, std::span<const unsigned char> data);
+    void keep(const CameraFrame& fields, std::span<const unsigned char> data,
+              Clock::time_point now);
     void drop();
   };
   using Cameras = std::map<std::uint32_t, Camera>;

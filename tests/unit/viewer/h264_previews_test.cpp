@@ -27,7 +27,9 @@ struct H264PreviewsTest : testing::Test {
     previews.tap()->pass(announce(1, "Front"));
     previews.open(1);
   }
-  void send(View data, bool isKey) { previews.tap()->sent(unitOf(++sequence, data, isKey)); }
+  void send(View data, bool isKey) {
+    previews.tap()->copy(unitOf(++sequence, data, isKey), host::PreviewTap::Clock::now() + later);
+  }
   // Sends units until one of them is to be seen that looks like that. A machine that is too slow is
   // given another chance.
   bool shows(H264Stream& stream, int level, guint32 colour) {
@@ -47,6 +49,7 @@ struct H264PreviewsTest : testing::Test {
   Previews previews{[] {}};
   std::vector<Preview> newest;
   std::uint32_t sequence = 0;
+  std::chrono::seconds later{0};
 };
 
 constexpr guint32 kWhite = 0xFFFFFFFF;
@@ -113,6 +116,15 @@ TEST_F(H264PreviewsTest, SayWhatIsTooMuch) {
   ASSERT_TRUE(eventually([&] { return !(newest = previews.take()).empty(); }));
   EXPECT_EQ(newest.front().encoding, kEncodingH264);
   EXPECT_FALSE(newest.front().image);
+}
+
+TEST_F(H264PreviewsTest, ComeBackAfterARest) {
+  send(Bytes(host::kMaxPreviewBytes + 1), true);
+  ASSERT_TRUE(eventually([&] { return !(newest = previews.take()).empty(); }));
+  EXPECT_FALSE(newest.front().image);
+  H264Stream stream(640, 480);
+  later = host::kFirstPreviewRest;
+  EXPECT_TRUE(shows(stream, 235, kWhite));
 }
 
 }  // namespace

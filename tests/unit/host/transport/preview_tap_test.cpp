@@ -107,16 +107,36 @@ TEST_F(PreviewTapTest, AfterAGapH264WaitsForAKeyFrame) {
   EXPECT_EQ(copied, (std::vector<std::uint32_t>{1, 2, 6, 7}));
 }
 
-TEST_F(PreviewTapTest, GivesUpH264ThatNobodyTakesInTime) {
-  for (std::uint32_t i = 0; i <= kMaxPreviewUnits; ++i) copy(unit(1, i, kFrameIsKey));
-  const auto copied = tap.take();
-  ASSERT_TRUE(copied);
-  EXPECT_TRUE(copied->data.empty());
-  copy(unit(1, 100, kFrameIsKey));
-  EXPECT_EQ(next(), std::nullopt);
+TEST_F(PreviewTapTest, RestsFromH264ThatNobodyTakesInTime) {
+  std::uint32_t sequence = 0;
+  const auto fallBehind = [&] {
+    for (std::size_t i = 0; i <= kMaxPreviewUnits; ++i) copy(unit(1, ++sequence, kFrameIsKey));
+    const auto copied = tap.take();
+    ASSERT_TRUE(copied);
+    EXPECT_TRUE(copied->data.empty());
+  };
+  // Whether it is copied after that time.
+  const auto takes = [&](PreviewTap::Clock::duration later, std::uint32_t flags) {
+    now += later;
+    copy(unit(1, ++sequence, flags));
+    return next() == sequence;
+  };
+  constexpr std::chrono::milliseconds kMoment{1};
+  fallBehind();
+  EXPECT_FALSE(takes(kFirstPreviewRest - kMoment, kFrameIsKey));
+  EXPECT_FALSE(takes(kMoment, 0)) << "it has to begin again";
+  EXPECT_TRUE(takes(kMoment, kFrameIsKey));
+  EXPECT_TRUE(takes(kMoment, 0));
+  fallBehind();
+  EXPECT_FALSE(takes(kFirstPreviewRest, kFrameIsKey)) << "it did not help";
+  EXPECT_TRUE(takes(kFirstPreviewRest, kFrameIsKey));
+  for (int i = 0; i < 10; ++i) {
+    fallBehind();
+    EXPECT_TRUE(takes(kLongestPreviewRest, kFrameIsKey));
+  }
+  fallBehind();
   tap.open();
-  copy(unit(1, 101, kFrameIsKey));
-  EXPECT_EQ(next(), 101U);
+  EXPECT_TRUE(takes(kMoment, kFrameIsKey));
 }
 
 TEST_F(PreviewTapTest, KeepsNoMoreBytesThanItsLimit) {
