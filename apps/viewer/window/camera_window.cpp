@@ -175,12 +175,15 @@ void CameraWindow::present(GtkWindow* beside) {
   gtk_window_present(window);
 }
 
+// If it is open, it may be minimised or lie behind others.
 void CameraWindow::appear() {
-  if (gtk_widget_get_visible(m_window) == TRUE) return;
+  GtkWindow* window = GTK_WINDOW(m_window);
+  if (gtk_window_is_active(window) == TRUE) return;
   m_wanted = false;
-  gtk_window_set_focus_on_map(GTK_WINDOW(m_window), FALSE);
-  gtk_window_set_keep_above(GTK_WINDOW(m_window), TRUE);
+  gtk_window_set_focus_on_map(window, FALSE);
+  gtk_window_set_keep_above(window, TRUE);
   gtk_widget_show(m_window);
+  gtk_window_deiconify(window);
 }
 
 void CameraWindow::update(const std::string& vm, const CameraModel& model,

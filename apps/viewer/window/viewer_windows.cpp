@@ -121,9 +121,13 @@ void ViewerWindows::setIndicator(const Indicator& indicator) {
   }
 }
 
+// No desktop tells whether a window lies behind others or is on another of its workspaces. The one
+// that is used does not.
 bool ViewerWindows::isIndicatorSeen() const {
   for (const GList* item = m_buttons; item != nullptr; item = item->next) {
-    if (gtk_widget_get_mapped(GTK_WIDGET(item->data)) == TRUE) return true;
+    GtkWidget* button = GTK_WIDGET(item->data);
+    if (gtk_widget_get_mapped(button) == FALSE) continue;
+    if (gtk_window_is_active(GTK_WINDOW(gtk_widget_get_toplevel(button))) == TRUE) return true;
   }
   return false;
 }

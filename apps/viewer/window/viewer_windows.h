@@ -23,7 +23,8 @@ class ViewerWindows {
     std::string vm = {};  // whose cameras they are, as all windows of the program have the buttons
   };
   void setIndicator(const Indicator& indicator);
-  // Whether a person can see one of the buttons: a full screen has none.
+  // Whether a person sees one of the buttons: a full screen has none, and a window that is not used
+  // may be hidden.
   bool isIndicatorSeen() const;
 
  private:

@@ -1,9 +1,27 @@
 // The camera window and what is added to a viewer's windows, on a screen of the test's own.
+#include "app/camera_display.h"
 #include "integration/viewer/camera_window_fixture.h"
 #include "window/viewer_windows.h"
 
 namespace lumsar::test {
 namespace {
+
+// In the upper left corner, as all are here.
+GtkWidget* shownWindow() {
+  GtkWidget* window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+  gtk_window_set_default_size(GTK_WINDOW(window), 500, 500);
+  gtk_widget_show_all(window);
+  gtk_window_present(GTK_WINDOW(window));
+  return window;
+}
+
+// Of those below the pointer.
+bool isInFront(GtkWidget* window) {
+  GdkSeat* seat = gdk_display_get_default_seat(gtk_widget_get_display(window));
+  GdkWindow* found =
+      gdk_device_get_window_at_position(gdk_seat_get_pointer(seat), nullptr, nullptr);
+  return found != nullptr && gdk_window_get_toplevel(found) == gtk_widget_get_window(window);
+}
 
 TEST_F(CameraWindowTest, EachCameraHasASwitchAndSaysWhatItDoes) {
   CameraRow refused = row("c", CameraState::Refused);
@@ -85,14 +103,29 @@ TEST_F(CameraWindowTest, AppearsWithoutTakingTheKeyboard) {
   EXPECT_FALSE(gtk_window_get_focus_on_map(GTK_WINDOW(window->widget())));
 }
 
+TEST_F(CameraWindowTest, ComesToTheFrontWithoutTakingTheKeyboard) {
+  show({row("a", CameraState::InUse)});
+  window->present(nullptr);
+  GtkWidget* other = shownWindow();
+  screen.movePointer(50, 50);
+  ASSERT_TRUE(comes([&] { return isInFront(other) && gtk_window_is_active(GTK_WINDOW(other)); }));
+  window->appear();
+  EXPECT_TRUE(comes([&] { return isInFront(window->widget()); }));
+  EXPECT_TRUE(gtk_window_is_active(GTK_WINDOW(other)));
+}
+
 struct ViewerWindowsTest : Windows {
-  // A viewer's window, with the module in it.
-  void watch(GtkWidget* content = nullptr) {
+  // A viewer's window.
+  void showDesktop(GtkWidget* content = nullptr) {
     desktop = gtk_window_new(GTK_WINDOW_TOPLEVEL);
     GtkWidget* header = gtk_header_bar_new();
     gtk_window_set_titlebar(GTK_WINDOW(desktop), header);
     if (content != nullptr) gtk_container_add(GTK_CONTAINER(desktop), content);
     gtk_widget_show_all(desktop);
+  }
+  // With the module in it.
+  void watch(GtkWidget* content = nullptr) {
+    showDesktop(content);
     windows = new ViewerWindows([this](GtkWindow* beside) { opened.push_back(beside); });
   }
   Widgets buttons() const { return find(desktop, isOurs); }
@@ -123,12 +156,12 @@ TEST_F(ViewerWindowsTest, TheButtonSaysWhichVmUsesACamera) {
   watch();
   EXPECT_FALSE(windows->isIndicatorSeen());
   windows->setIndicator({true, false, "VM-1"});
-  turn();
+  gtk_window_present(GTK_WINDOW(desktop));
+  EXPECT_TRUE(comes([this] { return windows->isIndicatorSeen(); }));
   ASSERT_EQ(buttons().size(), 1U);
   GtkWidget* button = buttons().at(0);
   EXPECT_EQ(spoken(button), "Cameras for VM-1");
   EXPECT_FALSE(isColoured(button));
-  EXPECT_TRUE(windows->isIndicatorSeen());
   windows->setIndicator({true, true, "VM-1"});
   EXPECT_EQ(spoken(button), "Cameras: in use by VM-1");
   EXPECT_TRUE(isColoured(button));
@@ -136,6 +169,39 @@ TEST_F(ViewerWindowsTest, TheButtonSaysWhichVmUsesACamera) {
   EXPECT_EQ(opened, std::vector{GTK_WINDOW(desktop)});
   windows->setIndicator({});
   EXPECT_FALSE(windows->isIndicatorSeen());
+}
+
+TEST_F(ViewerWindowsTest, TheButtonIsSeenInTheWindowThatIsUsed) {
+  watch();
+  windows->setIndicator({true, true, "VM-1"});
+  gtk_window_present(GTK_WINDOW(desktop));
+  EXPECT_TRUE(comes([this] { return windows->isIndicatorSeen(); }));
+  GtkWidget* other = shownWindow();
+  EXPECT_TRUE(comes([this] { return !windows->isIndicatorSeen(); }));
+  gtk_widget_destroy(other);
+  gtk_window_present(GTK_WINDOW(desktop));
+  EXPECT_TRUE(comes([this] { return windows->isIndicatorSeen(); }));
+}
+
+// Without a bus there are no notifications.
+TEST_F(ViewerWindowsTest, TheCameraWindowAppearsWhereTheButtonIsNotSeen) {
+  showDesktop();
+  auto* const display = new CameraDisplay(*new Previews([] {}));  // live as long as the process
+  const auto isOpen = [this] { return screen.hasWindow("--name", "^Cameras$"); };
+  const auto use = [&](CameraState state) {
+    display->show("VM-1", {.isListed = true, .cameras = {row("a", state)}});
+    turn();
+  };
+  use(CameraState::On);
+  gtk_window_present(GTK_WINDOW(desktop));
+  ASSERT_TRUE(comes([this] { return gtk_window_is_active(GTK_WINDOW(desktop)) == TRUE; }));
+  use(CameraState::InUse);
+  EXPECT_FALSE(isOpen());
+  use(CameraState::On);
+  shownWindow();
+  ASSERT_TRUE(comes([this] { return gtk_window_is_active(GTK_WINDOW(desktop)) == FALSE; }));
+  use(CameraState::InUse);
+  EXPECT_TRUE(comes(isOpen));
 }
 
 TEST_F(ViewerWindowsTest, AFullScreensToolbarHasTheButton) {
