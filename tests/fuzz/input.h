@@ -28,11 +28,13 @@ class Input {
     const Bytes one = take(1);
     return one.empty() ? 0 : one[0];
   }
-  // As many bytes as the next two say, or as there are.
-  Bytes piece() {
+  // Of two bytes, the low one first.
+  std::size_t word() {
     const std::size_t low = byte();
-    return take(low + (std::size_t{byte()} << 8U));
+    return low + (std::size_t{byte()} << 8U);
   }
+  // As many bytes as the next two say, or as there are.
+  Bytes piece() { return take(word()); }
   Bytes rest() { return take(m_rest.size()); }
   Bytes take(std::size_t size) {
     const Bytes front = m_rest.first(std::min(size, m_rest.size()));

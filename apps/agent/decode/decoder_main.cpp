@@ -50,9 +50,8 @@ RawFormat readFormat(int argc, const char* const* argv) {
 
 DecodeResult decode(FrameDecoder& decoder, const DecodeRequest& request, base::Bytes encoded,
                     std::span<unsigned char> raw) {
-  if (request.bytes > encoded.size()) return DecodeResult::Damaged;
   try {
-    return decoder.decode(request, encoded.first(request.bytes), raw);
+    return decoder.decode(request, encoded, raw);
   } catch (const std::exception&) {
     return DecodeResult::Damaged;  // above all of memory
   }

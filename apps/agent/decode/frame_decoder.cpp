@@ -16,8 +16,10 @@ video::Image imageOf(FrameSize size, std::span<const unsigned char> i420) {
 
 }  // namespace
 
-DecodeResult FrameDecoder::decode(const DecodeRequest& request, base::Bytes encoded,
+DecodeResult FrameDecoder::decode(const DecodeRequest& request, base::Bytes memory,
                                   std::span<unsigned char> to) {
+  if (request.bytes > memory.size()) return DecodeResult::Damaged;
+  const base::Bytes encoded = memory.first(request.bytes);
   if (request.encoding == kEncodingMjpg) {
     return decodeJpeg(encoded, {request.width, request.height}, to);
   }

@@ -19,8 +19,9 @@ class FrameDecoder {
   explicit FrameDecoder(const RawFormat& format, video::Hardware hardware = {})
       : m_format(format), m_scaler(format), m_hardware(std::move(hardware)) {}
 
-  // `to` has to hold rawBytes() of the format. Throws base::Failure and std::bad_alloc.
-  DecodeResult decode(const DecodeRequest& request, base::Bytes encoded,
+  // The encoded frame is at the beginning of `memory`; `to` has to hold rawBytes() of the format.
+  // Throws base::Failure and std::bad_alloc.
+  DecodeResult decode(const DecodeRequest& request, base::Bytes memory,
                       std::span<unsigned char> to);
 
  private:

@@ -25,10 +25,14 @@ struct Decoding {
       : format(raw), decoder(raw), frame(rawBytes(raw.encoding, raw.size)) {}
 
   DecodeResult jpeg(const Bytes& bytes, FrameSize size = kSize) {
-    return decoder.decode({kEncodingMjpg, size.width, size.height, 0, 0}, bytes, frame);
+    return decode({kEncodingMjpg, size.width, size.height}, bytes);
   }
   DecodeResult h264(const Bytes& bytes, bool isKey = true) {
-    return decoder.decode({kEncodingH264, 0, 0, isKey ? kFrameIsKey : 0, 0}, bytes, frame);
+    return decode({kEncodingH264, 0, 0, isKey ? kFrameIsKey : 0}, bytes);
+  }
+  DecodeResult decode(DecodeRequest request, const Bytes& bytes) {
+    request.bytes = static_cast<std::uint32_t>(bytes.size());
+    return decoder.decode(request, bytes, frame);
   }
   // Brightness of a pixel.
   int at(std::size_t x, std::size_t y) const {
@@ -52,7 +56,7 @@ TEST_P(FrameDecoderLayouts, HoldAJpeg) {
   EXPECT_NEAR(full.frame.back(), 128, 3);  // a colour
   Decoding limited({GetParam(), kSize, false});
   ASSERT_EQ(limited.jpeg(greyJpegOf(200)), DecodeResult::Decoded);
-  EXPECT_NEAR(limited.middle(), 16 + 200 * 219 / 255, 3);
+  EXPECT_NEAR(limited.middle(), 16 + 200 * 219 / 255.0, 3);
 }
 
 TEST_P(FrameDecoderLayouts, HoldH264) {
@@ -66,7 +70,7 @@ TEST_P(FrameDecoderLayouts, HoldH264) {
   }
   Decoding full({GetParam(), kSize, true});
   ASSERT_EQ(full.h264(stream.next(120, true)), DecodeResult::Decoded);
-  EXPECT_NEAR(full.middle(), (120 - 16) * 255 / 219, 3);
+  EXPECT_NEAR(full.middle(), (120 - 16) * 255 / 219.0, 3);
 }
 
 TEST_P(FrameDecoderLayouts, KeepTheAspectRatioOfOtherSizes) {
@@ -145,10 +149,22 @@ TEST(FrameDecoder, MakesNothingOfWhatIsNoFrame) {
   for (const auto& garbage : {Bytes{}, Bytes{0, 0, 0, 1}, Bytes(5000, 0xFF), Bytes(5000, 0)}) {
     EXPECT_NE(decoding.h264(garbage), DecodeResult::Decoded);
     EXPECT_EQ(decoding.jpeg(garbage), DecodeResult::Damaged);
-    EXPECT_EQ(decoding.decoder.decode({fourcc("VP80"), 64, 48, 0, 0}, garbage, decoding.frame),
-              DecodeResult::Damaged);
+    EXPECT_EQ(decoding.decode({fourcc("VP80"), 64, 48}, garbage), DecodeResult::Damaged);
   }
   ASSERT_EQ(decoding.jpeg(greyJpegOf(255)), DecodeResult::Decoded);
+}
+
+TEST(FrameDecoder, ReadsOnlyTheBytesOfTheFrame) {
+  Decoding decoding({kRawI420, kSize, true});
+  const Bytes jpeg = greyJpegOf(200);
+  const auto result = [&](std::size_t bytes) {
+    return decoding.decoder.decode(
+        {kEncodingMjpg, kSize.width, kSize.height, 0, static_cast<std::uint32_t>(bytes)}, jpeg,
+        decoding.frame);
+  };
+  EXPECT_EQ(result(jpeg.size()), DecodeResult::Decoded);
+  EXPECT_EQ(result(jpeg.size() / 2), DecodeResult::Damaged);
+  EXPECT_EQ(result(jpeg.size() + 1), DecodeResult::Damaged) << "not all of it is there";
 }
 
 TEST(FrameDecoder, RefusesImagesThatAreTooLarge) {
