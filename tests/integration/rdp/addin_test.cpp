@@ -3,8 +3,9 @@
 #include <filesystem>
 
 #include "base/text/bytes.h"
-#include "integration/rdp/addin_client.h"
+#include "integration/rdp/addin_process.h"
 #include "integration/rdp/rig.h"
+#include "support/text.h"
 
 namespace lumsar::test {
 namespace {
@@ -17,7 +18,7 @@ TEST_F(RdpAddIn, GivesItsClientTheCameras) {
   startService();
   startServer();
   {
-    const AddInClient client(path("rdp"), path("state"), addInWords());
+    AddInProcess client(path("rdp"), path("state"), addInWords());
     ASSERT_TRUE(client.connected());
     beginSession();
     EXPECT_EQ(service->directoryAtAccept(), before);
@@ -31,7 +32,7 @@ TEST_F(RdpAddIn, OneClientAfterAnother) {
   startService();
   startServer();
   for (int i = 0; i < 2; ++i) {
-    const AddInClient client(path("rdp"), path("state"), addInWords());
+    AddInProcess client(path("rdp"), path("state"), addInWords());
     ASSERT_TRUE(client.connected());
     beginSession();
     expectAtVm(noise(5000, 1));
@@ -44,7 +45,7 @@ TEST_F(RdpAddIn, SharesWhatItsOptionsSay) {
   startServer();
   auto words = addInWords();
   words.insert(words.end(), {"share:Front", "share:Desk camera"});
-  const AddInClient client(path("rdp"), path("state"), words);
+  AddInProcess client(path("rdp"), path("state"), words);
   ASSERT_TRUE(server->waitForClient());
   handshake(CAP_SHARE_ALL);
   ASSERT_TRUE(service->messages().nextOf(IPC_MSG_UNSHARE_ALL));
@@ -62,7 +63,7 @@ TEST_F(RdpAddIn, SharesAllOrNone) {
                                      std::pair("share:none", IPC_MSG_UNSHARE_ALL)}) {
     auto words = addInWords();
     words.push_back(option);
-    const AddInClient client(path("rdp"), path("state"), words);
+    AddInProcess client(path("rdp"), path("state"), words);
     ASSERT_TRUE(server->waitForClient());
     handshake();
     EXPECT_TRUE(service->messages().nextOf(type)) << option;
@@ -73,7 +74,7 @@ TEST_F(RdpAddIn, SharesAllOrNone) {
 TEST_F(RdpAddIn, StaysWithAClientThatConnectsAgain) {
   startService();
   startServer();
-  AddInClient client(path("rdp"), path("state"), addInWords());
+  AddInProcess client(path("rdp"), path("state"), addInWords());
   beginSession();
   for (int i = 0; i < 2; ++i) {
     service->send(message(IPC_MSG_DATA, noise(4U << 20U, 1)));
@@ -90,7 +91,7 @@ TEST_F(RdpAddIn, StaysWithAClientThatConnectsAgain) {
 TEST_F(RdpAddIn, RecoversFromALostCameraService) {
   startService();
   startServer();
-  const AddInClient client(path("rdp"), path("state"), addInWords());
+  AddInProcess client(path("rdp"), path("state"), addInWords());
   beginSession();
   service.reset();
   startService();
@@ -100,24 +101,19 @@ TEST_F(RdpAddIn, RecoversFromALostCameraService) {
 // The user's desktop is worth more than the cameras.
 TEST_F(RdpAddIn, SaysWhatIsWrongWithItsOptionsAndLetsTheClientConnect) {
   startServer();
-  testing::internal::CaptureStderr();
-  const AddInClient client(path("rdp"), path("state"), {"lumsar", "camera:3"});
+  AddInProcess client(path("rdp"), path("state"), {"lumsar", "camera:3"});
   EXPECT_TRUE(client.connected());
   EXPECT_TRUE(server->waitForClient());
-  EXPECT_NE(testing::internal::GetCapturedStderr().find(
-                "lumsar: no cameras: unknown option \"camera:3\"; expected plugin:PATH"),
-            std::string::npos);
+  EXPECT_TRUE(has(client.output(),
+                  "lumsar: no cameras: unknown option \"camera:3\"; expected plugin:PATH"));
 }
 
 TEST_F(RdpAddIn, SaysWhyThereIsNoWindowIfItIsAsked) {
   startServer();
   auto words = addInWords();
   words.push_back("verbose");
-  testing::internal::CaptureStderr();
-  const AddInClient client(path("rdp"), path("state"), words);
-  EXPECT_NE(testing::internal::GetCapturedStderr().find(
-                "lumsar: no camera window: this program does not use GTK 3\n"),
-            std::string::npos);
+  AddInProcess client(path("rdp"), path("state"), words);
+  EXPECT_TRUE(has(client.output(), "lumsar: no camera window: this program does not use GTK 3\n"));
 }
 
 }  // namespace

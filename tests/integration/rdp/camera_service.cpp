@@ -5,6 +5,17 @@
 #include "lumsar/assembler.h"
 
 namespace lumsar::test {
+namespace {
+
+std::filesystem::path workingDirectoryOf(const RawPeer& peer) {
+  ucred process{};
+  socklen_t size = sizeof process;
+  getsockopt(peer.fd(), SOL_SOCKET, SO_PEERCRED, &process, &size);
+  std::error_code gone;
+  return std::filesystem::read_symlink("/proc/" + std::to_string(process.pid) + "/cwd", gone);
+}
+
+}  // namespace
 
 CameraService::CameraService(const std::string& path)
     : m_path(path), m_listener(path), m_thread([this] { run(); }) {}
@@ -56,7 +67,7 @@ void CameraService::run() {
     if (peer.receive().empty()) continue;  // its name
     {
       const std::lock_guard lock(m_mutex);
-      m_directory = std::filesystem::current_path();
+      m_directory = workingDirectoryOf(peer);
       m_peer = std::move(peer);
       m_peer.send(message(IPC_MSG_CONNECT_ACCEPT));
     }

@@ -30,7 +30,7 @@ class CameraService {
   // Reads nothing as long as it is stalled.
   void stall(bool stalled);
   bool connected();
-  // This process's working directory while the latest host was being accepted, and so waited.
+  // The latest host's working directory while it was being accepted, and so waited.
   std::filesystem::path directoryAtAccept();
 
  private:

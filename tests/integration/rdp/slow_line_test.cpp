@@ -1,6 +1,6 @@
 // Lines that take less than the cameras give: the VM is heard all the same.
 #include "support/slow_line.h"
-#include "integration/rdp/addin_client.h"
+#include "integration/rdp/addin_process.h"
 #include "integration/rdp/rig.h"
 
 namespace lumsar::test {
@@ -74,7 +74,7 @@ TEST_F(RdpSlowLine, InterruptWhileTheServerTakesNothing) {
 
 TEST_F(RdpSlowLine, AddInHearsTheVm) {
   startServerBehindTheLine();
-  const AddInClient client(path("rdp"), path("state"), addInWords());
+  AddInProcess client(path("rdp"), path("state"), addInWords());
   ASSERT_TRUE(client.connected());
   expectToHearTheVm();
 }
