@@ -78,6 +78,7 @@ void Session::update(Change change) {
 }
 
 void Session::stop() {
+  m_stopped = true;
   m_retry.cancel();
   m_silence.cancel();
   // The service unshares everything when its connection ends.
@@ -115,8 +116,9 @@ void Session::initialised() {
 
 void Session::initialiseLater(std::chrono::milliseconds delay) {
   m_retry.expires_after(delay);
+  // One whose turn has come is cancelled without an error.
   m_retry.async_wait([this](std::error_code error) {
-    if (!error) initialise();
+    if (!error && !m_stopped) initialise();
   });
 }
 

@@ -107,6 +107,7 @@ class Session final : public ChannelListener {
   // How often a VM may begin the handshake. One that restarts all the time stays far below.
   base::RateLimit m_restarts{20, std::chrono::seconds(10)};
   std::string m_unavailable;  // why there is no channel, as last reported
+  bool m_stopped = false;
   mutable std::mutex m_mutex;
   State m_state;  // written on this thread, with the lock
 };

@@ -50,7 +50,8 @@ EXPORTED int Ctrl(const std::string& command, char* output, int& outputLength) {
 EXPORTED int Init(const lumsar::SpiceSendFunc&, const lumsar::SpicePostEventFunc& event,
                   const std::string&, const std::string&) {
   fake.event = event;
-  return lumsar::STATUS_OK;
+  ++fake.inits;
+  return fake.initStatus;
 }
 EXPORTED void Event(int) {}
 EXPORTED void DeInit() {}

@@ -18,4 +18,6 @@ struct FakePlugin {
   lumsar::SpicePostEventFunc event;   // the host's
   std::vector<std::string> handled;   // messages of the VM
   bool throws = false;                // whatever it is asked
+  int initStatus = 0;                 // of Init
+  int inits = 0;                      // how often it was initialised
 };

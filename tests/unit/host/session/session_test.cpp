@@ -1,8 +1,10 @@
-// Session: what of the VM's part of the handshake reaches the plug-in.
+// Session: what of the VM's part of the handshake reaches the plug-in, and nothing after its end.
 #include "session/session.h"
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+
+#include <thread>
 
 #include "support/messages.h"
 #include "support/text.h"
@@ -93,6 +95,26 @@ TEST_F(SessionTest, WhatAFormerProgramAtThePortHasSentIsOfThePast) {
   EXPECT_FALSE(session.state().answered);
   EXPECT_FALSE(session.state().strayed);
   session.stop();
+}
+
+// The timer's turn and the end may fall together; the plug-in would outlive its host.
+TEST_F(SessionTest, ARetryThatIsDueAtTheEndIsLeftOut) {
+  fake.initStatus = STATUS_NOT_CONNECTED;
+  DriverSetup setup;
+  setup.ipcLibrary = LUMSAR_IPC_LIBRARY;
+  Session session(loop.get_executor(), loop, plugin, setup, queue, report,
+                  {.onHandshake = [](bool) {}, .onRefused = [] {}});
+  session.start();
+  ASSERT_TRUE(has(said, "retrying in 200 ms")) << said;
+  asio::steady_timer end(loop, std::chrono::milliseconds(0));
+  end.async_wait([&](std::error_code) {
+    fake.initStatus = STATUS_OK;
+    session.stop();
+  });
+  std::this_thread::sleep_until(end.expiry() + std::chrono::milliseconds(200));
+  loop.run();
+  EXPECT_EQ(fake.inits, 1);
+  EXPECT_FALSE(session.state().initialised);
 }
 
 }  // namespace
