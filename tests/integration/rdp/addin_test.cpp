@@ -1,5 +1,7 @@
 // The channel as an add-in, loaded into a client that knows nothing of it but its name: what
 // xfreerdp does, without a screen.
+#include <dlfcn.h>
+
 #include <filesystem>
 
 #include "base/text/bytes.h"
@@ -114,6 +116,14 @@ TEST_F(RdpAddIn, SaysWhyThereIsNoWindowIfItIsAsked) {
   words.push_back("verbose");
   AddInProcess client(path("rdp"), path("state"), words);
   EXPECT_TRUE(has(client.output(), "lumsar: no camera window: this program does not use GTK 3\n"));
+}
+
+// The plug-in's last threads write their log through it.
+TEST_F(RdpAddIn, StaysLoadedInAClientThatUnloadsIt) {
+  void* library = dlopen(LUMSAR_RDP_ADDIN, RTLD_NOW | RTLD_LOCAL);
+  ASSERT_NE(library, nullptr) << dlerror();
+  dlclose(library);
+  EXPECT_NE(dlopen(LUMSAR_RDP_ADDIN, RTLD_NOW | RTLD_NOLOAD), nullptr);
 }
 
 }  // namespace
