@@ -17,7 +17,6 @@ namespace fs = std::filesystem;
 
 constexpr const char* kPluginName = "liblumsar.so.1";
 constexpr const char* kPanelLibraryName = "liblumsar-viewer.so";
-constexpr const char* kIpcLibraryName = "libvdi_ipc.so";
 constexpr std::array kIpcFunctions = {"VDI_CreateIpcClient",     "VDI_DestroyIpcClient",
                                       "VDI_ConnectIpcClient",    "VDI_AsyncConnectIpcClient",
                                       "VDI_DisconnectIpcClient", "VDI_IsIpcClientConnected",

@@ -6,6 +6,7 @@
 
 namespace lumsar::host {
 
+inline constexpr const char* kIpcLibraryName = "libvdi_ipc.so";
 // How a program of ours is told where the IPC library is, for advice.
 inline constexpr const char* kIpcLibraryOption = "--ipc-library PATH";
 

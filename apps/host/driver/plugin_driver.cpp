@@ -8,6 +8,7 @@
 #include "driver/find_libraries.h"
 #include "driver/working_directory.h"
 #include "json/json.h"
+#include "lumsar/relative_path.h"
 #include "protocol/message.h"
 
 namespace lumsar::host {
@@ -51,15 +52,23 @@ class SpiceDriver final : public PluginDriver {
       const QJsonObject given = json::readFile(setup.configFile);
       for (auto item = given.begin(); item != given.end(); ++item) config[item.key()] = *item;
     }
-    // This process has no Qt application object, so the directory can be given in full. The
-    // plug-in turns each "./" into "/".
-    const std::string directory = fs::canonical(setup.ipcLibrary).parent_path().string();
-    if (directory.find("./") != std::string::npos) {
-      throw base::Failure("a directory name that ends in a dot cannot be used: " + directory);
-    }
     config[QStringLiteral("ipc_name")] = json::qt(setup.ipcChannel);
-    config[QStringLiteral("relative_path")] = json::qt(directory);
+    // From no directory, as this process has no Qt application object.
+    config[QStringLiteral("relative_path")] = json::qt(relativePathTo(ipcDirectory(setup), {}));
     return json::compact(config);
+  }
+
+  // The plug-in adds the file's name itself.
+  static fs::path ipcDirectory(const DriverSetup& setup) {
+    const fs::path directory = fs::canonical(fs::absolute(setup.ipcLibrary).parent_path());
+    std::error_code isAnother;
+    if (!fs::equivalent(directory / kIpcLibraryName, setup.ipcLibrary, isAnother)) {
+      throw base::Failure(
+          base::text("the IPC library {} is not the {} of its directory, which the "
+                     "plug-in loads for SPICE; name one of that name with {}",
+                     setup.ipcLibrary, kIpcLibraryName, setup.ipcLibraryOption));
+    }
+    return directory;
   }
 
   const Plugin& m_plugin;
@@ -84,7 +93,7 @@ class RdpDriver final : public PluginDriver {
     const base::TemporaryDirectory directory;
     const fs::path home = directory.path() / "Device Redirect";
     fs::create_directory(home);
-    fs::create_symlink(m_ipcLibrary, home / "libvdi_ipc.so");
+    fs::create_symlink(m_ipcLibrary, home / kIpcLibraryName);
     const WorkingDirectory inside(directory.path());
     return m_plugin.RdpInit(m_vmId.c_str(), send);
   }
