@@ -187,8 +187,10 @@ std::uint64_t Capture::captureTime(GstSample* sample) const {
 void Capture::onEndOfStream() {
   const double rate = m_plan.source.rate();
   m_lastFrame.expires_after(std::chrono::milliseconds(rate > 0 ? std::lround(1000 / rate) : 0));
-  m_lastFrame.async_wait([this](asio::error_code stopped) {
-    if (!stopped) rewind();
+  // A timer whose turn has come is not cancelled.
+  m_lastFrame.async_wait([weak = m_mainLoop->capture](asio::error_code stopped) {
+    const auto capture = weak.lock();
+    if (!stopped && capture) capture->rewind();
   });
 }
 
