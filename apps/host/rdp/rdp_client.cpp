@@ -299,8 +299,14 @@ void RdpClient::endIfSilent() {
   end();
 }
 
+// As freerdp_abort_connect() does it, which also logs: the library's list of logs has no lock, and
+// the thread that connects may be extending it.
 void RdpClient::end() {
-  freerdp_abort_connect(m_instance);
+  rdpContext& context = *m_instance->context;
+  if (context.LastError == FREERDP_ERROR_SUCCESS) {
+    context.LastError = FREERDP_ERROR_CONNECT_CANCELLED;
+  }
+  SetEvent(context.abortEvent);
   // The library waits indefinitely for a silent server and for one that reads nothing.
   cutSockets(m_target.host, m_target.port);
 }

@@ -51,7 +51,7 @@ class AddInClient {
   }
 
   ~AddInClient() {
-    freerdp_abort_connect(m_instance);
+    SetEvent(m_instance->context->abortEvent);
     if (m_thread.joinable()) m_thread.join();
     freerdp_disconnect(m_instance);
     freerdp_context_free(m_instance);
