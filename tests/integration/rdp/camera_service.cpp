@@ -79,7 +79,7 @@ void CameraService::run() {
 
 void CameraService::serve() {
   MessageAssembler assembler;
-  Bytes buffer(256 * 1024);
+  Bytes buffer(std::size_t{256} << 10U);
   ssize_t size = 0;
   while (!m_stopping && (size = recv(m_peer.fd(), buffer.data(), buffer.size(), 0)) > 0) {
     assembler.append(View(buffer).first(static_cast<std::size_t>(size)));
