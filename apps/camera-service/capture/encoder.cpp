@@ -6,6 +6,7 @@
 #include <string>
 
 #include "base/text/format.h"
+#include "capture/even_stamps.h"
 #include "formats/line_plan.h"
 #include "lumsar/camera_data.h"
 
@@ -19,6 +20,7 @@ struct H264Encoder {
   bool needsDevice = false;
   const char* rateControl = nullptr;  // of a driver, where the bit rate is no property
   const char* bufferTime = nullptr;   // in ms of the bit rate: how much more a key frame may have
+  bool ratesByTime = false;           // a frame's part of the bit rate is by its time stamp
 };
 
 // Devices first. Tuned for low latency: no frame waits for a later one. A VM gets two key
@@ -35,16 +37,16 @@ constexpr std::array<H264Encoder, 5> kH264Encoders = {
       "min-force-key-unit-interval=500000000 extra-controls=controls,repeat_sequence_header=1,"
       "video_b_frames=0,video_gop_size=60,video_bitrate={}",
       1, true, "video_bitrate"},
+     // Without leaving frames out it exceeds a low bit rate many times.
+     {"openh264enc",
+      "complexity=low rate-control=bitrate enable-frame-skip=true scene-change-detection=false "
+      "gop-size=60 min-force-key-unit-interval=500000000 bitrate={}",
+      1, false, nullptr, nullptr, true},
      {"x264enc",
       "tune=zerolatency speed-preset=superfast key-int-max=60 byte-stream=true "
       "option-string=scenecut=0 "
       "min-force-key-unit-interval=500000000 bitrate={}",
-      1000, false, nullptr, "vbv-buf-capacity"},
-     // Without leaving frames out it exceeds a low bit rate many times, and with that a thin line
-     // gets a third of x264's frames.
-     {"openh264enc",
-      "complexity=low rate-control=bitrate enable-frame-skip=true gop-size=60 "
-      "min-force-key-unit-interval=500000000 bitrate={}"}}};
+      1000, false, nullptr, "vbv-buf-capacity"}}};
 
 constexpr const char* kName = "h264";
 constexpr unsigned int kBufferTime = 600;      // ms
@@ -60,15 +62,19 @@ unsigned int bitRate(const CapturePlan& plan) {
   return static_cast<unsigned int>(plan.bitRate * skipped);
 }
 
-GstElement* makeBin(const H264Encoder& encoder, unsigned int bitRate) {
+GstElement* makeBin(const H264Encoder& encoder, unsigned int bitRate, double frameRate) {
   const std::string settings =
       fmt::format(fmt::runtime(encoder.settings), bitRate / encoder.bitRateUnit);
   const std::string description = base::text(
       "{} name={} {} ! capsfilter "
       "caps=\"video/x-h264,stream-format=(string)byte-stream,alignment=(string)au\"",
       encoder.factory, kName, settings);
-  return gst_parse_bin_from_description_full(description.c_str(), TRUE, nullptr,
-                                             GST_PARSE_FLAG_FATAL_ERRORS, nullptr);
+  GstElement* bin = gst_parse_bin_from_description_full(description.c_str(), TRUE, nullptr,
+                                                        GST_PARSE_FLAG_FATAL_ERRORS, nullptr);
+  if (bin != nullptr && encoder.ratesByTime) {
+    stampEvenly(GstPtr<GstElement>(gst_bin_get_by_name(GST_BIN(bin), kName)).get(), frameRate);
+  }
+  return bin;
 }
 
 // That a device's driver can be loaded says little.
@@ -94,7 +100,7 @@ bool encodesAFrame(GstElement* encoder) {
 }
 
 bool isUsable(const H264Encoder& encoder) {
-  GstElement* bin = makeBin(encoder, 1'000'000);
+  GstElement* bin = makeBin(encoder, 1'000'000, 30);
   if (bin == nullptr) return false;
   if (encoder.needsDevice) return encodesAFrame(bin);
   const GstPtr<GstElement> unused(bin);
@@ -113,7 +119,7 @@ const H264Encoder* findH264Encoder() {
 GstElement* makeBestH264Encoder(const CapturePlan& plan) {
   const H264Encoder* encoder = findH264Encoder();
   if (encoder == nullptr) throw std::runtime_error("no H.264 encoder is installed");
-  GstElement* bin = makeBin(*encoder, bitRate(plan));
+  GstElement* bin = makeBin(*encoder, bitRate(plan), plan.source.rate());
   if (bin == nullptr) {
     throw std::runtime_error(
         base::text("GStreamer cannot create its H.264 encoder {}", encoder->factory));
@@ -144,7 +150,8 @@ std::vector<std::string> h264Encoders() {
 
 GstElement* makeH264Encoder(const std::string& name, const CapturePlan& plan) {
   const auto* encoder = std::ranges::find(kH264Encoders, name, &H264Encoder::factory);
-  return encoder == kH264Encoders.end() ? nullptr : makeBin(*encoder, bitRate(plan));
+  return encoder == kH264Encoders.end() ? nullptr
+                                        : makeBin(*encoder, bitRate(plan), plan.source.rate());
 }
 
 GstElement* makeEncoder(const CapturePlan& plan) {

@@ -118,6 +118,20 @@ TEST_F(CaptureTest, AMovieBeginsAgainAtItsEnd) {
   EXPECT_TRUE(troubles.empty());
 }
 
+// The stamps that an encoder sees go on where the file's begin again.
+TEST_F(CaptureTest, AMovieThatSaysWhereItEndsBeginsAgainInH264) {
+  if (!h264Available()) GTEST_SKIP() << "no H.264 encoder is installed";
+  runPipeline(
+      "videotestsrc num-buffers=6 ! video/x-raw,width=160,height=120,framerate=30/1 ! jpegenc ! "
+      "qtmux",
+      dir / "m.mov");
+  reader.wanted.rule.encoding = SentEncoding::H264;
+  read(fileCamera("m.mov"));
+  EXPECT_TRUE(await([&] { return reader.frames >= 20; })) << reader.frames;
+  EXPECT_LT(reader.age, 1'000'000) << "µs from capture";
+  EXPECT_TRUE(troubles.empty());
+}
+
 TEST_F(CaptureTest, AMovieOfOnePictureKeepsItsRate) {
   makeMovie(dir / "m.avi", 160, 120, 1);
   read(fileCamera("m.avi"));

@@ -35,10 +35,12 @@ bool hasLiveBitRate(GstElement* encoder) {
   return property == nullptr || (property->flags & GST_PARAM_MUTABLE_PLAYING) != 0;
 }
 
+enum class Frames { All, OneInThree };
+
 // Noise: whatever the bit rate, there is no room for it.
 class Encoding {
  public:
-  explicit Encoding(GstElement* encoder)
+  explicit Encoding(GstElement* encoder, Frames frames = Frames::All)
       : m_encoder(GST_ELEMENT(gst_object_ref_sink(encoder))),
         m_pipeline(
             gst_parse_launch("videotestsrc pattern=snow ! "
@@ -48,6 +50,7 @@ class Encoding {
     GstBin* const bin = GST_BIN(m_pipeline.get());
     const GstPtr<GstElement> last(gst_bin_get_by_name(bin, "last"));
     m_sink.reset(gst_bin_get_by_name(bin, "sink"));
+    if (frames == Frames::OneInThree) leaveOut(last.get());
     gst_bin_add(bin, m_encoder.get());
     gst_element_link_many(last.get(), m_encoder.get(), m_sink.get(), nullptr);
     gst_element_set_state(m_pipeline.get(), GST_STATE_PLAYING);
@@ -67,6 +70,15 @@ class Encoding {
   }
 
  private:
+  static void leaveOut(GstElement* before) {
+    const GstPtr<GstPad> pad(gst_element_get_static_pad(before, "src"));
+    gst_pad_add_probe(
+        pad.get(), GST_PAD_PROBE_TYPE_BUFFER,
+        [](GstPad*, GstPadProbeInfo*, gpointer data) {
+          return (*held<int>(data))++ % 3 == 0 ? GST_PAD_PROBE_OK : GST_PAD_PROBE_DROP;
+        },
+        holdShared(std::make_shared<int>(0)), releaseShared<int>);
+  }
   // An encoder may leave frames out.
   double bytesUntil(double time) {
     double bytes = 0;
@@ -111,6 +123,18 @@ TEST_F(EncoderTest, EachFollowsItsBitRateWhileItRuns) {
     plan.isThinned = false;
     setEncoderRate(encoding.encoder(), plan);
     EXPECT_NEAR(encoding.bitsASecond(), full, full / 2);
+  }
+}
+
+// Where they are left out as a line is full, larger ones would fill it again.
+TEST_F(EncoderTest, FramesThatAreLeftOutMakeTheOthersNoLargerByThemselves) {
+  for (const std::string& name : h264Encoders()) {
+    SCOPED_TRACE(name);
+    CapturePlan plan = planOf(640, 480);
+    plan.bitRate = 6'000'000;
+    Encoding encoding(makeH264Encoder(name, plan), Frames::OneInThree);
+    const double part = plan.bitRate / 3;
+    EXPECT_NEAR(encoding.bitsASecond(), part, part / 2);
   }
 }
 

@@ -1,0 +1,68 @@
+#include "capture/even_stamps.h"
+
+#include <cmath>
+
+#include "formats/gst_ptr.h"
+
+namespace lumsar::service {
+namespace {
+
+struct Stamps {
+  GstClockTime distance;
+  GstClockTime captured = GST_CLOCK_TIME_NONE;  // of the frame that is being encoded
+  GstClockTime encoder = GST_CLOCK_TIME_NONE;
+};
+
+using Shared = std::shared_ptr<Stamps>;
+
+GstBuffer* writable(GstPadProbeInfo* info) {
+  GstBuffer* const buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
+  info->data = buffer;
+  return buffer;
+}
+
+GstPadProbeReturn onCaptured(GstPad* /*pad*/, GstPadProbeInfo* info, gpointer data) {
+  Stamps& stamps = *held<Stamps>(data);
+  GstBuffer* const buffer = writable(info);
+  stamps.captured = GST_BUFFER_PTS(buffer);
+  const bool isFirst = stamps.encoder == GST_CLOCK_TIME_NONE;
+  stamps.encoder = isFirst ? stamps.captured : stamps.encoder + stamps.distance;
+  GST_BUFFER_PTS(buffer) = stamps.encoder;
+  return GST_PAD_PROBE_OK;
+}
+
+// Which may end where a video file does, before the encoder's time.
+GstPadProbeReturn onSegment(GstPad* /*pad*/, GstPadProbeInfo* info, gpointer /*data*/) {
+  GstEvent* const event = GST_PAD_PROBE_INFO_EVENT(info);
+  if (GST_EVENT_TYPE(event) != GST_EVENT_SEGMENT) return GST_PAD_PROBE_OK;
+  GstSegment segment;
+  gst_event_copy_segment(event, &segment);
+  segment.stop = GST_CLOCK_TIME_NONE;
+  info->data = gst_event_new_segment(&segment);
+  gst_event_unref(event);
+  return GST_PAD_PROBE_OK;
+}
+
+GstPadProbeReturn onEncoded(GstPad* /*pad*/, GstPadProbeInfo* info, gpointer data) {
+  GST_BUFFER_PTS(writable(info)) = held<Stamps>(data)->captured;
+  return GST_PAD_PROBE_OK;
+}
+
+void probe(GstElement* encoder, const char* padName, GstPadProbeType what, const Shared& stamps,
+           GstPadProbeCallback callback) {
+  const GstPtr<GstPad> pad(gst_element_get_static_pad(encoder, padName));
+  gst_pad_add_probe(pad.get(), what, callback, holdShared(stamps), releaseShared<Stamps>);
+}
+
+}  // namespace
+
+void stampEvenly(GstElement* encoder, double rate) {
+  if (rate <= 0) return;
+  const auto stamps =
+      std::make_shared<Stamps>(Stamps{static_cast<GstClockTime>(std::llround(GST_SECOND / rate))});
+  probe(encoder, "sink", GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, stamps, onSegment);
+  probe(encoder, "sink", GST_PAD_PROBE_TYPE_BUFFER, stamps, onCaptured);
+  probe(encoder, "src", GST_PAD_PROBE_TYPE_BUFFER, stamps, onEncoded);
+}
+
+}  // namespace lumsar::service
