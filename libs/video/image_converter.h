@@ -37,7 +37,7 @@ class ImageConverter {
   // `flags` are libswscale's: how it scales.
   explicit ImageConverter(int flags) : m_flags(flags) {}
 
-  // Until the next call. Null for an image that libswscale cannot convert.
+  // Valid until the next call. Null for an image that libswscale cannot convert.
   const AVFrame* convert(const Image& image, const ImageFormat& to);
 
  private:

@@ -31,7 +31,7 @@ GstPadProbeReturn onCaptured(GstPad* /*pad*/, GstPadProbeInfo* info, gpointer da
   return GST_PAD_PROBE_OK;
 }
 
-// Which may end where a video file does, before the encoder's time.
+// A segment may end where a video file does, before the encoder's time.
 GstPadProbeReturn onSegment(GstPad* /*pad*/, GstPadProbeInfo* info, gpointer /*data*/) {
   GstEvent* const event = GST_PAD_PROBE_INFO_EVENT(info);
   if (GST_EVENT_TYPE(event) != GST_EVENT_SEGMENT) return GST_PAD_PROBE_OK;

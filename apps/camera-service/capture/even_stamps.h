@@ -9,7 +9,7 @@
 namespace lumsar::service {
 
 // The encoder sees `rate` frames a second, one after the other; what leaves it has their own stamps
-// again. It may hold no frame back.
+// again. It must not hold frames back.
 void stampEvenly(GstElement* encoder, double rate);
 
 }  // namespace lumsar::service

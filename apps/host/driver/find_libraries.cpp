@@ -40,7 +40,7 @@ std::optional<std::string> firstIn(const std::vector<fs::path>& places, const ch
   std::error_code ignored;
   for (const fs::path& place : places) {
     const fs::path path = fs::absolute(place / name, ignored);
-    if (fs::exists(path, ignored)) return fs::canonical(path, ignored).string();
+    if (fs::exists(path, ignored)) return (fs::canonical(path.parent_path()) / name).string();
   }
   return std::nullopt;
 }
@@ -48,7 +48,9 @@ std::optional<std::string> firstIn(const std::vector<fs::path>& places, const ch
 }  // namespace
 
 std::string findPlugin(const fs::path& directory) {
-  return firstIn(placesAround(directory), kPluginName).value_or(kPluginName);
+  const auto found = firstIn(placesAround(directory), kPluginName);
+  // The IPC library may be beside the plug-in, not beside a link to it.
+  return found ? fs::canonical(*found).string() : kPluginName;
 }
 
 std::string findPanelLibrary(const fs::path& directory) {

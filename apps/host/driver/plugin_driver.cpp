@@ -60,12 +60,12 @@ class SpiceDriver final : public PluginDriver {
 
   // The plug-in adds the file's name itself.
   static fs::path ipcDirectory(const DriverSetup& setup) {
-    const fs::path directory = fs::canonical(fs::absolute(setup.ipcLibrary).parent_path());
-    std::error_code isAnother;
-    if (!fs::equivalent(directory / kIpcLibraryName, setup.ipcLibrary, isAnother)) {
+    fs::path directory = fs::canonical(fs::absolute(setup.ipcLibrary).parent_path());
+    std::error_code ignored;
+    if (!fs::equivalent(directory / kIpcLibraryName, setup.ipcLibrary, ignored)) {
       throw base::Failure(
           base::text("the IPC library {} is not the {} of its directory, which the "
-                     "plug-in loads for SPICE; name one of that name with {}",
+                     "plug-in loads for SPICE; give one of that name with {}",
                      setup.ipcLibrary, kIpcLibraryName, setup.ipcLibraryOption));
     }
     return directory;

@@ -116,7 +116,7 @@ void Session::initialised() {
 
 void Session::initialiseLater(std::chrono::milliseconds delay) {
   m_retry.expires_after(delay);
-  // One whose turn has come is cancelled without an error.
+  // A timer whose turn has come is not cancelled.
   m_retry.async_wait([this](std::error_code error) {
     if (!error && !m_stopped) initialise();
   });

@@ -80,6 +80,7 @@ void PreviewTap::Camera::keep(const CameraFrame& fields, std::span<const unsigne
   if (bytes + data.size() > kMaxPreviewBytes || waiting.size() == kMaxPreviewUnits) {
     drop();
     if (fields.encoding == kEncodingH264) restsUntil = now + backOff.next();
+    needsKey = true;
     data = {};
   }
   waiting.push_back({id, fields, {data.begin(), data.end()}});

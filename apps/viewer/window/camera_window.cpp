@@ -178,7 +178,8 @@ void CameraWindow::present(GtkWindow* beside) {
 // If it is open, it may be minimised or lie behind others.
 void CameraWindow::appear() {
   GtkWindow* window = GTK_WINDOW(m_window);
-  if (gtk_window_is_active(window) == TRUE) return;
+  const bool isVisible = gtk_widget_get_visible(m_window) == TRUE;
+  if (isVisible && gtk_window_is_active(window) == TRUE) return;
   m_wanted = false;
   gtk_window_set_focus_on_map(window, FALSE);
   gtk_window_set_keep_above(window, TRUE);

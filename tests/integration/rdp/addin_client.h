@@ -1,6 +1,6 @@
 // AddInClient: an RDP client that knows nothing of the cameras but the name of one add-in, as
 // xfreerdp does, without a screen. Its loop runs on a thread of its own; another one makes and
-// destroys it. For programs of their own, without a server (addin_process.h).
+// destroys it. For a process of its own, without a server (addin_process.h).
 #pragma once
 
 #include <dlfcn.h>

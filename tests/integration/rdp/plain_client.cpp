@@ -1,5 +1,5 @@
 // plain_client: an RDP client without a screen that has the add-in, as xfreerdp has. It reads what
-// to do: "again" to connect anew once the server has ended the connection, "quit". Usage:
+// to do: "again" to connect again once the server has ended the connection, "quit". Usage:
 // plain_client SERVER STATE-DIRECTORY ADD-IN-WORD...
 #include <iostream>
 #include <string>

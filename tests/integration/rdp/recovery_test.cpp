@@ -129,7 +129,7 @@ TEST_F(RdpRecovery, InterruptJustBeforeConnecting) {
   startHost({"--ignore-certificate"}, {{"LD_PRELOAD", LUMSAR_LATE_CONNECT}});
   ASSERT_TRUE(host->says("late_connect: not yet"));
   expectQuickStop();
-  // The library's list of them has no lock, and the thread that connects extends it.
+  // The library's list of logs has no lock, and the thread that connects extends it.
   EXPECT_EQ(host->countOf("late_connect: another thread makes the log"), 0);
 }
 

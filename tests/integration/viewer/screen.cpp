@@ -16,7 +16,8 @@ constexpr std::size_t kPixels = std::size_t{1280} * 900;
 
 }  // namespace
 
-// It resets itself when its last client goes, which refuses one that comes just then.
+// Without -noreset it resets itself when its last client goes, and refuses one that comes just
+// then.
 Screen::Screen()
     : m_server({"Xvfb", "-displayfd", "1", "-screen", "0", "1280x900x24", "-nolisten", "tcp",
                 "-noreset", "-fbdir", m_memory.path()},

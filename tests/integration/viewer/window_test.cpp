@@ -103,6 +103,17 @@ TEST_F(CameraWindowTest, AppearsWithoutTakingTheKeyboard) {
   EXPECT_FALSE(gtk_window_get_focus_on_map(GTK_WINDOW(window->widget())));
 }
 
+// That it has lost the keyboard is told later.
+TEST_F(CameraWindowTest, AppearsRightAfterItWasClosed) {
+  show({row("a", CameraState::InUse)});
+  window->present(nullptr);
+  gdk_window_focus(gtk_widget_get_window(window->widget()), GDK_CURRENT_TIME);
+  ASSERT_TRUE(comes([&] { return gtk_window_is_active(GTK_WINDOW(window->widget())) == TRUE; }));
+  gtk_widget_hide(window->widget());
+  window->appear();
+  EXPECT_TRUE(gtk_widget_get_visible(window->widget()));
+}
+
 TEST_F(CameraWindowTest, ComesToTheFrontWithoutTakingTheKeyboard) {
   show({row("a", CameraState::InUse)});
   window->present(nullptr);

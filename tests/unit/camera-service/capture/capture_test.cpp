@@ -128,7 +128,6 @@ TEST_F(CaptureTest, AMovieThatSaysWhereItEndsBeginsAgainInH264) {
   reader.wanted.rule.encoding = SentEncoding::H264;
   read(fileCamera("m.mov"));
   EXPECT_TRUE(await([&] { return reader.frames >= 20; })) << reader.frames;
-  EXPECT_LT(reader.age, 1'000'000) << "µs from capture";
   EXPECT_TRUE(troubles.empty());
 }
 

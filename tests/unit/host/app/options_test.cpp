@@ -118,6 +118,16 @@ TEST(Options, findsTheIpcLibraryOfTheChosenPlugInFirst) {
   EXPECT_EQ(find("liblumsar.so.1"), libraries.path("program/lib/libvdi_ipc.so"));
 }
 
+// The plug-in loads it by its name, from the directory that it is given.
+TEST(Options, leavesALinkToTheIpcLibraryAsItIs) {
+  const Libraries libraries;
+  libraries.add("elsewhere/other.so");
+  libraries.add("program/bin/mark");
+  const std::string link = libraries.path("program/bin/libvdi_ipc.so");
+  std::filesystem::create_symlink(libraries.path("elsewhere/other.so"), link);
+  EXPECT_EQ(findIpcLibrary("liblumsar.so.1", libraries.path("program/bin")), link);
+}
+
 TEST(Options, findsThePlugInInADirectoryOfItsOwn) {
   const Libraries libraries;
   libraries.add("program/bin/mark");

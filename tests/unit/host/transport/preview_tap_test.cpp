@@ -128,8 +128,11 @@ TEST_F(PreviewTapTest, RestsFromH264ThatNobodyTakesInTime) {
   EXPECT_TRUE(takes(kMoment, kFrameIsKey));
   EXPECT_TRUE(takes(kMoment, 0));
   fallBehind();
-  EXPECT_FALSE(takes(kFirstPreviewRest, kFrameIsKey)) << "it did not help";
-  EXPECT_TRUE(takes(kFirstPreviewRest, kFrameIsKey));
+  EXPECT_FALSE(takes(2 * kFirstPreviewRest, 0)) << "what it needs was given up";
+  EXPECT_TRUE(takes(kMoment, kFrameIsKey));
+  fallBehind();
+  EXPECT_FALSE(takes(2 * kFirstPreviewRest, kFrameIsKey)) << "it did not help";
+  EXPECT_TRUE(takes(2 * kFirstPreviewRest, kFrameIsKey));
   for (int i = 0; i < 10; ++i) {
     fallBehind();
     EXPECT_TRUE(takes(kLongestPreviewRest, kFrameIsKey));
