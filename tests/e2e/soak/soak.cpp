@@ -109,14 +109,14 @@ void Soak::hotPlug(SoakChain& chain) {
   chain.plug();
 }
 
-// Nothing is disturbed any longer, so that all frames arrive.
+// Nothing is disturbed any longer, so that all frames arrive. The last ones come before the answer
+// to "list"; "unshare-all" does not wait for the service.
 void Soak::finish(SoakChain& chain) {
   Process& host = chain.of(Part::Host);
-  const int before = host.countOf("unshare-all: done");
-  host.write("unshare-all\n");
+  host.write("unshare-all\nlist\n");
   const auto soon = [](auto condition) { return eventually(condition, kRecovery); };
-  if (!soon([&] { return host.countOf("unshare-all: done") > before; })) {
-    throw std::runtime_error("the cameras cannot be unshared");
+  if (!soon([&] { return host.countOf("list: done") > 0; })) {
+    throw std::runtime_error("the service does not answer once the cameras are unshared");
   }
   soon([&] { return chain.ledger.counts().lostOtherwise <= chain.droppedByHosts(); });
   host.write("quit\n");
