@@ -51,7 +51,7 @@ TEST_F(Pipewire, CamerasComeAgainWithPipewire) {
   ASSERT_TRUE(eventually([this] { return stack->hasNode("lumsar.id-2"); }));
   EXPECT_TRUE(stack->hasNode(kNode));
   Process consumer = stack->consumer(kNode, {"!", "image/jpeg", "!", "fakesink"}, 5);
-  ASSERT_TRUE(isStarted());
+  ASSERT_TRUE(isStarted()) << consumer.output();
   EXPECT_TRUE(sendUntilEnded(consumer, [&] { send(blankJpeg()); })) << consumer.output();
   EXPECT_EQ(agent->countOf("no connection to PipeWire"), 1);
 }

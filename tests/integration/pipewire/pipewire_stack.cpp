@@ -17,7 +17,7 @@ bool runs(const Process::Words& command) {
 }  // namespace
 
 std::string PipewireStack::obstacle() {
-  for (const char* program : {"dbus-daemon", "pipewire", "wireplumber", "pw-cli"}) {
+  for (const char* program : {"dbus-daemon", "pipewire", "wireplumber", "pw-cli", "pw-metadata"}) {
     if (!runs({program, "--version"})) return std::string("there is no ") + program;
   }
   const bool hasSource = runs({"gst-inspect-1.0", "pipewiresrc"});
@@ -40,8 +40,10 @@ PipewireStack::PipewireStack() {
 
 void PipewireStack::startPipewire() {
   m_pipewire.emplace(Process::Words{"pipewire"}, session());
-  EXPECT_TRUE(eventually([this] { return std::filesystem::exists(m_directory + "/pipewire-0"); }))
-      << m_pipewire->output();
+  // One that was killed has left its socket, and the session manager ends when none answers.
+  EXPECT_TRUE(eventually([this] {
+    return Process({"pw-cli", "info", "0"}, session()).wait() == 0;
+  })) << m_pipewire->output();
   m_manager.emplace(Process::Words{"wireplumber"}, session());
 }
 
@@ -72,8 +74,16 @@ bool PipewireStack::hasNode(const std::string& name) const {
   return has(nodes(), "node.name = \"" + name + "\"");
 }
 
+bool PipewireStack::managerKnowsACamera() const {
+  Process metadata({"pw-metadata", "0", "default.video.source"}, session());
+  metadata.wait();
+  return has(metadata.output(), "lumsar.");
+}
+
 Process PipewireStack::consumer(const std::string& node, Process::Words elements,
                                 int frames) const {
+  // A session manager that has just started refuses programs that come before it knows the node.
+  EXPECT_TRUE(eventually([this] { return managerKnowsACamera(); })) << nodes();
   Process::Words command = {"gst-launch-1.0", "-q", "pipewiresrc", "target-object=" + node,
                             "num-buffers=" + std::to_string(frames)};
   command.insert(command.end(), elements.begin(), elements.end());

@@ -30,6 +30,8 @@ class PipewireStack {
   Process consumer(const std::string& node, Process::Words elements, int frames = -1) const;
 
  private:
+  bool managerKnowsACamera() const;
+
   const TemporaryDirectory m_folder;
   const std::string m_directory = m_folder.path();
   std::optional<Process> m_bus;
