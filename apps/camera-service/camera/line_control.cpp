@@ -72,16 +72,17 @@ std::int64_t LineControl::Lowest::get() const {
 
 bool LineControl::asks(std::int64_t now) const {
   if (!m_reports) return false;
+  if (isTooMuch()) return true;  // nothing more is sent until it is known to be through
   const bool isWatched =
       m_target > 0 || m_lateSince > 0 || m_carried < kKnown || waiting(silentFor(now)) > kHardlyAny;
   return now - m_lastAsked >= (isWatched ? kAsksOften : kAsksSeldom);
 }
 
 bool LineControl::onSent(std::uint32_t sequence, std::size_t bytes, std::int64_t now) {
-  const bool isAsked = asks(now);
-  if (isAsked) m_lastAsked = now;
-  m_onTheWay.push_back({sequence, bytes, now, isAsked});
+  m_onTheWay.push_back({sequence, bytes, now, false});
   m_bytesOnTheWay += bytes;
+  const bool isAsked = m_onTheWay.back().isAsked = asks(now);
+  if (isAsked) m_lastAsked = now;
   m_lastSent = sequence;
   m_sent.add(bytes, now);
   if (m_onTheWay.size() > kMostTracked) {
@@ -107,8 +108,11 @@ void LineControl::onReceived(std::uint32_t sequence, std::int64_t now, double wa
   if (delay < 0) return;
   m_received.add(bytes, now);
   m_base.add(delay, now);
-  // What was on the way during a gap waited for its end, and tells nothing of the line's rate.
-  if (afterGap) m_judgeAfter = m_lastSent;
+  // What was on the way during a gap waited for its end, and what was sent behind it for that: they
+  // tell nothing of the line's rate.
+  if (afterGap) m_sentInGap = m_lastSent;
+  if (m_sentInGap && isAfter(sequence, *m_sentInGap)) m_sentInGap.reset();
+  if (m_sentInGap) m_judgeAfter = m_lastSent;
   judge(sequence, delay, now);
   if (m_target > 0 && waiting(delay) < kHardlyAny) rise(now, wanted);
 }
@@ -168,12 +172,20 @@ std::deque<LineControl::Sent>::const_iterator LineControl::oldestAsked() const {
   return std::ranges::find_if(m_onTheWay, &Sent::isAsked);
 }
 
-bool LineControl::isFull(std::int64_t now) const {
+bool LineControl::isTooMuch() const {
   if (m_target == 0) return m_onTheWay.size() >= kFirst + kMore * m_carried;
-  if (m_onTheWay.empty()) return false;
-  const std::int64_t most = m_base.get() + kMostWaiting;
-  const double mostBytes = m_target * static_cast<double>(most) / static_cast<double>(kSecond);
-  return silentFor(now) > most || static_cast<double>(m_bytesOnTheWay) > mostBytes;
+  return static_cast<double>(m_bytesOnTheWay) >
+         m_target * static_cast<double>(longestInTime()) / static_cast<double>(kSecond);
+}
+
+// Only until a report that has been asked for; without one nothing would end it.
+bool LineControl::isFull(std::int64_t now) const {
+  if (m_target > 0 && silentFor(now) > longestInTime()) return true;
+  return isTooMuch() && oldestAsked() != m_onTheWay.end();
+}
+
+std::int64_t LineControl::longestInTime() const {
+  return m_base.get() + kMostWaiting;
 }
 
 }  // namespace lumsar::service

@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <optional>
 
 namespace lumsar::service {
 
@@ -85,13 +86,16 @@ class LineControl {
   bool isPersistent(bool late, std::int64_t now);
   void lower(std::int64_t waited, std::int64_t now);
   void rise(std::int64_t now, double wanted);
+  bool isTooMuch() const;
   bool isFull(std::int64_t now) const;
+  std::int64_t longestInTime() const;
 
   std::deque<Sent> m_onTheWay;  // oldest first
   std::size_t m_bytesOnTheWay = 0;
   std::uint64_t m_carried = 0;  // frames
   std::uint32_t m_lastSent = 0;
-  std::uint32_t m_judgeAfter = 0;  // frames up to this one say nothing new
+  std::uint32_t m_judgeAfter = 0;            // frames up to this one say nothing new
+  std::optional<std::uint32_t> m_sentInGap;  // the last one, until a later one has arrived
   bool m_reports = false;
   Lowest m_base;
   ByteRate m_sent;

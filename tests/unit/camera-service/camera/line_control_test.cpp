@@ -38,6 +38,7 @@ class Simulation {
       if (m_now >= m_nextFrame) offerFrame();
     }
   }
+  bool sendAtOnce(std::size_t bytes) { return control.onSent(++sequence, bytes, m_now += kMs); }
   void gap(std::int64_t time) { m_lineFree = std::max(m_lineFree, m_now) + time; }
   // The host's queue overflows.
   void lose(std::size_t frames) {
@@ -246,6 +247,17 @@ TEST(LineControlTest, WhatIsLostOnTheWayIsNotWaitedFor) {
   line.run(10);
   EXPECT_GT(line.arrived, 10 * 15);
   EXPECT_LT(line.worstLatency, 400 * kMs);
+}
+
+TEST(LineControlTest, AFrameThatFillsTheLineIsReported) {
+  Simulation line(kThin);
+  line.run(10);
+  ASSERT_GT(line.control.target(), 0);
+  while (!line.sendAtOnce(1)) {
+  }
+  EXPECT_FALSE(line.sendAtOnce(1)) << "a moment ago another was";
+  EXPECT_TRUE(line.sendAtOnce(static_cast<std::size_t>(kThin)))
+      << "else nothing says that it is through";
 }
 
 TEST(LineControlTest, TellsForHowLongTheLineHasBeenFull) {
