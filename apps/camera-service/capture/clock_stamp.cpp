@@ -62,7 +62,7 @@ GstPadProbeReturn onFrame(GstPad* /*pad*/, GstPadProbeInfo* probe, gpointer data
   GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(probe));
   GST_PAD_PROBE_INFO_DATA(probe) = buffer;
   GstVideoFrame frame;
-  if (gst_video_frame_map(&frame, static_cast<GstVideoInfo*>(data), buffer, GST_MAP_WRITE) == 0) {
+  if (gst_video_frame_map(&frame, held<GstVideoInfo>(data).get(), buffer, GST_MAP_WRITE) == 0) {
     return GST_PAD_PROBE_OK;
   }
   const LumaPlane plane = {static_cast<unsigned char*>(GST_VIDEO_FRAME_PLANE_DATA(&frame, 0)),
@@ -100,14 +100,10 @@ void drawDigits(const LumaPlane& plane, std::string_view text) {
 void stampClock(GstBin* bin, const char* name, int width, int height) {
   const GstPtr<GstElement> element(gst_bin_get_by_name(bin, name));
   if (!element) return;
-  const GstPtr<GstPad> pad(gst_element_get_static_pad(element.get(), "src"));
-  auto info = std::make_unique<GstVideoInfo>();
+  const auto info = std::make_shared<GstVideoInfo>();
   gst_video_info_set_format(info.get(), GST_VIDEO_FORMAT_I420, static_cast<guint>(width),
                             static_cast<guint>(height));
-  gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, onFrame, info.release(),
-                    [](gpointer data) {
-                      const std::unique_ptr<GstVideoInfo> owned(static_cast<GstVideoInfo*>(data));
-                    });
+  addProbe(element.get(), "src", info, onFrame);
 }
 
 }  // namespace lumsar::service

@@ -7,13 +7,6 @@
 namespace lumsar::service {
 namespace {
 
-void probe(GstElement* element, const char* padName, const std::shared_ptr<FrameTap>& tap,
-           GstPadProbeCallback callback) {
-  const GstPtr<GstPad> pad(gst_element_get_static_pad(element, padName));
-  gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, callback, holdShared(tap),
-                    releaseShared<FrameTap>);
-}
-
 // The sink starts, and starts again after a video file's end, with the first frame that reaches it.
 bool awaitsItsFirstFrame(GstElement* sink) {
   return gst_element_get_state(sink, nullptr, nullptr, 0) == GST_STATE_CHANGE_ASYNC;
@@ -55,14 +48,14 @@ FrameTap::FrameTap(const CapturePlan& plan, Events events)
 void FrameTap::attach(const CapturePipeline& pipeline) {
   m_sink = pipeline.sink;
   const auto self = shared_from_this();
-  probe(pipeline.format, "src", self, [](GstPad* pad, GstPadProbeInfo* info, gpointer data) {
+  addProbe(pipeline.format, "src", self, [](GstPad* pad, GstPadProbeInfo* info, gpointer data) {
     return held<FrameTap>(data)->onCaptured(pad, GST_PAD_PROBE_INFO_BUFFER(info));
   });
-  probe(pipeline.encoder, "sink", self, [](GstPad*, GstPadProbeInfo*, gpointer data) {
+  addProbe(pipeline.encoder, "sink", self, [](GstPad*, GstPadProbeInfo*, gpointer data) {
     held<FrameTap>(data)->m_encodeBegin = g_get_monotonic_time();
     return GST_PAD_PROBE_OK;
   });
-  probe(pipeline.encoder, "src", self, [](GstPad*, GstPadProbeInfo*, gpointer data) {
+  addProbe(pipeline.encoder, "src", self, [](GstPad*, GstPadProbeInfo*, gpointer data) {
     held<FrameTap>(data)->onEncodeEnd();
     return GST_PAD_PROBE_OK;
   });

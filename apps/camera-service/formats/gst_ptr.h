@@ -49,4 +49,12 @@ void releaseShared(gpointer data) {
   const std::unique_ptr<std::shared_ptr<T>> owned(static_cast<std::shared_ptr<T>*>(data));
 }
 
+// Calls `callback` for whatever passes the pad; `object`, its data, lives as long as the probe.
+template <class T>
+void addProbe(GstElement* element, const char* padName, const std::shared_ptr<T>& object,
+              GstPadProbeCallback callback, GstPadProbeType what = GST_PAD_PROBE_TYPE_BUFFER) {
+  const GstPtr<GstPad> pad(gst_element_get_static_pad(element, padName));
+  gst_pad_add_probe(pad.get(), what, callback, holdShared(object), releaseShared<T>);
+}
+
 }  // namespace lumsar::service
