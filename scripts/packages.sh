@@ -53,6 +53,7 @@ appstream                        cmd:appstreamcli
 help2man                         cmd:help2man
 man-db                           cmd:man
 gstreamer1.0-plugins-ugly        file:/usr/lib/*/gstreamer-1.0/libgstx264.so
+gstreamer1.0-plugins-bad         file:/usr/lib/*/gstreamer-1.0/libgstopenh264.so
 libpipewire-0.3-dev              pc:libpipewire-0.3
 libturbojpeg0-dev                pc:libturbojpeg
 libavcodec-dev                   pc:libavcodec
@@ -116,7 +117,6 @@ debhelper                        cmd:dh
 lintian                          cmd:lintian
 kmod                             cmd:depmod
 openssl                          cmd:openssl
-gstreamer1.0-plugins-bad         file:/usr/lib/*/gstreamer-1.0/libgstopenh264.so
 '
 coverage_packages='
 gcovr                            cmd:gcovr

@@ -16,7 +16,8 @@ using std::chrono::milliseconds;
 constexpr milliseconds kBetweenStarts{500};
 constexpr milliseconds kBetweenChanges{200};  // for the sake of the lines
 // A key frame is large: on a thin line, more of them cost more frames than they bring back.
-constexpr milliseconds kBetweenKeyFrames{1000};
+constexpr milliseconds kBetweenThinKeyFrames{1000};
+constexpr milliseconds kBetweenKeyFrames{500};
 constexpr milliseconds kSilence{5000};  // without a frame for this long a camera counts as stuck
 
 using Clock = asio::steady_timer::clock_type;
@@ -68,11 +69,14 @@ CaptureRequest CameraStream::combinedRequest() const {
   return all;
 }
 
-// Whoever needs one goes on asking.
+// One that comes too early is made later, and one that is lost is made again.
 void CameraStream::requestKeyFrame() {
   if (!m_capture) return;
+  m_needsKeyFrame = true;
+  const auto now = Clock::now();
   const bool thin = m_capture->plan().isThinned;
-  if (thin && Clock::now() - m_lastKeyFrame < kBetweenKeyFrames) return;
+  if (now - m_lastKeyFrame < (thin ? kBetweenThinKeyFrames : kBetweenKeyFrames)) return;
+  m_lastKeyFrame = now;
   m_capture->requestKeyFrame();
 }
 
@@ -110,7 +114,12 @@ void CameraStream::followLines() {
 void CameraStream::measure(const CapturedFrame& frame) {
   if (!m_capture) return;  // switched off by the frame before
   if (frame.encoding == kEncodingH264) {
-    if (frame.key) m_lastKeyFrame = m_lastSign;
+    if (frame.key) {
+      m_lastKeyFrame = m_lastSign;
+      m_needsKeyFrame = false;
+    } else if (m_needsKeyFrame) {
+      requestKeyFrame();
+    }
     return;
   }
   m_detail.add(frame.data.bytes.size(), static_cast<double>(frame.width) * frame.height,

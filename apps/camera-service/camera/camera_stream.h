@@ -100,7 +100,8 @@ class CameraStream : private CaptureEvents {
   Counters m_counters;
   Detail m_detail;
   asio::steady_timer::time_point m_lastFollowed;
-  asio::steady_timer::time_point m_lastKeyFrame;
+  asio::steady_timer::time_point m_lastKeyFrame;  // or the last request
+  bool m_needsKeyFrame = false;
 };
 
 // One stream for each camera, made when it is first asked for.

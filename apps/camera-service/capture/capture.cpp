@@ -125,14 +125,13 @@ void Capture::play() {
 }
 
 bool Capture::adapt(const CapturePlan& plan) {
+  if (plan == m_plan) return true;
   if (plan.source != m_plan.source || plan.encoding != m_plan.encoding) return false;
   if (plan.quality != m_plan.quality && !setEncoderQuality(m_pipeline.encoder, plan)) return false;
   if (plan.width != m_plan.width || plan.height != m_plan.height) {
     setFrameSize(m_pipeline, plan);
   }
-  if (plan.bitRate != m_plan.bitRate || (plan.bitRate > 0 && plan.interval != m_plan.interval)) {
-    setEncoderRate(m_pipeline.encoder, plan);
-  }
+  setEncoderRate(m_pipeline.encoder, plan);
   m_frames->setPlan(plan);
   m_plan = plan;
   return true;

@@ -7,6 +7,7 @@
 
 #include "base/text/format.h"
 #include "capture/even_stamps.h"
+#include "capture/key_frame_limit.h"
 #include "formats/line_plan.h"
 #include "lumsar/camera_data.h"
 
@@ -19,62 +20,73 @@ struct H264Encoder {
   unsigned int bitRateUnit = 1;
   bool needsDevice = false;
   const char* rateControl = nullptr;  // of a driver, where the bit rate is no property
-  const char* bufferTime = nullptr;   // in ms of the bit rate: how much more a key frame may have
-  bool ratesByTime = false;           // a frame's part of the bit rate is by its time stamp
+  void (*prepare)(GstElement* encoder, double frameRate) = nullptr;
+  // How long a key frame may take at the bit rate.
+  void (*limitKeyFrames)(GstElement* encoder, GstClockTime time) = nullptr;
 };
 
-// Devices first. Tuned for low latency: no frame waits for a later one. A VM gets two key
-// frames a second at most, however many it asks for and whatever it sees.
-constexpr std::array<H264Encoder, 5> kH264Encoders = {
-    {{"vah264enc",
-      "rate-control=cbr b-frames=0 key-int-max=60 min-force-key-unit-interval=500000000 bitrate={}",
-      1000, true},
-     {"vaapih264enc",
-      "rate-control=cbr max-bframes=0 keyframe-period=60 min-force-key-unit-interval=500000000 "
-      "bitrate={}",
-      1000, true},
-     {"v4l2h264enc",
-      "min-force-key-unit-interval=500000000 extra-controls=controls,repeat_sequence_header=1,"
-      "video_b_frames=0,video_gop_size=60,video_bitrate={}",
-      1, true, "video_bitrate"},
-     {"x264enc",
-      "tune=zerolatency speed-preset=superfast key-int-max=60 byte-stream=true "
-      "option-string=scenecut=0 "
-      "min-force-key-unit-interval=500000000 bitrate={}",
-      1000, false, nullptr, "vbv-buf-capacity"},
-     // Without leaving frames out it exceeds a low bit rate many times. Of noise its key frames are
-     // so large that a thin line carries a tenth of x264's frames after a gap.
-     {"openh264enc",
-      "complexity=low rate-control=bitrate enable-frame-skip=true scene-change-detection=false "
-      "gop-size=60 min-force-key-unit-interval=500000000 bitrate={}",
-      1, false, nullptr, nullptr, true}}};
+constexpr GstClockTime kBufferTime = 600 * GST_MSECOND;
+// Of a line on which everything waits for it.
+constexpr GstClockTime kThinBufferTime = 250 * GST_MSECOND;
 
-constexpr const char* kName = "h264";
-constexpr unsigned int kBufferTime = 600;      // ms
-constexpr unsigned int kThinBufferTime = 250;  // of a line on which everything waits for it
-
-// Encoders take all frames of the source to come, and give each its part of the bit rate.
-unsigned int bitRate(const CapturePlan& plan) {
-  if (plan.bitRate <= 0) return static_cast<unsigned int>(policyBitRate(plan));
-  const double rate = plan.source.rate();
-  const double skipped = plan.interval > 0 && rate > 0
-                             ? std::max(1.0, static_cast<double>(plan.interval) * rate / 1e6)
-                             : 1.0;
-  return static_cast<unsigned int>(plan.bitRate * skipped);
+void limitBuffer(GstElement* x264, GstClockTime time) {
+  g_object_set(x264, "vbv-buf-capacity", static_cast<guint>(time / GST_MSECOND), nullptr);
 }
 
-GstElement* makeBin(const H264Encoder& encoder, unsigned int bitRate, double frameRate) {
+// Devices first. Tuned for low latency: no frame waits for a later one.
+constexpr std::array<H264Encoder, 5> kH264Encoders = {
+    {{"vah264enc", "rate-control=cbr b-frames=0 key-int-max=60 bitrate={}", 1000, true},
+     {"vaapih264enc", "rate-control=cbr max-bframes=0 keyframe-period=60 bitrate={}", 1000, true},
+     {"v4l2h264enc",
+      "extra-controls=controls,repeat_sequence_header=1,video_b_frames=0,video_gop_size=60,"
+      "video_bitrate={}",
+      1, true, "video_bitrate"},
+     // Unless it may leave frames out, it exceeds a low bit rate many times over.
+     {"openh264enc",
+      "complexity=low rate-control=bitrate enable-frame-skip=true scene-change-detection=false "
+      "gop-size=60 bitrate={}",
+      1, false, nullptr, stampEvenly, limitKeyFrames},
+     {"x264enc",
+      "tune=zerolatency speed-preset=superfast key-int-max=60 byte-stream=true "
+      "option-string=scenecut=0 bitrate={}",
+      1000, false, nullptr, nullptr, limitBuffer}}};
+
+constexpr const char* kName = "h264";
+
+// Encoders expect each frame of the source; one in so many comes.
+double framesPerEncoded(const CapturePlan& plan) {
+  const double rate = plan.source.rate();
+  if (plan.interval <= 0 || rate <= 0) return 1;
+  return std::max(1.0, static_cast<double>(plan.interval) * rate / 1e6);
+}
+
+// Each that comes has the part of those that are left out, too.
+unsigned int bitRate(const CapturePlan& plan) {
+  const double rate = plan.bitRate > 0 ? plan.bitRate : policyBitRate(plan);
+  return static_cast<unsigned int>(rate * framesPerEncoded(plan));
+}
+
+// In the encoder's time; at least that of a frame, as no time would mean no limit.
+GstClockTime keyFrameTime(const CapturePlan& plan) {
+  const auto time = static_cast<double>(plan.isThinned ? kThinBufferTime : kBufferTime);
+  const double rate = plan.source.rate();
+  const double frame = rate > 0 ? GST_SECOND / rate : 0;
+  return static_cast<GstClockTime>(std::max(time / framesPerEncoded(plan), frame));
+}
+
+GstElement* makeBin(const H264Encoder& encoder, const CapturePlan& plan) {
   const std::string settings =
-      fmt::format(fmt::runtime(encoder.settings), bitRate / encoder.bitRateUnit);
+      fmt::format(fmt::runtime(encoder.settings), bitRate(plan) / encoder.bitRateUnit);
   const std::string description = base::text(
       "{} name={} {} ! capsfilter "
       "caps=\"video/x-h264,stream-format=(string)byte-stream,alignment=(string)au\"",
       encoder.factory, kName, settings);
   GstElement* bin = gst_parse_bin_from_description_full(description.c_str(), TRUE, nullptr,
                                                         GST_PARSE_FLAG_FATAL_ERRORS, nullptr);
-  if (bin != nullptr && encoder.ratesByTime) {
-    stampEvenly(GstPtr<GstElement>(gst_bin_get_by_name(GST_BIN(bin), kName)).get(), frameRate);
-  }
+  if (bin == nullptr) return nullptr;
+  const GstPtr<GstElement> element(gst_bin_get_by_name(GST_BIN(bin), kName));
+  if (encoder.prepare != nullptr) encoder.prepare(element.get(), plan.source.rate());
+  if (encoder.limitKeyFrames != nullptr) encoder.limitKeyFrames(element.get(), keyFrameTime(plan));
   return bin;
 }
 
@@ -101,7 +113,9 @@ bool encodesAFrame(GstElement* encoder) {
 }
 
 bool isUsable(const H264Encoder& encoder) {
-  GstElement* bin = makeBin(encoder, 1'000'000, 30);
+  CapturePlan plan;
+  plan.bitRate = 1e6;
+  GstElement* bin = makeBin(encoder, plan);
   if (bin == nullptr) return false;
   if (encoder.needsDevice) return encodesAFrame(bin);
   const GstPtr<GstElement> unused(bin);
@@ -120,7 +134,7 @@ const H264Encoder* findH264Encoder() {
 GstElement* makeBestH264Encoder(const CapturePlan& plan) {
   const H264Encoder* encoder = findH264Encoder();
   if (encoder == nullptr) throw std::runtime_error("no H.264 encoder is installed");
-  GstElement* bin = makeBin(*encoder, bitRate(plan), plan.source.rate());
+  GstElement* bin = makeBin(*encoder, plan);
   if (bin == nullptr) {
     throw std::runtime_error(
         base::text("GStreamer cannot create its H.264 encoder {}", encoder->factory));
@@ -151,8 +165,7 @@ std::vector<std::string> h264Encoders() {
 
 GstElement* makeH264Encoder(const std::string& name, const CapturePlan& plan) {
   const auto* encoder = std::ranges::find(kH264Encoders, name, &H264Encoder::factory);
-  return encoder == kH264Encoders.end() ? nullptr
-                                        : makeBin(*encoder, bitRate(plan), plan.source.rate());
+  return encoder == kH264Encoders.end() ? nullptr : makeBin(*encoder, plan);
 }
 
 GstElement* makeEncoder(const CapturePlan& plan) {
@@ -188,10 +201,7 @@ void setEncoderRate(GstElement* encoder, const CapturePlan& plan) {
   const GParamSpec* property =
       g_object_class_find_property(G_OBJECT_GET_CLASS(element.get()), "bitrate");
   if ((property->flags & GST_PARAM_MUTABLE_PLAYING) == 0) return;
-  if (kind->bufferTime != nullptr) {
-    const unsigned int time = plan.isThinned ? kThinBufferTime : kBufferTime;
-    g_object_set(element.get(), kind->bufferTime, time, nullptr);
-  }
+  if (kind->limitKeyFrames != nullptr) kind->limitKeyFrames(element.get(), keyFrameTime(plan));
   g_object_set(element.get(), "bitrate", rate, nullptr);
 }
 

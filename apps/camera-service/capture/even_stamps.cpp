@@ -1,5 +1,6 @@
 #include "capture/even_stamps.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "formats/gst_ptr.h"
@@ -12,8 +13,6 @@ struct Stamps {
   GstClockTime captured = GST_CLOCK_TIME_NONE;  // of the frame that is being encoded
   GstClockTime encoder = GST_CLOCK_TIME_NONE;
 };
-
-using Shared = std::shared_ptr<Stamps>;
 
 GstBuffer* writable(GstPadProbeInfo* info) {
   GstBuffer* const buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
@@ -31,27 +30,26 @@ GstPadProbeReturn onCaptured(GstPad* /*pad*/, GstPadProbeInfo* info, gpointer da
   return GST_PAD_PROBE_OK;
 }
 
-// A segment may end where a video file does, before the encoder's time.
-GstPadProbeReturn onSegment(GstPad* /*pad*/, GstPadProbeInfo* info, gpointer /*data*/) {
+// A segment may end where a video file does, before the encoder's time, and may begin after it.
+GstPadProbeReturn onSegment(GstPad* /*pad*/, GstPadProbeInfo* info, gpointer data) {
   GstEvent* const event = GST_PAD_PROBE_INFO_EVENT(info);
   if (GST_EVENT_TYPE(event) != GST_EVENT_SEGMENT) return GST_PAD_PROBE_OK;
   GstSegment segment;
   gst_event_copy_segment(event, &segment);
   segment.stop = GST_CLOCK_TIME_NONE;
-  info->data = gst_event_new_segment(&segment);
+  GstEvent* const unbounded = gst_event_new_segment(&segment);
+  gst_event_set_seqnum(unbounded, gst_event_get_seqnum(event));
   gst_event_unref(event);
+  info->data = unbounded;
+  GstClockTime& encoder = held<Stamps>(data)->encoder;
+  encoder = std::max(encoder, segment.start);  // NONE is the largest
   return GST_PAD_PROBE_OK;
 }
 
 GstPadProbeReturn onEncoded(GstPad* /*pad*/, GstPadProbeInfo* info, gpointer data) {
-  GST_BUFFER_PTS(writable(info)) = held<Stamps>(data)->captured;
+  GstBuffer* const buffer = writable(info);
+  GST_BUFFER_PTS(buffer) = GST_BUFFER_DTS(buffer) = held<Stamps>(data)->captured;
   return GST_PAD_PROBE_OK;
-}
-
-void probe(GstElement* encoder, const char* padName, GstPadProbeType what, const Shared& stamps,
-           GstPadProbeCallback callback) {
-  const GstPtr<GstPad> pad(gst_element_get_static_pad(encoder, padName));
-  gst_pad_add_probe(pad.get(), what, callback, holdShared(stamps), releaseShared<Stamps>);
 }
 
 }  // namespace
@@ -60,9 +58,9 @@ void stampEvenly(GstElement* encoder, double rate) {
   if (rate <= 0) return;
   const auto stamps =
       std::make_shared<Stamps>(Stamps{static_cast<GstClockTime>(std::llround(GST_SECOND / rate))});
-  probe(encoder, "sink", GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, stamps, onSegment);
-  probe(encoder, "sink", GST_PAD_PROBE_TYPE_BUFFER, stamps, onCaptured);
-  probe(encoder, "src", GST_PAD_PROBE_TYPE_BUFFER, stamps, onEncoded);
+  addProbe(encoder, "sink", stamps, onSegment, GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM);
+  addProbe(encoder, "sink", stamps, onCaptured);
+  addProbe(encoder, "src", stamps, onEncoded);
 }
 
 }  // namespace lumsar::service

@@ -32,6 +32,7 @@ struct CapturePlan {
 
   // µs from frame to frame, 0 if not known.
   std::int64_t frameInterval() const;
+  bool operator==(const CapturePlan&) const = default;
 };
 
 struct FrameSize {

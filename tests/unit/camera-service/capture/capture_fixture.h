@@ -35,6 +35,22 @@ struct Reader : service::FrameConsumer {
   }
 };
 
+// Asks for a key frame with each frame.
+struct InsistentReader : Reader {
+  service::CameraStream* camera = nullptr;
+  std::vector<int> keys;  // numbers of frames
+  std::vector<std::uint64_t> keyTimes;
+  bool onFrame(const service::CapturedFrame& frame) override {
+    if (frame.key) {
+      keys.push_back(frames);
+      keyTimes.push_back(frame.time);
+    }
+    ++frames;
+    camera->requestKeyFrame();
+    return true;
+  }
+};
+
 // The provider lists what is plugged only while it is started.
 class StartedProvider {
  public:

@@ -50,6 +50,36 @@ TEST_F(CaptureTest, SizeAndQualityChangeWhileRunning) {
   EXPECT_TRUE(await([&] { return reader.size == PictureSize{640, 480}; }));
 }
 
+TEST_F(CaptureTest, TheBitRateFollowsTheSize) {
+  if (!h264Available()) GTEST_SKIP() << "no H.264 encoder is installed";
+  CameraStream& camera = stream({"noise", "noise", {"I420", 640, 480, 30, 1}, [] {
+                                   return makeSourceBin("videotestsrc is-live=true pattern=snow");
+                                 }});
+  struct : Reader {
+    std::size_t sum = 0;
+    bool onFrame(const CapturedFrame& frame) override {
+      sum += frame.data.bytes.size();
+      ++frames;
+      return true;
+    }
+  } summing;
+  const auto bytesAFrame = [&] {
+    // What comes first is of the encoder's beginning.
+    const int first = summing.frames + 30;
+    EXPECT_TRUE(await([&] { return summing.frames >= first; }));
+    summing.sum = 0;
+    EXPECT_TRUE(await([&] { return summing.frames >= first + 60; }));
+    return summing.sum / 60;
+  };
+  summing.wanted.rule.encoding = SentEncoding::H264;
+  camera.add(summing);
+  const std::size_t large = bytesAFrame();
+  summing.wanted.rule.maxWidth = 320;
+  camera.refresh();
+  EXPECT_LT(bytesAFrame(), large / 2);
+  camera.remove(summing);
+}
+
 TEST_F(CaptureTest, AWebcamsFormatsAreDecodedAndScaled) {
   for (const std::string encoding : {"MJPG", "YUY2", "NV12"}) {
     const std::string caps = "video/x-raw,width=640,height=480,framerate=30/1";
@@ -209,22 +239,47 @@ TEST_F(CaptureTest, ACameraThatHangsHoldsUpNoOther) {
 TEST_F(CaptureTest, KeyFramesAreNotMadeWithoutEnd) {
   if (!h264Available()) GTEST_SKIP() << "no H.264 encoder is installed";
   CameraStream& camera = stream(syntheticCamera("F,320x240@30"));
-  struct : Reader {
-    CameraStream* camera = nullptr;
-    int keys = 0;
-    bool onFrame(const CapturedFrame& frame) override {
-      keys += frame.key ? 1 : 0;
-      ++frames;
-      camera->requestKeyFrame();
-      return true;
-    }
-  } insistent;
+  InsistentReader insistent;
   insistent.camera = &camera;
   insistent.wanted.rule.encoding = service::SentEncoding::H264;
   camera.add(insistent);
   ASSERT_TRUE(await([&] { return insistent.frames >= 45; }));
-  EXPECT_GE(insistent.keys, 2);
-  EXPECT_LE(insistent.keys, 10);
+  EXPECT_GE(insistent.keys.size(), 2U);
+  EXPECT_LE(insistent.keys.size(), 10U);
+  camera.remove(insistent);
+}
+
+TEST_F(CaptureTest, AKeyFrameThatIsAskedForTooEarlyIsMadeLater) {
+  if (!h264Available()) GTEST_SKIP() << "no H.264 encoder is installed";
+  CameraStream& camera = stream(syntheticCamera("F,320x240@30"));
+  struct : Reader {
+    CameraStream* camera = nullptr;
+    std::vector<int> keys;  // numbers of frames
+    bool onFrame(const CapturedFrame& frame) override {
+      if (frame.key) keys.push_back(frames);
+      if (++frames == 2) camera->requestKeyFrame();
+      return true;
+    }
+  } asking;
+  asking.camera = &camera;
+  asking.wanted.rule.encoding = service::SentEncoding::H264;
+  camera.add(asking);
+  ASSERT_TRUE(await([&] { return asking.keys.size() >= 2; }));
+  EXPECT_LT(asking.keys[1], 45) << "by itself there is one in sixty";
+  camera.remove(asking);
+}
+
+// It goes by time, whatever part of the frames is encoded.
+TEST_F(CaptureTest, OfFewFramesMoreAreKeyFrames) {
+  if (!h264Available()) GTEST_SKIP() << "no H.264 encoder is installed";
+  CameraStream& camera = stream(syntheticCamera("F,320x240@30"));
+  InsistentReader insistent;
+  insistent.camera = &camera;
+  insistent.wanted.rule.encoding = service::SentEncoding::H264;
+  insistent.wanted.interval = 200'000;
+  camera.add(insistent);
+  ASSERT_TRUE(await([&] { return insistent.keys.size() >= 5; }));
+  EXPECT_LE(insistent.keys[4] - insistent.keys[1], 15) << "500 ms and a frame each";
   camera.remove(insistent);
 }
 

@@ -112,23 +112,14 @@ TEST_F(ThinLineTest, ThinnerFramesWithoutStartingAgain) {
 
 TEST_F(ThinLineTest, OnAThinLineKeyFramesAreRarer) {
   if (!h264Available()) GTEST_SKIP() << "no H.264 encoder is installed";
-  struct : Reader {
-    CameraStream* camera = nullptr;
-    std::vector<std::uint64_t> keys;
-    bool onFrame(const CapturedFrame& frame) override {
-      if (frame.key) keys.push_back(frame.time);
-      ++frames;
-      camera->requestKeyFrame();
-      return true;
-    }
-  } insistent;
   CameraStream& camera = stream(syntheticCamera("F,320x240@30"));
+  InsistentReader insistent;
   insistent.camera = &camera;
   insistent.wanted.rule.encoding = SentEncoding::H264;
   insistent.wanted.lineRate = 10'000;
   camera.add(insistent);
-  ASSERT_TRUE(await([&] { return insistent.keys.size() >= 4; }));
-  EXPECT_GE(insistent.keys[3] - insistent.keys[1], 1'700'000U) << "µs";
+  ASSERT_TRUE(await([&] { return insistent.keyTimes.size() >= 4; }));
+  EXPECT_GE(insistent.keyTimes[3] - insistent.keyTimes[1], 1'700'000U) << "µs";
   camera.remove(insistent);
 }
 
